@@ -1,0 +1,38 @@
+// Code pages and the runtime library's wide text calls.
+#pragma once
+
+#include "platform/api/base.h"
+
+namespace platform {
+
+// Both give the number of units written (or needed, with an output size of 0), 0 on failure: 87 for a count of 0, a
+// null or unknown argument, 122 when the output is too small. A count below 0 takes the terminator along.
+int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int count, char* out, int size,
+                        const char* default_char, BOOL* used_default);
+int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int count, WCHAR* out, int size);
+
+// The counted wide formatter: the length, without a terminator when it equals `count`; -1 when the output does not
+// fit. A null buffer with a count of 0 measures: the length that the output would have.
+int _vsnwprintf(WCHAR* out, size_t count, const WCHAR* format, va_list arguments);
+int _snwprintf(WCHAR* out, size_t count, const WCHAR* format, ...);
+
+// White space, one sign, decimal digits; saturates at the ends of the 32-bit range.
+int _wtoi(const WCHAR* text);
+
+// While one lives, writing to a stream whose reader is gone fails instead of ending the process.
+class quiet_pipes {
+public:
+    quiet_pipes();
+    ~quiet_pipes();
+    quiet_pipes(const quiet_pipes&) = delete;
+    quiet_pipes& operator=(const quiet_pipes&) = delete;
+
+private:
+    bool blocked_; // the signal was let through before, and is held back by this scope
+    bool pending_; // one was waiting before: it is not ours to take
+};
+
+} // namespace platform
+
+inline constexpr platform::UINT CP_ACP = 0;
+inline constexpr platform::UINT CP_UTF8 = 65001;

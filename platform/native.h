@@ -1,0 +1,99 @@
+// The native platform: its own calls, under the names by which the families make them.
+#pragma once
+
+#include <winsock2.h>
+#include <ws2tcpip.h>
+
+#include <windows.h>
+
+#include <process.h>
+#include <stdlib.h>
+#include <time.h>
+#include <wchar.h>
+
+namespace platform {
+
+using ::BOOL;
+using ::DWORD;
+using ::FILETIME;
+using ::HANDLE;
+using ::LONG;
+using ::SYSTEMTIME;
+using ::UINT;
+using ::WCHAR;
+using ::WORD;
+using ::WSADATA;
+
+using ::CloseHandle;
+using ::FormatMessageW;
+using ::GetLastError;
+using ::LocalFree;
+using ::SetLastError;
+
+using ::MultiByteToWideChar;
+using ::WideCharToMultiByte;
+using ::_snwprintf;
+using ::_vsnwprintf;
+using ::_wtoi;
+
+using ::CRITICAL_SECTION;
+using ::DeleteCriticalSection;
+using ::EnterCriticalSection;
+using ::InitializeCriticalSection;
+using ::LeaveCriticalSection;
+
+using ::CreateEventW;
+using ::CreateSemaphoreW;
+using ::ReleaseSemaphore;
+using ::ResetEvent;
+using ::SetEvent;
+using ::WaitForMultipleObjects;
+using ::WaitForSingleObject;
+
+using ::GetExitCodeThread;
+using ::_beginthreadex;
+
+using ::GetCurrentProcessId;
+using ::GetCurrentThreadId;
+using ::GetTickCount;
+using ::Sleep;
+
+using ::FileTimeToLocalFileTime;
+using ::FileTimeToSystemTime;
+using ::LocalFileTimeToFileTime;
+using ::SystemTimeToFileTime;
+
+using ::WSACleanup;
+using ::WSAStartup;
+
+// Interlocked operations are macros or compiler intrinsics, depending on the headers.
+inline LONG InterlockedIncrement(volatile LONG* cell) {
+    return __sync_add_and_fetch(cell, 1);
+}
+inline LONG InterlockedDecrement(volatile LONG* cell) {
+    return __sync_sub_and_fetch(cell, 1);
+}
+
+// The runtime's calendar in its 32-bit form, whatever width the headers choose for time_t.
+using tm = ::tm;
+inline void _tzset() {
+    ::_tzset();
+}
+inline int32_t time(int32_t* out) {
+    return ::_time32(reinterpret_cast<__time32_t*>(out));
+}
+inline int32_t mktime(tm* local) {
+    return ::_mktime32(local);
+}
+inline const tm* localtime(const int32_t* value) {
+    const __time32_t time = *value;
+    return ::_localtime32(&time);
+}
+
+// A write to a pipe without a reader is an ordinary failure here.
+struct quiet_pipes {
+    quiet_pipes() {}
+    ~quiet_pipes() {}
+};
+
+} // namespace platform

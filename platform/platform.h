@@ -1,0 +1,17 @@
+// The platform's calls, as the families make them: platform::CreateEventW, platform::send, ...
+//
+// On the native platform this brings the system's own names into the namespace; elsewhere it declares the stand-ins
+// that the sources of this folder implement. Families include this header and nothing else of the folder, and
+// write the platform's functions and types qualified: `platform::send` can never bind to the C library's by
+// accident. Constants are written unqualified, since natively they are macros.
+#pragma once
+
+#ifdef _WIN32
+#include "platform/native.h"
+#else
+#include "platform/api/base.h"
+#include "platform/api/sockets.h"
+#include "platform/api/text.h"
+#include "platform/api/threads.h"
+#include "platform/api/time.h"
+#endif

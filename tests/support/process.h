@@ -1,0 +1,25 @@
+// Children of a test: what they write, and how they end.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace zu_test {
+
+struct outcome {
+    int exit_code = -1; // of a child that ended by itself
+    int signal = 0;     // that ended it, or 0
+    std::string output;
+    std::string error_output;
+};
+
+// Runs a function in a forked child, which then leaves with 0, and collects what it wrote.
+outcome run_child(const std::function<void()>& body);
+
+// Runs a command line through the shell.
+outcome run_command(const std::string& command);
+
+// Under a sanitizer, memory cannot be made scarce with a limit.
+bool address_space_is_not_limited();
+
+} // namespace zu_test

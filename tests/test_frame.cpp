@@ -1,0 +1,159 @@
+// Lifecycle, error texts, memory, and what the built library shows to the outside.
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/process.h"
+#include "zu/zu.h"
+
+namespace {
+
+std::u16string taken(ZU_wchar* text) {
+    std::u16string copy = text ? text : u"<null>";
+    ZU_free(text);
+    return copy;
+}
+
+TEST(lifecycle, nested_pairs_start_once_and_stop_last) {
+    platform::WSADATA record;
+    ZU_init();
+    ZU_init();
+    ZU_shutdown();
+    EXPECT_EQ(platform::WSACleanup(), 0) << "still started inside the outer pair";
+    ASSERT_EQ(platform::WSAStartup(0x0202, &record), 0);
+    ZU_shutdown();
+    EXPECT_EQ(platform::WSACleanup(), -1);
+    EXPECT_EQ(GetLastError(), static_cast<uint32_t>(WSANOTINITIALISED));
+}
+
+TEST(lifecycle, the_count_is_not_clamped) {
+    ZU_shutdown();
+    ZU_init(); // back to 0: starts nothing
+    EXPECT_EQ(platform::WSACleanup(), -1);
+}
+
+TEST(lifecycle, the_build_stamp_has_its_fixed_shape) {
+    const std::u16string stamp = ZU_compilation_timestamp();
+    const char shape[] = "Aaa _0 0000 00:00:00";
+    ASSERT_EQ(stamp.size(), sizeof shape - 1);
+    for (size_t i = 0; i < stamp.size(); ++i) {
+        const char16_t c = stamp[i];
+        switch (shape[i]) {
+        case 'A': EXPECT_TRUE(c >= u'A' && c <= u'Z') << i; break;
+        case 'a': EXPECT_TRUE(c >= u'a' && c <= u'z') << i; break;
+        case '0': EXPECT_TRUE(c >= u'0' && c <= u'9') << i; break;
+        case '_': EXPECT_TRUE(c == u' ' || (c >= u'1' && c <= u'3')) << i; break;
+        default: EXPECT_EQ(c, static_cast<char16_t>(shape[i])) << i;
+        }
+    }
+}
+
+TEST(error_text, every_code_that_a_server_meets_daily_has_one) {
+    const struct {
+        uint32_t first, last;
+    } spans[] = {{1, 19},      {32, 33},     {50, 50},       {80, 80},       {87, 87},       {109, 109},
+                 {111, 112},   {122, 123},   {126, 127},     {145, 145},     {183, 183},     {193, 193},
+                 {206, 206},   {234, 234},   {258, 258},     {267, 267},     {995, 998},     {1053, 1073},
+                 {1300, 1300}, {1312, 1314}, {1326, 1326},   {1332, 1332},   {1460, 1460},   {1722, 1722},
+                 {10004, 10004}, {10009, 10009}, {10013, 10014}, {10022, 10022}, {10024, 10024}, {10035, 10065},
+                 {11001, 11004}};
+    std::set<std::u16string> seen;
+    for (const auto& span : spans) {
+        for (uint32_t code = span.first; code <= span.last; ++code) {
+            const std::u16string text = taken(ZU_get_error_msg(code));
+            ASSERT_NE(text, u"<null>") << code;
+            EXPECT_EQ(text.back(), u'.') << code << ": the line end is taken off, the full stop stays";
+            EXPECT_TRUE(seen.insert(text).second) << code << " shares its text with another code";
+        }
+    }
+}
+
+TEST(error_text, unknown_codes_and_short_buffers_fail_with_their_codes) {
+    for (uint32_t code : {317u + 1, 9999u, 0xFFFFFFFFu, 0xC0000005u}) {
+        SetLastError(0);
+        EXPECT_EQ(ZU_get_error_msg(code), nullptr) << code;
+        EXPECT_EQ(GetLastError(), 317u) << code;
+    }
+    EXPECT_EQ(taken(ZU_get_error_msg(0x80070005)), taken(ZU_get_error_msg(5))) << "the wrapped form of a code";
+
+    ZU_wchar buffer[64];
+    const uint32_t whole = platform::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 2, 0, buffer, 64, nullptr);
+    ASSERT_GT(whole, 2u);
+    EXPECT_EQ(std::u16string(buffer + whole - 2), u"\r\n");
+    EXPECT_EQ(platform::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 2, 0, buffer, whole, nullptr), 0u);
+    EXPECT_EQ(GetLastError(), 122u);
+}
+
+TEST(memory, duplicates_and_the_twins) {
+    EXPECT_EQ(ZU_strdup(nullptr), nullptr);
+    EXPECT_EQ(ZU_strdup_dbg(nullptr, "f", 1), nullptr);
+    EXPECT_EQ(taken(ZU_strdup(u"")), u"");
+    EXPECT_EQ(taken(ZU_strdup(u"wide \u20ac")), u"wide \u20ac");
+    EXPECT_EQ(taken(ZU_strdup_dbg(u"wide", "f", 1)), u"wide");
+    auto* cells = static_cast<uint32_t*>(ZU_calloc_dbg(64, 4, "f", 1));
+    for (int i = 0; i < 64; ++i)
+        ASSERT_EQ(cells[i], 0u);
+    cells[0] = 7;
+    cells = static_cast<uint32_t*>(ZU_realloc_dbg(cells, 1 << 20, "f", 1));
+    EXPECT_EQ(cells[0], 7u);
+    ZU_free_dbg(cells, "f", 1);
+    ZU_free(nullptr);
+}
+
+// The child runs out of address space, so that the allocator fails for real.
+enum class allocator { malloc, calloc, calloc_wraps, realloc, strdup, malloc_dbg };
+
+void exhaust(allocator which) {
+    constexpr uint32_t huge = 3u << 30;
+    std::u16string text(which == allocator::strdup ? 100u << 20 : 0, u'x');
+    const rlimit limit{1u << 30, 1u << 30};
+    if (setrlimit(RLIMIT_AS, &limit) != 0)
+        return;
+    switch (which) {
+    case allocator::malloc: ZU_malloc(huge); break;
+    case allocator::calloc: ZU_calloc(huge / 4, 4); break;
+    case allocator::calloc_wraps: ZU_calloc(0x10000, 0x10000); break;
+    case allocator::realloc: ZU_realloc(nullptr, huge); break;
+    case allocator::malloc_dbg: ZU_malloc_dbg(huge, "f", 1); break;
+    case allocator::strdup:
+        for (int i = 0; i < 20; ++i)
+            ZU_strdup(text.c_str());
+        break;
+    }
+}
+
+TEST(memory, exhaustion_writes_one_line_and_aborts) {
+    if (zu_test::address_space_is_not_limited())
+        GTEST_SKIP() << "a sanitizer's shadow memory does not live under an address-space limit";
+    const struct {
+        allocator which;
+        unsigned long reported;
+    } rows[] = {{allocator::malloc, 3221225472ul}, {allocator::calloc, 3221225472ul},
+                {allocator::calloc_wraps, 0ul},    {allocator::realloc, 3221225472ul},
+                {allocator::malloc_dbg, 3221225472ul}, {allocator::strdup, 209715202ul}};
+    for (const auto& row : rows) {
+        char expected[128];
+        std::snprintf(expected, sizeof expected, "error (ZU_memory):Failed to allocate memory. size:%lu. errno:12.\n",
+                      row.reported);
+        const zu_test::outcome standard = zu_test::run_child([&] { exhaust(row.which); });
+        EXPECT_EQ(standard.signal, SIGABRT);
+        EXPECT_EQ(standard.error_output, expected);
+
+        const zu_test::outcome redirected = zu_test::run_child([&] {
+            ZU_memory_set_error_fp(stdout);
+            exhaust(row.which);
+        });
+        EXPECT_EQ(redirected.signal, SIGABRT);
+        EXPECT_EQ(redirected.output, expected);
+        EXPECT_EQ(redirected.error_output, "");
+    }
+}
+
+} // namespace

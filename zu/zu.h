@@ -1,0 +1,699 @@
+/*
+ * zu.h - a system-utility library for server programs: the one public header, for C11 and C++17.
+ *
+ * Conventions that hold for every function, and are not repeated below:
+ *
+ *  - Text is wide text, 16-bit code units ended by a zero unit, unless "narrow" is said. ZU_W("text") makes a
+ *    literal of it on every platform. Lengths count code units unless bytes are said.
+ *  - ZU_bool is one byte: 1 true, 0 false.
+ *  - A failed call leaves its reason in the calling thread's last-error code, to be read with GetLastError(). Where
+ *    no code is named, the function does not touch it.
+ *  - Allocation never fails towards the caller: when memory runs out, one line is written and the process ends (see
+ *    Memory). What a function returns in "new memory" is the caller's, and is released with ZU_free.
+ *  - Pointers must not be null unless null is mentioned.
+ *  - A record may be used from one thread at a time unless its family says more.
+ *  - Names that end in _i take an argument list in place of further arguments.
+ */
+#ifndef ZU_ZU_H
+#define ZU_ZU_H
+
+#include <stdarg.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#ifdef _WIN32
+#include <winsock2.h>
+#include <windows.h>
+
+#include <time.h>
+#else
+#include "zu_platform.h"
+#endif
+
+/* One code unit of wide text, and a literal of it. */
+#if defined(_WIN32)
+typedef wchar_t ZU_wchar;
+#define ZU_W(text) L##text
+#elif defined(__cplusplus)
+typedef char16_t ZU_wchar;
+#define ZU_W(text) u##text
+#else
+#include <uchar.h>
+typedef char16_t ZU_wchar;
+#define ZU_W(text) u##text
+#endif
+
+#if defined(_WIN32)
+#ifdef ZU_BUILDING
+#define ZU_API __declspec(dllexport)
+#else
+#define ZU_API __declspec(dllimport)
+#endif
+#else
+#define ZU_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef uint8_t ZU_bool;   /* 1 true, 0 false */
+typedef int32_t ZU_time_t; /* seconds since 1970-01-01 00:00:00 UTC; -1 stands for no time */
+
+#ifdef _WIN32
+typedef struct tm ZU_tm; /* the nine fields of broken-down local time; see zu_platform.h for their ranges */
+#endif
+
+/* A time-out without limit, wherever one is given in milliseconds. */
+#define ZU_WAIT_INFINITE 0xFFFFFFFFu
+
+/* ---- Library lifecycle and error text ----------------------------------------------------------------------- */
+/*
+ * Every component of a process may bracket its use of the library with a pair of its own: the calls are counted, and
+ * only the first start and the last stop do anything. The count has no lock: call both from one thread.
+ */
+
+/* Starts the library: the socket library (2.2, else 1.1), then logging. Call it before anything else. */
+ZU_API void ZU_init(void);
+
+/* Takes one ZU_init back; the last one stops logging, then the socket library. */
+ZU_API void ZU_shutdown(void);
+
+/* The version of the library, a constant text. Any thread. */
+ZU_API const ZU_wchar* ZU_version(void);
+
+/* When the library was built, as "Apr 30 2006 10:50:42", a constant text. Any thread. */
+ZU_API const ZU_wchar* ZU_compilation_timestamp(void);
+
+/*
+ * The text of a last-error code, without its line end, in new memory.
+ * Returns null for a code that has no text (last-error code 317). Any thread.
+ */
+ZU_API ZU_wchar* ZU_get_error_msg(uint32_t code);
+
+/* ---- Memory ------------------------------------------------------------------------------------------------- */
+/*
+ * No allocation returns null. When one fails, the line "error (ZU_memory):Failed to allocate memory. size:N.
+ * errno:E." goes to the error stream and the process ends with abort. Sizes are bytes. Any thread.
+ */
+
+/* A new block of uninitialised bytes. */
+ZU_API void* ZU_malloc(uint32_t bytes);
+
+/* A new block of count elements of size bytes, all zero. */
+ZU_API void* ZU_calloc(uint32_t count, uint32_t size);
+
+/* The block with its size changed, moved or in place; null makes a new one. */
+ZU_API void* ZU_realloc(void* block, uint32_t bytes);
+
+/* Releases what this family, or a function that returns new memory, has given. Null: nothing happens. */
+ZU_API void ZU_free(void* block);
+
+/* A copy of the text in new memory; null for null. */
+ZU_API ZU_wchar* ZU_strdup(const ZU_wchar* text);
+
+/* The same five with the caller's place in the source, which is accepted and ignored. */
+ZU_API void* ZU_malloc_dbg(uint32_t bytes, const char* file, int32_t line);
+ZU_API void* ZU_calloc_dbg(uint32_t count, uint32_t size, const char* file, int32_t line);
+ZU_API void* ZU_realloc_dbg(void* block, uint32_t bytes, const char* file, int32_t line);
+ZU_API void ZU_free_dbg(void* block, const char* file, int32_t line);
+ZU_API ZU_wchar* ZU_strdup_dbg(const ZU_wchar* text, const char* file, int32_t line);
+
+/*
+ * Makes the stream the error stream; null: standard error, as at the start. Call it before other threads allocate,
+ * and keep the stream open from then on.
+ */
+ZU_API void ZU_memory_set_error_fp(FILE* stream);
+
+/* Kept for programs that call it; changes nothing. */
+ZU_API void ZU_memory_set_assert_size(uint32_t bytes);
+
+/* ---- Growable string ---------------------------------------------------------------------------------------- */
+/*
+ * A ZU_s points at the first character of an ordinary terminated text; its header lies before it. Null is the empty
+ * string, so `ZU_s s = NULL;` is all the construction there is, and ZU_s_destroy(&s) the end of it. Every call takes
+ * the address of the variable, since growing moves the text: a copy of the pointer is void after the next call that
+ * changes the string.
+ *
+ * Room grows in steps of 64 characters. A buffer with a reference count above 1 is shared: it is copied before it is
+ * written to, and releasing it lowers the count. Positions and indexes are not checked. Texts to insert or append may
+ * lie in the string's own buffer.
+ */
+typedef ZU_wchar* ZU_s;
+
+/* What lies before the first character. */
+typedef struct ZU_s_header {
+    uint32_t capacity;       /* characters that fit, without the terminator */
+    uint32_t length;         /* characters held */
+    int32_t reference_count; /* holders of the buffer */
+} ZU_s_header;
+
+/* The number of characters; 0 for null. */
+static inline uint32_t ZU_s_length(ZU_s s) {
+    return s ? ((const ZU_s_header*)(const void*)s - 1)->length : 0;
+}
+
+/* The text itself; the empty text for null. */
+static inline const ZU_wchar* ZU_s_text(ZU_s s) {
+    return s ? s : ZU_W("");
+}
+
+/* Makes room for n characters. Does not copy a shared buffer that is large enough. */
+ZU_API ZU_s* ZU_s_reserve(ZU_s* s, uint32_t n);
+
+/* Releases the string, which becomes null. A null address is accepted. */
+ZU_API void ZU_s_destroy(ZU_s* s);
+
+/* Empties the string and keeps its buffer; one that is shared is let go instead. */
+ZU_API void ZU_s_clear(ZU_s* s);
+
+/* Inserts a whole text at a position; a null or empty text changes nothing. */
+ZU_API ZU_s* ZU_s_insert(ZU_s* s, uint32_t position, const ZU_wchar* text);
+
+/* Inserts up to n characters of the text, less when it ends before; position 0xFFFFFFFF appends. Null text: n = 0. */
+ZU_API ZU_s* ZU_s_insert_n(ZU_s* s, uint32_t position, const ZU_wchar* text, uint32_t n);
+
+/* Appends up to n characters of the text, less when it ends before. Null text: only with n = 0. */
+ZU_API ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n);
+
+/*
+ * Appends, or with the plain names replaces by, formatted text. The format is the platform's wide printf: %s and %c
+ * take wide text, %S and %hs narrow, l is 32 bits, ll and I64 are 64. Arguments must not lie in the string's buffer.
+ */
+ZU_API ZU_s* ZU_s_append_sprintf(ZU_s* s, const ZU_wchar* format, ...);
+ZU_API ZU_s* ZU_s_append_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments);
+ZU_API ZU_s* ZU_s_sprintf(ZU_s* s, const ZU_wchar* format, ...);
+ZU_API ZU_s* ZU_s_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments);
+
+/* Exchanges two strings. */
+ZU_API void ZU_s_swap(ZU_s* s, ZU_s* other);
+
+/* Makes s a copy of the source; a null source empties s and keeps its buffer. */
+ZU_API ZU_s* ZU_s_assign_s(ZU_s* s, const ZU_s* source);
+
+/* Writes one character and returns the one that stood there. The string must be longer than the index. */
+ZU_API ZU_wchar ZU_s_set_at(ZU_s* s, uint32_t index, ZU_wchar character);
+
+/* Shortens the string to n characters; never lengthens it. */
+ZU_API ZU_s* ZU_s_resize(ZU_s* s, uint32_t n);
+
+/* Removes every copy of the character from the end; returns how many. */
+ZU_API uint32_t ZU_s_trim_end_c(ZU_s* s, ZU_wchar character);
+
+/* Replaces every `from` by `to`; returns how many. */
+ZU_API uint32_t ZU_s_replace_c(ZU_s* s, ZU_wchar from, ZU_wchar to);
+
+/* Change the ASCII letters to lower or upper case, in place; every other character stays. */
+ZU_API void ZU_s_make_lower(ZU_s* s);
+ZU_API void ZU_s_make_upper(ZU_s* s);
+
+/* The same on an ordinary text, which they return. */
+ZU_API ZU_wchar* ZU_strlwr(ZU_wchar* text);
+ZU_API ZU_wchar* ZU_strupr(ZU_wchar* text);
+
+/*
+ * Replaces s by a template's text: %1, %2 ... stand for the wide texts that follow (null: "(null)"), each as often as
+ * wanted, %n for a line end CR LF, %% for one percent sign. Returns the length. A number below 1 or more than 128
+ * inserts fail: 0, and s is empty.
+ */
+ZU_API int32_t ZU_s_format_message(ZU_s* s, const ZU_wchar* message, ...);
+ZU_API int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list arguments);
+
+/* ---- Fixed-capacity string and byte buffer ------------------------------------------------------------------ */
+
+/* ---- Character conversion and text helpers ------------------------------------------------------------------ */
+/*
+ * Functions on plain texts. None keeps state between calls, none checks its arguments, none touches the last-error
+ * code of a successful call. Any thread.
+ */
+
+/* Narrow encodings: the system's ANSI code page, and UTF-8. */
+#define ZU_ENCODING_ANSI 1u
+#define ZU_ENCODING_UTF8 2u
+
+/*
+ * Convert `length` units (bytes of the narrow text) in new, terminated memory, never null; -1 measures the text.
+ * Trailing zero units are left out. The number of units written goes to *result_length unless that is null. An
+ * unknown encoding or a failed conversion gives the empty text and 0.
+ */
+ZU_API char* ZU_wchar_2_char(uint32_t encoding, const ZU_wchar* text, int32_t length, uint32_t* result_length);
+ZU_API ZU_wchar* ZU_char_2_wchar(uint32_t encoding, const char* text, int32_t length, uint32_t* result_length);
+
+/*
+ * The next piece of a text between any of the separator characters, or null at the end; empty pieces are skipped. The
+ * first call passes the text, which is written to; further calls pass null. The place is kept in *context.
+ */
+ZU_API ZU_wchar* ZU_strtok(ZU_wchar* text, const ZU_wchar* separators, ZU_wchar** context);
+
+/*
+ * Splits a text at a separator text (not empty) into the buffers that follow, one for each piece and large enough; a
+ * null pointer may end them. Returns 0, or -1 when there is no separator or a null buffer is reached (the buffers
+ * before it keep their pieces).
+ */
+ZU_API int32_t ZU_split(const ZU_wchar* text, const ZU_wchar* separator, ...);
+
+/* Removes backslashes and spaces from the end of a path, but never its first character. */
+ZU_API void ZU_trim_end_path_symbol(ZU_wchar* path);
+
+/* Removes every copy of the character from the end. */
+ZU_API void ZU_trim_end_char(ZU_wchar* text, ZU_wchar character);
+
+/*
+ * Writes formatted text to standard output in the ANSI code page; see ZU_s_sprintf for the format. Returns the number
+ * of bytes, negative on failure; a reader that has gone is a failure and no signal.
+ */
+ZU_API int32_t ZU_printf_ex(const ZU_wchar* format, ...);
+
+/* Whether a text is all decimal digits; unless bit 0 of the flags is set, one sign may stand first (also alone). */
+ZU_API ZU_bool ZU_is_numeric(const ZU_wchar* text, uint8_t flags);
+
+/* A copy in new memory, cut to `maximum` characters and "..." when it is longer. */
+ZU_API ZU_wchar* ZU_str_make_short_name(const ZU_wchar* text, uint32_t maximum);
+
+/* A 32-bit hash that is blind to the case of ASCII letters; 0 for the empty text. */
+ZU_API uint32_t ZU_hash_string_nocase(const ZU_wchar* text);
+
+/* Whether the pattern matches the whole text: * any run, ? one character, all else itself. */
+ZU_API ZU_bool ZU_wildcard_match(const ZU_wchar* pattern, const ZU_wchar* text);
+
+/* The same for file names: blind to ASCII case, and *.* also matches names without a dot. */
+ZU_API ZU_bool ZU_wildcard_match_win32_file(const ZU_wchar* pattern, const ZU_wchar* name);
+
+/* ---- Binary-to-text encodings ------------------------------------------------------------------------------- */
+
+/* ---- Bitsets ------------------------------------------------------------------------------------------------ */
+
+/* ---- MD5 digest --------------------------------------------------------------------------------------------- */
+
+/* ---- Thread locks, events, semaphores and atomics ----------------------------------------------------------- */
+/*
+ * All of these may be called from any thread. Destroying a record that another thread still uses is the caller's
+ * error; a null record may be destroyed and nothing happens.
+ */
+
+/* Storage of a re-entrant lock: embed it, and pass its address. Its holder may take it again and must give it back
+   as many times. */
+typedef struct ZU_lock_thread {
+    uint64_t storage[8];
+} ZU_lock_thread;
+
+/* Make the storage a free lock; both make the same kind. Always true. */
+ZU_API ZU_bool ZU_lock_thread_init(ZU_lock_thread* lock);
+ZU_API ZU_bool ZU_lock_thread_init_recursive(ZU_lock_thread* lock);
+
+/* Takes the lock, waiting for it without limit. Always true. */
+ZU_API ZU_bool ZU_lock_thread_lock(ZU_lock_thread* lock);
+
+/* Gives the lock back once. Always true. */
+ZU_API ZU_bool ZU_lock_thread_unlock(ZU_lock_thread* lock);
+
+/* Ends the use of the storage, which is not freed. The lock must be free. Null is accepted. Always true. */
+ZU_API ZU_bool ZU_lock_thread_destroy(ZU_lock_thread* lock);
+
+/* An event: signalled or not. */
+typedef struct ZU_event ZU_event;
+
+/*
+ * A new event, not signalled. With manual_reset it releases every waiter until it is reset; otherwise it releases one
+ * and resets itself. Returns null when the platform makes none. Release it with ZU_destroy_event.
+ */
+ZU_API ZU_event* ZU_create_event(ZU_bool manual_reset);
+
+/* Ends the event; false when its handle could not be closed (the record is gone all the same). Null: true. */
+ZU_API ZU_bool ZU_destroy_event(ZU_event* event);
+
+ZU_API ZU_bool ZU_set_event(ZU_event* event);
+ZU_API ZU_bool ZU_reset_event(ZU_event* event);
+
+/* Waits up to a time-out in milliseconds. Returns 1 signalled, 0 timed out, -1 failed. */
+ZU_API int32_t ZU_wait_for_event(ZU_event* event, uint32_t timeout_ms);
+
+/*
+ * Waits for one of the events, or with wait_all for all at once. Returns k + 1 for the first signalled event number k
+ * (1 for all), 0 timed out, -1 failed: code 87 for a count of 0 or above 64, 6 for a bad event. Waiting for all
+ * takes no event before it can take every one.
+ */
+ZU_API int32_t ZU_wait_for_multiple_events(int32_t count, ZU_event* const* events, ZU_bool wait_all,
+                                           uint32_t timeout_ms);
+
+/* A counting semaphore. */
+typedef struct ZU_sem ZU_sem;
+
+/* A new semaphore; null with code 87 unless 0 <= initial <= maximum and 1 <= maximum. Release: ZU_sem_destroy. */
+ZU_API ZU_sem* ZU_sem_create(int32_t initial_count, int32_t maximum_count);
+
+/*
+ * Takes one from the count, waiting for it up to a time-out in milliseconds. False when that fails; *timed_out
+ * (may be null) is then 1 for a time-out, otherwise 0.
+ */
+ZU_API ZU_bool ZU_sem_wait(ZU_sem* sem, uint32_t timeout_ms, ZU_bool* timed_out);
+
+/* Adds one to the count; false with code 298 at the maximum. */
+ZU_API ZU_bool ZU_sem_post(ZU_sem* sem);
+
+/* Ends the semaphore; false when its handle could not be closed (the record is gone all the same). Null: true. */
+ZU_API ZU_bool ZU_sem_destroy(ZU_sem* sem);
+
+/* Add or subtract 1 in one indivisible step with a full barrier; return the new value. The cell is aligned to 4. */
+ZU_API int32_t ZU_atomic_inc_32(int32_t* cell);
+ZU_API int32_t ZU_atomic_dec_32(int32_t* cell);
+
+/* ---- Threads, sleeping and clocks --------------------------------------------------------------------------- */
+
+/* What a thread runs; its result is the thread's exit code. */
+typedef uint32_t (*ZU_thread_func)(void* argument);
+
+typedef struct ZU_thread ZU_thread;
+
+/*
+ * Start a thread at once; null with the platform's code when none can be made. A stack size of 0 bytes is the
+ * default. Every thread must be waited for, once: that is what releases it.
+ */
+ZU_API ZU_thread* ZU_thread_create(ZU_thread_func function, void* argument);
+ZU_API ZU_thread* ZU_thread_create_ex(ZU_thread_func function, void* argument, uint32_t stack_size_bytes);
+
+/* Waits for the end of a thread, gives its exit code (pointer may be null) and releases it. Returns 0, or -1 when the
+   wait failed. */
+ZU_API int32_t ZU_thread_wait_for_termination(ZU_thread* thread, uint32_t* exit_code);
+
+/* Suspends the thread; 0 gives up the rest of its time slice. */
+ZU_API void ZU_sleep(uint32_t milliseconds);
+
+/* Milliseconds since the system started. Wraps after 49.7 days: subtract unsigned. */
+ZU_API uint32_t ZU_get_tick_count(void);
+
+ZU_API uint32_t ZU_get_current_process_id(void);
+ZU_API uint32_t ZU_get_current_thread_id(void);
+
+/* ---- Named process locks ------------------------------------------------------------------------------------ */
+
+/* ---- Hash table --------------------------------------------------------------------------------------------- */
+
+/* ---- Dynamic array ------------------------------------------------------------------------------------------ */
+
+/* ---- Bounded queue ------------------------------------------------------------------------------------------ */
+
+/* ---- Path model and long paths ------------------------------------------------------------------------------ */
+
+/* ---- File handle I/O ---------------------------------------------------------------------------------------- */
+
+/* ---- Line reader -------------------------------------------------------------------------------------------- */
+
+/* ---- File status and directory enumeration ------------------------------------------------------------------ */
+
+/* ---- File-system operations --------------------------------------------------------------------------------- */
+
+/* ---- Log configuration -------------------------------------------------------------------------------------- */
+
+/* ---- Log record writer -------------------------------------------------------------------------------------- */
+
+/* ---- Log file management ------------------------------------------------------------------------------------ */
+
+/* ---- Tracing and message formatting ------------------------------------------------------------------------- */
+
+/* ---- Calendar time and conversions -------------------------------------------------------------------------- */
+/*
+ * Local times are those of the environment's zone (TZ, else the system's), read again on every call. Times from 1970
+ * to 2038-01-19 03:14:07 UTC convert; -1 stands for all others. Any thread.
+ */
+
+/* Reads the zone setting of the environment anew; the functions below do that themselves. */
+ZU_API void ZU_tzset(void);
+
+/* The current time. */
+ZU_API ZU_time_t ZU_time(void);
+
+/* The time of a local time, whose fields are carried into range in place; -1, and the record as it was, for a time
+   that does not convert. A negative tm_isdst lets the zone decide. */
+ZU_API ZU_time_t ZU_mktime(ZU_tm* local);
+
+/* The local time of a time; false, and a record of zeros, for one that does not convert. */
+ZU_API ZU_bool ZU_localtime(ZU_time_t time, ZU_tm* local);
+
+/*
+ * Reads year, month, day, hour, minute and optional second, separated by any of : - / \ and space, as in
+ * "2006-04-30 10:50:42"; what follows is ignored. Returns the time, or -1: a field is missing or out of range
+ * (fields read before it are stored), or the time does not convert.
+ */
+ZU_API ZU_time_t ZU_read_tm(const ZU_wchar* text, ZU_tm* local);
+ZU_API ZU_time_t ZU_read_time_t(const ZU_wchar* text);
+
+/* Write "2006-04-30 10:50:42" and a terminator into 20 characters. A time that does not convert: false, "". */
+ZU_API void ZU_write_tm(const ZU_tm* local, ZU_wchar* buffer);
+ZU_API ZU_bool ZU_write_time_t(ZU_time_t time, ZU_wchar* buffer);
+
+/*
+ * Between file times and times, by the zone's offset in force now, not at the date: in a zone with daylight saving, a
+ * summer's file time read in winter is an hour off, and back again exact. Fractions of a second are dropped. -1, and
+ * null, when a time does not convert.
+ */
+ZU_API ZU_time_t ZU_FILETIME_2_time_t(const FILETIME* file_time);
+ZU_API FILETIME* Zu_time_t_2_FILETIME(ZU_time_t time, FILETIME* file_time);
+
+/* ---- Holiday calendar --------------------------------------------------------------------------------------- */
+/*
+ * Days of the year, without a year, on which the timers that refer to the calendar do not fire. Its functions may be
+ * called from any thread, but for init and destroy. It must outlive its timers.
+ */
+
+typedef struct ZU_holiday {
+    uint32_t month; /* 1 to 12 */
+    uint32_t day;   /* 1 to 31 */
+} ZU_holiday;
+
+/* The caller's record; use the functions. */
+typedef struct ZU_timer_holidays {
+    ZU_lock_thread lock;
+    uint32_t capacity; /* entries allocated */
+    uint32_t count;    /* entries used */
+    ZU_holiday* entries;
+} ZU_timer_holidays;
+
+/* Makes the record an empty calendar. Always true. */
+ZU_API ZU_bool ZU_timer_holidays_init(ZU_timer_holidays* holidays);
+
+/* Releases the entries and zeroes the record. Null: nothing happens. */
+ZU_API void ZU_timer_holidays_destroy(ZU_timer_holidays* holidays);
+
+/* Adds a day; false when it is there already. The values are not checked. */
+ZU_API ZU_bool ZU_timer_holidays_add(ZU_timer_holidays* holidays, const ZU_holiday* holiday);
+
+/* Removes a day; false when it is not there. */
+ZU_API ZU_bool ZU_timer_holidays_del(ZU_timer_holidays* holidays, const ZU_holiday* holiday);
+
+/* Whether a day is there. */
+ZU_API ZU_bool ZU_timer_holidays_find(ZU_timer_holidays* holidays, const ZU_holiday* holiday);
+
+/* Gives a copy of all days in their order, in new memory at *entries (null for none); returns their number. */
+ZU_API uint32_t ZU_timer_holidays_get_all(ZU_timer_holidays* holidays, ZU_holiday** entries);
+
+/* Removes every day; returns how many there were. */
+ZU_API int32_t ZU_timer_holidays_clear(ZU_timer_holidays* holidays);
+
+ZU_API int32_t ZU_timer_holidays_count(ZU_timer_holidays* holidays);
+
+/* ---- Timer model -------------------------------------------------------------------------------------------- */
+/*
+ * A timer is a schedule: it says whether a firing is due at a time, and when the next one is. It runs nothing itself;
+ * a timer set does. One timer must not be used by two threads at once: while a set runs, call the operations of its
+ * timers only from a visitor of ZU_timer_set_enumerate.
+ */
+typedef struct ZU_timer ZU_timer;
+
+/* Numbers read from a list text such as "1,3;5": ascending, without repeats. */
+typedef struct ZU_int_list {
+    int32_t count;
+    int32_t* values; /* null for none */
+} ZU_int_list;
+
+/* What a kind of timer can do. */
+typedef struct ZU_timer_ops {
+    int32_t reserved; /* 16 */
+
+    /* 0 when a firing is due at now, not before low; `last` is then its scheduled time. -1 otherwise. */
+    int32_t (*due)(ZU_timer* timer, ZU_time_t low, ZU_time_t now);
+
+    /* The next scheduled time from the current time on; -1 when there is none, -2 when none lies in the years that
+       the search covers. Leaves the timer as it was. */
+    ZU_time_t (*next)(ZU_timer* timer);
+
+    /* Frees the timer and all it owns. Null: nothing happens. Not for a timer that a set owns. */
+    void (*destroy)(ZU_timer* timer);
+} ZU_timer_ops;
+
+/* The part that all kinds share; the kind's own fields follow. Read it, and change nothing but through functions. */
+struct ZU_timer {
+    const ZU_timer_ops* ops;
+    ZU_tm start;                     /* local; tm_isdst is -1 */
+    ZU_tm* end;                      /* local; null: no end */
+    ZU_time_t last;                  /* scheduled time of the latest firing; 0: none */
+    ZU_int_list excluded_months;     /* 1 to 12 */
+    ZU_int_list excluded_days;       /* -31 to 31; negative counts from the month's end */
+    ZU_int_list excluded_weekdays;   /* Monday = 1 to Sunday = 7 */
+    ZU_timer_holidays* holidays;     /* not owned; null: none */
+};
+
+/*
+ * The valid offset: a firing is due only up to this many seconds after its scheduled time; 0: however late. 60 at the
+ * start, one value for the process, seen by every timer at its next test. Set returns the value before.
+ */
+ZU_API int32_t ZU_timer_set_valid_offset_seconds(int32_t seconds);
+ZU_API int32_t ZU_timer_get_valid_offset_seconds(void);
+
+/* ---- Timer kinds -------------------------------------------------------------------------------------------- */
+/*
+ * Each makes a timer in new memory, released through its ops->destroy unless a timer set owns it; null when an
+ * argument is refused. Dates are texts as ZU_read_tm reads them; `end` (the last moment that may fire) and `last` (a
+ * firing that the caller has seen before) may be null or empty. Lists are numbers between any of | : ; , and values
+ * out of range are dropped; exclusion lists may be null or empty. Weekdays are Monday = 1 to Sunday = 7, negative days
+ * count from the month's end. `holidays` may be null; it must outlive the timer.
+ *
+ * Two properties to know in zones with daylight saving: a weekly timer with every_n_weeks above 1 counts seconds
+ * between instants, so it is silent while the other daylight-saving state than its start's holds; and the search for
+ * the next firing steps in whole UTC days from the start, so that with a valid offset it can skip a season.
+ */
+
+/* Every n days (1 or more) at the start's time of day. */
+ZU_API ZU_timer* ZU_timer_new_daily(const ZU_wchar* start, const ZU_wchar* end, const ZU_wchar* last,
+                                    int32_t every_n_days, const ZU_wchar* excluded_months,
+                                    const ZU_wchar* excluded_days, const ZU_wchar* excluded_weekdays,
+                                    ZU_timer_holidays* holidays);
+
+/* Every hours:minutes:seconds (1 second or more in all) from the start; not in an excluded hour (0 to 24, 24 = 0). */
+ZU_API ZU_timer* ZU_timer_new_interval(const ZU_wchar* start, const ZU_wchar* end, const ZU_wchar* last,
+                                       int32_t hours, int32_t minutes, int32_t seconds,
+                                       const ZU_wchar* excluded_hours, const ZU_wchar* excluded_months,
+                                       const ZU_wchar* excluded_days, const ZU_wchar* excluded_weekdays,
+                                       ZU_timer_holidays* holidays);
+
+/* On the listed weekdays of every n-th week (1 or more), Monday to Sunday, counted from the start's. */
+ZU_API ZU_timer* ZU_timer_new_weekly(const ZU_wchar* start, const ZU_wchar* end, const ZU_wchar* last,
+                                     const ZU_wchar* weekdays, int32_t every_n_weeks,
+                                     const ZU_wchar* excluded_months, const ZU_wchar* excluded_days,
+                                     ZU_timer_holidays* holidays);
+
+/* On the listed days of the month, -31 to 31. */
+ZU_API ZU_timer* ZU_timer_new_monthly(const ZU_wchar* start, const ZU_wchar* end, const ZU_wchar* last,
+                                      const ZU_wchar* days, const ZU_wchar* excluded_months,
+                                      const ZU_wchar* excluded_weekdays, ZU_timer_holidays* holidays);
+
+/* On the listed weekdays of one calendar week of the month: 1 holds the 1st, -1 the last day; not 0. */
+ZU_API ZU_timer* ZU_timer_new_week_of_month(const ZU_wchar* start, const ZU_wchar* end, const ZU_wchar* last,
+                                            int32_t week, const ZU_wchar* weekdays,
+                                            const ZU_wchar* excluded_months, const ZU_wchar* excluded_days,
+                                            ZU_timer_holidays* holidays);
+
+/* On one occurrence in the month of each listed weekday: 1 the first, -1 the last; not 0. */
+ZU_API ZU_timer* ZU_timer_new_weekday_of_month(const ZU_wchar* start, const ZU_wchar* end, const ZU_wchar* last,
+                                               int32_t occurrence, const ZU_wchar* weekdays,
+                                               const ZU_wchar* excluded_months, const ZU_wchar* excluded_days,
+                                               ZU_timer_holidays* holidays);
+
+/* ---- Timer set ---------------------------------------------------------------------------------------------- */
+/*
+ * A list of timers with the caller's data and callbacks, and one thread that tests them and calls back. The functions
+ * may be called from any thread, but for init and destroy; they wait while a scan runs. Callbacks run on the set's
+ * thread with its lock held: they may add, find, count and enumerate, and remove other entries, but must not remove
+ * their own, nor shut the set down, destroy it, or ask it to run one now. Lock order: set, then holiday calendar.
+ */
+
+/* Called when a timer's firing is due (timer->last is its scheduled time), or on a run-now request. */
+typedef void (*ZU_timer_callback)(void* user_data, ZU_timer* timer);
+
+/* 0 when an entry's user data matches the key. */
+typedef int32_t (*ZU_timer_compare)(void* user_data, const void* key);
+
+/* Called once for the user data of every entry that is removed. */
+typedef void (*ZU_timer_free)(void* user_data);
+
+/* Sees every entry: 1 stops the walk, 2 removes the entry and goes on, anything else goes on. */
+typedef int32_t (*ZU_timer_visitor)(void* context, ZU_timer* timer, void* user_data, ZU_timer_callback callback);
+
+/* Links of the list of entries. */
+typedef struct ZU_timer_link {
+    struct ZU_timer_link* next;
+    struct ZU_timer_link* previous;
+} ZU_timer_link;
+
+/* The caller's record; use the functions. */
+typedef struct ZU_timer_set {
+    ZU_lock_thread lock;
+    ZU_timer_link entries;
+    ZU_thread* thread;    /* null: not started */
+    uint8_t stop;         /* 1 asks the thread to end */
+    ZU_time_t low_mark;   /* no firing scheduled before it is made up */
+    uint32_t period;      /* seconds between two scans */
+    int32_t count;
+    ZU_timer_compare compare;
+    ZU_timer_free free;
+    struct ZU_timer_entry* run_now; /* the entry that is asked to run at once, or null */
+} ZU_timer_set;
+
+/*
+ * Makes the record an empty, idle set. The period is seconds between scans (0: back to back, and no run-now request is
+ * served); keep it below the valid offset, or firings are missed. `free` may be null; without `compare`, del and
+ * find must not be called.
+ */
+ZU_API void ZU_timer_set_init(ZU_timer_set* set, uint32_t period_seconds, ZU_timer_compare compare,
+                              ZU_timer_free free);
+
+/* Stops the thread, removes every entry and zeroes the record. Null: nothing happens. */
+ZU_API void ZU_timer_set_destroy(ZU_timer_set* set);
+
+/* Adds a timer at the end; the set owns it from here on. A null timer is ignored. */
+ZU_API void ZU_timer_set_add(ZU_timer_set* set, ZU_timer* timer, void* user_data, ZU_timer_callback callback);
+
+/* Removes every entry that matches the key; returns how many. */
+ZU_API int32_t ZU_timer_set_del(ZU_timer_set* set, const void* key);
+
+/* The number of entries that match the key. */
+ZU_API int32_t ZU_timer_set_find(ZU_timer_set* set, const void* key);
+
+/* Removes every entry; returns how many. */
+ZU_API uint32_t ZU_timer_set_clear(ZU_timer_set* set);
+
+/* The number of entries, read without waiting. */
+ZU_API int32_t ZU_timer_set_count(ZU_timer_set* set);
+
+/* Shows every entry to the visitor, in the order in which they were added. */
+ZU_API void ZU_timer_set_enumerate(ZU_timer_set* set, ZU_timer_visitor visitor, void* context);
+
+/* Starts the thread, unless it runs; firings scheduled before are not made up. False with the platform's code. */
+ZU_API ZU_bool ZU_timer_set_startup(ZU_timer_set* set);
+
+/* Ends the thread after the entry that it is testing and waits for that. Without a thread nothing happens. */
+ZU_API void ZU_timer_set_shutdown(ZU_timer_set* set);
+
+/* Whether the thread exists. */
+ZU_API ZU_bool ZU_timer_set_alive(ZU_timer_set* set);
+
+/*
+ * Asks the thread to call a timer's callback at once, whatever its schedule: within about 200 milliseconds, or after
+ * the scan that runs. Waits while another request is pending. A timer that is not in the set is ignored.
+ */
+ZU_API void ZU_timer_set_run_now(ZU_timer_set* set, ZU_timer* timer);
+
+/* ---- Socket wrappers and address helpers -------------------------------------------------------------------- */
+
+/* ---- Port test ---------------------------------------------------------------------------------------------- */
+
+/* ---- Transport objects -------------------------------------------------------------------------------------- */
+
+/* ---- Registry reads ----------------------------------------------------------------------------------------- */
+
+/* ---- Service control ---------------------------------------------------------------------------------------- */
+
+/* ---- Accounts, groups and privileges ------------------------------------------------------------------------ */
+
+/* ---- Password validation ------------------------------------------------------------------------------------ */
+
+/* ---- Operating-system description --------------------------------------------------------------------------- */
+
+/* ---- Dynamic library loading -------------------------------------------------------------------------------- */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

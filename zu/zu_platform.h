@@ -1,0 +1,347 @@
+/*
+ * zu_platform.h - what callers of zu meet of the platform, for systems that are not the platform.
+ *
+ * On the native platform its own headers give all of this; elsewhere zu.h includes this file. It holds the
+ * per-thread last-error code, the codes that it can hold, and the platform's types that cross the interface.
+ */
+#ifndef ZU_ZU_PLATFORM_H
+#define ZU_ZU_PLATFORM_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- The last-error code ------------------------------------------------------------------------------------ */
+
+/* The address of the calling thread's last-error code: valid until the thread ends, for that thread only. */
+__attribute__((visibility("default"))) uint32_t* zu_platform_last_error(void);
+
+/* The reason of the latest failure on this thread. A call that succeeds leaves it alone, as a rule. */
+static inline uint32_t GetLastError(void) {
+    return *zu_platform_last_error();
+}
+
+/* Sets the code that GetLastError gives on this thread. */
+static inline void SetLastError(uint32_t code) {
+    *zu_platform_last_error() = code;
+}
+
+/* ---- File times --------------------------------------------------------------------------------------------- */
+
+/* A count of 100-nanosecond units since 1601-01-01 00:00:00 UTC, the low half first. */
+typedef struct FILETIME {
+    uint32_t dwLowDateTime;
+    uint32_t dwHighDateTime;
+} FILETIME;
+
+/* ---- Calendar time ------------------------------------------------------------------------------------------ */
+
+/* Broken-down local time: the runtime record of the platform, nine fields of 32 bits under their standard names. */
+typedef struct ZU_tm {
+    int32_t tm_sec;   /* 0 to 59 */
+    int32_t tm_min;   /* 0 to 59 */
+    int32_t tm_hour;  /* 0 to 23 */
+    int32_t tm_mday;  /* 1 to 31 */
+    int32_t tm_mon;   /* 0 to 11 */
+    int32_t tm_year;  /* years since 1900 */
+    int32_t tm_wday;  /* 0 to 6, Sunday = 0 */
+    int32_t tm_yday;  /* 0 to 365 */
+    int32_t tm_isdst; /* positive: daylight saving; 0: standard time; negative: to be found out */
+} ZU_tm;
+
+/* ---- Last-error codes --------------------------------------------------------------------------------------- */
+
+#define ERROR_SUCCESS                           0
+#define ERROR_INVALID_FUNCTION                  1
+#define ERROR_FILE_NOT_FOUND                    2
+#define ERROR_PATH_NOT_FOUND                    3
+#define ERROR_TOO_MANY_OPEN_FILES               4
+#define ERROR_ACCESS_DENIED                     5
+#define ERROR_INVALID_HANDLE                    6
+#define ERROR_ARENA_TRASHED                     7
+#define ERROR_NOT_ENOUGH_MEMORY                 8
+#define ERROR_INVALID_BLOCK                     9
+#define ERROR_BAD_ENVIRONMENT                   10
+#define ERROR_BAD_FORMAT                        11
+#define ERROR_INVALID_ACCESS                    12
+#define ERROR_INVALID_DATA                      13
+#define ERROR_OUTOFMEMORY                       14
+#define ERROR_INVALID_DRIVE                     15
+#define ERROR_CURRENT_DIRECTORY                 16
+#define ERROR_NOT_SAME_DEVICE                   17
+#define ERROR_NO_MORE_FILES                     18
+#define ERROR_WRITE_PROTECT                     19
+#define ERROR_BAD_UNIT                          20
+#define ERROR_NOT_READY                         21
+#define ERROR_BAD_COMMAND                       22
+#define ERROR_CRC                               23
+#define ERROR_BAD_LENGTH                        24
+#define ERROR_SEEK                              25
+#define ERROR_NOT_DOS_DISK                      26
+#define ERROR_SECTOR_NOT_FOUND                  27
+#define ERROR_OUT_OF_PAPER                      28
+#define ERROR_WRITE_FAULT                       29
+#define ERROR_READ_FAULT                        30
+#define ERROR_GEN_FAILURE                       31
+#define ERROR_SHARING_VIOLATION                 32
+#define ERROR_LOCK_VIOLATION                    33
+#define ERROR_SHARING_BUFFER_EXCEEDED           36
+#define ERROR_HANDLE_EOF                        38
+#define ERROR_HANDLE_DISK_FULL                  39
+#define ERROR_NOT_SUPPORTED                     50
+#define ERROR_REM_NOT_LIST                      51
+#define ERROR_DUP_NAME                          52
+#define ERROR_BAD_NETPATH                       53
+#define ERROR_NETWORK_BUSY                      54
+#define ERROR_DEV_NOT_EXIST                     55
+#define ERROR_ADAP_HDW_ERR                      57
+#define ERROR_BAD_NET_RESP                      58
+#define ERROR_UNEXP_NET_ERR                     59
+#define ERROR_NETNAME_DELETED                   64
+#define ERROR_NETWORK_ACCESS_DENIED             65
+#define ERROR_BAD_NET_NAME                      67
+#define ERROR_FILE_EXISTS                       80
+#define ERROR_CANNOT_MAKE                       82
+#define ERROR_OUT_OF_STRUCTURES                 84
+#define ERROR_ALREADY_ASSIGNED                  85
+#define ERROR_INVALID_PASSWORD                  86
+#define ERROR_INVALID_PARAMETER                 87
+#define ERROR_NO_PROC_SLOTS                     89
+#define ERROR_SEM_OWNER_DIED                    105
+#define ERROR_DRIVE_LOCKED                      108
+#define ERROR_BROKEN_PIPE                       109
+#define ERROR_OPEN_FAILED                       110
+#define ERROR_BUFFER_OVERFLOW                   111
+#define ERROR_DISK_FULL                         112
+#define ERROR_INVALID_CATEGORY                  117
+#define ERROR_CALL_NOT_IMPLEMENTED              120
+#define ERROR_SEM_TIMEOUT                       121
+#define ERROR_INSUFFICIENT_BUFFER               122
+#define ERROR_INVALID_NAME                      123
+#define ERROR_INVALID_LEVEL                     124
+#define ERROR_MOD_NOT_FOUND                     126
+#define ERROR_PROC_NOT_FOUND                    127
+#define ERROR_WAIT_NO_CHILDREN                  128
+#define ERROR_DIRECT_ACCESS_HANDLE              130
+#define ERROR_NEGATIVE_SEEK                     131
+#define ERROR_SEEK_ON_DEVICE                    132
+#define ERROR_BUSY_DRIVE                        142
+#define ERROR_DIR_NOT_ROOT                      144
+#define ERROR_DIR_NOT_EMPTY                     145
+#define ERROR_LABEL_TOO_LONG                    154
+#define ERROR_NOT_LOCKED                        158
+#define ERROR_BAD_ARGUMENTS                     160
+#define ERROR_BAD_PATHNAME                      161
+#define ERROR_MAX_THRDS_REACHED                 164
+#define ERROR_LOCK_FAILED                       167
+#define ERROR_BUSY                              170
+#define ERROR_ALREADY_EXISTS                    183
+#define ERROR_SEM_NOT_FOUND                     187
+#define ERROR_BAD_EXE_FORMAT                    193
+#define ERROR_INVALID_AT_INTERRUPT_TIME         196
+#define ERROR_ENVVAR_NOT_FOUND                  203
+#define ERROR_NO_SIGNAL_SENT                    205
+#define ERROR_FILENAME_EXCED_RANGE              206
+#define ERROR_META_EXPANSION_TOO_LONG           208
+#define ERROR_BAD_PIPE                          230
+#define ERROR_PIPE_BUSY                         231
+#define ERROR_NO_DATA                           232
+#define ERROR_PIPE_NOT_CONNECTED                233
+#define ERROR_MORE_DATA                         234
+#define ERROR_VC_DISCONNECTED                   240
+#define ERROR_INVALID_EA_NAME                   254
+#define ERROR_EA_LIST_INCONSISTENT              255
+#define WAIT_TIMEOUT                            258
+#define ERROR_NO_MORE_ITEMS                     259
+#define ERROR_CANNOT_COPY                       266
+#define ERROR_DIRECTORY                         267
+#define ERROR_EAS_NOT_SUPPORTED                 282
+#define ERROR_NOT_OWNER                         288
+#define ERROR_TOO_MANY_POSTS                    298
+#define ERROR_PARTIAL_COPY                      299
+#define ERROR_MR_MID_NOT_FOUND                  317
+#define ERROR_INVALID_ADDRESS                   487
+#define ERROR_ARITHMETIC_OVERFLOW               534
+#define ERROR_PIPE_CONNECTED                    535
+#define ERROR_EA_ACCESS_DENIED                  994
+#define ERROR_OPERATION_ABORTED                 995
+#define ERROR_IO_INCOMPLETE                     996
+#define ERROR_IO_PENDING                        997
+#define ERROR_NOACCESS                          998
+#define ERROR_STACK_OVERFLOW                    1001
+#define ERROR_CAN_NOT_COMPLETE                  1003
+#define ERROR_INVALID_FLAGS                     1004
+#define ERROR_UNRECOGNIZED_VOLUME               1005
+#define ERROR_FILE_INVALID                      1006
+#define ERROR_NO_TOKEN                          1008
+#define ERROR_BADDB                             1009
+#define ERROR_BADKEY                            1010
+#define ERROR_CANTOPEN                          1011
+#define ERROR_CANTREAD                          1012
+#define ERROR_CANTWRITE                         1013
+#define ERROR_REGISTRY_CORRUPT                  1015
+#define ERROR_REGISTRY_IO_FAILED                1016
+#define ERROR_KEY_DELETED                       1018
+#define ERROR_CHILD_MUST_BE_VOLATILE            1021
+#define ERROR_DEPENDENT_SERVICES_RUNNING        1051
+#define ERROR_INVALID_SERVICE_CONTROL           1052
+#define ERROR_SERVICE_REQUEST_TIMEOUT           1053
+#define ERROR_SERVICE_NO_THREAD                 1054
+#define ERROR_SERVICE_DATABASE_LOCKED           1055
+#define ERROR_SERVICE_ALREADY_RUNNING           1056
+#define ERROR_INVALID_SERVICE_ACCOUNT           1057
+#define ERROR_SERVICE_DISABLED                  1058
+#define ERROR_CIRCULAR_DEPENDENCY               1059
+#define ERROR_SERVICE_DOES_NOT_EXIST            1060
+#define ERROR_SERVICE_CANNOT_ACCEPT_CTRL        1061
+#define ERROR_SERVICE_NOT_ACTIVE                1062
+#define ERROR_FAILED_SERVICE_CONTROLLER_CONNECT 1063
+#define ERROR_EXCEPTION_IN_SERVICE              1064
+#define ERROR_DATABASE_DOES_NOT_EXIST           1065
+#define ERROR_SERVICE_SPECIFIC_ERROR            1066
+#define ERROR_PROCESS_ABORTED                   1067
+#define ERROR_SERVICE_DEPENDENCY_FAIL           1068
+#define ERROR_SERVICE_LOGON_FAILED              1069
+#define ERROR_SERVICE_START_HANG                1070
+#define ERROR_INVALID_SERVICE_LOCK              1071
+#define ERROR_SERVICE_MARKED_FOR_DELETE         1072
+#define ERROR_SERVICE_EXISTS                    1073
+#define ERROR_ALREADY_RUNNING_LKG               1074
+#define ERROR_SERVICE_DEPENDENCY_DELETED        1075
+#define ERROR_SERVICE_NEVER_STARTED             1077
+#define ERROR_DUPLICATE_SERVICE_NAME            1078
+#define ERROR_DIFFERENT_SERVICE_ACCOUNT         1079
+#define ERROR_SERVICE_NOT_IN_EXE                1083
+#define ERROR_MEDIA_CHANGED                     1110
+#define ERROR_NO_MEDIA_IN_DRIVE                 1112
+#define ERROR_NO_UNICODE_TRANSLATION            1113
+#define ERROR_DLL_INIT_FAILED                   1114
+#define ERROR_SHUTDOWN_IN_PROGRESS              1115
+#define ERROR_IO_DEVICE                         1117
+#define ERROR_NOT_ENOUGH_SERVER_MEMORY          1130
+#define ERROR_POSSIBLE_DEADLOCK                 1131
+#define ERROR_TOO_MANY_LINKS                    1142
+#define ERROR_NO_ASSOCIATION                    1155
+#define ERROR_DLL_NOT_FOUND                     1157
+#define ERROR_DEVICE_NOT_CONNECTED              1167
+#define ERROR_NOT_FOUND                         1168
+#define ERROR_SESSION_CREDENTIAL_CONFLICT       1219
+#define ERROR_CANCELLED                         1223
+#define ERROR_CONNECTION_REFUSED                1225
+#define ERROR_GRACEFUL_DISCONNECT               1226
+#define ERROR_CONNECTION_INVALID                1229
+#define ERROR_NETWORK_UNREACHABLE               1231
+#define ERROR_HOST_UNREACHABLE                  1232
+#define ERROR_PROTOCOL_UNREACHABLE              1233
+#define ERROR_PORT_UNREACHABLE                  1234
+#define ERROR_REQUEST_ABORTED                   1235
+#define ERROR_CONNECTION_ABORTED                1236
+#define ERROR_RETRY                             1237
+#define ERROR_NOT_AUTHENTICATED                 1244
+#define ERROR_NOT_LOGGED_ON                     1245
+#define ERROR_NOT_ALL_ASSIGNED                  1300
+#define ERROR_SOME_NOT_MAPPED                   1301
+#define ERROR_UNKNOWN_REVISION                  1305
+#define ERROR_REVISION_MISMATCH                 1306
+#define ERROR_INVALID_OWNER                     1307
+#define ERROR_INVALID_PRIMARY_GROUP             1308
+#define ERROR_NO_IMPERSONATION_TOKEN            1309
+#define ERROR_NO_LOGON_SERVERS                  1311
+#define ERROR_NO_SUCH_LOGON_SESSION             1312
+#define ERROR_NO_SUCH_PRIVILEGE                 1313
+#define ERROR_PRIVILEGE_NOT_HELD                1314
+#define ERROR_INVALID_ACCOUNT_NAME              1315
+#define ERROR_USER_EXISTS                       1316
+#define ERROR_NO_SUCH_USER                      1317
+#define ERROR_GROUP_EXISTS                      1318
+#define ERROR_NO_SUCH_GROUP                     1319
+#define ERROR_WRONG_PASSWORD                    1323
+#define ERROR_LOGON_FAILURE                     1326
+#define ERROR_ACCOUNT_RESTRICTION               1327
+#define ERROR_INVALID_LOGON_HOURS               1328
+#define ERROR_INVALID_WORKSTATION               1329
+#define ERROR_PASSWORD_EXPIRED                  1330
+#define ERROR_ACCOUNT_DISABLED                  1331
+#define ERROR_NONE_MAPPED                       1332
+#define ERROR_INVALID_ACL                       1336
+#define ERROR_INVALID_SID                       1337
+#define ERROR_INVALID_SECURITY_DESCR            1338
+#define ERROR_BAD_IMPERSONATION_LEVEL           1346
+#define ERROR_BAD_TOKEN_TYPE                    1349
+#define ERROR_NO_SECURITY_ON_OBJECT             1350
+#define ERROR_NO_SUCH_DOMAIN                    1355
+#define ERROR_INTERNAL_ERROR                    1359
+#define ERROR_LOGON_TYPE_NOT_GRANTED            1385
+#define ERROR_FILE_CORRUPT                      1392
+#define ERROR_DISK_CORRUPT                      1393
+#define ERROR_NO_SYSTEM_RESOURCES               1450
+#define ERROR_WORKING_SET_QUOTA                 1453
+#define ERROR_COMMITMENT_LIMIT                  1455
+#define ERROR_TIMEOUT                           1460
+#define RPC_S_SERVER_UNAVAILABLE                1722
+#define ERROR_INVALID_USER_BUFFER               1784
+#define ERROR_ACCOUNT_EXPIRED                   1793
+#define ERROR_PASSWORD_MUST_CHANGE              1907
+#define ERROR_ACCOUNT_LOCKED_OUT                1909
+#define ERROR_CANT_ACCESS_FILE                  1920
+#define ERROR_CANT_RESOLVE_FILENAME             1921
+#define WSAEINTR                                10004
+#define WSAEBADF                                10009
+#define WSAEACCES                               10013
+#define WSAEFAULT                               10014
+#define WSAEINVAL                               10022
+#define WSAEMFILE                               10024
+#define WSAEWOULDBLOCK                          10035
+#define WSAEINPROGRESS                          10036
+#define WSAEALREADY                             10037
+#define WSAENOTSOCK                             10038
+#define WSAEDESTADDRREQ                         10039
+#define WSAEMSGSIZE                             10040
+#define WSAEPROTOTYPE                           10041
+#define WSAENOPROTOOPT                          10042
+#define WSAEPROTONOSUPPORT                      10043
+#define WSAESOCKTNOSUPPORT                      10044
+#define WSAEOPNOTSUPP                           10045
+#define WSAEPFNOSUPPORT                         10046
+#define WSAEAFNOSUPPORT                         10047
+#define WSAEADDRINUSE                           10048
+#define WSAEADDRNOTAVAIL                        10049
+#define WSAENETDOWN                             10050
+#define WSAENETUNREACH                          10051
+#define WSAENETRESET                            10052
+#define WSAECONNABORTED                         10053
+#define WSAECONNRESET                           10054
+#define WSAENOBUFS                              10055
+#define WSAEISCONN                              10056
+#define WSAENOTCONN                             10057
+#define WSAESHUTDOWN                            10058
+#define WSAETOOMANYREFS                         10059
+#define WSAETIMEDOUT                            10060
+#define WSAECONNREFUSED                         10061
+#define WSAELOOP                                10062
+#define WSAENAMETOOLONG                         10063
+#define WSAEHOSTDOWN                            10064
+#define WSAEHOSTUNREACH                         10065
+#define WSAENOTEMPTY                            10066
+#define WSAEPROCLIM                             10067
+#define WSAEUSERS                               10068
+#define WSAEDQUOT                               10069
+#define WSAESTALE                               10070
+#define WSAEREMOTE                              10071
+#define WSASYSNOTREADY                          10091
+#define WSAVERNOTSUPPORTED                      10092
+#define WSANOTINITIALISED                       10093
+#define WSAEDISCON                              10101
+#define WSATYPE_NOT_FOUND                       10109
+#define WSAHOST_NOT_FOUND                       11001
+#define WSATRY_AGAIN                            11002
+#define WSANO_RECOVERY                          11003
+#define WSANO_DATA                              11004
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
