@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include <process.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
 #include <wchar.h>
@@ -57,6 +58,35 @@ using ::GetCurrentProcessId;
 using ::GetCurrentThreadId;
 using ::GetTickCount;
 using ::Sleep;
+
+using ::CreateDirectoryW;
+using ::CreateFileW;
+using ::DeleteFileW;
+using ::FindClose;
+using ::FindFirstFileW;
+using ::FindNextFileW;
+using ::FlushFileBuffers;
+using ::GetCurrentDirectoryW;
+using ::GetDriveTypeW;
+using ::GetFileAttributesW;
+using ::GetFileSizeEx;
+using ::GetFileTime;
+using ::GetModuleFileNameW;
+using ::GetVolumeInformationW;
+using ::LARGE_INTEGER;
+using ::MoveFileExW;
+using ::QueryDosDeviceW;
+using ::ReadFile;
+using ::RemoveDirectoryW;
+using ::SECURITY_ATTRIBUTES;
+using ::SetEndOfFile;
+using ::SetFileAttributesW;
+using ::SetFilePointerEx;
+using ::SetFileTime;
+using ::WIN32_FIND_DATAW;
+using ::WriteFile;
+using ::_wfopen;
+using ::fclose;
 
 using ::FileTimeToLocalFileTime;
 using ::FileTimeToSystemTime;

@@ -9,6 +9,10 @@
 
 #include <stdint.h>
 
+#ifndef __cplusplus
+#include <uchar.h>
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -35,6 +39,33 @@ typedef struct FILETIME {
     uint32_t dwLowDateTime;
     uint32_t dwHighDateTime;
 } FILETIME;
+
+/* ---- Directory entries -------------------------------------------------------------------------------------- */
+
+/* The bits of an entry's attributes. NORMAL stands alone: it says that no other bit is set. */
+#define FILE_ATTRIBUTE_READONLY  0x1u
+#define FILE_ATTRIBUTE_HIDDEN    0x2u
+#define FILE_ATTRIBUTE_SYSTEM    0x4u
+#define FILE_ATTRIBUTE_DIRECTORY 0x10u
+#define FILE_ATTRIBUTE_ARCHIVE   0x20u
+#define FILE_ATTRIBUTE_NORMAL    0x80u
+#define FILE_ATTRIBUTE_TEMPORARY 0x100u
+#define FILE_ATTRIBUTE_NOT_CONTENT_INDEXED 0x2000u
+#define INVALID_FILE_ATTRIBUTES  0xFFFFFFFFu
+
+/* What a search reports of one entry. The name is terminated; there is never an alternate name here. */
+typedef struct WIN32_FIND_DATAW {
+    uint32_t dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    uint32_t nFileSizeHigh;
+    uint32_t nFileSizeLow;
+    uint32_t dwReserved0;
+    uint32_t dwReserved1;
+    char16_t cFileName[260];
+    char16_t cAlternateFileName[14];
+} WIN32_FIND_DATAW;
 
 /* ---- Calendar time ------------------------------------------------------------------------------------------ */
 
