@@ -74,8 +74,8 @@ const error_text* find_text(DWORD code) {
     if ((code & wrapped_code_mask) == wrapped_code)
         code &= 0xFFFFu;
     const error_text* end = error_texts + error_text_count;
-    const error_text* at = std::lower_bound(error_texts, end, code,
-                                            [](const error_text& row, DWORD wanted) { return row.code < wanted; });
+    const error_text* at = std::lower_bound(
+        error_texts, end, code, [](const error_text& row, DWORD wanted) { return row.code < wanted; });
     return at != end && at->code == code ? at : nullptr;
 }
 

@@ -58,11 +58,12 @@ TEST(lifecycle, the_build_stamp_has_its_fixed_shape) {
 TEST(error_text, every_code_that_a_server_meets_daily_has_one) {
     const struct {
         uint32_t first, last;
-    } spans[] = {{1, 19},      {32, 33},     {50, 50},       {80, 80},       {87, 87},       {109, 109},
-                 {111, 112},   {122, 123},   {126, 127},     {145, 145},     {183, 183},     {193, 193},
-                 {206, 206},   {234, 234},   {258, 258},     {267, 267},     {995, 998},     {1053, 1073},
-                 {1300, 1300}, {1312, 1314}, {1326, 1326},   {1332, 1332},   {1460, 1460},   {1722, 1722},
-                 {10004, 10004}, {10009, 10009}, {10013, 10014}, {10022, 10022}, {10024, 10024}, {10035, 10065},
+    } spans[] = {{1, 19},        {32, 33},       {50, 50},       {80, 80},       {87, 87},
+                 {109, 109},     {111, 112},     {122, 123},     {126, 127},     {145, 145},
+                 {183, 183},     {193, 193},     {206, 206},     {234, 234},     {258, 258},
+                 {267, 267},     {995, 998},     {1053, 1073},   {1300, 1300},   {1312, 1314},
+                 {1326, 1326},   {1332, 1332},   {1460, 1460},   {1722, 1722},   {10004, 10004},
+                 {10009, 10009}, {10013, 10014}, {10022, 10022}, {10024, 10024}, {10035, 10065},
                  {11001, 11004}};
     std::set<std::u16string> seen;
     for (const auto& span : spans) {
@@ -81,13 +82,16 @@ TEST(error_text, unknown_codes_and_short_buffers_fail_with_their_codes) {
         EXPECT_EQ(ZU_get_error_msg(code), nullptr) << code;
         EXPECT_EQ(GetLastError(), 317u) << code;
     }
-    EXPECT_EQ(taken(ZU_get_error_msg(0x80070005)), taken(ZU_get_error_msg(5))) << "the wrapped form of a code";
+    EXPECT_EQ(taken(ZU_get_error_msg(0x80070005)), taken(ZU_get_error_msg(5)))
+        << "the wrapped form of a code";
 
     ZU_wchar buffer[64];
-    const uint32_t whole = platform::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 2, 0, buffer, 64, nullptr);
+    const uint32_t whole =
+        platform::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 2, 0, buffer, 64, nullptr);
     ASSERT_GT(whole, 2u);
     EXPECT_EQ(std::u16string(buffer + whole - 2), u"\r\n");
-    EXPECT_EQ(platform::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 2, 0, buffer, whole, nullptr), 0u);
+    EXPECT_EQ(platform::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 2, 0, buffer, whole, nullptr),
+              0u);
     EXPECT_EQ(GetLastError(), 122u);
 }
 
@@ -135,13 +139,13 @@ TEST(memory, exhaustion_writes_one_line_and_aborts) {
     const struct {
         allocator which;
         unsigned long reported;
-    } rows[] = {{allocator::malloc, 3221225472ul}, {allocator::calloc, 3221225472ul},
-                {allocator::calloc_wraps, 0ul},    {allocator::realloc, 3221225472ul},
+    } rows[] = {{allocator::malloc, 3221225472ul},     {allocator::calloc, 3221225472ul},
+                {allocator::calloc_wraps, 0ul},        {allocator::realloc, 3221225472ul},
                 {allocator::malloc_dbg, 3221225472ul}, {allocator::strdup, 209715202ul}};
     for (const auto& row : rows) {
         char expected[128];
-        std::snprintf(expected, sizeof expected, "error (ZU_memory):Failed to allocate memory. size:%lu. errno:12.\n",
-                      row.reported);
+        std::snprintf(expected, sizeof expected,
+                      "error (ZU_memory):Failed to allocate memory. size:%lu. errno:12.\n", row.reported);
         const zu_test::outcome standard = zu_test::run_child([&] { exhaust(row.which); });
         EXPECT_EQ(standard.signal, SIGABRT);
         EXPECT_EQ(standard.error_output, expected);

@@ -58,9 +58,9 @@ const ZU_wchar* ZU_compilation_timestamp() {
 
 ZU_wchar* ZU_get_error_msg(uint32_t code) {
     ZU_wchar* message = nullptr;
-    const platform::DWORD length = platform::FormatMessageW(
-        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code, users_default_language,
-        reinterpret_cast<ZU_wchar*>(&message), 0, nullptr);
+    const platform::DWORD length =
+        platform::FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, code,
+                                 users_default_language, reinterpret_cast<ZU_wchar*>(&message), 0, nullptr);
     if (length == 0 || !message)
         return nullptr;
     ZU_wchar* copy = ZU_strdup(message);
