@@ -129,6 +129,15 @@ ZU_API void ZU_memory_set_error_fp(FILE* stream);
 /* Kept for programs that call it; changes nothing. */
 ZU_API void ZU_memory_set_assert_size(uint32_t bytes);
 
+/*
+ * Opens a C stream by a wide path. Mode: r, w or a, then any of + b t c n S R T N x; no line end is changed in any of
+ * them. The file is shared for everything. Null with errno and the last-error code set; EINVAL for another mode.
+ */
+ZU_API FILE* ZU_fopen(const ZU_wchar* path, const ZU_wchar* mode);
+
+/* Closes the stream; 0, or EOF with errno set. */
+ZU_API int32_t ZU_fclose(FILE* stream);
+
 /* ---- Growable string ---------------------------------------------------------------------------------------- */
 /*
  * A ZU_s points at the first character of an ordinary terminated text; its header lies before it. Null is the empty
@@ -221,6 +230,57 @@ ZU_API int32_t ZU_s_format_message(ZU_s* s, const ZU_wchar* message, ...);
 ZU_API int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list arguments);
 
 /* ---- Fixed-capacity string and byte buffer ------------------------------------------------------------------ */
+/*
+ * Two records in the caller's storage; all zero is the empty value of both, and must stand there before the first
+ * call. None of these functions fails or touches the last-error code.
+ */
+
+/* A text that is set now and then and read often, in a block sized for it. */
+typedef struct ZU_fixed_s {
+    uint32_t length; /* characters */
+    ZU_wchar* text;  /* terminated; null when length is 0 */
+} ZU_fixed_s;
+
+/* Assigns a text to a record that is zero or in use; null: the empty text. */
+ZU_API void ZU_fixed_s_create(ZU_fixed_s* s, const ZU_wchar* text);
+
+/* Makes the record a copy of the text. Its block is kept when the text that it held was not shorter. */
+ZU_API void ZU_fixed_s_assign(ZU_fixed_s* s, const ZU_wchar* text);
+ZU_API void ZU_fixed_s_assign_s(ZU_fixed_s* s, const ZU_fixed_s* source);
+
+/* Frees the text; the record is empty and can be used again. */
+ZU_API void ZU_fixed_s_destroy(ZU_fixed_s* s);
+
+/*
+ * Writes the text into a block in new memory at *buffer: a 32-bit count of bytes, the least significant first, then
+ * the bytes in a narrow encoding (ZU_ENCODING_...), no terminator. Returns the block's size in bytes.
+ */
+ZU_API int32_t ZU_fixed_s_to_buffer(const ZU_fixed_s* s, uint32_t encoding, uint8_t** buffer);
+
+/* A block of bytes and its size. It does not know how many are in use: calls that may move it are told. */
+typedef struct ZU_buf {
+    uint8_t* data;     /* null at first */
+    uint32_t capacity; /* bytes; a multiple of 4 */
+} ZU_buf;
+
+/*
+ * The data, which has room for `size` bytes. When the block had to grow, its first `keep` bytes (at most its capacity)
+ * were moved along and the others are undefined; a block that is large enough stays as it is.
+ */
+ZU_API uint8_t* ZU_buf_get_ex(ZU_buf* buffer, uint32_t size, uint32_t keep);
+
+/* Writes `count` bytes at an offset and keeps what stands before it. No bytes: nothing happens. */
+ZU_API void ZU_buf_append(ZU_buf* buffer, uint32_t offset, const void* bytes, uint32_t count);
+
+/* Hands the block to the caller, to be released with ZU_free, and its size to *capacity (may be null). The buffer is
+   empty from here on. */
+ZU_API uint8_t* ZU_buf_detach(ZU_buf* buffer, uint32_t* capacity);
+
+/* Exchanges two buffers; returns a. */
+ZU_API ZU_buf* ZU_buf_swap(ZU_buf* a, ZU_buf* b);
+
+/* Frees the block; the buffer is empty and can be used again. Null: nothing happens. */
+ZU_API void ZU_buf_destroy(ZU_buf* buffer);
 
 /* ---- Character conversion and text helpers ------------------------------------------------------------------ */
 /*
@@ -395,14 +455,302 @@ ZU_API uint32_t ZU_get_current_thread_id(void);
 /* ---- Bounded queue ------------------------------------------------------------------------------------------ */
 
 /* ---- Path model and long paths ------------------------------------------------------------------------------ */
+/*
+ * A path is one of four: long form (\\?\C:\dir, \\?\UNC\server\share\dir), drive path (C:\dir; also C: and C:dir),
+ * network path (\\server\share\dir), or relative (all else, \dir and /dir included). The separator is the backslash.
+ * Every function of the library that takes a path passes it on in long form, so paths have up to ZU_PATH_MAX code
+ * units, and "." and ".." in a full path are names like any other: ZU_get_actual_full_path resolves them.
+ *
+ * Any thread. A string passed for a result must not be the path itself.
+ */
+#define ZU_PATH_MAX 32767u         /* code units of a path in long form */
+#define ZU_PATH_COMPONENT_MAX 255u /* code units between two backslashes */
+
+/* Makes `out` the long form of a path; a long or relative one is copied. Nothing else about it changes. */
+ZU_API void ZU_long_path(const ZU_wchar* path, ZU_s* out);
+
+/* Whether a path is anything but relative. */
+ZU_API ZU_bool ZU_is_full_path(const ZU_wchar* path);
+
+/* 1 when a path, or one of its components, is longer than a path can be; 0 otherwise. */
+ZU_API int32_t ZU_path_too_long(const ZU_wchar* path);
+
+/* The current directory without a backslash at its end (the root of C: is "C:"); in new memory, null on failure. */
+ZU_API ZU_bool ZU_get_current_dir_ex(ZU_s* out);
+ZU_API ZU_wchar* ZU_get_current_dir(void);
+
+/*
+ * The full path of something that exists: absolute, no "." or "..", drive letter in upper case, every component as the
+ * file system stores it, no backslash at the end. Slashes count as backslashes, and C:dir as C:\dir. Fails with 2 for
+ * a path that is empty, begins with a single backslash or a slash, holds ? or *, leaves its root, or names a server
+ * alone; otherwise with the platform's code. On failure `out` is empty, or the result null instead of new memory.
+ */
+ZU_API ZU_bool ZU_get_actual_full_path_ex(const ZU_wchar* path, ZU_s* out);
+ZU_API ZU_wchar* ZU_get_actual_full_path(const ZU_wchar* path);
+
+/* The program's own path in new memory; null when it has 260 code units or more. */
+ZU_API ZU_wchar* ZU_get_exe_path(void);
+
+/* A file name appended to the directory of the program, in new memory; null where ZU_get_exe_path is null. */
+ZU_API ZU_wchar* ZU_generate_local_path(const ZU_wchar* file_name);
+
+/*
+ * What stands before the last backslash, in new memory: "C:\dir" of "C:\dir\a", "C:" of "C:\a" and of "C:", "\" of
+ * "\a"; null for null and where there is no backslash.
+ */
+ZU_API ZU_wchar* ZU_get_path(const ZU_wchar* path);
+
+/*
+ * The last component, in new memory: "a" of "C:\dir\a" and of "a", "dir" of "C:\dir\ ". Of a drive's root it is the
+ * volume's label, or the drive where there is none.
+ */
+ZU_API ZU_wchar* ZU_get_filename(const ZU_wchar* path);
+
+/*
+ * The last component as the file system stores it, in new memory ("C:" of "c:\"); the first match when it holds
+ * wildcards. Null with the platform's code when there is none.
+ */
+ZU_API ZU_wchar* ZU_get_actual_file_name(const ZU_wchar* path);
+
+/*
+ * Corrects the last component of a path in place, and drops backslashes and spaces at the end. The buffer must have
+ * room for the stored name. False, the path unchanged, as ZU_get_actual_file_name.
+ */
+ZU_API ZU_bool ZU_make_actual_file_name(ZU_wchar* path);
+
+/* Whether a path is on a floppy drive; false also for what cannot be found out. */
+ZU_API ZU_bool ZU_is_floppy_drive(const ZU_wchar* path);
 
 /* ---- File handle I/O ---------------------------------------------------------------------------------------- */
+/*
+ * Files with a 64-bit position of their own, which every call keeps: asking for it is free. Failures leave the
+ * platform's code; a failed read, write or seek makes the position unknown until the next seek or tell. One thread at
+ * a time per file; any number of ZU_files may be open on the same file, as far as they share it.
+ */
+typedef struct ZU_file ZU_file;
+
+/* How to open. Of the five that follow, the first one given counts. */
+#define ZU_FILE_READ 0x001u
+#define ZU_FILE_WRITE 0x002u
+#define ZU_FILE_CREATE_ALWAYS 0x004u     /* new, or emptied */
+#define ZU_FILE_CREATE_NEW 0x008u        /* fails when the file exists (code 80) */
+#define ZU_FILE_OPEN_ALWAYS 0x010u       /* the file as it is, or new */
+#define ZU_FILE_OPEN_EXISTING 0x020u     /* fails when there is none (code 2) */
+#define ZU_FILE_TRUNCATE_EXISTING 0x040u /* emptied; fails when there is none */
+#define ZU_FILE_SHARE_READ 0x080u        /* others may open it for reading meanwhile */
+#define ZU_FILE_SHARE_WRITE 0x100u       /* others may open it for writing meanwhile */
+
+/*
+ * Opens a file; null on failure: 87 without one of the five ways, 32 while somebody has it open in a way that the two
+ * do not share. A read-only or hidden file that refuses is opened all the same, unless by ZU_FILE_CREATE_NEW or
+ * ZU_FILE_TRUNCATE_EXISTING alone, and keeps its attributes. `security` is the platform's SECURITY_ATTRIBUTES or
+ * null, and only null where the platform is not native (50).
+ */
+ZU_API ZU_file* ZU_open_file(const ZU_wchar* path, uint32_t flags, void* security);
+
+/* Closes a file. Null: nothing happens. */
+ZU_API void ZU_close_file(ZU_file* file);
+
+/*
+ * Read or write at the position and move it. *bytes_done is the number of bytes moved, 0 on failure; a read moves
+ * fewer than asked only when the file ends, and none at its end, which is no failure.
+ */
+ZU_API ZU_bool ZU_read_file(ZU_file* file, void* bytes, uint32_t count, uint32_t* bytes_done);
+ZU_API ZU_bool ZU_write_file(ZU_file* file, const void* bytes, uint32_t count, uint32_t* bytes_done);
+
+/* One piece of a gather list. */
+typedef struct ZU_file_vec {
+    const uint8_t* data;
+    uint32_t length; /* bytes */
+} ZU_file_vec;
+
+#define ZU_WRITE_V_MAX 1024 /* pieces of one gather list */
+
+/* Writes the pieces, in their order, in one write. 87 for more than ZU_WRITE_V_MAX pieces, or 4 GiB and more. */
+ZU_API ZU_bool ZU_write_file_v(ZU_file* file, const ZU_file_vec* pieces, int32_t count, uint32_t* bytes_done);
+
+/* Where a seek counts from. */
+#define ZU_SEEK_BEGIN 0u
+#define ZU_SEEK_CURRENT 1u
+#define ZU_SEEK_END 2u
+
+/*
+ * Moves the position; it may lie beyond the end. The new one goes to *new_position (may be null), 0 on failure: 87 for
+ * another origin, 131 for a position below 0.
+ */
+ZU_API ZU_bool ZU_seek_file(ZU_file* file, int64_t offset, uint64_t* new_position, uint32_t origin);
+
+/* Gives the position. */
+ZU_API ZU_bool ZU_tell_file(ZU_file* file, uint64_t* position);
+
+/* Makes the file end at the position: it is cut, or grows by zero bytes. */
+ZU_API ZU_bool ZU_set_end_of_file(ZU_file* file);
+
+/* Makes what was written reach the device. */
+ZU_API ZU_bool ZU_flush_file(ZU_file* file);
 
 /* ---- Line reader -------------------------------------------------------------------------------------------- */
+/*
+ * Lines of 8-bit text, as they stand in the file. A line ends at a line feed or a zero byte, which is not part of it;
+ * a carriage return before that goes as well. The reader's only place is the file's position, which is left at the
+ * start of the next line. Read until the result is null: at the end of the file *short_read is then 1; after a failed
+ * read, which leaves the platform's code, it is 0. With a line, *short_read tells that the file's end was met.
+ */
+#define ZU_GET_LINE_MAX 102400u /* bytes of a line that ZU_get_line gives at once */
+
+/*
+ * The next line, terminated, in the caller's buffer, where it is valid until the buffer is used again; its length goes
+ * to *length. A line of more than `limit` bytes comes in pieces; with limit 0 the result is null.
+ */
+ZU_API char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* short_read,
+                           uint32_t limit);
+
+/* The same in new memory, in pieces of at most ZU_GET_LINE_MAX. */
+ZU_API char* ZU_get_line(ZU_file* file, uint32_t* length, ZU_bool* short_read);
 
 /* ---- File status and directory enumeration ------------------------------------------------------------------ */
+/*
+ * Times are those of ZU_FILETIME_2_time_t, and -1 where they do not convert. Any thread; an enumeration belongs to one
+ * thread at a time.
+ */
+
+/* Bits of st_mode: the owner's, which stand for group and others as well. */
+#define ZU_S_IFDIR 0x4000u  /* directory */
+#define ZU_S_IFREG 0x8000u  /* anything else */
+#define ZU_S_IREAD 0x0100u  /* always */
+#define ZU_S_IWRITE 0x0080u /* not read-only */
+#define ZU_S_IEXEC 0x0040u  /* directory, or a name that ends in .exe, .com, .bat or .cmd */
+
+#ifdef _WIN32
+#define ZU_STAT_TIME(name, host_name) ZU_time_t name
+#else
+/* <sys/stat.h> makes st_atime a macro for st_atim.tv_sec: the record answers to both, whichever header is first. */
+#pragma push_macro("st_atime")
+#pragma push_macro("st_mtime")
+#pragma push_macro("st_ctime")
+#undef st_atime
+#undef st_mtime
+#undef st_ctime
+typedef struct ZU_stat_time {
+    ZU_time_t tv_sec;
+} ZU_stat_time;
+#define ZU_STAT_TIME(name, host_name)                                                                        \
+    union {                                                                                                  \
+        ZU_time_t name;                                                                                      \
+        ZU_stat_time host_name;                                                                              \
+    }
+#endif
+
+/* What ZU_stat64 tells of a file. */
+typedef struct ZU_stat {
+    uint32_t st_dev;                 /* the drive: 0 for A:, 2 for C:; 0 for a network path */
+    uint16_t st_ino;                 /* 0 */
+    uint16_t st_mode;                /* ZU_S_... */
+    int16_t st_nlink;                /* 1 */
+    int16_t st_uid;                  /* 0 */
+    int16_t st_gid;                  /* 0 */
+    uint32_t st_rdev;                /* as st_dev */
+    int64_t st_size;                 /* bytes; 0 for a directory */
+    ZU_STAT_TIME(st_atime, st_atim); /* last access */
+    ZU_STAT_TIME(st_mtime, st_mtim); /* last modification */
+    ZU_STAT_TIME(st_ctime, st_ctim); /* creation */
+} ZU_stat;
+
+#ifndef _WIN32
+#pragma pop_macro("st_atime")
+#pragma pop_macro("st_mtime")
+#pragma pop_macro("st_ctime")
+#endif
+#undef ZU_STAT_TIME
+
+/*
+ * Gives the status of a file or directory; roots of drives and network shares have the fixed time of 1980-01-01
+ * 00:00:00 local time. Returns 0, or -1 with a record of zeros and errno ENOENT: code 2 for a path that is empty,
+ * begins with a single backslash or a slash, or holds ? or *, 3 for a root that is none, otherwise the platform's.
+ */
+ZU_API int32_t ZU_stat64(const ZU_wchar* path, ZU_stat* status);
+
+/* The attribute code: what a file's attributes come down to. 0 stands for attributes that could not be read. */
+#define ZU_PATH_DIR 0x001u
+#define ZU_PATH_FILE 0x002u
+#define ZU_PATH_HIDDEN 0x080u
+#define ZU_PATH_SYSTEM 0x100u
+#define ZU_PATH_READONLY 0x200u
+
+/* What an enumeration gives and leaves out. */
+#define ZU_ENUM_DIR_SIZE 1u      /* give sizes */
+#define ZU_ENUM_DIR_TIMES 2u     /* give times */
+#define ZU_ENUM_DIR_SKIP_DOTS 4u /* leave "." and ".." out */
+
+/* A walk through the entries of one directory, in the platform's order. */
+typedef struct ZU_enum_dir ZU_enum_dir;
+
+/* One entry. What it points at is valid until the next ZU_enum_dir_next or ZU_enum_dir_end. */
+typedef struct ZU_enum_dir_entry {
+    uint32_t record_size;              /* of this record, in bytes */
+    const WIN32_FIND_DATAW* find_data; /* all that the platform tells */
+    const ZU_wchar* name;              /* as the file system stores it */
+    const ZU_wchar* path;              /* the directory as given, a backslash, the name */
+    uint32_t attributes;               /* attribute code */
+    uint64_t size;                     /* bytes; 0 unless asked for */
+    ZU_time_t creation_time;           /* this and the next two: -1 unless asked for */
+    ZU_time_t modification_time;
+    ZU_time_t access_time;
+} ZU_enum_dir_entry;
+
+/*
+ * Starts at the first entry. Null on failure: 3 for the empty path, 18 for a directory that has nothing but "." and
+ * ".." when those are left out, otherwise the platform's code. Release the walk with ZU_enum_dir_end.
+ */
+ZU_API ZU_enum_dir* ZU_enum_dir_begin(const ZU_wchar* path, uint32_t flags);
+
+/* The present entry. */
+ZU_API ZU_enum_dir_entry* ZU_enum_dir_get(ZU_enum_dir* walk);
+
+/* Goes to the next entry; false with code 18 after the last. */
+ZU_API ZU_bool ZU_enum_dir_next(ZU_enum_dir* walk);
+
+/* Ends a walk, at any point of it. Null: nothing happens. */
+ZU_API void ZU_enum_dir_end(ZU_enum_dir* walk);
 
 /* ---- File-system operations --------------------------------------------------------------------------------- */
+/*
+ * Failures leave the platform's code. Where an item is refused because it is read-only, the attribute is taken away
+ * for one more attempt, and comes back if that one fails too. Backslashes at the end of a path are ignored, but for
+ * ZU_delete_file and ZU_move_file. Any thread.
+ */
+
+/* Makes one directory; its parent must exist. `security`: see ZU_open_file. */
+ZU_API ZU_bool ZU_create_dir(const ZU_wchar* path, void* security);
+
+/* Removes an empty directory; 145 for one that is not empty. */
+ZU_API ZU_bool ZU_delete_dir(const ZU_wchar* path);
+
+/* Deletes a file; 32 while it is open. */
+ZU_API ZU_bool ZU_delete_file(const ZU_wchar* path);
+
+/*
+ * Removes a directory and all that is in it, as far as it can; true when the directory itself is gone. Links inside
+ * are removed, and nothing that they point at.
+ */
+ZU_API ZU_bool ZU_delete_dir_recursive(const ZU_wchar* path);
+
+/* Moves or renames a file or directory and replaces a file at the destination. Not across volumes (code 17). */
+ZU_API ZU_bool ZU_move_file(const ZU_wchar* source, const ZU_wchar* destination);
+
+/*
+ * Sets the times of a file or directory, each unless it is -1, by the rule of Zu_time_t_2_FILETIME. The root of a
+ * drive has none to set: nothing happens, and the result is true.
+ */
+ZU_API ZU_bool ZU_set_file_time(const ZU_wchar* path, ZU_time_t creation, ZU_time_t modification,
+                                ZU_time_t access);
+
+/* The attribute code (ZU_PATH_...), 0 on failure. */
+ZU_API uint32_t ZU_path_attributes(const ZU_wchar* path);
+
+/* Set or give the platform's own attribute bits; 0xFFFFFFFF on failure. */
+ZU_API ZU_bool ZU_set_file_platform_attributes(const ZU_wchar* path, uint32_t bits);
+ZU_API uint32_t ZU_get_file_platform_attributes(const ZU_wchar* path);
 
 /* ---- Log configuration -------------------------------------------------------------------------------------- */
 
