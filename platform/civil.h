@@ -1,0 +1,65 @@
+// Inside the layer: the Gregorian calendar as plain arithmetic over days since 1970-01-01, without a zone.
+#pragma once
+
+#include <cstdint>
+
+namespace platform::civil {
+
+inline constexpr int64_t seconds_per_day = 86400;
+
+constexpr int64_t floor_divide(int64_t value, int64_t divisor) {
+    return value / divisor - (value % divisor < 0 ? 1 : 0);
+}
+
+constexpr bool is_leap_year(int64_t year) {
+    return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
+}
+
+constexpr int days_in_month(int64_t year, int month) {
+    constexpr int lengths[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    return month == 2 && is_leap_year(year) ? 29 : lengths[month - 1];
+}
+
+// The calendar repeats after eras of 400 years. Counted from March, the leap day ends its year, and the lengths of
+// the months follow one line: (153 * month + 2) / 5 days stand before month 0, 1, ... 11.
+inline constexpr int64_t days_per_era = 146097;
+inline constexpr int64_t days_before_1970 = 719468; // from 0000-03-01
+
+// Month 1 to 12; the day may be any number and carries.
+constexpr int64_t days_of(int64_t year, int month, int64_t day) {
+    const int64_t march_year = year - (month <= 2 ? 1 : 0);
+    const int64_t era = floor_divide(march_year, 400);
+    const int64_t year_of_era = march_year - era * 400;
+    const int64_t day_of_year = (153 * ((month + 9) % 12) + 2) / 5 + day - 1;
+    return era * days_per_era + year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year
+           - days_before_1970;
+}
+
+struct date {
+    int64_t year;
+    int month;       // 1 to 12
+    int day;         // 1 to 31
+    int day_of_year; // 0 to 365
+};
+
+constexpr date date_of(int64_t days) {
+    days += days_before_1970;
+    const int64_t era = floor_divide(days, days_per_era);
+    const uint32_t day_of_era = static_cast<uint32_t>(days - era * days_per_era);
+    const uint32_t year_of_era =
+        (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
+    const uint32_t march_day = day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
+    const uint32_t march_month = (5 * march_day + 2) / 153;
+    const int month = static_cast<int>(march_month < 10 ? march_month + 3 : march_month - 9);
+    const int day = static_cast<int>(march_day - (153 * march_month + 2) / 5 + 1);
+    const int64_t year = era * 400 + year_of_era + (month <= 2 ? 1 : 0);
+    const int day_of_year = static_cast<int>(march_day) + (month <= 2 ? -306 : 59 + is_leap_year(year));
+    return {year, month, day, day_of_year};
+}
+
+// Sunday = 0.
+constexpr int weekday_of(int64_t days) {
+    return static_cast<int>((days + 4) - floor_divide(days + 4, 7) * 7);
+}
+
+} // namespace platform::civil

@@ -1,0 +1,82 @@
+// Inside the layer: the local zone, as spans of time in which its offset is constant.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+inline constexpr int64_t last_time = 0x7FFFFFFF; // 2038-01-19 03:14:07 UTC
+
+struct zone_span {
+    int64_t begin;
+    int64_t end;    // not included
+    int32_t offset; // seconds east of UTC
+    bool daylight;
+
+    bool contains(int64_t time) const { return begin <= time && time < end; }
+    bool continues(const zone_span& next) const {
+        return end == next.begin && offset == next.offset && daylight == next.daylight;
+    }
+};
+
+// What makes two readings of the zone's setting the same zone: the text of TZ, or without one the system's file.
+struct zone_setting {
+    bool from_system = false;
+    std::string text;
+    uint64_t file[5] = {}; // device, inode, size and both parts of the time of the last change
+
+    static zone_setting now();
+    bool operator==(const zone_setting&) const = default;
+};
+
+// One zone, as one thread knows it. The C library is asked for a block of days when a time in it is wanted for the
+// first time; after that, both ways are arithmetic.
+class zone {
+public:
+    // The zone that is set now. The calling thread's own, and valid until its next call of this function.
+    static zone& of_environment();
+
+    // The zone that of_environment gave last.
+    static zone& of_thread();
+
+    explicit zone(zone_setting setting);
+
+    // The span around a time. The reference is valid until the next call.
+    const zone_span& at(int64_t time) {
+        const zone_span& span = spans_[latest_];
+        return span.contains(time) ? span : find(time);
+    }
+
+    // The time of a local time, given as seconds since 1970-01-01 00:00:00 on the local clock; a daylight flag below
+    // 0 lets the zone decide.
+    int64_t time_of_local(int64_t local, int daylight_flag);
+
+private:
+    class question;
+
+    // A stretch of time in which the flag is never seen, and what stands around it.
+    struct absence {
+        int64_t begin = 0, end = 0;
+        bool known_before = false, known_after = false;
+        int32_t offset_before = 0, offset_after = 0;
+    };
+
+    bool is_set_now();
+    const zone_span& find(int64_t time);
+    void fill(int64_t block_begin);
+    void add(const zone_span& span);
+    int64_t time_near_change(int64_t local, int daylight_flag);
+    int64_t time_with_other_flag(int64_t local, const zone_span& span, bool daylight);
+    void look_for(bool daylight, int64_t from, absence& result);
+
+    zone_setting setting_;
+    bool usable_ = true;
+    int64_t next_check_ms_ = 0;    // of the system's file
+    std::vector<zone_span> spans_; // ascending, not overlapping, with holes where nothing was asked yet
+    size_t latest_ = 0;
+    absence absences_[2]; // of standard time, of daylight time
+};
+
+} // namespace platform

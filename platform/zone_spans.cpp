@@ -1,0 +1,260 @@
+// The local zone's spans of constant offset. Their data is the C library's, so zone files, rules in TZ and the system's
+// zone mean here what they mean to every program of the host.
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+#include "platform/civil.h"
+#include "platform/zone.h"
+
+namespace platform {
+
+namespace {
+
+constexpr char system_zone_file[] = "/etc/localtime";
+constexpr int64_t system_zone_check_ms = 1000;
+
+// Where both ends of an hour have the same offset, so has the hour. Blocks are what one miss asks for.
+constexpr int64_t hour = 3600;
+constexpr int64_t block = 72 * hour;
+
+// No offset reaches it; 24:59:59 is the largest that TZ can spell.
+constexpr int64_t offset_limit = 25 * hour;
+
+zone_span ask(int64_t time) {
+    const time_t host_time = static_cast<time_t>(time);
+    ::tm local{};
+    if (!localtime_r(&host_time, &local))
+        return {time, time + 1, 0, false};
+    return {time, time + 1, static_cast<int32_t>(local.tm_gmtoff), local.tm_isdst > 0};
+}
+
+bool same_offset(const zone_span& one, const zone_span& other) {
+    return one.offset == other.offset && one.daylight == other.daylight;
+}
+
+// The first second of what holds at `high`, which differs from what holds at `low`.
+int64_t change_between(int64_t low, int64_t high) {
+    const zone_span before = ask(low);
+    while (high - low > 1) {
+        const int64_t middle = low + (high - low) / 2;
+        (same_offset(ask(middle), before) ? low : high) = middle;
+    }
+    return high;
+}
+
+int64_t coarse_milliseconds() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec * int64_t{1000} + now.tv_nsec / 1000000;
+}
+
+// A plain pointer is there for a thread's last breath as well; the guard beside it releases what it points to.
+constinit thread_local zone* thread_zone = nullptr;
+
+struct thread_zone_guard {
+    ~thread_zone_guard() { delete std::exchange(thread_zone, nullptr); }
+    void arm() {}
+};
+thread_local thread_zone_guard guard;
+
+} // namespace
+
+// Brackets questions to the C library: makes it read the setting that this zone stands for, and when another
+// thread has changed the setting meanwhile, the answers serve the present call and are then forgotten.
+class zone::question {
+public:
+    explicit question(zone& asked) : zone_(asked) { ::tzset(); }
+    ~question() {
+        if (zone_setting::now() != zone_.setting_)
+            zone_.usable_ = false;
+    }
+    question(const question&) = delete;
+    question& operator=(const question&) = delete;
+
+private:
+    zone& zone_;
+};
+
+zone_setting zone_setting::now() {
+    zone_setting setting;
+    if (const char* text = std::getenv("TZ")) {
+        setting.text = text;
+        return setting;
+    }
+    setting.from_system = true;
+    struct stat status;
+    if (stat(system_zone_file, &status) == 0) {
+        const uint64_t file[] = {status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size),
+                                 static_cast<uint64_t>(status.st_mtim.tv_sec),
+                                 static_cast<uint64_t>(status.st_mtim.tv_nsec)};
+        std::copy(std::begin(file), std::end(file), setting.file);
+    }
+    return setting;
+}
+
+zone& zone::of_environment() {
+    if (thread_zone && thread_zone->is_set_now())
+        return *thread_zone;
+    guard.arm();
+    delete std::exchange(thread_zone, nullptr);
+    return *(thread_zone = new zone(zone_setting::now()));
+}
+
+zone& zone::of_thread() {
+    return thread_zone ? *thread_zone : of_environment();
+}
+
+zone::zone(zone_setting setting) : setting_(std::move(setting)) {
+    next_check_ms_ = coarse_milliseconds() + system_zone_check_ms;
+    fill(0);
+}
+
+// Runs on every call of the calendar. The system's zone file is looked at once a second.
+bool zone::is_set_now() {
+    if (!usable_)
+        return false;
+    const char* text = std::getenv("TZ");
+    if (text || !setting_.from_system)
+        return text && !setting_.from_system && setting_.text == text;
+    const int64_t now = coarse_milliseconds();
+    if (now < next_check_ms_)
+        return true;
+    next_check_ms_ = now + system_zone_check_ms;
+    return zone_setting::now() == setting_;
+}
+
+const zone_span& zone::find(int64_t time) {
+    for (;;) {
+        const auto after =
+            std::upper_bound(spans_.begin(), spans_.end(), time,
+                             [](int64_t wanted, const zone_span& span) { return wanted < span.begin; });
+        if (after != spans_.begin() && (after - 1)->contains(time)) {
+            latest_ = static_cast<size_t>(after - 1 - spans_.begin());
+            return spans_[latest_];
+        }
+        fill(civil::floor_divide(time, block) * block);
+    }
+}
+
+void zone::fill(int64_t block_begin) {
+    const question bracket(*this);
+    zone_span current = ask(block_begin);
+    for (int64_t time = block_begin + hour; time <= block_begin + block; time += hour) {
+        zone_span next = ask(time);
+        if (!same_offset(current, next)) {
+            current.end = next.begin = change_between(time - hour, time);
+            add(current);
+            current = next;
+        }
+    }
+    current.end = block_begin + block;
+    if (current.begin < current.end)
+        add(current);
+}
+
+// Puts in a span of a hole, and joins it with the neighbours that it continues.
+void zone::add(const zone_span& span) {
+    auto at = std::upper_bound(spans_.begin(), spans_.end(), span.begin,
+                               [](int64_t begin, const zone_span& other) { return begin < other.begin; });
+    if (at != spans_.begin() && (at - 1)->continues(span)) {
+        --at;
+        at->end = span.end;
+    } else {
+        at = spans_.insert(at, span);
+    }
+    if (at + 1 != spans_.end() && at->continues(*(at + 1))) {
+        at->end = (at + 1)->end;
+        spans_.erase(at + 1);
+    }
+    latest_ = static_cast<size_t>(at - spans_.begin());
+}
+
+int64_t zone::time_of_local(int64_t local, int daylight_flag) {
+    const zone_span& span = at(local);
+    if (span.begin > local - offset_limit || local + offset_limit >= span.end)
+        return time_near_change(local, daylight_flag);
+    if (daylight_flag < 0 || span.daylight == (daylight_flag > 0))
+        return local - span.offset;
+    return time_with_other_flag(local, zone_span(span), daylight_flag > 0);
+}
+
+// Walks through all spans that may hold the local time. The last that holds it wins, so of times that exist twice the
+// later; a time in a gap takes the offset after it, unless only the one before it has the wanted flag.
+int64_t zone::time_near_change(int64_t local, int daylight_flag) {
+    const bool any_flag = daylight_flag<0, daylight = daylight_flag> 0;
+    const auto fits = [&](const zone_span& span) { return any_flag || span.daylight == daylight; };
+    bool exists = false, found = false;
+    zone_span holder{}, before{};
+    int32_t offset = 0;
+    for (zone_span span = at(local - offset_limit);; span = at(span.end)) {
+        const int64_t time = local - span.offset;
+        const bool in_gap = before.end == span.begin && before.begin != before.end && time < span.begin
+                            && local - before.offset >= span.begin;
+        if (span.contains(time)) {
+            exists = true;
+            holder = span;
+            if (fits(span)) {
+                found = true;
+                offset = span.offset;
+            }
+        } else if (in_gap && !exists) {
+            holder = span;
+            if (fits(span) || fits(before)) {
+                found = true;
+                offset = fits(span) ? span.offset : before.offset;
+            }
+        }
+        if (span.end > local + offset_limit)
+            break;
+        before = span;
+    }
+    return found ? local - offset : time_with_other_flag(local, holder, daylight);
+}
+
+// The flag contradicts the zone at this time: the offset of the nearest span with that flag counts, and where there is
+// none, the flag does not.
+int64_t zone::time_with_other_flag(int64_t local, const zone_span& span, bool daylight) {
+    const int64_t time = local - span.offset;
+    absence& gone = absences_[daylight];
+    if (time < gone.begin || time >= gone.end)
+        look_for(daylight, time, gone);
+    if (!gone.known_before && !gone.known_after)
+        return time;
+    const bool take_before = gone.known_before && (!gone.known_after || time - gone.begin < gone.end - time);
+    return local - (take_before ? gone.offset_before : gone.offset_after);
+}
+
+// Steps of a day are enough to find a season. Its edge is then found exactly.
+void zone::look_for(bool daylight, int64_t from, absence& result) {
+    const question bracket(*this);
+    result = {};
+    result.end = last_time + 1;
+    for (int64_t time = from; time >= 0 && !result.known_before; time -= civil::seconds_per_day) {
+        if (ask(time).daylight != daylight)
+            continue;
+        zone_span span = at(time);
+        for (zone_span next = at(span.end); next.daylight == daylight; next = at(span.end))
+            span = next;
+        result.known_before = true;
+        result.begin = span.end;
+        result.offset_before = span.offset;
+    }
+    for (int64_t time = from; time <= last_time && !result.known_after; time += civil::seconds_per_day) {
+        if (ask(time).daylight != daylight)
+            continue;
+        zone_span span = at(time);
+        for (zone_span previous = at(span.begin - 1); previous.daylight == daylight;
+             previous = at(span.begin - 1))
+            span = previous;
+        result.known_after = true;
+        result.end = span.begin;
+        result.offset_after = span.offset;
+    }
+}
+
+} // namespace platform

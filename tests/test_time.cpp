@@ -1,0 +1,418 @@
+// Local time both ways, file times, and the text forms of dates.
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/process.h"
+#include "zu/zu.h"
+
+namespace {
+
+constexpr int64_t last_time = 0x7FFFFFFF;
+constexpr int32_t hour = 3600;
+
+void set_zone(const char* text) {
+    if (text)
+        setenv("TZ", text, 1);
+    else
+        unsetenv("TZ");
+}
+
+// Both hemispheres, a shift of half an hour, zones that changed their standard offset or skipped a day, one whose
+// winter time counts as daylight time, rules and names in all spellings, and texts that name nothing.
+const char* const zones[] = {"Europe/Berlin",
+                             "America/New_York",
+                             "Australia/Lord_Howe",
+                             "Asia/Kolkata",
+                             "America/Sao_Paulo",
+                             "Africa/Casablanca",
+                             "Pacific/Apia",
+                             "Europe/Dublin",
+                             "Europe/Moscow",
+                             "Asia/Pyongyang",
+                             "America/Boa_Vista",
+                             "Antarctica/Troll",
+                             "UTC",
+                             "CET-1CEST",
+                             "EST5EDT,M3.2.0,M11.1.0",
+                             "<+0330>-3:30",
+                             ":Australia/Sydney",
+                             ":CET-1CEST,M3.5.0,M10.5.0/3",
+                             "AAA24",
+                             "AAA-24:59:59",
+                             "AAA0BBB,J100/1,J100/3",
+                             "AAA24BBB-24,J50,J300",
+                             "No/Such_Zone",
+                             "garbage",
+                             ""};
+
+::tm host_time(int64_t time) {
+    const time_t value = static_cast<time_t>(time);
+    ::tm fields{};
+    localtime_r(&value, &fields);
+    return fields;
+}
+
+std::string shown(const ZU_tm& fields) {
+    char text[128];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d weekday %d yearday %d %s",
+                  fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min,
+                  fields.tm_sec, fields.tm_wday, fields.tm_yday,
+                  fields.tm_isdst > 0 ? "daylight"
+                  : fields.tm_isdst   ? "open"
+                                      : "standard");
+    return text;
+}
+
+std::string shown(const ::tm& fields) {
+    return shown(ZU_tm{fields.tm_sec, fields.tm_min, fields.tm_hour, fields.tm_mday, fields.tm_mon,
+                       fields.tm_year, fields.tm_wday, fields.tm_yday, fields.tm_isdst});
+}
+
+ZU_tm local_fields(int64_t local_seconds, int flag) {
+    const time_t value = static_cast<time_t>(local_seconds);
+    ::tm fields{};
+    gmtime_r(&value, &fields);
+    return {
+        fields.tm_sec, fields.tm_min, fields.tm_hour, fields.tm_mday, fields.tm_mon, fields.tm_year, -7, -7,
+        flag};
+}
+
+// Every instant before which the present zone changes, as the host tells them.
+std::vector<int64_t> changes() {
+    std::vector<int64_t> found;
+    const auto differs = [](int64_t one, int64_t other) {
+        const ::tm a = host_time(one), b = host_time(other);
+        return a.tm_gmtoff != b.tm_gmtoff || a.tm_isdst != b.tm_isdst;
+    };
+    for (int64_t day = 0; day + 86400 <= last_time; day += 86400) {
+        if (!differs(day, day + 86400))
+            continue;
+        int64_t low = day, high = day + 86400;
+        while (high - low > 1) {
+            const int64_t middle = (low + high) / 2;
+            (differs(low, middle) ? high : low) = middle;
+        }
+        found.push_back(high);
+    }
+    return found;
+}
+
+void expect_host_time(int64_t time) {
+    ZU_tm fields;
+    ASSERT_TRUE(ZU_localtime(static_cast<ZU_time_t>(time), &fields)) << time;
+    ASSERT_EQ(shown(fields), shown(host_time(time))) << time;
+}
+
+TEST(local_time, agrees_with_the_host) {
+    std::mt19937 random(1);
+    for (const char* zone : zones) {
+        SCOPED_TRACE(zone);
+        set_zone(zone);
+        tzset();
+        for (int64_t time : {int64_t{0}, int64_t{1}, last_time - 1, last_time})
+            ASSERT_NO_FATAL_FAILURE(expect_host_time(time));
+        for (int i = 0; i < 4000; ++i)
+            ASSERT_NO_FATAL_FAILURE(expect_host_time(static_cast<int64_t>(random() & 0x7FFFFFFF)));
+        for (int64_t change : changes())
+            for (int64_t distance : {-86400, -3600, -1801, -1, 0, 1, 1799, 3600, 86400})
+                ASSERT_NO_FATAL_FAILURE(expect_host_time(std::min(change + distance, last_time)));
+    }
+}
+
+TEST(local_time, sees_a_season_of_two_hours) {
+    set_zone("AAA0BBB,J100/1,J100/3");
+    tzset();
+    ZU_tm fields;
+    const int64_t day_100 = int64_t{99} * 86400 + 1136073600; // 2006, a common year
+    for (int64_t second : {0, 3599, 3600, 7200, 2 * 3600 - 1, 2 * 3600, 3 * 3600})
+        ASSERT_NO_FATAL_FAILURE(expect_host_time(day_100 + second));
+    ASSERT_TRUE(ZU_localtime(static_cast<ZU_time_t>(day_100 + 5400), &fields));
+    EXPECT_EQ(fields.tm_isdst, 1);
+}
+
+// What a local time must give, straight from the host's answers: the latest instant that shows it; for one that is
+// skipped, what the offset after the gap makes of it.
+int64_t expected_time(int64_t local, int flag) {
+    int64_t fitting = -1, any = -1, before_gap = -1, after_gap = -1;
+    const auto offset_at = [](int64_t time) { return static_cast<int64_t>(host_time(time).tm_gmtoff); };
+    std::vector<int64_t> offsets;
+    for (int64_t time = local - 25 * hour; time <= local + 25 * hour; time += hour)
+        if (offsets.empty() || offsets.back() != offset_at(time))
+            offsets.push_back(offset_at(time));
+    for (int64_t offset : offsets) {
+        const int64_t time = local - offset;
+        if (offset_at(time) != offset)
+            continue;
+        any = std::max(any, time);
+        if (flag < 0 || host_time(time).tm_isdst == flag)
+            fitting = std::max(fitting, time);
+    }
+    if (any < 0) {
+        before_gap = local - offsets.front();
+        after_gap = local - offsets.back();
+        if (flag < 0 || host_time(before_gap).tm_isdst == flag)
+            fitting = after_gap;
+        else if (host_time(after_gap).tm_isdst == flag)
+            fitting = before_gap;
+    }
+    return fitting; // -1: the flag contradicts the zone
+}
+
+TEST(make_time, follows_the_rule_on_both_sides_of_each_change) {
+    std::mt19937 random(2);
+    for (const char* zone : zones) {
+        if (std::strstr(zone, "J100") || std::strstr(zone, "J300"))
+            continue; // two changes within the model's window
+        SCOPED_TRACE(zone);
+        set_zone(zone);
+        tzset();
+        std::vector<int64_t> locals;
+        for (int i = 0; i < 300; ++i)
+            locals.push_back(static_cast<int64_t>(random() & 0x7FFFFFFF));
+        for (int64_t change : changes())
+            for (int64_t offset : {host_time(change - 1).tm_gmtoff, host_time(change).tm_gmtoff})
+                for (int64_t distance : {-7200, -3600, -1801, -1800, -1, 0, 1, 1799, 1800, 3599, 3600, 7200})
+                    locals.push_back(change + offset + distance);
+        for (int64_t local : locals) {
+            if (local < 2 * 86400 || local > last_time - 2 * 86400)
+                continue;
+            for (int flag : {-1, 0, 1}) {
+                const int64_t expected = expected_time(local, flag);
+                if (expected < 0)
+                    continue;
+                ZU_tm fields = local_fields(local, flag);
+                const ZU_tm given = fields;
+                ASSERT_EQ(ZU_mktime(&fields), expected) << shown(given) << " flag " << flag;
+                ASSERT_EQ(shown(fields), shown(host_time(expected)));
+            }
+        }
+    }
+}
+
+struct local_case {
+    const char* zone;
+    const char* date;
+    int flag;
+    int64_t time;
+    const char* becomes; // hours and minutes, and the flag
+};
+
+TEST(make_time, gaps_overlaps_and_flags_that_do_not_fit) {
+    const char* const pacific = "America/Los_Angeles";
+    const char* const berlin = "Europe/Berlin";
+    const char* const howe = "Australia/Lord_Howe";
+    const local_case rows[] = {
+        {pacific, "2007-03-11 01:59:59", -1, 1173607199, "01:59 standard"},
+        {pacific, "2007-03-11 01:59:59", 0, 1173607199, "01:59 standard"},
+        {pacific, "2007-03-11 01:59:59", 1, 1173603599, "00:59 standard"},
+        {pacific, "2007-03-11 02:30:00", -1, 1173605400, "01:30 standard"},
+        {pacific, "2007-03-11 02:30:00", 0, 1173609000, "03:30 daylight"},
+        {pacific, "2007-03-11 02:30:00", 1, 1173605400, "01:30 standard"},
+        {pacific, "2007-03-11 03:00:00", -1, 1173607200, "03:00 daylight"},
+        {pacific, "2007-03-11 03:00:00", 0, 1173610800, "04:00 daylight"},
+        {pacific, "2007-03-11 03:00:00", 1, 1173607200, "03:00 daylight"},
+        {pacific, "2007-11-04 00:59:59", -1, 1194163199, "00:59 daylight"},
+        {pacific, "2007-11-04 00:59:59", 0, 1194166799, "01:59 daylight"},
+        {pacific, "2007-11-04 01:30:00", -1, 1194168600, "01:30 standard"},
+        {pacific, "2007-11-04 01:30:00", 0, 1194168600, "01:30 standard"},
+        {pacific, "2007-11-04 01:30:00", 1, 1194165000, "01:30 daylight"},
+        {pacific, "2007-11-04 02:00:00", -1, 1194170400, "02:00 standard"},
+        {pacific, "2007-11-04 02:00:00", 1, 1194166800, "01:00 standard"},
+        {pacific, "2006-04-02 02:30:00", -1, 1143970200, "01:30 standard"},
+        {pacific, "2006-10-29 01:30:00", -1, 1162114200, "01:30 standard"},
+        {pacific, "2007-07-15 12:00:00", 0, 1184529600, "13:00 daylight"},
+        {pacific, "2007-07-15 12:00:00", 9, 1184526000, "12:00 daylight"},
+        {pacific, "2007-01-15 12:00:00", 1, 1168887600, "11:00 standard"},
+        {berlin, "2006-03-26 02:30:00", -1, 1143333000, "01:30 standard"},
+        {berlin, "2006-10-29 02:30:00", -1, 1162085400, "02:30 standard"},
+        {berlin, "1975-07-01 12:00:00", 0, 173444400, "12:00 standard"},
+        // No daylight time yet in 1975: five years ahead is the nearest.
+        {berlin, "1975-07-01 12:00:00", 1, 173440800, "11:00 standard"},
+        // Half an hour of daylight time, in southern summer.
+        {howe, "2006-12-01 12:00:00", -1, 1164934800, "12:00 daylight"},
+        {howe, "2006-12-01 12:00:00", 0, 1164936600, "12:30 daylight"},
+        {howe, "2006-07-01 12:00:00", 1, 1151715600, "11:30 standard"},
+        {howe, "2006-10-29 02:15:00", -1, 1162048500, "01:45 standard"},
+        {howe, "2006-04-02 01:45:00", -1, 1143904500, "01:45 standard"},
+        {howe, "2006-04-02 01:45:00", 1, 1143902700, "01:45 daylight"},
+        // The offset of the nearest summer, which was not today's standard offset plus an hour.
+        {"Europe/Moscow", "2012-01-15 12:00:00", 1, 1326614400, "12:00 standard"},
+        // Zones that never had daylight time, or not since 1970.
+        {"Asia/Kolkata", "2006-07-01 12:00:00", 1, 1151735400, "12:00 standard"},
+        {"UTC", "2006-07-01 12:00:00", 1, 1151755200, "12:00 standard"},
+        {"No/Such", "2006-07-01 12:00:00", 1, 1151755200, "12:00 standard"},
+        // A day that was skipped; and a standard offset that went back: the later of two, and no flag between them.
+        {"Pacific/Apia", "2011-12-30 12:00:00", -1, 1325196000, "12:00 daylight"},
+        {"Asia/Pyongyang", "2015-08-14 23:45:00", -1, 1439565300, "23:45 standard"},
+        {"Asia/Pyongyang", "2015-08-14 23:45:00", 0, 1439565300, "23:45 standard"},
+        {"PST8PDT", "1969-12-31 16:00:00", -1, 0, "16:00 standard"},
+    };
+    for (const local_case& row : rows) {
+        SCOPED_TRACE(std::string(row.zone) + " " + row.date + " flag " + std::to_string(row.flag));
+        set_zone(row.zone);
+        ZU_tm fields{};
+        ASSERT_EQ(std::sscanf(row.date, "%d-%d-%d %d:%d:%d", &fields.tm_year, &fields.tm_mon, &fields.tm_mday,
+                              &fields.tm_hour, &fields.tm_min, &fields.tm_sec),
+                  6);
+        fields.tm_year -= 1900;
+        fields.tm_mon -= 1;
+        fields.tm_isdst = row.flag;
+        EXPECT_EQ(ZU_mktime(&fields), row.time);
+        char becomes[32];
+        std::snprintf(becomes, sizeof becomes, "%02d:%02d %s", fields.tm_hour, fields.tm_min,
+                      fields.tm_isdst ? "daylight" : "standard");
+        EXPECT_STREQ(becomes, row.becomes);
+    }
+}
+
+TEST(make_time, fields_carry) {
+    set_zone("UTC");
+    const struct {
+        int year, month, day, hour, minute, second;
+        int64_t time;
+    } rows[] = {
+        {2006, 2, 29, 12, 0, 0, 1141214400},       {2006, 13, 1, 0, 0, 0, 1167609600},
+        {2006, 3, 0, 0, 0, 0, 1141084800},         {2006, 1, 1, 0, 0, 86400, 1136160000},
+        {2006, -10, 1, 0, 0, 0, 1107216000},       {2006, 1, 1, -1, 0, 0, 1136070000},
+        {2000, 2, 29, 0, 0, 0, 951782400},         {2100, -1127, 1, 0, 0, 0, 1136073600},
+        {1970, 1, 24855 + 1, 0, 0, 0, 2147472000}, {1970, 1, 1, 0, 0, INT32_MAX, INT32_MAX},
+        {1970, 1, 1, 0, 35791394, 7, INT32_MAX},   {1970, 1, 1, INT32_MAX, 0, INT32_MIN, -1},
+    };
+    for (const auto& row : rows) {
+        ZU_tm fields{row.second, row.minute, row.hour, row.day, row.month - 1, row.year - 1900, 99, 999, -1};
+        EXPECT_EQ(ZU_mktime(&fields), row.time);
+        if (row.time >= 0) {
+            EXPECT_EQ(shown(fields), shown(host_time(row.time)));
+        }
+    }
+}
+
+TEST(make_time, what_does_not_convert_leaves_the_record_as_given) {
+    const struct {
+        const char* zone;
+        ZU_tm fields;
+    } rows[] = {
+        {"UTC", {8, 14, 3, 19, 0, 138, 77, 88, -1}},        // a second late
+        {"UTC", {-1, 0, 0, 1, 0, 70, 77, 88, -1}},          // a second early
+        {"Europe/Berlin", {0, 0, 0, 1, 0, 70, 77, 88, -1}}, // negative east of Greenwich
+        {"UTC", {0, 0, 0, 40, 13, 1000, 77, 88, 1}},        // not carried either
+        {"UTC", {INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, INT32_MAX, 1, 1, -1}},
+        {"UTC", {INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN, 1, 1, 1}},
+    };
+    for (const auto& row : rows) {
+        set_zone(row.zone);
+        ZU_tm fields = row.fields;
+        EXPECT_EQ(ZU_mktime(&fields), -1);
+        EXPECT_EQ(std::memcmp(&fields, &row.fields, sizeof fields), 0) << shown(fields);
+    }
+    set_zone("UTC");
+    ZU_tm last{7, 14, 3, 19, 0, 138, 0, 0, -1};
+    EXPECT_EQ(ZU_mktime(&last), last_time);
+
+    for (ZU_time_t time : {-1, INT32_MIN}) {
+        ZU_tm fields{1, 2, 3, 4, 5, 6, 7, 8, 9};
+        const ZU_tm zeros{};
+        EXPECT_FALSE(ZU_localtime(time, &fields));
+        EXPECT_EQ(std::memcmp(&fields, &zeros, sizeof fields), 0);
+    }
+}
+
+int hour_now_at_0() {
+    ZU_tm fields;
+    ZU_localtime(0, &fields);
+    return fields.tm_hour;
+}
+
+TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
+    set_zone("AAA-3");
+    EXPECT_EQ(hour_now_at_0(), 3);
+    set_zone("AAA-4");
+    EXPECT_EQ(hour_now_at_0(), 4);
+    char own[] = "TZ=AAA-5";
+    putenv(own);
+    EXPECT_EQ(hour_now_at_0(), 5);
+    own[7] = '6'; // without a call that could be noticed
+    EXPECT_EQ(hour_now_at_0(), 6);
+    set_zone(nullptr);
+    tzset();
+    EXPECT_EQ(hour_now_at_0(), host_time(0).tm_hour) << "without TZ, the system's zone";
+    set_zone("AAA-7");
+    EXPECT_EQ(hour_now_at_0(), 7);
+    clearenv();
+    tzset();
+    EXPECT_EQ(hour_now_at_0(), host_time(0).tm_hour);
+}
+
+TEST(zone_setting, a_changed_system_zone_is_seen) {
+    const zu_test::outcome child = zu_test::run_child([] {
+        set_zone(nullptr);
+        const int before = hour_now_at_0();
+        const char* other = before == 5 ? "/usr/share/zoneinfo/UTC" : "/usr/share/zoneinfo/Asia/Kolkata";
+        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
+            || mount(other, "/etc/localtime", nullptr, MS_BIND, nullptr) != 0)
+            _exit(77);
+        for (int i = 0; i < 300 && hour_now_at_0() == before; ++i)
+            usleep(10000);
+        _exit(hour_now_at_0() == (before == 5 ? 0 : 5) ? 0 : 1);
+    });
+    if (child.exit_code == 77)
+        GTEST_SKIP() << "needs the right to mount in a namespace of its own";
+    EXPECT_EQ(child.exit_code, 0);
+}
+
+// Readers on several threads while the zone goes to and fro: every answer is one of the two, and none stays behind.
+TEST(zone_setting, threads_agree_with_a_zone_that_changes_under_them) {
+    set_zone("Europe/Berlin");
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0}, answers{0};
+    const ZU_time_t summer = 1151755200; // 12:00 UTC
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; ++i) {
+        readers.emplace_back([&, i] {
+            for (int n = 0; !stop; ++n) {
+                ZU_tm fields;
+                const ZU_time_t time = summer + (n % 1000 - 500) * 7 * 86400 * (i + 1) / 4;
+                if (!ZU_localtime(time, &fields) || ZU_mktime(&fields) < 0)
+                    ++wrong;
+                ZU_localtime(summer, &fields);
+                if (fields.tm_hour != 14 && fields.tm_hour != 17)
+                    ++wrong;
+                ++answers;
+            }
+        });
+    }
+    for (int flip = 0; flip < 40; ++flip) {
+        const int seen = answers;
+        while (answers < seen + 200)
+            std::this_thread::yield();
+        set_zone(flip % 2 ? "Europe/Berlin" : "Asia/Kolkata");
+    }
+    set_zone("Europe/Berlin");
+    const int seen = answers;
+    while (answers < seen + 200)
+        std::this_thread::yield();
+    stop = true;
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(wrong, 0);
+    tzset();
+    for (int week = -600; week < 600; ++week)
+        ASSERT_NO_FATAL_FAILURE(expect_host_time(summer + week * 7 * 86400));
+}
+
+} // namespace
