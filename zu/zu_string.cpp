@@ -1,0 +1,410 @@
+// Growable string: a pointer to ordinary text, with its header in the same block before the characters.
+#include <algorithm>
+#include <utility>
+
+#include "zu/zu_support.h"
+
+namespace {
+
+constexpr uint32_t capacity_step = 64;
+constexpr uint32_t formatting_slack = 63;    // room that a formatted piece is given before the first attempt
+constexpr uint32_t formatting_reserve = 127; // room that is made when there is less
+constexpr uint32_t formatting_step = 128;    // room that is added when the output does not fit
+constexpr uint32_t largest_capacity = 0x7FFFFFBF; // of a block whose bytes are counted in 32 bits
+constexpr uint32_t position_end = 0xFFFFFFFF;
+
+constexpr uint32_t most_inserts = 128;
+constexpr uint32_t most_insert_digits = 63;
+
+ZU_s_header* header_of(ZU_s s) {
+    return reinterpret_cast<ZU_s_header*>(s) - 1;
+}
+
+ZU_wchar* characters_of(ZU_s_header* header) {
+    return reinterpret_cast<ZU_wchar*>(header + 1);
+}
+
+uint32_t capacity_of(ZU_s s) {
+    return s ? header_of(s)->capacity : 0;
+}
+
+bool is_shared(ZU_s s) {
+    return s && header_of(s)->reference_count > 1;
+}
+
+// The characters before the first zero, at most `limit`.
+uint32_t length_up_to(const ZU_wchar* text, uint32_t limit) {
+    uint32_t length = 0;
+    while (length < limit && text[length])
+        ++length;
+    return length;
+}
+
+void set_length(ZU_s s, uint32_t length) {
+    header_of(s)->length = length;
+    s[length] = 0;
+}
+
+uint32_t block_bytes(uint32_t capacity) {
+    return (capacity + 1) * static_cast<uint32_t>(sizeof(ZU_wchar))
+           + static_cast<uint32_t>(sizeof(ZU_s_header));
+}
+
+// What no block can hold is memory that ran out: this asks for more than there is, and does not return.
+void report_too_long() {
+    ZU_free(ZU_calloc(0xFFFFFFFF, 0xFFFFFFFF));
+}
+
+// A buffer that is not shared keeps its block as far as the allocator can; either way the text is cut at its first
+// zero character.
+void move_to_capacity(ZU_s* s, uint32_t capacity) {
+    const ZU_s old = *s;
+    const uint32_t kept = old ? length_up_to(old, header_of(old)->length) : 0;
+    ZU_s_header* header;
+    if (is_shared(old)) {
+        header = static_cast<ZU_s_header*>(ZU_malloc(block_bytes(capacity)));
+        std::memcpy(characters_of(header), old, kept * sizeof(ZU_wchar));
+        --header_of(old)->reference_count;
+    } else {
+        header = static_cast<ZU_s_header*>(ZU_realloc(old ? header_of(old) : nullptr, block_bytes(capacity)));
+    }
+    header->capacity = capacity;
+    header->reference_count = 1;
+    *s = characters_of(header);
+    set_length(*s, kept);
+}
+
+// The growth step: room for n characters, in a buffer of its own when a private copy is asked for.
+void grow(ZU_s* s, uint64_t n, bool private_copy) {
+    if (capacity_of(*s) >= n && !(private_copy && is_shared(*s)))
+        return;
+    if (n > largest_capacity)
+        report_too_long();
+    move_to_capacity(s, static_cast<uint32_t>(n) | (capacity_step - 1));
+}
+
+void make_private(ZU_s* s) {
+    grow(s, ZU_s_length(*s), true);
+}
+
+bool lies_within(ZU_s s, const ZU_wchar* text) {
+    const auto at = reinterpret_cast<uintptr_t>(text);
+    return s && at >= reinterpret_cast<uintptr_t>(s)
+           && at <= reinterpret_cast<uintptr_t>(s + header_of(s)->length);
+}
+
+// The first characters of a text that is about to be added to a string: copied aside when they lie in the string's own
+// buffer, which growing moves.
+class added_text {
+public:
+    added_text(ZU_s s, const ZU_wchar* text, uint32_t n)
+        : text_(text), length_(length_up_to(text, n)), copy_(nullptr) {
+        if (!lies_within(s, text))
+            return;
+        copy_ = zu::allocate<ZU_wchar>(length_ + 1);
+        std::memcpy(copy_, text, length_ * sizeof(ZU_wchar));
+        text_ = copy_;
+    }
+    ~added_text() { ZU_free(copy_); }
+    added_text(const added_text&) = delete;
+    added_text& operator=(const added_text&) = delete;
+
+    uint32_t length() const { return length_; }
+    void copy_to(ZU_wchar* out) const { std::memcpy(out, text_, length_ * sizeof(ZU_wchar)); }
+
+private:
+    const ZU_wchar* text_;
+    uint32_t length_;
+    ZU_wchar* copy_;
+};
+
+// Room for the n characters that the caller allows, or for those that there are when n means "all".
+void grow_for(ZU_s* s, const added_text& text, uint32_t n) {
+    const uint64_t length = ZU_s_length(*s);
+    grow(s, length + (length + n > largest_capacity ? text.length() : n), true);
+}
+
+} // namespace
+
+ZU_s* ZU_s_reserve(ZU_s* s, uint32_t n) {
+    grow(s, n, false);
+    return s;
+}
+
+void ZU_s_destroy(ZU_s* s) {
+    if (!s || !*s)
+        return;
+    if (is_shared(*s))
+        --header_of(*s)->reference_count;
+    else
+        ZU_free(header_of(*s));
+    *s = nullptr;
+}
+
+void ZU_s_clear(ZU_s* s) {
+    if (is_shared(*s))
+        ZU_s_destroy(s);
+    else if (*s)
+        set_length(*s, 0);
+}
+
+ZU_s* ZU_s_insert(ZU_s* s, uint32_t position, const ZU_wchar* text) {
+    if (zu::is_empty(text))
+        return s;
+    return ZU_s_insert_n(s, position, text, static_cast<uint32_t>(zu::text_view(text).size()));
+}
+
+ZU_s* ZU_s_insert_n(ZU_s* s, uint32_t position, const ZU_wchar* text, uint32_t n) {
+    if (n == 0)
+        return s;
+    if (position == position_end)
+        return ZU_s_append_n(s, text, n);
+    const added_text added(*s, text, n);
+    grow_for(s, added, n);
+    const uint32_t length = ZU_s_length(*s);
+    ZU_wchar* gap = *s + std::min(position, length); // growing may have cut the text
+    std::memmove(gap + added.length(), gap, static_cast<size_t>(*s + length - gap) * sizeof(ZU_wchar));
+    added.copy_to(gap);
+    set_length(*s, length + added.length());
+    return s;
+}
+
+ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n) {
+    if (n == 0)
+        return s;
+    const added_text added(*s, text, n);
+    grow_for(s, added, n);
+    const uint32_t length = ZU_s_length(*s);
+    added.copy_to(*s + length);
+    set_length(*s, length + added.length());
+    return s;
+}
+
+ZU_s* ZU_s_append_sprintf(ZU_s* s, const ZU_wchar* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    ZU_s_append_sprintf_i(s, format, arguments);
+    va_end(arguments);
+    return s;
+}
+
+namespace {
+
+int format_at(ZU_wchar* out, uint32_t room, const ZU_wchar* format, va_list arguments) {
+    va_list copy;
+    va_copy(copy, arguments);
+    const int length = platform::_vsnwprintf(out, room, format, copy);
+    va_end(copy);
+    return length;
+}
+
+// The next capacity to try after one that was too small: the first of the series that holds the output. A runtime
+// that cannot measure is given a little more each time, and twice as much once the text is long.
+uint64_t next_capacity(uint32_t capacity, uint32_t length, int measured) {
+    constexpr uint32_t long_text = 0x10000;
+    const uint64_t needed = uint64_t{length} + static_cast<uint64_t>(measured);
+    uint64_t steps = 1;
+    if (measured < 0)
+        steps = capacity < long_text ? 1 : capacity / formatting_step;
+    else if (needed > capacity)
+        steps = (needed - capacity + formatting_step - 1) / formatting_step;
+    return capacity + steps * formatting_step;
+}
+
+} // namespace
+
+ZU_s* ZU_s_append_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments) {
+    const uint64_t length_before = ZU_s_length(*s);
+    if (length_before + formatting_slack > capacity_of(*s) || is_shared(*s))
+        grow(s, length_before + formatting_reserve, true);
+    for (;;) {
+        const uint32_t length = ZU_s_length(*s);
+        const uint32_t capacity = capacity_of(*s);
+        const uint32_t room = capacity - length + 1;
+        const int added = format_at(*s + length, room, format, arguments);
+        if (added >= 0 && static_cast<uint32_t>(added) < room) {
+            set_length(*s, length + static_cast<uint32_t>(added));
+            return s;
+        }
+        (*s)[length] = 0;
+        const int measured = added >= 0 ? added : format_at(nullptr, 0, format, arguments);
+        grow(s, next_capacity(capacity, length, measured), true);
+    }
+}
+
+ZU_s* ZU_s_sprintf(ZU_s* s, const ZU_wchar* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    ZU_s_sprintf_i(s, format, arguments);
+    va_end(arguments);
+    return s;
+}
+
+ZU_s* ZU_s_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments) {
+    ZU_s_clear(s);
+    return ZU_s_append_sprintf_i(s, format, arguments);
+}
+
+void ZU_s_swap(ZU_s* s, ZU_s* other) {
+    std::swap(*s, *other);
+}
+
+ZU_s* ZU_s_assign_s(ZU_s* s, const ZU_s* source) {
+    if (*s == *source)
+        return s;
+    ZU_s_clear(s);
+    return ZU_s_append_n(s, ZU_s_text(*source), ZU_s_length(*source));
+}
+
+ZU_wchar ZU_s_set_at(ZU_s* s, uint32_t index, ZU_wchar character) {
+    make_private(s);
+    return std::exchange((*s)[index], character);
+}
+
+ZU_s* ZU_s_resize(ZU_s* s, uint32_t n) {
+    if (ZU_s_length(*s) <= n)
+        return s;
+    make_private(s);
+    if (ZU_s_length(*s) > n) // copying may have cut the text
+        set_length(*s, n);
+    return s;
+}
+
+uint32_t ZU_s_trim_end_c(ZU_s* s, ZU_wchar character) {
+    make_private(s);
+    const uint32_t before = ZU_s_length(*s);
+    uint32_t length = before;
+    while (length > 0 && (*s)[length - 1] == character)
+        (*s)[--length] = 0;
+    if (length < before)
+        set_length(*s, length);
+    return before - length;
+}
+
+uint32_t ZU_s_replace_c(ZU_s* s, ZU_wchar from, ZU_wchar to) {
+    make_private(s);
+    uint32_t replaced = 0;
+    for (uint32_t i = 0, length = ZU_s_length(*s); i < length; ++i) {
+        if ((*s)[i] == from) {
+            (*s)[i] = to;
+            ++replaced;
+        }
+    }
+    return replaced;
+}
+
+void ZU_s_make_lower(ZU_s* s) {
+    if (ZU_s_length(*s) == 0)
+        return;
+    make_private(s);
+    ZU_strlwr(*s);
+}
+
+void ZU_s_make_upper(ZU_s* s) {
+    if (ZU_s_length(*s) == 0)
+        return;
+    make_private(s);
+    ZU_strupr(*s);
+}
+
+ZU_wchar* ZU_strlwr(ZU_wchar* text) {
+    for (ZU_wchar* at = text; *at; ++at) {
+        if (*at >= 'A' && *at <= 'Z')
+            *at = static_cast<ZU_wchar>(*at + ('a' - 'A'));
+    }
+    return text;
+}
+
+ZU_wchar* ZU_strupr(ZU_wchar* text) {
+    for (ZU_wchar* at = text; *at; ++at) {
+        if (*at >= 'a' && *at <= 'z')
+            *at = static_cast<ZU_wchar>(*at - ('a' - 'A'));
+    }
+    return text;
+}
+
+int32_t ZU_s_format_message(ZU_s* s, const ZU_wchar* message, ...) {
+    va_list arguments;
+    va_start(arguments, message);
+    ZU_s_format_message_i(s, message, arguments);
+    va_end(arguments);
+    return static_cast<int32_t>(ZU_s_length(*s));
+}
+
+namespace {
+
+bool is_digit(ZU_wchar c) {
+    return c >= '0' && c <= '9';
+}
+
+// The number-th wide text of a list, counted from 1.
+const ZU_wchar* nth_text(va_list arguments, int number) {
+    va_list copy;
+    va_copy(copy, arguments);
+    const ZU_wchar* text = nullptr;
+    for (int i = 0; i < number; ++i)
+        text = va_arg(copy, const ZU_wchar*);
+    va_end(copy);
+    return text ? text : ZU_W("(null)");
+}
+
+struct insert_table {
+    const ZU_wchar* texts[most_inserts] = {};
+    uint32_t count = 0;
+};
+
+// Takes the insert whose number stands at `at`, and moves behind the number; false when there is no such insert.
+bool take_insert(const ZU_wchar*& at, va_list arguments, insert_table& inserts) {
+    ZU_wchar digits[most_insert_digits + 1];
+    uint32_t count = 0;
+    while (count < most_insert_digits && is_digit(*at))
+        digits[count++] = *at++;
+    digits[count] = 0;
+    const int number = platform::_wtoi(digits);
+    if (inserts.count == most_inserts || number < 1)
+        return false;
+    inserts.texts[inserts.count++] = nth_text(arguments, number);
+    return true;
+}
+
+// Rewrites a message template into a format whose k-th "%s" stands for the k-th insert taken.
+bool rewrite_template(const ZU_wchar* message, va_list arguments, ZU_wchar* out, insert_table& inserts) {
+    while (*message) {
+        *out = *message++;
+        if (*out++ != '%' || !*message)
+            continue;
+        if (is_digit(*message)) {
+            if (!take_insert(message, arguments, inserts))
+                return false;
+            *out++ = 's';
+        } else if (*message == 'n') {
+            out[-1] = '\r';
+            *out++ = '\n';
+            ++message;
+        } else {
+            *out++ = *message++;
+        }
+    }
+    *out = 0;
+    return true;
+}
+
+// A real variadic call with every slot of the table: nothing here depends on what a va_list is made of.
+template <size_t... Slot>
+void format_inserts(ZU_s* s, const ZU_wchar* format, const insert_table& inserts,
+                    std::index_sequence<Slot...>) {
+    ZU_s_sprintf(s, format, inserts.texts[Slot]...);
+}
+
+} // namespace
+
+int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list arguments) {
+    ZU_s_clear(s);
+    const zu::owned<ZU_wchar> format(
+        zu::allocate<ZU_wchar>(static_cast<uint32_t>(zu::text_view(message).size()) + 1));
+    insert_table inserts;
+    if (!rewrite_template(message, arguments, format.get(), inserts))
+        return 0;
+    format_inserts(s, format.get(), inserts, std::make_index_sequence<most_inserts>());
+    return static_cast<int32_t>(ZU_s_length(*s));
+}
