@@ -1,0 +1,71 @@
+// Files for a test: a directory of its own as drive T:, in a host directory of its own; a small file system; an
+// ordinary user.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "support/process.h"
+
+namespace zu_test {
+
+std::u16string wide(std::string_view utf8);
+std::string narrow(std::u16string_view text);
+
+// Makes a directory under the temporary folder, makes it drive T: of a private host directory (ZU_HOST) where C: is
+// /, and removes all of it at the end. Open to every user, so that children of another user can work in it.
+class file_place {
+public:
+    file_place();
+    ~file_place();
+    file_place(const file_place&) = delete;
+    file_place& operator=(const file_place&) = delete;
+
+    // `relative` has backslashes; empty gives the drive's root.
+    std::u16string long_path(std::u16string_view relative) const;  // \\?\T:\relative
+    std::u16string drive_path(std::u16string_view relative) const; // T:\relative
+    std::string host_path(std::string_view relative = "") const;   // as the host names it, with slashes
+
+    // Letter to directory, and \\server\share to directory; an empty directory takes the mapping away.
+    void map_drive(char letter, const std::string& directory) const;
+    void map_share(const std::string& server, const std::string& share, const std::string& directory) const;
+
+    void write(std::string_view relative, std::string_view bytes) const; // makes or replaces the file
+    std::string read(std::string_view relative) const;                   // empty when there is none
+    bool exists(std::string_view relative) const;                        // links are not followed
+    void make_directory(std::string_view relative) const;
+
+private:
+    std::string top_;
+    std::string previous_host_;
+    bool had_host_;
+};
+
+// A file system of `bytes` in memory, mounted on a directory until the end of the scope. Needs root.
+class small_file_system {
+public:
+    small_file_system(const std::string& directory, uint64_t bytes, bool read_only = false);
+    ~small_file_system();
+    small_file_system(const small_file_system&) = delete;
+    small_file_system& operator=(const small_file_system&) = delete;
+
+    bool mounted() const { return mounted_; }
+    bool remount_read_only() const;
+
+private:
+    std::string directory_;
+    bool mounted_;
+};
+
+bool is_root();
+
+// Gives up root for good, if the process has it: from here on it is an ordinary user, without further groups.
+void become_ordinary_user();
+
+// run_child with become_ordinary_user in front. Failed expectations inside must be reported through the exit code or
+// the output: they belong to the child.
+outcome run_as_ordinary_user(const std::function<void()>& body);
+
+} // namespace zu_test
