@@ -7,8 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace zu_test {
 
@@ -19,7 +21,7 @@ constexpr uid_t ordinary_user = 12345;
 void must(bool condition, const char* what, const std::string& path) {
     if (condition)
         return;
-    std::fprintf(stderr, "test set-up failed: %s: %s: %m\n", what, path.c_str());
+    std::fprintf(stderr, "test set-up failed: %s: %s: %s\n", what, path.c_str(), std::strerror(errno));
     std::abort();
 }
 
