@@ -1,15 +1,17 @@
 // Thread locks, events, semaphores, waits, threads, the tick count and identifiers.
 #pragma once
 
+#include <atomic>
+
 #include "platform/api/base.h"
 
 namespace platform {
 
-// Storage of a re-entrant lock, within the 64 bytes that callers keep for one.
+// A re-entrant lock in storage of the caller's, within the 64 bytes that are kept for one.
 struct CRITICAL_SECTION {
-    uint32_t state; // 0 free, 1 held, 2 held and somebody may sleep
-    uint32_t owner; // thread identifier of the holder, 0 when free
-    uint32_t depth; // how many times the holder has entered
+    std::atomic<uint32_t> state;  // 0 free, 1 held, 2 held and somebody may sleep
+    uint32_t depth;               // how many times the owner has entered
+    std::atomic<uintptr_t> owner; // the address of the owner's thread, 0 when free
 };
 
 void InitializeCriticalSection(CRITICAL_SECTION* section);
@@ -17,7 +19,9 @@ void EnterCriticalSection(CRITICAL_SECTION* section);
 void LeaveCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
 
-HANDLE CreateEventW(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL initial_state, const WCHAR* name);
+// Attributes and a name must be null, else 50: there are no named events and semaphores here.
+HANDLE CreateEventW(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL initial_state,
+                    const WCHAR* name);
 BOOL SetEvent(HANDLE event);
 BOOL ResetEvent(HANDLE event);
 
@@ -25,13 +29,23 @@ HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES* attributes, LONG initial_count, LON
                         const WCHAR* name);
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG release_count, LONG* previous_count);
 
+// WAIT_OBJECT_0 (plus the index), WAIT_ABANDONED_0 likewise for a mutex whose owner ended, WAIT_TIMEOUT, or
+// WAIT_FAILED with the code. One signal releases one waiter, in the order in which they began to sleep.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+
+// The lowest index that is signalled is taken. For all: none is taken before every one can be; no object twice (87).
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all, DWORD milliseconds);
 
-LONG InterlockedIncrement(volatile LONG* cell);
-LONG InterlockedDecrement(volatile LONG* cell);
+// Indivisible, with a full barrier; the new value, which wraps around.
+inline LONG InterlockedIncrement(volatile LONG* cell) {
+    return __atomic_add_fetch(cell, 1, __ATOMIC_SEQ_CST);
+}
+inline LONG InterlockedDecrement(volatile LONG* cell) {
+    return __atomic_sub_fetch(cell, 1, __ATOMIC_SEQ_CST);
+}
 
-// Starts a thread; 0 on failure, with the code in the last-error slot as well.
+// Starts a thread; 0 on failure, with the code set: 8 when the host has no room for it, 50 for security attributes
+// or flags other than STACK_SIZE_PARAM_IS_A_RESERVATION. The handle is closed with CloseHandle.
 uintptr_t _beginthreadex(void* security, unsigned stack_size, unsigned (*function)(void*), void* argument,
                          unsigned flags, unsigned* thread_id);
 BOOL GetExitCodeThread(HANDLE thread, DWORD* code); // 259 while it runs

@@ -1,0 +1,238 @@
+// Objects that threads wait for: the count, the queue of sleepers, and the wait for one object.
+#include "platform/waitable.h"
+
+#include "platform/api/threads.h"
+
+namespace platform {
+
+namespace {
+
+// A spinning wait costs what it spins; one that falls asleep and is woken costs some microseconds. How long to spin
+// is learnt per object: from what succeeded, and down to a little when nothing comes.
+constexpr unsigned spins_at_first = 200;
+constexpr unsigned spins_at_most = 1000;
+constexpr unsigned spins_at_least = 20;
+
+} // namespace
+
+// The sleepers to wake once the lock is free, so that they do not run into it. Only addresses are kept: a sleeper
+// that has been settled may be gone before it is woken.
+class waitable::wakes {
+public:
+    ~wakes() { wake_all(); }
+    void add(const std::atomic<uint32_t>* word) {
+        if (count_ == at_once)
+            wake_all();
+        words_[count_++] = word;
+    }
+
+private:
+    static constexpr int at_once = 16;
+
+    void wake_all() {
+        for (int i = 0; i < count_; ++i)
+            wake_on(words_[i], 1);
+        count_ = 0;
+    }
+
+    const std::atomic<uint32_t>* words_[at_once];
+    int count_ = 0;
+};
+
+// `next` gets the count, changes it and says whether the change may be made.
+//
+// Every exchange of the state is sequentially consistent: a setter's earlier writes are seen by the thread that
+// takes the signal, and callers may rely on the full barrier that the platform's calls are, as in "reset the event,
+// then look whether there is work".
+template <class Next>
+bool waitable::change(Next next, uint32_t* before) {
+    uint32_t old = state_.load(std::memory_order_relaxed);
+    for (;;) {
+        if (old & queued)
+            return change_locked(next, before);
+        uint32_t count = old;
+        if (!next(count))
+            return false;
+        // Nothing of the object is touched after this: a thread that takes the signal may close it.
+        if (state_.compare_exchange_weak(old, count, std::memory_order_seq_cst, std::memory_order_relaxed))
+            break;
+    }
+    if (before)
+        *before = old;
+    return true;
+}
+
+template <class Next>
+bool waitable::change_locked(Next next, uint32_t* before) {
+    // A sleeper that is released may close the object before this thread has left the lock.
+    const kept here(this);
+    wakes woken;
+    lock();
+    const uint32_t old = state_.load(std::memory_order_relaxed) & count_mask;
+    uint32_t count = old;
+    const bool changed = next(count);
+    if (changed)
+        state_.store(hand_out_locked(count, woken) | queued, std::memory_order_seq_cst);
+    unlock();
+    if (changed && before)
+        *before = old;
+    return changed;
+}
+
+// Gives the count to the sleepers, as far as it goes; returns what is left.
+uint32_t waitable::hand_out_locked(uint32_t count, wakes& woken) {
+    for (queue_entry* entry = first_; entry && count > 0;) {
+        queue_entry* const next = entry->next;
+        sleeper* const who = entry->who;
+        const std::atomic<uint32_t>* const word = &who->outcome;
+        if (who->wants_all) {
+            // It stays in the queue, and so alive, until it has this lock.
+            who->outcome.store(sleeper::poked, std::memory_order_release);
+            woken.add(word);
+        } else {
+            dequeue_locked(*entry);
+            if (who->settle(entry->index)) {
+                woken.add(word);
+                count -= stays_ ? 0 : 1;
+            }
+        }
+        entry = next;
+    }
+    return count;
+}
+
+void waitable::lock() {
+    lock_.lock();
+    // With the flag, changes without the lock fail and come here.
+    state_.fetch_or(queued, std::memory_order_seq_cst);
+}
+
+void waitable::unlock() {
+    if (!first_)
+        state_.fetch_and(count_mask, std::memory_order_seq_cst);
+    lock_.unlock();
+}
+
+bool waitable::is_signalled_locked() const {
+    return (state_.load(std::memory_order_relaxed) & count_mask) > 0;
+}
+
+void waitable::take_locked() {
+    if (!stays_)
+        state_.fetch_sub(1, std::memory_order_seq_cst);
+}
+
+void waitable::enqueue_locked(queue_entry& entry) {
+    entry.next = nullptr;
+    entry.link = last_link_;
+    *last_link_ = &entry;
+    last_link_ = &entry.next;
+}
+
+void waitable::dequeue_locked(queue_entry& entry) {
+    if (!entry.link)
+        return;
+    *entry.link = entry.next;
+    if (entry.next)
+        entry.next->link = entry.link;
+    else
+        last_link_ = entry.link;
+    entry.link = nullptr;
+}
+
+void waitable::set() {
+    change(
+        [](uint32_t& count) {
+            count = 1;
+            return true;
+        },
+        nullptr);
+}
+
+void waitable::reset() {
+    change(
+        [](uint32_t& count) {
+            count = 0;
+            return true;
+        },
+        nullptr);
+}
+
+bool waitable::add(uint32_t n, uint32_t maximum, uint32_t* before) {
+    return change(
+        [=](uint32_t& count) {
+            if (n > maximum - count)
+                return false;
+            count += n;
+            return true;
+        },
+        before);
+}
+
+bool waitable::take() {
+    if (stays_)
+        return (state_.load(std::memory_order_seq_cst) & count_mask) > 0;
+    return change([](uint32_t& count) { return count > 0 && count-- > 0; }, nullptr);
+}
+
+DWORD waitable::wait(DWORD milliseconds) {
+    if (take())
+        return WAIT_OBJECT_0;
+    return milliseconds == 0 ? WAIT_TIMEOUT : sleep(milliseconds);
+}
+
+bool waitable::spin() {
+    if (!has_several_processors())
+        return false;
+    const unsigned learnt = spins_.load(std::memory_order_relaxed);
+    const unsigned limit = learnt == 0 ? spins_at_first : learnt;
+    bool taken = false;
+    for (unsigned i = 0; i < limit && !taken; ++i) {
+        relax();
+        taken = (state_.load(std::memory_order_relaxed) & count_mask) > 0 && take();
+    }
+    const unsigned next = taken ? limit + limit / 8 + 1 : limit - limit / 8;
+    spins_.store(static_cast<uint16_t>(next > spins_at_most    ? spins_at_most
+                                       : next < spins_at_least ? spins_at_least
+                                                               : next),
+                 std::memory_order_relaxed);
+    return taken;
+}
+
+DWORD waitable::sleep(DWORD milliseconds) {
+    const kept here(this);
+    if (spin())
+        return WAIT_OBJECT_0;
+    const deadline until(milliseconds);
+    sleeper self(false);
+    queue_entry entry;
+    entry.who = &self;
+
+    lock();
+    if (is_signalled_locked()) {
+        take_locked();
+        unlock();
+        return WAIT_OBJECT_0;
+    }
+    enqueue_locked(entry);
+    unlock();
+
+    while (self.outcome.load(std::memory_order_acquire) == sleeper::waiting) {
+        if (sleep_on(&self.outcome, sleeper::waiting, until) || !self.settle(sleeper::timed_out))
+            continue;
+        lock();
+        dequeue_locked(entry);
+        unlock();
+        return WAIT_TIMEOUT;
+    }
+    return WAIT_OBJECT_0;
+}
+
+waitable* what_never_ends() {
+    static constexpr object_kind pseudo{};
+    // Never destroyed: a thread may wait for it until the very end.
+    static waitable* const never = new waitable(pseudo, waitable::when_taken::stays, 0);
+    return never;
+}
+
+} // namespace platform

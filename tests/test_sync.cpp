@@ -1,0 +1,403 @@
+// Thread locks, events, semaphores and waits: results, codes, and what must hold when many threads meet.
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/process.h"
+#include "support/threads.h"
+#include "zu/zu.h"
+
+namespace {
+
+using platform::HANDLE;
+
+const HANDLE no_handle = nullptr;
+const HANDLE this_process = reinterpret_cast<HANDLE>(intptr_t{-1});
+const HANDLE this_thread = reinterpret_cast<HANDLE>(intptr_t{-2});
+const HANDLE made_up = reinterpret_cast<HANDLE>(intptr_t{0x7654321});
+
+HANDLE event(bool manual_reset, bool signalled) {
+    return platform::CreateEventW(nullptr, manual_reset, signalled, nullptr);
+}
+
+HANDLE semaphore(int initial, int maximum) {
+    return platform::CreateSemaphoreW(nullptr, initial, maximum, nullptr);
+}
+
+using zu_test::crew;
+using zu_test::sleeping_crew;
+
+TEST(handles, good_closed_null_and_made_up_ones_are_told_apart) {
+    const HANDLE closed = event(true, true);
+    ASSERT_TRUE(platform::CloseHandle(closed));
+    const HANDLE good = event(false, true);
+    const HANDLE sem = semaphore(1, 1);
+    for (HANDLE bad : {no_handle, made_up}) {
+        const std::vector<HANDLE> list{good, bad};
+        const std::function<bool()> calls[] = {
+            [&] { return platform::CloseHandle(bad) == 0; },
+            [&] { return platform::SetEvent(bad) == 0; },
+            [&] { return platform::ResetEvent(bad) == 0; },
+            [&] { return platform::ReleaseSemaphore(bad, 1, nullptr) == 0; },
+            [&] { return platform::WaitForSingleObject(bad, 0) == WAIT_FAILED; },
+            [&] { return platform::WaitForMultipleObjects(2, list.data(), 0, 0) == WAIT_FAILED; },
+            [&] {
+                platform::DWORD code;
+                return platform::GetExitCodeThread(bad, &code) == 0;
+            },
+        };
+        for (const auto& call : calls) {
+            SetLastError(0);
+            EXPECT_TRUE(call());
+            EXPECT_EQ(GetLastError(), 6u);
+        }
+    }
+    // Of the wrong kind.
+    SetLastError(0);
+    EXPECT_FALSE(platform::SetEvent(sem));
+    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_FALSE(platform::ReleaseSemaphore(good, 1, nullptr));
+    EXPECT_EQ(platform::WaitForSingleObject(good, 0), WAIT_OBJECT_0) << "nothing above has taken it";
+
+    for (HANDLE pseudo : {this_process, this_thread}) {
+        EXPECT_EQ(platform::WaitForSingleObject(pseudo, 1), static_cast<platform::DWORD>(WAIT_TIMEOUT));
+        EXPECT_TRUE(platform::CloseHandle(pseudo));
+        EXPECT_FALSE(platform::SetEvent(pseudo));
+    }
+    EXPECT_TRUE(platform::CloseHandle(good));
+    SetLastError(0);
+    EXPECT_FALSE(platform::CloseHandle(good)) << "closed twice";
+    EXPECT_EQ(GetLastError(), 6u);
+    platform::CloseHandle(sem);
+}
+
+TEST(thread_lock, excludes_counts_and_serves_a_forked_child) {
+    ZU_lock_thread lock;
+    int64_t counter = 0; // plain: only the lock keeps it right
+    EXPECT_EQ(ZU_lock_thread_init_recursive(&lock), 1);
+    crew workers;
+    for (int i = 0; i < 8; ++i) {
+        workers.add([&, i] {
+            for (int round = 0; round < 20000; ++round) {
+                const int depth = 1 + (round + i) % 3;
+                for (int d = 0; d < depth; ++d)
+                    EXPECT_EQ(ZU_lock_thread_lock(&lock), 1);
+                ++counter;
+                for (int d = 0; d < depth; ++d)
+                    EXPECT_EQ(ZU_lock_thread_unlock(&lock), 1);
+            }
+        });
+    }
+    workers.join();
+    EXPECT_EQ(counter, 8 * 20000);
+
+    // The child's thread is still the owner of what it held; afterwards the lock works there as here.
+    ZU_lock_thread_lock(&lock);
+    const zu_test::outcome child = zu_test::run_child([&] {
+        ZU_lock_thread_lock(&lock);
+        ZU_lock_thread_unlock(&lock);
+        ZU_lock_thread_unlock(&lock);
+        std::thread([&] { ZU_lock_thread_lock(&lock); }).join();
+    });
+    EXPECT_EQ(child.exit_code, 0);
+    ZU_lock_thread_unlock(&lock);
+    EXPECT_EQ(ZU_lock_thread_destroy(&lock), 1);
+    EXPECT_EQ(ZU_lock_thread_destroy(nullptr), 1);
+}
+
+TEST(atomics, wrap_around) {
+    int32_t cell = 0x7FFFFFFF;
+    EXPECT_EQ(ZU_atomic_inc_32(&cell), INT32_MIN);
+    EXPECT_EQ(ZU_atomic_dec_32(&cell), INT32_MAX);
+    cell = 1;
+    EXPECT_EQ(ZU_atomic_dec_32(&cell), 0);
+}
+
+TEST(events, reset_modes_and_results) {
+    for (ZU_bool manual : {0, 1}) {
+        ZU_event* one = ZU_create_event(manual);
+        ASSERT_NE(one, nullptr);
+        SetLastError(4711);
+        EXPECT_EQ(ZU_wait_for_event(one, 0), 0);
+        EXPECT_EQ(ZU_wait_for_event(one, 2), 0);
+        EXPECT_EQ(GetLastError(), 4711u) << "a time-out leaves the code alone";
+        EXPECT_TRUE(ZU_set_event(one));
+        EXPECT_TRUE(ZU_set_event(one)) << "a second set adds nothing";
+        EXPECT_EQ(ZU_wait_for_event(one, ZU_WAIT_INFINITE), 1);
+        EXPECT_EQ(ZU_wait_for_event(one, 0), manual);
+        EXPECT_TRUE(ZU_set_event(one));
+        EXPECT_TRUE(ZU_reset_event(one));
+        EXPECT_EQ(ZU_wait_for_event(one, 0), 0);
+        EXPECT_TRUE(ZU_destroy_event(one));
+    }
+    EXPECT_TRUE(ZU_destroy_event(nullptr));
+}
+
+TEST(semaphores, counts_bounds_and_the_timed_out_flag) {
+    const struct {
+        int32_t initial, maximum;
+        bool made;
+    } rows[] = {{0, 1, true},   {1, 1, true},   {0x7FFFFFFF, 0x7FFFFFFF, true},
+                {2, 1, false},  {0, 0, false},  {-1, 1, false},
+                {0, -1, false}, {-2, -1, false}};
+    for (const auto& row : rows) {
+        SetLastError(4711);
+        ZU_sem* sem = ZU_sem_create(row.initial, row.maximum);
+        EXPECT_EQ(sem != nullptr, row.made) << row.initial << " of " << row.maximum;
+        EXPECT_EQ(GetLastError(), row.made ? 0u : 87u);
+        EXPECT_TRUE(ZU_sem_destroy(sem));
+    }
+
+    ZU_sem* sem = ZU_sem_create(0, 1);
+    ZU_bool flag = 77;
+    EXPECT_FALSE(ZU_sem_wait(sem, 0, &flag));
+    EXPECT_EQ(flag, 1);
+    EXPECT_FALSE(ZU_sem_wait(sem, 2, nullptr));
+    EXPECT_TRUE(ZU_sem_post(sem));
+    EXPECT_FALSE(ZU_sem_post(sem)) << "at its maximum";
+    EXPECT_EQ(GetLastError(), 298u);
+    EXPECT_TRUE(ZU_sem_wait(sem, 0, &flag));
+    EXPECT_EQ(flag, 0);
+    EXPECT_FALSE(ZU_sem_wait(sem, 0, nullptr));
+    ZU_sem_destroy(sem);
+
+    const HANDLE many = semaphore(0x7FFFFFF0, 0x7FFFFFFF);
+    const struct {
+        int32_t count;
+        uint32_t code;
+        int32_t before;
+    } releases[] = {{0x10, 298, 4711},    {0, 87, 4711},           {-1, 87, 4711},
+                    {0xF, 0, 0x7FFFFFF0}, {0x7FFFFFFF, 298, 4711}, {1, 298, 4711}};
+    for (const auto& row : releases) {
+        int32_t before = 4711;
+        SetLastError(0);
+        EXPECT_EQ(platform::ReleaseSemaphore(many, row.count, &before), row.code == 0);
+        EXPECT_EQ(GetLastError(), row.code) << row.count;
+        EXPECT_EQ(before, row.before) << row.count;
+    }
+    platform::CloseHandle(many);
+}
+
+TEST(waits_for_several, results_refusals_and_what_is_taken) {
+    ZU_event* events[65];
+    for (ZU_event*& one : events)
+        one = ZU_create_event(0);
+    for (int32_t count : {0, -1, 65, INT32_MIN}) {
+        SetLastError(0);
+        EXPECT_EQ(ZU_wait_for_multiple_events(count, events, 0, 0), -1) << count;
+        EXPECT_EQ(GetLastError(), 87u) << count;
+    }
+    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 1), 0);
+    for (ZU_bool all : {0, 1}) {
+        ZU_set_event(events[63]);
+        ZU_set_event(events[2]);
+        SetLastError(4711);
+        EXPECT_EQ(ZU_wait_for_multiple_events(3, events, all, 1), all ? 0 : 3);
+        EXPECT_EQ(GetLastError(), 4711u);
+        EXPECT_EQ(ZU_wait_for_event(events[63], 0), 1);
+        EXPECT_EQ(ZU_wait_for_event(events[2], 0), all) << "a failed wait for all takes nothing";
+    }
+    for (int i : {5, 3, 4})
+        ZU_set_event(events[i]);
+    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 0), 4) << "the lowest index that is signalled";
+    ZU_event* mixed[] = {events[5], events[4]};
+    EXPECT_EQ(ZU_wait_for_multiple_events(2, mixed, 1, 0), 1);
+    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 0), 0) << "all taken, each once";
+
+    ZU_event* twice[] = {events[1], events[0], events[1]};
+    SetLastError(0);
+    EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 1, 0), -1);
+    EXPECT_EQ(GetLastError(), 87u);
+    EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 1), 0);
+    ZU_set_event(events[1]);
+    EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 0), 1);
+    for (ZU_event* one : events)
+        EXPECT_TRUE(ZU_destroy_event(one));
+}
+
+// What a signaller has released stays released, whatever happens before the sleepers run.
+TEST(sleepers, are_released_by_the_signal_itself) {
+    const HANDLE manual = event(true, false), automatic = event(false, false), sem = semaphore(0, 1);
+    const HANDLE other = event(false, false);
+    const HANDLE automatic_or_other[] = {other, automatic};
+    {
+        sleeping_crew three(3, [&](int) { return platform::WaitForSingleObject(manual, INFINITE); });
+        platform::SetEvent(manual);
+        platform::ResetEvent(manual);
+        EXPECT_EQ(three.results(), std::vector<uint32_t>(3, 0));
+        EXPECT_EQ(platform::WaitForSingleObject(manual, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
+    }
+    {
+        sleeping_crew three(3, [&](int i) {
+            return i == 0 ? platform::WaitForMultipleObjects(2, automatic_or_other, 0, INFINITE)
+                          : platform::WaitForSingleObject(automatic, INFINITE);
+        });
+        for (int i = 0; i < 3; ++i)
+            platform::SetEvent(automatic);
+        platform::ResetEvent(automatic);
+        EXPECT_EQ(three.results(), (std::vector<uint32_t>{1, 0, 0}));
+        EXPECT_EQ(platform::WaitForSingleObject(automatic, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
+    }
+    {
+        sleeping_crew two(2, [&](int) { return platform::WaitForSingleObject(sem, 0xFFFFFFFE); });
+        EXPECT_TRUE(platform::ReleaseSemaphore(sem, 1, nullptr));
+        EXPECT_TRUE(platform::ReleaseSemaphore(sem, 1, nullptr)) << "the first one has been given away";
+        EXPECT_EQ(two.results(), std::vector<uint32_t>(2, 0));
+    }
+    {
+        const HANDLE both[] = {automatic, sem};
+        sleeping_crew one(1, [&](int) { return platform::WaitForMultipleObjects(2, both, 1, INFINITE); });
+        platform::SetEvent(automatic);
+        EXPECT_EQ(platform::WaitForSingleObject(automatic, INFINITE), WAIT_OBJECT_0)
+            << "who waits for all holds nothing back";
+        platform::SetEvent(automatic);
+        platform::ReleaseSemaphore(sem, 1, nullptr);
+        EXPECT_EQ(one.results(), std::vector<uint32_t>(1, 0));
+        EXPECT_EQ(platform::WaitForMultipleObjects(2, both, 0, 0),
+                  static_cast<platform::DWORD>(WAIT_TIMEOUT));
+    }
+    for (HANDLE one : {manual, automatic, sem, other})
+        platform::CloseHandle(one);
+}
+
+// One token is passed on through automatic and manual events; every thread waits without limit for its own, so that
+// one lost signal stops them all and one too many shows in the end.
+TEST(sleepers, no_signal_is_lost_or_doubled) {
+    constexpr int members = 8;
+    HANDLE own[members];
+    for (int i = 0; i < members; ++i)
+        own[i] = event(i % 2 != 0, i == 0);
+    const HANDLE over = event(true, false);
+    std::atomic<int> holders{0};
+    std::atomic<uint64_t> passes{0};
+    crew workers;
+    for (int i = 0; i < members; ++i) {
+        workers.add([&, i] {
+            std::minstd_rand random(static_cast<unsigned>(i) + 1);
+            const HANDLE watched[] = {own[i], over};
+            for (;;) {
+                const bool single = random() % 2 != 0;
+                if (single && platform::WaitForSingleObject(own[i], random() % 3) != WAIT_OBJECT_0)
+                    continue;
+                if (!single && platform::WaitForMultipleObjects(2, watched, 0, INFINITE) != WAIT_OBJECT_0)
+                    return;
+                platform::ResetEvent(own[i]);
+                EXPECT_EQ(holders.fetch_add(1), 0);
+                if (random() % 4 == 0)
+                    platform::ResetEvent(own[random() % members]);
+                ++passes;
+                holders.fetch_sub(1);
+                platform::SetEvent(own[random() % members]);
+            }
+        });
+    }
+    platform::Sleep(1000);
+    platform::SetEvent(over);
+    workers.join();
+    int signalled = 0;
+    for (HANDLE one : own) {
+        signalled += platform::WaitForSingleObject(one, 0) == WAIT_OBJECT_0;
+        platform::CloseHandle(one);
+    }
+    EXPECT_EQ(signalled, 1);
+    EXPECT_GT(passes.load(), 100u);
+    platform::CloseHandle(over);
+}
+
+// Whatever is posted is either taken by one wait or left over.
+TEST(sleepers, waits_for_all_never_take_a_part) {
+    constexpr int kinds = 4;
+    HANDLE sems[kinds];
+    std::atomic<int64_t> posted[kinds] = {}, taken[kinds] = {};
+    for (HANDLE& one : sems)
+        one = semaphore(0, 1000);
+    std::atomic<bool> over{false};
+    crew workers;
+    for (int i = 0; i < 8; ++i) {
+        workers.add([&, i] {
+            std::minstd_rand random(static_cast<unsigned>(i) + 77);
+            while (!over) {
+                const unsigned first = random() % kinds, step = 1 + random() % (kinds - 1);
+                const unsigned second = (first + step) % kinds;
+                const HANDLE pair[] = {sems[first], sems[second]};
+                const platform::DWORD limit = random() % 3;
+                switch (random() % 4) {
+                case 0:
+                    if (platform::WaitForMultipleObjects(2, pair, 1, limit) == WAIT_OBJECT_0) {
+                        ++taken[first];
+                        ++taken[second];
+                    }
+                    break;
+                case 1: {
+                    const platform::DWORD which = platform::WaitForMultipleObjects(2, pair, 0, limit);
+                    if (which <= 1)
+                        ++taken[which == 0 ? first : second];
+                    break;
+                }
+                case 2:
+                    if (platform::WaitForSingleObject(sems[first], limit) == WAIT_OBJECT_0)
+                        ++taken[first];
+                    break;
+                default:
+                    if (platform::ReleaseSemaphore(sems[first], static_cast<int>(step), nullptr))
+                        posted[first] += step;
+                }
+            }
+        });
+    }
+    platform::Sleep(1000);
+    over = true;
+    workers.join();
+    for (int k = 0; k < kinds; ++k) {
+        while (platform::WaitForSingleObject(sems[k], 0) == WAIT_OBJECT_0)
+            ++taken[k];
+        EXPECT_EQ(posted[k].load(), taken[k].load()) << k;
+        platform::CloseHandle(sems[k]);
+    }
+}
+
+// Five threads that each need two neighbouring forks: taking one while waiting for the other would end in a circle.
+TEST(sleepers, philosophers_who_wait_for_both_forks_all_eat) {
+    constexpr int seats = 5;
+    HANDLE forks[seats];
+    for (HANDLE& fork : forks)
+        fork = event(false, true);
+    std::atomic<int> in_use[seats] = {};
+    crew philosophers;
+    for (int i = 0; i < seats; ++i) {
+        philosophers.add([&, i] {
+            const int left = i, right = (i + 1) % seats;
+            const HANDLE both[] = {forks[left], forks[right]};
+            for (int meal = 0; meal < 1000; ++meal) {
+                ASSERT_EQ(platform::WaitForMultipleObjects(2, both, 1, INFINITE), WAIT_OBJECT_0);
+                EXPECT_EQ(in_use[left]++ + in_use[right]++, 0);
+                --in_use[left];
+                --in_use[right];
+                platform::SetEvent(forks[right]);
+                platform::SetEvent(forks[left]);
+            }
+        });
+    }
+    philosophers.join();
+    for (HANDLE fork : forks)
+        platform::CloseHandle(fork);
+}
+
+// A waiter may end the object as soon as it is released, while its signaller is still on the way out.
+TEST(sleepers, may_close_what_released_them) {
+    for (int round = 0; round < 2000; ++round) {
+        ZU_event* done = ZU_create_event(round % 2 != 0);
+        std::thread signaller([&] { ZU_set_event(done); });
+        EXPECT_EQ(ZU_wait_for_event(done, ZU_WAIT_INFINITE), 1);
+        EXPECT_TRUE(ZU_destroy_event(done));
+        signaller.join();
+    }
+}
+
+} // namespace

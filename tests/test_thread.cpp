@@ -1,0 +1,165 @@
+// Threads, their ends and exit codes, stacks, sleeping, clocks and identifiers.
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/process.h"
+#include "support/threads.h"
+#include "zu/zu.h"
+
+namespace {
+
+uint32_t give_back(void* argument) {
+    return *static_cast<uint32_t*>(argument);
+}
+
+long threads_of_process() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+}
+
+TEST(threads, hand_on_their_exit_codes) {
+    for (uint32_t code : {42u, 0u, 259u, 0xFFFFFFFFu}) {
+        uint32_t collected = 4711;
+        ZU_thread* thread = ZU_thread_create(give_back, &code);
+        ASSERT_NE(thread, nullptr);
+        EXPECT_EQ(ZU_thread_wait_for_termination(thread, &collected), 0);
+        EXPECT_EQ(collected, code);
+        EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create_ex(give_back, &code, 1 << 20), nullptr), 0);
+    }
+}
+
+TEST(threads, are_gone_when_their_end_has_been_waited_for) {
+    static std::atomic<int> destroyed{0};
+    struct counted {
+        ~counted() {
+            platform::Sleep(1);
+            ++destroyed;
+        }
+    };
+    const long before = threads_of_process();
+    for (int round = 0; round < 200; ++round) {
+        ZU_thread* thread = ZU_thread_create(
+            [](void*) -> uint32_t {
+                static thread_local counted variable;
+                return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&variable) != 0);
+            },
+            nullptr);
+        ASSERT_EQ(ZU_thread_wait_for_termination(thread, nullptr), 0);
+        ASSERT_EQ(destroyed.load(), round + 1) << "the thread's variables end before it does";
+    }
+    // The kernel takes an ended thread off its list a moment after the join.
+    while (threads_of_process() > before)
+        platform::Sleep(1);
+}
+
+TEST(threads, one_that_ends_without_returning_is_noticed) {
+    uint32_t code = 4711;
+    ZU_thread* thread = ZU_thread_create([](void*) -> uint32_t { pthread_exit(nullptr); }, nullptr);
+    EXPECT_EQ(ZU_thread_wait_for_termination(thread, &code), 0);
+    EXPECT_EQ(code, 0u);
+}
+
+TEST(threads, running_ones_and_their_identifiers) {
+    using platform::HANDLE;
+    static const HANDLE go_on = platform::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    unsigned identifier = 0;
+    uint32_t own = 0;
+    const HANDLE thread = reinterpret_cast<HANDLE>(platform::_beginthreadex(
+        nullptr, 0,
+        [](void* out) -> unsigned {
+            *static_cast<uint32_t*>(out) = ZU_get_current_thread_id();
+            return platform::WaitForSingleObject(go_on, INFINITE);
+        },
+        &own, 0, &identifier));
+    ASSERT_NE(thread, nullptr);
+    zu_test::wait_until_asleep(static_cast<int>(identifier));
+    platform::DWORD code = 0;
+    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, STILL_ACTIVE);
+    EXPECT_EQ(platform::WaitForSingleObject(thread, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
+    platform::SetEvent(go_on);
+    const HANDLE both[] = {go_on, thread};
+    EXPECT_EQ(platform::WaitForMultipleObjects(2, both, TRUE, INFINITE), WAIT_OBJECT_0);
+    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, WAIT_OBJECT_0);
+    EXPECT_EQ(own, identifier);
+    EXPECT_NE(own, ZU_get_current_thread_id());
+    EXPECT_FALSE(platform::GetExitCodeThread(go_on, &code));
+    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_TRUE(platform::CloseHandle(thread));
+}
+
+// The part of the thread's stack that it can use, in bytes.
+uint32_t usable_stack(void*) {
+    pthread_attr_t attributes;
+    void* lowest;
+    size_t size = 0;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstack(&attributes, &lowest, &size);
+    pthread_attr_destroy(&attributes);
+    return static_cast<uint32_t>(size);
+}
+
+TEST(threads, stack_sizes_are_reservations_with_a_floor) {
+    uint32_t by_default = 0, given = 0;
+    ZU_thread_wait_for_termination(ZU_thread_create(usable_stack, nullptr), &by_default);
+    EXPECT_GE(by_default, 1u << 20);
+    ZU_thread_wait_for_termination(ZU_thread_create_ex(usable_stack, nullptr, 0), &given);
+    EXPECT_EQ(given, by_default);
+    for (uint32_t size : {1u, 300000u, 64u << 20}) {
+        ZU_thread* thread = ZU_thread_create_ex(usable_stack, nullptr, size);
+        ASSERT_NE(thread, nullptr) << size;
+        ZU_thread_wait_for_termination(thread, &given);
+        EXPECT_GE(given, size);
+        EXPECT_LT(given, size + (1u << 20)) << "the size asked for, not the default";
+    }
+}
+
+TEST(threads, a_stack_that_does_not_fit_fails_with_code_8) {
+    if (zu_test::address_space_is_not_limited())
+        GTEST_SKIP() << "a sanitizer's shadow memory does not live under an address-space limit";
+    const zu_test::outcome child = zu_test::run_child([] {
+        const rlimit limit{1u << 30, 1u << 30};
+        setrlimit(RLIMIT_AS, &limit);
+        SetLastError(0);
+        const bool refused = !ZU_thread_create_ex([](void*) -> uint32_t { _exit(3); }, nullptr, 3u << 30);
+        usleep(1000);
+        _exit(refused && GetLastError() == 8 ? 0 : 1);
+    });
+    EXPECT_EQ(child.exit_code, 0);
+}
+
+TEST(identifiers, are_new_in_a_forked_child) {
+    EXPECT_EQ(ZU_get_current_process_id(), static_cast<uint32_t>(getpid()));
+    EXPECT_EQ(ZU_get_current_thread_id(), static_cast<uint32_t>(gettid()));
+    const zu_test::outcome child = zu_test::run_child([] {
+        _exit(ZU_get_current_process_id() == static_cast<uint32_t>(getpid())
+                      && ZU_get_current_thread_id() == static_cast<uint32_t>(gettid())
+                  ? 0
+                  : 1);
+    });
+    EXPECT_EQ(child.exit_code, 0);
+}
+
+TEST(clocks, sleep_lasts_at_least_as_long_as_asked) {
+    for (uint32_t milliseconds : {0u, 1u, 30u}) {
+        const uint32_t before = ZU_get_tick_count();
+        ZU_sleep(milliseconds);
+        // The count is cut to whole milliseconds at both ends.
+        EXPECT_GE(ZU_get_tick_count() - before + 1, milliseconds);
+    }
+    double uptime = 0;
+    std::ifstream("/proc/uptime") >> uptime;
+    const uint32_t elapsed =
+        ZU_get_tick_count() - static_cast<uint32_t>(static_cast<uint64_t>(uptime * 1000));
+    EXPECT_LT(elapsed, 60000u) << "milliseconds since the system started";
+}
+
+} // namespace
