@@ -20,19 +20,22 @@ constexpr int days_in_month(int64_t year, int month) {
     return month == 2 && is_leap_year(year) ? 29 : lengths[month - 1];
 }
 
-// The calendar repeats after eras of 400 years. Counted from March, the leap day ends its year, and the lengths of
-// the months follow one line: (153 * month + 2) / 5 days stand before month 0, 1, ... 11.
-inline constexpr int64_t days_per_era = 146097;
-inline constexpr int64_t days_before_1970 = 719468; // from 0000-03-01
+constexpr int days_before_month(int64_t year, int month) {
+    constexpr int16_t sums[] = {0, 31, 59, 90, 120, 151, 181, 212, 243, 273, 304, 334};
+    return sums[month - 1] + (month > 2 && is_leap_year(year) ? 1 : 0);
+}
+
+// The first of January.
+constexpr int64_t days_before_year(int64_t year) {
+    constexpr int64_t days_before_1970 = 719162; // from 0001-01-01
+    const int64_t past = year - 1;
+    return past * 365 + floor_divide(past, 4) - floor_divide(past, 100) + floor_divide(past, 400)
+           - days_before_1970;
+}
 
 // Month 1 to 12; the day may be any number and carries.
 constexpr int64_t days_of(int64_t year, int month, int64_t day) {
-    const int64_t march_year = year - (month <= 2 ? 1 : 0);
-    const int64_t era = floor_divide(march_year, 400);
-    const int64_t year_of_era = march_year - era * 400;
-    const int64_t day_of_year = (153 * ((month + 9) % 12) + 2) / 5 + day - 1;
-    return era * days_per_era + year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year
-           - days_before_1970;
+    return days_before_year(year) + days_before_month(year, month) + day - 1;
 }
 
 struct date {
@@ -42,7 +45,11 @@ struct date {
     int day_of_year; // 0 to 365
 };
 
+// The calendar repeats after eras of 400 years. Counted from March, the leap day ends its year, and the lengths of
+// the months follow one line: (153 * month + 2) / 5 days stand before month 0, 1, ... 11.
 constexpr date date_of(int64_t days) {
+    constexpr int64_t days_per_era = 146097;
+    constexpr int64_t days_before_1970 = 719468; // from 0000-03-01
     days += days_before_1970;
     const int64_t era = floor_divide(days, days_per_era);
     const uint32_t day_of_era = static_cast<uint32_t>(days - era * days_per_era);

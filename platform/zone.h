@@ -1,6 +1,8 @@
 // Inside the layer: the local zone, as spans of time in which its offset is constant.
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -56,12 +58,20 @@ public:
 private:
     class question;
 
-    // A stretch of time in which the flag is never seen, and what stands around it.
+    // A stretch of time in which a daylight flag is never seen, and the offsets of the spans with it on both sides.
     struct absence {
-        int64_t begin = 0, end = 0;
-        bool known_before = false, known_after = false;
-        int32_t offset_before = 0, offset_after = 0;
+        int64_t begin, end;
+        bool known_before, known_after;
+        int32_t offset_before, offset_after;
     };
+
+    // Entries of 2^24 seconds, 194 days; the first and the last stand for what lies beyond as well.
+    static constexpr int index_shift = 24;
+    static constexpr int64_t index_size = (last_time >> index_shift) + 1;
+
+    static size_t entry_of(int64_t time) {
+        return static_cast<size_t>(std::clamp(time >> index_shift, int64_t{0}, index_size - 1));
+    }
 
     bool is_set_now();
     const zone_span& find(int64_t time);
@@ -69,14 +79,17 @@ private:
     void add(const zone_span& span);
     int64_t time_near_change(int64_t local, int daylight_flag);
     int64_t time_with_other_flag(int64_t local, const zone_span& span, bool daylight);
-    void look_for(bool daylight, int64_t from, absence& result);
+    const absence& absence_around(int64_t time, bool daylight);
+    absence look_around(int64_t time, bool daylight);
 
     zone_setting setting_;
     bool usable_ = true;
     int64_t next_check_ms_ = 0;    // of the system's file
     std::vector<zone_span> spans_; // ascending, not overlapping, with holes where nothing was asked yet
-    size_t latest_ = 0;
-    absence absences_[2]; // of standard time, of daylight time
+    std::array<uint16_t, index_size>
+        index_{};                      // the first span that may hold a time of each entry's half-year
+    size_t latest_ = 0;                // that was asked for
+    std::vector<absence> absences_[2]; // of standard time, of daylight time; ascending
 };
 
 } // namespace platform

@@ -120,7 +120,7 @@ bool zone::is_set_now() {
         return false;
     const char* text = std::getenv("TZ");
     if (text || !setting_.from_system)
-        return text && !setting_.from_system && setting_.text == text;
+        return text && !setting_.from_system && std::strcmp(text, setting_.text.c_str()) == 0;
     const int64_t now = coarse_milliseconds();
     if (now < next_check_ms_)
         return true;
@@ -129,16 +129,14 @@ bool zone::is_set_now() {
 }
 
 const zone_span& zone::find(int64_t time) {
-    for (;;) {
-        const auto after =
-            std::upper_bound(spans_.begin(), spans_.end(), time,
-                             [](int64_t wanted, const zone_span& span) { return wanted < span.begin; });
-        if (after != spans_.begin() && (after - 1)->contains(time)) {
-            latest_ = static_cast<size_t>(after - 1 - spans_.begin());
-            return spans_[latest_];
-        }
-        fill(civil::floor_divide(time, block) * block);
-    }
+    size_t place = index_[entry_of(time)];
+    while (place + 1 < spans_.size() && spans_[place].end <= time)
+        ++place;
+    latest_ = place;
+    if (spans_[place].contains(time))
+        return spans_[place];
+    fill(civil::floor_divide(time, block) * block);
+    return find(time);
 }
 
 void zone::fill(int64_t block_begin) {
@@ -171,7 +169,14 @@ void zone::add(const zone_span& span) {
         at->end = (at + 1)->end;
         spans_.erase(at + 1);
     }
-    latest_ = static_cast<size_t>(at - spans_.begin());
+    latest_ = 0;
+    size_t place = 0;
+    for (size_t entry = 0; entry < index_.size(); ++entry) {
+        const int64_t begin = entry == 0 ? INT64_MIN : static_cast<int64_t>(entry) << index_shift;
+        while (place + 1 < spans_.size() && spans_[place].end <= begin)
+            ++place;
+        index_[entry] = static_cast<uint16_t>(place);
+    }
 }
 
 int64_t zone::time_of_local(int64_t local, int daylight_flag) {
@@ -186,7 +191,8 @@ int64_t zone::time_of_local(int64_t local, int daylight_flag) {
 // Walks through all spans that may hold the local time. The last that holds it wins, so of times that exist twice the
 // later; a time in a gap takes the offset after it, unless only the one before it has the wanted flag.
 int64_t zone::time_near_change(int64_t local, int daylight_flag) {
-    const bool any_flag = daylight_flag<0, daylight = daylight_flag> 0;
+    const bool any_flag = daylight_flag < 0;
+    const bool daylight = daylight_flag > 0;
     const auto fits = [&](const zone_span& span) { return any_flag || span.daylight == daylight; };
     bool exists = false, found = false;
     zone_span holder{}, before{};
@@ -220,41 +226,48 @@ int64_t zone::time_near_change(int64_t local, int daylight_flag) {
 // none, the flag does not.
 int64_t zone::time_with_other_flag(int64_t local, const zone_span& span, bool daylight) {
     const int64_t time = local - span.offset;
-    absence& gone = absences_[daylight];
-    if (time < gone.begin || time >= gone.end)
-        look_for(daylight, time, gone);
+    const absence& gone = absence_around(time, daylight);
     if (!gone.known_before && !gone.known_after)
         return time;
     const bool take_before = gone.known_before && (!gone.known_after || time - gone.begin < gone.end - time);
     return local - (take_before ? gone.offset_before : gone.offset_after);
 }
 
-// Steps of a day are enough to find a season. Its edge is then found exactly.
-void zone::look_for(bool daylight, int64_t from, absence& result) {
+const zone::absence& zone::absence_around(int64_t time, bool daylight) {
+    std::vector<absence>& known = absences_[daylight];
+    const auto after =
+        std::upper_bound(known.begin(), known.end(), time,
+                         [](int64_t wanted, const absence& gone) { return wanted < gone.begin; });
+    if (after != known.begin() && time < (after - 1)->end)
+        return *(after - 1);
+    return *known.insert(after, look_around(time, daylight));
+}
+
+// Steps of a day are enough to find a season, whose edge is then found exactly.
+zone::absence zone::look_around(int64_t time, bool daylight) {
     const question bracket(*this);
-    result = {};
-    result.end = last_time + 1;
-    for (int64_t time = from; time >= 0 && !result.known_before; time -= civil::seconds_per_day) {
-        if (ask(time).daylight != daylight)
+    absence gone{std::min<int64_t>(time, 0), std::max(time, last_time) + 1, false, false, 0, 0};
+    for (int64_t day = time; day >= 0 && !gone.known_before; day -= civil::seconds_per_day) {
+        if (ask(day).daylight != daylight)
             continue;
-        zone_span span = at(time);
-        for (zone_span next = at(span.end); next.daylight == daylight; next = at(span.end))
-            span = next;
-        result.known_before = true;
-        result.begin = span.end;
-        result.offset_before = span.offset;
+        zone_span season = at(day);
+        while (season.end < time && at(season.end).daylight == daylight)
+            season = at(season.end);
+        gone.known_before = true;
+        gone.begin = std::min(season.end, time);
+        gone.offset_before = season.offset;
     }
-    for (int64_t time = from; time <= last_time && !result.known_after; time += civil::seconds_per_day) {
-        if (ask(time).daylight != daylight)
+    for (int64_t day = time; day <= last_time && !gone.known_after; day += civil::seconds_per_day) {
+        if (ask(day).daylight != daylight)
             continue;
-        zone_span span = at(time);
-        for (zone_span previous = at(span.begin - 1); previous.daylight == daylight;
-             previous = at(span.begin - 1))
-            span = previous;
-        result.known_after = true;
-        result.end = span.begin;
-        result.offset_after = span.offset;
+        zone_span season = at(day);
+        while (season.begin > time && at(season.begin - 1).daylight == daylight)
+            season = at(season.begin - 1);
+        gone.known_after = true;
+        gone.end = std::max(season.begin, time + 1);
+        gone.offset_after = season.offset;
     }
+    return gone;
 }
 
 } // namespace platform

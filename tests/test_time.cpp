@@ -415,4 +415,188 @@ TEST(zone_setting, threads_agree_with_a_zone_that_changes_under_them) {
         ASSERT_NO_FATAL_FAILURE(expect_host_time(summer + week * 7 * 86400));
 }
 
+FILETIME file_time_of(int64_t units) {
+    return {static_cast<uint32_t>(units), static_cast<uint32_t>(units >> 32)};
+}
+
+int64_t units_of(const FILETIME& file_time) {
+    return static_cast<int64_t>(uint64_t{file_time.dwHighDateTime} << 32 | file_time.dwLowDateTime);
+}
+
+constexpr int64_t units_1970 = 116444736000000000;
+constexpr int64_t second = 10000000;
+
+// In one of these zones it is summer now, so that the offset of now and that of the date differ for some date.
+TEST(file_time, takes_the_offset_in_force_now) {
+    for (const char* zone :
+         {"UTC", "Europe/Berlin", "Australia/Sydney", "Australia/Lord_Howe", "Asia/Kolkata"}) {
+        SCOPED_TRACE(zone);
+        set_zone(zone);
+        tzset();
+        const int64_t offset_now = host_time(::time(nullptr)).tm_gmtoff;
+        for (int64_t time = 5 * 86400; time < last_time - 5 * 86400; time += 10 * 86400 + 1234) {
+            const FILETIME utc = file_time_of(units_1970 + time * second + 9999999);
+            ASSERT_EQ(ZU_FILETIME_2_time_t(&utc), expected_time(time + offset_now, -1)) << time;
+            FILETIME back{};
+            ASSERT_EQ(Zu_time_t_2_FILETIME(static_cast<ZU_time_t>(time), &back), &back);
+            const int64_t offset_then = host_time(time).tm_gmtoff;
+            ASSERT_EQ(units_of(back), units_1970 + (time + offset_then - offset_now) * second) << time;
+        }
+    }
+}
+
+TEST(file_time, the_zone_in_force_is_that_of_the_environment) {
+    const FILETIME utc = file_time_of(units_1970 + last_time * second);
+    FILETIME local{};
+    for (int hours : {3, 4}) {
+        setenv("TZ", ("AAA-" + std::to_string(hours)).c_str(), 1);
+        ASSERT_TRUE(platform::FileTimeToLocalFileTime(&utc, &local));
+        EXPECT_EQ(units_of(local), units_of(utc) + hours * hour * second);
+        ASSERT_TRUE(platform::LocalFileTimeToFileTime(&local, &local));
+        EXPECT_EQ(units_of(local), units_of(utc));
+    }
+    set_zone("AAA3");
+    const FILETIME zero{};
+    ASSERT_TRUE(platform::FileTimeToLocalFileTime(&zero, &local)) << "the sum wraps";
+    EXPECT_EQ(units_of(local), -3 * hour * second);
+}
+
+TEST(file_time, what_does_not_convert) {
+    set_zone("UTC");
+    for (int64_t units : {int64_t{0}, units_1970 - 1, units_1970 + (last_time + 1) * second, INT64_MAX}) {
+        const FILETIME file_time = file_time_of(units);
+        EXPECT_EQ(ZU_FILETIME_2_time_t(&file_time), -1) << units;
+    }
+    SetLastError(0);
+    const FILETIME negative = file_time_of(-1);
+    EXPECT_EQ(ZU_FILETIME_2_time_t(&negative), -1);
+    EXPECT_EQ(GetLastError(), 87u);
+    FILETIME untouched = file_time_of(77);
+    EXPECT_EQ(Zu_time_t_2_FILETIME(-1, &untouched), nullptr);
+    EXPECT_EQ(Zu_time_t_2_FILETIME(-2, &untouched), nullptr);
+    EXPECT_EQ(units_of(untouched), 77);
+}
+
+TEST(system_time, is_checked_and_round_trips) {
+    using platform::SYSTEMTIME;
+    const struct {
+        SYSTEMTIME time;
+        bool valid;
+    } rows[] = {
+        {{1601, 1, 9, 1, 0, 0, 0, 0}, true},         {{1600, 12, 0, 31, 23, 59, 59, 999}, false},
+        {{30827, 12, 0, 31, 23, 59, 59, 999}, true}, {{30828, 1, 0, 1, 0, 0, 0, 0}, false},
+        {{2006, 0, 0, 1, 0, 0, 0, 0}, false},        {{2006, 13, 0, 1, 0, 0, 0, 0}, false},
+        {{2006, 1, 0, 0, 0, 0, 0, 0}, false},        {{2006, 4, 0, 31, 0, 0, 0, 0}, false},
+        {{2006, 2, 0, 29, 0, 0, 0, 0}, false},       {{1900, 2, 0, 29, 0, 0, 0, 0}, false},
+        {{2000, 2, 0, 29, 0, 0, 0, 0}, true},        {{2004, 2, 0, 30, 0, 0, 0, 0}, false},
+        {{2006, 1, 0, 1, 24, 0, 0, 0}, false},       {{2006, 1, 0, 1, 0, 60, 0, 0}, false},
+        {{2006, 1, 0, 1, 0, 0, 60, 0}, false},       {{2006, 1, 0, 1, 0, 0, 0, 1000}, false},
+    };
+    for (const auto& row : rows) {
+        FILETIME file_time = file_time_of(77);
+        SetLastError(0);
+        ASSERT_EQ(platform::SystemTimeToFileTime(&row.time, &file_time) != 0, row.valid)
+            << row.time.wYear << " " << row.time.wMonth << " " << row.time.wDay;
+        EXPECT_EQ(GetLastError(), row.valid ? 0u : 87u);
+        if (!row.valid) {
+            EXPECT_EQ(units_of(file_time), 77);
+            continue;
+        }
+        SYSTEMTIME back{};
+        ASSERT_TRUE(platform::FileTimeToSystemTime(&file_time, &back));
+        back.wDayOfWeek = row.time.wDayOfWeek; // computed, whatever was given
+        EXPECT_EQ(std::memcmp(&back, &row.time, sizeof back), 0);
+    }
+    SYSTEMTIME end{};
+    const FILETIME largest = file_time_of(INT64_MAX);
+    ASSERT_TRUE(platform::FileTimeToSystemTime(&largest, &end));
+    const SYSTEMTIME expected{30828, 9, 4, 14, 2, 48, 5, 477};
+    EXPECT_EQ(std::memcmp(&end, &expected, sizeof end), 0);
+}
+
+TEST(date_text, is_read_field_by_field) {
+    set_zone("UTC");
+    constexpr ZU_time_t start = 1146394242; // 2006-04-30 10:50:42
+    const struct {
+        const ZU_wchar* text;
+        ZU_time_t time;
+        int fields_stored;
+    } rows[] = {
+        {u"2006-04-30 10:50:42", start, 6},
+        {u"2006\\04\\30-10:50:42", start, 6},
+        {u"::2006/4/30//10 50 - 42:", start, 6},
+        {u"2006-04-30 10:50:42 trailing words", start, 6},
+        {u"2006-04-30 10:50:42:99", start, 6},
+        {u"2006-04-30 10:50", start - 42, 6},
+        {u"  2006--04--30  10:50  ", start - 42, 6},
+        {u"2006x-+4-30y 10z:50:42", start, 6},
+        {u"2006\t-\t04-30 10:50:42", start, 6},
+        {u"2006-04-30 10:50 trailing", start - 42, 6},
+        {u"2006-02-29 12:00", 1141214400, 6},
+        {u"2006-02-31 00:00", 1141344000, 6},
+        {u"2038-01-19 03:14:07", INT32_MAX, 6},
+        {u"2038-01-19 03:14:08", -1, 6},
+        {u"1970-01-01 00:00", 0, 6},
+        {u"1950-01-01 00:00", -1, 6},
+        {u"99999999999-01-01 00:00", -1, 6},
+        {u"1899-12-31 23:59", -1, 0},
+        {u"x-12-31 23:59", -1, 0},
+        {u"", -1, 0},
+        {u" :-/\\", -1, 0},
+        {u"2006-13-01 00:00", -1, 1},
+        {u"2006-0-01 00:00", -1, 1},
+        {u"2006-04-32 00:00", -1, 2},
+        {u"2006-04-0 00:00", -1, 2},
+        {u"2006-04-30", -1, 3},
+        {u"2006-04-30 24:00", -1, 3},
+        {u"2006-04-30 10", -1, 4},
+        {u"2006-04-30 10:60", -1, 4},
+        {u"2006-04-30 10:50:60", -1, 5},
+        {u"2006-04-30 10:50:-1", start - 41, 6}, // the hyphen separates
+    };
+    for (const auto& row : rows) {
+        const std::string name(row.text, row.text + std::char_traits<ZU_wchar>::length(row.text));
+        SCOPED_TRACE(name);
+        ZU_tm fields{-9, -9, -9, -9, -9, -9, -9, -9, -9};
+        EXPECT_EQ(ZU_read_tm(row.text, &fields), row.time);
+        EXPECT_EQ(ZU_read_time_t(row.text), row.time);
+        if (row.time >= 0) {
+            EXPECT_EQ(shown(fields), shown(host_time(row.time)));
+            continue;
+        }
+        const int32_t in_order[] = {fields.tm_year, fields.tm_mon, fields.tm_mday,
+                                    fields.tm_hour, fields.tm_min, fields.tm_sec};
+        EXPECT_EQ(6 - std::count(std::begin(in_order), std::end(in_order), -9), row.fields_stored);
+        EXPECT_EQ(fields.tm_isdst, row.fields_stored == 6 ? -1 : -9);
+    }
+}
+
+TEST(date_text, is_written_in_nineteen_characters) {
+    const struct {
+        ZU_tm fields;
+        const ZU_wchar* text;
+    } rows[] = {
+        {{42, 50, 10, 30, 3, 106, 0, 0, 0}, u"2006-04-30 10:50:42"},
+        {{0, 0, 0, 1, 0, 8100, 0, 0, 0}, u"10000-01-01 00:00:0"},
+        {{0, 0, 0, 1, 0, -1899, 0, 0, 0}, u"0001-01-01 00:00:00"},
+        {{-5, 75, -1, 0, 12, 106, 0, 0, 0}, u"2006-13-00 -1:75:-5"},
+        {{INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN, INT32_MIN, 0, 0, 0}, u"-2147481748--214748"},
+        {{0, 0, 0, 1, 0, INT32_MAX, 0, 0, 0}, u"-2147481749-01-01 0"},
+        {{0, 0, 0, 0, -1, -1900, 0, 0, 0}, u"0000-00-00 00:00:00"},
+    };
+    for (const auto& row : rows) {
+        ZU_wchar buffer[21];
+        std::fill(std::begin(buffer), std::end(buffer), u'#');
+        ZU_write_tm(&row.fields, buffer);
+        EXPECT_EQ(std::u16string(buffer), row.text);
+        EXPECT_EQ(buffer[20], u'#');
+    }
+    ZU_wchar buffer[20] = u"old";
+    set_zone("Asia/Kolkata");
+    EXPECT_TRUE(ZU_write_time_t(0, buffer));
+    EXPECT_EQ(std::u16string(buffer), u"1970-01-01 05:30:00");
+    EXPECT_FALSE(ZU_write_time_t(-1, buffer));
+    EXPECT_EQ(buffer[0], 0);
+}
+
 } // namespace

@@ -1,0 +1,128 @@
+// Calendar time beside the C library's. Each pair does the same work in the same run; the zone has daylight time.
+#include <cstdlib>
+#include <ctime>
+#include <random>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+constexpr ZU_time_t now = 1785578400; // a summer day of 2026
+
+// Times within a day, as a log or a scheduler meets them, and times over all years.
+std::vector<ZU_time_t> times(bool all_years) {
+    std::mt19937 random(1);
+    std::vector<ZU_time_t> values(4096);
+    for (ZU_time_t& value : values)
+        value = all_years ? static_cast<ZU_time_t>(random() & 0x7FFFFFFF)
+                          : now + static_cast<ZU_time_t>(random() % 86400);
+    return values;
+}
+
+void set_zone() {
+    setenv("TZ", "Europe/Berlin", 1);
+    tzset();
+}
+
+template <bool all_years>
+void localtime_of_zu(benchmark::State& state) {
+    set_zone();
+    const std::vector<ZU_time_t> values = times(all_years);
+    size_t i = 0;
+    ZU_tm local;
+    for (auto _ : state) {
+        ZU_localtime(values[i++ % values.size()], &local);
+        benchmark::DoNotOptimize(local);
+    }
+}
+
+template <bool all_years>
+void localtime_of_c(benchmark::State& state) {
+    set_zone();
+    const std::vector<ZU_time_t> values = times(all_years);
+    size_t i = 0;
+    tm local;
+    for (auto _ : state) {
+        const time_t value = values[i++ % values.size()];
+        tzset(); // what sees a changed zone
+        localtime_r(&value, &local);
+        benchmark::DoNotOptimize(local);
+    }
+}
+
+template <bool all_years>
+void mktime_of_zu(benchmark::State& state) {
+    set_zone();
+    std::vector<ZU_tm> fields;
+    for (ZU_time_t value : times(all_years)) {
+        ZU_tm local;
+        ZU_localtime(value, &local);
+        fields.push_back(local);
+    }
+    size_t i = 0;
+    for (auto _ : state) {
+        ZU_tm local = fields[i++ % fields.size()];
+        local.tm_isdst = -1;
+        benchmark::DoNotOptimize(ZU_mktime(&local));
+    }
+}
+
+template <bool all_years>
+void mktime_of_c(benchmark::State& state) {
+    set_zone();
+    std::vector<tm> fields;
+    for (ZU_time_t value : times(all_years)) {
+        const time_t wide = value;
+        tm local;
+        localtime_r(&wide, &local);
+        fields.push_back(local);
+    }
+    size_t i = 0;
+    for (auto _ : state) {
+        tm local = fields[i++ % fields.size()];
+        local.tm_isdst = -1;
+        benchmark::DoNotOptimize(mktime(&local));
+    }
+}
+
+void time_of_zu(benchmark::State& state) {
+    set_zone();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ZU_time());
+}
+
+void time_of_c(benchmark::State& state) {
+    for (auto _ : state) {
+        timespec now_exact;
+        clock_gettime(CLOCK_REALTIME, &now_exact);
+        benchmark::DoNotOptimize(now_exact);
+    }
+}
+
+// What a thread pays for its first local time of a day, and of a zone.
+void first_local_time(benchmark::State& state) {
+    ZU_tm local;
+    bool one = false;
+    for (auto _ : state) {
+        setenv("TZ", (one = !one) ? "Europe/Berlin" : "Europe/Paris", 1);
+        ZU_localtime(now, &local);
+        benchmark::DoNotOptimize(local);
+    }
+}
+
+BENCHMARK(localtime_of_zu<false>)->Name("ZU_localtime/one_day");
+BENCHMARK(localtime_of_c<false>)->Name("localtime_r/one_day");
+BENCHMARK(localtime_of_zu<true>)->Name("ZU_localtime/all_years");
+BENCHMARK(localtime_of_c<true>)->Name("localtime_r/all_years");
+BENCHMARK(mktime_of_zu<false>)->Name("ZU_mktime/one_day");
+BENCHMARK(mktime_of_c<false>)->Name("mktime/one_day");
+BENCHMARK(mktime_of_zu<true>)->Name("ZU_mktime/all_years");
+BENCHMARK(mktime_of_c<true>)->Name("mktime/all_years");
+BENCHMARK(time_of_zu)->Name("ZU_time");
+BENCHMARK(time_of_c)->Name("clock_gettime");
+BENCHMARK(first_local_time)->Name("ZU_localtime/new_zone");
+
+} // namespace
