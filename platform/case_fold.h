@@ -1,0 +1,14 @@
+// Inside the layer: Unicode's simple case folding.
+#pragma once
+
+namespace platform {
+
+char32_t fold_beyond_ascii(char32_t character);
+
+inline char32_t fold_case(char32_t character) {
+    if (character < 0x80)
+        return character - U'A' < 26u ? character + 32 : character;
+    return fold_beyond_ascii(character);
+}
+
+} // namespace platform
