@@ -54,6 +54,7 @@ const error_text error_texts[] = {
     {ERROR_UNEXP_NET_ERR, u"A network error that was not expected occurred.\r\n"},
     {ERROR_NETNAME_DELETED, u"The network name is no longer available.\r\n"},
     {ERROR_NETWORK_ACCESS_DENIED, u"Access to the network is denied.\r\n"},
+    {ERROR_BAD_DEV_TYPE, u"The device is not of the kind that this takes.\r\n"},
     {ERROR_BAD_NET_NAME, u"The network name was not found.\r\n"},
     {ERROR_FILE_EXISTS, u"The file exists already.\r\n"},
     {ERROR_CANNOT_MAKE, u"The file or directory cannot be made.\r\n"},

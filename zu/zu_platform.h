@@ -132,6 +132,7 @@ typedef struct ZU_tm {
 #define ERROR_UNEXP_NET_ERR                     59
 #define ERROR_NETNAME_DELETED                   64
 #define ERROR_NETWORK_ACCESS_DENIED             65
+#define ERROR_BAD_DEV_TYPE                      66
 #define ERROR_BAD_NET_NAME                      67
 #define ERROR_FILE_EXISTS                       80
 #define ERROR_CANNOT_MAKE                       82
