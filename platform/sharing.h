@@ -1,0 +1,39 @@
+// Inside the layer: share modes, which hold between all handles of all processes.
+#pragma once
+
+#include "platform/api/base.h"
+
+namespace platform {
+
+// What a handle does with the data of its file, and what it keeps others from doing.
+struct share_claim {
+    bool reads;
+    bool writes;
+    bool denies_reads;
+    bool denies_writes;
+
+    // Handles that do not touch the data neither mind nor bother others.
+    bool matters() const { return reads || writes; }
+};
+
+// What a descriptor is open for: it decides which locks it can take.
+struct descriptor_rights {
+    bool reads;
+    bool writes;
+};
+
+enum class share_result {
+    granted,
+    conflict,
+    unsupported, // the file system refuses such locks: nothing is held, and nothing keeps others away
+};
+
+share_result take_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights);
+
+// A claim on everything, for whoever deletes or replaces a file.
+inline constexpr share_claim claim_on_all{true, true, true, true};
+
+// Gives back what the descriptor holds. Closing would do, if no child that was forked meanwhile had a copy of it.
+void give_back_claim(int descriptor);
+
+} // namespace platform

@@ -1,0 +1,490 @@
+// Opening, reading, writing, deleting and moving: the code of each situation, and what is left of the data.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "platform/platform.h"
+#include "support/files.h"
+
+namespace {
+
+using namespace platform;
+using zu_test::file_place;
+
+constexpr DWORD untouched = 0xABCD;
+constexpr DWORD R = GENERIC_READ, W = GENERIC_WRITE, A = FILE_WRITE_ATTRIBUTES;
+
+// Opens, closes again, and gives the code: what the call has set, also when it succeeds.
+DWORD open_code(const std::u16string& path, DWORD access, DWORD disposition,
+                DWORD flags = FILE_ATTRIBUTE_NORMAL) {
+    SetLastError(untouched);
+    const HANDLE file = CreateFileW(path.c_str(), access, 0, nullptr, disposition, flags, nullptr);
+    const DWORD code = GetLastError();
+    if (file == INVALID_HANDLE_VALUE)
+        return code;
+    EXPECT_TRUE(CloseHandle(file));
+    return code == ERROR_ALREADY_EXISTS ? 1000 + code : code;
+}
+
+// A success that tells that the file was there.
+constexpr DWORD existed = 1000 + ERROR_ALREADY_EXISTS;
+
+DWORD code_after(BOOL result) {
+    return result ? ERROR_SUCCESS : GetLastError();
+}
+
+HANDLE open_file_at(const std::u16string& path, DWORD access, DWORD disposition, DWORD share = 0) {
+    const HANDLE file =
+        CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    EXPECT_NE(file, INVALID_HANDLE_VALUE) << GetLastError() << ' ' << zu_test::narrow(path);
+    return file;
+}
+
+std::string read_some(HANDLE file, DWORD count) {
+    std::string bytes(count, 0);
+    DWORD done = 77;
+    EXPECT_TRUE(ReadFile(file, bytes.data(), count, &done, nullptr)) << GetLastError();
+    bytes.resize(done);
+    return bytes;
+}
+
+DWORD write_code(HANDLE file, const std::string& bytes) {
+    DWORD done = 77;
+    const DWORD code =
+        code_after(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr));
+    EXPECT_EQ(done, code == ERROR_SUCCESS ? bytes.size() : 0);
+    return code;
+}
+
+DWORD seek_code(HANDLE file, int64_t distance, DWORD origin, int64_t* position = nullptr) {
+    LARGE_INTEGER by, to;
+    by.QuadPart = distance;
+    to.QuadPart = -1;
+    const DWORD code = code_after(SetFilePointerEx(file, by, &to, origin));
+    if (position)
+        *position = to.QuadPart;
+    return code;
+}
+
+struct open_row {
+    const char16_t* name;
+    DWORD access;
+    DWORD codes[5]; // CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS, TRUNCATE_EXISTING
+};
+
+TEST(platform_files, each_situation_of_opening_has_its_code) {
+    const open_row rows[] = {
+        {u"missing", R | W, {0, 0, 2, 0, 2}},
+        {u"missing", 0, {0, 0, 2, 0, 87}},
+        {u"file", W, {80, existed, 0, existed, 0}},
+        {u"file", R, {80, existed, 0, existed, 87}},
+        {u"FILE", W, {80, existed, 0, existed, 0}},
+        {u"none\\file", R | W, {3, 3, 3, 3, 3}},
+        {u"file\\x", W, {3, 3, 3, 3, 3}},
+        {u"read-only", R, {80, 5, 0, existed, 87}},
+        {u"read-only", 0, {80, 5, 0, existed, 87}},
+        {u"read-only", W, {80, 5, 5, 5, 5}},
+        {u"read-only", R | W, {80, 5, 5, 5, 5}},
+        {u"hidden", W, {80, 5, 0, existed, 0}},
+        {u"directory", W, {80, 5, 5, 5, 5}},
+        {u"directory", 0, {80, 5, 5, 5, 87}},
+        {u"directory\\", W, {80, 5, 3, 3, 3}},
+        {u"file\\", W, {123, 123, 123, 123, 123}},
+        {u"missing\\", W, {123, 123, 123, 123, 123}},
+        {u"a*b", W, {123, 123, 123, 123, 123}},
+        {u"a?", W, {123, 123, 123, 123, 123}},
+        {u"a<", W, {123, 123, 123, 123, 123}},
+        {u"a|b", W, {123, 123, 123, 123, 123}},
+        {u"a:b", W, {123, 123, 123, 123, 123}},
+        {u"a\x1f", W, {123, 123, 123, 123, 123}},
+        {u".\\file", W, {123, 123, 123, 123, 123}},
+        {u"directory\\..", W, {123, 123, 123, 123, 123}},
+        {u"directory/file", W, {123, 123, 123, 123, 123}},
+        {u"directory\\\\file", W, {123, 123, 123, 123, 123}},
+        {u"\xD800", W, {123, 123, 123, 123, 123}},
+        {u"", W, {80, 5, 5, 5, 5}},
+    };
+    for (const open_row& row : rows) {
+        for (DWORD disposition = CREATE_NEW; disposition <= TRUNCATE_EXISTING; ++disposition) {
+            const file_place place;
+            place.write("file", "data");
+            place.write("read-only", "data");
+            chmod(place.host_path("read-only").c_str(), 0444);
+            place.write("hidden", "data");
+            place.make_directory("directory");
+            ASSERT_TRUE(SetFileAttributesW(place.long_path(u"hidden").c_str(), FILE_ATTRIBUTE_HIDDEN));
+            const DWORD code = open_code(place.long_path(row.name), row.access, disposition);
+            EXPECT_EQ(code, row.codes[disposition - 1]) << zu_test::narrow(row.name) << " access " << std::hex
+                                                        << row.access << " disposition " << disposition;
+            const bool empties = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+            for (const char* name : {"file", "hidden", "read-only"}) {
+                const bool is_meant =
+                    strcasecmp(zu_test::narrow(row.name).c_str(), name) == 0 && (code == 0 || code == existed);
+                EXPECT_EQ(place.read(name), empties && is_meant ? "" : "data") << name << ' ' << disposition;
+            }
+            EXPECT_FALSE(place.exists("FILE"));
+        }
+    }
+    const file_place place;
+    place.write("file", "data");
+    for (const DWORD disposition : {0u, 6u, 0xFFFFFFFFu})
+        EXPECT_EQ(open_code(place.long_path(u"file"), R, disposition), 87u);
+    EXPECT_EQ(open_code(u"", R, OPEN_EXISTING), 87u);
+    SECURITY_ATTRIBUTES security{};
+    SetLastError(0);
+    EXPECT_EQ(CreateFileW(place.long_path(u"new").c_str(), W, 0, &security, CREATE_NEW, 0x80, nullptr),
+              INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), 50u);
+    EXPECT_FALSE(place.exists("new"));
+}
+
+TEST(platform_files, access_to_no_data_opens_what_allows_nothing_else) {
+    const file_place place;
+    place.write("file", "data");
+    place.make_directory("directory");
+    chmod(place.host_path("file").c_str(), 0444);
+    constexpr DWORD backup = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS;
+    const struct {
+        const char16_t* name;
+        DWORD access, flags, code;
+    } rows[] = {
+        {u"file", 0, 0x80, 0},        {u"file", A, 0x80, 0},
+        {u"file", A, backup, 0},      {u"directory", 0, 0x80, 5},
+        {u"directory", A, 0x80, 5},   {u"directory", A, backup, 0},
+        {u"directory", R, backup, 0}, {u"directory\\", R, backup, 0},
+        {u"directory", W, backup, 0}, {u"missing", A, backup, 2},
+        {u"", A, backup, 0},          {u"", R, backup, 0},
+        {u"file", W, backup, 5},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(open_code(place.long_path(row.name), row.access, OPEN_EXISTING, row.flags), row.code)
+            << zu_test::narrow(row.name) << std::hex << ' ' << row.access << ' ' << row.flags;
+    const HANDLE directory = CreateFileW(place.long_path(u"directory").c_str(), R, 0, nullptr, OPEN_EXISTING,
+                                         FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    char byte;
+    DWORD done = 7;
+    EXPECT_EQ(code_after(ReadFile(directory, &byte, 1, &done, nullptr)), 1u);
+    EXPECT_TRUE(CloseHandle(directory));
+}
+
+TEST(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
+    const file_place place;
+    place.write("file", "0123456789");
+    const std::u16string path = place.long_path(u"file");
+    const HANDLE reader = open_file_at(path, R, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    const HANDLE writer = open_file_at(path, W, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    DWORD done = 77;
+    char byte = 0;
+    EXPECT_EQ(read_some(reader, 6), "012345");
+    EXPECT_EQ(read_some(reader, 6), "6789");
+    EXPECT_EQ(read_some(reader, 6), "");
+    EXPECT_EQ(code_after(ReadFile(writer, &byte, 1, &done, nullptr)), 5u);
+    EXPECT_EQ(code_after(ReadFile(writer, &byte, 0, &done, nullptr)), 5u);
+    EXPECT_EQ(code_after(WriteFile(reader, &byte, 0, &done, nullptr)), 5u);
+    EXPECT_EQ(code_after(ReadFile(reader, nullptr, 1, &done, nullptr)), 998u);
+    EXPECT_EQ(code_after(WriteFile(writer, nullptr, 1, &done, nullptr)), 998u);
+    EXPECT_EQ(code_after(SetEndOfFile(reader)), 5u);
+    EXPECT_EQ(code_after(FlushFileBuffers(reader)), 5u);
+    EXPECT_TRUE(FlushFileBuffers(writer));
+
+    int64_t position = 0;
+    EXPECT_EQ(seek_code(reader, -3, FILE_END, &position), 0u);
+    EXPECT_EQ(position, 7);
+    EXPECT_EQ(seek_code(reader, -8, FILE_CURRENT, &position), 131u);
+    EXPECT_EQ(position, -1);
+    EXPECT_EQ(seek_code(reader, 0, 3), 87u);
+    EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_CURRENT), 131u);
+    EXPECT_EQ(read_some(reader, 9), "789"); // where it was
+    EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_BEGIN), 0u);
+    EXPECT_EQ(read_some(reader, 1), "");
+
+    EXPECT_EQ(seek_code(writer, 12, FILE_BEGIN), 0u);
+    EXPECT_EQ(write_code(writer, ""), 0u);
+    EXPECT_EQ(place.read("file").size(), 10u); // writing nothing does not extend
+    EXPECT_EQ(write_code(writer, "x"), 0u);
+    EXPECT_EQ(place.read("file"), std::string("0123456789\0\0x", 13));
+    EXPECT_EQ(seek_code(writer, 3, FILE_BEGIN), 0u);
+    EXPECT_TRUE(SetEndOfFile(writer));
+    EXPECT_EQ(place.read("file"), "012");
+    EXPECT_EQ(write_code(writer, "ab"), 0u); // the pointer stays
+    EXPECT_EQ(place.read("file"), "012ab");
+
+    EXPECT_TRUE(CloseHandle(reader));
+    EXPECT_TRUE(CloseHandle(writer));
+    for (const HANDLE bad : {reader, HANDLE{}, INVALID_HANDLE_VALUE}) {
+        EXPECT_EQ(code_after(ReadFile(bad, &byte, 1, &done, nullptr)), 6u);
+        EXPECT_EQ(write_code(bad, "x"), 6u);
+        EXPECT_EQ(seek_code(bad, 0, FILE_BEGIN), 6u);
+    }
+}
+
+// A reader that keeps writers away reads ahead; what reaches the file beside the library must still be seen.
+TEST(platform_files, reading_ahead_hides_nothing) {
+    const file_place place;
+    const std::u16string path = place.long_path(u"file");
+    std::string data;
+    for (int i = 0; data.size() < 200'000; ++i)
+        data += "line " + std::to_string(i) + '\n';
+    place.write("file", data);
+    const HANDLE reader = open_file_at(path, R, OPEN_EXISTING, FILE_SHARE_READ);
+    std::string seen;
+    for (size_t step = 1; seen.size() < data.size(); step = step * 7 % 5003) {
+        const std::string part = read_some(reader, static_cast<DWORD>(step));
+        seen += part;
+        const size_t back = part.size() / 3; // as a line reader gives back what it has read too far
+        ASSERT_EQ(seek_code(reader, -static_cast<int64_t>(back), FILE_CURRENT), 0u);
+        seen.resize(seen.size() - back);
+        ASSERT_TRUE(data.starts_with(seen)) << seen.size();
+    }
+    EXPECT_EQ(read_some(reader, 10), "");
+    place.write("more", "");
+    FILE* other = std::fopen(place.host_path("file").c_str(), "a");
+    std::fputs("appended", other);
+    std::fclose(other);
+    EXPECT_EQ(read_some(reader, 100), "appended");
+    EXPECT_TRUE(CloseHandle(reader));
+
+    const HANDLE both = open_file_at(path, R | W, OPEN_EXISTING);
+    EXPECT_EQ(read_some(both, 4), "line");
+    EXPECT_EQ(write_code(both, "-"), 0u);
+    EXPECT_EQ(seek_code(both, 0, FILE_BEGIN), 0u);
+    EXPECT_EQ(read_some(both, 6), "line-0");
+    EXPECT_EQ(seek_code(both, 5, FILE_BEGIN), 0u);
+    EXPECT_TRUE(SetEndOfFile(both));
+    EXPECT_EQ(read_some(both, 6), "");
+    EXPECT_TRUE(CloseHandle(both));
+}
+
+// Writes until the disk is full and gives what the file holds then.
+std::string fill_up(const file_place& place, const char* name, DWORD share) {
+    const HANDLE file = open_file_at(place.long_path(zu_test::wide(name)), W, OPEN_ALWAYS, share);
+    EXPECT_EQ(seek_code(file, 0, FILE_END), 0u);
+    const std::string line(10'007, 'x');
+    DWORD code = 0;
+    while ((code = write_code(file, line)) == ERROR_SUCCESS) {}
+    EXPECT_EQ(code, 112u);
+    EXPECT_TRUE(CloseHandle(file));
+    return place.read(name);
+}
+
+TEST(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone) {
+    if (!zu_test::is_root())
+        GTEST_SKIP() << "mounting a small file system takes root";
+    const file_place place;
+    const zu_test::small_file_system disk(place.host_path(), 256 * 1024);
+    ASSERT_TRUE(disk.mounted());
+    const std::string alone = fill_up(place, "alone", FILE_SHARE_READ);
+    EXPECT_GT(alone.size(), 0u);
+    EXPECT_EQ(alone.size() % 10'007, 0u);
+    ASSERT_TRUE(DeleteFileW(place.long_path(u"alone").c_str()));
+    EXPECT_NE(fill_up(place, "shared", FILE_SHARE_READ | FILE_SHARE_WRITE).size() % 10'007, 0u);
+
+    ASSERT_TRUE(disk.remount_read_only());
+    EXPECT_EQ(open_code(place.long_path(u"shared"), W, OPEN_EXISTING), 19u);
+    EXPECT_EQ(open_code(place.long_path(u"shared"), R, OPEN_EXISTING), 0u);
+    EXPECT_EQ(open_code(place.long_path(u"new"), W, CREATE_NEW), 19u);
+    EXPECT_EQ(code_after(DeleteFileW(place.long_path(u"shared").c_str())), 19u);
+    EXPECT_EQ(code_after(CreateDirectoryW(place.long_path(u"new").c_str(), nullptr)), 19u);
+    EXPECT_EQ(code_after(SetFileAttributesW(place.long_path(u"shared").c_str(), 1)), 19u);
+}
+
+TEST(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
+    const file_place place;
+    const zu_test::outcome child = zu_test::run_child([&] {
+        const rlimit limit{10'000, 10'000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const HANDLE file = open_file_at(place.long_path(u"file"), W, CREATE_NEW);
+        const DWORD first = write_code(file, std::string(8'000, 'a'));
+        const DWORD second = write_code(file, std::string(8'000, 'b'));
+        seek_code(file, 10'000, FILE_BEGIN);
+        const DWORD third = write_code(file, "c");
+        seek_code(file, 20'000, FILE_BEGIN);
+        const DWORD fourth = code_after(SetEndOfFile(file));
+        std::printf("%u %u %u %u", first, second, third, fourth);
+    });
+    EXPECT_EQ(child.signal, 0);
+    EXPECT_EQ(child.output, "0 112 112 112");
+    EXPECT_EQ(place.read("file"), std::string(8'000, 'a'));
+}
+
+TEST(platform_files, deleting_and_making_directories_have_their_codes) {
+    enum call { remove_file, remove_directory, make_directory };
+    const struct {
+        const char16_t* name;
+        DWORD codes[3];
+    } rows[] = {
+        {u"file", {0, 267, 183}},     {u"FILE", {0, 267, 183}},    {u"missing", {2, 2, 0}},
+        {u"none\\x", {3, 3, 3}},      {u"file\\x", {3, 3, 3}},     {u"read-only", {5, 267, 183}},
+        {u"empty", {5, 0, 183}},      {u"full", {5, 145, 183}},    {u"read-only-dir", {5, 5, 183}},
+        {u"file\\", {123, 267, 183}}, {u"empty\\", {5, 0, 183}},   {u"missing\\", {2, 2, 0}},
+        {u"a*", {123, 123, 123}},     {u"a\\..", {123, 123, 123}}, {u"", {5, 5, 5}},
+        {u"link", {0, 267, 183}},     {u"dir-link", {0, 0, 183}},  {u"dangling", {0, 267, 183}},
+    };
+    for (const auto& row : rows) {
+        for (const call made : {remove_file, remove_directory, make_directory}) {
+            const file_place place;
+            place.write("file", "");
+            place.write("read-only", "");
+            chmod(place.host_path("read-only").c_str(), 0444);
+            place.make_directory("empty");
+            place.make_directory("full");
+            place.write("full/x", "");
+            place.make_directory("read-only-dir");
+            ASSERT_TRUE(
+                SetFileAttributesW(place.long_path(u"read-only-dir").c_str(), FILE_ATTRIBUTE_READONLY));
+            ASSERT_EQ(symlink("read-only", place.host_path("link").c_str()), 0);
+            ASSERT_EQ(symlink("full", place.host_path("dir-link").c_str()), 0);
+            ASSERT_EQ(symlink("nowhere", place.host_path("dangling").c_str()), 0);
+            const std::u16string path = place.long_path(row.name);
+            SetLastError(untouched);
+            const BOOL result = made == remove_file        ? DeleteFileW(path.c_str())
+                                : made == remove_directory ? RemoveDirectoryW(path.c_str())
+                                                           : CreateDirectoryW(path.c_str(), nullptr);
+            EXPECT_EQ(GetLastError(), result ? untouched : row.codes[made])
+                << zu_test::narrow(row.name) << ' ' << made;
+            EXPECT_EQ(result != 0, row.codes[made] == 0) << zu_test::narrow(row.name) << ' ' << made;
+            // Only links themselves are deleted, whatever they lead to.
+            EXPECT_TRUE(place.exists("full/x"));
+            EXPECT_TRUE(place.exists("read-only"));
+        }
+    }
+}
+
+TEST(platform_files, moving_has_its_codes_and_loses_nothing) {
+    const struct {
+        const char16_t* from;
+        const char16_t* to;
+        DWORD replacing; // the code with the flag
+        DWORD keeping;   // and without
+    } rows[] = {
+        {u"file", u"new", 0, 0},          {u"missing", u"new", 2, 2},   {u"missing", u"other", 2, 2},
+        {u"missing", u"read-only", 2, 2}, {u"none\\x", u"new", 3, 3},   {u"file", u"none\\new", 3, 3},
+        {u"file", u"other\\new", 3, 3},   {u"file", u"other", 0, 183},  {u"file", u"OTHER", 0, 183},
+        {u"file", u"read-only", 5, 183},  {u"read-only", u"new", 0, 0}, {u"read-only", u"other", 0, 183},
+        {u"file", u"dir", 5, 183},        {u"dir", u"new", 0, 0},       {u"dir", u"file", 5, 183},
+        {u"dir", u"dir2", 5, 183},        {u"dir", u"dir\\in", 87, 87}, {u"file", u"file", 0, 0},
+        {u"file", u"FILE", 0, 0},         {u"file", u"hard", 0, 183},   {u"file", u"new\\", 267, 267},
+        {u"file\\", u"new", 123, 123},    {u"file", u"n*w", 123, 123},  {u"link", u"new", 0, 0},
+    };
+    for (const auto& row : rows) {
+        for (const DWORD flags : {MOVEFILE_REPLACE_EXISTING, 0u}) {
+            const file_place place;
+            place.write("file", "file");
+            place.write("other", "other");
+            place.write("read-only", "read-only");
+            chmod(place.host_path("read-only").c_str(), 0444);
+            place.make_directory("dir");
+            place.make_directory("dir2");
+            ASSERT_EQ(symlink("other", place.host_path("link").c_str()), 0);
+            ASSERT_EQ(::link(place.host_path("file").c_str(), place.host_path("hard").c_str()), 0);
+            const DWORD wanted = flags ? row.replacing : row.keeping;
+            const DWORD code = code_after(
+                MoveFileExW(place.long_path(row.from).c_str(), place.long_path(row.to).c_str(), flags));
+            const std::string from = zu_test::narrow(row.from), to = zu_test::narrow(row.to);
+            EXPECT_EQ(code, wanted) << from << " to " << to << ' ' << flags;
+            if (wanted == 0) {
+                EXPECT_EQ(place.exists(from), from == to) << from << " to " << to;
+                EXPECT_TRUE(place.exists(to)) << from << " to " << to;
+            } else if (from == "file") {
+                EXPECT_EQ(place.read("file"), "file");
+            }
+            EXPECT_EQ(place.read("other"), from != "missing" && to == "other" && !wanted ? from
+                                           : to == "OTHER" && !wanted                    ? ""
+                                                                                         : "other");
+        }
+    }
+    const file_place place;
+    place.write("file", "");
+    if (!zu_test::is_root())
+        return;
+    place.make_directory("mount");
+    const zu_test::small_file_system other(place.host_path("mount"), 64 * 1024);
+    EXPECT_EQ(
+        code_after(MoveFileExW(place.long_path(u"file").c_str(), place.long_path(u"mount\\file").c_str(), 1)),
+        17u);
+    EXPECT_TRUE(place.exists("file"));
+}
+
+TEST(platform_files, a_directory_without_permission_refuses_with_5) {
+    const file_place place;
+    place.make_directory("closed");
+    place.write("closed/file", "data");
+    chmod(place.host_path("closed").c_str(), 0700);
+    place.make_directory("fixed");
+    place.write("fixed/file", "data");
+    chmod(place.host_path("fixed").c_str(), 0555);
+    if (!zu_test::is_root())
+        GTEST_SKIP() << "takes files that belong to somebody else";
+    const zu_test::outcome child = zu_test::run_as_ordinary_user([&] {
+        WIN32_FIND_DATAW found;
+        const auto find_code = [&](const char16_t* name) {
+            const HANDLE search = FindFirstFileW(place.long_path(name).c_str(), &found);
+            return search == INVALID_HANDLE_VALUE ? GetLastError() : 0;
+        };
+        std::printf("%u %u %u %u ", open_code(place.long_path(u"closed\\file"), R, OPEN_EXISTING),
+                    GetFileAttributesW(place.long_path(u"closed\\file").c_str()) == INVALID_FILE_ATTRIBUTES
+                        ? GetLastError()
+                        : 0,
+                    find_code(u"closed\\file"), find_code(u"closed\\*"));
+        std::printf("%u %u %u", open_code(place.long_path(u"fixed\\new"), W, CREATE_NEW),
+                    code_after(DeleteFileW(place.long_path(u"fixed\\file").c_str())),
+                    code_after(MoveFileExW(place.long_path(u"fixed\\file").c_str(),
+                                           place.long_path(u"moved").c_str(), 0)));
+    });
+    EXPECT_EQ(child.output, "5 5 5 5 5 5 5");
+    EXPECT_EQ(place.read("fixed/file"), "data");
+}
+
+TEST(platform_files, streams_open_in_each_mode) {
+    const file_place place;
+    const struct {
+        const char16_t* mode;
+        bool opens_missing, opens_existing;
+        const char* left; // of "data", after "xy" has been written where that is possible
+    } rows[] = {
+        {u"r", false, true, "data"},   {u"rb", false, true, "data"},
+        {u"r+", false, true, "xyta"},  {u"w", true, true, "xy"},
+        {u"wt", true, true, "xy"},     {u"w+", true, true, "xy"},
+        {u"a", true, true, "dataxy"},  {u"a+b", true, true, "dataxy"},
+        {u"wx", true, false, "data"},  {u"rcnSRTN", false, true, "data"},
+        {u"wc", true, true, "xy"},     {u"", false, false, "data"},
+        {u"q", false, false, "data"},  {u"rx", false, false, "data"},
+        {u"rD", false, false, "data"}, {u"r,ccs=UTF-8", false, false, "data"},
+    };
+    for (const auto& row : rows) {
+        place.write("file", "data");
+        unlink(place.host_path("missing").c_str());
+        for (const char16_t* name : {u"missing", u"file"}) {
+            const bool opens = name[0] == u'm' ? row.opens_missing : row.opens_existing;
+            FILE* stream = _wfopen(place.drive_path(name).c_str(), row.mode);
+            ASSERT_EQ(stream != nullptr, opens) << zu_test::narrow(row.mode) << ' ' << zu_test::narrow(name);
+            if (!stream)
+                continue;
+            EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC);
+            const bool writes = std::fputs("xy", stream) >= 0;
+            EXPECT_EQ(writes, row.mode[0] != u'r' || row.mode[1] == u'+') << zu_test::narrow(row.mode);
+            platform::fclose(stream);
+        }
+        EXPECT_EQ(place.read("file"), row.left) << zu_test::narrow(row.mode);
+    }
+    errno = 0;
+    EXPECT_EQ(_wfopen(place.drive_path(u"file").c_str(), u"rw"), nullptr);
+    EXPECT_EQ(errno, EINVAL);
+    const HANDLE alone = open_file_at(place.long_path(u"file"), R, OPEN_EXISTING);
+    EXPECT_EQ(_wfopen(place.drive_path(u"file").c_str(), u"r"), nullptr);
+    EXPECT_EQ(errno, EACCES);
+    EXPECT_TRUE(CloseHandle(alone));
+    FILE* nothing = _wfopen(u"NUL", u"w");
+    ASSERT_NE(nothing, nullptr);
+    EXPECT_GE(std::fputs("gone", nothing), 0);
+    EXPECT_EQ(platform::fclose(nothing), 0);
+}
+
+} // namespace
