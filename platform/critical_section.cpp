@@ -52,13 +52,12 @@ void InitializeCriticalSection(CRITICAL_SECTION* section) {
 void EnterCriticalSection(CRITICAL_SECTION* section) {
     const uintptr_t self = this_thread();
     // Relaxed: only this thread ever writes its own address here, so what it reads equals it only when it is true.
-    if (!try_enter(*section)) {
-        if (section->owner.load(std::memory_order_relaxed) == self) {
-            ++section->depth;
-            return;
-        }
-        enter_slowly(*section);
+    if (section->owner.load(std::memory_order_relaxed) == self) {
+        ++section->depth;
+        return;
     }
+    if (!try_enter(*section))
+        enter_slowly(*section);
     section->owner.store(self, std::memory_order_relaxed);
     section->depth = 1;
 }

@@ -84,7 +84,7 @@ BOOL ReleaseSemaphore(HANDLE handle, LONG release_count, LONG* previous_count) {
         return FALSE;
     }
     uint32_t before = 0;
-    if (!posted->add(static_cast<uint32_t>(release_count), posted->maximum, &before)) {
+    if (!posted->add(static_cast<uint32_t>(release_count), posted->maximum, before)) {
         SetLastError(ERROR_TOO_MANY_POSTS);
         return FALSE;
     }

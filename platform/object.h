@@ -20,6 +20,7 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 
 #include "platform/api/base.h"
 
@@ -79,16 +80,34 @@ private:
 // memory: 8) and when the process has all the handles it can have (1450); the object is closed and released then.
 HANDLE new_handle(object* opened);
 
+// The table: a place holds the address of an object, or is marked as free by its lowest bit or by 0.
+inline constexpr uintptr_t handles_at_most = uintptr_t{1} << 20;
+inline constexpr int handle_shift = 2; // handles are multiples of 4, and never 0
+extern std::atomic<uintptr_t> handle_table[handles_at_most];
+
+// For a value that names no object in the table.
+object* pseudo_object_of(HANDLE handle);
+
 // The object of a handle; null with code 6 when there is none. The pseudo handles -1 and -2, this process and this
 // thread, have one that is never signalled.
-object* object_of(HANDLE handle);
+inline object* object_of(HANDLE handle) {
+    // Rotated, a value that is no multiple of 4 is far beyond the table.
+    const uintptr_t number = std::rotr(reinterpret_cast<uintptr_t>(handle), handle_shift);
+    if (number < handles_at_most) [[likely]] {
+        // Acquire: the object is found as it was built.
+        const uintptr_t content = handle_table[number].load(std::memory_order_acquire);
+        if (content != 0 && content % 2 == 0) [[likely]]
+            return reinterpret_cast<object*>(content);
+    }
+    return pseudo_object_of(handle);
+}
 
 template <class T>
 T* object_of(HANDLE handle) {
     object* found = object_of(handle);
     if (!found)
         return nullptr;
-    if (!found->is(T::kind)) {
+    if (!found->is(T::kind)) [[unlikely]] {
         SetLastError(ERROR_INVALID_HANDLE);
         return nullptr;
     }

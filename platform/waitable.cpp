@@ -39,43 +39,16 @@ private:
     int count_ = 0;
 };
 
-// `next` gets the count, changes it and says whether the change may be made.
-//
-// Every exchange of the state is sequentially consistent: a setter's earlier writes are seen by the thread that
-// takes the signal, and callers may rely on the full barrier that the platform's calls are, as in "reset the event,
-// then look whether there is work".
-template <class Next>
-bool waitable::change(Next next, uint32_t* before) {
-    uint32_t old = state_.load(std::memory_order_relaxed);
-    for (;;) {
-        if (old & queued)
-            return change_locked(next, before);
-        uint32_t count = old;
-        if (!next(count))
-            return false;
-        // Nothing of the object is touched after this: a thread that takes the signal may close it.
-        if (state_.compare_exchange_weak(old, count, std::memory_order_seq_cst, std::memory_order_relaxed))
-            break;
-    }
-    if (before)
-        *before = old;
-    return true;
-}
-
-template <class Next>
-bool waitable::change_locked(Next next, uint32_t* before) {
+bool waitable::change_queued(step next, void* context) {
     // A sleeper that is released may close the object before this thread has left the lock.
     const kept here(this);
     wakes woken;
     lock();
-    const uint32_t old = state_.load(std::memory_order_relaxed) & count_mask;
-    uint32_t count = old;
-    const bool changed = next(count);
+    uint32_t count = state_.load(std::memory_order_relaxed) & count_mask;
+    const bool changed = next(context, count);
     if (changed)
         state_.store(hand_out_locked(count, woken) | queued, std::memory_order_seq_cst);
     unlock();
-    if (changed && before)
-        *before = old;
     return changed;
 }
 
@@ -138,41 +111,6 @@ void waitable::dequeue_locked(queue_entry& entry) {
     else
         last_link_ = entry.link;
     entry.link = nullptr;
-}
-
-void waitable::set() {
-    change(
-        [](uint32_t& count) {
-            count = 1;
-            return true;
-        },
-        nullptr);
-}
-
-void waitable::reset() {
-    change(
-        [](uint32_t& count) {
-            count = 0;
-            return true;
-        },
-        nullptr);
-}
-
-bool waitable::add(uint32_t n, uint32_t maximum, uint32_t* before) {
-    return change(
-        [=](uint32_t& count) {
-            if (n > maximum - count)
-                return false;
-            count += n;
-            return true;
-        },
-        before);
-}
-
-bool waitable::take() {
-    if (stays_)
-        return (state_.load(std::memory_order_seq_cst) & count_mask) > 0;
-    return change([](uint32_t& count) { return count > 0 && count-- > 0; }, nullptr);
 }
 
 DWORD waitable::wait(DWORD milliseconds) {

@@ -54,12 +54,39 @@ public:
     DWORD wait(DWORD milliseconds) override;
     waitable* as_waitable() override { return this; }
 
-    void set();   // makes the count 1
-    void reset(); // makes the count 0
+    // Makes the count 1.
+    void set() {
+        change([](uint32_t& count) {
+            count = 1;
+            return true;
+        });
+    }
+
+    // Makes the count 0.
+    void reset() {
+        change([](uint32_t& count) {
+            count = 0;
+            return true;
+        });
+    }
+
     // Adds to the count; false, and nothing changes, when it would exceed the maximum. Gives the count before.
-    bool add(uint32_t n, uint32_t maximum, uint32_t* before);
+    bool add(uint32_t n, uint32_t maximum, uint32_t& before) {
+        return change([=, &before](uint32_t& count) {
+            if (n > maximum - count)
+                return false;
+            before = count;
+            count += n;
+            return true;
+        });
+    }
+
     // Takes the object if it is signalled.
-    bool take();
+    bool take() {
+        if (stays_)
+            return (state_.load(std::memory_order_seq_cst) & count_mask) > 0;
+        return change([](uint32_t& count) { return count > 0 && count-- > 0; });
+    }
 
     // For waits on several objects. Between lock and unlock only the caller changes the state.
     void lock();
@@ -72,10 +99,12 @@ public:
 private:
     class wakes;
 
+    // A change of the count; says whether it may be made.
+    using step = bool (*)(void* context, uint32_t& count);
+
     template <class Next>
-    bool change(Next next, uint32_t* before);
-    template <class Next>
-    bool change_locked(Next next, uint32_t* before);
+    bool change(Next next);
+    bool change_queued(step next, void* context);
     uint32_t hand_out_locked(uint32_t count, wakes& woken);
     bool spin();
     DWORD sleep(DWORD milliseconds);
@@ -90,6 +119,28 @@ private:
     queue_entry* first_ = nullptr;
     queue_entry** last_link_ = &first_;
 };
+
+// `next` gets the count, changes it and says whether the change may be made.
+//
+// Every exchange of the state is sequentially consistent: a setter's earlier writes are seen by the thread that
+// takes the signal, and callers may rely on the full barrier that the platform's calls are, as in "reset the event,
+// then look whether there is work".
+template <class Next>
+bool waitable::change(Next next) {
+    uint32_t old = state_.load(std::memory_order_relaxed);
+    while ((old & queued) == 0)
+        [[likely]] {
+            uint32_t count = old;
+            if (!next(count))
+                return false;
+            // Nothing of the object is touched after this: a thread that takes the signal may close it.
+            if (state_.compare_exchange_weak(old, count, std::memory_order_seq_cst,
+                                             std::memory_order_relaxed))
+                return true;
+        }
+    return change_queued([](void* context, uint32_t& count) { return (*static_cast<Next*>(context))(count); },
+                         &next);
+}
 
 // An object that is never signalled: what the pseudo handles stand for.
 waitable* what_never_ends();

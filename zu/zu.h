@@ -349,7 +349,11 @@ ZU_API ZU_bool ZU_wildcard_match_win32_file(const ZU_wchar* pattern, const ZU_wc
 /* ---- Thread locks, events, semaphores and atomics ----------------------------------------------------------- */
 /*
  * All of these may be called from any thread. Destroying a record that another thread still uses is the caller's
- * error; a null record may be destroyed and nothing happens.
+ * error, but a thread that a signal has released may destroy the record at once; a null record may be destroyed and
+ * nothing happens.
+ *
+ * A signal goes to the threads that sleep, in the order in which they fell asleep, and stays theirs: a reset takes
+ * nothing back. A time-out leaves the last-error code alone.
  */
 
 /* Storage of a re-entrant lock: embed it, and pass its address. Its holder may take it again and must give it back
@@ -376,13 +380,14 @@ typedef struct ZU_event ZU_event;
 
 /*
  * A new event, not signalled. With manual_reset it releases every waiter until it is reset; otherwise it releases one
- * and resets itself. Returns null when the platform makes none. Release it with ZU_destroy_event.
+ * and resets itself. Returns null with code 8 or 1450 when there is no room for one more. Release: ZU_destroy_event.
  */
 ZU_API ZU_event* ZU_create_event(ZU_bool manual_reset);
 
 /* Ends the event; false when its handle could not be closed (the record is gone all the same). Null: true. */
 ZU_API ZU_bool ZU_destroy_event(ZU_event* event);
 
+/* Make the event signalled, or not; false with code 6 for an event that is no more. */
 ZU_API ZU_bool ZU_set_event(ZU_event* event);
 ZU_API ZU_bool ZU_reset_event(ZU_event* event);
 
@@ -427,17 +432,18 @@ typedef uint32_t (*ZU_thread_func)(void* argument);
 typedef struct ZU_thread ZU_thread;
 
 /*
- * Start a thread at once; null with the platform's code when none can be made. A stack size of 0 bytes is the
- * default. Every thread must be waited for, once: that is what releases it.
+ * Start a thread at once; null with code 8 when the host has no room for it. The stack size is what to reserve, in
+ * bytes: 0 is the default, and too little is rounded up. Every thread must be waited for, once: that is what
+ * releases it. Any thread may start one.
  */
 ZU_API ZU_thread* ZU_thread_create(ZU_thread_func function, void* argument);
 ZU_API ZU_thread* ZU_thread_create_ex(ZU_thread_func function, void* argument, uint32_t stack_size_bytes);
 
-/* Waits for the end of a thread, gives its exit code (pointer may be null) and releases it. Returns 0, or -1 when the
-   wait failed. */
+/* Waits without limit for the end of a thread, gives its exit code (pointer may be null) and releases it. Returns 0, or
+   -1 with the platform's code when the wait failed: the thread is released all the same, and its code reads 0. */
 ZU_API int32_t ZU_thread_wait_for_termination(ZU_thread* thread, uint32_t* exit_code);
 
-/* Suspends the thread; 0 gives up the rest of its time slice. */
+/* Suspends the calling thread for at least that long; 0 gives up the rest of its time slice. */
 ZU_API void ZU_sleep(uint32_t milliseconds);
 
 /* Milliseconds since the system started. Wraps after 49.7 days: subtract unsigned. */

@@ -1,0 +1,137 @@
+// Thread locks, events and semaphores beside the host's.
+#include <benchmark/benchmark.h>
+#include <pthread.h>
+#include <semaphore.h>
+
+#include <mutex>
+#include <thread>
+
+#include "zu/zu.h"
+
+namespace {
+
+// A server has several threads, and some of the host's calls take a shortcut while there has been only one.
+const bool threaded = [] {
+    std::thread([] {}).join();
+    return true;
+}();
+
+void lock_zu(benchmark::State& state) {
+    ZU_lock_thread lock;
+    ZU_lock_thread_init(&lock);
+    for (auto _ : state) {
+        ZU_lock_thread_lock(&lock);
+        ZU_lock_thread_unlock(&lock);
+    }
+    ZU_lock_thread_destroy(&lock);
+}
+BENCHMARK(lock_zu);
+
+void lock_recursive_pthread(benchmark::State& state) {
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_t mutex;
+    pthread_mutex_init(&mutex, &attributes);
+    for (auto _ : state) {
+        pthread_mutex_lock(&mutex);
+        pthread_mutex_unlock(&mutex);
+    }
+    pthread_mutex_destroy(&mutex);
+}
+BENCHMARK(lock_recursive_pthread);
+
+void nested_lock_zu(benchmark::State& state) {
+    ZU_lock_thread lock;
+    ZU_lock_thread_init(&lock);
+    ZU_lock_thread_lock(&lock);
+    for (auto _ : state) {
+        ZU_lock_thread_lock(&lock);
+        ZU_lock_thread_unlock(&lock);
+    }
+    ZU_lock_thread_unlock(&lock);
+}
+BENCHMARK(nested_lock_zu);
+
+void nested_lock_recursive_mutex(benchmark::State& state) {
+    std::recursive_mutex mutex;
+    const std::lock_guard<std::recursive_mutex> held(mutex);
+    for (auto _ : state) {
+        mutex.lock();
+        mutex.unlock();
+    }
+}
+BENCHMARK(nested_lock_recursive_mutex);
+
+void event_set_wait_zu(benchmark::State& state) {
+    ZU_event* event = ZU_create_event(0);
+    for (auto _ : state) {
+        ZU_set_event(event);
+        ZU_wait_for_event(event, ZU_WAIT_INFINITE);
+    }
+    ZU_destroy_event(event);
+}
+BENCHMARK(event_set_wait_zu);
+
+void semaphore_post_wait_zu(benchmark::State& state) {
+    ZU_sem* sem = ZU_sem_create(0, 1);
+    for (auto _ : state) {
+        ZU_sem_post(sem);
+        ZU_sem_wait(sem, ZU_WAIT_INFINITE, nullptr);
+    }
+    ZU_sem_destroy(sem);
+}
+BENCHMARK(semaphore_post_wait_zu);
+
+void semaphore_post_wait_host(benchmark::State& state) {
+    sem_t sem;
+    sem_init(&sem, 0, 0);
+    for (auto _ : state) {
+        sem_post(&sem);
+        sem_wait(&sem);
+    }
+    sem_destroy(&sem);
+}
+BENCHMARK(semaphore_post_wait_host);
+
+// Two threads hand the turn to and fro; one round is two hand-overs.
+void ping_pong_zu(benchmark::State& state) {
+    ZU_event* there = ZU_create_event(0);
+    ZU_event* back = ZU_create_event(0);
+    bool over = false;
+    std::thread partner([&] {
+        while (ZU_wait_for_event(there, ZU_WAIT_INFINITE), !over)
+            ZU_set_event(back);
+    });
+    for (auto _ : state) {
+        ZU_set_event(there);
+        ZU_wait_for_event(back, ZU_WAIT_INFINITE);
+    }
+    over = true;
+    ZU_set_event(there);
+    partner.join();
+    ZU_destroy_event(there);
+    ZU_destroy_event(back);
+}
+BENCHMARK(ping_pong_zu)->UseRealTime();
+
+void ping_pong_host(benchmark::State& state) {
+    sem_t there, back;
+    sem_init(&there, 0, 0);
+    sem_init(&back, 0, 0);
+    bool over = false;
+    std::thread partner([&] {
+        while (sem_wait(&there), !over)
+            sem_post(&back);
+    });
+    for (auto _ : state) {
+        sem_post(&there);
+        sem_wait(&back);
+    }
+    over = true;
+    sem_post(&there);
+    partner.join();
+}
+BENCHMARK(ping_pong_host)->UseRealTime();
+
+} // namespace
