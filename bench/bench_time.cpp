@@ -102,6 +102,44 @@ void time_of_c(benchmark::State& state) {
     }
 }
 
+void read_by_zu(benchmark::State& state) {
+    set_zone();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ZU_read_time_t(ZU_W("2026-08-01 10:50:42")));
+}
+
+void read_by_c(benchmark::State& state) {
+    set_zone();
+    for (auto _ : state) {
+        tm local{};
+        strptime("2026-08-01 10:50:42", "%Y-%m-%d %H:%M:%S", &local);
+        local.tm_isdst = -1;
+        benchmark::DoNotOptimize(mktime(&local));
+    }
+}
+
+void write_by_zu(benchmark::State& state) {
+    set_zone();
+    ZU_wchar buffer[20];
+    for (auto _ : state) {
+        ZU_write_time_t(now, buffer);
+        benchmark::DoNotOptimize(buffer);
+    }
+}
+
+void write_by_c(benchmark::State& state) {
+    set_zone();
+    char buffer[20];
+    for (auto _ : state) {
+        const time_t value = now;
+        tm local;
+        tzset();
+        localtime_r(&value, &local);
+        strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S", &local);
+        benchmark::DoNotOptimize(buffer);
+    }
+}
+
 // What a thread pays for its first local time of a day, and of a zone.
 void first_local_time(benchmark::State& state) {
     ZU_tm local;
@@ -123,6 +161,10 @@ BENCHMARK(mktime_of_zu<true>)->Name("ZU_mktime/all_years");
 BENCHMARK(mktime_of_c<true>)->Name("mktime/all_years");
 BENCHMARK(time_of_zu)->Name("ZU_time");
 BENCHMARK(time_of_c)->Name("clock_gettime");
+BENCHMARK(read_by_zu)->Name("ZU_read_time_t");
+BENCHMARK(read_by_c)->Name("strptime+mktime");
+BENCHMARK(write_by_zu)->Name("ZU_write_time_t");
+BENCHMARK(write_by_c)->Name("localtime_r+strftime");
 BENCHMARK(first_local_time)->Name("ZU_localtime/new_zone");
 
 } // namespace

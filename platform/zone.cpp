@@ -25,7 +25,7 @@ clock_reading reading_of(const tm& local) {
     if (month < 0 || month > 11) {
         const int64_t years = civil::floor_divide(month, 12);
         year += years;
-        month -= static_cast<int>(years * 12);
+        month = static_cast<int>(month - years * 12);
         carries = true;
     }
     const int64_t day_of_year = civil::days_before_month(year, month + 1) + int64_t{local.tm_mday} - 1;

@@ -81,6 +81,7 @@ private:
     int64_t time_with_other_flag(int64_t local, const zone_span& span, bool daylight);
     const absence& absence_around(int64_t time, bool daylight);
     absence look_around(int64_t time, bool daylight);
+    int64_t nearest_day(int64_t time, int64_t step, bool daylight);
 
     zone_setting setting_;
     bool usable_ = true;

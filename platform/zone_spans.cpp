@@ -1,11 +1,13 @@
 // The local zone's spans of constant offset. Their data is the C library's, so zone files, rules in TZ and the system's
 // zone mean here what they mean to every program of the host.
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <mutex>
 #include <utility>
 
 #include "platform/civil.h"
@@ -53,6 +55,12 @@ int64_t coarse_milliseconds() {
     return now.tv_sec * int64_t{1000} + now.tv_nsec / 1000000;
 }
 
+constinit std::mutex host_zone;
+
+// A child forked while another thread asks must find the mutex free, and the C library's own lock with it.
+[[maybe_unused]] const int fork_handlers =
+    pthread_atfork([] { host_zone.lock(); }, [] { host_zone.unlock(); }, [] { host_zone.unlock(); });
+
 // A plain pointer is there for a thread's last breath as well; the guard beside it releases what it points to.
 constinit thread_local zone* thread_zone = nullptr;
 
@@ -65,11 +73,16 @@ thread_local thread_zone_guard guard;
 } // namespace
 
 // Brackets questions to the C library: makes it read the setting that this zone stands for, and when another
-// thread has changed the setting meanwhile, the answers serve the present call and are then forgotten.
+// thread has changed the setting meanwhile, the answers serve the present call and are then forgotten. One thread asks
+// at a time, since a second one might make the C library read another setting in between.
 class zone::question {
 public:
-    explicit question(zone& asked) : zone_(asked) { ::tzset(); }
+    explicit question(zone& asked) : zone_(asked) {
+        host_zone.lock();
+        ::tzset();
+    }
     ~question() {
+        host_zone.unlock();
         if (zone_setting::now() != zone_.setting_)
             zone_.usable_ = false;
     }
@@ -243,13 +256,9 @@ const zone::absence& zone::absence_around(int64_t time, bool daylight) {
     return *known.insert(after, look_around(time, daylight));
 }
 
-// Steps of a day are enough to find a season, whose edge is then found exactly.
 zone::absence zone::look_around(int64_t time, bool daylight) {
-    const question bracket(*this);
     absence gone{std::min<int64_t>(time, 0), std::max(time, last_time) + 1, false, false, 0, 0};
-    for (int64_t day = time; day >= 0 && !gone.known_before; day -= civil::seconds_per_day) {
-        if (ask(day).daylight != daylight)
-            continue;
+    if (const int64_t day = nearest_day(time, -civil::seconds_per_day, daylight); day >= 0) {
         zone_span season = at(day);
         while (season.end < time && at(season.end).daylight == daylight)
             season = at(season.end);
@@ -257,9 +266,7 @@ zone::absence zone::look_around(int64_t time, bool daylight) {
         gone.begin = std::min(season.end, time);
         gone.offset_before = season.offset;
     }
-    for (int64_t day = time; day <= last_time && !gone.known_after; day += civil::seconds_per_day) {
-        if (ask(day).daylight != daylight)
-            continue;
+    if (const int64_t day = nearest_day(time, civil::seconds_per_day, daylight); day >= 0) {
         zone_span season = at(day);
         while (season.begin > time && at(season.begin - 1).daylight == daylight)
             season = at(season.begin - 1);
@@ -268,6 +275,16 @@ zone::absence zone::look_around(int64_t time, bool daylight) {
         gone.offset_after = season.offset;
     }
     return gone;
+}
+
+// A time with the flag, in steps of a day, which no season is shorter than; -1 when there is none.
+int64_t zone::nearest_day(int64_t time, int64_t step, bool daylight) {
+    const question bracket(*this);
+    for (int64_t day = std::clamp<int64_t>(time, 0, last_time); day >= 0 && day <= last_time; day += step) {
+        if (ask(day).daylight == daylight)
+            return day;
+    }
+    return -1;
 }
 
 } // namespace platform

@@ -16,18 +16,9 @@ protected:
     holidays() { EXPECT_TRUE(ZU_timer_holidays_init(&calendar)); }
     ~holidays() override { ZU_timer_holidays_destroy(&calendar); }
 
-    bool add(uint32_t month, uint32_t day) {
-        const ZU_holiday holiday{month, day};
-        return ZU_timer_holidays_add(&calendar, &holiday);
-    }
-    bool del(uint32_t month, uint32_t day) {
-        const ZU_holiday holiday{month, day};
-        return ZU_timer_holidays_del(&calendar, &holiday);
-    }
-    bool find(uint32_t month, uint32_t day) {
-        const ZU_holiday holiday{month, day};
-        return ZU_timer_holidays_find(&calendar, &holiday);
-    }
+    bool add(uint32_t month, uint32_t day) { return call(ZU_timer_holidays_add, month, day); }
+    bool del(uint32_t month, uint32_t day) { return call(ZU_timer_holidays_del, month, day); }
+    bool find(uint32_t month, uint32_t day) { return call(ZU_timer_holidays_find, month, day); }
     days all() {
         auto* entries = reinterpret_cast<ZU_holiday*>(this); // to be overwritten
         const uint32_t count = ZU_timer_holidays_get_all(&calendar, &entries);
@@ -40,6 +31,12 @@ protected:
     }
 
     ZU_timer_holidays calendar;
+
+private:
+    bool call(ZU_bool (*function)(ZU_timer_holidays*, const ZU_holiday*), uint32_t month, uint32_t day) {
+        const ZU_holiday holiday{month, day};
+        return function(&calendar, &holiday);
+    }
 };
 
 TEST_F(holidays, keep_their_order_and_refuse_repeats) {

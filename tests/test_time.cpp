@@ -34,31 +34,14 @@ void set_zone(const char* text) {
 
 // Both hemispheres, a shift of half an hour, zones that changed their standard offset or skipped a day, one whose
 // winter time counts as daylight time, rules and names in all spellings, and texts that name nothing.
-const char* const zones[] = {"Europe/Berlin",
-                             "America/New_York",
-                             "Australia/Lord_Howe",
-                             "Asia/Kolkata",
-                             "America/Sao_Paulo",
-                             "Africa/Casablanca",
-                             "Pacific/Apia",
-                             "Europe/Dublin",
-                             "Europe/Moscow",
-                             "Asia/Pyongyang",
-                             "America/Boa_Vista",
-                             "Antarctica/Troll",
-                             "UTC",
-                             "CET-1CEST",
-                             "EST5EDT,M3.2.0,M11.1.0",
-                             "<+0330>-3:30",
-                             ":Australia/Sydney",
-                             ":CET-1CEST,M3.5.0,M10.5.0/3",
-                             "AAA24",
-                             "AAA-24:59:59",
-                             "AAA0BBB,J100/1,J100/3",
-                             "AAA24BBB-24,J50,J300",
-                             "No/Such_Zone",
-                             "garbage",
-                             ""};
+const char* const zones[] = {
+    // clang-format off
+    "Europe/Berlin", "America/New_York", "Australia/Lord_Howe", "Asia/Kolkata", "America/Sao_Paulo", "Pacific/Apia",
+    "Africa/Casablanca", "Europe/Dublin", "Europe/Moscow", "Asia/Pyongyang", "America/Boa_Vista", "Antarctica/Troll",
+    "UTC", "CET-1CEST", "EST5EDT,M3.2.0,M11.1.0", "<+0330>-3:30", ":Australia/Sydney", ":CET-1CEST,M3.5.0,M10.5.0/3",
+    "AAA24", "AAA-24:59:59", "AAA24BBB-24,J50,J300", "No/Such_Zone", "garbage", "",
+    // clang-format on
+};
 
 ::tm host_time(int64_t time) {
     const time_t value = static_cast<time_t>(time);
@@ -67,82 +50,62 @@ const char* const zones[] = {"Europe/Berlin",
     return fields;
 }
 
-std::string shown(const ZU_tm& fields) {
+// All nine fields, of either record.
+template <class record>
+std::string shown(const record& fields) {
     char text[128];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d weekday %d yearday %d %s",
+    std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d weekday %d yearday %d flag %d",
                   fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min,
-                  fields.tm_sec, fields.tm_wday, fields.tm_yday,
-                  fields.tm_isdst > 0 ? "daylight"
-                  : fields.tm_isdst   ? "open"
-                                      : "standard");
+                  fields.tm_sec, fields.tm_wday, fields.tm_yday, fields.tm_isdst);
     return text;
 }
 
-std::string shown(const ::tm& fields) {
-    return shown(ZU_tm{fields.tm_sec, fields.tm_min, fields.tm_hour, fields.tm_mday, fields.tm_mon,
-                       fields.tm_year, fields.tm_wday, fields.tm_yday, fields.tm_isdst});
+std::string shown(ZU_time_t time) {
+    ZU_tm fields;
+    return ZU_localtime(time, &fields) ? shown(fields) : "nothing";
 }
 
-ZU_tm local_fields(int64_t local_seconds, int flag) {
-    const time_t value = static_cast<time_t>(local_seconds);
-    ::tm fields{};
-    gmtime_r(&value, &fields);
-    return {
-        fields.tm_sec, fields.tm_min, fields.tm_hour, fields.tm_mday, fields.tm_mon, fields.tm_year, -7, -7,
-        flag};
-}
-
-// Every instant before which the present zone changes, as the host tells them.
+// Every instant at which the present zone changes, as the host tells them.
 std::vector<int64_t> changes() {
-    std::vector<int64_t> found;
-    const auto differs = [](int64_t one, int64_t other) {
-        const ::tm a = host_time(one), b = host_time(other);
-        return a.tm_gmtoff != b.tm_gmtoff || a.tm_isdst != b.tm_isdst;
+    constexpr int64_t step = 2 * 86400;
+    const auto same = [](const ::tm& one, const ::tm& other) {
+        return one.tm_gmtoff == other.tm_gmtoff && one.tm_isdst == other.tm_isdst;
     };
-    for (int64_t day = 0; day + 86400 <= last_time; day += 86400) {
-        if (!differs(day, day + 86400))
-            continue;
-        int64_t low = day, high = day + 86400;
-        while (high - low > 1) {
-            const int64_t middle = (low + high) / 2;
-            (differs(low, middle) ? high : low) = middle;
+    std::vector<int64_t> found;
+    ::tm before = host_time(0);
+    for (int64_t time = step; time <= last_time; time += step) {
+        const ::tm after = host_time(time);
+        if (!same(before, after)) {
+            int64_t low = time - step, high = time;
+            while (high - low > 1) {
+                const int64_t middle = (low + high) / 2;
+                (same(host_time(middle), before) ? low : high) = middle;
+            }
+            found.push_back(high);
         }
-        found.push_back(high);
+        before = after;
     }
     return found;
-}
-
-void expect_host_time(int64_t time) {
-    ZU_tm fields;
-    ASSERT_TRUE(ZU_localtime(static_cast<ZU_time_t>(time), &fields)) << time;
-    ASSERT_EQ(shown(fields), shown(host_time(time))) << time;
 }
 
 TEST(local_time, agrees_with_the_host) {
     std::mt19937 random(1);
     for (const char* zone : zones) {
-        SCOPED_TRACE(zone);
         set_zone(zone);
         tzset();
-        for (int64_t time : {int64_t{0}, int64_t{1}, last_time - 1, last_time})
-            ASSERT_NO_FATAL_FAILURE(expect_host_time(time));
+        std::vector<int64_t> times = {0, 1, last_time - 1, last_time};
         for (int i = 0; i < 4000; ++i)
-            ASSERT_NO_FATAL_FAILURE(expect_host_time(static_cast<int64_t>(random() & 0x7FFFFFFF)));
+            times.push_back(random() & last_time);
         for (int64_t change : changes())
             for (int64_t distance : {-86400, -3600, -1801, -1, 0, 1, 1799, 3600, 86400})
-                ASSERT_NO_FATAL_FAILURE(expect_host_time(std::min(change + distance, last_time)));
+                times.push_back(std::min(change + distance, last_time));
+        for (int64_t time : times)
+            ASSERT_EQ(shown(static_cast<ZU_time_t>(time)), shown(host_time(time))) << zone << " " << time;
     }
-}
-
-TEST(local_time, sees_a_season_of_two_hours) {
-    set_zone("AAA0BBB,J100/1,J100/3");
+    set_zone("AAA0BBB,J100/1,J100/3"); // a season of two hours
     tzset();
-    ZU_tm fields;
-    const int64_t day_100 = int64_t{99} * 86400 + 1136073600; // 2006, a common year
-    for (int64_t second : {0, 3599, 3600, 7200, 2 * 3600 - 1, 2 * 3600, 3 * 3600})
-        ASSERT_NO_FATAL_FAILURE(expect_host_time(day_100 + second));
-    ASSERT_TRUE(ZU_localtime(static_cast<ZU_time_t>(day_100 + 5400), &fields));
-    EXPECT_EQ(fields.tm_isdst, 1);
+    for (ZU_time_t time = 1144540800; time < 1144713600; time += 599)
+        ASSERT_EQ(shown(time), shown(host_time(time)));
 }
 
 // What a local time must give, straight from the host's answers: the latest instant that shows it; for one that is
@@ -176,14 +139,13 @@ int64_t expected_time(int64_t local, int flag) {
 TEST(make_time, follows_the_rule_on_both_sides_of_each_change) {
     std::mt19937 random(2);
     for (const char* zone : zones) {
-        if (std::strstr(zone, "J100") || std::strstr(zone, "J300"))
-            continue; // two changes within the model's window
-        SCOPED_TRACE(zone);
+        if (std::strstr(zone, "J300"))
+            continue; // changes by more than the model knows
         set_zone(zone);
         tzset();
         std::vector<int64_t> locals;
         for (int i = 0; i < 300; ++i)
-            locals.push_back(static_cast<int64_t>(random() & 0x7FFFFFFF));
+            locals.push_back(random() & last_time);
         for (int64_t change : changes())
             for (int64_t offset : {host_time(change - 1).tm_gmtoff, host_time(change).tm_gmtoff})
                 for (int64_t distance : {-7200, -3600, -1801, -1800, -1, 0, 1, 1799, 1800, 3599, 3600, 7200})
@@ -195,88 +157,80 @@ TEST(make_time, follows_the_rule_on_both_sides_of_each_change) {
                 const int64_t expected = expected_time(local, flag);
                 if (expected < 0)
                     continue;
-                ZU_tm fields = local_fields(local, flag);
-                const ZU_tm given = fields;
-                ASSERT_EQ(ZU_mktime(&fields), expected) << shown(given) << " flag " << flag;
+                ZU_tm fields{static_cast<int32_t>(local % 60),
+                             static_cast<int32_t>(local / 60),
+                             0,
+                             1,
+                             0,
+                             70,
+                             -7,
+                             -7,
+                             flag};
+                ASSERT_EQ(ZU_mktime(&fields), expected) << zone << " local " << local << " flag " << flag;
                 ASSERT_EQ(shown(fields), shown(host_time(expected)));
             }
         }
     }
 }
 
-struct local_case {
-    const char* zone;
-    const char* date;
-    int flag;
-    int64_t time;
-    const char* becomes; // hours and minutes, and the flag
-};
-
+// "s" is standard time, "d" daylight time. The platform's own answers for the Pacific zone lead; the others follow the
+// same pattern with their own offsets.
 TEST(make_time, gaps_overlaps_and_flags_that_do_not_fit) {
-    const char* const pacific = "America/Los_Angeles";
-    const char* const berlin = "Europe/Berlin";
-    const char* const howe = "Australia/Lord_Howe";
-    const local_case rows[] = {
-        {pacific, "2007-03-11 01:59:59", -1, 1173607199, "01:59 standard"},
-        {pacific, "2007-03-11 01:59:59", 0, 1173607199, "01:59 standard"},
-        {pacific, "2007-03-11 01:59:59", 1, 1173603599, "00:59 standard"},
-        {pacific, "2007-03-11 02:30:00", -1, 1173605400, "01:30 standard"},
-        {pacific, "2007-03-11 02:30:00", 0, 1173609000, "03:30 daylight"},
-        {pacific, "2007-03-11 02:30:00", 1, 1173605400, "01:30 standard"},
-        {pacific, "2007-03-11 03:00:00", -1, 1173607200, "03:00 daylight"},
-        {pacific, "2007-03-11 03:00:00", 0, 1173610800, "04:00 daylight"},
-        {pacific, "2007-03-11 03:00:00", 1, 1173607200, "03:00 daylight"},
-        {pacific, "2007-11-04 00:59:59", -1, 1194163199, "00:59 daylight"},
-        {pacific, "2007-11-04 00:59:59", 0, 1194166799, "01:59 daylight"},
-        {pacific, "2007-11-04 01:30:00", -1, 1194168600, "01:30 standard"},
-        {pacific, "2007-11-04 01:30:00", 0, 1194168600, "01:30 standard"},
-        {pacific, "2007-11-04 01:30:00", 1, 1194165000, "01:30 daylight"},
-        {pacific, "2007-11-04 02:00:00", -1, 1194170400, "02:00 standard"},
-        {pacific, "2007-11-04 02:00:00", 1, 1194166800, "01:00 standard"},
-        {pacific, "2006-04-02 02:30:00", -1, 1143970200, "01:30 standard"},
-        {pacific, "2006-10-29 01:30:00", -1, 1162114200, "01:30 standard"},
-        {pacific, "2007-07-15 12:00:00", 0, 1184529600, "13:00 daylight"},
-        {pacific, "2007-07-15 12:00:00", 9, 1184526000, "12:00 daylight"},
-        {pacific, "2007-01-15 12:00:00", 1, 1168887600, "11:00 standard"},
-        {berlin, "2006-03-26 02:30:00", -1, 1143333000, "01:30 standard"},
-        {berlin, "2006-10-29 02:30:00", -1, 1162085400, "02:30 standard"},
-        {berlin, "1975-07-01 12:00:00", 0, 173444400, "12:00 standard"},
-        // No daylight time yet in 1975: five years ahead is the nearest.
-        {berlin, "1975-07-01 12:00:00", 1, 173440800, "11:00 standard"},
-        // Half an hour of daylight time, in southern summer.
-        {howe, "2006-12-01 12:00:00", -1, 1164934800, "12:00 daylight"},
-        {howe, "2006-12-01 12:00:00", 0, 1164936600, "12:30 daylight"},
-        {howe, "2006-07-01 12:00:00", 1, 1151715600, "11:30 standard"},
-        {howe, "2006-10-29 02:15:00", -1, 1162048500, "01:45 standard"},
-        {howe, "2006-04-02 01:45:00", -1, 1143904500, "01:45 standard"},
-        {howe, "2006-04-02 01:45:00", 1, 1143902700, "01:45 daylight"},
-        // The offset of the nearest summer, which was not today's standard offset plus an hour.
-        {"Europe/Moscow", "2012-01-15 12:00:00", 1, 1326614400, "12:00 standard"},
-        // Zones that never had daylight time, or not since 1970.
-        {"Asia/Kolkata", "2006-07-01 12:00:00", 1, 1151735400, "12:00 standard"},
-        {"UTC", "2006-07-01 12:00:00", 1, 1151755200, "12:00 standard"},
-        {"No/Such", "2006-07-01 12:00:00", 1, 1151755200, "12:00 standard"},
-        // A day that was skipped; and a standard offset that went back: the later of two, and no flag between them.
-        {"Pacific/Apia", "2011-12-30 12:00:00", -1, 1325196000, "12:00 daylight"},
-        {"Asia/Pyongyang", "2015-08-14 23:45:00", -1, 1439565300, "23:45 standard"},
-        {"Asia/Pyongyang", "2015-08-14 23:45:00", 0, 1439565300, "23:45 standard"},
-        {"PST8PDT", "1969-12-31 16:00:00", -1, 0, "16:00 standard"},
+    const struct {
+        const char* zone;
+        struct {
+            const char* date;
+            int flag;
+            int64_t time;
+            const char* becomes;
+        } rows[20];
+    } tables[] = {
+        // clang-format off
+        {"America/Los_Angeles", {
+            {"2007-03-11 01:59", -1, 1173607140, "01:59 s"}, {"2007-03-11 01:59", 0, 1173607140, "01:59 s"},
+            {"2007-03-11 01:59", 1, 1173603540, "00:59 s"},  {"2007-03-11 02:30", -1, 1173605400, "01:30 s"},
+            {"2007-03-11 02:30", 0, 1173609000, "03:30 d"},  {"2007-03-11 02:30", 1, 1173605400, "01:30 s"},
+            {"2007-03-11 03:00", -1, 1173607200, "03:00 d"}, {"2007-03-11 03:00", 0, 1173610800, "04:00 d"},
+            {"2007-11-04 00:59", -1, 1194163140, "00:59 d"}, {"2007-11-04 00:59", 0, 1194166740, "01:59 d"},
+            {"2007-11-04 01:30", -1, 1194168600, "01:30 s"}, {"2007-11-04 01:30", 0, 1194168600, "01:30 s"},
+            {"2007-11-04 01:30", 1, 1194165000, "01:30 d"},  {"2007-11-04 02:00", 1, 1194166800, "01:00 s"},
+            {"2006-04-02 02:30", -1, 1143970200, "01:30 s"}, {"2006-10-29 01:30", -1, 1162114200, "01:30 s"},
+            {"2007-07-15 12:00", 0, 1184529600, "13:00 d"},  {"2007-07-15 12:00", 9, 1184526000, "12:00 d"},
+            {"2007-01-15 12:00", 1, 1168887600, "11:00 s"},  {"1969-12-31 16:00", -1, 0, "16:00 s"}}},
+        {"Europe/Berlin", { // without daylight time until 1980
+            {"2006-03-26 02:30", -1, 1143333000, "01:30 s"}, {"2006-10-29 02:30", -1, 1162085400, "02:30 s"},
+            {"1975-07-01 12:00", 0, 173444400, "12:00 s"},   {"1975-07-01 12:00", 1, 173440800, "11:00 s"}}},
+        {"Australia/Lord_Howe", { // shifts by half an hour
+            {"2006-12-01 12:00", -1, 1164934800, "12:00 d"}, {"2006-12-01 12:00", 0, 1164936600, "12:30 d"},
+            {"2006-07-01 12:00", 1, 1151715600, "11:30 s"},  {"2006-10-29 02:15", -1, 1162048500, "01:45 s"},
+            {"2006-04-02 01:45", -1, 1143904500, "01:45 s"}, {"2006-04-02 01:45", 1, 1143902700, "01:45 d"}}},
+        {"Europe/Moscow", { // the nearest summer had the offset that has become the standard
+            {"2012-01-15 12:00", 1, 1326614400, "12:00 s"}}},
+        {"Pacific/Apia", {{"2011-12-30 12:00", -1, 1325196000, "12:00 d"}}}, // a day that was skipped
+        {"Asia/Pyongyang", { // the standard offset went back
+            {"2015-08-14 23:45", -1, 1439565300, "23:45 s"}, {"2015-08-14 23:45", 0, 1439565300, "23:45 s"}}},
+        {"Asia/Kolkata", {{"2006-07-01 12:00", 1, 1151735400, "12:00 s"}}}, // no daylight time since 1970
+        {"No/Such", {{"2006-07-01 12:00", 1, 1151755200, "12:00 s"}}},
+        // clang-format on
     };
-    for (const local_case& row : rows) {
-        SCOPED_TRACE(std::string(row.zone) + " " + row.date + " flag " + std::to_string(row.flag));
-        set_zone(row.zone);
-        ZU_tm fields{};
-        ASSERT_EQ(std::sscanf(row.date, "%d-%d-%d %d:%d:%d", &fields.tm_year, &fields.tm_mon, &fields.tm_mday,
-                              &fields.tm_hour, &fields.tm_min, &fields.tm_sec),
-                  6);
-        fields.tm_year -= 1900;
-        fields.tm_mon -= 1;
-        fields.tm_isdst = row.flag;
-        EXPECT_EQ(ZU_mktime(&fields), row.time);
-        char becomes[32];
-        std::snprintf(becomes, sizeof becomes, "%02d:%02d %s", fields.tm_hour, fields.tm_min,
-                      fields.tm_isdst ? "daylight" : "standard");
-        EXPECT_STREQ(becomes, row.becomes);
+    for (const auto& table : tables) {
+        set_zone(table.zone);
+        for (const auto& row : table.rows) {
+            if (!row.date)
+                break;
+            ZU_tm fields{};
+            ASSERT_EQ(std::sscanf(row.date, "%d-%d-%d %d:%d", &fields.tm_year, &fields.tm_mon,
+                                  &fields.tm_mday, &fields.tm_hour, &fields.tm_min),
+                      5);
+            fields.tm_year -= 1900;
+            fields.tm_mon -= 1;
+            fields.tm_isdst = row.flag;
+            EXPECT_EQ(ZU_mktime(&fields), row.time) << table.zone << " " << row.date << " flag " << row.flag;
+            char becomes[32];
+            std::snprintf(becomes, sizeof becomes, "%02d:%02d %c", fields.tm_hour, fields.tm_min,
+                          fields.tm_isdst ? 'd' : 's');
+            EXPECT_STREQ(becomes, row.becomes) << table.zone << " " << row.date << " flag " << row.flag;
+        }
     }
 }
 
@@ -286,19 +240,17 @@ TEST(make_time, fields_carry) {
         int year, month, day, hour, minute, second;
         int64_t time;
     } rows[] = {
-        {2006, 2, 29, 12, 0, 0, 1141214400},       {2006, 13, 1, 0, 0, 0, 1167609600},
-        {2006, 3, 0, 0, 0, 0, 1141084800},         {2006, 1, 1, 0, 0, 86400, 1136160000},
-        {2006, -10, 1, 0, 0, 0, 1107216000},       {2006, 1, 1, -1, 0, 0, 1136070000},
-        {2000, 2, 29, 0, 0, 0, 951782400},         {2100, -1127, 1, 0, 0, 0, 1136073600},
-        {1970, 1, 24855 + 1, 0, 0, 0, 2147472000}, {1970, 1, 1, 0, 0, INT32_MAX, INT32_MAX},
-        {1970, 1, 1, 0, 35791394, 7, INT32_MAX},   {1970, 1, 1, INT32_MAX, 0, INT32_MIN, -1},
+        // clang-format off
+        {2006, 2, 29, 12, 0, 0, 1141214400},  {2006, 13, 1, 0, 0, 0, 1167609600}, {2006, 3, 0, 0, 0, 0, 1141084800},
+        {2006, 1, 1, 0, 0, 86400, 1136160000}, {2006, -10, 1, 0, 0, 0, 1107216000}, {2006, 1, 1, -1, 0, 0, 1136070000},
+        {2100, -1127, 1, 0, 0, 0, 1136073600}, {1970, 1, 24856, 0, 0, 0, 2147472000},
+        {1970, 1, 1, 0, 0, INT32_MAX, INT32_MAX}, {1970, 1, 1, 0, 35791394, 7, INT32_MAX},
+        // clang-format on
     };
     for (const auto& row : rows) {
         ZU_tm fields{row.second, row.minute, row.hour, row.day, row.month - 1, row.year - 1900, 99, 999, -1};
         EXPECT_EQ(ZU_mktime(&fields), row.time);
-        if (row.time >= 0) {
-            EXPECT_EQ(shown(fields), shown(host_time(row.time)));
-        }
+        EXPECT_EQ(shown(fields), shown(host_time(row.time)));
     }
 }
 
@@ -320,10 +272,6 @@ TEST(make_time, what_does_not_convert_leaves_the_record_as_given) {
         EXPECT_EQ(ZU_mktime(&fields), -1);
         EXPECT_EQ(std::memcmp(&fields, &row.fields, sizeof fields), 0) << shown(fields);
     }
-    set_zone("UTC");
-    ZU_tm last{7, 14, 3, 19, 0, 138, 0, 0, -1};
-    EXPECT_EQ(ZU_mktime(&last), last_time);
-
     for (ZU_time_t time : {-1, INT32_MIN}) {
         ZU_tm fields{1, 2, 3, 4, 5, 6, 7, 8, 9};
         const ZU_tm zeros{};
@@ -377,42 +325,35 @@ TEST(zone_setting, a_changed_system_zone_is_seen) {
 
 // Readers on several threads while the zone goes to and fro: every answer is one of the two, and none stays behind.
 TEST(zone_setting, threads_agree_with_a_zone_that_changes_under_them) {
-    set_zone("Europe/Berlin");
+    constexpr ZU_time_t week = 7 * 86400;
+    constexpr size_t weeks = 1500;
+    std::vector<std::string> expected[2];
+    for (int zone : {1, 0}) {
+        set_zone(zone ? "Asia/Kolkata" : "Europe/Berlin");
+        for (size_t i = 0; i < weeks; ++i)
+            expected[zone].push_back(shown(static_cast<ZU_time_t>(i) * week));
+    }
     std::atomic<bool> stop{false};
-    std::atomic<int> wrong{0}, answers{0};
-    const ZU_time_t summer = 1151755200; // 12:00 UTC
+    std::atomic<int> answers{0};
+    const auto read = [&] {
+        for (size_t n = 0; !stop; n = (n + 7) % weeks, ++answers) {
+            const std::string text = shown(static_cast<ZU_time_t>(n) * week);
+            ASSERT_TRUE(text == expected[0][n] || text == expected[1][n]) << text;
+        }
+        for (size_t n = 0; n < weeks; ++n)
+            ASSERT_EQ(shown(static_cast<ZU_time_t>(n) * week), expected[0][n]);
+    };
     std::vector<std::thread> readers;
-    for (int i = 0; i < 4; ++i) {
-        readers.emplace_back([&, i] {
-            for (int n = 0; !stop; ++n) {
-                ZU_tm fields;
-                const ZU_time_t time = summer + (n % 1000 - 500) * 7 * 86400 * (i + 1) / 4;
-                if (!ZU_localtime(time, &fields) || ZU_mktime(&fields) < 0)
-                    ++wrong;
-                ZU_localtime(summer, &fields);
-                if (fields.tm_hour != 14 && fields.tm_hour != 17)
-                    ++wrong;
-                ++answers;
-            }
-        });
-    }
-    for (int flip = 0; flip < 40; ++flip) {
-        const int seen = answers;
-        while (answers < seen + 200)
+    for (int i = 0; i < 4; ++i)
+        readers.emplace_back(read);
+    for (int flip = 1; flip <= 40; ++flip) {
+        for (const int seen = answers; answers < seen + 200 && !HasFailure();)
             std::this_thread::yield();
-        set_zone(flip % 2 ? "Europe/Berlin" : "Asia/Kolkata");
+        set_zone(flip % 2 ? "Asia/Kolkata" : "Europe/Berlin");
     }
-    set_zone("Europe/Berlin");
-    const int seen = answers;
-    while (answers < seen + 200)
-        std::this_thread::yield();
     stop = true;
     for (std::thread& reader : readers)
         reader.join();
-    EXPECT_EQ(wrong, 0);
-    tzset();
-    for (int week = -600; week < 600; ++week)
-        ASSERT_NO_FATAL_FAILURE(expect_host_time(summer + week * 7 * 86400));
 }
 
 FILETIME file_time_of(int64_t units) {
@@ -430,7 +371,6 @@ constexpr int64_t second = 10000000;
 TEST(file_time, takes_the_offset_in_force_now) {
     for (const char* zone :
          {"UTC", "Europe/Berlin", "Australia/Sydney", "Australia/Lord_Howe", "Asia/Kolkata"}) {
-        SCOPED_TRACE(zone);
         set_zone(zone);
         tzset();
         const int64_t offset_now = host_time(::time(nullptr)).tm_gmtoff;
@@ -445,67 +385,50 @@ TEST(file_time, takes_the_offset_in_force_now) {
     }
 }
 
-TEST(file_time, the_zone_in_force_is_that_of_the_environment) {
-    const FILETIME utc = file_time_of(units_1970 + last_time * second);
-    FILETIME local{};
-    for (int hours : {3, 4}) {
-        setenv("TZ", ("AAA-" + std::to_string(hours)).c_str(), 1);
-        ASSERT_TRUE(platform::FileTimeToLocalFileTime(&utc, &local));
-        EXPECT_EQ(units_of(local), units_of(utc) + hours * hour * second);
-        ASSERT_TRUE(platform::LocalFileTimeToFileTime(&local, &local));
-        EXPECT_EQ(units_of(local), units_of(utc));
-    }
-    set_zone("AAA3");
-    const FILETIME zero{};
-    ASSERT_TRUE(platform::FileTimeToLocalFileTime(&zero, &local)) << "the sum wraps";
-    EXPECT_EQ(units_of(local), -3 * hour * second);
-}
-
 TEST(file_time, what_does_not_convert) {
     set_zone("UTC");
     for (int64_t units : {int64_t{0}, units_1970 - 1, units_1970 + (last_time + 1) * second, INT64_MAX}) {
         const FILETIME file_time = file_time_of(units);
         EXPECT_EQ(ZU_FILETIME_2_time_t(&file_time), -1) << units;
     }
-    SetLastError(0);
     const FILETIME negative = file_time_of(-1);
     EXPECT_EQ(ZU_FILETIME_2_time_t(&negative), -1);
     EXPECT_EQ(GetLastError(), 87u);
-    FILETIME untouched = file_time_of(77);
-    EXPECT_EQ(Zu_time_t_2_FILETIME(-1, &untouched), nullptr);
-    EXPECT_EQ(Zu_time_t_2_FILETIME(-2, &untouched), nullptr);
-    EXPECT_EQ(units_of(untouched), 77);
+    FILETIME file_time = file_time_of(77);
+    for (ZU_time_t time : {-1, -2})
+        EXPECT_EQ(Zu_time_t_2_FILETIME(time, &file_time), nullptr);
+    EXPECT_EQ(units_of(file_time), 77);
+    set_zone("AAA3");
+    const FILETIME zero{};
+    EXPECT_TRUE(platform::FileTimeToLocalFileTime(&zero, &file_time));
+    EXPECT_EQ(units_of(file_time), -3 * hour * second) << "the sum wraps";
 }
 
 TEST(system_time, is_checked_and_round_trips) {
     using platform::SYSTEMTIME;
-    const struct {
-        SYSTEMTIME time;
-        bool valid;
-    } rows[] = {
-        {{1601, 1, 9, 1, 0, 0, 0, 0}, true},         {{1600, 12, 0, 31, 23, 59, 59, 999}, false},
-        {{30827, 12, 0, 31, 23, 59, 59, 999}, true}, {{30828, 1, 0, 1, 0, 0, 0, 0}, false},
-        {{2006, 0, 0, 1, 0, 0, 0, 0}, false},        {{2006, 13, 0, 1, 0, 0, 0, 0}, false},
-        {{2006, 1, 0, 0, 0, 0, 0, 0}, false},        {{2006, 4, 0, 31, 0, 0, 0, 0}, false},
-        {{2006, 2, 0, 29, 0, 0, 0, 0}, false},       {{1900, 2, 0, 29, 0, 0, 0, 0}, false},
-        {{2000, 2, 0, 29, 0, 0, 0, 0}, true},        {{2004, 2, 0, 30, 0, 0, 0, 0}, false},
-        {{2006, 1, 0, 1, 24, 0, 0, 0}, false},       {{2006, 1, 0, 1, 0, 60, 0, 0}, false},
-        {{2006, 1, 0, 1, 0, 0, 60, 0}, false},       {{2006, 1, 0, 1, 0, 0, 0, 1000}, false},
-    };
-    for (const auto& row : rows) {
-        FILETIME file_time = file_time_of(77);
+    // clang-format off
+    const SYSTEMTIME valid[] = {{1601, 1, 1, 1, 0, 0, 0, 0}, {2000, 2, 2, 29, 0, 0, 0, 1},
+                                {30827, 12, 5, 31, 23, 59, 59, 999}};
+    const SYSTEMTIME refused[] = {
+        {1600, 12, 0, 31, 0, 0, 0, 0}, {30828, 1, 0, 1, 0, 0, 0, 0}, {2006, 0, 0, 1, 0, 0, 0, 0},
+        {2006, 13, 0, 1, 0, 0, 0, 0},  {2006, 1, 0, 0, 0, 0, 0, 0},  {2006, 4, 0, 31, 0, 0, 0, 0},
+        {2006, 2, 0, 29, 0, 0, 0, 0},  {1900, 2, 0, 29, 0, 0, 0, 0}, {2004, 2, 0, 30, 0, 0, 0, 0},
+        {2006, 1, 0, 1, 24, 0, 0, 0},  {2006, 1, 0, 1, 0, 60, 0, 0}, {2006, 1, 0, 1, 0, 0, 60, 0},
+        {2006, 1, 0, 1, 0, 0, 0, 1000}};
+    // clang-format on
+    FILETIME file_time = file_time_of(77);
+    for (const SYSTEMTIME& time : refused) {
         SetLastError(0);
-        ASSERT_EQ(platform::SystemTimeToFileTime(&row.time, &file_time) != 0, row.valid)
-            << row.time.wYear << " " << row.time.wMonth << " " << row.time.wDay;
-        EXPECT_EQ(GetLastError(), row.valid ? 0u : 87u);
-        if (!row.valid) {
-            EXPECT_EQ(units_of(file_time), 77);
-            continue;
-        }
-        SYSTEMTIME back{};
+        EXPECT_FALSE(platform::SystemTimeToFileTime(&time, &file_time)) << &time - refused;
+        EXPECT_EQ(GetLastError(), 87u);
+    }
+    EXPECT_EQ(units_of(file_time), 77);
+    for (const SYSTEMTIME& time : valid) {
+        SYSTEMTIME given = time, back{};
+        given.wDayOfWeek = 9; // ignored
+        ASSERT_TRUE(platform::SystemTimeToFileTime(&given, &file_time));
         ASSERT_TRUE(platform::FileTimeToSystemTime(&file_time, &back));
-        back.wDayOfWeek = row.time.wDayOfWeek; // computed, whatever was given
-        EXPECT_EQ(std::memcmp(&back, &row.time, sizeof back), 0);
+        EXPECT_EQ(std::memcmp(&back, &time, sizeof back), 0) << time.wYear;
     }
     SYSTEMTIME end{};
     const FILETIME largest = file_time_of(INT64_MAX);
@@ -522,37 +445,23 @@ TEST(date_text, is_read_field_by_field) {
         ZU_time_t time;
         int fields_stored;
     } rows[] = {
-        {u"2006-04-30 10:50:42", start, 6},
-        {u"2006\\04\\30-10:50:42", start, 6},
-        {u"::2006/4/30//10 50 - 42:", start, 6},
-        {u"2006-04-30 10:50:42 trailing words", start, 6},
-        {u"2006-04-30 10:50:42:99", start, 6},
-        {u"2006-04-30 10:50", start - 42, 6},
-        {u"  2006--04--30  10:50  ", start - 42, 6},
-        {u"2006x-+4-30y 10z:50:42", start, 6},
-        {u"2006\t-\t04-30 10:50:42", start, 6},
-        {u"2006-04-30 10:50 trailing", start - 42, 6},
-        {u"2006-02-29 12:00", 1141214400, 6},
-        {u"2006-02-31 00:00", 1141344000, 6},
-        {u"2038-01-19 03:14:07", INT32_MAX, 6},
-        {u"2038-01-19 03:14:08", -1, 6},
-        {u"1970-01-01 00:00", 0, 6},
-        {u"1950-01-01 00:00", -1, 6},
-        {u"99999999999-01-01 00:00", -1, 6},
-        {u"1899-12-31 23:59", -1, 0},
-        {u"x-12-31 23:59", -1, 0},
-        {u"", -1, 0},
-        {u" :-/\\", -1, 0},
-        {u"2006-13-01 00:00", -1, 1},
-        {u"2006-0-01 00:00", -1, 1},
-        {u"2006-04-32 00:00", -1, 2},
-        {u"2006-04-0 00:00", -1, 2},
-        {u"2006-04-30", -1, 3},
-        {u"2006-04-30 24:00", -1, 3},
-        {u"2006-04-30 10", -1, 4},
-        {u"2006-04-30 10:60", -1, 4},
+        // clang-format off
+        {u"2006-04-30 10:50:42", start, 6},         {u"2006\\04\\30-10:50:42", start, 6},
+        {u"::2006/4/30//10 50 - 42:", start, 6},    {u"2006-04-30 10:50:42 trailing words", start, 6},
+        {u"2006-04-30 10:50:42:99", start, 6},      {u"2006-04-30 10:50", start - 42, 6},
+        {u"  2006--04--30  10:50  ", start - 42, 6}, {u"2006x-+4-30y 10z:50:42", start, 6},
+        {u"2006-04-30 10:50 trailing", start - 42, 6}, {u"2006-04-30 10:50:-1", start - 41, 6},
+        {u"2006-02-29 12:00", 1141214400, 6},       {u"2006-02-31 00:00", 1141344000, 6},
+        {u"2038-01-19 03:14:07", INT32_MAX, 6},     {u"2038-01-19 03:14:08", -1, 6},
+        {u"1970-01-01 00:00", 0, 6},                {u"1950-01-01 00:00", -1, 6},
+        {u"99999999999-01-01 00:00", -1, 6},        {u"1899-12-31 23:59", -1, 0},
+        {u"x-12-31 23:59", -1, 0},                  {u"", -1, 0}, {u" :-/\\", -1, 0},
+        {u"2006-13-01 00:00", -1, 1},               {u"2006-0-01 00:00", -1, 1},
+        {u"2006-04-32 00:00", -1, 2},               {u"2006-04-0 00:00", -1, 2},
+        {u"2006-04-30", -1, 3},                     {u"2006-04-30 24:00", -1, 3},
+        {u"2006-04-30 10", -1, 4},                  {u"2006-04-30 10:60", -1, 4},
         {u"2006-04-30 10:50:60", -1, 5},
-        {u"2006-04-30 10:50:-1", start - 41, 6}, // the hyphen separates
+        // clang-format on
     };
     for (const auto& row : rows) {
         const std::string name(row.text, row.text + std::char_traits<ZU_wchar>::length(row.text));

@@ -6,7 +6,7 @@ namespace {
 constexpr ZU_time_t no_time = -1;
 constexpr uint32_t text_size = 20; // "2006-04-30 10:50:42" and its terminator
 
-// One field of a date text. `second` alone may be missing.
+// One field of a date text. The seconds alone may be missing.
 struct date_field {
     int32_t ZU_tm::*target;
     int32_t first, last;
