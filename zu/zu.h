@@ -768,8 +768,9 @@ ZU_API uint32_t ZU_get_file_platform_attributes(const ZU_wchar* path);
 
 /* ---- Calendar time and conversions -------------------------------------------------------------------------- */
 /*
- * Local times are those of the environment's zone (TZ, else the system's), read again on every call. Times from 1970
- * to 2038-01-19 03:14:07 UTC convert; -1 stands for all others. Any thread.
+ * Local times are those of the environment's zone, read again on every call: that of TZ, else the system's, whose file
+ * is looked at once a second. Times from 1970 to 2038-01-19 03:14:07 UTC convert; -1 stands for all others. Any
+ * thread; a program that changes TZ while threads ask must not let the environment move meanwhile (see setenv).
  */
 
 /* Reads the zone setting of the environment anew; the functions below do that themselves. */
@@ -778,8 +779,12 @@ ZU_API void ZU_tzset(void);
 /* The current time. */
 ZU_API ZU_time_t ZU_time(void);
 
-/* The time of a local time, whose fields are carried into range in place; -1, and the record as it was, for a time
-   that does not convert. A negative tm_isdst lets the zone decide. */
+/*
+ * The time of a local time, whose fields are carried into range in place; -1, and the record as it was, for a time
+ * that does not convert. A negative tm_isdst lets the zone decide: of a local time that exists twice the later is
+ * meant, and one that a change skips goes back by what is skipped. A tm_isdst that the zone contradicts at that time
+ * takes the offset of the nearest season with it, and counts for nothing in a zone without one.
+ */
 ZU_API ZU_time_t ZU_mktime(ZU_tm* local);
 
 /* The local time of a time; false, and a record of zeros, for one that does not convert. */
