@@ -93,8 +93,50 @@ using ::FileTimeToSystemTime;
 using ::LocalFileTimeToFileTime;
 using ::SystemTimeToFileTime;
 
+using ::GetComputerNameW;
+using ::SOCKET;
 using ::WSACleanup;
 using ::WSAStartup;
+using ::__WSAFDIsSet;
+using ::accept;
+using ::bind;
+using ::closesocket;
+using ::connect;
+using ::fd_set;
+using ::gethostbyname;
+using ::hostent;
+using ::inet_addr;
+using ::ioctlsocket;
+using ::listen;
+using ::recv;
+using ::recvfrom;
+using ::select;
+using ::send;
+using ::sendto;
+using ::setsockopt;
+using ::sockaddr;
+using ::sockaddr_in;
+using ::socket;
+using ::timeval;
+
+// A set of one socket; here in the form of the set that holds any.
+struct one_socket_set {
+    fd_set members;
+
+    explicit one_socket_set(SOCKET socket) {
+        members.fd_count = 1;
+        members.fd_array[0] = socket;
+    }
+};
+inline int select(int count, one_socket_set* read, one_socket_set* write, one_socket_set* error,
+                  const timeval* timeout) {
+    timeval copy = timeout ? *timeout : timeval{};
+    return ::select(count, read ? &read->members : nullptr, write ? &write->members : nullptr,
+                    error ? &error->members : nullptr, timeout ? &copy : nullptr);
+}
+inline int __WSAFDIsSet(SOCKET socket, one_socket_set* set) {
+    return ::__WSAFDIsSet(socket, &set->members);
+}
 
 // Interlocked operations are macros or compiler intrinsics, depending on the headers.
 inline LONG InterlockedIncrement(volatile LONG* cell) {

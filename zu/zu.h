@@ -1034,10 +1034,136 @@ ZU_API ZU_bool ZU_timer_set_alive(ZU_timer_set* set);
 ZU_API void ZU_timer_set_run_now(ZU_timer_set* set, ZU_timer* timer);
 
 /* ---- Socket wrappers and address helpers -------------------------------------------------------------------- */
+/*
+ * Calls of the platform's socket library under names of ours: arguments and results pass unchanged, and a failure
+ * leaves the platform's code (10004 to 11004) as the last-error code. They need ZU_init: before it they fail with
+ * 10093. An IPv4 address is 32 bits in network byte order. Any thread; one socket may be used from several.
+ *
+ * On Linux a socket is a descriptor, so levels, options and flags are the system's. Time-out options (SO_RCVTIMEO,
+ * SO_SNDTIMEO) are taken both as a timeval and as a 32-bit count of milliseconds. Nothing here raises SIGPIPE. A
+ * stream socket may bind a port whose last connections are still winding down, never one that is listened on;
+ * SO_REUSEADDR does not change that.
+ */
+
+/* A new socket, or INVALID_SOCKET. Release it with ZU_socket_close. */
+ZU_API SOCKET ZU_socket(int32_t family, int32_t type, int32_t protocol);
+
+/* Waits for a connection and returns its socket, or INVALID_SOCKET. Address and length (bytes) may be null. */
+ZU_API SOCKET ZU_accept(SOCKET socket, struct sockaddr* address, int32_t* address_length);
+
+/* 0, or -1: 10038 for what is no socket. */
+ZU_API int32_t ZU_socket_close(SOCKET socket);
+
+/* 0, or -1. */
+ZU_API int32_t ZU_bind(SOCKET socket, const struct sockaddr* address, int32_t address_length);
+
+/* 0, or -1; 10035 for an attempt that goes on, on a socket that does not block. */
+ZU_API int32_t ZU_connect(SOCKET socket, const struct sockaddr* address, int32_t address_length);
+
+/* 0, or -1. */
+ZU_API int32_t ZU_listen(SOCKET socket, int32_t backlog);
+
+/*
+ * Waits until a socket of a set is ready and leaves the ready ones in the sets. Returns how many there are, 0 when
+ * the time-out (null: no limit) ends, which leaves the last-error code alone, or -1; without any socket 10022. A
+ * socket that has never been connected is not ready; a failed connection attempt shows in the error set alone. The
+ * first argument is ignored, and the time-out record is never written to.
+ */
+ZU_API int32_t ZU_select(int32_t ignored_count, fd_set* read_set, fd_set* write_set, fd_set* error_set,
+                         const struct timeval* timeout);
+
+/* 0, or -1. The length is in bytes. */
+ZU_API int32_t ZU_setsockopt(SOCKET socket, int32_t level, int32_t option, const void* value, int32_t length);
+
+/* The number of bytes taken, which may be less than the length, or -1. */
+ZU_API int32_t ZU_send(SOCKET socket, const void* buffer, int32_t length, int32_t flags);
+ZU_API int32_t ZU_sendto(SOCKET socket, const void* buffer, int32_t length, int32_t flags,
+                         const struct sockaddr* address, int32_t address_length);
+
+/* The number of bytes received, 0 when the peer has closed, or -1: 10040 for a datagram longer than the capacity,
+   whose rest is lost. The sender's address and its length may be null. */
+ZU_API int32_t ZU_recv(SOCKET socket, void* buffer, int32_t capacity, int32_t flags);
+ZU_API int32_t ZU_recvfrom(SOCKET socket, void* buffer, int32_t capacity, int32_t flags, struct sockaddr* address,
+                           int32_t* address_length);
+
+/* The address of a dotted text, or INADDR_NONE. One to four numbers, decimal, octal (0...) or hexadecimal (0x...);
+   the last fills the bytes that are left. Text after white space is ignored. */
+ZU_API uint32_t ZU_inet_addr(const char* text);
+ZU_API uint32_t ZU_inet_addr_tchar(const ZU_wchar* text);
+
+/* Write an address as "10.1.2.3" into 16 characters. */
+ZU_API void ZU_inet_ntoa(uint32_t address, char* buffer);
+ZU_API void ZU_inet_ntoa_tchar(uint32_t address, ZU_wchar* buffer);
+
+/* Writes this computer's name (on Linux: up to the first full stop; 64 characters at most). Returns 1, or 0 with code
+   111 when the capacity, in characters with the terminator, is too small. */
+ZU_API int32_t ZU_gethostname(ZU_wchar* buffer, uint32_t capacity);
+
+/* Whether a text has the shape of a dotted address: at most 15 digits and full stops, three of the latter, a digit
+   first and last. The numbers are not looked at. */
+ZU_API ZU_bool ZU_is_ip_address(const ZU_wchar* text);
+
+/*
+ * The first IPv4 address of a host as dotted text in new memory; what ZU_is_ip_address accepts is copied, all else
+ * is looked up, which may take as long as the system's resolver does. Null: 11001 unknown, 11002 no answer now.
+ */
+ZU_API ZU_wchar* ZU_get_ip_address_by_host_name(const ZU_wchar* name);
 
 /* ---- Port test ---------------------------------------------------------------------------------------------- */
 
+/*
+ * Tries a TCP connection to a dotted IPv4 address (a name is not looked up) within a time-out in milliseconds and
+ * closes it again. Returns 0 connected; 1 failed, with the code of the step that failed (87 for a null address; that
+ * of a refusal is the platform's); 2 no answer in time. Always sets the last-error code, to 0 on success. Any thread.
+ */
+ZU_API int32_t ZU_socket_test_port(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms);
+
 /* ---- Transport objects -------------------------------------------------------------------------------------- */
+/*
+ * A transport is a TCP endpoint: a server that listens, a connection accepted from it, or a client's connection. A
+ * time-out is a timeval by pointer, null for no limit. When one ends an operation, the operation fails, leaves the
+ * last-error code alone and sets *timed_out to 1; in every other case that is 0. The pointer may be null.
+ *
+ * One thread may send while another receives on the same transport; destroying one that is in use is the caller's
+ * error. A failed constructor leaves nothing behind. Codes are the platform's, kept across the clean-up.
+ */
+typedef struct ZU_trans ZU_trans;
+
+/* How to create one. One of the first two is needed (code 87). A datagram transport can be created, not used. */
+#define ZU_TRANS_TCP 0x01u
+#define ZU_TRANS_UDP 0x02u          /* only without ZU_TRANS_TCP */
+#define ZU_TRANS_REUSEADDR 0x04u    /* SO_REUSEADDR on */
+#define ZU_TRANS_NO_REUSEADDR 0x08u /* off */
+#define ZU_TRANS_KEEPALIVE 0x10u    /* SO_KEEPALIVE on */
+#define ZU_TRANS_NO_KEEPALIVE 0x20u /* off */
+
+/* A server on every local address; port 0 lets the platform choose. Buffer sizes in bytes; 0 or less keeps the
+   platform's. Null on failure. Release it with ZU_trans_destroy. */
+ZU_API ZU_trans* ZU_trans_socket_create_server(uint16_t port, int32_t backlog, uint32_t flags,
+                                               int32_t send_buffer_bytes, int32_t receive_buffer_bytes);
+
+/* The next connection of a server as a transport of its own; null on failure (87 for what is no TCP server). The
+   peer's address and its length in bytes may be null. */
+ZU_API ZU_trans* ZU_trans_socket_accept(ZU_trans* server, struct sockaddr* peer, int32_t* peer_length,
+                                        const struct timeval* timeout, ZU_bool* timed_out);
+
+/* A connection to a host, by name or dotted address, for as long as the platform tries; null on failure. The local
+   port to come from may be null. */
+ZU_API ZU_trans* ZU_trans_socket_connect(const ZU_wchar* host, uint16_t port, const uint16_t* local_port,
+                                         uint32_t flags, int32_t send_buffer_bytes, int32_t receive_buffer_bytes);
+
+/*
+ * Send or receive once: true, and at *sent or *received the bytes that went, which may be fewer than asked for. The
+ * time-out bounds the wait for room or data; a send that has started blocks until its piece is taken. False
+ * otherwise, with 0 bytes: 87 for a server or datagram transport, 10054 when the peer has closed.
+ */
+ZU_API ZU_bool ZU_trans_send(ZU_trans* transport, const void* buffer, uint32_t length, uint32_t* sent,
+                             const struct timeval* timeout, ZU_bool* timed_out);
+ZU_API ZU_bool ZU_trans_recv(ZU_trans* transport, void* buffer, uint32_t capacity, uint32_t* received,
+                             const struct timeval* timeout, ZU_bool* timed_out);
+
+/* Closes and releases a transport. Null: nothing happens. */
+ZU_API void ZU_trans_destroy(ZU_trans* transport);
 
 /* ---- Registry reads ----------------------------------------------------------------------------------------- */
 

@@ -7,7 +7,11 @@
 #ifndef ZU_ZU_PLATFORM_H
 #define ZU_ZU_PLATFORM_H
 
+#include <netinet/in.h>
 #include <stdint.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #ifndef __cplusplus
 #include <uchar.h>
@@ -30,6 +34,26 @@ static inline uint32_t GetLastError(void) {
 /* Sets the code that GetLastError gives on this thread. */
 static inline void SetLastError(uint32_t code) {
     *zu_platform_last_error() = code;
+}
+
+/* ---- Sockets ------------------------------------------------------------------------------------------------ */
+
+/*
+ * A socket is a descriptor of the system. Addresses, fd_set, timeval, levels, options and flags are the system's own,
+ * from its headers above, under the names that they share with the platform.
+ */
+typedef uint32_t SOCKET;
+
+#define INVALID_SOCKET ((SOCKET)0xFFFFFFFFu)
+#define SOCKET_ERROR   (-1)
+
+/* The last-error code under the names that socket programs use: one value, read and set either way. */
+static inline int WSAGetLastError(void) {
+    return (int)GetLastError();
+}
+
+static inline void WSASetLastError(int code) {
+    SetLastError((uint32_t)code);
 }
 
 /* ---- File times --------------------------------------------------------------------------------------------- */
