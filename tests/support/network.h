@@ -1,0 +1,40 @@
+// Loopback sockets for a test, and a network of its own.
+#pragma once
+
+#include <sys/socket.h>
+
+#include <functional>
+
+#include "zu/zu.h"
+
+namespace zu_test {
+
+// The socket library is started while one lives.
+struct started_library {
+    started_library() { ZU_init(); }
+    ~started_library() { ZU_shutdown(); }
+};
+
+sockaddr_in loopback(uint16_t port);
+uint16_t port_of(SOCKET socket);
+
+SOCKET bound_socket(int type, uint16_t port = 0);
+SOCKET listening_socket(uint16_t port = 0, int backlog = 16);
+
+// Two ends of one connection, closed at the end.
+struct connection {
+    SOCKET client;
+    SOCKET server;
+
+    connection();
+    ~connection();
+};
+
+void close_with_reset(SOCKET socket);
+void make_non_blocking(SOCKET socket);
+
+// Runs the body on a thread in a network namespace of its own that holds a loopback and nothing else. False, with the
+// body not run, where the process may not have one.
+bool in_private_network(const std::function<void()>& body);
+
+} // namespace zu_test
