@@ -16,7 +16,8 @@ namespace platform {
 
 namespace {
 
-// Set once this process has made a datagram socket here: only then has recv to ask what it reads from.
+// Set once this process has made a datagram socket here. Until then every socket is a stream, and receiving from it
+// goes the shortest way.
 std::atomic<bool> datagrams_in_use{false};
 
 int descriptor_of(SOCKET socket) {
@@ -168,8 +169,23 @@ bool shut_by_ourselves(int descriptor) {
 
 // Nothing can arrive on a datagram socket without a port; the kernel would wait for it all the same.
 bool waits_in_vain(int descriptor) {
-    return datagrams_in_use.load(std::memory_order_relaxed) && !socket_is_bound(descriptor)
-           && socket_type(descriptor) == SOCK_DGRAM;
+    return !socket_is_bound(descriptor) && socket_type(descriptor) == SOCK_DGRAM;
+}
+
+// recvmsg alone tells whether a datagram was longer than the buffer.
+ssize_t receive_maybe_datagram(int descriptor, char* buffer, size_t capacity, int flags, sockaddr* address,
+                               socklen_t* length, bool& truncated) {
+    iovec piece{buffer, capacity};
+    msghdr message{};
+    message.msg_name = address;
+    message.msg_namelen = address ? *length : 0;
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    const ssize_t received = ::recvmsg(descriptor, &message, flags);
+    if (received >= 0 && address)
+        *length = message.msg_namelen;
+    truncated = received >= 0 && message.msg_flags & MSG_TRUNC;
+    return received;
 }
 
 } // namespace
@@ -342,23 +358,21 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
     const int descriptor = descriptor_of(socket);
     if (capacity < 0 || (address && !address_length))
         return socket_failure(WSAEFAULT);
-    if (waits_in_vain(descriptor))
+    const bool maybe_datagram = datagrams_in_use.load(std::memory_order_relaxed);
+    if (maybe_datagram && waits_in_vain(descriptor))
         return socket_failure(WSAEINVAL);
-    iovec piece{buffer, static_cast<size_t>(capacity)};
-    msghdr message{};
-    message.msg_name = address;
-    message.msg_namelen = address ? static_cast<socklen_t>(*address_length) : 0;
-    message.msg_iov = &piece;
-    message.msg_iovlen = 1;
+    const size_t size = static_cast<size_t>(capacity);
+    auto* length = reinterpret_cast<socklen_t*>(address_length);
+    bool truncated = false;
     ssize_t received;
     do
-        received = ::recvmsg(descriptor, &message, flags);
+        received = maybe_datagram
+                       ? receive_maybe_datagram(descriptor, buffer, size, flags, address, length, truncated)
+                       : ::recvfrom(descriptor, buffer, size, flags, address, length);
     while (received < 0 && errno == EINTR);
     if (received < 0)
         return socket_failure(code_of_failed_receive(descriptor, flags));
-    if (address)
-        *address_length = static_cast<int>(message.msg_namelen);
-    if (message.msg_flags & MSG_TRUNC)
+    if (truncated)
         return socket_failure(WSAEMSGSIZE);
     if (received == 0 && capacity > 0 && shut_by_ourselves(descriptor))
         return socket_failure(WSAESHUTDOWN);

@@ -6,6 +6,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <ctime>
 #include <span>
@@ -47,67 +48,79 @@ unsigned readiness_of(int descriptor, short events) {
 
 // ---- Deadlines -------------------------------------------------------------------------------------------------
 
-constexpr int64_t second_ns = 1'000'000'000;
 constexpr int64_t never = INT64_MAX;
+
+// poll reports a socket over and over that is not ready by the platform's rules. It is left out of the wait for a
+// while, then asked again: another thread may connect it.
+constexpr int64_t pause_ms = 20;
 
 int64_t now_ns() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * second_ns + now.tv_nsec;
+    return now.tv_sec * int64_t{1'000'000'000} + now.tv_nsec;
 }
 
-// A time-out too long to count is none.
-int64_t deadline_after(const timeval* timeout) {
-    if (!timeout)
+// In whole milliseconds, as poll counts, and never less than asked for. One too long to count has no end.
+int64_t span_of(const timeval* timeout) {
+    int64_t milliseconds;
+    if (!timeout || __builtin_mul_overflow(int64_t{timeout->tv_sec}, 1000, &milliseconds)
+        || __builtin_add_overflow(milliseconds, (int64_t{timeout->tv_usec} + 999) / 1000, &milliseconds))
         return never;
-    int64_t span, deadline;
-    if (__builtin_mul_overflow(int64_t{timeout->tv_sec}, second_ns, &span)
-        || __builtin_add_overflow(span, int64_t{timeout->tv_usec} * 1000, &span)
-        || __builtin_add_overflow(span, now_ns(), &deadline))
-        return never;
-    return deadline;
+    return milliseconds;
 }
 
-// poll reports a socket over and over that is not ready by the platform's rules. It is left out of the wait for a
-// while, then asked again: another thread may connect it.
-constexpr int64_t pause_ns = 20'000'000;
+// Counts a span down. The clock is read when the wait ends without a result, which is seldom.
+class countdown {
+public:
+    explicit countdown(int64_t span_ms) : left_ms_(span_ms), start_ns_(span_ms > 0 ? now_ns() : 0) {}
 
-timespec* remaining(int64_t deadline, bool pausing, timespec& out) {
-    if (deadline == never && !pausing)
-        return nullptr;
-    int64_t left = deadline == never ? pause_ns : std::max<int64_t>(deadline - now_ns(), 0);
-    if (pausing)
-        left = std::min(left, pause_ns);
-    out = {left / second_ns, left % second_ns};
-    return &out;
-}
+    // What poll takes: part of a span that is too long for it.
+    int for_poll(bool pausing) const {
+        if (left_ms_ == never && !pausing)
+            return -1;
+        return static_cast<int>(std::min({left_ms_, pausing ? pause_ms : never, int64_t{INT_MAX}}));
+    }
+
+    bool is_over() {
+        if (left_ms_ == never || left_ms_ == 0)
+            return left_ms_ == 0;
+        const int64_t passed_ms = (now_ns() - start_ns_) / 1'000'000;
+        start_ns_ += passed_ms * 1'000'000;
+        left_ms_ -= std::min(passed_ms, left_ms_);
+        return left_ms_ == 0;
+    }
+
+private:
+    int64_t left_ms_;
+    int64_t start_ns_; // of what is left
+};
 
 // ---- The engine ------------------------------------------------------------------------------------------------
 
 // How many of the wanted conditions hold, 0 at the deadline; -1 with the code.
-int wait_for(std::span<watched_socket> sockets, std::span<pollfd> polled, int64_t deadline) {
+int wait_for(std::span<watched_socket> sockets, std::span<pollfd> polled, const timeval* timeout) {
+    countdown left(span_of(timeout));
     bool pausing = false;
     for (;;) {
-        timespec left;
-        const int reported = ppoll(polled.data(), polled.size(), remaining(deadline, pausing, left), nullptr);
+        const int reported = poll(polled.data(), polled.size(), left.for_poll(pausing));
         if (reported < 0 && errno != EINTR)
             return socket_failure(code_of_socket_errno(errno));
         int ready = 0;
         bool useless_reports = false;
         for (size_t i = 0; i < sockets.size(); ++i) {
-            pollfd& poll = polled[i];
-            const short events = reported > 0 && poll.fd >= 0 ? poll.revents : short{0};
+            const short events = reported > 0 && polled[i].fd >= 0 ? polled[i].revents : short{0};
             if (events & POLLNVAL)
                 return socket_failure(WSAENOTSOCK);
-            sockets[i].ready = events ? readiness_of(poll.fd, events) & sockets[i].wanted : none;
+            sockets[i].ready =
+                events ? readiness_of(sockets[i].descriptor, events) & sockets[i].wanted : none;
             ready += std::popcount(sockets[i].ready);
             const bool useless = events && !sockets[i].ready;
-            poll.fd = useless ? -1 : sockets[i].descriptor;
+            polled[i].fd = useless ? -1 : sockets[i].descriptor;
             useless_reports |= useless;
         }
         if (ready > 0)
             return ready;
-        if (deadline != never && now_ns() >= deadline)
+        if (left.is_over())
             return 0;
         pausing = useless_reports;
     }
@@ -175,7 +188,7 @@ int select(int, fd_set* read, fd_set* write, fd_set* error, const timeval* timeo
     polled.reserve(sockets.size());
     for (const watched_socket& socket : sockets)
         polled.push_back({socket.descriptor, events_for(socket.wanted), 0});
-    const int count = wait_for(sockets, polled, deadline_after(timeout));
+    const int count = wait_for(sockets, polled, timeout);
     if (count >= 0) {
         keep_ready(read, readable, sockets);
         keep_ready(write, writable, sockets);
@@ -201,7 +214,7 @@ int select(int, one_socket_set* read, one_socket_set* write, one_socket_set* err
     }
     if (!may_wait(count > 0, timeout))
         return SOCKET_ERROR;
-    const int ready = wait_for({sockets, count}, {polled, count}, deadline_after(timeout));
+    const int ready = wait_for({sockets, count}, {polled, count}, timeout);
     for (size_t i = 0; ready >= 0 && i < count; ++i) {
         if (!sockets[i].ready)
             members[i]->member = INVALID_SOCKET;
