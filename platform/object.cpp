@@ -30,7 +30,7 @@ uint32_t take_place() {
     uint64_t head = free_head.load(std::memory_order_acquire);
     while (number_in(head) != 0) {
         // The place may be taken by another thread by now; then what is read is stale, and the exchange fails.
-        const uintptr_t content = handle_table[number_in(head)].load(std::memory_order_relaxed);
+        const uintptr_t content = handle_slot(number_in(head)).load(std::memory_order_relaxed);
         if (free_head.compare_exchange_weak(head, head_after(head, static_cast<uint32_t>(content >> 1)),
                                             std::memory_order_acquire, std::memory_order_acquire))
             return number_in(head);
@@ -46,7 +46,7 @@ uint32_t take_place() {
 void give_back(uint32_t number) {
     uint64_t head = free_head.load(std::memory_order_relaxed);
     do {
-        handle_table[number].store((uintptr_t{number_in(head)} << 1) | free_mark, std::memory_order_relaxed);
+        handle_slot(number).store((uintptr_t{number_in(head)} << 1) | free_mark, std::memory_order_relaxed);
         // Release: who takes the place sees the number of the next one.
     } while (!free_head.compare_exchange_weak(head, head_after(head, number), std::memory_order_release,
                                               std::memory_order_relaxed));
@@ -62,7 +62,7 @@ bool is_pseudo_handle(HANDLE handle) {
 
 } // namespace
 
-constinit std::atomic<uintptr_t> handle_table[handles_at_most];
+uintptr_t handle_table[handles_at_most];
 
 DWORD object::wait(DWORD) {
     SetLastError(ERROR_INVALID_HANDLE);
@@ -87,7 +87,7 @@ HANDLE new_handle(object* opened) {
         return nullptr;
     }
     // Release: a thread that is given the handle finds the object built.
-    handle_table[number].store(reinterpret_cast<uintptr_t>(opened), std::memory_order_release);
+    handle_slot(number).store(reinterpret_cast<uintptr_t>(opened), std::memory_order_release);
     return reinterpret_cast<HANDLE>(uintptr_t{number} << handle_shift);
 }
 
@@ -107,7 +107,7 @@ BOOL CloseHandle(HANDLE handle) {
     const uint32_t number = static_cast<uint32_t>(value_of(handle) >> handle_shift);
     uintptr_t content = reinterpret_cast<uintptr_t>(closed);
     // Of two threads that close the same handle, one finds it closed already.
-    if (!handle_table[number].compare_exchange_strong(content, free_mark, std::memory_order_acq_rel)) {
+    if (!handle_slot(number).compare_exchange_strong(content, free_mark, std::memory_order_acq_rel)) {
         SetLastError(ERROR_INVALID_HANDLE);
         return FALSE;
     }

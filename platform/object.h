@@ -55,6 +55,7 @@ public:
     void keep() { references_.fetch_add(1, std::memory_order_relaxed); }
     void release() {
         // Release and acquire: whoever deletes it has seen all that the others did with it.
+        // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDelete): the analyzer does not follow the count
         if (references_.fetch_sub(1, std::memory_order_acq_rel) == 1)
             delete this;
     }
@@ -82,8 +83,12 @@ HANDLE new_handle(object* opened);
 
 // The table: a place holds the address of an object, or is marked as free by its lowest bit or by 0.
 inline constexpr uintptr_t handles_at_most = uintptr_t{1} << 20;
-inline constexpr int handle_shift = 2; // handles are multiples of 4, and never 0
-extern std::atomic<uintptr_t> handle_table[handles_at_most];
+inline constexpr int handle_shift = 2;          // handles are multiples of 4, and never 0
+extern uintptr_t handle_table[handles_at_most]; // plain, so that no start-up code touches its eight megabytes
+
+inline std::atomic_ref<uintptr_t> handle_slot(uintptr_t number) {
+    return std::atomic_ref<uintptr_t>(handle_table[number]);
+}
 
 // For a value that names no object in the table.
 object* pseudo_object_of(HANDLE handle);
@@ -95,7 +100,7 @@ inline object* object_of(HANDLE handle) {
     const uintptr_t number = std::rotr(reinterpret_cast<uintptr_t>(handle), handle_shift);
     if (number < handles_at_most) [[likely]] {
         // Acquire: the object is found as it was built.
-        const uintptr_t content = handle_table[number].load(std::memory_order_acquire);
+        const uintptr_t content = handle_slot(number).load(std::memory_order_acquire);
         if (content != 0 && content % 2 == 0) [[likely]]
             return reinterpret_cast<object*>(content);
     }

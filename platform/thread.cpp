@@ -88,13 +88,14 @@ bool start(thread& self, unsigned stack_size, bool is_reservation) {
     size_t by_default = 0;
     pthread_attr_getstacksize(&attributes, &by_default);
     self.keep(); // for the thread itself
-    self.started =
+    const bool started =
         pthread_attr_setstacksize(&attributes, stack_bytes(by_default, stack_size, is_reservation)) == 0
         && pthread_create(&self.host, &attributes, run, &self) == 0;
+    self.started = started;
     pthread_attr_destroy(&attributes);
-    if (!self.started)
+    if (!started)
         self.release();
-    return self.started;
+    return started;
 }
 
 } // namespace
