@@ -693,13 +693,13 @@ typedef struct ZU_enum_dir ZU_enum_dir;
 
 /* One entry. What it points at is valid until the next ZU_enum_dir_next or ZU_enum_dir_end. */
 typedef struct ZU_enum_dir_entry {
-    uint32_t record_size;              /* of this record, in bytes */
-    const WIN32_FIND_DATAW* find_data; /* all that the platform tells */
-    const ZU_wchar* name;              /* as the file system stores it */
-    const ZU_wchar* path;              /* the directory as given, a backslash, the name */
-    uint32_t attributes;               /* attribute code */
-    uint64_t size;                     /* bytes; 0 unless asked for */
-    ZU_time_t creation_time;           /* this and the next two: -1 unless asked for */
+    uint32_t record_size;        /* of this record, in bytes */
+    WIN32_FIND_DATAW* find_data; /* all that the platform tells */
+    const ZU_wchar* name;        /* as the file system stores it */
+    const ZU_wchar* path;        /* the directory as given, a backslash, the name */
+    uint32_t attributes;         /* attribute code */
+    uint64_t size;               /* bytes; 0 unless asked for */
+    ZU_time_t creation_time;     /* this and the next two: -1 unless asked for */
     ZU_time_t modification_time;
     ZU_time_t access_time;
 } ZU_enum_dir_entry;

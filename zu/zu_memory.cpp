@@ -82,3 +82,11 @@ void ZU_memory_set_error_fp(FILE* stream) {
 }
 
 void ZU_memory_set_assert_size(uint32_t) {}
+
+FILE* ZU_fopen(const ZU_wchar* path, const ZU_wchar* mode) {
+    return platform::_wfopen(path, mode);
+}
+
+int32_t ZU_fclose(FILE* stream) {
+    return platform::fclose(stream);
+}

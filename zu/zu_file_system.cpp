@@ -1,0 +1,140 @@
+// File-system operations by path, with one more attempt where the read-only attribute is in the way.
+#include "zu/zu_path.h"
+#include "zu/zu_stat.h"
+
+namespace {
+
+// Read-only taken away from an item that has it, until it is put back or the item is gone.
+class read_only_lifted {
+public:
+    explicit read_only_lifted(const ZU_wchar* long_path) : path_(long_path) {
+        const zu::keep_last_error refusal;
+        attributes_ = platform::GetFileAttributesW(path_);
+        lifted_ = attributes_ != INVALID_FILE_ATTRIBUTES && (attributes_ & FILE_ATTRIBUTE_READONLY)
+                  && platform::SetFileAttributesW(path_, attributes_ & ~FILE_ATTRIBUTE_READONLY);
+    }
+
+    // Whether it was there to be taken, and could be; if not, the last-error code is still that of the refusal.
+    explicit operator bool() const { return lifted_; }
+
+    void put_back() const {
+        const zu::keep_last_error failure;
+        platform::SetFileAttributesW(path_, attributes_);
+    }
+
+private:
+    const ZU_wchar* path_;
+    platform::DWORD attributes_;
+    bool lifted_;
+};
+
+// Attempts once more what a read-only item may have refused. False with the code of the last attempt.
+template <class Operation>
+bool attempt_again_writable(const ZU_wchar* item, Operation operation) {
+    const read_only_lifted lifted(item);
+    if (!lifted)
+        return false;
+    if (operation())
+        return true;
+    lifted.put_back();
+    return false;
+}
+
+template <class Operation>
+bool delete_item(const ZU_wchar* long_path, Operation operation) {
+    if (operation(long_path))
+        return true;
+    if (platform::GetLastError() != ERROR_ACCESS_DENIED)
+        return false;
+    return attempt_again_writable(long_path, [&] { return operation(long_path); });
+}
+
+// The long form with a drive's root completed; whether it is a drive's root.
+bool prepare(const ZU_wchar* path, zu::scoped_string& prepared) {
+    ZU_long_path(path, prepared.address());
+    return zu::complete_root(prepared.address());
+}
+
+} // namespace
+
+ZU_bool ZU_create_dir(const ZU_wchar* path, void* security) {
+    zu::scoped_string long_path;
+    zu::trimmed_long_path(path, long_path.address());
+    return platform::CreateDirectoryW(long_path.text(), static_cast<platform::SECURITY_ATTRIBUTES*>(security))
+           != FALSE;
+}
+
+ZU_bool ZU_delete_dir(const ZU_wchar* path) {
+    zu::scoped_string long_path;
+    zu::trimmed_long_path(path, long_path.address());
+    return delete_item(long_path.text(), platform::RemoveDirectoryW);
+}
+
+ZU_bool ZU_delete_file(const ZU_wchar* path) {
+    zu::scoped_string long_path;
+    ZU_long_path(path, long_path.address());
+    return delete_item(long_path.text(), platform::DeleteFileW);
+}
+
+ZU_bool ZU_delete_dir_recursive(const ZU_wchar* path) {
+    if (ZU_enum_dir* walk = ZU_enum_dir_begin(path, ZU_ENUM_DIR_SKIP_DOTS)) {
+        do {
+            const ZU_enum_dir_entry* entry = ZU_enum_dir_get(walk);
+            if (entry->attributes & ZU_PATH_DIR)
+                ZU_delete_dir_recursive(entry->path);
+            else
+                ZU_delete_file(entry->path);
+        } while (ZU_enum_dir_next(walk));
+        ZU_enum_dir_end(walk);
+    }
+    return ZU_delete_dir(path);
+}
+
+ZU_bool ZU_move_file(const ZU_wchar* source, const ZU_wchar* destination) {
+    zu::scoped_string from, to;
+    ZU_long_path(source, from.address());
+    ZU_long_path(destination, to.address());
+    const auto move = [&] {
+        return platform::MoveFileExW(from.text(), to.text(), MOVEFILE_REPLACE_EXISTING);
+    };
+    return move() || attempt_again_writable(to.text(), move);
+}
+
+ZU_bool ZU_set_file_time(const ZU_wchar* path, ZU_time_t creation, ZU_time_t modification, ZU_time_t access) {
+    const uint32_t code = ZU_path_attributes(path);
+    if (code == 0)
+        return false;
+    zu::scoped_string prepared;
+    if (prepare(path, prepared))
+        return true;
+    const platform::DWORD flags =
+        FILE_ATTRIBUTE_NORMAL | (code & ZU_PATH_DIR ? FILE_FLAG_BACKUP_SEMANTICS : platform::DWORD{0});
+    const platform::HANDLE file = platform::CreateFileW(prepared.text(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
+                                                        OPEN_EXISTING, flags, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return false;
+    platform::FILETIME created, accessed,
+        modified; // stay unread, and the file's own as they are, without a time
+    const bool done = platform::SetFileTime(file, Zu_time_t_2_FILETIME(creation, &created),
+                                            Zu_time_t_2_FILETIME(access, &accessed),
+                                            Zu_time_t_2_FILETIME(modification, &modified));
+    const zu::keep_last_error kept;
+    platform::CloseHandle(file);
+    return done;
+}
+
+uint32_t ZU_path_attributes(const ZU_wchar* path) {
+    return zu::attribute_code(ZU_get_file_platform_attributes(path));
+}
+
+ZU_bool ZU_set_file_platform_attributes(const ZU_wchar* path, uint32_t bits) {
+    zu::scoped_string prepared;
+    prepare(path, prepared);
+    return platform::SetFileAttributesW(prepared.text(), bits) != FALSE;
+}
+
+uint32_t ZU_get_file_platform_attributes(const ZU_wchar* path) {
+    zu::scoped_string prepared;
+    prepare(path, prepared);
+    return platform::GetFileAttributesW(prepared.text());
+}

@@ -1,0 +1,36 @@
+// What the file families share of the path model. Internal: no caller sees this.
+#pragma once
+
+#include "zu/zu_support.h"
+
+namespace zu {
+
+inline constexpr text_view long_prefix = ZU_W("\\\\?\\");
+inline constexpr text_view long_network_prefix = ZU_W("\\\\?\\UNC\\");
+inline constexpr text_view two_backslashes = ZU_W("\\\\");
+inline constexpr text_view wildcards = ZU_W("?*");
+
+// "\\?\C:", the long form of a drive without its root's backslash.
+inline constexpr uint32_t long_drive_length = 6;
+
+bool is_drive_letter(ZU_wchar c);
+bool is_drive_path(text_view path);
+bool is_long_path(text_view path);
+bool is_long_network_path(text_view path);
+bool is_long_drive(text_view path); // exactly "\\?\" with a letter and a colon
+
+// Begins with a slash, or with a backslash that is alone: the families that resolve a path refuse both.
+bool begins_at_no_root(text_view path);
+
+bool equal_without_case(text_view a, text_view b);
+
+// The long form without backslashes at its end.
+void trimmed_long_path(const ZU_wchar* path, ZU_s* out);
+
+// The reverse of ZU_long_path: \\?\C:\dir becomes C:\dir, \\?\UNC\srv\share \\srv\share; anything else is copied.
+void short_path(const ZU_wchar* path, ZU_s* out);
+
+// Takes the backslashes off the end, but leaves a drive's root one. Whether it is a drive's root.
+bool complete_root(ZU_s* long_path);
+
+} // namespace zu
