@@ -52,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     uint32_t done = 0;
     require(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN) && ZU_set_end_of_file(file));
-    require(ZU_write_file(file, rest.data(), static_cast<uint32_t>(rest.size()), &done) && done == rest.size());
+    require(ZU_write_file(file, rest.data(), static_cast<uint32_t>(rest.size()), &done)
+            && done == rest.size());
     require(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN));
 
     const size_t whole = rest.size();

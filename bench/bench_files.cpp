@@ -1,0 +1,391 @@
+// Files: each function beside the bare system calls and what a C++ program would use instead. All in one directory
+// below the temporary folder, warm in the page cache.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t block_size = 4096, block_count = 1024;
+constexpr int line_count = 20000, entry_count = 10000;
+
+// The directory, made at the first use and removed at the end. Without a host directory, drive C: is /.
+const std::string& place() {
+    static const struct directory {
+        std::string path = (fs::temp_directory_path() / "zu-bench-XXXXXX").string();
+        directory() {
+            setenv("ZU_HOST", "/nonexistent", 1);
+            if (!mkdtemp(path.data()))
+                std::abort();
+        }
+        ~directory() { fs::remove_all(path); }
+    } made;
+    return made.path;
+}
+
+std::string host_path(const std::string& name) {
+    return place() + "/" + name;
+}
+
+std::u16string zu_path(const std::string& name) {
+    std::u16string path = u"C:";
+    for (char c : host_path(name))
+        path += c == '/' ? u'\\' : static_cast<char16_t>(c);
+    return path;
+}
+
+const std::string& file_of_blocks() {
+    static const std::string name = [] {
+        std::ofstream(host_path("blocks")) << std::string(block_size * block_count, 'x');
+        return std::string("blocks");
+    }();
+    return name;
+}
+
+const std::string& file_of_lines() {
+    static const std::string name = [] {
+        std::ofstream out(host_path("lines"));
+        for (int i = 0; i < line_count; ++i)
+            out << std::string(static_cast<size_t>(20 + i % 80), 'x') << '\n';
+        return std::string("lines");
+    }();
+    return name;
+}
+
+const std::string& directory_of_entries() {
+    static const std::string name = [] {
+        fs::create_directory(host_path("entries"));
+        for (int i = 0; i < entry_count; ++i)
+            std::ofstream(host_path("entries/some-name-" + std::to_string(i) + ".txt")) << i;
+        return std::string("entries");
+    }();
+    return name;
+}
+
+struct zu_file {
+    ZU_file* file;
+    zu_file(const std::string& name, uint32_t flags)
+        : file(ZU_open_file(zu_path(name).c_str(), flags, nullptr)) {
+        if (!file)
+            std::abort();
+    }
+    ~zu_file() { ZU_close_file(file); }
+};
+
+struct bare_file {
+    int descriptor;
+    bare_file(const std::string& name, int flags)
+        : descriptor(open(host_path(name).c_str(), flags | O_CLOEXEC, 0666)) {}
+    ~bare_file() { close(descriptor); }
+};
+
+constexpr uint32_t shared_reader =
+    ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ | ZU_FILE_SHARE_WRITE;
+constexpr uint32_t sole_reader = ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ;
+
+// ---- Blocks of 4 KiB, one after the other ---------------------------------------------------------------------------
+
+void count_blocks(benchmark::State& state) {
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(block_count));
+}
+
+void read_zu(benchmark::State& state, uint32_t flags) {
+    const zu_file f(file_of_blocks(), flags);
+    char block[block_size];
+    for (auto _ : state) {
+        ZU_seek_file(f.file, 0, nullptr, ZU_SEEK_BEGIN);
+        for (uint32_t done = 1; done != 0;) {
+            ZU_read_file(f.file, block, block_size, &done);
+            benchmark::DoNotOptimize(block);
+        }
+    }
+    count_blocks(state);
+}
+BENCHMARK_CAPTURE(read_zu, sharing_with_writers, shared_reader);
+BENCHMARK_CAPTURE(read_zu, denying_writers, sole_reader);
+
+void read_bare(benchmark::State& state) {
+    const bare_file f(file_of_blocks(), O_RDONLY);
+    char block[block_size];
+    for (auto _ : state) {
+        lseek(f.descriptor, 0, SEEK_SET);
+        while (read(f.descriptor, block, block_size) > 0)
+            benchmark::DoNotOptimize(block);
+    }
+    count_blocks(state);
+}
+BENCHMARK(read_bare);
+
+void read_ifstream(benchmark::State& state) {
+    std::ifstream f(host_path(file_of_blocks()), std::ios::binary);
+    char block[block_size];
+    for (auto _ : state) {
+        f.clear();
+        f.seekg(0);
+        while (f.read(block, block_size))
+            benchmark::DoNotOptimize(block);
+    }
+    count_blocks(state);
+}
+BENCHMARK(read_ifstream);
+
+void write_zu(benchmark::State& state) {
+    const zu_file f("written", ZU_FILE_WRITE | ZU_FILE_OPEN_ALWAYS | ZU_FILE_SHARE_READ);
+    const std::string block(block_size, 'x');
+    for (auto _ : state) {
+        ZU_seek_file(f.file, 0, nullptr, ZU_SEEK_BEGIN);
+        for (size_t i = 0; i < block_count; ++i) {
+            uint32_t done;
+            ZU_write_file(f.file, block.data(), block_size, &done);
+        }
+    }
+    count_blocks(state);
+}
+BENCHMARK(write_zu);
+
+void write_bare(benchmark::State& state) {
+    const bare_file f("written", O_WRONLY | O_CREAT);
+    const std::string block(block_size, 'x');
+    for (auto _ : state) {
+        lseek(f.descriptor, 0, SEEK_SET);
+        for (size_t i = 0; i < block_count; ++i) {
+            if (write(f.descriptor, block.data(), block_size) < 0)
+                std::abort();
+        }
+    }
+    count_blocks(state);
+}
+BENCHMARK(write_bare);
+
+void append_zu(benchmark::State& state) {
+    const zu_file f("appended", ZU_FILE_WRITE | ZU_FILE_CREATE_ALWAYS | ZU_FILE_SHARE_READ);
+    const std::string block(block_size, 'x');
+    for (auto _ : state) {
+        ZU_seek_file(f.file, 0, nullptr, ZU_SEEK_BEGIN);
+        ZU_set_end_of_file(f.file);
+        for (size_t i = 0; i < block_count; ++i) {
+            uint32_t done;
+            ZU_write_file(f.file, block.data(), block_size, &done);
+        }
+    }
+    count_blocks(state);
+}
+BENCHMARK(append_zu);
+
+void append_bare(benchmark::State& state) {
+    const bare_file f("appended", O_WRONLY | O_CREAT);
+    const std::string block(block_size, 'x');
+    for (auto _ : state) {
+        lseek(f.descriptor, 0, SEEK_SET);
+        if (ftruncate(f.descriptor, 0) != 0)
+            std::abort();
+        for (size_t i = 0; i < block_count; ++i) {
+            if (write(f.descriptor, block.data(), block_size) < 0)
+                std::abort();
+        }
+    }
+    count_blocks(state);
+}
+BENCHMARK(append_bare);
+
+// ---- Open and close -------------------------------------------------------------------------------------------------
+
+void open_zu(benchmark::State& state) {
+    const std::u16string path = zu_path(file_of_blocks());
+    for (auto _ : state)
+        ZU_close_file(ZU_open_file(path.c_str(), static_cast<uint32_t>(state.range(0)), nullptr));
+}
+BENCHMARK(open_zu)->Arg(sole_reader)->Arg(0x92);
+
+void open_bare(benchmark::State& state) {
+    const std::string path = host_path(file_of_blocks());
+    for (auto _ : state)
+        close(open(path.c_str(), O_RDWR | O_CLOEXEC));
+}
+BENCHMARK(open_bare);
+
+void open_ifstream(benchmark::State& state) {
+    const std::string path = host_path(file_of_blocks());
+    for (auto _ : state)
+        benchmark::DoNotOptimize(std::ifstream(path));
+}
+BENCHMARK(open_ifstream);
+
+// ---- Status ---------------------------------------------------------------------------------------------------------
+
+void stat_zu(benchmark::State& state) {
+    const std::u16string path = zu_path(file_of_blocks());
+    ZU_stat status;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ZU_stat64(path.c_str(), &status));
+}
+BENCHMARK(stat_zu);
+
+void stat_bare(benchmark::State& state) {
+    const std::string path = host_path(file_of_blocks());
+    struct stat status;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(stat(path.c_str(), &status));
+}
+BENCHMARK(stat_bare);
+
+void stat_std_filesystem(benchmark::State& state) {
+    const fs::path path = host_path(file_of_blocks());
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(fs::status(path));
+        benchmark::DoNotOptimize(fs::file_size(path));
+        benchmark::DoNotOptimize(fs::last_write_time(path));
+    }
+}
+BENCHMARK(stat_std_filesystem);
+
+// ---- 10,000 entries with sizes and times ----------------------------------------------------------------------------
+
+void enumerate_zu(benchmark::State& state) {
+    const std::u16string path = zu_path(directory_of_entries());
+    for (auto _ : state) {
+        uint64_t bytes = 0;
+        ZU_enum_dir* walk =
+            ZU_enum_dir_begin(path.c_str(), ZU_ENUM_DIR_SIZE | ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS);
+        do {
+            const ZU_enum_dir_entry* entry = ZU_enum_dir_get(walk);
+            bytes += entry->size + static_cast<uint64_t>(entry->modification_time);
+        } while (ZU_enum_dir_next(walk));
+        ZU_enum_dir_end(walk);
+        benchmark::DoNotOptimize(bytes);
+    }
+    state.SetItemsProcessed(state.iterations() * entry_count);
+}
+BENCHMARK(enumerate_zu)->Unit(benchmark::kMillisecond);
+
+void enumerate_bare(benchmark::State& state) {
+    const std::string path = host_path(directory_of_entries());
+    for (auto _ : state) {
+        uint64_t bytes = 0;
+        DIR* directory = opendir(path.c_str());
+        while (const dirent* entry = readdir(directory)) {
+            struct statx status;
+            statx(dirfd(directory), entry->d_name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+                  &status);
+            bytes += status.stx_size + static_cast<uint64_t>(status.stx_mtime.tv_sec);
+        }
+        closedir(directory);
+        benchmark::DoNotOptimize(bytes);
+    }
+    state.SetItemsProcessed(state.iterations() * entry_count);
+}
+BENCHMARK(enumerate_bare)->Unit(benchmark::kMillisecond);
+
+void enumerate_std_filesystem(benchmark::State& state) {
+    const fs::path path = host_path(directory_of_entries());
+    for (auto _ : state) {
+        uint64_t bytes = 0;
+        for (const fs::directory_entry& entry : fs::directory_iterator(path))
+            bytes +=
+                entry.file_size() + static_cast<uint64_t>(entry.last_write_time().time_since_epoch().count());
+        benchmark::DoNotOptimize(bytes);
+    }
+    state.SetItemsProcessed(state.iterations() * entry_count);
+}
+BENCHMARK(enumerate_std_filesystem)->Unit(benchmark::kMillisecond);
+
+// ---- Lines of 20 to 99 bytes ----------------------------------------------------------------------------------------
+
+void lines_zu(benchmark::State& state, uint32_t flags) {
+    const zu_file f(file_of_lines(), flags);
+    ZU_buf buffer = {};
+    for (auto _ : state) {
+        ZU_seek_file(f.file, 0, nullptr, ZU_SEEK_BEGIN);
+        uint32_t length;
+        ZU_bool short_read;
+        while (const char* line = ZU_get_line_i(f.file, &buffer, &length, &short_read, ZU_GET_LINE_MAX))
+            benchmark::DoNotOptimize(line);
+    }
+    ZU_buf_destroy(&buffer);
+    state.SetItemsProcessed(state.iterations() * line_count);
+}
+BENCHMARK_CAPTURE(lines_zu, sharing_with_writers, shared_reader)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(lines_zu, denying_writers, sole_reader)->Unit(benchmark::kMillisecond);
+
+// The reader's own chunk reads, and a search in each for the end of the line.
+void lines_bare_chunks(benchmark::State& state) {
+    const bare_file f(file_of_lines(), O_RDONLY);
+    char chunk[128];
+    for (auto _ : state) {
+        off_t position = 0;
+        for (ssize_t size; (size = pread(f.descriptor, chunk, sizeof chunk, position)) > 0;) {
+            const void* end = std::memchr(chunk, '\n', static_cast<size_t>(size));
+            benchmark::DoNotOptimize(chunk);
+            position += end ? static_cast<const char*>(end) - chunk + 1 : size;
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * line_count);
+}
+BENCHMARK(lines_bare_chunks)->Unit(benchmark::kMillisecond);
+
+void lines_getline(benchmark::State& state) {
+    std::ifstream f(host_path(file_of_lines()));
+    std::string line;
+    for (auto _ : state) {
+        f.clear();
+        f.seekg(0);
+        while (std::getline(f, line))
+            benchmark::DoNotOptimize(line);
+    }
+    state.SetItemsProcessed(state.iterations() * line_count);
+}
+BENCHMARK(lines_getline)->Unit(benchmark::kMillisecond);
+
+// ---- Trees: 1,000 directories of 100 files --------------------------------------------------------------------------
+
+constexpr int tree_directories = 1000, tree_files = 100;
+
+void make_tree() {
+    fs::create_directory(host_path("tree"));
+    for (int d = 0; d < tree_directories; ++d) {
+        const std::string directory = host_path("tree/directory-" + std::to_string(d));
+        mkdir(directory.c_str(), 0777);
+        for (int f = 0; f < tree_files; ++f)
+            close(open((directory + "/file-" + std::to_string(f)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC,
+                       0666));
+    }
+}
+
+void delete_tree_zu(benchmark::State& state) {
+    const std::u16string path = zu_path("tree");
+    for (auto _ : state) {
+        state.PauseTiming();
+        make_tree();
+        state.ResumeTiming();
+        if (!ZU_delete_dir_recursive(path.c_str()))
+            state.SkipWithError("not removed");
+    }
+}
+BENCHMARK(delete_tree_zu)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+void delete_tree_std_filesystem(benchmark::State& state) {
+    const fs::path path = host_path("tree");
+    for (auto _ : state) {
+        state.PauseTiming();
+        make_tree();
+        state.ResumeTiming();
+        fs::remove_all(path);
+    }
+}
+BENCHMARK(delete_tree_std_filesystem)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+} // namespace

@@ -1,0 +1,123 @@
+// The line reader.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/files.h"
+#include "zu/zu.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+struct open_file {
+    ZU_file* file;
+    explicit open_file(uint32_t flags = ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ
+                                        | ZU_FILE_SHARE_WRITE)
+        : file(ZU_open_file(u"T:\\f", flags, nullptr)) {}
+    ~open_file() { ZU_close_file(file); }
+};
+
+std::vector<std::string> lines(ZU_file* file, uint32_t limit) {
+    std::vector<std::string> result;
+    ZU_buf buffer = {};
+    uint32_t length = 7;
+    ZU_bool short_read = 7;
+    while (const char* line = ZU_get_line_i(file, &buffer, &length, &short_read, limit))
+        result.emplace_back(line, length);
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(short_read, limit != 0);
+    ZU_buf_destroy(&buffer);
+    return result;
+}
+
+TEST(line, ends_at_a_line_feed_or_zero_and_loses_one_carriage_return) {
+    const std::string long_line(300, 'x'), chunk(128, 'c');
+    const struct {
+        std::string bytes;
+        uint32_t limit;
+        std::vector<std::string> expected;
+    } rows[] = {{"abc\ndef", 1000, {"abc", "def"}},
+                {"ab\r\nc", 1000, {"ab", "c"}},
+                {"a\rb\n", 1000, {"a\rb"}},
+                {"a\r\r\n\r", 1000, {"a\r", ""}},
+                {"a\0b"s, 1000, {"a", "b"}},
+                {"a\0\nb\n\0"s, 1000, {"a", "", "b", ""}},
+                {"\n\n", 1000, {"", ""}},
+                {"", 1000, {}},
+                {long_line, 1000, {long_line}},
+                {chunk + "\n" + chunk + "\0"s + long_line + "\n", 1000, {chunk, chunk, long_line}},
+                {"abcdefgh\n", 4, {"abcd", "efgh", ""}},
+                {"abc\r\nd",
+                 4,
+                 {"abc", "", "d"}}, // the return is the fourth byte; its line feed ends a line of its own
+                {"abc\nd", 3, {"abc", "", "d"}},
+                {"ab", 1, {"a", "b"}},
+                {"abc", 0, {}},
+                {"abc\n", UINT32_MAX, {"abc"}}};
+    const zu_test::file_place place;
+    for (const auto& row : rows) {
+        place.write("f", row.bytes);
+        EXPECT_EQ(lines(open_file().file, row.limit), row.expected) << row.bytes << " at " << row.limit;
+    }
+}
+
+TEST(line, leaves_the_position_at_the_next_line_and_tells_when_the_end_was_met) {
+    const zu_test::file_place place;
+    place.write("f", "abc\ndef");
+    const open_file f;
+    uint32_t length = 0;
+    ZU_bool short_read = 0;
+    uint64_t position = 0;
+    const auto next = [&] {
+        char* line = ZU_get_line(f.file, &length, &short_read);
+        const std::string copy = line ? std::string(line, length) : "<null>";
+        ZU_free(line);
+        EXPECT_TRUE(ZU_tell_file(f.file, &position));
+        return copy;
+    };
+    EXPECT_EQ(next(), "abc");
+    EXPECT_EQ(position, 4u);
+    EXPECT_EQ(short_read, 1);
+    EXPECT_EQ(next(), "def");
+    EXPECT_EQ(next(), "<null>");
+    EXPECT_EQ(short_read, 1);
+    EXPECT_EQ(length, 0u);
+    place.write("f", "abc\ndefghi\nj");
+    EXPECT_EQ(next(), "ghi") << "what another appended meanwhile is read";
+    const std::string filler(ZU_GET_LINE_MAX, 'x');
+    place.write("f", filler + "y\nz\n" + filler);
+    EXPECT_TRUE(ZU_seek_file(f.file, 0, nullptr, ZU_SEEK_BEGIN));
+    EXPECT_EQ(next(), filler);
+    EXPECT_EQ(short_read, 0);
+    EXPECT_EQ(next(), "y");
+    EXPECT_EQ(next(), "z");
+    EXPECT_EQ(position, ZU_GET_LINE_MAX + 4);
+}
+
+TEST(line, a_failed_read_is_not_the_end_and_a_reused_buffer_stays) {
+    const zu_test::file_place place;
+    place.write("f", std::string(500, 'x') + "\na\nb\n");
+    const open_file f;
+    ZU_buf buffer = {};
+    uint32_t length = 7;
+    ZU_bool short_read = 7;
+    ASSERT_NE(ZU_get_line_i(f.file, &buffer, &length, &short_read, 1000), nullptr);
+    const uint8_t* block = buffer.data;
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(ZU_get_line_i(f.file, &buffer, &length, &short_read, 1000),
+                  reinterpret_cast<const char*>(block));
+
+    const open_file unreadable(ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ
+                               | ZU_FILE_SHARE_WRITE);
+    EXPECT_EQ(ZU_get_line_i(unreadable.file, &buffer, &length, &short_read, 1000), nullptr);
+    EXPECT_EQ(GetLastError(), 5u);
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(short_read, 0);
+    EXPECT_EQ(ZU_get_line(unreadable.file, &length, &short_read), nullptr);
+    EXPECT_EQ(GetLastError(), 5u);
+    ZU_buf_destroy(&buffer);
+}
+
+} // namespace

@@ -1,0 +1,212 @@
+// Paths: their forms and limits, and the actual form of what exists.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/files.h"
+#include "zu/zu.h"
+
+namespace {
+
+using zu_test::file_place;
+using text = std::u16string;
+
+constexpr char16_t none[] = u"<null>"; // what `taken` makes of null
+
+text taken(ZU_wchar* result) {
+    text copy = result ? result : none;
+    ZU_free(result);
+    return copy;
+}
+
+TEST(path, long_form_and_fullness) {
+    const struct {
+        text path, long_form;
+        bool full;
+    } rows[] = {{u"C:\\a", u"\\\\?\\C:\\a", true},
+                {u"c:", u"\\\\?\\c:", true},
+                {u"z:a/.\\..\\", u"\\\\?\\z:a/.\\..\\", true},
+                {u"\\\\srv\\share\\a", u"\\\\?\\UNC\\srv\\share\\a", true},
+                {u"\\\\", u"\\\\?\\UNC\\", true},
+                {u"\\\\?\\C:\\a", u"\\\\?\\C:\\a", true},
+                {u"\\\\?\\x", u"\\\\?\\x", true},
+                {u"\\\\?", u"\\\\?\\UNC\\?", true},
+                {u"a\\b", u"a\\b", false},
+                {u"\\a", u"\\a", false},
+                {u"/a", u"/a", false},
+                {u"1:\\a", u"1:\\a", false},
+                {u"\u00e4:\\a", u"\u00e4:\\a", false},
+                {u"", u"", false}};
+    ZU_s out = nullptr;
+    for (const auto& row : rows) {
+        ZU_long_path(row.path.c_str(), &out);
+        EXPECT_EQ(text(ZU_s_text(out)), row.long_form);
+        EXPECT_EQ(ZU_is_full_path(row.path.c_str()), row.full) << zu_test::narrow(row.path);
+    }
+    ZU_s_destroy(&out);
+}
+
+TEST(path, limits_count_the_long_form_and_single_components) {
+    const auto of_length = [](text path, size_t length) {
+        while (path.size() < length)
+            path += path.size() % 200 == 0 ? u'\\' : u'x';
+        return path;
+    };
+    const struct {
+        text start;
+        size_t limit;
+    } forms[] = {{u"C:\\", 32763}, {u"\\\\srv\\", 32761}, {u"\\\\?\\", 32767}, {u"", 32767}, {u"\\a", 32767}};
+    for (const auto& form : forms) {
+        EXPECT_EQ(ZU_path_too_long(of_length(form.start, form.limit).c_str()), 0) << form.limit;
+        EXPECT_EQ(ZU_path_too_long(of_length(form.start, form.limit + 1).c_str()), 1) << form.limit;
+    }
+    EXPECT_EQ(ZU_path_too_long((u"C:\\" + text(255, u'x') + u"\\\\").c_str()), 0);
+    EXPECT_EQ(ZU_path_too_long((u"C:\\" + text(256, u'x')).c_str()), 1);
+    EXPECT_EQ(ZU_path_too_long((text(256, u'/') + u"\\a").c_str()), 1) << "a slash separates nothing";
+}
+
+TEST(path, directory_part_and_last_component) {
+    const struct {
+        const char16_t *path, *directory, *name;
+    } rows[] = {{u"C:\\dir\\file.txt", u"C:\\dir", u"file.txt"},
+                {u"C:\\file.txt", u"C:", u"file.txt"},
+                {u"C:\\dir\\", u"C:\\dir", u"dir"},
+                {u"C:\\dir\\ ", u"C:\\dir", u"dir"},
+                {u"\\file", u"\\", u"file"},
+                {u"\\", u"\\", u""},
+                {u"file.txt", none, u"file.txt"},
+                {u"/a/b", none, u"/a/b"},
+                {u"1:", u"1:", u"1:"},
+                {u"C:x", none, u"C:x"},
+                {u"", none, u""}};
+    const file_place place;
+    for (const auto& row : rows) {
+        EXPECT_EQ(taken(ZU_get_path(row.path)), row.directory) << zu_test::narrow(row.path);
+        EXPECT_EQ(taken(ZU_get_filename(row.path)), row.name) << zu_test::narrow(row.path);
+    }
+    EXPECT_EQ(taken(ZU_get_path(nullptr)), none);
+    EXPECT_EQ(taken(ZU_get_path(u"C:")), u"C:");
+}
+
+TEST(path, the_actual_path_is_absolute_and_spelled_as_stored) {
+    const file_place place;
+    place.make_directory("Data");
+    place.make_directory("Data/LOGS");
+    place.write("Data/LOGS/A.txt", "");
+    place.map_share("srv", "share", place.host_path("Data"));
+    ASSERT_EQ(chdir(place.host_path("Data").c_str()), 0);
+    const struct {
+        const char16_t *path, *actual;
+        uint32_t code;
+    } rows[] = {{u"t:\\\\data\\.\\logs\\..", u"T:\\Data", 0},
+                {u"\\\\?\\t:\\DATA\\Logs\\a.TXT", u"T:\\Data\\LOGS\\A.txt", 0},
+                {u"t:/data/logs/", u"T:\\Data\\LOGS", 0},
+                {u"t:data", u"T:\\Data", 0},
+                {u"T:\\", u"T:", 0},
+                {u"logs\\a.txt", u"T:\\Data\\LOGS\\A.txt", 0},
+                {u"./logs/../LOGS", u"T:\\Data\\LOGS", 0},
+                {u"..\\data", u"T:\\Data", 0},
+                {u"\\\\srv\\share\\logs\\a.txt", u"\\\\srv\\share\\LOGS\\A.txt", 0},
+                {u"\\\\srv\\\\share\\", u"\\\\srv\\share", 0},
+                {u"\\\\srv\\share\\..", u"\\\\srv", 0},
+                {u"T:\\..", none, 2},
+                {u"..\\..", none, 2},
+                {u"T:\\data\\..\\..\\data", none, 2},
+                {u"\\\\srv\\share\\..\\..", none, 2},
+                {u"\\\\srv", none, 2},
+                {u"\\\\srv\\", none, 2},
+                {u"\\\\\\srv\\share", none, 2},
+                {u"T:\\*.txt", none, 2},
+                {u"T:\\d?ta", none, 2},
+                {u"\\\\?\\x\\data", none, 2},
+                {u"", none, 2},
+                {u"\\data", none, 2},
+                {u"/data", none, 2},
+                {u"\\\\\\\\\\\\", none, 2},
+                {u"T:\\data\\missing", none, 2},
+                {u"T:\\missing\\a.txt", none, 2},
+                {u"T:\\data\\logs\\a.txt\\b", none, 267},
+                {u"Q:\\data", none, 3}};
+    for (const auto& row : rows) {
+        ZU_s out = nullptr;
+        ZU_s_append_n(&out, u"before", 6);
+        SetLastError(12345);
+        EXPECT_EQ(ZU_get_actual_full_path_ex(row.path, &out), row.code == 0) << zu_test::narrow(row.path);
+        EXPECT_EQ(text(ZU_s_text(out)), row.code == 0 ? row.actual : u"") << zu_test::narrow(row.path);
+        EXPECT_EQ(GetLastError(), row.code == 0 ? 12345u : row.code) << zu_test::narrow(row.path);
+        ZU_s_destroy(&out);
+    }
+    EXPECT_EQ(taken(ZU_get_current_dir()), u"T:\\Data");
+    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    EXPECT_EQ(taken(ZU_get_current_dir()), u"T:");
+    EXPECT_EQ(taken(ZU_get_actual_full_path(u"data\\logs")), u"T:\\Data\\LOGS");
+    ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST(path, a_current_directory_longer_than_the_classic_limit_and_one_that_is_gone) {
+    const file_place place;
+    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    text expected = u"T:";
+    for (int depth = 0; depth < 25; ++depth) {
+        const std::string component(250, static_cast<char>('a' + depth));
+        ASSERT_EQ(mkdir(component.c_str(), 0777), 0);
+        ASSERT_EQ(chdir(component.c_str()), 0);
+        expected += u"\\" + zu_test::wide(component);
+    }
+    EXPECT_EQ(taken(ZU_get_current_dir()), expected);
+    EXPECT_EQ(taken(ZU_get_actual_full_path(u".")), expected);
+    ASSERT_EQ(chdir("/"), 0);
+    EXPECT_TRUE(ZU_delete_dir_recursive((u"T:\\" + text(250, u'a')).c_str()));
+
+    place.make_directory("gone");
+    ASSERT_EQ(chdir(place.host_path("gone").c_str()), 0);
+    ASSERT_EQ(rmdir(place.host_path("gone").c_str()), 0);
+    ZU_s out = nullptr;
+    ZU_s_append_n(&out, u"before", 6);
+    EXPECT_FALSE(ZU_get_current_dir_ex(&out));
+    EXPECT_EQ(out, nullptr);
+    EXPECT_NE(GetLastError(), 0u);
+    ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST(path, the_stored_name_replaces_the_last_component_in_place) {
+    const file_place place;
+    place.make_directory("Data");
+    place.write("Data/\xc3\x84"
+                "b.TXT",
+                "");
+    const struct {
+        const char16_t *path, *corrected;
+    } rows[] = {{u"t:\\DATA\\", u"t:\\Data"},
+                {u"t:\\DATA\\\u00e4B.txt", u"t:\\DATA\\\u00c4b.TXT"},
+                {u"t:\\", u"T:"},
+                {u"\\\\?\\t:", u"\\\\?\\T:"},
+                {u"t:\\dat?\\x", none},
+                {u"t:\\missing", none}};
+    for (const auto& row : rows) {
+        ZU_wchar buffer[64] = {};
+        text(row.path).copy(buffer, 63);
+        EXPECT_EQ(ZU_make_actual_file_name(buffer), row.corrected != none) << zu_test::narrow(row.path);
+        EXPECT_EQ(text(buffer), row.corrected == none ? row.path : row.corrected);
+    }
+    EXPECT_EQ(taken(ZU_get_actual_file_name(u"T:\\d*a")), u"Data") << "the first match";
+    EXPECT_EQ(GetLastError(), 2u);
+}
+
+TEST(path, the_program_and_what_lies_beside_it) {
+    const file_place place;
+    const text program = taken(ZU_get_exe_path());
+    EXPECT_EQ(zu_test::narrow(program).substr(program.size() - 10), "\\test_path");
+    EXPECT_EQ(taken(ZU_generate_local_path(u"x\\run.ini")),
+              program.substr(0, program.size() - 9) + u"x\\run.ini");
+    for (const char16_t* path : {u"", u"1:\\", u"C:", u"Q:\\a", u"\\\\srv\\share"}) {
+        SetLastError(12345);
+        EXPECT_FALSE(ZU_is_floppy_drive(path));
+        EXPECT_EQ(GetLastError(), 12345u);
+    }
+}
+
+} // namespace
