@@ -117,6 +117,8 @@ TEST(file, names_that_cannot_be_opened) {
     } rows[] = {{u"", 3, 87},
                 {u"T:\\a*", 123, 123},
                 {u"T:\\a?b", 123, 123},
+                {u"T:\\\xd800z", 123, 123},
+                {u"T:\\\xdc41", 123, 123},
                 {u"\\\\?\\T:\\x\\..\\f", 123, 123},
                 {u"T:\\.\\f", 123, 123},
                 {u"T:\\f\\", 123, 123},
@@ -132,8 +134,7 @@ TEST(file, names_that_cannot_be_opened) {
         EXPECT_TRUE(code == row.code || code == row.code2)
             << zu_test::narrow(row.path.substr(0, 40)) << ": " << code;
     }
-    for (const text& path :
-         {u"T:\\" + text(255, u'x'), text(u"T:\\\xd800z"), text(u"T:\\\xdc41"), text(u"T:\\\xdcff")})
+    for (const text& path : {u"T:\\" + text(255, u'x'), text(u"T:\\\xdcff")})
         EXPECT_EQ(open_code(path, ZU_FILE_WRITE | ZU_FILE_CREATE_NEW), 0u) << "a name like any other";
     int anything = 0;
     EXPECT_EQ(ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING, &anything), nullptr);
