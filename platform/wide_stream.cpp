@@ -15,7 +15,9 @@ namespace {
 
 // Takes a mode apart; false when it is none.
 bool parse_mode(const WCHAR* mode, open_request& request, const char*& host_mode) {
-    const WCHAR kind = *mode++;
+    const WCHAR kind = *mode;
+    if (kind != 0)
+        ++mode;
     bool updates = false, is_new = false;
     for (; *mode; ++mode) {
         switch (*mode) {
