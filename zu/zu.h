@@ -341,10 +341,89 @@ ZU_API ZU_bool ZU_wildcard_match(const ZU_wchar* pattern, const ZU_wchar* text);
 ZU_API ZU_bool ZU_wildcard_match_win32_file(const ZU_wchar* pattern, const ZU_wchar* name);
 
 /* ---- Binary-to-text encodings ------------------------------------------------------------------------------- */
+/*
+ * Text from bytes over an alphabet of 2^b characters, b bits to a symbol, and back. The bytes are one stream of bits,
+ * the least significant bit of each byte first, and nothing is padded: texts differ from RFC 4648's base64 and base32.
+ * Where the address of a size is asked for, it goes in as the room of the output area and comes back as what was used
+ * or, with result 2, is needed. Nothing here touches the last-error code. Any thread.
+ */
+
+/* The value of a character, of which only the low 16 bits count; 0xFFFFFFFF for one outside the alphabet. */
+typedef uint32_t (*ZU_basex_decode_fn)(uint32_t character);
+
+/* The number in up to 32 bits from a bit offset on; bits beyond the bytes read as 0. */
+ZU_API uint32_t ZU_get_bits(const uint8_t* bytes, uint32_t byte_count, uint32_t bit_offset,
+                            uint32_t bit_count);
+
+/* Writes the low bits of a value from a bit offset on, up to the end of the bytes; all other bits stay. */
+ZU_API void ZU_set_bits(uint8_t* bytes, uint32_t byte_count, uint32_t bit_offset, uint32_t bit_count,
+                        uint32_t value);
+
+/*
+ * Writes the text and its terminator; *size is in characters with the terminator. Returns 0, or 2 for too little room:
+ * nothing is written, and the text area may then be null. The text must be shorter than 2^32 - 1 characters.
+ */
+ZU_API uint32_t ZU_bin2basex(const ZU_wchar* alphabet, uint32_t bits, const uint8_t* bytes,
+                             uint32_t byte_count, ZU_wchar* text, uint32_t* size);
+
+/* The text in new memory, and its length at *length unless that is null. */
+ZU_API ZU_wchar* ZU_bin2basex_ex(const ZU_wchar* alphabet, uint32_t bits, const uint8_t* bytes,
+                                 uint32_t byte_count, uint32_t* length);
+
+/*
+ * Writes the whole bytes that the characters hold; the count may include a terminator, and *size is in bytes. Returns
+ * 0; 1 for a character outside the alphabet (*size is 0, what stood before it is written); 2 for too little room
+ * (nothing is written).
+ */
+ZU_API uint32_t ZU_basex2bin(ZU_basex_decode_fn decode, uint32_t bits, const ZU_wchar* text,
+                             uint32_t character_count, uint8_t* bytes, uint32_t* size);
+
+/* The same with the alphabet A-Z a-z 0-9 + /, 6 bits to a symbol. */
+ZU_API uint32_t ZU_bin2base64(const uint8_t* bytes, uint32_t byte_count, ZU_wchar* text, uint32_t* size);
+ZU_API ZU_wchar* ZU_bin2base64_ex(const uint8_t* bytes, uint32_t byte_count, uint32_t* length);
+ZU_API uint32_t ZU_base642bin(const ZU_wchar* text, uint32_t character_count, uint8_t* bytes, uint32_t* size);
+
+/* The same with the alphabet a-z 0-5, 5 bits to a symbol; upper-case letters are outside it. */
+ZU_API uint32_t ZU_bin2base32(const uint8_t* bytes, uint32_t byte_count, ZU_wchar* text, uint32_t* size);
+ZU_API ZU_wchar* ZU_bin2base32_ex(const uint8_t* bytes, uint32_t byte_count, uint32_t* length);
+ZU_API uint32_t ZU_base322bin(const ZU_wchar* text, uint32_t character_count, uint8_t* bytes, uint32_t* size);
+
+/* Writes two digits for a byte, the high half first, in upper case, and a terminator: 2 * byte_count + 1 characters. */
+ZU_API void ZU_bin2hex(const uint8_t* bytes, uint32_t byte_count, ZU_wchar* text);
+
+/*
+ * Reads pairs of digits, of either case, into character_count / 2 bytes. Returns 0; 1 at a character that is no digit
+ * (the bytes before it are written); 2 for an odd count (nothing is written).
+ */
+ZU_API uint32_t ZU_hex2bin(const ZU_wchar* text, uint32_t character_count, uint8_t* bytes);
 
 /* ---- Bitsets ------------------------------------------------------------------------------------------------ */
+/*
+ * Bits 0 to size - 1. A set that can grow does so for every index at or beyond its size, also when the bit is only
+ * tested; its indexes must stay below 2^32 - 32. One of fixed size does not check: keep the index below its size.
+ */
+typedef struct ZU_bitset ZU_bitset;
+
+/* A new set of `size` bits, released with ZU_free_bitset. With `fill` new bits are 1, else 0. */
+ZU_API ZU_bitset* ZU_new_bitset(uint32_t size, ZU_bool fill, ZU_bool growable);
+
+/* Set, clear or only look at a bit; return its value as it was before. */
+ZU_API uint8_t ZU_set_bit(ZU_bitset* bitset, uint32_t index);
+ZU_API uint8_t ZU_clear_bit(ZU_bitset* bitset, uint32_t index);
+ZU_API uint8_t ZU_test_bit(ZU_bitset* bitset, uint32_t index);
+
+/* The number of bits. */
+ZU_API uint32_t ZU_bitset_size(const ZU_bitset* bitset);
+
+/* Replaces the string by a '0' or '1' for each bit, bit 0 first with low_first, else last. */
+ZU_API void ZU_bitset_to_str(const ZU_bitset* bitset, ZU_bool low_first, ZU_s* text);
+
+/* Releases the set. Null: nothing happens. */
+ZU_API void ZU_free_bitset(ZU_bitset* bitset);
 
 /* ---- MD5 digest --------------------------------------------------------------------------------------------- */
+/* Writes the MD5 digest (RFC 1321) of the bytes, which may be null with a count of 0, to 16 bytes. Any thread. */
+ZU_API void ZU_md5_hash(const uint8_t* bytes, uint32_t byte_count, uint8_t* digest);
 
 /* ---- Thread locks, events, semaphores and atomics ----------------------------------------------------------- */
 /*
@@ -455,8 +534,141 @@ ZU_API uint32_t ZU_get_current_thread_id(void);
 /* ---- Named process locks ------------------------------------------------------------------------------------ */
 
 /* ---- Hash table --------------------------------------------------------------------------------------------- */
+/*
+ * A table of the caller's items. It holds their addresses and never copies them; the key is a field at the same byte
+ * offset of every item, and must not change while the item is stored. The number of buckets is fixed, so choose it for
+ * the expected number of items. A bucket is a list in ascending order of the keys: walking forward goes through the
+ * buckets from the first to the last and each in ascending order, walking backward exactly the other way.
+ *
+ * Callbacks run within the call, on its thread, and must not change the table. The table may be used from one thread
+ * at a time. Nothing here touches the last-error code.
+ */
+
+/* The hash of a key. */
+typedef uint32_t (*ZU_hash_fn)(const void* key);
+
+/* 0 when the keys are equal, negative when `key` sorts before that of a stored item, positive when after. */
+typedef int32_t (*ZU_compare_fn)(const void* key, const void* stored_key);
+
+/* Called for every item that the table removes, which it may free. */
+typedef void (*ZU_free_fn)(void* item);
+
+/* Sees an item; the result is ignored. */
+typedef int32_t (*ZU_enumerate_fn)(void* item);
+typedef int32_t (*ZU_enumerate2_fn)(void* item, void* context);
+
+/* Links of a bucket's circular list. */
+typedef struct ZU_hash_table_link {
+    struct ZU_hash_table_link* next;
+    struct ZU_hash_table_link* previous;
+} ZU_hash_table_link;
+
+/* A stored item. */
+typedef struct ZU_hash_table_node {
+    ZU_hash_table_link link;
+    void* item; /* the caller's */
+} ZU_hash_table_node;
+
+/* The caller's record; use the functions. */
+typedef struct ZU_hash_table {
+    uint32_t count; /* items stored */
+    uint32_t bucket_count;
+    ZU_hash_table_link* buckets; /* heads of the lists; an empty one points to itself */
+    uint32_t key_offset;         /* bytes from the start of an item to its key */
+    ZU_hash_fn hash;
+    ZU_compare_fn compare;
+    ZU_free_fn release; /* or null */
+} ZU_hash_table;
+
+/* A position in a table; the caller's record. It is void once its item is removed by other means than delete_at. */
+typedef struct ZU_hash_table_iter {
+    ZU_hash_table* table;
+    uint32_t bucket;          /* index of the position's bucket */
+    ZU_hash_table_link* node; /* null: the end */
+    int32_t direction;        /* 0 forward, 1 backward */
+} ZU_hash_table_iter;
+
+/* Makes the record an empty table. At least 1 bucket; `release` may be null. */
+ZU_API void ZU_hash_table_init(ZU_hash_table* table, uint32_t bucket_count, uint32_t key_offset,
+                               ZU_hash_fn hash, ZU_compare_fn compare, ZU_free_fn release);
+
+/* Replaces the three callbacks; the items stay where they are. */
+ZU_API void ZU_hash_table_reset_callback(ZU_hash_table* table, ZU_hash_fn hash, ZU_compare_fn compare,
+                                         ZU_free_fn release);
+
+/* The number of items, and of buckets. */
+ZU_API uint32_t ZU_hash_table_count(const ZU_hash_table* table);
+ZU_API uint32_t ZU_hash_table_table_size(const ZU_hash_table* table);
+
+/* Stores an item. Returns 0, or -1 when an item with an equal key is there: nothing is stored or released. */
+ZU_API int32_t ZU_hash_table_insert(ZU_hash_table* table, void* item);
+
+/* Finds the item with a key and gives it at *item unless that is null. Returns 0, or -1 when there is none. */
+ZU_API int32_t ZU_hash_table_find(const ZU_hash_table* table, const void* key, void** item);
+
+/* Removes the item with a key, which may lie in that item. Returns 0, or -1 when there is none. */
+ZU_API int32_t ZU_hash_table_delete(ZU_hash_table* table, const void* key);
+
+/* Removes every item; returns how many there were. */
+ZU_API uint32_t ZU_hash_table_clear(ZU_hash_table* table);
+
+/* Removes every item, releases the buckets and zeroes the record. Null: nothing happens. */
+ZU_API void ZU_hash_table_destroy(ZU_hash_table* table);
+
+/* Show every item to the callback, walking forward; return the number of items. */
+ZU_API uint32_t ZU_hash_table_enumerate(const ZU_hash_table* table, ZU_enumerate_fn callback);
+ZU_API uint32_t ZU_hash_table_enumerate2(const ZU_hash_table* table, ZU_enumerate2_fn callback,
+                                         void* context);
+
+/* Put the position on the first item to walk forward, or on the last to walk backward; on the end when there is none. */
+ZU_API void ZU_hash_table_begin(ZU_hash_table* table, ZU_hash_table_iter* iter);
+ZU_API void ZU_hash_table_rbegin(ZU_hash_table* table, ZU_hash_table_iter* iter);
+
+/* Moves to the next item in the walk's direction, or to the end. Not at the end. */
+ZU_API void ZU_hash_table_next(ZU_hash_table_iter* iter);
+
+/* Whether the walk is over. */
+ZU_API ZU_bool ZU_hash_table_end(const ZU_hash_table_iter* iter);
+
+/* The item under the position. Not at the end. */
+ZU_API void* ZU_hash_table_get_at(const ZU_hash_table_iter* iter);
+
+/* Removes the item under the position, which moves on to the next one. Not at the end. */
+ZU_API void ZU_hash_table_delete_at(ZU_hash_table_iter* iter);
 
 /* ---- Dynamic array ------------------------------------------------------------------------------------------ */
+/*
+ * Items in the order in which they were added, each a block of its own that the array owns and frees. An item stays
+ * where it is until it is deleted; later items then move down by one index. Fewer than 2^29 items. Nothing here touches
+ * the last-error code.
+ */
+
+/* The caller's record, all zero when empty. Read it, and change it through the functions. */
+typedef struct ZU_DA {
+    uint32_t count;
+    uint32_t capacity; /* places for items, raised by 4 at a time */
+    void** items;      /* null: no places */
+} ZU_DA;
+
+/* Makes the record an empty array. */
+ZU_API void ZU_DAInit(ZU_DA* array);
+
+/* Adds an item of so many bytes, all zero, at the end; returns it. */
+ZU_API void* ZU_DANewItem(ZU_DA* array, uint32_t bytes);
+
+/* Adds a copy of the bytes at the end; returns it. */
+ZU_API void* ZU_DADupItem(ZU_DA* array, const void* data, uint32_t bytes);
+
+/* Adds a copy of every text of the source, which may be the array itself; returns their number. */
+ZU_API uint32_t ZU_DADupStrings(ZU_DA* array, const ZU_DA* source);
+
+/* Delete the item at an index, the item at an address, or the first that is an equal text; false when there is none. */
+ZU_API ZU_bool ZU_DADeleteItemByIndex(ZU_DA* array, uint32_t index);
+ZU_API ZU_bool ZU_DADeleteItemByValue(ZU_DA* array, const void* item);
+ZU_API ZU_bool ZU_DADeleteStringByContent(ZU_DA* array, const ZU_wchar* text);
+
+/* Deletes every item and releases the places; the array is empty and usable. */
+ZU_API void ZU_DAFreeItems(ZU_DA* array);
 
 /* ---- Bounded queue ------------------------------------------------------------------------------------------ */
 

@@ -1,0 +1,291 @@
+// Digest, encodings, hash table and array.
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+constexpr uint32_t mebibyte = 1u << 20;
+
+std::vector<uint8_t> random_bytes(uint32_t count) {
+    std::mt19937 random(1);
+    std::vector<uint8_t> bytes(count);
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<uint8_t>(random()); });
+    return bytes;
+}
+
+void count_bytes(benchmark::State& state, size_t bytes) {
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(bytes));
+}
+
+// ---- Digest ----
+
+void md5(benchmark::State& state) {
+    const auto bytes = random_bytes(static_cast<uint32_t>(state.range(0)));
+    uint8_t digest[16];
+    for (auto _ : state) {
+        ZU_md5_hash(bytes.data(), static_cast<uint32_t>(bytes.size()), digest);
+        benchmark::DoNotOptimize(digest);
+    }
+    count_bytes(state, bytes.size());
+}
+
+void md5_openssl(benchmark::State& state) {
+    const auto bytes = random_bytes(static_cast<uint32_t>(state.range(0)));
+    EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "MD5", nullptr);
+    EVP_MD_CTX* const context = EVP_MD_CTX_new();
+    uint8_t digest[16];
+    for (auto _ : state) {
+        EVP_DigestInit_ex(context, algorithm, nullptr);
+        EVP_DigestUpdate(context, bytes.data(), bytes.size());
+        EVP_DigestFinal_ex(context, digest, nullptr);
+        benchmark::DoNotOptimize(digest);
+    }
+    EVP_MD_CTX_free(context);
+    EVP_MD_free(algorithm);
+    count_bytes(state, bytes.size());
+}
+
+BENCHMARK(md5)->Arg(64)->Arg(mebibyte);
+BENCHMARK(md5_openssl)->Arg(64)->Arg(mebibyte);
+
+// ---- Encodings, in bytes of data for both ways ----
+
+using encode_fn = uint32_t (*)(const uint8_t*, uint32_t, ZU_wchar*, uint32_t*);
+using decode_fn = uint32_t (*)(const ZU_wchar*, uint32_t, uint8_t*, uint32_t*);
+
+void encode(benchmark::State& state, encode_fn function) {
+    const auto bytes = random_bytes(mebibyte);
+    std::u16string text(2 * mebibyte, u'\0');
+    for (auto _ : state) {
+        uint32_t size = 2 * mebibyte;
+        if (function(bytes.data(), mebibyte, text.data(), &size) != 0)
+            state.SkipWithError("encoding failed");
+        benchmark::ClobberMemory();
+    }
+    count_bytes(state, mebibyte);
+}
+
+void decode(benchmark::State& state, encode_fn encode_function, decode_fn function) {
+    auto bytes = random_bytes(mebibyte);
+    std::u16string text(2 * mebibyte, u'\0');
+    uint32_t characters = 2 * mebibyte;
+    encode_function(bytes.data(), mebibyte, text.data(), &characters);
+    for (auto _ : state) {
+        uint32_t size = mebibyte;
+        if (function(text.data(), characters, bytes.data(), &size) != 0)
+            state.SkipWithError("decoding failed");
+        benchmark::ClobberMemory();
+    }
+    count_bytes(state, mebibyte);
+}
+
+uint32_t hex_encode(const uint8_t* bytes, uint32_t count, ZU_wchar* text, uint32_t* size) {
+    ZU_bin2hex(bytes, count, text);
+    *size = 2 * count;
+    return 0;
+}
+
+uint32_t hex_decode(const ZU_wchar* text, uint32_t count, uint8_t* bytes, uint32_t*) {
+    return ZU_hex2bin(text, count, bytes);
+}
+
+uint32_t base64_general(const uint8_t* bytes, uint32_t count, ZU_wchar* text, uint32_t* size) {
+    return ZU_bin2basex(ZU_W("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/"), 6, bytes,
+                        count, text, size);
+}
+
+BENCHMARK_CAPTURE(encode, base64, ZU_bin2base64);
+BENCHMARK_CAPTURE(encode, base64_by_the_general_engine, base64_general);
+BENCHMARK_CAPTURE(encode, base32, ZU_bin2base32);
+BENCHMARK_CAPTURE(encode, hex, hex_encode);
+BENCHMARK_CAPTURE(decode, base64, ZU_bin2base64, ZU_base642bin);
+BENCHMARK_CAPTURE(decode, base32, ZU_bin2base32, ZU_base322bin);
+BENCHMARK_CAPTURE(decode, hex, hex_encode, hex_decode);
+
+void encode_openssl(benchmark::State& state) {
+    const auto bytes = random_bytes(mebibyte);
+    std::vector<uint8_t> text(2 * mebibyte);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(EVP_EncodeBlock(text.data(), bytes.data(), mebibyte));
+    count_bytes(state, mebibyte);
+}
+
+void decode_openssl(benchmark::State& state) {
+    auto bytes = random_bytes(2 * mebibyte);
+    std::vector<uint8_t> text(2 * mebibyte);
+    const int characters = EVP_EncodeBlock(text.data(), bytes.data(), mebibyte);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(EVP_DecodeBlock(bytes.data(), text.data(), characters));
+    count_bytes(state, mebibyte);
+}
+
+BENCHMARK(encode_openssl)->Name("encode/base64_openssl");
+BENCHMARK(decode_openssl)->Name("decode/base64_openssl");
+
+// ---- Hash table at a load of 1 ----
+//
+// The table finds items that live elsewhere; so does the standard map of pointers. The map of values holds its items
+// itself, which is one memory access less. Keys are numbers, or texts of some length as names of tasks have it.
+
+struct item {
+    uint32_t key;
+    uint64_t value;
+};
+
+uint32_t mix(uint32_t key) {
+    return key * 2654435761u;
+}
+
+struct mixer {
+    size_t operator()(uint32_t key) const noexcept { return mix(key); }
+};
+
+uint32_t hash_number(const void* key) {
+    return mix(*static_cast<const uint32_t*>(key));
+}
+
+int32_t compare_numbers(const void* key, const void* stored) {
+    const uint32_t a = *static_cast<const uint32_t*>(key), b = *static_cast<const uint32_t*>(stored);
+    return a < b ? -1 : int32_t{a > b};
+}
+
+struct named_item {
+    std::string name;
+    uint64_t value;
+};
+
+uint32_t hash_name(const void* key) {
+    return static_cast<uint32_t>(std::hash<std::string>{}(*static_cast<const std::string*>(key)));
+}
+
+int32_t compare_names(const void* key, const void* stored) {
+    return static_cast<const std::string*>(key)->compare(*static_cast<const std::string*>(stored));
+}
+
+std::vector<uint32_t> numbers(int64_t count) {
+    std::mt19937 random(2);
+    std::vector<uint32_t> keys(static_cast<size_t>(count));
+    std::generate(keys.begin(), keys.end(), [&] { return static_cast<uint32_t>(random()); });
+    return keys;
+}
+
+std::vector<std::string> names(int64_t count) {
+    std::vector<std::string> keys;
+    for (uint32_t number : numbers(count))
+        keys.push_back("/var/spool/tasks/" + std::to_string(number));
+    return keys;
+}
+
+// Runs the finds in another order than that of the insertions.
+template <class Key, class Find>
+void find_all(benchmark::State& state, std::vector<Key> keys, Find&& find) {
+    std::shuffle(keys.begin(), keys.end(), std::mt19937(3));
+    for (auto _ : state) {
+        for (const Key& key : keys)
+            benchmark::DoNotOptimize(uint64_t{find(key)});
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * keys.size()));
+}
+
+template <class Item, class Key>
+void find_in_table(benchmark::State& state, const std::vector<Key>& keys, ZU_hash_fn hash,
+                   ZU_compare_fn compare) {
+    ZU_hash_table table;
+    ZU_hash_table_init(&table, static_cast<uint32_t>(keys.size()), 0, hash, compare,
+                       [](void* stored) { delete static_cast<Item*>(stored); });
+    for (const Key& key : keys) {
+        auto item = std::make_unique<Item>(Item{key, 1});
+        if (ZU_hash_table_insert(&table, item.get()) == 0)
+            item.release();
+    }
+    find_all(state, keys, [&table](const Key& key) {
+        void* found = nullptr;
+        ZU_hash_table_find(&table, &key, &found);
+        return static_cast<Item*>(found)->value;
+    });
+    ZU_hash_table_destroy(&table);
+}
+
+template <class Item, class Hash, class Key>
+void find_in_map_of_pointers(benchmark::State& state, const std::vector<Key>& keys) {
+    std::unordered_map<Key, std::unique_ptr<Item>, Hash> map(keys.size());
+    for (const Key& key : keys)
+        map.emplace(key, std::make_unique<Item>(Item{key, 1}));
+    find_all(state, keys, [&map](const Key& key) { return map.find(key)->second->value; });
+}
+
+template <class Item, class Hash, class Key>
+void find_in_map_of_values(benchmark::State& state, const std::vector<Key>& keys) {
+    std::unordered_map<Key, Item, Hash> map(keys.size());
+    for (const Key& key : keys)
+        map.emplace(key, Item{key, 1});
+    find_all(state, keys, [&map](const Key& key) { return map.find(key)->second.value; });
+}
+
+void find_number_table(benchmark::State& state) {
+    find_in_table<item>(state, numbers(state.range(0)), hash_number, compare_numbers);
+}
+void find_number_map_of_pointers(benchmark::State& state) {
+    find_in_map_of_pointers<item, mixer>(state, numbers(state.range(0)));
+}
+void find_number_map_of_values(benchmark::State& state) {
+    find_in_map_of_values<item, mixer>(state, numbers(state.range(0)));
+}
+void find_name_table(benchmark::State& state) {
+    find_in_table<named_item>(state, names(state.range(0)), hash_name, compare_names);
+}
+void find_name_map_of_pointers(benchmark::State& state) {
+    find_in_map_of_pointers<named_item, std::hash<std::string>>(state, names(state.range(0)));
+}
+void find_name_map_of_values(benchmark::State& state) {
+    find_in_map_of_values<named_item, std::hash<std::string>>(state, names(state.range(0)));
+}
+
+void sizes(benchmark::internal::Benchmark* row) {
+    row->Arg(1000)->Arg(30000)->Arg(1000000);
+}
+
+BENCHMARK(find_number_table)->Apply(sizes);
+BENCHMARK(find_number_map_of_pointers)->Apply(sizes);
+BENCHMARK(find_number_map_of_values)->Apply(sizes);
+BENCHMARK(find_name_table)->Apply(sizes);
+BENCHMARK(find_name_map_of_pointers)->Apply(sizes);
+BENCHMARK(find_name_map_of_values)->Apply(sizes);
+
+// ---- Array: append items one by one ----
+
+void append_array(benchmark::State& state) {
+    for (auto _ : state) {
+        ZU_DA array;
+        ZU_DAInit(&array);
+        for (int64_t i = 0; i < state.range(0); ++i)
+            benchmark::DoNotOptimize(ZU_DANewItem(&array, sizeof(item)));
+        ZU_DAFreeItems(&array);
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+}
+
+void append_vector(benchmark::State& state) {
+    for (auto _ : state) {
+        std::vector<std::unique_ptr<item>> array;
+        for (int64_t i = 0; i < state.range(0); ++i)
+            benchmark::DoNotOptimize(array.emplace_back(std::make_unique<item>()).get());
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+}
+
+BENCHMARK(append_array)->Arg(100)->Arg(100000);
+BENCHMARK(append_vector)->Arg(100)->Arg(100000);
+
+} // namespace

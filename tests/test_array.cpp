@@ -1,0 +1,86 @@
+// Dynamic array: growth, order, and lists of texts.
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+std::vector<std::u16string> texts(const ZU_DA& array) {
+    std::vector<std::u16string> all;
+    for (uint32_t i = 0; i < array.count; ++i)
+        all.emplace_back(static_cast<const ZU_wchar*>(array.items[i]));
+    return all;
+}
+
+void add(ZU_DA& array, const std::u16string& text) {
+    ZU_DADupItem(&array, text.c_str(), static_cast<uint32_t>((text.size() + 1) * sizeof(char16_t)));
+}
+
+using list = std::vector<std::u16string>;
+
+TEST(array, random_adds_and_deletes_against_a_model) {
+    ZU_DA array;
+    std::memset(&array, 0xAB, sizeof array);
+    ZU_DAInit(&array);
+    std::vector<void*> model;
+    uint32_t capacity = 0;
+    std::mt19937 random(1);
+    for (int round = 0; round < 5000; ++round) {
+        if (random() % 5 != 0) {
+            const uint32_t size = random() % 40;
+            auto* const added = static_cast<uint8_t*>(ZU_DANewItem(&array, size));
+            ASSERT_TRUE(std::all_of(added, added + size, [](uint8_t byte) { return byte == 0; }));
+            std::memset(added, 0xFF, size); // so that a block used again is not zero by chance
+            if (model.size() == capacity)
+                capacity += 4;
+            model.push_back(added);
+        } else {
+            const size_t index = random() % (model.size() + 2);
+            const bool present = index < model.size();
+            if (random() % 2 == 0)
+                ASSERT_EQ(ZU_DADeleteItemByIndex(&array, static_cast<uint32_t>(index)), present);
+            else
+                ASSERT_EQ(ZU_DADeleteItemByValue(&array, present ? model[index] : &model), present);
+            if (present) {
+                model.erase(model.begin() + static_cast<ptrdiff_t>(index));
+                ASSERT_EQ(array.items[model.size()], nullptr) << "the place that became free";
+            }
+        }
+        ASSERT_EQ(array.count, model.size());
+        ASSERT_EQ(array.capacity, capacity) << "in fours, and never less";
+    }
+    EXPECT_TRUE(std::equal(model.begin(), model.end(), array.items));
+    ZU_DAFreeItems(&array);
+    EXPECT_TRUE(array.count == 0 && array.capacity == 0 && array.items == nullptr);
+    EXPECT_FALSE(ZU_DADeleteItemByIndex(&array, 0));
+    EXPECT_FALSE(ZU_DADeleteItemByValue(&array, nullptr));
+    EXPECT_FALSE(ZU_DADeleteStringByContent(&array, u""));
+    ZU_DAFreeItems(&array);
+}
+
+TEST(array, lists_of_texts) {
+    ZU_DA array{}, copy{};
+    for (const char16_t* text : {u"a", u"bc", u"", u"bc", u"BC", u"bcd"})
+        add(array, text);
+    EXPECT_EQ(ZU_DADupStrings(&copy, &array), 6u);
+    EXPECT_TRUE(ZU_DADeleteStringByContent(&array, u"bc"));
+    EXPECT_EQ(texts(array), (list{u"a", u"", u"bc", u"BC", u"bcd"})) << "the first alone";
+    EXPECT_TRUE(ZU_DADeleteStringByContent(&array, u""));
+    EXPECT_FALSE(ZU_DADeleteStringByContent(&array, u""));
+    EXPECT_FALSE(ZU_DADeleteStringByContent(&array, u"b"));
+    EXPECT_EQ(texts(copy), (list{u"a", u"bc", u"", u"bc", u"BC", u"bcd"})) << "copies of their own";
+
+    EXPECT_EQ(ZU_DADupStrings(&array, &array), 4u) << "from itself";
+    EXPECT_EQ(texts(array), (list{u"a", u"bc", u"BC", u"bcd", u"a", u"bc", u"BC", u"bcd"}));
+    ZU_DAFreeItems(&copy);
+    EXPECT_EQ(ZU_DADupStrings(&array, &copy), 0u);
+    ZU_DAFreeItems(&array);
+}
+
+} // namespace

@@ -1,0 +1,225 @@
+// Encodings: every length, exact areas, and the built-in alphabets against the general engine.
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+using bytes = std::vector<uint8_t>;
+
+constexpr char16_t alphabet64[] = u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char16_t alphabet32[] = u"abcdefghijklmnopqrstuvwxyz012345";
+
+template <const char16_t* Alphabet>
+uint32_t value_in(uint32_t character) {
+    const size_t at = std::u16string_view(Alphabet).find(static_cast<char16_t>(character));
+    return at == std::u16string_view::npos ? 0xFFFFFFFF : static_cast<uint32_t>(at);
+}
+
+struct encoding {
+    const char16_t* alphabet;
+    uint32_t bits;
+    ZU_basex_decode_fn value;
+    uint32_t (*encode)(const uint8_t*, uint32_t, ZU_wchar*, uint32_t*);
+    ZU_wchar* (*encode_new)(const uint8_t*, uint32_t, uint32_t*);
+    uint32_t (*decode)(const ZU_wchar*, uint32_t, uint8_t*, uint32_t*);
+};
+
+const encoding encodings[] = {
+    {alphabet64, 6, value_in<alphabet64>, ZU_bin2base64, ZU_bin2base64_ex, ZU_base642bin},
+    {alphabet32, 5, value_in<alphabet32>, ZU_bin2base32, ZU_bin2base32_ex, ZU_base322bin},
+};
+
+std::mt19937& random_source() {
+    static std::mt19937 source(4);
+    return source;
+}
+
+bytes random_bytes(size_t count) {
+    bytes result(count);
+    for (uint8_t& byte : result)
+        byte = static_cast<uint8_t>(random_source()());
+    return result;
+}
+
+std::u16string taken(ZU_wchar* text) {
+    std::u16string copy(text);
+    ZU_free(text);
+    return copy;
+}
+
+// What a decoder leaves: its result, the size, and the whole area. The area is a block of its own with as many
+// bytes as said, and so is the text, so that a byte read or written beyond either is seen by the sanitizer.
+struct decoded {
+    uint32_t result, size;
+    bytes area;
+    bool operator==(const decoded&) const = default;
+};
+
+template <class F>
+decoded decode_to(size_t room, const std::u16string& text, F&& decode) {
+    const std::unique_ptr<char16_t[]> exact(new char16_t[text.size()]);
+    std::copy(text.begin(), text.end(), exact.get());
+    decoded all{0, static_cast<uint32_t>(room), bytes(room, 0xA5)};
+    all.result = decode(exact.get(), static_cast<uint32_t>(text.size()), all.area.data(), &all.size);
+    return all;
+}
+
+decoded by_general_engine(const encoding& e, size_t room, const std::u16string& text) {
+    return decode_to(room, text, [&e](const ZU_wchar* t, uint32_t count, uint8_t* area, uint32_t* size) {
+        return ZU_basex2bin(e.value, e.bits, t, count, area, size);
+    });
+}
+
+TEST(encoding, known_texts) {
+    const struct {
+        bytes data;
+        const char16_t *base64, *base32;
+    } rows[] = {
+        {{}, u"", u""},
+        {{0x61}, u"hB", u"bd"},
+        {{0x00}, u"AA", u"aa"},
+        {{0xFF}, u"/D", u"5h"},
+        {{'a', 'b', 'c'}, u"hJ2Y", u"btygg"},
+    };
+    for (const auto& row : rows) {
+        uint32_t length = 77;
+        const auto size = static_cast<uint32_t>(row.data.size());
+        EXPECT_EQ(taken(ZU_bin2base64_ex(row.data.data(), size, &length)), row.base64);
+        EXPECT_EQ(length, std::u16string_view(row.base64).size());
+        EXPECT_EQ(taken(ZU_bin2base32_ex(row.data.data(), size, &length)), row.base32);
+        EXPECT_EQ(length, std::u16string_view(row.base32).size());
+        EXPECT_EQ(taken(ZU_bin2base32_ex(row.data.data(), size, nullptr)), row.base32);
+    }
+}
+
+TEST(encoding, every_length_goes_both_ways_in_areas_of_the_exact_size) {
+    for (const encoding& e : encodings) {
+        for (uint32_t count = 0; count <= 300; ++count) {
+            const bytes data = random_bytes(count);
+            const uint32_t symbols = (count * 8 + e.bits - 1) / e.bits;
+            uint32_t size = symbols;
+            ASSERT_EQ(e.encode(data.data(), count, nullptr, &size), 2u);
+            ASSERT_EQ(size, symbols + 1);
+            std::vector<char16_t> area(size), general(size);
+            ASSERT_EQ(e.encode(data.data(), count, area.data(), &size), 0u);
+            ASSERT_EQ(size, symbols + 1);
+            ASSERT_EQ(ZU_bin2basex(e.alphabet, e.bits, data.data(), count, general.data(), &size), 0u);
+            ASSERT_EQ(area, general);
+
+            std::u16string text(area.data());
+            ASSERT_EQ(text.size(), symbols);
+            for (int terminator = 0; terminator < 2; ++terminator, text.push_back(u'\0')) {
+                ASSERT_EQ(decode_to(count, text, e.decode), (decoded{0, count, data}));
+                if (count > 0) {
+                    ASSERT_EQ(decode_to(count - 1, text, e.decode),
+                              (decoded{2, count, bytes(count - 1, 0xA5)}));
+                }
+            }
+        }
+    }
+}
+
+// Texts of any length and content, most with a few characters outside the alphabet, in an area that may be larger.
+TEST(encoding, built_in_decoders_leave_what_the_general_engine_leaves) {
+    const char16_t outside[] = {u'=', u' ', u'\n', u'-', u'@', u'[',  u'`',
+                                u'{', u'A', u'6',  0x80, 0xC1, 0x141, 0};
+    for (const encoding& e : encodings) {
+        for (int round = 0; round < 20000; ++round) {
+            std::u16string text(random_source()() % 70, u'\0');
+            for (char16_t& character : text)
+                character = e.alphabet[random_source()() % (1u << e.bits)];
+            for (uint32_t wrong = random_source()() % 3; wrong > 0 && !text.empty(); --wrong)
+                text[random_source()() % text.size()] = outside[random_source()() % std::size(outside)];
+            const size_t room = text.size() * e.bits / 8 + random_source()() % 3;
+            ASSERT_EQ(decode_to(room, text, e.decode), by_general_engine(e, room, text)) << round;
+        }
+    }
+}
+
+TEST(encoding, alphabets_of_every_width) {
+    char16_t alphabet[1u << 12];
+    for (uint32_t i = 0; i < std::size(alphabet); ++i)
+        alphabet[i] = static_cast<char16_t>(0x100 + i);
+    for (uint32_t bits = 1; bits <= 12; ++bits) {
+        for (uint32_t count = 0; count < 40; ++count) {
+            const bytes data = random_bytes(count);
+            uint32_t length = 0;
+            const std::u16string text = taken(ZU_bin2basex_ex(alphabet, bits, data.data(), count, &length));
+            ASSERT_EQ(length, text.size());
+            ASSERT_EQ(length, (count * 8 + bits - 1) / bits);
+            const encoding general{alphabet, bits, [](uint32_t c) { return c - 0x100; }, {}, {}, {}};
+            // A wide last symbol can hold a whole byte more than went in.
+            const decoded back = by_general_engine(general, length * bits / 8, text);
+            ASSERT_EQ(back.result, 0u);
+            ASSERT_TRUE(std::equal(data.begin(), data.end(), back.area.begin())) << bits << " " << count;
+        }
+    }
+}
+
+TEST(encoding, fields_of_bits_against_single_bits) {
+    const uint8_t known[] = {0xB4, 0x5A};
+    EXPECT_EQ(ZU_get_bits(known, 2, 3, 7), 0x56u);
+    EXPECT_EQ(ZU_get_bits(known, 2, 12, 8), 0x05u);
+    EXPECT_EQ(ZU_get_bits(known, 2, 16, 8), 0u);
+    EXPECT_EQ(ZU_get_bits(nullptr, 0, 0, 32), 0u);
+    for (int round = 0; round < 20000; ++round) {
+        bytes data = random_bytes(random_source()() % 9);
+        const auto size = static_cast<uint32_t>(data.size());
+        const uint32_t offset = random_source()() % 80, count = random_source()() % 33,
+                       value = random_source()();
+        bytes written = data;
+        uint32_t field = 0;
+        for (uint32_t i = 0; i < count && (offset + i) / 8 < size; ++i) {
+            const uint32_t byte = (offset + i) / 8, bit = (offset + i) % 8;
+            field |= (data[byte] >> bit & 1u) << i;
+            written[byte] = static_cast<uint8_t>((written[byte] & ~(1u << bit)) | (value >> i & 1u) << bit);
+        }
+        ASSERT_EQ(ZU_get_bits(data.data(), size, offset, count), field) << offset << " " << count;
+        ZU_set_bits(data.data(), size, offset, count, value);
+        ASSERT_EQ(data, written) << offset << " " << count;
+    }
+}
+
+decoded from_hex(size_t room, const std::u16string& text) {
+    return decode_to(room, text, [](const ZU_wchar* t, uint32_t count, uint8_t* area, uint32_t*) {
+        return ZU_hex2bin(t, count, area);
+    });
+}
+
+TEST(encoding, hexadecimal_of_every_length_and_its_errors) {
+    for (uint32_t count = 0; count <= 300; ++count) {
+        const bytes data = random_bytes(count);
+        std::u16string upper, lower;
+        for (uint8_t byte : data) {
+            char digits[3];
+            std::snprintf(digits, sizeof digits, "%02X", byte);
+            upper.append(digits, digits + 2);
+            std::snprintf(digits, sizeof digits, "%02x", byte);
+            lower.append(digits, digits + 2);
+        }
+        std::vector<char16_t> area(2 * count + 1, u'?');
+        ZU_bin2hex(data.data(), count, area.data());
+        ASSERT_EQ(std::u16string(area.begin(), area.end()), upper + u'\0');
+        ASSERT_EQ(from_hex(count, upper), (decoded{0, count, data}));
+        ASSERT_EQ(from_hex(count, lower), (decoded{0, count, data}));
+        ASSERT_EQ(from_hex(count, lower + u'0').result, 2u);
+
+        // A wrong character somewhere: the bytes before its pair are there, the others as they were.
+        if (count == 0)
+            continue;
+        const uint32_t at = random_source()() % (2 * count);
+        upper[at] = u"/:@G`g\x130\x141 "[random_source()() % 9];
+        bytes before(data.begin(), data.begin() + at / 2);
+        before.resize(count, 0xA5);
+        ASSERT_EQ(from_hex(count, upper), (decoded{1, count, before})) << at;
+    }
+}
+
+} // namespace
