@@ -93,6 +93,12 @@ using ::FileTimeToSystemTime;
 using ::LocalFileTimeToFileTime;
 using ::SystemTimeToFileTime;
 
+using ::AllocateAndInitializeSid;
+using ::EqualSid;
+using ::FreeSid;
+using ::PSID;
+using ::SID_IDENTIFIER_AUTHORITY;
+
 using ::GetComputerNameW;
 using ::SOCKET;
 using ::WSACleanup;

@@ -11,6 +11,7 @@
 #else
 #include "platform/api/base.h"
 #include "platform/api/files.h"
+#include "platform/api/security.h"
 #include "platform/api/sockets.h"
 #include "platform/api/text.h"
 #include "platform/api/threads.h"
