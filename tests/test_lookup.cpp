@@ -1,0 +1,366 @@
+// Paths: letter case, odd names, long and deep paths, drives, shares, the current directory.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/drives.h"
+#include "platform/name_map.h"
+#include "platform/platform.h"
+#include "platform/volume.h"
+#include "support/files.h"
+
+namespace {
+
+using namespace platform;
+using zu_test::file_place;
+
+DWORD code_after(BOOL result) {
+    return result ? ERROR_SUCCESS : GetLastError();
+}
+
+DWORD attribute_code(const std::u16string& path) {
+    SetLastError(0);
+    return GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES ? GetLastError() : 0;
+}
+
+DWORD create_code(const std::u16string& path, DWORD disposition = CREATE_NEW) {
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, disposition, 0x80, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return GetLastError();
+    return code_after(CloseHandle(file));
+}
+
+std::u16string found_name(const std::u16string& pattern) {
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW(pattern.c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+        return u"code " + zu_test::wide(std::to_string(GetLastError()));
+    FindClose(search);
+    return found.cFileName;
+}
+
+std::set<std::u16string> listed(const std::u16string& directory) {
+    std::set<std::u16string> names;
+    WIN32_FIND_DATAW found;
+    const HANDLE search =
+        FindFirstFileW((directory + (directory.ends_with(u'\\') ? u"*" : u"\\*")).c_str(), &found);
+    for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found))
+        names.insert(found.cFileName);
+    FindClose(search);
+    names.erase(u".");
+    names.erase(u"..");
+    return names;
+}
+
+TEST(lookup, letter_case_is_ignored_in_every_component) {
+    const file_place place;
+    place.make_directory("Data");
+    place.make_directory("Data/Größe");
+    place.write("Data/Größe/ΣΊΣΥΦΟΣ.txt", "data");
+    EXPECT_EQ(found_name(place.long_path(u"dATA\\GRÖSSE")),
+              u"code 2"); // simple folding: one letter stays one
+    EXPECT_EQ(found_name(place.long_path(u"dATA\\GRÖßE\\σίσυφος.TXT")), u"ΣΊΣΥΦΟΣ.txt");
+    EXPECT_EQ(found_name(place.drive_path(u"DATA/größe/../GRÖßE")), u"Größe");
+    EXPECT_EQ(found_name(place.long_path(u"dATA\\none\\x")), u"code 3");
+    EXPECT_EQ(found_name(place.long_path(u"dATA\\none")), u"code 2");
+
+    // Nothing is made beside another spelling of its name.
+    EXPECT_EQ(create_code(place.long_path(u"DATA\\größe\\σίσυφοσ.txt")), 80u);
+    EXPECT_EQ(create_code(place.long_path(u"DATA\\größe\\σίσυφοσ.txt"), CREATE_ALWAYS), 0u);
+    EXPECT_EQ(code_after(CreateDirectoryW(place.long_path(u"data").c_str(), nullptr)), 183u);
+    EXPECT_EQ(create_code(place.long_path(u"DATA\\New")), 0u);
+    EXPECT_TRUE(place.exists("Data/New"));
+    EXPECT_EQ(listed(place.long_path(u"data")), (std::set<std::u16string>{u"Größe", u"New"}));
+
+    // An exact match wins, else the first in byte order.
+    for (const char* name : {"abc", "ABC", "Abc"})
+        place.write(name, name);
+    EXPECT_EQ(found_name(place.long_path(u"abc")), u"abc");
+    EXPECT_EQ(found_name(place.long_path(u"aBC")), u"ABC");
+    EXPECT_TRUE(DeleteFileW(place.long_path(u"aBC").c_str()));
+    EXPECT_EQ(found_name(place.long_path(u"aBC")), u"Abc");
+
+    // A new spelling is taken on, also over a file that is replaced.
+    EXPECT_TRUE(MoveFileExW(place.long_path(u"abc").c_str(), place.long_path(u"xyz").c_str(), 0));
+    EXPECT_TRUE(MoveFileExW(place.long_path(u"XYZ").c_str(), place.long_path(u"xYz").c_str(), 0));
+    EXPECT_EQ(place.read("xYz"), "abc");
+    EXPECT_TRUE(MoveFileExW(place.long_path(u"ABC").c_str(), place.long_path(u"XyZ").c_str(), 1));
+    EXPECT_EQ(place.read("XyZ"), "Abc");
+    EXPECT_EQ(listed(place.long_path(u"")), (std::set<std::u16string>{u"Data", u"XyZ"}));
+}
+
+TEST(lookup, every_name_of_the_host_is_listed_opened_renamed_and_deleted) {
+    const struct {
+        const char* host;
+        const char16_t* wide;
+    } rows[] = {
+        {"caf\xE9", u"caf\xDCE9"}, // no UTF-8
+        {"\xC3\xA9\xFF", u"é\xDCFF"},
+        {"\xED\xA0\x80", u"\xDCED\xDCA0\xDC80"}, // a surrogate in UTF-8's clothes
+        {"\xC0\xAF", u"\xDCC0\xDCAF"},
+        {"\xF0\x9F\x98", u"\xDCF0\xDC9F\xDC98"},
+        {"\xF0\x9F\x98\x80", u"\xD83D\xDE00"},
+        {"a:b", u"a\xF03A"
+                u"b"},
+        {"back\\slash", u"back\xF05Cslash"},
+        {"*?\"<>|", u"\xF02A\xF03F\xF022\xF03C\xF03E\xF07C"},
+        {"\x01\x1F\n", u"\xF001\xF01F\xF00A"},
+        {"\xEF\x80\xBA", u"\xDCEF\xDC80\xDCBA"}, // U+F03A itself
+        {"\xEF\x80\xA0 dot. ", u"\xF020 dot. "},
+    };
+    const file_place place;
+    std::set<std::u16string> all;
+    for (const auto& row : rows) {
+        place.write(row.host, row.host);
+        all.insert(row.wide);
+    }
+    EXPECT_EQ(listed(place.long_path(u"")), all);
+    for (const auto& row : rows) {
+        const std::u16string path = place.long_path(row.wide),
+                             moved = place.long_path(std::u16string(row.wide) + u"+");
+        EXPECT_EQ(found_name(path), row.wide);
+        EXPECT_EQ(create_code(path, OPEN_EXISTING), 0u) << row.host;
+        EXPECT_TRUE(MoveFileExW(path.c_str(), moved.c_str(), 0)) << row.host;
+        EXPECT_EQ(place.read(std::string(row.host) + "+"), row.host);
+        EXPECT_TRUE(DeleteFileW(moved.c_str())) << row.host;
+    }
+    // No file of the host can have these names: there would be two for one, or none.
+    for (const char16_t* name :
+         {u"\xDCC3\xDCA9", u"\xD800", u"\xDC00", u"\xDC7F", u"\xDD00", u"\xD83D", u"a/b", u"a:b"})
+        EXPECT_EQ(create_code(place.long_path(name)), 123u);
+    EXPECT_EQ(listed(place.long_path(u"")).size(), 0u);
+}
+
+// Each host name of up to three bytes out of a critical set comes back from its wide spelling, and no two share one.
+TEST(lookup, names_map_to_and_fro_without_a_collision) {
+    const std::string bytes =
+        std::string("a:\x01", 3) + "\x80\x82\xA0\xBA\xBF\xC2\xC3\xE2\xED\xEF\xF0\xF4\xFF";
+    std::set<std::u16string> spellings;
+    size_t names = 0;
+    std::vector<std::string> level{""};
+    for (int length = 0; length < 4; ++length) {
+        std::vector<std::string> longer;
+        for (const std::string& start : level) {
+            for (const char byte : bytes) {
+                const std::string host = start + byte;
+                std::u16string spelling;
+                append_wide_name(host, spelling);
+                std::string back;
+                ASSERT_TRUE(append_host_name(spelling, back));
+                ASSERT_EQ(back, host);
+                spellings.insert(spelling);
+                ++names;
+                longer.push_back(host);
+            }
+        }
+        level = std::move(longer);
+    }
+    EXPECT_EQ(spellings.size(), names);
+}
+
+TEST(lookup, lengths_end_where_they_should) {
+    const file_place place;
+    const std::u16string longest(255, u'n');
+    EXPECT_EQ(create_code(place.long_path(longest)), 0u);
+    EXPECT_EQ(found_name(place.long_path(longest)), longest);
+    EXPECT_EQ(create_code(place.long_path(longest + u"n")), 123u);
+    EXPECT_EQ(attribute_code(place.long_path(longest + u"n\\x")), 123u);
+    EXPECT_EQ(attribute_code(place.long_path(std::u16string(200, u'\x4E00'))), 206u); // 600 bytes
+
+    // Down to the last unit of 32,767, well beyond what the host takes in one call.
+    const std::u16string step = std::u16string(249, u'd') + u"\\";
+    std::u16string path = place.long_path(u"");
+    while (path.size() + step.size() < 32'767) {
+        path += step;
+        ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr)) << GetLastError() << ' ' << path.size();
+    }
+    const std::u16string directory = path.substr(0, path.size() - 1);
+    path += std::u16string(32'767 - path.size(), u'f');
+    EXPECT_EQ(create_code(path), 0u);
+    EXPECT_EQ(create_code(path + u"f"), 3u);
+    EXPECT_EQ(attribute_code(path), 0u);
+    std::u16string other_case = path;
+    for (size_t i = 7; i < other_case.size(); ++i)
+        other_case[i] = other_case[i] == u'\\' ? u'\\' : static_cast<char16_t>(other_case[i] & ~0x20);
+    EXPECT_EQ(found_name(other_case), path.substr(directory.size() + 1));
+    EXPECT_EQ(create_code(other_case), 80u);
+    EXPECT_EQ(attribute_code(path.substr(0, path.size() - 1)), path.size() - 1 == directory.size() ? 0u : 2u);
+    EXPECT_EQ(attribute_code(directory + u"x\\y"), 3u);
+    EXPECT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_HIDDEN));
+    EXPECT_EQ(GetFileAttributesW(other_case.c_str()), DWORD{FILE_ATTRIBUTE_HIDDEN});
+    const std::u16string parent = directory.substr(0, directory.rfind(u'\\'));
+    EXPECT_EQ(listed(parent), (std::set<std::u16string>{directory.substr(parent.size() + 1)}));
+    EXPECT_TRUE(MoveFileExW(path.c_str(), (parent + u"\\up").c_str(), 0));
+    EXPECT_TRUE(DeleteFileW((parent + u"\\UP").c_str()));
+    EXPECT_TRUE(RemoveDirectoryW(directory.c_str()));
+}
+
+TEST(lookup, drives_and_shares_are_links_that_are_seen_when_they_change) {
+    const file_place place;
+    place.make_directory("disk");
+    place.write("disk/file", "");
+    EXPECT_EQ(attribute_code(u"Q:\\file"), 3u);
+    EXPECT_EQ(attribute_code(u"\\\\?\\Q:\\"), 3u);
+    place.map_drive('Q', place.host_path("disk"));
+    EXPECT_EQ(attribute_code(u"Q:\\file"), 0u);
+    EXPECT_EQ(attribute_code(u"\\\\?\\q:\\FILE"), 0u);
+    EXPECT_EQ(attribute_code(u"\\\\Srv\\Share\\file"), 53u);
+    place.map_share("srv", "share", "../../../../files/disk"); // relative to the link
+    EXPECT_EQ(attribute_code(u"\\\\Srv\\Share\\file"), 0u);
+    EXPECT_EQ(attribute_code(u"\\\\?\\unc\\Srv\\Share\\file"), 0u);
+    EXPECT_EQ(attribute_code(u"\\\\srv\\other\\file"), 67u);
+    EXPECT_EQ(attribute_code(u"\\\\?\\UNC\\nosuch"), 53u);
+    EXPECT_EQ(attribute_code(u"\\\\srv\\share\\..\\..\\file"), 0u); // never above the share
+    EXPECT_EQ(found_name(u"\\\\?\\UNC\\srv\\share"), u"code 2");
+    place.map_drive('R', "/nowhere");
+    EXPECT_EQ(attribute_code(u"R:\\"), 3u);
+    EXPECT_EQ(attribute_code(u"R:\\file"), 3u);
+
+    const std::u16string whole = u"\\\\?\\C:" + zu_test::wide(place.host_path("disk/file"));
+    EXPECT_EQ(attribute_code(whole), 2u); // slashes are no separators there
+    place.map_drive('C', "");
+    setenv("ZU_HOST", (place.host_path() + "/../host/.").c_str(), 1); // another directory to the library
+    EXPECT_EQ(attribute_code(u"C:" + zu_test::wide(place.host_path("disk/file"))), 0u);
+    EXPECT_EQ(attribute_code(u"Z:\\"), 3u);
+    place.map_drive('C', place.host_path("disk"));
+    setenv("ZU_HOST", (place.host_path() + "/../host").c_str(), 1);
+    EXPECT_EQ(attribute_code(u"C:\\file"), 0u);
+    EXPECT_EQ(attribute_code(u"Z:" + zu_test::wide(place.host_path("disk/file"))), 0u);
+
+    const struct {
+        const char16_t* path;
+        DWORD code;
+    } rows[] = {
+        {u"\\\\?\\", 123},
+        {u"\\\\?\\T:", 66},
+        {u"\\\\?\\T:file", 2},
+        {u"\\\\?\\T:x\\y", 3},
+        {u"\\\\?\\T:/disk", 2},
+        {u"//?/T:/disk", 0},
+        {u"\\\\?\\T:\\disk\\\\file", 123},
+        {u"", 3},
+        {u"T:/disk\\.\\.././/disk/file", 0},
+        {u"T:\\..\\..\\disk", 0},
+        {u"T:\\disk\\file. .", 0},
+        {u"\\\\?\\T:\\disk\\file.", 2},
+        {u"T:\\disk\\file\\", 123},
+        {u"T:\\disk\\", 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(attribute_code(row.path), row.code) << zu_test::narrow(row.path);
+}
+
+TEST(lookup, relative_paths_start_from_the_current_directory) {
+    const file_place place;
+    place.make_directory("work");
+    place.make_directory("work/a:b");
+    place.write("work/file", "");
+    ASSERT_EQ(chdir(place.host_path("work").c_str()), 0);
+    char16_t text[300] = u"untouched";
+    EXPECT_EQ(GetCurrentDirectoryW(300, text), 7u);
+    EXPECT_EQ(text, std::u16string(u"T:\\work")); // of all drives, the one with the longest directory
+    text[0] = u'?';
+    EXPECT_EQ(GetCurrentDirectoryW(7, text), 8u);
+    EXPECT_EQ(text[0], u'?');
+    for (const char16_t* path : {u"file", u".\\FILE", u"../work/file", u"T:file", u"t:..\\work\\file",
+                                 u"\\work\\file", u"/work/file", u"..\\..\\..\\work\\file"})
+        EXPECT_EQ(attribute_code(path), 0u) << zu_test::narrow(path);
+    for (const char16_t* path : {u"C:file", u"\\file"})
+        EXPECT_EQ(attribute_code(path), 2u) << zu_test::narrow(path);
+    EXPECT_EQ(found_name(u"."), u"work");
+    ASSERT_EQ(chdir("a:b"), 0);
+    EXPECT_EQ(GetCurrentDirectoryW(300, text), 11u);
+    EXPECT_EQ(text, std::u16string(u"T:\\work\\a\xF03A"
+                                   u"b"));
+    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    EXPECT_EQ(GetCurrentDirectoryW(300, text), 3u);
+    EXPECT_EQ(text, std::u16string(u"T:\\"));
+    EXPECT_EQ(attribute_code(u"work\\file"), 0u);
+    ASSERT_EQ(rmdir(place.host_path("work/a:b").c_str()), 0);
+
+    const DWORD length = GetModuleFileNameW(nullptr, text, 300);
+    EXPECT_EQ(length, std::u16string(text).size());
+    EXPECT_TRUE(std::u16string(text).ends_with(u"\\test_lookup")) << zu_test::narrow(text);
+    EXPECT_EQ(attribute_code(text), 0u);
+    text[5] = u'?';
+    EXPECT_EQ(GetModuleFileNameW(nullptr, text, 5), 5u);
+    EXPECT_EQ(text[5], u'?');
+    EXPECT_EQ(GetModuleFileNameW(nullptr, text, 0), 0u);
+    ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST(lookup, drives_are_of_the_kind_that_their_mount_is) {
+    const struct {
+        mount_facts facts;
+        UINT type;
+        const char16_t* device;
+    } rows[] = {
+        {{"ext4", "/dev/sda1", 8, 1, false, ""}, DRIVE_FIXED, u"\\Device\\HarddiskVolume5"},
+        {{"vfat", "/dev/sdb1", 8, 17, true, "STICK"}, DRIVE_REMOVABLE, u"\\Device\\HarddiskVolume5"},
+        {{"vfat", "/dev/fd1", 2, 1, true, ""}, DRIVE_REMOVABLE, u"\\Device\\Floppy1"},
+        {{"ext2", "/dev/fd0", 2, 0, false, ""}, DRIVE_REMOVABLE, u"\\Device\\Floppy0"},
+        {{"nfs4", "srv:/x", 0, 50, false, ""}, DRIVE_REMOTE, u"\\Device\\LanmanRedirector\\E:"},
+        {{"fuse.sshfs", "srv:", 0, 51, false, ""}, DRIVE_REMOTE, u"\\Device\\LanmanRedirector\\E:"},
+        {{"iso9660", "/dev/sr1", 11, 1, true, "DISC"}, DRIVE_CDROM, u"\\Device\\CdRom1"},
+        {{"tmpfs", "tmpfs", 0, 30, false, ""}, DRIVE_RAMDISK, u"\\Device\\RamdiskE"},
+        {{"overlay", "overlay", 0, 31, false, ""}, DRIVE_FIXED, u"\\Device\\HarddiskVolume5"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(drive_type_of(row.facts), row.type) << row.facts.file_system;
+        EXPECT_EQ(device_name_of(row.facts, 'E'), row.device);
+    }
+
+    const file_place place;
+    place.make_directory("dir");
+    place.write("file", "");
+    place.map_share("srv", "share", place.host_path("dir"));
+    const UINT type = GetDriveTypeW(u"T:\\");
+    EXPECT_GE(type, DRIVE_REMOVABLE);
+    for (const char16_t* root : {u"t:", u"T:/", u"\\\\?\\T:\\", u"T:\\dir\\"})
+        EXPECT_EQ(GetDriveTypeW(root), type) << zu_test::narrow(root);
+    for (const char16_t* root : {u"Q:\\", u"1:\\", u"", u"T:\\dir", u"T:\\file\\", u"\\\\srv\\none\\"})
+        EXPECT_EQ(GetDriveTypeW(root), DRIVE_NO_ROOT_DIR) << zu_test::narrow(root);
+    EXPECT_EQ(GetDriveTypeW(u"\\\\srv\\share\\"), DRIVE_REMOTE);
+    EXPECT_GE(GetDriveTypeW(nullptr), DRIVE_REMOVABLE);
+
+    char16_t text[300];
+    const DWORD size = QueryDosDeviceW(u"t:", text, 300);
+    EXPECT_EQ(size, std::u16string(text).size() + 2);
+    EXPECT_EQ(text[size - 1], 0);
+    EXPECT_EQ(code_after(QueryDosDeviceW(u"t:", text, size - 1) != 0), 122u);
+    for (const char16_t* device : {u"Q:", u"T:\\", u"T", u""})
+        EXPECT_EQ(code_after(QueryDosDeviceW(device, text, 300) != 0), 2u) << zu_test::narrow(device);
+
+    ASSERT_EQ(chdir(place.host_path("dir").c_str()), 0);
+    const struct {
+        const char16_t* root;
+        DWORD code;
+    } volumes[] = {{u"T:\\", 0},
+                   {u"\\\\?\\T:\\", 0},
+                   {u"\\", 0},
+                   {u"T:", 123},
+                   {u"file.txt", 123},
+                   {u"T:\\dir", 123},
+                   {u"T:\\dir\\", 144},
+                   {u"Q:\\", 3},
+                   {u"", 3},
+                   {u"\\\\?\\T:", 144},
+                   {u"\\\\none\\share\\", 53},
+                   {u"\\\\srv\\share\\", 0}};
+    for (const auto& row : volumes)
+        EXPECT_EQ(
+            code_after(GetVolumeInformationW(row.root, text, 300, nullptr, nullptr, nullptr, nullptr, 0)),
+            row.code)
+            << zu_test::narrow(row.root);
+    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    EXPECT_TRUE(GetVolumeInformationW(u"T:", text, 300, nullptr, nullptr, nullptr, nullptr, 0));
+    ASSERT_EQ(chdir("/"), 0);
+}
+
+} // namespace
