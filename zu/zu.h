@@ -1082,7 +1082,8 @@ typedef struct ZU_int_list {
 typedef struct ZU_timer_ops {
     int32_t reserved; /* 16 */
 
-    /* 0 when a firing is due at now, not before low; `last` is then its scheduled time. -1 otherwise. */
+    /* 0 when a firing is due at now; `last` is then its scheduled time. -1 otherwise. `low` is the time since when
+       the caller has been testing: what was scheduled before it is not made up. */
     int32_t (*due)(ZU_timer* timer, ZU_time_t low, ZU_time_t now);
 
     /* The next scheduled time from the current time on; -1 when there is none, -2 when none lies in the years that
@@ -1093,7 +1094,7 @@ typedef struct ZU_timer_ops {
     void (*destroy)(ZU_timer* timer);
 } ZU_timer_ops;
 
-/* The part that all kinds share; the kind's own fields follow. Read it, and change nothing but through functions. */
+/* The part that all kinds share; the kind's own fields follow. Read it; only `last` may be set. */
 struct ZU_timer {
     const ZU_timer_ops* ops;
     ZU_tm start;                     /* local; tm_isdst is -1 */
@@ -1164,9 +1165,11 @@ ZU_API ZU_timer* ZU_timer_new_weekday_of_month(const ZU_wchar* start, const ZU_w
 /* ---- Timer set ---------------------------------------------------------------------------------------------- */
 /*
  * A list of timers with the caller's data and callbacks, and one thread that tests them and calls back. The functions
- * may be called from any thread, but for init and destroy; they wait while a scan runs. Callbacks run on the set's
- * thread with its lock held: they may add, find, count and enumerate, and remove other entries, but must not remove
- * their own, nor shut the set down, destroy it, or ask it to run one now. Lock order: set, then holiday calendar.
+ * may be called from any thread, but init, destroy, startup and shutdown by one at a time; those that work on the list
+ * wait while a scan runs. Callbacks run on the set's thread with its lock held: they may add, find, count and
+ * enumerate, and remove other entries, but must not remove their own, nor shut the set down, destroy it, or ask it to
+ * run one now. Compare, free and visitor callbacks run under the lock, too, and must not remove entries (a visitor
+ * answers 2 for its own). Lock order: set, then holiday calendar.
  */
 
 /* Called when a timer's firing is due (timer->last is its scheduled time), or on a run-now request. */
@@ -1241,7 +1244,8 @@ ZU_API ZU_bool ZU_timer_set_alive(ZU_timer_set* set);
 
 /*
  * Asks the thread to call a timer's callback at once, whatever its schedule: within about 200 milliseconds, or after
- * the scan that runs. Waits while another request is pending. A timer that is not in the set is ignored.
+ * the scan that runs. Waits while another request is pending; without a thread that serves it, the new one is dropped.
+ * A request that finds no thread stays until the next start, which drops it. A timer that is not in the set is ignored.
  */
 ZU_API void ZU_timer_set_run_now(ZU_timer_set* set, ZU_timer* timer);
 

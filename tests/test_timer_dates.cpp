@@ -1,0 +1,244 @@
+// Firings of every kind over ten years and the changes of daylight saving, beside dates worked out here by plain
+// calendar arithmetic.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+using namespace std::chrono;
+
+// A zone with the same pair of changes each year, or none.
+struct zone_model {
+    const char *name, *rule;
+    seconds standard, daylight;
+    sys_seconds (*begins)(year) = nullptr;
+    sys_seconds (*ends)(year) = nullptr;
+
+    bool is_daylight(sys_seconds t) const {
+        if (!begins)
+            return false;
+        const year y = year_month_day(floor<days>(t)).year();
+        const sys_seconds from = begins(y), to = ends(y);
+        return from < to ? from <= t && t < to : t < to || t >= from;
+    }
+    seconds offset(sys_seconds t) const { return is_daylight(t) ? daylight : standard; }
+    local_seconds local(sys_seconds t) const { return local_seconds(t.time_since_epoch() + offset(t)); }
+    // A local time that exists twice is the later one, in standard time; one that does not exist goes back.
+    sys_seconds utc(local_seconds t) const {
+        const sys_seconds as_standard(t.time_since_epoch() - standard);
+        return is_daylight(as_standard) ? sys_seconds(t.time_since_epoch() - daylight) : as_standard;
+    }
+};
+
+// A day that may see a firing: the local time of the test, and what lies between the start and the firing.
+struct occasion {
+    int month, day, hour;
+    int from_end;            // -1 is the last day of the month
+    int weekday;             // Monday = 1 to Sunday = 7
+    int week, week_from_end; // calendar weeks from Monday to Sunday
+    seconds since_start;
+    int start_weekday;
+
+    static bool any_of(int value, std::initializer_list<int> values) {
+        return std::find(values.begin(), values.end(), value) != values.end();
+    }
+    bool on(std::initializer_list<int> weekdays) const { return any_of(weekday, weekdays); }
+    bool is_holiday() const { return any_of(month * 100 + day, {1225, 229, 101}); }
+    // As promised: seconds between the instants, so it is silent in the other daylight-saving state.
+    bool is_nth_week(int n) const { return (since_start - days(weekday - start_weekday)) % weeks(n) == 0s; }
+};
+
+using text = const ZU_wchar*;
+using holidays = ZU_timer_holidays*;
+
+struct schedule {
+    const char* name;
+    ZU_timer* (*make)(text start, holidays);
+    year_month_day start_day;
+    minutes start_time; // local
+    seconds period;     // 0: at most once a day at the start's time of day
+    bool (*fires)(const occasion&);
+
+    local_seconds start() const { return local_days(start_day) + start_time; }
+    ZU_timer* timer(holidays h) const {
+        char date[32];
+        std::snprintf(date, sizeof date, "%d-%u-%u %d:%d", int(start_day.year()), unsigned(start_day.month()),
+                      unsigned(start_day.day()), int(start_time / 1h), int(start_time % 1h / 1min));
+        return make(std::u16string(date, date + std::strlen(date)).c_str(), h);
+    }
+
+    // The firing that is due at t, or -1; `late` is the valid offset.
+    int64_t due_at(const zone_model& zone, sys_seconds low, sys_seconds t, seconds late) const {
+        const local_seconds now = zone.local(t);
+        const local_days today = floor<days>(now);
+        sys_seconds firing = zone.utc(today + start_time), begin = zone.utc(start());
+        if (period != 0s) { // the start's wall-clock time, in the daylight-saving state of t
+            begin = sys_seconds(start().time_since_epoch() - zone.offset(t));
+            const sys_seconds first = begin >= low ? begin : begin + ((low - begin) / period + 1) * period;
+            firing = t < first ? first : t - (t - first) % period;
+        }
+        if (begin > t || firing < begin || firing < low || firing > t || (late != 0s && t - firing > late))
+            return -1;
+        const year_month_day date(today);
+        const local_days first(date.year() / date.month() / 1), end(date.year() / date.month() / last);
+        const auto iso = [](local_days d) { return int(weekday(d).iso_encoding()); };
+        const auto monday = [&](local_days d) { return d - days(iso(d) - 1); };
+        const occasion o{int(unsigned(date.month())),
+                         int(unsigned(date.day())),
+                         int((now - today) / 1h),
+                         int((today - end).count()) - 1,
+                         iso(today),
+                         int((monday(today) - monday(first)) / weeks(1)) + 1,
+                         int((monday(today) - monday(end)) / weeks(1)) - 1,
+                         firing - begin,
+                         iso(local_days(start_day))};
+        return !o.is_holiday() && fires(o) ? firing.time_since_epoch().count() : -1;
+    }
+};
+
+// clang-format off
+// By name with rules that held from 2009 to 2019, and by rule, so that a change of law cannot spoil a test of the present.
+const zone_model zones[] = {
+    {"Europe/Berlin", "CET-1CEST,M3.5.0,M10.5.0/3", 1h, 2h,
+     [](year y) { return sys_days(y/March/Sunday[last]) + 3600s; }, [](year y) { return sys_days(y/October/Sunday[last]) + 3600s; }},
+    {"America/New_York", "EST5EDT,M3.2.0,M11.1.0", -5h, -4h,
+     [](year y) { return sys_days(y/March/Sunday[2]) + 25200s; }, [](year y) { return sys_days(y/November/Sunday[1]) + 21600s; }},
+    {"Australia/Lord_Howe", "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0", 630min, 11h,
+     [](year y) { return sys_days(y/October/Sunday[1]) - 30600s; }, [](year y) { return sys_days(y/April/Sunday[1]) - 32400s; }},
+    {"Asia/Kolkata", "IST-5:30", 330min, 330min},
+};
+
+// All of them keep the holidays free. Some start in the hour of the changes on purpose.
+const schedule schedules[] = {
+    {"daily", [](text s, holidays h) { return ZU_timer_new_daily(s, u"", nullptr, 1, u"", nullptr, u"", h); },
+     2009y/7/1, 2h, 24h, [](const occasion&) { return true; }},
+    {"every 3 days, filtered", [](text s, holidays h) { return ZU_timer_new_daily(s, u"", u"", 3, u"8", u"-1;13", u"7", h); },
+     2009y/2/28, 90min, 72h, [](const occasion& o) { return o.month != 8 && o.day != 13 && o.from_end != -1 && o.weekday != 7; }},
+    {"90 minutes by day", [](text s, holidays h) { return ZU_timer_new_interval(s, u"", u"", 1, 30, 0, u"24,1,22;23|2", u"", u"", u"6", h); },
+     2009y/1/1, 30min, 90min, [](const occasion& o) { return o.hour >= 3 && o.hour < 22 && o.weekday != 6; }},
+    {"36 hours", [](text s, holidays h) { return ZU_timer_new_interval(s, u"", u"", 37, -60, 0, u"", u"", u"", u"", h); },
+     2009y/6/1, 12h, 36h, [](const occasion&) { return true; }},
+    {"weekly", [](text s, holidays h) { return ZU_timer_new_weekly(s, u"", u"", u"1,3:7", 1, u"2", u"-3", h); },
+     2009y/1/1, 2h, 0s, [](const occasion& o) { return o.on({1, 3, 7}) && o.month != 2 && o.from_end != -3; }},
+    {"2 weeks from winter", [](text s, holidays h) { return ZU_timer_new_weekly(s, u"", u"", u"1,3,5", 2, u"", u"", h); },
+     2009y/1/14, 8h, 0s, [](const occasion& o) { return o.on({1, 3, 5}) && o.is_nth_week(2); }},
+    {"3 weeks from summer", [](text s, holidays h) { return ZU_timer_new_weekly(s, u"", u"", u"7;2", 3, u"", u"", h); },
+     2009y/7/19, 90min, 0s, [](const occasion& o) { return o.on({2, 7}) && o.is_nth_week(3); }},
+    {"monthly", [](text s, holidays h) { return ZU_timer_new_monthly(s, u"", u"", u"1;29|-1,-30", u"", u"1", h); },
+     2009y/1/31, 150min, 0s, [](const occasion& o) { return (o.any_of(o.day, {1, 29}) || o.any_of(o.from_end, {-1, -30})) && o.weekday != 1; }},
+    {"monthly on the 31st", [](text s, holidays h) { return ZU_timer_new_monthly(s, u"", u"", u"31", u"3", u"", h); },
+     2009y/1/1, 1410min, 0s, [](const occasion& o) { return o.day == 31 && o.month != 3; }},
+    {"first week", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", 1, u"1,2,3,4,5,6,7", u"", u"", h); },
+     2009y/1/1, 8h, 0s, [](const occasion& o) { return o.week == 1; }},
+    {"last week", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", -1, u"1,3,6", u"11", u"", h); },
+     2009y/1/1, 0h, 0s, [](const occasion& o) { return o.week_from_end == -1 && o.on({1, 3, 6}) && o.month != 11; }},
+    {"last week but one", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", -2, u"1,7", u"", u"", h); },
+     2009y/1/1, 12h, 0s, [](const occasion& o) { return o.week_from_end == -2 && o.on({1, 7}); }},
+    {"first Monday and Sunday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", 1, u"1,7", u"", u"", h); },
+     2009y/1/1, 2h, 0s, [](const occasion& o) { return o.day <= 7 && o.on({1, 7}); }},
+    {"fifth of every weekday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", 5, u"1,2,3,4,5,6,7", u"", u"", h); },
+     2009y/1/1, 8h, 0s, [](const occasion& o) { return o.day >= 29; }},
+    {"last Friday and Sunday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", -1, u"5,7", u"", u"", h); },
+     2009y/1/1, 2h, 0s, [](const occasion& o) { return o.from_end >= -7 && o.on({5, 7}); }},
+};
+// clang-format on
+
+class timer_dates : public testing::TestWithParam<zone_model> {
+protected:
+    timer_dates() {
+        ZU_timer_holidays_init(&holidays_);
+        const ZU_holiday all[] = {{12, 25}, {2, 29}, {1, 1}, {2, 30}};
+        for (const ZU_holiday& each : all)
+            ZU_timer_holidays_add(&holidays_, &each);
+    }
+    ~timer_dates() override { ZU_timer_holidays_destroy(&holidays_); }
+
+    ZU_timer_holidays holidays_;
+};
+
+// Each half hour from 2009 to 2019: all changes and firings lie on half hours. And late at odd times, without a limit.
+TEST_P(timer_dates, ten_years) {
+    setenv("TZ", GetParam().name, 1);
+    const sys_seconds low = sys_days(2009y / 1 / 1), end = sys_days(2019y / 1 / 1);
+    for (const seconds late : {60s, 0s}) {
+        ZU_timer_set_valid_offset_seconds(static_cast<int32_t>(late.count()));
+        for (const schedule& each : schedules) {
+            ZU_timer* timer = each.timer(&holidays_);
+            int firings = 0;
+            int64_t fired = 0;
+            bool was_daylight = GetParam().is_daylight(low);
+            seconds step = 30min;
+            for (sys_seconds t = low; t < end; t += step) {
+                if (each.period != 0s && GetParam().is_daylight(t) != was_daylight)
+                    fired = 0; // the grid has moved, and the last firing does not lie on it
+                was_daylight = GetParam().is_daylight(t);
+                const auto now = static_cast<ZU_time_t>(t.time_since_epoch().count());
+                const int64_t found = each.due_at(GetParam(), low, t, late);
+                const bool is_due = found != -1 && found != fired;
+                ASSERT_EQ(timer->ops->due(timer, 1230768000, now), is_due ? 0 : -1)
+                    << each.name << ", " << now;
+                if (is_due) {
+                    ASSERT_EQ(fired = timer->last, found) << each.name << ", " << now;
+                    ++firings;
+                }
+                if (late == 0s)
+                    step = (step * 37 + 11s) % 30011;
+            }
+            EXPECT_GE(firings, 5) << each.name;
+            timer->ops->destroy(timer);
+        }
+    }
+}
+
+// Whole steps of UTC from the start, each of them tested with the first as the low mark.
+int64_t next_by_model(const schedule& each, const zone_model& zone, sys_seconds now, seconds late) {
+    const seconds step = each.period != 0s ? each.period : seconds(24h);
+    const int64_t tries = each.period == 0s ? 3651 : days(step >= 12h ? 3650 : 365) / step + 1;
+    sys_seconds first = zone.utc(each.start());
+    while (first < now)
+        first += step;
+    for (int64_t i = 0; i < tries && first + i * step <= sys_seconds(seconds(INT32_MAX)); ++i) {
+        const int64_t found = each.due_at(zone, first - 1s, first + i * step, late);
+        if (found != -1)
+            return found;
+    }
+    return -2;
+}
+
+TEST_P(timer_dates, next_firing) {
+    setenv("TZ", GetParam().rule, 1);
+    for (schedule each : schedules) {
+        for (const int month : {1, 2, 5, 7, 10, 12}) {
+            const year present = year_month_day(floor<days>(system_clock::now())).year();
+            each.start_day = (month == 12 ? present + years(1) : 2009y) / month / 27;
+            ZU_timer* timer = each.timer(&holidays_);
+            timer->last = 5; // fits nothing, is cleared by the tests, and must be put back
+            for (const seconds late : {60s, 0s, 7200s}) {
+                ZU_timer_set_valid_offset_seconds(static_cast<int32_t>(late.count()));
+                ZU_time_t now, found;
+                do { // the answer must be that of one second
+                    now = ZU_time();
+                    found = timer->ops->next(timer);
+                } while (now != ZU_time());
+                ASSERT_EQ(found, next_by_model(each, GetParam(), sys_seconds(seconds(now)), late))
+                    << each.name << ", " << month << ", " << late.count() << ", " << now;
+                ASSERT_EQ(timer->last, 5);
+            }
+            timer->ops->destroy(timer);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(zones, timer_dates, testing::ValuesIn(zones),
+                         [](const auto& zone) { return std::string(std::strchr(zone.param.name, '/') + 1); });
+
+} // namespace

@@ -1,0 +1,275 @@
+// The corners of the timer model: texts, lateness, the grid, the last firing, ends, and how far the search looks.
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+using text = const ZU_wchar*;
+
+struct destroy {
+    void operator()(ZU_timer* timer) const { timer->ops->destroy(timer); }
+};
+using timer_ptr = std::unique_ptr<ZU_timer, destroy>;
+
+ZU_time_t at(int year, unsigned month, unsigned day, int hour = 0, int minute = 0, int second = 0) {
+    using namespace std::chrono;
+    const sys_days date = std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
+    return static_cast<ZU_time_t>(date.time_since_epoch().count() * 86400 + hour * 3600 + minute * 60
+                                  + second);
+}
+bool due(const timer_ptr& timer, ZU_time_t low, ZU_time_t now) {
+    return timer->ops->due(timer.get(), low, now) == 0;
+}
+ZU_time_t next(const timer_ptr& timer) {
+    return timer->ops->next(timer.get());
+}
+
+// clang-format off
+timer_ptr daily(text start, text end = u"", text last = u"", int32_t n = 1, text months = u"", text days = u"", text weekdays = u"") {
+    return timer_ptr(ZU_timer_new_daily(start, end, last, n, months, days, weekdays, nullptr)); }
+timer_ptr interval(text start, int32_t h, int32_t m, int32_t s, text hours = u"", text months = u"", text days = u"", text weekdays = u"") {
+    return timer_ptr(ZU_timer_new_interval(start, u"", u"", h, m, s, hours, months, days, weekdays, nullptr)); }
+timer_ptr weekly(text start, text weekdays, int32_t n) {
+    return timer_ptr(ZU_timer_new_weekly(start, nullptr, nullptr, weekdays, n, nullptr, u"", nullptr)); }
+timer_ptr monthly(text start, text days, text months = u"", text last = u"", text end = u"") {
+    return timer_ptr(ZU_timer_new_monthly(start, end, last, days, months, nullptr, nullptr)); }
+timer_ptr week(text start, int32_t number, text weekdays) {
+    return timer_ptr(ZU_timer_new_week_of_month(start, u"", u"", number, weekdays, u"", u"", nullptr)); }
+timer_ptr occurrence(text start, int32_t number, text weekdays) {
+    return timer_ptr(ZU_timer_new_weekday_of_month(start, u"", u"", number, weekdays, u"", u"", nullptr)); }
+// clang-format on
+
+// The list of the numbers from 1 but one.
+std::u16string all_but(int out, int high) {
+    std::u16string list;
+    for (int i = 1; i <= high; ++i) {
+        for (char c : i == out ? "" : std::to_string(i) + ',')
+            list += static_cast<char16_t>(c);
+    }
+    return list;
+}
+
+class timers : public testing::Test {
+protected:
+    timers() { setenv("TZ", "UTC", 1); }
+};
+
+TEST_F(timers, list_texts) {
+    using list = std::vector<int32_t>;
+    const struct {
+        text list_text;
+        list months, days; // as read with 1 to 12, and with -31 to 31
+    } rows[] = {{u"1;3,5|7:9", {1, 3, 5, 7, 9}, {1, 3, 5, 7, 9}},
+                {u"9,1,1,13,0", {1, 9}, {0, 1, 9, 13}},
+                {u"1 2", {1}, {1}},
+                {u" 12,-31,31,32,-32,+4,5x,-1", {4, 5, 12}, {-31, -1, 4, 5, 12, 31}},
+                {u"x|;:,99999999999,-99999999999", {}, {0}},
+                {u"|;:,", {}, {}},
+                {nullptr, {}, {}}};
+    for (const auto& row : rows) {
+        const timer_ptr timer = daily(u"2006-05-01 08:00", nullptr, nullptr, 1, row.list_text, row.list_text);
+        const ZU_int_list &months = timer->excluded_months, &days = timer->excluded_days;
+        EXPECT_EQ(list(months.values, months.values + months.count), row.months) << &row - rows;
+        EXPECT_EQ(list(days.values, days.values + days.count), row.days) << &row - rows;
+        EXPECT_EQ(months.values == nullptr, row.months.empty());
+    }
+}
+
+TEST_F(timers, what_constructors_refuse) {
+    const text start = u"2006-05-01 08:00";
+    // clang-format off
+    const timer_ptr refused[] = {
+        daily(u""), daily(u"2006-05-01"), daily(u"2039-01-01 00:00"), daily(start, u"x"), daily(start, u"2039-01-01 00:00"),
+        daily(start, u"2007-01-01 00:00", u"2006-13-01 00:00"), daily(start, u"", u"", 0), daily(start, u"", u"", INT_MIN),
+        interval(start, 0, 0, 0), interval(start, 1, -60, 0), interval(start, 600000, 0, 0), // 2,160,000,000 seconds
+        weekly(start, u"", 1), weekly(start, u"0,8", 1), weekly(start, u"1", 0),
+        monthly(start, u""), monthly(start, u"32", u"1", u"", u"2007-01-01 00:00"),
+        week(start, 0, u"1"), week(start, 1, u"9"), occurrence(start, 0, u"1"), occurrence(start, 1, u"")};
+    // clang-format on
+    for (const timer_ptr& timer : refused)
+        EXPECT_EQ(timer, nullptr) << "number " << &timer - refused;
+
+    const timer_ptr kept = interval(start, 1, -30, 0, u"0;24;7");
+    EXPECT_EQ(kept->ops->reserved, 16);
+    EXPECT_EQ(kept->start.tm_isdst, -1);
+    EXPECT_EQ(kept->start.tm_wday, 1) << "a Monday, as normalised";
+    EXPECT_TRUE(due(kept, 0, at(2006, 5, 1, 8, 30)));
+    EXPECT_FALSE(due(kept, 0, at(2006, 5, 2)));
+    kept->ops->destroy(nullptr);
+}
+
+// A daily timer at 08:00 from May 1st 2006: what the low mark, the lateness and the last firing make of it.
+TEST_F(timers, lateness_low_mark_and_last_firing) {
+    const ZU_time_t eight = at(2006, 5, 10, 8), start = at(2006, 5, 1, 8), day = 86400;
+    const struct {
+        const char* name;
+        int32_t offset;
+        ZU_time_t last, low, now;
+        bool due;
+        ZU_time_t last_after;
+    } rows[] = {
+        {"to the second", 60, 0, 0, eight, true, eight},
+        {"late", 60, 0, 0, eight + 60, true, eight},
+        {"too late", 60, 0, 0, eight + 61, false, 0},
+        {"any time", 0, 0, 0, eight + day - 1, true, eight},
+        {"a negative limit", -1, 0, 0, eight, false, 0},
+        {"early", 60, 0, 0, eight - 1, false, 0},
+        {"fired already", 60, eight, 0, eight + 1, false, eight},
+        {"fired the day before", 60, eight - day, eight + 1, eight + 2, true, eight},
+        {"fired, but off the grid", 60, eight - 1, 0, eight, true, eight},
+        {"fired in the future", 60, eight + day, 0, eight, true, eight},
+        {"fired before the start", 60, start - day, 0, start - 1, false, 0},
+        {"a point before the low mark", 60, eight - day, eight + 2, eight + 1, false, eight - day},
+        {"cleared without firing", 60, eight + 3, eight + 2, eight + 1, false, 0},
+        {"low at a later point", 0, 0, eight, eight + 3600, false, 0},
+        {"low just before it", 0, 0, eight - 1, eight + 3600, true, eight},
+        {"low at the start itself", 0, 0, start, start + 5, true, start},
+        {"low after the start", 0, 0, start + 1, start + 5, false, 0},
+        {"no such time", 0, 0, -10, -5, false, 0},
+    };
+    for (const auto& row : rows) {
+        const timer_ptr timer = daily(u"2006-05-01 08:00");
+        ZU_timer_set_valid_offset_seconds(row.offset);
+        timer->last = row.last;
+        EXPECT_EQ(due(timer, row.low, row.now), row.due) << row.name;
+        EXPECT_EQ(timer->last, row.last_after) << row.name;
+    }
+    EXPECT_EQ(ZU_timer_set_valid_offset_seconds(60), 0);
+    EXPECT_EQ(ZU_timer_get_valid_offset_seconds(), 60);
+}
+
+TEST_F(timers, a_day_based_timer_remembers_its_day) {
+    const ZU_time_t eight = at(2006, 5, 31, 8);
+    const timer_ptr seen = monthly(u"2006-05-01 08:00", u"-1", u"", u"2006-05-31 08:00");
+    EXPECT_EQ(seen->last, eight);
+    EXPECT_FALSE(due(seen, 0, eight + 5)) << "fired today, as the caller said";
+    EXPECT_FALSE(due(seen, 0, eight - 5));
+    EXPECT_EQ(seen->last, 0) << "it lay in the future";
+    EXPECT_TRUE(due(seen, 0, eight));
+    EXPECT_FALSE(due(seen, 0, eight + 1));
+    seen->last = at(2006, 4, 30, 8); // before the start
+    EXPECT_FALSE(due(seen, eight + 2, eight + 3)) << "the low mark is past today's firing";
+    EXPECT_EQ(seen->last, 0);
+    EXPECT_TRUE(due(monthly(u"2000-02-01 08:00", u"-1"), 0, at(2000, 2, 29, 8)));
+}
+
+TEST_F(timers, the_end_is_the_last_moment) {
+    const ZU_time_t end = at(2006, 5, 3, 8);
+    const timer_ptr both[] = {daily(u"2006-05-01 08:00", u"2006-05-03 08:00"),
+                              monthly(u"2006-05-01 08:00", u"1,2,3,4", u"", u"", u"2006-05-03 08:00")};
+    for (const timer_ptr& timer : both) {
+        EXPECT_EQ(timer->end->tm_isdst, -1);
+        EXPECT_TRUE(due(timer, 0, end - 86400));
+        EXPECT_FALSE(due(timer, 0, end + 1)) << "tested too late for its end";
+        EXPECT_TRUE(due(timer, 0, end));
+        EXPECT_EQ(next(timer), -1) << "over";
+    }
+}
+
+TEST_F(timers, sums_beyond_32_bits) {
+    ZU_timer_set_valid_offset_seconds(0);
+    const timer_ptr rare = daily(u"2006-05-01 08:00", u"", u"", INT_MAX);
+    EXPECT_TRUE(due(rare, 0, at(2006, 5, 1, 8, 30)));
+    EXPECT_FALSE(due(rare, 0, INT_MAX)) << "the next is millions of years away";
+    EXPECT_FALSE(due(rare, at(2006, 5, 2), INT_MAX));
+    EXPECT_EQ(next(rare), -2);
+    EXPECT_EQ(next(daily(u"2006-05-01 08:00", u"2037-12-31 00:00", u"", INT_MAX)), -2)
+        << "overflows before its end";
+
+    const timer_ptr last_second = interval(u"2038-01-19 03:14:07", 0, 0, 1);
+    EXPECT_EQ(next(last_second), INT_MAX);
+    EXPECT_TRUE(due(last_second, 0, INT_MAX));
+    EXPECT_FALSE(due(last_second, INT_MIN, INT_MIN));
+    EXPECT_TRUE(due(monthly(u"2038-01-19 02:00", u"19"), 0, INT_MAX));
+    EXPECT_FALSE(due(week(u"2038-01-19 02:00", -2, u"2"), 0, INT_MAX))
+        << "the month's last day does not convert";
+    EXPECT_TRUE(due(daily(u"1970-01-01 00:00"), 0, 0));
+    EXPECT_TRUE(due(interval(u"2006-05-01 00:00", 1193047, 0, 0), 0, at(2006, 5, 1, 0, 31, 44)))
+        << "2^32 + 1904";
+}
+
+// Where the search finds nothing, and how far it looks. Starts in the future are the first time that is tried.
+TEST_F(timers, what_the_search_finds) {
+    const text start = u"2006-05-01 08:00", in_2037 = u"2037-01-01 08:00";
+    const std::u16string hours = u"0," + all_but(0, 22), days = all_but(31, 31), to_28 = all_but(29, 29);
+    const auto in_day = [](text begin, int minutes, unsigned month, unsigned day) {
+        return interval(begin, 0, minutes, 0, u"", all_but(static_cast<int>(month), 12).c_str(),
+                        all_but(static_cast<int>(day), 31).c_str());
+    };
+    const struct {
+        const char* name;
+        timer_ptr timer;
+        ZU_time_t expected; // 0: some time
+    } rows[] = {
+        {"no month", daily(start, u"", u"", 1, all_but(0, 12).c_str()), -1},
+        {"no weekday", daily(start, u"", u"", 1, u"", u"", u"1,2,3,4,5,6,7"), -1},
+        {"a weekday", daily(start, u"", u"", 1, u"", u"", u"1,2,3,4,5,7"), 0},
+        {"no day", daily(start, u"", u"", 1, u"", (days + u"-1").c_str()), -1},
+        {"no day, from either end", daily(start, u"", u"", 1, u"", (to_28 + u"29,-1,-2").c_str()), -1},
+        {"31 days of 30", daily(start, u"", u"", 1, u"", (days + u"-31").c_str()), 0},
+        {"30 days", daily(start, u"", u"", 1, u"", days.c_str()), 0},
+        {"no hour", interval(start, 1, 0, 0, (hours + u"23").c_str()), -1},
+        {"an hour", interval(start, 1, 0, 0, hours.c_str()), 0},
+        {"midnight twice makes 24", interval(start, 1, 0, 0, (hours + u"24").c_str()), -1},
+        {"an end in the past", daily(start, u"2006-06-01 00:00"), -1},
+        {"an end before the start", daily(in_2037, u"2036-12-31 00:00"), -1},
+        {"an end before the first firing", daily(in_2037, u"2037-01-20 08:00", u"", 1, u"1"), -1},
+        {"a day that never comes", monthly(in_2037, u"30", all_but(2, 12).c_str()), -2},
+        {"the first of all", monthly(u"2037-03-05 08:00", u"5"), at(2037, 3, 5, 8)},
+        {"a month without it", monthly(u"2037-04-01 08:00", u"31"), at(2037, 5, 31, 8)},
+        {"no sixth Monday", occurrence(in_2037, 6, u"1"), -2},
+        {"a sixth week", week(in_2037, 6, u"1"), at(2037, 3, 30, 8)},
+        {"183 days", in_day(u"2035-12-01 00:00", 30, 6, 1), at(2036, 6, 1)},
+        {"beyond", in_day(u"2035-11-30 23:30", 30, 6, 1), -2},
+        {"365 days", in_day(u"2035-06-01 00:00", 60, 5, 31), at(2036, 5, 31)},
+        {"beyond", in_day(u"2035-02-28 00:00", 60, 2, 29), -2},
+        {"years, by half days", in_day(u"2034-02-28 12:00", 720, 2, 29), at(2036, 2, 29)},
+        {"by less", in_day(u"2034-02-28 12:00", 719, 2, 29), -2},
+    };
+    for (const auto& row : rows) {
+        ASSERT_TRUE(row.timer) << row.name;
+        const ZU_time_t found = next(row.timer);
+        EXPECT_TRUE(row.expected == 0 ? found > at(2024, 1, 1) : found == row.expected)
+            << row.name << ": " << found;
+    }
+
+    ZU_time_t now, found;
+    const timer_ptr seconds = interval(u"2006-05-01 00:00", 0, 0, 1);
+    do {
+        now = ZU_time();
+        found = next(seconds);
+    } while (now != ZU_time());
+    EXPECT_EQ(found, now) << "the current time is the first that is tried";
+
+    const ZU_time_t ten_years = 3650 * 86400, friday = now / 604800 * 604800 + 604800 + 86400;
+    if (friday > INT_MAX - ten_years - 86400)
+        GTEST_SKIP() << "ten years from now no longer fit into 32 bits";
+    ZU_wchar begin[20];
+    ZU_write_time_t(friday, begin); // 3650 days after a Friday is a Monday
+    EXPECT_EQ(next(daily(begin, u"", u"", 3650, u"", u"", u"5")), friday + ten_years);
+    EXPECT_EQ(next(daily(begin, u"", u"", 3651, u"", u"", u"5")), -2);
+    EXPECT_EQ(next(interval(begin, 87600, 0, 0, u"", u"", u"", u"5")), friday + ten_years);
+    EXPECT_EQ(next(weekly(begin, u"1", 522)), friday + ten_years);
+    EXPECT_EQ(next(weekly(begin, u"2", 522)), -2);
+}
+
+TEST_F(timers, a_change_of_zone_is_seen_at_the_next_test) {
+    const timer_ptr timer = weekly(u"2012-07-02 08:00", u"1", 1);
+    const ZU_time_t eight = at(2012, 7, 9, 8);
+    EXPECT_FALSE(due(timer, 0, eight - 7200));
+    setenv("TZ", "Europe/Berlin", 1);
+    EXPECT_TRUE(due(timer, 0, eight - 7200)) << "eight o'clock in summer there";
+    setenv("TZ", "America/New_York", 1);
+    EXPECT_FALSE(due(timer, 0, eight));
+    EXPECT_TRUE(due(timer, 0, eight + 4 * 3600));
+}
+
+} // namespace
