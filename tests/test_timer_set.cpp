@@ -1,0 +1,261 @@
+// The timer set: its list, its thread, run-now requests, and callbacks that reach back into the set.
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+constexpr uint32_t long_enough_ms = 20000; // to be told of what must happen
+
+ZU_timer* every_second() {
+    return ZU_timer_new_interval(u"2006-05-01 00:00", u"", u"", 0, 0, 1, u"", u"", u"", u"", nullptr);
+}
+ZU_timer* not_for_years() {
+    return ZU_timer_new_daily(u"2037-05-01 08:00", u"", u"", 1, u"", u"", u"", nullptr);
+}
+
+// The user data of an entry: a key, what its callback does, and what has been seen of it.
+struct task {
+    int key;
+    std::function<void(ZU_timer*)> action;
+    std::atomic<int> calls{0}, freed{0};
+    ZU_event* called = ZU_create_event(false);
+
+    task(
+        int k, std::function<void(ZU_timer*)> a = [](ZU_timer*) {})
+        : key(k), action(std::move(a)) {}
+    ~task() { ZU_destroy_event(called); }
+    bool wait() { return ZU_wait_for_event(called, long_enough_ms) == 1; }
+};
+void call(void* user_data, ZU_timer* timer) {
+    auto* t = static_cast<task*>(user_data);
+    ++t->calls;
+    t->action(timer);
+    ZU_set_event(t->called);
+}
+
+struct scoped_set : ZU_timer_set {
+    explicit scoped_set(uint32_t seconds) {
+        ZU_timer_set_init(
+            this, seconds,
+            [](void* data, const void* key) {
+                return static_cast<task*>(data)->key - *static_cast<const int*>(key);
+            },
+            [](void* data) { ++static_cast<task*>(data)->freed; });
+    }
+    ~scoped_set() { ZU_timer_set_destroy(this); }
+
+    ZU_timer* add(ZU_timer* timer, task& t) {
+        ZU_timer_set_add(this, timer, &t, call);
+        return timer;
+    }
+    int del(int key) { return ZU_timer_set_del(this, &key); }
+    int find(int key) { return ZU_timer_set_find(this, &key); }
+    bool has_request() { return std::atomic_ref(run_now).load() != nullptr; }
+    // The keys that a visitor with these answers sees.
+    std::string visit(std::function<int32_t(task&)> answer = [](task&) { return 0; }) {
+        std::pair<std::string, decltype(answer)> context{"", answer};
+        const auto visitor = [](void* c, ZU_timer*, void* data, ZU_timer_callback callback) {
+            auto& [seen, answer_for] = *static_cast<decltype(context)*>(c);
+            seen += callback == call ? std::to_string(static_cast<task*>(data)->key) : "?";
+            return answer_for(*static_cast<task*>(data));
+        };
+        ZU_timer_set_enumerate(this, visitor, &context);
+        return context.first;
+    }
+};
+
+TEST(timer_set, keeps_its_entries_in_order) {
+    task one(1), two(2), three(3);
+    {
+        scoped_set set(1);
+        ZU_timer_set_add(&set, nullptr, &one, call);
+        EXPECT_EQ(ZU_timer_set_count(&set), 0);
+        for (task* t : {&one, &two, &one, &three, &one})
+            set.add(not_for_years(), *t);
+        EXPECT_EQ(set.visit(), "12131");
+        EXPECT_EQ(set.find(1), 3);
+        EXPECT_EQ(set.del(1), 3);
+        EXPECT_EQ(set.del(1), 0);
+        EXPECT_EQ(one.freed, 3);
+        EXPECT_EQ(ZU_timer_set_count(&set), 2);
+        set.add(not_for_years(), one);
+        EXPECT_EQ(set.visit([](task&) { return 1; }), "2") << "stopped at the first";
+        EXPECT_EQ(set.visit([](task& t) { return t.key == 3 ? 2 : -1; }), "231");
+        EXPECT_EQ(set.visit([](task&) { return 2; }), "21");
+        set.add(not_for_years(), two);
+        set.add(not_for_years(), two);
+        EXPECT_EQ(ZU_timer_set_clear(&set), 2u);
+        EXPECT_EQ(ZU_timer_set_count(&set), 0);
+        set.add(not_for_years(), three);
+    }
+    EXPECT_EQ(one.freed + two.freed * 10 + three.freed * 100, 4 + 30 + 200) << "the last one by destroy";
+    ZU_timer_set_destroy(nullptr);
+}
+
+TEST(timer_set, calls_back_what_is_due_and_starts_again) {
+    scoped_set set(1);
+    ZU_timer_set_shutdown(&set);
+    uint32_t thread_id = 0;
+    ZU_time_t scheduled = 0;
+    task due(1, [&](ZU_timer* timer) {
+        scheduled = timer->last;
+        thread_id = ZU_get_current_thread_id();
+    });
+    task sleeping(2);
+    set.add(every_second(), due);
+    set.add(not_for_years(), sleeping);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_FALSE(ZU_timer_set_alive(&set));
+        const ZU_time_t started = ZU_time();
+        ASSERT_TRUE(ZU_timer_set_startup(&set));
+        const ZU_thread* thread = set.thread;
+        EXPECT_TRUE(ZU_timer_set_startup(&set));
+        EXPECT_EQ(set.thread, thread) << "no second thread";
+        EXPECT_TRUE(ZU_timer_set_alive(&set));
+        ASSERT_TRUE(due.wait());
+        if (round == 1) { // as if the clock had gone back since the start: the low mark follows
+            ZU_lock_thread_lock(&set.lock);
+            set.low_mark = INT32_MAX;
+            ZU_lock_thread_unlock(&set.lock);
+            ZU_wait_for_event(due.called, 0);
+            ASSERT_TRUE(due.wait() && due.wait());
+        }
+        ZU_timer_set_shutdown(&set);
+        EXPECT_LE(set.low_mark, ZU_time());
+        EXPECT_GE(scheduled, started) << "what lies before the start is not made up";
+        EXPECT_NE(thread_id, ZU_get_current_thread_id());
+        ZU_wait_for_event(due.called, 0);
+    }
+    EXPECT_EQ(sleeping.calls, 0);
+}
+
+TEST(timer_set, stops_after_the_entry_that_it_is_at) {
+    scoped_set set(1);
+    ZU_event* go_on = ZU_create_event(false);
+    task first(1, [&](ZU_timer*) {
+        ZU_set_event(first.called);
+        EXPECT_EQ(ZU_wait_for_event(go_on, long_enough_ms), 1);
+    });
+    task second(2);
+    set.add(every_second(), first);
+    set.add(every_second(), second);
+    ASSERT_TRUE(ZU_timer_set_startup(&set));
+    ASSERT_TRUE(first.wait());
+    std::thread stopper([&] { ZU_timer_set_shutdown(&set); });
+    while (std::atomic_ref(set.stop).load() == 0)
+        ZU_sleep(1);
+    EXPECT_TRUE(ZU_timer_set_alive(&set));
+    ZU_set_event(go_on);
+    stopper.join();
+    EXPECT_EQ(second.calls, 0);
+    ZU_destroy_event(go_on);
+
+    scoped_set without_wait(0); // and without entries: it must notice all the same
+    ASSERT_TRUE(ZU_timer_set_startup(&without_wait));
+    ZU_timer_set_shutdown(&without_wait);
+}
+
+TEST(timer_set, run_now_needs_no_schedule) {
+    task tasks[] = {1, 2, 3, 4};
+    scoped_set set(3600), other(1);
+    ZU_timer* stranger = other.add(not_for_years(), tasks[0]);
+    ASSERT_TRUE(ZU_timer_set_startup(&set));
+    ZU_timer_set_run_now(&set, stranger);
+    EXPECT_FALSE(set.has_request());
+    std::vector<std::thread> callers; // each waits until the request before its own has been served
+    for (task& t : tasks)
+        callers.emplace_back(
+            [&set, timer = set.add(not_for_years(), t)] { ZU_timer_set_run_now(&set, timer); });
+    for (task& t : tasks)
+        EXPECT_TRUE(t.wait()) << t.key;
+    for (std::thread& caller : callers)
+        caller.join();
+    ZU_timer_set_shutdown(&set);
+    for (task& t : tasks)
+        EXPECT_EQ(t.calls, 1) << t.key;
+}
+
+TEST(timer_set, a_request_ends_with_its_entry_or_with_the_next_start) {
+    scoped_set set(1);
+    task one(1), two(2);
+    ZU_timer* first = set.add(not_for_years(), one);
+    ZU_timer* second = set.add(not_for_years(), two);
+    ZU_timer_set_run_now(&set, first);
+    EXPECT_TRUE(set.has_request()) << "nobody serves it";
+    ZU_timer_set_run_now(&set, second); // dropped, and does not wait
+    EXPECT_EQ(set.del(2), 1);
+    EXPECT_TRUE(set.has_request());
+    EXPECT_EQ(set.del(1), 1);
+    EXPECT_FALSE(set.has_request());
+
+    first = set.add(not_for_years(), one);
+    ZU_timer_set_run_now(&set, first);
+    ASSERT_TRUE(ZU_timer_set_startup(&set));
+    EXPECT_FALSE(set.has_request());
+    // Under the lock, so that the thread cannot serve it before the entry is removed.
+    set.visit([&](task&) { return ZU_timer_set_run_now(&set, first), 2; });
+    EXPECT_FALSE(set.has_request());
+    ZU_timer_set_run_now(&set, set.add(not_for_years(), two));
+    EXPECT_TRUE(two.wait());
+    EXPECT_EQ(one.calls, 0);
+}
+
+TEST(timer_set, callbacks_use_their_own_set) {
+    scoped_set set(1);
+    task added(4), gone(2), visited(3);
+    task busy(1, [&](ZU_timer*) {
+        if (busy.calls > 1)
+            return;
+        EXPECT_EQ(ZU_timer_set_count(&set), 3);
+        EXPECT_EQ(set.find(2), 1);
+        EXPECT_EQ(set.del(2), 1) << "the entry behind this one";
+        EXPECT_EQ(set.visit([](task& t) { return t.key == 3 ? 2 : 0; }), "13");
+        set.add(every_second(), added);
+    });
+    for (task* t : {&busy, &gone, &visited})
+        set.add(every_second(), *t);
+    ASSERT_TRUE(ZU_timer_set_startup(&set));
+    ASSERT_TRUE(added.wait()) << "in the same scan";
+    ZU_timer_set_shutdown(&set);
+    EXPECT_EQ(set.visit(), "14");
+    EXPECT_EQ(gone.calls + visited.calls, 0);
+    EXPECT_EQ(gone.freed + visited.freed, 2);
+}
+
+TEST(timer_set, serves_many_threads_at_once) {
+    scoped_set set(1);
+    task due(0);
+    set.add(every_second(), due);
+    ASSERT_TRUE(ZU_timer_set_startup(&set));
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int key = 1; key <= 4; ++key) {
+        threads.emplace_back([&, key] {
+            task own(key);
+            for (int round = 1; !stop; ++round) {
+                ZU_timer* timer = set.add(not_for_years(), own);
+                EXPECT_TRUE(ZU_timer_set_alive(&set) && ZU_timer_set_count(&set) >= 2);
+                set.visit([&](task& t) { return t.key == key && timer->ops->next(timer) > 0 ? 1 : 0; });
+                if (round % 500 == 1)
+                    ZU_timer_set_run_now(&set, timer);
+                EXPECT_EQ(set.find(key), 1);
+                EXPECT_EQ(set.del(key), 1);
+                EXPECT_EQ(own.freed, round);
+            }
+        });
+    }
+    EXPECT_TRUE(due.wait() && due.wait());
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(set.visit(), "0");
+}
+
+} // namespace
