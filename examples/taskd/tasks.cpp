@@ -1,0 +1,82 @@
+#include "tasks.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+
+#include "text.h"
+
+namespace {
+
+// name | rule | start [to end] | exclusions | action text
+std::unique_ptr<task> read_task(std::string_view line) {
+    const auto fields = pieces(line, '|', 5);
+    if (fields.size() != 5)
+        throw misunderstood{"a task is: name | rule | start [to end] | exclusions | action text"};
+    auto result = std::make_unique<task>();
+    result->name = fields[0];
+    result->rule = fields[1];
+    result->timer = make_timer(fields[1], fields[2], fields[3], result->holidays);
+    const std::string_view name = fields[4].substr(0, fields[4].find(' '));
+    result->does = find_action(name);
+    if (!result->does)
+        throw misunderstood{'"' + std::string(name) + "\" is no action"};
+    result->text = trimmed(fields[4].substr(name.size()));
+    return result;
+}
+
+// As it shows: a character of several bytes counts once.
+int width(const std::string& utf8) {
+    return static_cast<int>(std::count_if(
+        utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+void print_padded(const std::string& text, int columns) {
+    std::printf("%s%*s", text.c_str(), columns - width(text) + 2, "");
+}
+
+std::string next_firing(ZU_timer* timer) {
+    const ZU_time_t next = timer->ops->next(timer);
+    return next == -1 ? "never again" : next == -2 ? "not in sight" : local_time(next);
+}
+
+} // namespace
+
+task_list read_tasks(const char* path) {
+    task_list result;
+    std::ifstream file(path);
+    if (!file) {
+        std::fprintf(stderr, "%s: cannot be read\n", path);
+        result.is_complete = false;
+    }
+    std::string line;
+    for (int number = 1; std::getline(file, line); ++number) {
+        std::string_view text = line;
+        if (number == 1 && text.starts_with("\xEF\xBB\xBF"))
+            text.remove_prefix(3);
+        text = trimmed(text);
+        if (text.empty() || text[0] == '#')
+            continue;
+        try {
+            result.tasks.push_back(read_task(text));
+        } catch (const misunderstood& problem) {
+            std::fprintf(stderr, "%s:%d: %s\n", path, number, problem.reason.c_str());
+            result.is_complete = false;
+        }
+    }
+    return result;
+}
+
+void print_next_firings(const task_list& list) {
+    int name_columns = 4, rule_columns = 4;
+    for (const auto& each : list.tasks) {
+        name_columns = std::max(name_columns, width(each->name));
+        rule_columns = std::max(rule_columns, width(each->rule));
+    }
+    std::printf("%-*s  %-*s  next firing\n", name_columns, "task", rule_columns, "rule");
+    for (const auto& each : list.tasks) {
+        print_padded(each->name, name_columns);
+        print_padded(each->rule, rule_columns);
+        std::printf("%s\n", next_firing(each->timer.get()).c_str());
+    }
+}

@@ -1,0 +1,27 @@
+// Tasks, the file that lists them, and the table of their next firings.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "actions.h"
+#include "rules.h"
+
+struct task {
+    std::string name;
+    std::string rule;
+    calendar holidays; // stands before the timer, which refers to it
+    timer_ptr timer;
+    const action* does = nullptr;
+    std::string text; // for the action
+};
+
+struct task_list {
+    std::vector<std::unique_ptr<task>> tasks;
+    bool is_complete = true; // false: a line was reported on the error stream, or there is no such file
+};
+
+task_list read_tasks(const char* path);
+
+void print_next_firings(const task_list& list);

@@ -1,0 +1,46 @@
+#include "text.h"
+
+#include <charconv>
+
+std::u16string wide(std::string_view utf8) {
+    uint32_t length = 0;
+    ZU_wchar* text =
+        ZU_char_2_wchar(ZU_ENCODING_UTF8, utf8.data(), static_cast<int32_t>(utf8.size()), &length);
+    std::u16string result(text, length);
+    ZU_free(text);
+    return result;
+}
+
+std::string local_time(ZU_time_t time) {
+    ZU_wchar text[20];
+    ZU_write_time_t(time, text);
+    return {text, text + std::char_traits<ZU_wchar>::length(text)};
+}
+
+std::string_view trimmed(std::string_view text) {
+    const size_t begin = text.find_first_not_of(" \t\r\n");
+    if (begin == text.npos)
+        return {};
+    return text.substr(begin, text.find_last_not_of(" \t\r\n") - begin + 1);
+}
+
+std::vector<std::string_view> pieces(std::string_view text, char separator, size_t at_most) {
+    std::vector<std::string_view> result;
+    while (result.size() + 1 < at_most && text.find(separator) != text.npos) {
+        result.push_back(trimmed(text.substr(0, text.find(separator))));
+        text.remove_prefix(text.find(separator) + 1);
+    }
+    result.push_back(trimmed(text));
+    return result;
+}
+
+std::vector<std::string_view> words(std::string_view text) {
+    std::vector<std::string_view> result = pieces(text, ' ');
+    std::erase_if(result, [](std::string_view word) { return word.empty(); });
+    return result;
+}
+
+bool read_number(std::string_view text, int32_t& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc{} && end == text.data() + text.size();
+}

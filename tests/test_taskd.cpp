@@ -1,0 +1,97 @@
+// taskd as a user meets it: what it says of a task file, what it runs, and how it ends.
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/process.h"
+
+namespace {
+
+// The program under test lies beside the tests, in the same build.
+const std::string program =
+    std::filesystem::read_symlink("/proc/self/exe").parent_path() / "../examples/taskd";
+
+class taskd : public testing::Test {
+protected:
+    ~taskd() override { std::remove(path_.c_str()); }
+    void write(const std::string& text) { std::ofstream(path_) << text; }
+    zu_test::outcome run(const std::string& options) {
+        return zu_test::run_command("TZ=UTC exec " + program + " " + options + " " + path_);
+    }
+    const std::string path_ = testing::TempDir() + "tasks-" + std::to_string(getpid()) + ".txt";
+};
+
+TEST_F(taskd, reports_what_it_cannot_understand_and_shows_what_comes) {
+    const std::string start = " | 2024-01-01 00:00 | ";
+    const std::string bad[][2] = {
+        {"only | three | fields", "a task is: name | rule | start [to end] | exclusions | action text"},
+        {"a | " + start + " | print x", "\"\" is no kind of rule"},
+        {"a | daily 1 2" + start + " | print x", "\"daily 1 2\" is not daily N"},
+        {"a | daily two" + start + " | print x", "\"two\" is not a number"},
+        {"a | daily 0" + start + " | print x", "\"daily 0\" never comes"},
+        {"a | interval 5" + start + " | print x", "\"5\" is not HOURS:MINUTES:SECONDS"},
+        {"a | weekly 1 mon,fry" + start + " | print x", "\"fry\" is not a weekday: mon to sun, or 1 to 7"},
+        {"a | monthly 32" + start + " | print x", "\"32\" is not a number from -31 to 31"},
+        {"a | daily 1 | soon | | print x", "\"soon\" is not a start: YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]"},
+        {"a | daily 1 | 2024-01-01 00:00 to x | | print x",
+         "\"x\" is not an end: YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]"},
+        {"a | monthly 1" + start + "days 2 | print x",
+         "\"days\" is nothing that a monthly task can leave out: months weekdays holidays"},
+        {"a | daily 1" + start + "months | print x", "\"months\" has no values"},
+        {"a | daily 1" + start + "holidays 12-25,5 | print x", "\"5\" is not a holiday: MONTH-DAY"},
+        {"a | daily 1" + start + " | sing x", "\"sing\" is no action"},
+        {"\x80\xff", "a task is: name | rule | start [to end] | exclusions | action text"},
+    };
+    std::string text = "\xEF\xBB\xBF# the first line has a byte order mark\r\n", reports;
+    for (int line = 2; const auto& [task, reason] : bad) {
+        text += task + "\r\n";
+        reports += path_ + ':' + std::to_string(line++) + ": " + reason + '\n';
+    }
+    write(text
+          + "\n  good one | daily 1 | 2037-01-01 08:00 | | print a | b\n"
+            "é | weekday-of-month 5 sat,7 | 2037-01-01 08:00:09 to 2037-02-28 08:00 | days 31 | print x\n"
+            "c | weekly 2 mon,7 | 2037-01-01 08:00 | days 4 holidays 1-12 | print x\n"
+            "d | interval 1:30:0 | 2037-01-01 23:00 | hours 23,24 | print x\n"
+            "e | week-of-month 2 1 | 2006-01-01 08:00 to 2006-01-02 08:00 | | print x\n"
+            "f | monthly 30 | 2037-01-01 08:00 | months 1,3,4,5,6,7,8,9,10,11,12 | print x\n");
+    const zu_test::outcome result = run("--next");
+    EXPECT_EQ(result.error_output, reports);
+    EXPECT_EQ(result.output, "task      rule                      next firing\n"
+                             "good one  daily 1                   2037-01-01 08:00:00\n"
+                             "é         weekday-of-month 5 sat,7  never again\n"
+                             "c         weekly 2 mon,7            2037-01-18 08:00:00\n"
+                             "d         interval 1:30:0           2037-01-02 02:00:00\n"
+                             "e         week-of-month 2 1         never again\n"
+                             "f         monthly 30                not in sight\n");
+    EXPECT_EQ(result.exit_code, 1);
+}
+
+TEST_F(taskd, runs_what_is_due_until_its_time_is_over_or_a_signal_comes) {
+    write("tick | interval 0:0:1 | 2024-01-01 00:00 | | print  Grüße | und mehr \n"
+          "rare | daily 1        | 2037-01-01 00:00 | | print never\n");
+    // A shell's background job ignores an interrupt, so env puts its default back.
+    const std::string background = "env --default-signal=INT " + program + " " + path_ + " & sleep 2; kill -";
+    const zu_test::outcome results[] = {run("--for 2"), zu_test::run_command(background + "INT $!; wait $!"),
+                                        zu_test::run_command(background + "TERM $!; wait $!")};
+    for (const zu_test::outcome& result : results) {
+        EXPECT_EQ(result.exit_code, 0) << result.signal << result.error_output;
+        EXPECT_NE(result.output.find("  tick  Grüße | und mehr\n"), std::string::npos) << result.output;
+        EXPECT_EQ(result.output.find("never\n"), std::string::npos) << result.output;
+    }
+}
+
+TEST_F(taskd, tells_how_it_is_used) {
+    EXPECT_NE(run("--help").output.find("weekday-of-month"), std::string::npos);
+    for (const char* wrong : {"--fro 3", "--for", "--for x", "-x"})
+        EXPECT_EQ(zu_test::run_command(program + " " + wrong).exit_code, 2) << wrong;
+    const zu_test::outcome missing = run("--next");
+    EXPECT_EQ(missing.exit_code, 1);
+    EXPECT_EQ(missing.error_output, path_ + ": cannot be read\n");
+}
+
+} // namespace
