@@ -31,6 +31,8 @@ using ::GetLastError;
 using ::LocalFree;
 using ::SetLastError;
 
+using ::OutputDebugStringW;
+
 using ::MultiByteToWideChar;
 using ::WideCharToMultiByte;
 using ::_snwprintf;

@@ -10,6 +10,7 @@
 #include "platform/native.h"
 #else
 #include "platform/api/base.h"
+#include "platform/api/debugger.h"
 #include "platform/api/files.h"
 #include "platform/api/security.h"
 #include "platform/api/sockets.h"

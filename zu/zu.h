@@ -971,12 +971,148 @@ ZU_API ZU_bool ZU_set_file_platform_attributes(const ZU_wchar* path, uint32_t bi
 ZU_API uint32_t ZU_get_file_platform_attributes(const ZU_wchar* path);
 
 /* ---- Log configuration -------------------------------------------------------------------------------------- */
+/*
+ * One logging service for the process: a mask of levels that are written, a mask of outputs that they go to, a filter
+ * that may change the outputs record by record, and hooks that receive the records. It is started by ZU_init and
+ * stopped by ZU_shutdown; but for the get functions nothing here may be called outside that pair. Masks and filter
+ * outlast a stop, hooks and file settings do not. Any thread. The filter, the hooks and the file callbacks run with
+ * the service's lock held: they see one record at a time, and must not call any function of logging themselves.
+ */
+
+/* Levels: one bit each, printed as T D I W E A; any other value prints "?". At the start: warning, error, alert. */
+#define ZU_LOG_TRACE 0x01u
+#define ZU_LOG_DEBUG 0x02u
+#define ZU_LOG_INFO 0x04u
+#define ZU_LOG_WARNING 0x08u
+#define ZU_LOG_ERROR 0x10u
+#define ZU_LOG_ALERT 0x20u
+
+/* Outputs: one bit each. At the start: standard output, debugger and file. */
+#define ZU_LOG_OUT_STDERR 0x01u
+#define ZU_LOG_OUT_STDOUT 0x02u
+#define ZU_LOG_OUT_HOOK 0x04u
+#define ZU_LOG_OUT_DEBUGGER 0x08u
+#define ZU_LOG_OUT_FILE 0x10u
+
+typedef struct ZU_log_record ZU_log_record;
+
+/* Sees a record, which is void after the call; true when it has taken it. */
+typedef ZU_bool (*ZU_log_hook)(void* user_data, const ZU_log_record* record);
+
+/* Returns the outputs to use for this record in place of the output mask. */
+typedef uint32_t (*ZU_log_filter)(void* user_data, uint32_t output_mask, const ZU_log_record* record);
+
+/* The level mask: a record is written when it shares a bit with it. Set returns the mask before. */
+ZU_API uint32_t ZU_log_set_level(uint32_t mask);
+ZU_API uint32_t ZU_log_get_level(void);
+ZU_API void ZU_log_add_level(uint32_t bits);
+ZU_API void ZU_log_del_level(uint32_t bits);
+
+/* The output mask; with 0 nothing is written. Bits that name no output are kept and select nothing. */
+ZU_API uint32_t ZU_log_set_output(uint32_t mask);
+ZU_API uint32_t ZU_log_get_output(void);
+ZU_API void ZU_log_add_output(uint32_t bits);
+ZU_API void ZU_log_del_output(uint32_t bits);
+
+/* Adds a hook behind the others; false when the same function stands there with the same user data. */
+ZU_API ZU_bool ZU_log_add_hook(ZU_log_hook function, void* user_data);
+
+/* Removes a hook; false when it is not there. */
+ZU_API ZU_bool ZU_log_del_hook(ZU_log_hook function, void* user_data);
+
+/* Removes every hook; returns how many there were. */
+ZU_API int32_t ZU_log_clear_hook(void);
+
+/* The number of hooks, read without waiting. */
+ZU_API int32_t ZU_log_get_hook_count(void);
+
+/* Sets the filter; a null function removes it. */
+ZU_API void ZU_log_set_filter(ZU_log_filter function, void* user_data);
 
 /* ---- Log record writer -------------------------------------------------------------------------------------- */
+/*
+ * A record is one line: "|D:2006-03-07 14:05:09|P: 1234|T:  567|L:W|O:Windows| " and the message. The outputs are served
+ * in the order standard error, standard output, hooks, debugger, file, and the result is the mask of those that took
+ * the record: a stream that took and flushed the line, at least one hook that answered true, a file that holds the
+ * whole line; never the debugger. 0: no output took it, or its level or every output is switched off.
+ */
+
+struct ZU_log_record {
+    uint32_t level;
+    ZU_time_t time;
+    uint32_t process_id;
+    uint32_t thread_id;
+    const ZU_wchar* prefix; /* never null */
+    uint32_t prefix_length;
+    const ZU_wchar* message; /* never null */
+    uint32_t message_length;
+    ZU_tm local_time; /* of time */
+};
+
+typedef struct ZU_log_file_settings ZU_log_file_settings;
+
+/* Write a record; see ZU_s_sprintf for the format. */
+ZU_API uint32_t ZU_log_write(uint32_t level, const ZU_wchar* format, ...);
+ZU_API uint32_t ZU_log_write_i(uint32_t level, const ZU_wchar* format, va_list arguments);
+
+/* The same, with the file that the settings describe in place of the default file, for this one record. The settings
+   are used as they stand and must not change during the call. */
+ZU_API uint32_t ZU_log_write_another_file(uint32_t level, const ZU_log_file_settings* settings,
+                                          const ZU_wchar* format, ...);
+ZU_API uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_settings* settings,
+                                            const ZU_wchar* format, va_list arguments);
 
 /* ---- Log file management ------------------------------------------------------------------------------------ */
+/*
+ * The file output appends each record as a line ended by CR LF, opening and closing the file for it, so that other
+ * processes may move or delete the file at any time. When a line would make it larger than max_size, the file is
+ * rotated first: name.1 is the latest older file, name.2 the one before it, up to generations - 1. While one process
+ * writes, another's write to the same file fails and is not in its result.
+ */
+
+/* Runs around every write to the file. */
+typedef ZU_bool (*ZU_log_file_callback)(void);
+
+struct ZU_log_file_settings {
+    const ZU_wchar* file_name;         /* null or empty: no file */
+    ZU_bool relative_to_exe_dir;       /* the name is taken below the executable's directory */
+    uint32_t encoding;                 /* ZU_ENCODING_ANSI or ZU_ENCODING_UTF8 */
+    uint32_t max_size;                 /* bytes */
+    uint32_t generations;              /* files kept, the live one included; 0 and 1: older lines are deleted */
+    ZU_log_file_callback before_write; /* null, or: false keeps the record out of the file */
+    ZU_log_file_callback after_write;  /* null, or: called after every write that before_write has let through */
+};
+
+/* Set the default log file, which is none at the start; the name is copied. */
+ZU_API void ZU_log_set_log_file(const ZU_log_file_settings* settings);
+ZU_API void ZU_log_set_log_file_ex(const ZU_wchar* file_name, ZU_bool relative_to_exe_dir, uint32_t encoding,
+                                   uint32_t max_size, uint32_t generations, ZU_log_file_callback before_write,
+                                   ZU_log_file_callback after_write);
+
+/* Gives the settings of the default log file, the name in new memory (null for none). */
+ZU_API void ZU_log_get_log_file(ZU_log_file_settings* settings);
 
 /* ---- Tracing and message formatting ------------------------------------------------------------------------- */
+/*
+ * Records of level ZU_LOG_TRACE with the name of a function: "->>: name()", "<<-: name()", "     name(): ". The results
+ * are the writer's.
+ */
+
+/* A function was entered, or is left; a null format says no more than that. */
+ZU_API uint32_t ZU_trace_enter(const ZU_wchar* function, const ZU_wchar* format, ...);
+ZU_API uint32_t ZU_trace_leave(const ZU_wchar* function, const ZU_wchar* format, ...);
+
+/* Something to tell in between. */
+ZU_API uint32_t ZU_trace(const ZU_wchar* function, const ZU_wchar* format, ...);
+
+/* Write a record whose text is a template with numbered inserts, as ZU_s_format_message takes it; one that cannot be
+   built gives an empty message. */
+ZU_API uint32_t ZU_log_format_message(uint32_t level, const ZU_wchar* format, ...);
+ZU_API uint32_t ZU_log_format_message_i(uint32_t level, const ZU_wchar* format, va_list arguments);
+ZU_API uint32_t ZU_log_format_message_another_file(uint32_t level, const ZU_log_file_settings* settings,
+                                                   const ZU_wchar* format, ...);
+ZU_API uint32_t ZU_log_format_message_another_file_i(uint32_t level, const ZU_log_file_settings* settings,
+                                                     const ZU_wchar* format, va_list arguments);
 
 /* ---- Calendar time and conversions -------------------------------------------------------------------------- */
 /*

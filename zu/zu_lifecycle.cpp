@@ -1,4 +1,5 @@
 // Library lifecycle and error text: counted start and stop, the identity of the build, texts of system codes.
+#include "zu/zu_log.h"
 #include "zu/zu_support.h"
 
 namespace {
@@ -40,11 +41,13 @@ void ZU_init() {
     platform::WSADATA record;
     if (platform::WSAStartup(socket_version_2_2, &record) != 0)
         platform::WSAStartup(socket_version_1_1, &record);
+    zu::log::start();
 }
 
 void ZU_shutdown() {
     if (--start_count != 0)
         return;
+    zu::log::stop();
     platform::WSACleanup();
 }
 

@@ -1,0 +1,333 @@
+// Logging inside one process: switches, hooks, filter, the form of a record on every output, traces and templates.
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/files.h"
+#include "support/process.h"
+#include "zu/zu.h"
+
+namespace {
+
+struct library {
+    library() { ZU_init(); }
+    ~library() { ZU_shutdown(); }
+};
+
+struct seen_record {
+    uint32_t level;
+    ZU_time_t time;
+    std::u16string prefix, message;
+};
+
+struct recorder {
+    std::vector<seen_record> records;
+    ZU_bool answer = 1;
+};
+
+ZU_bool record_hook(void* user_data, const ZU_log_record* record) {
+    auto* to = static_cast<recorder*>(user_data);
+    EXPECT_EQ(std::char_traits<char16_t>::length(record->prefix), record->prefix_length);
+    to->records.push_back({record->level, record->time, std::u16string(record->prefix, record->prefix_length),
+                           std::u16string(record->message, record->message_length)});
+    return to->answer;
+}
+
+// Only the hook of this scope sees records.
+struct hooked : recorder {
+    library started;
+    uint32_t outputs = ZU_log_set_output(ZU_LOG_OUT_HOOK);
+    uint32_t levels = ZU_log_set_level(0x3F);
+    hooked() { ZU_log_add_hook(record_hook, static_cast<recorder*>(this)); }
+    ~hooked() {
+        ZU_log_set_output(outputs);
+        ZU_log_set_level(levels);
+    }
+};
+
+uint32_t constant_filter(void* user_data, uint32_t, const ZU_log_record*) {
+    return *static_cast<uint32_t*>(user_data);
+}
+
+TEST(log_configuration, switches_outlast_a_stop_and_lists_do_not) {
+    EXPECT_EQ(ZU_log_get_level(), 0x38u);
+    EXPECT_EQ(ZU_log_get_output(), 0x1Au);
+    uint32_t to_nothing = 0;
+    recorder first, second;
+    {
+        library started;
+        EXPECT_EQ(ZU_log_set_level(0x3F), 0x38u);
+        ZU_log_del_level(0x21);
+        ZU_log_add_level(0x41);
+        ZU_log_set_output(0);
+        ZU_log_add_output(0xF02);
+        ZU_log_del_output(0x100);
+        EXPECT_TRUE(ZU_log_add_hook(record_hook, &first));
+        EXPECT_FALSE(ZU_log_add_hook(record_hook, &first));
+        EXPECT_TRUE(ZU_log_add_hook(record_hook, &second));
+        EXPECT_FALSE(ZU_log_del_hook(record_hook, &to_nothing));
+        EXPECT_EQ(ZU_log_get_hook_count(), 2);
+        ZU_log_set_filter(constant_filter, &to_nothing);
+        ZU_log_set_log_file_ex(u"C:\\x.log", 1, 2, 3, 4, nullptr, nullptr);
+    }
+    library again;
+    EXPECT_EQ(ZU_log_get_level(), 0x5Fu);
+    EXPECT_EQ(ZU_log_get_output(), 0xE02u);
+    EXPECT_EQ(ZU_log_get_hook_count(), 0);
+    ZU_log_file_settings settings;
+    ZU_log_get_log_file(&settings);
+    EXPECT_EQ(settings.file_name, nullptr);
+    EXPECT_EQ(settings.max_size + settings.generations + settings.encoding + settings.relative_to_exe_dir,
+              0u);
+    EXPECT_EQ(ZU_log_write(ZU_LOG_ALERT, u"held back by the filter that was kept"), 0u);
+    ZU_log_set_filter(nullptr, nullptr);
+    EXPECT_TRUE(ZU_log_add_hook(record_hook, &first));
+    EXPECT_TRUE(ZU_log_add_hook(record_hook, &second));
+    EXPECT_TRUE(ZU_log_del_hook(record_hook, &first));
+    EXPECT_EQ(ZU_log_clear_hook(), 1);
+    EXPECT_EQ(ZU_log_clear_hook(), 0);
+}
+
+TEST(log_configuration, the_settings_of_the_file_are_copied) {
+    library started;
+    std::u16string name = u"C:\\logs\\a.log";
+    ZU_log_set_log_file_ex(name.c_str(), 1, ZU_ENCODING_UTF8, 1000, 7, nullptr, nullptr);
+    name[3] = u'X';
+    ZU_log_file_settings settings;
+    ZU_log_get_log_file(&settings);
+    EXPECT_EQ(std::u16string(settings.file_name), u"C:\\logs\\a.log");
+    EXPECT_EQ(settings.relative_to_exe_dir, 1);
+    EXPECT_EQ(settings.encoding, 2u);
+    EXPECT_EQ(settings.max_size, 1000u);
+    EXPECT_EQ(settings.generations, 7u);
+    ZU_free(const_cast<ZU_wchar*>(settings.file_name));
+    ZU_log_set_log_file_ex(u"", 0, 0, 5, 0, nullptr, nullptr);
+    ZU_log_get_log_file(&settings);
+    EXPECT_EQ(settings.file_name, nullptr);
+    EXPECT_EQ(settings.max_size, 5u);
+}
+
+TEST(log_record, prefix_message_and_letters) {
+    hooked log;
+    const struct {
+        uint32_t level;
+        char16_t letter;
+    } rows[] = {{0x01, u'T'}, {0x02, u'D'}, {0x04, u'I'}, {0x08, u'W'},
+                {0x10, u'E'}, {0x20, u'A'}, {0x03, u'?'}, {0x41, u'?'}};
+    for (const auto& row : rows) {
+        log.records.clear();
+        ASSERT_EQ(ZU_log_write(row.level, u"%d %s", 42, u"words"), 0x04u);
+        const seen_record& seen = log.records.at(0);
+        EXPECT_EQ(seen.level, row.level);
+        EXPECT_EQ(seen.message, u"42 words");
+        ZU_wchar when[20];
+        ASSERT_TRUE(ZU_write_time_t(seen.time, when));
+        char tail[64];
+        std::snprintf(tail, sizeof tail, "|P:%5u|T:%5u|L:%c|O:Windows| ", ZU_get_current_process_id(),
+                      ZU_get_current_thread_id(), static_cast<char>(row.letter));
+        EXPECT_EQ(seen.prefix,
+                  u"|D:" + std::u16string(when) + std::u16string(tail, tail + std::strlen(tail)));
+    }
+    EXPECT_EQ(ZU_log_write(0x40, u"outside the mask"), 0u);
+    ZU_log_set_output(0);
+    EXPECT_EQ(ZU_log_write(0x01, u"no output"), 0u);
+}
+
+TEST(log_record, every_hook_is_called_in_order_and_one_answer_is_enough) {
+    hooked log;
+    recorder second, third;
+    log.answer = third.answer = 0;
+    ZU_log_add_hook(record_hook, &second);
+    ZU_log_add_hook(record_hook, &third);
+    EXPECT_EQ(ZU_log_write(1, u"x"), 0x04u);
+    EXPECT_EQ(log.records.size() + second.records.size() + third.records.size(), 3u);
+    second.answer = 0;
+    EXPECT_EQ(ZU_log_write(1, u"x"), 0u);
+    ZU_log_clear_hook();
+    EXPECT_EQ(ZU_log_write(1, u"x"), 0u);
+
+    uint32_t chosen = ZU_LOG_OUT_HOOK;
+    ZU_log_add_hook(record_hook, static_cast<recorder*>(&log));
+    log.answer = 1;
+    ZU_log_set_output(ZU_LOG_OUT_STDOUT);
+    ZU_log_set_filter(constant_filter, &chosen);
+    EXPECT_EQ(ZU_log_write(1, u"x"), 0x04u) << "the filter's outputs stand in place of the mask";
+    ZU_log_set_filter(nullptr, nullptr);
+}
+
+TEST(log_record, traces_and_templates) {
+    hooked log;
+    const std::u16string long_name(300, u'n');
+    ZU_trace_enter(u"f", nullptr);
+    ZU_trace_enter(u"f", u"%d", 1);
+    ZU_trace_leave(u"f", nullptr);
+    ZU_trace_leave(u"f", u"%s%%", u"100");
+    ZU_trace(u"f", u"at %s", u"%d is no format");
+    ZU_trace(long_name.c_str(), u"");
+    ZU_log_format_message(ZU_LOG_INFO, u"%2 before %1, %1%%", u"b", u"a");
+    ZU_log_format_message(ZU_LOG_INFO, u"%0");
+    const std::u16string expected[] = {u"->>: f()",
+                                       u"->>: f(): 1",
+                                       u"<<-: f()",
+                                       u"<<-: f(): 100%",
+                                       u"     f(): at %d is no format",
+                                       u"     " + long_name + u"(): ",
+                                       u"a before b, b%",
+                                       u""};
+    ASSERT_EQ(log.records.size(), std::size(expected));
+    for (size_t i = 0; i < std::size(expected); ++i)
+        EXPECT_EQ(log.records[i].message, expected[i]) << i;
+    ZU_log_set_level(0x38);
+    EXPECT_EQ(ZU_trace_enter(u"f", nullptr) + ZU_trace_leave(u"f", nullptr) + ZU_trace(u"f", u"x"), 0u);
+    EXPECT_EQ(ZU_log_format_message(ZU_LOG_INFO, u"%1", u"x"), 0u);
+}
+
+TEST(log_record, a_huge_message_is_whole_and_its_buffer_is_let_go) {
+    hooked log;
+    const std::u16string huge(2'000'000, u'h');
+    ASSERT_EQ(ZU_log_write(1, u"%s", huge.c_str()), 0x04u);
+    EXPECT_EQ(log.records.back().message, huge);
+    ASSERT_EQ(ZU_log_write(1, u"small"), 0x04u);
+    EXPECT_EQ(log.records.back().message, u"small");
+}
+
+TEST(log_streams, standard_error_comes_first_and_the_result_tells_what_was_taken) {
+    const zu_test::outcome both = zu_test::run_child([] {
+        library started;
+        ZU_log_set_level(0x3F);
+        dup2(STDOUT_FILENO, STDERR_FILENO); // one place, so that the order shows
+        ZU_log_set_output(ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT);
+        setvbuf(stdout, nullptr, _IOFBF, 4096);
+        const uint32_t taken = ZU_log_write(ZU_LOG_ALERT, u"50%% \u20ac \xD800 end");
+        std::printf("taken %u\n", taken);
+    });
+    const std::string line = "O:Windows| 50% \xE2\x82\xAC \xEF\xBF\xBD end\n";
+    const size_t first = both.output.find(line);
+    ASSERT_NE(first, std::string::npos) << both.output;
+    EXPECT_NE(both.output.find(line, first + 1), std::string::npos);
+    EXPECT_NE(both.output.find("taken 3\n"), std::string::npos);
+}
+
+TEST(log_streams, closed_streams_and_pipes_without_reader_cost_their_bit_only) {
+    for (bool pipe_without_reader : {false, true}) {
+        const zu_test::outcome outcome = zu_test::run_child([&] {
+            library started;
+            ZU_log_set_level(0x3F);
+            std::signal(SIGPIPE, SIG_DFL);
+            recorder hook;
+            ZU_log_add_hook(record_hook, &hook);
+            ZU_log_set_output(ZU_LOG_OUT_STDOUT | ZU_LOG_OUT_HOOK);
+            int ends[2];
+            if (pipe_without_reader && pipe(ends) == 0) {
+                dup2(ends[1], STDOUT_FILENO);
+                close(ends[0]);
+                close(ends[1]);
+            } else {
+                close(STDOUT_FILENO);
+            }
+            for (int i = 0; i < 3; ++i)
+                if (ZU_log_write(ZU_LOG_ALERT, u"to nobody") != ZU_LOG_OUT_HOOK)
+                    _exit(1);
+            _exit(hook.records.size() == 3 ? 0 : 2);
+        });
+        EXPECT_EQ(outcome.signal, 0);
+        EXPECT_EQ(outcome.exit_code, 0);
+    }
+}
+
+TEST(log_concurrency, hooks_and_filters_change_while_eight_threads_write) {
+    library started;
+    ZU_log_set_level(0x3F);
+    ZU_log_set_output(ZU_LOG_OUT_HOOK);
+    static std::atomic<int> inside{0}, calls{0};
+    const auto hook = [](void*, const ZU_log_record* record) -> ZU_bool {
+        EXPECT_EQ(inside.fetch_add(1), 0) << "one record at a time";
+        EXPECT_EQ(record->message[0], u'm');
+        ++calls;
+        inside.fetch_sub(1);
+        return 1;
+    };
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> writers;
+    for (int i = 0; i < 8; ++i)
+        writers.emplace_back([&] {
+            while (!stop)
+                ZU_log_write(ZU_LOG_INFO, u"m%d", 1);
+        });
+    uint32_t all = 0xFF & ~ZU_LOG_OUT_STDERR & ~ZU_LOG_OUT_STDOUT & ~ZU_LOG_OUT_DEBUGGER;
+    for (int i = 0; i < 500; ++i) {
+        ZU_log_add_hook(hook, nullptr);
+        ZU_log_set_filter(constant_filter, &all);
+        ZU_log_add_hook(hook, &all);
+        ZU_log_set_filter(nullptr, nullptr);
+        ZU_log_del_hook(hook, nullptr);
+        ZU_log_clear_hook();
+    }
+    ZU_log_add_hook(hook, nullptr);
+    while (calls == 0)
+        std::this_thread::yield();
+    stop = true;
+    for (std::thread& writer : writers)
+        writer.join();
+    EXPECT_EQ(ZU_log_clear_hook(), 1);
+}
+
+// A listener on the debugger's socket, in a runtime directory of its own.
+struct debug_listener {
+    zu_test::file_place place;
+    int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+
+    debug_listener() {
+        setenv("XDG_RUNTIME_DIR", place.host_path().c_str(), 1);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::snprintf(address.sun_path, sizeof address.sun_path, "%s/zu-debug", place.host_path().c_str());
+        EXPECT_EQ(bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~debug_listener() { close(socket); }
+
+    std::string next() {
+        char block[1 << 16];
+        const ssize_t size = recv(socket, block, sizeof block, MSG_DONTWAIT);
+        return size < 0 ? "<nothing>" : std::string(block, static_cast<size_t>(size));
+    }
+};
+
+TEST(log_debugger, one_datagram_a_line_cut_between_characters_and_never_in_the_result) {
+    debug_listener listener;
+    library started;
+    ZU_log_set_level(0x3F);
+    ZU_log_set_output(ZU_LOG_OUT_DEBUGGER);
+    SetLastError(77);
+    EXPECT_EQ(ZU_log_write(ZU_LOG_ALERT, u"gr\u00fc\u00df"), 0u);
+    EXPECT_EQ(GetLastError(), 77u);
+    const std::string line = listener.next();
+    EXPECT_EQ(line.substr(line.size() - 8), " gr\xC3\xBC\xC3\x9F\n");
+    const std::u16string wide(40'000, u'\u20ac');
+    ZU_log_write(ZU_LOG_ALERT, u"%s", wide.c_str());
+    const std::string cut = listener.next();
+    EXPECT_GT(cut.size(), 32u * 1024 - 3);
+    EXPECT_LE(cut.size(), 32u * 1024);
+    EXPECT_EQ(cut.substr(cut.size() - 3), "\xE2\x82\xAC");
+}
+
+TEST(log_debugger, a_listener_that_never_reads_delays_nobody) {
+    debug_listener listener;
+    library started;
+    ZU_log_set_level(0x3F);
+    ZU_log_set_output(ZU_LOG_OUT_DEBUGGER);
+    for (int i = 0; i < 5000; ++i)
+        ZU_log_write(ZU_LOG_ALERT, u"%d", i);
+    EXPECT_NE(listener.next(), "<nothing>") << "the first lines wait in the socket";
+}
+
+} // namespace

@@ -1,0 +1,59 @@
+// Inside logging: the one process-wide state, and the pieces that its sources hand one another.
+#pragma once
+
+#include <atomic>
+
+#include "zu/zu_support.h"
+
+namespace zu::log {
+
+struct hook_node {
+    hook_node* next;
+    hook_node* previous;
+    ZU_log_hook function;
+    void* user_data;
+};
+
+// The main lock guards all but the three words that are read without it, and the locks themselves. The another-file
+// lock serialises the writes to another file among themselves; whoever takes both takes it first.
+struct module_state {
+    // Relaxed access is enough: each is a switch of its own that publishes nothing else.
+    std::atomic<uint32_t> level_mask{ZU_LOG_WARNING | ZU_LOG_ERROR | ZU_LOG_ALERT};
+    std::atomic<uint32_t> output_mask{ZU_LOG_OUT_STDOUT | ZU_LOG_OUT_DEBUGGER | ZU_LOG_OUT_FILE};
+    ZU_log_filter filter = nullptr;
+    void* filter_user_data = nullptr;
+    hook_node hooks{}; // the sentinel of a ring
+    std::atomic<int32_t> hook_count{0};
+    ZU_log_file_settings default_file{}; // owns its file name
+    ZU_wchar* exe_directory = nullptr;   // without its last backslash
+    ZU_s prefix = nullptr;
+    ZU_s message = nullptr;
+    ZU_lock_thread main_lock{};
+    ZU_lock_thread another_file_lock{};
+    uint32_t start_count = 0;
+};
+
+extern module_state module;
+
+inline uint32_t level_mask() {
+    return module.level_mask.load(std::memory_order_relaxed);
+}
+
+inline uint32_t output_mask() {
+    return module.output_mask.load(std::memory_order_relaxed);
+}
+
+// Whether a record of this level can reach any output: two unlocked reads.
+inline bool is_wanted(uint32_t level) {
+    return (level & level_mask()) != 0 && output_mask() != 0;
+}
+
+// Called by ZU_init and ZU_shutdown, counted.
+void start();
+void stop();
+
+// Appends one line to the file that the settings describe; true when the whole line was written. The main lock is
+// held.
+bool write_to_file(const ZU_log_file_settings& settings, text_view prefix, text_view message);
+
+} // namespace zu::log
