@@ -15,6 +15,7 @@
 namespace platform {
 
 using ::BOOL;
+using ::BYTE;
 using ::DWORD;
 using ::FILETIME;
 using ::HANDLE;
@@ -38,6 +39,7 @@ using ::WideCharToMultiByte;
 using ::_snwprintf;
 using ::_vsnwprintf;
 using ::_wtoi;
+using ::lstrcmpiW;
 
 using ::CRITICAL_SECTION;
 using ::DeleteCriticalSection;
@@ -103,6 +105,19 @@ using ::SID_IDENTIFIER_AUTHORITY;
 
 using ::GetComputerNameW;
 using ::SOCKET;
+using ::FARPROC;
+using ::FreeLibrary;
+using ::GetProcAddress;
+using ::GetVersionExW;
+using ::HKEY;
+using ::HMODULE;
+using ::LoadLibraryExW;
+using ::OSVERSIONINFOEXW;
+using ::OSVERSIONINFOW;
+using ::RegCloseKey;
+using ::RegOpenKeyExW;
+using ::RegQueryValueExW;
+
 using ::WSACleanup;
 using ::WSAStartup;
 using ::__WSAFDIsSet;

@@ -1518,6 +1518,18 @@ ZU_API ZU_bool ZU_trans_recv(ZU_trans* transport, void* buffer, uint32_t capacit
 ZU_API void ZU_trans_destroy(ZU_trans* transport);
 
 /* ---- Registry reads ----------------------------------------------------------------------------------------- */
+/*
+ * One value of a key below a root (HKEY_LOCAL_MACHINE, or any open key). Keys and names are blind to case; a null or
+ * empty name is the key's default value. Last-error codes: 2 for a missing key or value and for one of another type, 5
+ * when the registry may not be read, 6 for a bad root, 161 for a subkey that begins with a backslash. Any thread.
+ */
+
+/* The text of a REG_SZ or REG_EXPAND_SZ value, references to the environment not expanded, in new memory; null on
+   failure. */
+ZU_API ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name);
+
+/* The number of a REG_DWORD value; false and 0 at *value on failure, 234 for a value of more than four bytes. */
+ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name, uint32_t* value);
 
 /* ---- Service control ---------------------------------------------------------------------------------------- */
 
@@ -1526,8 +1538,36 @@ ZU_API void ZU_trans_destroy(ZU_trans* transport);
 /* ---- Password validation ------------------------------------------------------------------------------------ */
 
 /* ---- Operating-system description --------------------------------------------------------------------------- */
+/*
+ * One line for logs and reports: product, edition, service pack and build number; here the distribution, its kernel and
+ * the kernel's build number. Any thread.
+ */
+
+/* Makes the string the description. On failure the string is destroyed, and the code is that of the platform. */
+ZU_API ZU_bool ZU_get_os_desc_ex(ZU_s* description);
+
+/* The description in new memory; null on failure. */
+ZU_API ZU_wchar* ZU_get_os_desc(void);
 
 /* ---- Dynamic library loading -------------------------------------------------------------------------------- */
+/*
+ * Libraries are counted: each load wants an unload. Any thread.
+ */
+
+/*
+ * Loads a library. A path with a folder is looked up as every path, and what the library depends on is searched in its
+ * folder first; a bare name is searched beside the executable, then where the system keeps its libraries. Without an
+ * extension the system's own is added, unless a dot ends the name. Null on failure: 126 not found or not to be
+ * loaded, 193 not a library, 5 no right to read it, 87 null.
+ */
+ZU_API HMODULE ZU_dll_load(const ZU_wchar* path);
+
+/* Takes a load back. True for null, where there is nothing to do; false, code 126, for what is not loaded. */
+ZU_API ZU_bool ZU_dll_unload(HMODULE module);
+
+/* The address of what the library exports under a narrow name, case counting; null and code 127 when it exports no such
+   name. A null module is the program itself. */
+ZU_API void* ZU_dll_get_proc(HMODULE module, const char* name);
 
 #ifdef __cplusplus
 }

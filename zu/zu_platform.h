@@ -106,6 +106,18 @@ typedef struct ZU_tm {
     int32_t tm_isdst; /* positive: daylight saving; 0: standard time; negative: to be found out */
 } ZU_tm;
 
+/* ---- Registry keys and modules ------------------------------------------------------------------------------ */
+
+typedef struct HKEY__* HKEY;
+typedef struct HINSTANCE__* HMODULE;
+
+/* The predefined keys: always open, never to be closed. */
+#define HKEY_CLASSES_ROOT   ((HKEY)(intptr_t)(int32_t)0x80000000u)
+#define HKEY_CURRENT_USER   ((HKEY)(intptr_t)(int32_t)0x80000001u)
+#define HKEY_LOCAL_MACHINE  ((HKEY)(intptr_t)(int32_t)0x80000002u)
+#define HKEY_USERS          ((HKEY)(intptr_t)(int32_t)0x80000003u)
+#define HKEY_CURRENT_CONFIG ((HKEY)(intptr_t)(int32_t)0x80000005u)
+
 /* ---- Last-error codes --------------------------------------------------------------------------------------- */
 
 #define ERROR_SUCCESS                           0

@@ -11,7 +11,7 @@
 
 namespace platform {
 
-using HMODULE = void*;
+using ::HMODULE;
 using ::WIN32_FIND_DATAW;
 
 // INVALID_HANDLE_VALUE on failure. Sets 0, or 183 when CREATE_ALWAYS or OPEN_ALWAYS met an existing file. The share

@@ -19,6 +19,9 @@ int _snwprintf(WCHAR* out, size_t count, const WCHAR* format, ...);
 // White space, one sign, decimal digits; saturates at the ends of the 32-bit range.
 int _wtoi(const WCHAR* text);
 
+// Which text comes first when case does not count: below 0, 0 or above 0. Null comes before every text.
+int lstrcmpiW(const WCHAR* text, const WCHAR* other);
+
 // While one lives, writing to a stream whose reader is gone fails instead of ending the process.
 class quiet_pipes {
 public:

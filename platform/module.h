@@ -1,0 +1,28 @@
+// Inside the layer: what the loading of dynamic libraries is made of.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/api/system.h"
+
+namespace platform {
+
+// A module that the layer provides itself, under a name that families load. Case does not count in it.
+struct built_in_module {
+    struct entry_point {
+        const char* name;
+        FARPROC address;
+    };
+    const WCHAR* name;
+    const entry_point* entry_points;
+    size_t count;
+};
+
+extern const built_in_module* const built_in_modules[]; // ended by null
+
+// What a file of the host is to the loader: 0, or why it cannot be a library: missing (126), a directory or not
+// readable (5), something else or for another machine (193). Fills in the libraries that it wants, in its order.
+DWORD inspect_library(const char* path, std::vector<std::string>& needed);
+
+} // namespace platform

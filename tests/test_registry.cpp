@@ -1,0 +1,289 @@
+// The registry file in all its spellings, the calls over it, and the two reads of the library.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/files.h"
+#include "zu/zu.h"
+
+namespace {
+
+using zu_test::wide;
+
+class registry : public testing::Test {
+protected:
+    static std::string file() { return std::string(std::getenv("ZU_HOST")) + "/registry.reg"; }
+
+    static void write(const std::string& bytes, const std::string& path = file()) {
+        FILE* stream = std::fopen(path.c_str(), "we");
+        ASSERT_TRUE(stream);
+        ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), stream), bytes.size());
+        ASSERT_EQ(std::fclose(stream), 0);
+    }
+
+    // "1:61 00" is the value's type and its bytes; otherwise the code.
+    static std::string value(const std::u16string& path, const ZU_wchar* name) {
+        HKEY key;
+        int32_t code = platform::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_QUERY_VALUE, &key);
+        if (code)
+            return "key " + std::to_string(code);
+        uint32_t type = 99, size = 0;
+        code = platform::RegQueryValueExW(key, name, nullptr, &type, nullptr, &size);
+        std::vector<uint8_t> data(size + 1);
+        if (!code)
+            code = platform::RegQueryValueExW(key, name, nullptr, &type, data.data(), &size);
+        EXPECT_EQ(platform::RegCloseKey(key), 0);
+        if (code)
+            return std::to_string(code);
+        std::string text = std::to_string(type) + ":";
+        for (uint32_t i = 0; i < size; ++i) {
+            char byte[4];
+            std::snprintf(byte, sizeof byte, i ? " %02x" : "%02x", data[i]);
+            text += byte;
+        }
+        return text;
+    }
+
+    static std::u16string text(const std::u16string& path, const ZU_wchar* name = nullptr) {
+        ZU_wchar* got = ZU_registry_get_str(HKEY_LOCAL_MACHINE, path.c_str(), name);
+        std::u16string copy = got ? got : u"<" + wide(std::to_string(GetLastError())) + u">";
+        ZU_free(got);
+        return copy;
+    }
+
+    zu_test::file_place place;
+};
+
+const char sample[] = "Windows Registry Editor Version 5.00\r\n\r\n"
+                      "; a comment\r\n"
+                      "[HKEY_LOCAL_MACHINE\\Software\\Zu]\r\n"
+                      "@=\"default\"\r\n"
+                      "\"Path\"=\"C:\\\\dir \\\"x\\\" C:\\new \xC3\xA4\"\r\n"
+                      "\"lines\"=\"one\r\ntwo\" ; and a comment\r\n"
+                      "\"empty\"=\"\"\r\n"
+                      "\"number\"=dword:0000002A\r\n"
+                      "\"binary\"=hex:01,ff,\\\r\n  02,\\\r\n  a\r\n"
+                      "\"none\"=hex(0):\r\n"
+                      "\"expand\"=hex(2):25,00,41,00,25,00,00,00\r\n"
+                      "\"raw\"=hex(1):61,00,62\r\n"
+                      "\"multi\"=hex(7):61,00,00,00,00,00\r\n"
+                      "\"quad\"=hex(b):01,00,00,00,00,00,00,80\r\n"
+                      "\"eq=\\\\\"=dword:1\r\n"
+                      "\"gone\"=dword:1\r\n\"GONE\"=-\r\n"
+                      "  \"twice\" = dword:1\r\n\"Twice\"=dword:00000002\r\n"
+                      "[HKEY_LOCAL_MACHINE\\Software\\Old\\Deep]\r\n\"x\"=dword:1\r\n"
+                      "[-hkey_local_machine\\software\\OLD]\r\n"
+                      "[HKEY_LOCAL_MACHINE\\SOFTWARE\\ZU\\\xC3\x84rger ]x]\r\n\"x\"=dword:3";
+
+void expect_sample(const std::function<std::string(const std::u16string&, const ZU_wchar*)>& value) {
+    const struct {
+        const ZU_wchar* name;
+        const char* expected;
+    } rows[] = {
+        {nullptr, "1:64 00 65 00 66 00 61 00 75 00 6c 00 74 00 00 00"},
+        {u"", "1:64 00 65 00 66 00 61 00 75 00 6c 00 74 00 00 00"},
+        {u"pAtH",
+         "1:43 00 3a 00 5c 00 64 00 69 00 72 00 20 00 22 00 78 00 22 00 20 00 43 00 3a 00 5c 00 6e 00 65 "
+         "00 77 00 20 00 e4 00 00 00"},
+        {u"lines", "1:6f 00 6e 00 65 00 0d 00 0a 00 74 00 77 00 6f 00 00 00"},
+        {u"empty", "1:00 00"},
+        {u"number", "4:2a 00 00 00"},
+        {u"binary", "3:01 ff 02 0a"},
+        {u"none", "0:"},
+        {u"expand", "2:25 00 41 00 25 00 00 00"},
+        {u"raw", "1:61 00 62"},
+        {u"multi", "7:61 00 00 00 00 00"},
+        {u"quad", "11:01 00 00 00 00 00 00 80"},
+        {u"eq=\\", "4:01 00 00 00"},
+        {u"gone", "2"},
+        {u"TWICE", "4:02 00 00 00"},
+        {u"missing", "2"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(value(u"software\\zu", row.name), row.expected)
+            << (row.name ? zu_test::narrow(row.name) : "null");
+    EXPECT_EQ(value(u"Software\\Old", u"x"), "key 2");
+    EXPECT_EQ(value(u"Software\\Old\\Deep", u"x"), "key 2");
+    EXPECT_EQ(value(u"SOFTWARE\\\\Zu\\\u00e4RGER ]x\\", u"x"), "4:03 00 00 00");
+}
+
+TEST_F(registry, is_read_in_every_encoding) {
+    std::string little = "\xFF\xFE", big = "\xFE\xFF";
+    for (const char16_t unit : wide(sample)) {
+        little += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
+        big += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
+    }
+    for (const std::string& bytes :
+         {std::string(sample), "\xEF\xBB\xBF" + std::string(sample), little, big}) {
+        write(bytes);
+        expect_sample(value);
+    }
+}
+
+TEST_F(registry, a_line_that_means_nothing_is_skipped) {
+    for (const char* line : {"\"a\"=\"unclosed", "\"a\"=dword:", "\"a\"=dword:1g", "\"a\"=dword:123456789",
+                             "\"a\"=hex(:00", "\"a\"=hex:0g", "\"a\"=hex:1 2", "\"a\"=\"x\" y", "\"a\"",
+                             "\"a\"=", "\"a", "a=\"x\"", "@", "\xFF\xC0", "=-", "\"a\"=-x"}) {
+        write(std::string("[HKEY_LOCAL_MACHINE\\k]\n") + line + "\n\"b\"=dword:1\n@=\"after\"");
+        EXPECT_EQ(value(u"k", u"a"), "2") << line;
+        EXPECT_EQ(value(u"k", u"b"), "4:01 00 00 00") << line;
+        EXPECT_EQ(text(u"k"), u"after") << line;
+    }
+    write(
+        "@=\"a\"\n[HKEY_LOCAL_MACHINE\\k]\n@=\"b\"\n[HKEY_LOCAL_MACHINE\\unclosed\n@=\"c\"\n[]\n@=\"d\"\n[HKEY_LOCAL_MACHINE\\"
+        + std::string(256, 'x') + "]\n@=\"e\"\n[HKEY_LOCAL_MACHINE" +
+        [] {
+            std::string deep;
+            for (int i = 0; i < 100000; ++i)
+                deep += "\\a";
+            return deep;
+        }()
+        + "]\n");
+    EXPECT_EQ(text(u"k"), u"b") << "values after a line that names no key belong to none";
+}
+
+TEST_F(registry, calls_give_the_platforms_codes) {
+    write(
+        "[HKEY_LOCAL_MACHINE\\k]\n\"n\"=dword:7\n\"t\"=\"abc\"\n\"short\"=hex(4):01,02\n\"unended\"=hex(1):61,00\n");
+    SetLastError(77);
+    HKEY key = HKEY_USERS;
+    for (const intptr_t root : {0x0, -1, 4, 0x1000, -0x7FFFFFFA})
+        EXPECT_EQ(platform::RegOpenKeyExW(reinterpret_cast<HKEY>(root), u"k", 0, 1, &key), 6) << root;
+    EXPECT_EQ(key, nullptr);
+    const struct {
+        const ZU_wchar* path;
+        int32_t code;
+    } paths[] = {{u"\\k", 161}, {u"nosuch", 2}, {u"nosuch\\k", 2}, {u"k/n", 2},
+                 {u"K\\\\", 0}, {u"", 0},       {nullptr, 0}};
+    for (const auto& row : paths) {
+        EXPECT_EQ(platform::RegOpenKeyExW(HKEY_LOCAL_MACHINE, row.path, 0, 1, &key), row.code);
+        EXPECT_EQ(platform::RegCloseKey(key), row.code ? 6 : 0);
+    }
+    EXPECT_EQ(platform::RegCloseKey(key), 6) << "closed already";
+    EXPECT_EQ(platform::RegCloseKey(HKEY_LOCAL_MACHINE), 0);
+
+    HKEY parent, blind;
+    ASSERT_EQ(platform::RegOpenKeyExW(HKEY_LOCAL_MACHINE, u"", 0, 1, &parent), 0);
+    ASSERT_EQ(platform::RegOpenKeyExW(parent, u"k", 0, 0, &blind), 0);
+    ASSERT_EQ(platform::RegOpenKeyExW(parent, u"k", 0, 1, &key), 0);
+    uint32_t type = 99, size = 3;
+    uint8_t data[12];
+    std::memset(data, 0xAA, sizeof data);
+    EXPECT_EQ(platform::RegQueryValueExW(blind, u"n", nullptr, &type, data, &size), 5);
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, &type, data, nullptr), 87);
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"nosuch", nullptr, &type, data, &size), 2);
+    EXPECT_TRUE(type == 99 && size == 3);
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, &type, data, &size), 234);
+    EXPECT_TRUE(type == 4 && size == 4 && data[0] == 0xAA);
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, nullptr, nullptr, nullptr), 0);
+    size = sizeof data;
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"unended", nullptr, nullptr, data, &size), 0);
+    EXPECT_EQ(size, 2u);
+    EXPECT_EQ(std::memcmp(data, "a\0\0\0\xAA", 5), 0) << "a terminator is added where there is room";
+    size = 4;
+    std::memset(data, 0xAA, sizeof data);
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"short", nullptr, nullptr, data, &size), 0);
+    EXPECT_EQ(std::memcmp(data, "\1\2\xAA\xAA", 4), 0);
+    write("");
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, &type, data, &size), 1018) << "the key is gone";
+    EXPECT_EQ(platform::RegQueryValueExW(parent, u"n", nullptr, &type, data, &size), 2) << "a root never is";
+    for (const HKEY open : {parent, blind, key})
+        EXPECT_EQ(platform::RegCloseKey(open), 0);
+    EXPECT_EQ(GetLastError(), 77u);
+}
+
+TEST_F(registry, texts_and_numbers) {
+    const std::string ten(10, 'x'), eleven(11, 'y'), long_text(1 << 20, 'z');
+    write("[HKEY_LOCAL_MACHINE\\k]\n\"ten\"=\"" + ten + "\"\n\"eleven\"=\"" + eleven + "\"\n\"long\"=\""
+          + long_text
+          + "\"\n\"number\"=dword:fffffffe\n\"four\"=hex:01,02,03,04\n\"quad\"=hex(b):1,2,3,4,5,6,7,8\n"
+            "\"expand\"=hex(2):25,00,00,00\n\"odd\"=hex(1):61,00,62\n\"nothing\"=hex(1):\n\"t\"=\"\"\n");
+    const struct {
+        const ZU_wchar* name;
+        std::u16string text;
+        uint32_t number_code;
+    } rows[] = {{u"ten", wide(ten), 2}, {u"ELEVEN", wide(eleven), 2}, {u"long", wide(long_text), 2},
+                {u"number", u"<2>", 0}, {u"four", u"<2>", 2},         {u"quad", u"<2>", 234},
+                {u"expand", u"%", 2},   {u"odd", u"ab", 2},           {u"nothing", u"", 2},
+                {u"t", u"", 2},         {u"missing", u"<2>", 2}};
+    for (const auto& row : rows) {
+        EXPECT_TRUE(text(u"k", row.name) == row.text) << zu_test::narrow(row.name);
+        uint32_t number = 7;
+        SetLastError(0);
+        EXPECT_EQ(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"k", row.name, &number), row.number_code == 0);
+        EXPECT_EQ(number, row.number_code == 0 ? 0xFFFFFFFEu : 0u);
+        EXPECT_EQ(GetLastError(), row.number_code) << zu_test::narrow(row.name);
+    }
+    uint32_t number = 7;
+    EXPECT_FALSE(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"nosuch", u"t", &number));
+    EXPECT_EQ(number, 0u);
+    EXPECT_FALSE(ZU_registry_get_uint32(nullptr, u"k", u"number", &number));
+    EXPECT_EQ(GetLastError(), 6u);
+}
+
+TEST_F(registry, a_changed_file_is_seen_at_once) {
+    EXPECT_EQ(text(u"k"), u"<2>") << "no file is an empty registry";
+    const timespec past[] = {{1000, 0}, {1000, 0}};
+    const auto write_number = [&](int number) {
+        write("[HKEY_LOCAL_MACHINE\\k]\n@=\"" + std::to_string(number) + "\"");
+        utimensat(AT_FDCWD, file().c_str(), past, 0); // the same size and times of writing
+        EXPECT_EQ(text(u"k"), wide(std::to_string(number)));
+    };
+    for (int number = 100; number < 300; ++number)
+        write_number(number);
+    sleep(4); // until it has settled and is kept
+    EXPECT_EQ(text(u"k"), u"299");
+    EXPECT_EQ(text(u"k"), u"299");
+    write_number(300);
+    unlink(file().c_str());
+    EXPECT_EQ(text(u"k"), u"<2>");
+    mkdir(file().c_str(), 0755);
+    EXPECT_EQ(text(u"k"), u"<5>");
+}
+
+TEST_F(registry, a_file_that_may_not_be_read_refuses) {
+    write("[HKEY_LOCAL_MACHINE\\k]\n@=\"x\"");
+    chmod(file().c_str(), 0);
+    const zu_test::outcome child = zu_test::run_as_ordinary_user([] { _exit(text(u"k") == u"<5>" ? 0 : 1); });
+    EXPECT_EQ(child.exit_code, 0);
+}
+
+TEST_F(registry, threads_read_whole_states_while_it_is_replaced) {
+    std::atomic<bool> stop{false};
+    const auto replace = [&](int number) {
+        const std::string n = std::to_string(number), fresh = file() + ".new";
+        write("[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"" + n + "\"\n" + std::string(20000, '\n') + "\"b\"=\"" + n
+                  + "\"",
+              fresh);
+        EXPECT_EQ(rename(fresh.c_str(), file().c_str()), 0);
+    };
+    replace(0);
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back([&] {
+            while (!stop) {
+                const std::u16string a = text(u"k", u"a"), b = text(u"k", u"b");
+                ASSERT_LE(std::stoi(zu_test::narrow(a)), std::stoi(zu_test::narrow(b)));
+            }
+        });
+    }
+    for (int number = 1; number < 100; ++number)
+        replace(number);
+    stop = true;
+    for (std::thread& reader : readers)
+        reader.join();
+}
+
+} // namespace

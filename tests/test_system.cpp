@@ -1,0 +1,287 @@
+// The operating-system description, for systems that nobody here owns, and dynamic libraries.
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/files.h"
+#include "zu/zu_os_desc.h"
+
+namespace {
+
+using platform::OSVERSIONINFOEXW;
+using zu_test::wide;
+
+std::string narrow_view(ZU_s text) {
+    return zu_test::narrow(ZU_s_text(text));
+}
+
+OSVERSIONINFOEXW version_of(uint32_t id, uint32_t major, uint32_t minor, uint8_t product, uint16_t suite,
+                            const std::string& service_pack, uint32_t build) {
+    OSVERSIONINFOEXW version{};
+    version.dwPlatformId = id;
+    version.dwMajorVersion = major;
+    version.dwMinorVersion = minor;
+    version.dwBuildNumber = build;
+    version.wProductType = product;
+    version.wSuiteMask = suite;
+    const std::u16string text = wide(service_pack);
+    std::copy(text.begin(), text.end(), version.szCSDVersion);
+    return version;
+}
+
+std::string described(const OSVERSIONINFOEXW& version, bool is_extended = true) {
+    ZU_s text = nullptr;
+    const bool done = zu::describe_version(version, is_extended, &text);
+    const std::string copy = done ? narrow_view(text) : "failed " + std::to_string(GetLastError());
+    ZU_s_destroy(&text);
+    return copy;
+}
+
+void write_registry(const std::string& lines) {
+    const std::string path = std::string(std::getenv("ZU_HOST")) + "/registry.reg";
+    FILE* stream = std::fopen(path.c_str(), "we");
+    ASSERT_TRUE(stream);
+    std::fputs(lines.c_str(), stream);
+    std::fclose(stream);
+}
+
+TEST(description, follows_the_table) {
+    const zu_test::file_place place; // with a registry of its own
+    constexpr uint16_t enterprise = 0x2, datacenter = 0x80, personal = 0x200, blade = 0x400;
+    const struct {
+        uint32_t id, major, minor;
+        uint8_t product; // 1 workstation, 2 domain controller, 3 server
+        uint16_t suite;
+        const char *service_pack, *text;
+    } rows[] = {
+        // clang-format off
+        {0, 3, 1, 0, 0, "", "Microsoft Win32s"},
+        {3, 5, 1, 1, 0, "x", "Microsoft Windows (Unknown Version)"},
+        {1, 4, 0, 0, 0, "", "Microsoft Windows 95"},
+        {1, 4, 0, 0, 0, " B", "Microsoft Windows 95 OSR2"},
+        {1, 4, 0, 0, 0, " C", "Microsoft Windows 95 OSR2"},
+        {1, 4, 0, 0, 0, "B", "Microsoft Windows 95"},
+        {1, 4, 10, 0, 0, "", "Microsoft Windows 98"},
+        {1, 4, 10, 0, 0, " A", "Microsoft Windows 98 SE"},
+        {1, 4, 90, 0, 0, " A", "Microsoft Windows Millennium Edition"},
+        {1, 4, 91, 0, 0, " A", ""},
+        {1, 3, 10, 0, 0, " A", ""},
+        {2, 5, 1, 1, 0, "Service Pack 2", "Microsoft Windows XP Professional Service Pack 2 (Build 2600)"},
+        {2, 5, 1, 1, personal, "", "Microsoft Windows XP Home Edition  (Build 2600)"},
+        {2, 5, 0, 1, blade, "SP", "Microsoft Windows 2000 Professional SP (Build 2600)"},
+        {2, 4, 0, 1, personal, "SP", "Microsoft Windows NT Workstation 4.0 SP (Build 2600)"},
+        {2, 3, 51, 1, 0, "SP", "Microsoft Windows NT Professional SP (Build 2600)"},
+        {2, 5, 2, 3, datacenter | enterprise | blade, "SP",
+         "Microsoft Windows Server 2003, Datacenter Edition SP (Build 2600)"},
+        {2, 5, 2, 2, enterprise | blade, "SP", "Microsoft Windows Server 2003, Enterprise Edition SP (Build 2600)"},
+        {2, 5, 2, 3, blade, "SP", "Microsoft Windows Server 2003, Web Edition SP (Build 2600)"},
+        {2, 5, 2, 3, blade | personal, "SP", "Microsoft Windows Server 2003, Standard Edition SP (Build 2600)"},
+        {2, 5, 2, 3, 0, "SP", "Microsoft Windows Server 2003, Standard Edition SP (Build 2600)"},
+        {2, 5, 2, 1, 0, "SP", "Microsoft Windows Server 2003, Professional SP (Build 2600)"},
+        {2, 5, 0, 3, datacenter | enterprise, "SP", "Microsoft Windows 2000 Datacenter Server SP (Build 2600)"},
+        {2, 5, 0, 2, enterprise, "SP", "Microsoft Windows 2000 Advanced Server SP (Build 2600)"},
+        {2, 5, 0, 3, blade, "SP", "Microsoft Windows 2000 Server SP (Build 2600)"},
+        {2, 4, 0, 3, enterprise, "SP", "Microsoft Windows NT Server 4.0, Enterprise Edition SP (Build 2600)"},
+        {2, 5, 1, 3, datacenter, "SP", "Microsoft Windows XP Server 4.0 SP (Build 2600)"},
+        {2, 6, 0, 1, 0, "SP", "Professional SP (Build 2600)"},
+        {2, 6, 1, 3, enterprise, "SP", "Server 4.0, Enterprise Edition SP (Build 2600)"},
+        {2, 5, 3, 1, personal, "SP", "Home Edition SP (Build 2600)"},
+        {2, 5, 1, 4, personal, "SP", "Microsoft Windows XP SP (Build 2600)"},
+        {2, 10, 0, 0, 0, "Plain 1", "Plain 1 (Build 2600)"},
+        {2, 4, 0, 3, 0, "Service Pack 6", "Microsoft Windows NT Server 4.0 Service Pack 6 (Build 2600)"},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(described(version_of(row.id, row.major, row.minor, row.product, row.suite, row.service_pack,
+                                       0x0A280A28)),
+                  row.text);
+    }
+    write_registry(
+        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Hotfix\\Q246009]\n");
+    EXPECT_EQ(described(version_of(2, 4, 0, 1, 0, "SERVICE PACK 6", 1381)),
+              "Microsoft Windows NT Workstation 4.0 Service Pack 6a (Build 1381)");
+    EXPECT_EQ(described(version_of(2, 4, 0, 1, 0, "Service Pack 6.", 1381)),
+              "Microsoft Windows NT Workstation 4.0 Service Pack 6. (Build 1381)");
+    EXPECT_EQ(described(version_of(2, 5, 0, 1, 0, "Service Pack 6", 1381)),
+              "Microsoft Windows 2000 Professional Service Pack 6 (Build 1381)");
+}
+
+TEST(description, without_the_extended_record_asks_the_registry) {
+    const zu_test::file_place place;
+    const OSVERSIONINFOEXW version = version_of(2, 4, 0, 3, 2, "SP", 1381);
+    const std::string key = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\ProductOptions]\n";
+    const struct {
+        std::string registry;
+        const char* text;
+    } rows[] = {
+        {"", "failed 2"},
+        {key, "failed 2"},
+        {key + "\"ProductType\"=\"WinNT\"", "Microsoft Windows NT Workstation 4.0 SP (Build 1381)"},
+        {key + "\"ProductType\"=\"lanmannt\"", "Microsoft Windows NT Server 4.0 SP (Build 1381)"},
+        {key + "\"ProductType\"=\"SERVERNT\"", "Microsoft Windows NT Advanced Server 4.0 SP (Build 1381)"},
+        {key + "\"ProductType\"=\"other\"", "Microsoft Windows NT 4.0 SP (Build 1381)"},
+        {key + "\"ProductType\"=\"" + std::string(79, 'x') + "\"",
+         "Microsoft Windows NT 4.0 SP (Build 1381)"},
+        {key + "\"ProductType\"=\"" + std::string(80, 'x') + "\"", "failed 234"},
+    };
+    for (const auto& row : rows) {
+        write_registry(row.registry);
+        EXPECT_EQ(described(version, false), row.text) << row.registry;
+    }
+    EXPECT_EQ(described(version_of(1, 4, 0, 0, 0, "", 0), false), "Microsoft Windows 95");
+}
+
+TEST(description, of_this_system) {
+    utsname kernel;
+    uname(&kernel);
+    ZU_s text = nullptr;
+    ZU_s_insert(&text, 0, u"replaced");
+    ASSERT_TRUE(ZU_get_os_desc_ex(&text));
+    const std::string line = narrow_view(text);
+    EXPECT_NE(line.find(std::string("Linux ") + kernel.release + " (Build "), std::string::npos) << line;
+    EXPECT_EQ(line.find("replaced"), std::string::npos);
+    ZU_wchar* copy = ZU_get_os_desc();
+    EXPECT_EQ(zu_test::narrow(copy), line);
+    ZU_free(copy);
+    ZU_s_destroy(&text);
+
+    OSVERSIONINFOEXW version{};
+    for (uint32_t size : {0u, 148u, 275u, 280u, 285u}) {
+        version.dwOSVersionInfoSize = size;
+        SetLastError(0);
+        EXPECT_FALSE(platform::GetVersionExW(reinterpret_cast<platform::OSVERSIONINFOW*>(&version)));
+        EXPECT_EQ(GetLastError(), 122u);
+    }
+    version.wReserved = version.wProductType = 77;
+    version.dwOSVersionInfoSize = 276;
+    EXPECT_TRUE(platform::GetVersionExW(reinterpret_cast<platform::OSVERSIONINFOW*>(&version)));
+    EXPECT_EQ(version.wProductType, 77) << "beyond the basic record";
+    version.dwOSVersionInfoSize = 284;
+    EXPECT_TRUE(platform::GetVersionExW(reinterpret_cast<platform::OSVERSIONINFOW*>(&version)));
+    EXPECT_EQ(version.wProductType, 0);
+}
+
+class libraries : public testing::Test {
+protected:
+    // A library with the given source; false, with the test skipped, without a compiler.
+    void build(const std::string& relative, const std::string& source, const std::string& options = "") {
+        place.write("source.c", source);
+        const zu_test::outcome made =
+            zu_test::run_command("cc -shared -fPIC -o '" + place.host_path(relative) + "' '"
+                                 + place.host_path("source.c") + "' " + options + " 2>&1");
+        if (made.exit_code == 127)
+            GTEST_SKIP() << "no compiler to make a library with";
+        ASSERT_EQ(made.exit_code, 0) << made.output;
+    }
+
+    uint32_t load_code(const std::u16string& path) {
+        SetLastError(0);
+        HMODULE module = ZU_dll_load(path.c_str());
+        if (!module)
+            return GetLastError();
+        EXPECT_TRUE(ZU_dll_unload(module));
+        return 0;
+    }
+
+    zu_test::file_place place;
+};
+
+TEST_F(libraries, are_loaded_counted_and_looked_into) {
+    build("Plugin.so",
+          "#include <stdio.h>\nint answer(void) { return puts(\"\") * 0 + 42; }\nint number = 7;");
+    if (IsSkipped())
+        return;
+    SetLastError(77);
+    HMODULE module = ZU_dll_load(place.drive_path(u"plugin").c_str());
+    ASSERT_NE(module, nullptr) << GetLastError();
+    EXPECT_EQ(GetLastError(), 0u) << "the first load sets it";
+    SetLastError(77);
+    for (const auto& path : {place.long_path(u"PLUGIN.SO"), std::u16string(u"t:/./plugin.so")})
+        EXPECT_EQ(ZU_dll_load(path.c_str()), module);
+    EXPECT_EQ(GetLastError(), 77u);
+    const auto answer = reinterpret_cast<int (*)()>(ZU_dll_get_proc(module, "answer"));
+    ASSERT_NE(answer, nullptr);
+    EXPECT_EQ(answer(), 42);
+    EXPECT_EQ(*static_cast<int*>(ZU_dll_get_proc(module, "number")), 7);
+    for (const char* name :
+         {"Answer", "", "puts", reinterpret_cast<const char*>(uintptr_t{1}), (const char*)nullptr}) {
+        SetLastError(0);
+        EXPECT_EQ(ZU_dll_get_proc(module, name), nullptr);
+        EXPECT_EQ(GetLastError(), 127u);
+    }
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(ZU_dll_unload(module));
+    EXPECT_FALSE(ZU_dll_unload(module));
+    EXPECT_EQ(GetLastError(), 126u);
+    EXPECT_EQ(ZU_dll_get_proc(module, "answer"), nullptr);
+    EXPECT_EQ(GetLastError(), 126u);
+    EXPECT_TRUE(ZU_dll_unload(nullptr));
+    EXPECT_FALSE(ZU_dll_unload(reinterpret_cast<HMODULE>(&module)));
+    EXPECT_FALSE(platform::FreeLibrary(nullptr));
+    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_EQ(ZU_dll_get_proc(nullptr, "no_such_name"), nullptr);
+    EXPECT_EQ(GetLastError(), 127u);
+}
+
+TEST_F(libraries, failures_have_their_codes) {
+    place.write("text.so", "no library");
+    place.write("empty.so", "");
+    place.write("plain", "no library");
+    place.make_directory("folder");
+    place.make_directory("named.so");
+    const zu_test::outcome cut = zu_test::run_command("cd '" + place.host_path()
+                                                      + "'; for size in 30 3000; do head -c $size "
+                                                        "/proc/self/exe > cut$size.so; done");
+    ASSERT_EQ(cut.exit_code, 0);
+    const struct {
+        const ZU_wchar* path;
+        uint32_t code;
+    } rows[] = {{u"T:\\nosuch.so", 126},      {u"T:\\nosuch\\x.so", 126},
+                {u"Q:\\x.so", 126},           {u"", 126},
+                {u"zu-no-such-library", 126}, {u"T:\\folder", 126},
+                {u"T:\\folder\\", 126},       {u"T:\\named.so", 5},
+                {u"T:\\text.so", 193},        {u"T:\\text", 193},
+                {u"T:\\text.", 126},          {u"T:\\plain.", 193},
+                {u"T:\\empty.so", 193},       {u"T:\\cut30.so", 193},
+                {u"T:\\cut3000.so", 193},     {u"T:\\te*t.so", 126}};
+    for (const auto& row : rows)
+        EXPECT_EQ(load_code(row.path), row.code) << zu_test::narrow(row.path);
+    EXPECT_EQ(ZU_dll_load(nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), 87u);
+    EXPECT_EQ(load_code(u"libm.so.6"), 0u) << "a bare name, where the system keeps its libraries";
+    chmod(place.host_path("text.so").c_str(), 0);
+    const zu_test::outcome child =
+        zu_test::run_as_ordinary_user([&] { _exit(load_code(u"T:\\text.so") == 5 ? 0 : 1); });
+    EXPECT_EQ(child.exit_code, 0);
+}
+
+TEST_F(libraries, what_a_library_wants_is_searched_in_its_folder_first) {
+    place.make_directory("parts");
+    build("parts/libzu-test-base.so", "int base(void) { return 5; }", "-Wl,-soname,libzu-test-base.so");
+    if (IsSkipped())
+        return;
+    const std::string in_parts = "-L'" + place.host_path("parts") + "' ";
+    build("parts/libzu-test-middle.so", "int base(void); int middle(void) { return base() + 1; }",
+          "-Wl,-soname,libzu-test-middle.so " + in_parts + "-lzu-test-base");
+    build("parts/top.so", "int middle(void); int top(void) { return middle() + 1; }",
+          in_parts + "-lzu-test-middle -Wl,-rpath-link," + place.host_path("parts"));
+    EXPECT_EQ(platform::LoadLibraryW(u"T:\\parts\\top.so"), nullptr) << "without the changed search";
+    EXPECT_EQ(GetLastError(), 126u);
+    HMODULE module = ZU_dll_load(u"T:\\parts\\top.so");
+    ASSERT_NE(module, nullptr);
+    const auto top = reinterpret_cast<int (*)()>(ZU_dll_get_proc(module, "top"));
+    ASSERT_NE(top, nullptr);
+    EXPECT_EQ(top(), 7);
+    EXPECT_EQ(ZU_dll_get_proc(module, "base"), nullptr) << "not its own";
+    EXPECT_TRUE(ZU_dll_unload(module));
+}
+
+} // namespace
