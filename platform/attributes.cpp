@@ -1,11 +1,16 @@
 // Attributes and creation times.
 #include "platform/attributes.h"
 
+#include <fcntl.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "platform/error.h"
@@ -22,27 +27,59 @@ constexpr DWORD kept_for_files = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
 constexpr DWORD kept_for_directories = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM
                                        | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
 
-ssize_t get(const attribute_holder& from, const char* name, void* out, size_t size) {
-    return from.path ? getxattr(from.path, name, out, size) : fgetxattr(from.descriptor, name, out, size);
-}
+// The path for a call that takes no directory.
+class whole_path {
+public:
+    explicit whole_path(const attribute_holder& of) : text_(of.path) {
+        if (of.path && of.at != AT_FDCWD) {
+            made_ = "/proc/self/fd/" + std::to_string(of.at) + '/' + of.path;
+            text_ = made_.c_str();
+        }
+    }
+    const char* get() const { return text_; } // null for a descriptor
 
-ssize_t list(const attribute_holder& from, char* out, size_t size) {
-    return from.path ? listxattr(from.path, out, size) : flistxattr(from.descriptor, out, size);
+private:
+    const char* text_;
+    std::string made_;
+};
+
+ssize_t get(const attribute_holder& from, const char* name, void* out, size_t size) {
+    const whole_path path(from);
+    return path.get() ? getxattr(path.get(), name, out, size) : fgetxattr(from.at, name, out, size);
 }
 
 bool set(const attribute_holder& to, const char* name, std::string_view text) {
-    return (to.path ? setxattr(to.path, name, text.data(), text.size(), 0)
-                    : fsetxattr(to.descriptor, name, text.data(), text.size(), 0))
+    const whole_path path(to);
+    return (path.get() ? setxattr(path.get(), name, text.data(), text.size(), 0)
+                       : fsetxattr(to.at, name, text.data(), text.size(), 0))
            == 0;
 }
 
 bool remove(const attribute_holder& to, const char* name) {
-    const int result = to.path ? removexattr(to.path, name) : fremovexattr(to.descriptor, name);
+    const whole_path path(to);
+    const int result = path.get() ? removexattr(path.get(), name) : fremovexattr(to.at, name);
     return result == 0 || errno == ENODATA || errno == EOPNOTSUPP;
 }
 
 bool change_mode(const attribute_holder& to, mode_t mode) {
-    return (to.path ? chmod(to.path, mode & 07777) : fchmod(to.descriptor, mode & 07777)) == 0;
+    return (to.path ? fchmodat(to.at, to.path, mode & 07777, 0) : fchmod(to.at, mode & 07777)) == 0;
+}
+
+// New in Linux 6.13, and of the same number everywhere: the names of the extended attributes of an entry, without a
+// walk to its directory.
+constexpr long list_in_directory = 465;
+std::atomic<bool> lists_in_directory{true};
+
+ssize_t list(const attribute_holder& from, char* out, size_t size) {
+    if (!from.path)
+        return flistxattr(from.at, out, size);
+    if (from.at != AT_FDCWD && lists_in_directory.load(std::memory_order_relaxed)) {
+        const ssize_t result = syscall(list_in_directory, from.at, from.path, 0, out, size);
+        if (result >= 0 || errno != ENOSYS)
+            return result;
+        lists_in_directory.store(false, std::memory_order_relaxed);
+    }
+    return listxattr(whole_path(from).get(), out, size);
 }
 
 // The number that an extended attribute holds as text, 0 for anything else: `0x` and hexadecimal digits.
@@ -109,21 +146,41 @@ DWORD store_while_writable(const attribute_holder& to, mode_t mode, mode_t new_m
 
 } // namespace
 
+namespace {
+
+// The names of a file's extended attributes. Asking for them costs less than asking for one that is not there, and
+// files that have one of ours are few.
+class stored_names {
+public:
+    explicit stored_names(const attribute_holder& of) : size_(list(of, names_, sizeof names_)) {
+        if (size_ < 0)
+            has_too_many_ = errno == ERANGE;
+    }
+
+    template <size_t Size>
+    bool has(const char (&name)[Size]) const {
+        return has_too_many_
+               || (size_ > 0 && memmem(names_, static_cast<size_t>(size_), name, Size) != nullptr);
+    }
+
+private:
+    char names_[512];
+    ssize_t size_;
+    bool has_too_many_ = false;
+};
+
+} // namespace
+
 DWORD read_stored_bits(const attribute_holder& from) {
-    return static_cast<DWORD>(get_number(from, bits_name));
+    return stored_names(from).has(bits_name) ? static_cast<DWORD>(get_number(from, bits_name)) : 0;
 }
 
 stored_attributes read_stored(const attribute_holder& from) {
-    // Files with one of the two are few, so one call asks for both at once.
-    char names[1024];
-    const ssize_t size = list(from, names, sizeof names);
-    const bool is_too_long = size < 0 && errno == ERANGE;
-    const std::string_view present(names, size > 0 ? static_cast<size_t>(size) : 0);
-    const auto has = [&](std::string_view name) { return is_too_long || present.find(name) != present.npos; };
+    const stored_names names(from);
     stored_attributes stored;
-    if (has({bits_name, sizeof bits_name}))
+    if (names.has(bits_name))
         stored.bits = static_cast<DWORD>(get_number(from, bits_name));
-    if (has({created_name, sizeof created_name}))
+    if (names.has(created_name))
         stored.created = get_number(from, created_name);
     return stored;
 }

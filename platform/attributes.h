@@ -14,9 +14,10 @@
 
 namespace platform {
 
-// What has extended attributes: a descriptor, or a path. A link is followed, so ask for the links themselves first.
+// What has extended attributes: a path below a directory, or without one the descriptor itself. A link is followed, so
+// ask for the links themselves first.
 struct attribute_holder {
-    int descriptor;
+    int at;
     const char* path;
 };
 
@@ -24,7 +25,10 @@ inline attribute_holder holder(int descriptor) {
     return {descriptor, nullptr};
 }
 inline attribute_holder holder(const char* path) {
-    return {-1, path};
+    return {AT_FDCWD, path};
+}
+inline attribute_holder holder(const place& where) {
+    return {where.directory(), where.name()};
 }
 
 struct stored_attributes {
@@ -32,10 +36,10 @@ struct stored_attributes {
     uint64_t created = 0; // a file time; 0: never set
 };
 
-// One call when nothing is stored.
+// One call when nothing is stored, as is the rule.
 stored_attributes read_stored(const attribute_holder& from);
 
-// The attribute bits alone: one call.
+// The attribute bits alone.
 DWORD read_stored_bits(const attribute_holder& from);
 
 // The attributes of a file or directory with this mode.

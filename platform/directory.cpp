@@ -64,7 +64,7 @@ DWORD remove_directory(const WCHAR* path) {
     }
     if (!S_ISDIR(status.st_mode))
         return ERROR_DIRECTORY;
-    if (read_stored_bits(holder(where.whole_name().c_str())) & FILE_ATTRIBUTE_READONLY)
+    if (read_stored_bits(holder(where)) & FILE_ATTRIBUTE_READONLY)
         return ERROR_ACCESS_DENIED;
     return unlink_place(where, AT_REMOVEDIR);
 }

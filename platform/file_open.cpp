@@ -82,11 +82,12 @@ bool is_same(const struct stat& status, const struct stat& other) {
     return status.st_ino == other.st_ino && status.st_dev == other.st_dev;
 }
 
-// Whether the path still leads to the file, now that nobody can delete or move it any more.
-bool is_still_there(place& where, const struct stat& status) {
+// Whether what was opened is still the file of that name, now that nobody can delete or move it any more. Who only reads
+// may have what was moved meanwhile, as if it had been opened before; what is written must not go elsewhere.
+bool is_still_there(place& where, const share_claim& claim, const struct stat& status) {
     struct stat now;
     const auto look = [&](int at, const char* path) { return fstatat(at, path, &now, 0); };
-    return status.st_nlink > 0 && where.attempt(look) == 0 && is_same(now, status);
+    return status.st_nlink > 0 && (!claim.writes || (where.attempt(look) == 0 && is_same(now, status)));
 }
 
 // What an existing file says to being opened like this, before anybody else is asked.
@@ -143,7 +144,7 @@ DWORD claim_and_check(place& where, const open_request& request, const descripto
     }
     if (shared == share_result::conflict)
         return ERROR_SHARING_VIOLATION;
-    if (claim.matters() && !is_last_try && !is_still_there(where, out.status))
+    if (claim.matters() && !is_last_try && !is_still_there(where, claim, out.status))
         return opens_again;
     return out.existed && truncates(request) ? empty(number, request, out.status) : ERROR_SUCCESS;
 }

@@ -94,8 +94,7 @@ bool directory_search::look_at(const char* name, unsigned char type, entry_statu
         // A directory may be readable, but not what is in it: the entries are there all the same.
         status.stx_mode = type == DT_DIR ? S_IFDIR | 0777 : S_IFREG | 0666;
     } else if (can_store(status.stx_mode)) {
-        const std::string path = "/proc/self/fd/" + std::to_string(reader_.directory()) + '/' + name;
-        stored = read_stored(holder(path.c_str()));
+        stored = read_stored({reader_.directory(), name});
     }
     out = entry_of(status, stored);
     return true;
@@ -179,7 +178,7 @@ HANDLE find_name(place& where, WIN32_FIND_DATAW& found) {
     if (result != 0)
         return failed(code_of_search(where, errno, false));
     const stored_attributes stored =
-        can_store(status.stx_mode) ? read_stored(holder(where.whole_name().c_str())) : stored_attributes{};
+        can_store(status.stx_mode) ? read_stored(holder(where)) : stored_attributes{};
     fill_find_data(where.last_name(), entry_of(status, stored), found);
     return handle_of(new (std::nothrow) search);
 }

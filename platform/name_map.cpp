@@ -1,6 +1,8 @@
 // Names of files, both ways.
 #include "platform/name_map.h"
 
+#include <array>
+
 #include "platform/case_fold.h"
 #include "platform/utf8.h"
 
@@ -11,11 +13,18 @@ namespace {
 constexpr char32_t escaped_byte = 0xDC00;
 constexpr char32_t escaped_character = 0xF000;
 
+// For each character of ASCII, whether the platform forbids it in names.
+constexpr std::array<bool, 128> forbidden = [] {
+    std::array<bool, 128> table{};
+    for (size_t i = 0; i < 0x20; ++i)
+        table[i] = true;
+    for (const char character : std::string_view("\"*/:<>?\\|"))
+        table[static_cast<size_t>(character)] = true;
+    return table;
+}();
+
 bool is_forbidden(char32_t character) {
-    if (character >= 0x80)
-        return false;
-    return character < 0x20
-           || std::string_view("\"*/:<>?\\|").find(static_cast<char>(character)) != std::string_view::npos;
+    return character < 0x80 && forbidden[character];
 }
 
 bool is_escaped_byte(char32_t unit) {
@@ -63,16 +72,22 @@ bool append_beyond_ascii(wide_view name, size_t& at, std::string& out, bool& has
     return true;
 }
 
+// Adds the plain characters from `at` on, and moves past them.
+void append_plain(wide_view name, size_t& at, std::string& out) {
+    const size_t start = at;
+    while (at < name.size() && name[at] < 0x80 && !forbidden[name[at]])
+        ++at;
+    out.resize(out.size() + (at - start));
+    char* end = out.data() + out.size();
+    for (size_t i = at; i > start; --i)
+        *--end = static_cast<char>(name[i - 1]);
+}
+
 bool append_units(wide_view name, std::string& out, bool& has_escaped_bytes) {
     for (size_t at = 0; at < name.size();) {
-        if (name[at] >= 0x80) {
-            if (!append_beyond_ascii(name, at, out, has_escaped_bytes))
-                return false;
-        } else {
-            if (is_forbidden(name[at]))
-                return false;
-            out += static_cast<char>(name[at++]);
-        }
+        append_plain(name, at, out);
+        if (at < name.size() && (name[at] < 0x80 || !append_beyond_ascii(name, at, out, has_escaped_bytes)))
+            return false;
     }
     return true;
 }

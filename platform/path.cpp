@@ -13,11 +13,11 @@ namespace {
 
 constexpr wide_view long_prefix = u"\\\\?\\";
 constexpr wide_view network_name = u"UNC";
-constexpr wide_view separators = u"\\/";
 
-bool is_separator(WCHAR unit) {
-    return unit == u'\\' || unit == u'/';
-}
+// Objects, not functions: the searches for them become plain loops.
+constexpr auto is_backslash = [](WCHAR unit) { return unit == u'\\'; };
+constexpr auto is_separator = [](WCHAR unit) { return unit == u'\\' || unit == u'/'; };
+constexpr auto is_wildcard = [](WCHAR unit) { return unit == u'*' || unit == u'?'; };
 
 bool equal_without_case(wide_view text, wide_view other) {
     return std::equal(text.begin(), text.end(), other.begin(), other.end(),
@@ -33,8 +33,9 @@ bool is_never_in_patterns(WCHAR unit) {
 }
 
 // Takes the text up to the next separator, and the separator, off the front.
-wide_view take_component(wide_view& rest, wide_view separating) {
-    const size_t end = std::min(rest.find_first_of(separating), rest.size());
+template <class IsSeparator>
+wide_view take_component(wide_view& rest, IsSeparator separates) {
+    const size_t end = static_cast<size_t>(std::find_if(rest.begin(), rest.end(), separates) - rest.begin());
     const wide_view component = rest.substr(0, end);
     rest.remove_prefix(std::min(end + 1, rest.size()));
     return component;
@@ -50,14 +51,17 @@ DWORD append_components(wide_view rest, path_use use, parsed_path& out) {
         rest.remove_suffix(1);
     if (out.ends_with_separator && rest.empty())
         return ERROR_INVALID_NAME; // a doubled separator
+    // One unit gives three bytes at most, but mostly one.
+    out.host.reserve(out.host.size() + rest.size() + 16);
     while (!rest.empty()) {
-        const bool has_more = rest.find(u'\\') != wide_view::npos;
-        const wide_view component = take_component(rest, u"\\");
-        if (component.empty() || component.size() > longest_component || (has_more && rest.empty()))
+        const size_t left = rest.size();
+        const wide_view component = take_component(rest, is_backslash);
+        const bool is_last = component.size() == left;
+        if (component.empty() || component.size() > longest_component || (!is_last && rest.empty()))
             return ERROR_INVALID_NAME;
         const bool is_dots = component == u"." || component == u"..";
-        if (use == path_use::search && !has_more && !out.ends_with_separator
-            && (is_dots || component.find_first_of(u"*?") != wide_view::npos)) {
+        if (use == path_use::search && is_last && !out.ends_with_separator
+            && (is_dots || std::any_of(component.begin(), component.end(), is_wildcard))) {
             if (std::any_of(component.begin(), component.end(), is_never_in_patterns))
                 return ERROR_INVALID_NAME;
             out.pattern = component;
@@ -71,8 +75,8 @@ DWORD append_components(wide_view rest, path_use use, parsed_path& out) {
 }
 
 DWORD parse_network(wide_view rest, path_use use, parsed_path& out) {
-    const wide_view server = take_component(rest, u"\\");
-    const wide_view share = take_component(rest, u"\\");
+    const wide_view server = take_component(rest, is_backslash);
+    const wide_view share = take_component(rest, is_backslash);
     out.is_network = true;
     if (const DWORD code = append_share_directory(server, share, out.host))
         return code;
@@ -87,7 +91,7 @@ DWORD parse_literal(wide_view rest, path_use use, parsed_path& out) {
     if (rest.empty())
         return ERROR_INVALID_NAME;
     const bool has_more = rest.find(u'\\') != wide_view::npos;
-    const wide_view device = take_component(rest, u"\\");
+    const wide_view device = take_component(rest, is_backslash);
     if (equal_without_case(device, network_name))
         return parse_network(rest, use, out);
     if (!is_drive_name(device))
@@ -111,7 +115,7 @@ struct base {
 
 void add_components(wide_view rest, std::vector<wide_view>& components) {
     while (!rest.empty()) {
-        const wide_view component = take_component(rest, separators);
+        const wide_view component = take_component(rest, is_separator);
         if (component == u"..") {
             if (!components.empty())
                 components.pop_back();
@@ -122,8 +126,8 @@ void add_components(wide_view rest, std::vector<wide_view>& components) {
 }
 
 void take_network_root(wide_view& path, base& out) {
-    const wide_view server = take_component(path, separators);
-    const wide_view share = take_component(path, separators);
+    const wide_view server = take_component(path, is_separator);
+    const wide_view share = take_component(path, is_separator);
     out.root = long_prefix;
     out.root.append(network_name).append(u"\\").append(server).append(u"\\").append(share);
 }
@@ -150,7 +154,7 @@ bool take_base(wide_view& path, base& out) {
             take_network_root(path, out);
             return true;
         }
-        const wide_view device = take_component(path, separators);
+        const wide_view device = take_component(path, is_separator);
         if (equal_without_case(device, network_name))
             take_network_root(path, out);
         else

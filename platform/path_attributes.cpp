@@ -37,7 +37,7 @@ DWORD GetFileAttributesW(const WCHAR* path) {
         SetLastError(code);
         return INVALID_FILE_ATTRIBUTES;
     }
-    const DWORD stored = can_store(status.st_mode) ? read_stored_bits(holder(where.whole_name().c_str())) : 0;
+    const DWORD stored = can_store(status.st_mode) ? read_stored_bits(holder(where)) : 0;
     return attributes_of(status.st_mode, stored);
 }
 
@@ -48,7 +48,7 @@ BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
     if (code == ERROR_SUCCESS)
         code = S_ISLNK(status.st_mode)
                    ? ERROR_NOT_SUPPORTED
-                   : write_attributes(holder(where.whole_name().c_str()), status.st_mode, attributes);
+                   : write_attributes(holder(where), status.st_mode, attributes);
     if (code == ERROR_SUCCESS)
         return TRUE;
     SetLastError(code);
