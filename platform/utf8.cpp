@@ -1,44 +1,52 @@
 // UTF-8 and UTF-16: runs of ASCII go a block at a time, everything else character by character.
 #include "platform/utf8.h"
 
-#include <cstring>
+#include <algorithm>
+#include <type_traits>
 
 namespace platform {
 
 namespace {
 
-// Large enough to fill vector registers, small enough that short texts meet it.
-constexpr size_t block = 16;
+// Runs of ASCII go in blocks of this many units. The loops over a block are of the plain form, with a fixed count
+// and without aliasing, that compilers turn into vector instructions.
+constexpr size_t block = 32;
 
-// Fixed-size loads keep the loops below free of aliasing questions, so that they become vector instructions.
-bool is_ascii_block(const char* utf8) {
-    uint64_t words[block / 8];
-    std::memcpy(words, utf8, block);
-    return ((words[0] | words[1]) & 0x8080808080808080u) == 0;
+template <class Unit>
+bool is_ascii(Unit unit) {
+    return static_cast<std::make_unsigned_t<Unit>>(unit) < 0x80;
 }
 
-bool is_ascii_block(const WCHAR* wide) {
-    uint64_t words[block / 4];
-    std::memcpy(words, wide, block * sizeof(WCHAR));
-    return ((words[0] | words[1] | words[2] | words[3]) & 0xFF80FF80FF80FF80u) == 0;
-}
-
-void widen_block(const char* utf8, WCHAR* out) {
-    unsigned char bytes[block];
-    WCHAR units[block];
-    std::memcpy(bytes, utf8, block);
+template <class Unit>
+bool is_ascii_block(const Unit* text) {
+    std::make_unsigned_t<Unit> all = 0;
     for (size_t i = 0; i < block; ++i)
-        units[i] = bytes[i];
-    std::memcpy(out, units, sizeof units);
+        all |= static_cast<std::make_unsigned_t<Unit>>(text[i]);
+    return is_ascii(all);
 }
 
-void narrow_block(const WCHAR* wide, char* out) {
-    WCHAR units[block];
-    unsigned char bytes[block];
-    std::memcpy(units, wide, sizeof units);
-    for (size_t i = 0; i < block; ++i)
-        bytes[i] = static_cast<unsigned char>(units[i]);
-    std::memcpy(out, bytes, block);
+// The length of the ASCII text at the head of another.
+template <class Unit>
+size_t ascii_run(const Unit* text, size_t count) {
+    size_t length = 0;
+    while (count - length >= block && is_ascii_block(text + length))
+        length += block;
+    while (length < count && is_ascii(text[length]))
+        ++length;
+    return length;
+}
+
+// The same, copied unit by unit.
+template <class From, class To>
+size_t copy_ascii_run(const From* __restrict text, To* __restrict out, size_t count) {
+    size_t length = 0;
+    for (; count - length >= block && is_ascii_block(text + length); length += block) {
+        for (size_t i = 0; i < block; ++i)
+            out[length + i] = static_cast<To>(text[length + i]);
+    }
+    for (; length < count && is_ascii(text[length]); ++length)
+        out[length] = static_cast<To>(text[length]);
+    return length;
 }
 
 size_t encoded_size(char32_t character) {
@@ -113,9 +121,10 @@ utf8_piece decode_utf8(const char* utf8, size_t count) {
 size_t utf8_size(const WCHAR* wide, size_t count) {
     size_t size = 0;
     for (size_t at = 0; at < count;) {
-        if (count - at >= block && is_ascii_block(wide + at)) {
-            size += block;
-            at += block;
+        if (is_ascii(wide[at])) {
+            const size_t run = ascii_run(wide + at, count - at);
+            size += run;
+            at += run;
             continue;
         }
         const wide_piece piece = decode_wide(wide + at, count - at);
@@ -128,10 +137,12 @@ size_t utf8_size(const WCHAR* wide, size_t count) {
 size_t utf8_from_wide(const WCHAR* wide, size_t count, char* out, size_t size) {
     size_t written = 0;
     for (size_t at = 0; at < count;) {
-        if (count - at >= block && size - written >= block && is_ascii_block(wide + at)) {
-            narrow_block(wide + at, out + written);
-            written += block;
-            at += block;
+        if (written == size)
+            return does_not_fit;
+        if (is_ascii(wide[at])) {
+            const size_t run = copy_ascii_run(wide + at, out + written, std::min(count - at, size - written));
+            written += run;
+            at += run;
             continue;
         }
         const wide_piece piece = decode_wide(wide + at, count - at);
@@ -148,9 +159,10 @@ size_t utf8_from_wide(const WCHAR* wide, size_t count, char* out, size_t size) {
 size_t wide_size(const char* utf8, size_t count) {
     size_t size = 0;
     for (size_t at = 0; at < count;) {
-        if (count - at >= block && is_ascii_block(utf8 + at)) {
-            size += block;
-            at += block;
+        if (is_ascii(utf8[at])) {
+            const size_t run = ascii_run(utf8 + at, count - at);
+            size += run;
+            at += run;
             continue;
         }
         const utf8_piece piece = decode_utf8(utf8 + at, count - at);
@@ -163,10 +175,12 @@ size_t wide_size(const char* utf8, size_t count) {
 size_t wide_from_utf8(const char* utf8, size_t count, WCHAR* out, size_t size) {
     size_t written = 0;
     for (size_t at = 0; at < count;) {
-        if (count - at >= block && size - written >= block && is_ascii_block(utf8 + at)) {
-            widen_block(utf8 + at, out + written);
-            written += block;
-            at += block;
+        if (written == size)
+            return does_not_fit;
+        if (is_ascii(utf8[at])) {
+            const size_t run = copy_ascii_run(utf8 + at, out + written, std::min(count - at, size - written));
+            written += run;
+            at += run;
             continue;
         }
         const utf8_piece piece = decode_utf8(utf8 + at, count - at);
