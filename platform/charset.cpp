@@ -39,14 +39,14 @@ std::string charset_of_locale(const std::string& locale) {
     const size_t dot = locale.find('.');
     if (dot != std::string::npos) {
         const size_t end = std::min(locale.find('@', dot), locale.size());
-        const std::string charset = locale.substr(dot + 1, end - dot - 1);
+        std::string charset = locale.substr(dot + 1, end - dot - 1);
         if (!charset.empty() && is_usable(charset))
             return charset;
     }
     const locale_t host_locale = newlocale(LC_CTYPE_MASK, locale.c_str(), nullptr);
     if (!host_locale)
         return "UTF-8";
-    const std::string charset = nl_langinfo_l(CODESET, host_locale);
+    std::string charset = nl_langinfo_l(CODESET, host_locale);
     freelocale(host_locale);
     return is_usable(charset) ? charset : "UTF-8";
 }

@@ -48,12 +48,12 @@ int format_output::finish() {
 
 namespace {
 
-template <class Unit>
-size_t length_up_to(const Unit* text, size_t limit) {
-    size_t length = 0;
-    while (length < limit && text[length])
-        ++length;
-    return length;
+size_t length_up_to(const WCHAR* text, size_t limit) {
+    return wcsnlen(text, limit);
+}
+
+size_t length_up_to(const char* text, size_t limit) {
+    return strnlen(text, limit);
 }
 
 template <class Unit>
@@ -69,9 +69,7 @@ void put_padded(format_output& out, const conversion& how, const Unit* text, siz
 template <class Unit>
 void put_text(format_output& out, const conversion& how, const Unit* text) {
     if (!text) {
-        conversion null_text = how;
-        null_text.letter = u's';
-        put_text(out, null_text, u"(null)");
+        put_text(out, how, u"(null)");
         return;
     }
     const size_t decisive = std::max(how.width, out.decisive_length());
@@ -95,8 +93,7 @@ void put_character(format_output& out, const conversion& how, argument_list& arg
 
 void put_conversion(format_output& out, const conversion& how, argument_list& arguments) {
     switch (how.letter) {
-    case 0:
-        break;
+    case 0: break;
     case u's':
     case u'S':
         if (takes_narrow(how))
@@ -105,18 +102,13 @@ void put_conversion(format_output& out, const conversion& how, argument_list& ar
             put_text(out, how, arguments.next<const WCHAR*>());
         break;
     case u'c':
-    case u'C':
-        put_character(out, how, arguments);
-        break;
+    case u'C': put_character(out, how, arguments); break;
     case u'd':
     case u'i':
     case u'u':
     case u'o':
     case u'x':
-    case u'X':
-    case u'p':
-        put_integer(out, how, arguments);
-        break;
+    case u'X': put_integer(out, how, arguments); break;
     case u'a':
     case u'A':
     case u'e':
@@ -124,15 +116,12 @@ void put_conversion(format_output& out, const conversion& how, argument_list& ar
     case u'f':
     case u'F':
     case u'g':
-    case u'G':
-        put_floating(out, how, arguments);
-        break;
+    case u'G': put_floating(out, how, arguments); break;
     case u'n':
         // Storing through an argument is how formats are attacked; the argument is taken, and that is all.
         arguments.next<void*>();
         break;
-    default:
-        out.put(how.letter);
+    default: out.put(how.letter);
     }
 }
 

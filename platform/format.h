@@ -75,13 +75,13 @@ struct conversion {
     size_t width = 0;
     int precision = -1; // none
     size_prefix size = size_prefix::none;
-    WCHAR letter = 0; // 0: the format ended within the conversion
+    WCHAR letter = 0; // 0: the format ended within the conversion; p is read as a number for X
 };
 
 // Reads the conversion after a percent sign, with the arguments that its stars name; returns what follows it.
 const WCHAR* parse_conversion(const WCHAR* at, argument_list& arguments, conversion& parsed);
 
-// Put the number for d i u o x X p, and for a A e E f F g G.
+// Put the number for d i u o x X, and for a A e E f F g G.
 void put_integer(format_output& out, const conversion& how, argument_list& arguments);
 void put_floating(format_output& out, const conversion& how, argument_list& arguments);
 

@@ -1,6 +1,7 @@
 // Numbers in a wide format, as the C library prints them. Integers are converted here; floating-point numbers are
 // the C library's own, and widths and long precisions are added around them, so that no area is ever too small.
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -22,25 +23,19 @@ struct number_text {
     size_t mantissa = 0;
 };
 
-void put_number(format_output& out, const conversion& how, number_text number, bool fill_with_zeros) {
+void put_number(format_output& out, const conversion& how, const number_text& number, bool fill_with_zeros) {
     const size_t length =
         number.prefix_length + number.leading_zeros + number.digit_count + number.trailing_zeros;
-    size_t padding = how.width > length ? how.width - length : 0;
-    if (fill_with_zeros && !how.left) {
-        number.leading_zeros += padding;
-        padding = 0;
-    }
-    if (!how.left)
+    const size_t padding = how.width > length ? how.width - length : 0;
+    fill_with_zeros &= !how.left;
+    if (!how.left && !fill_with_zeros)
         out.fill(u' ', padding);
     out.put(number.prefix, number.prefix_length);
-    out.fill(u'0', number.leading_zeros);
-    if (number.trailing_zeros > 0) {
-        out.put(number.digits, number.mantissa);
-        out.fill(u'0', number.trailing_zeros);
-        number.digits += number.mantissa;
-        number.digit_count -= number.mantissa;
-    }
-    out.put(number.digits, number.digit_count);
+    out.fill(u'0', number.leading_zeros + (fill_with_zeros ? padding : 0));
+    const size_t before_zeros = number.trailing_zeros > 0 ? number.mantissa : number.digit_count;
+    out.put(number.digits, before_zeros);
+    out.fill(u'0', number.trailing_zeros);
+    out.put(number.digits + before_zeros, number.digit_count - before_zeros);
     if (how.left)
         out.fill(u' ', padding);
 }
@@ -55,31 +50,51 @@ uint64_t extended(Signed value, bool is_signed) {
 
 uint64_t next_integer(const conversion& how, argument_list& arguments, bool is_signed) {
     switch (how.size) {
-    case size_prefix::half:
-        return extended<int16_t>(arguments.next<int>(), is_signed);
-    case size_prefix::bits_64:
-        return extended<int64_t>(arguments.next<int64_t>(), is_signed);
-    case size_prefix::pointer:
-        return extended<intptr_t>(arguments.next<intptr_t>(), is_signed);
-    default:
-        return extended<int32_t>(arguments.next<int>(), is_signed);
+    case size_prefix::half: return extended<int16_t>(arguments.next<int>(), is_signed);
+    case size_prefix::bits_64: return extended<int64_t>(arguments.next<int64_t>(), is_signed);
+    case size_prefix::pointer: return extended<intptr_t>(arguments.next<intptr_t>(), is_signed);
+    default: return extended<int32_t>(arguments.next<int>(), is_signed);
     }
 }
 
-unsigned base_of(WCHAR letter) {
-    return letter == u'x' || letter == u'X' ? 16 : letter == u'o' ? 8 : 10;
-}
-
-// Writes the digits so that they end at `end`; none for 0.
-char* write_digits(uint64_t value, unsigned base, const char* alphabet, char* end) {
-    if (base == 10) {
-        for (; value; value /= 10)
-            *--end = static_cast<char>('0' + value % 10);
-        return end;
+constexpr auto digit_pairs = [] {
+    std::array<char, 200> pairs{};
+    for (size_t i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
     }
-    for (const unsigned shift = base == 16 ? 4 : 3; value; value >>= shift)
-        *--end = alphabet[value & (base - 1)];
+    return pairs;
+}();
+
+// These write the digits so that they end at `end`, and return where they begin; there are none for 0.
+char* write_decimal(uint64_t value, char* end) {
+    while (value >= 100) {
+        end -= 2;
+        std::memcpy(end, &digit_pairs[value % 100 * 2], 2);
+        value /= 100;
+    }
+    if (value >= 10) {
+        end -= 2;
+        std::memcpy(end, &digit_pairs[value * 2], 2);
+    } else if (value > 0) {
+        *--end = static_cast<char>('0' + value);
+    }
     return end;
+}
+
+char* write_binary(uint64_t value, unsigned bits, const char* alphabet, char* end) {
+    for (; value; value >>= bits)
+        *--end = alphabet[value & ((1u << bits) - 1)];
+    return end;
+}
+
+char* write_digits(uint64_t value, WCHAR letter, char* end) {
+    switch (letter) {
+    case u'o': return write_binary(value, 3, "01234567", end);
+    case u'x': return write_binary(value, 4, "0123456789abcdef", end);
+    case u'X': return write_binary(value, 4, "0123456789ABCDEF", end);
+    default: return write_decimal(value, end);
+    }
 }
 
 const char* sign_of(bool negative, const conversion& how) {
@@ -88,31 +103,23 @@ const char* sign_of(bool negative, const conversion& how) {
 
 } // namespace
 
-void put_integer(format_output& out, const conversion& given, argument_list& arguments) {
-    conversion how = given;
-    if (how.letter == u'p') { // all digits of an address, in capitals
-        how.letter = u'X';
-        how.size = size_prefix::pointer;
-        how.precision = 2 * sizeof(void*);
-    }
+void put_integer(format_output& out, const conversion& how, argument_list& arguments) {
     const bool is_signed = how.letter == u'd' || how.letter == u'i';
-    const unsigned base = base_of(how.letter);
     uint64_t value = next_integer(how, arguments, is_signed);
     const bool negative = is_signed && static_cast<int64_t>(value) < 0;
     if (negative)
         value = 0 - value;
 
-    char area[64];
+    char area[32];
     char* const end = area + sizeof area;
-    const char* digits =
-        write_digits(value, base, how.letter == u'X' ? "0123456789ABCDEF" : "0123456789abcdef", end);
-    const size_t digit_count = static_cast<size_t>(end - digits);
+    const char* digits = write_digits(value, how.letter, end);
+    const auto digit_count = static_cast<size_t>(end - digits);
     const char* prefix = is_signed ? sign_of(negative, how) : "";
     size_t least_digits = how.precision < 0 ? 1 : static_cast<size_t>(how.precision);
-    if (how.alternative && base == 16 && value)
-        prefix = how.letter == u'X' ? "0X" : "0x";
-    if (how.alternative && base == 8)
+    if (how.alternative && how.letter == u'o')
         least_digits = std::max(least_digits, digit_count + 1);
+    else if (how.alternative && value)
+        prefix = how.letter == u'x' ? "0x" : how.letter == u'X' ? "0X" : prefix;
 
     number_text number{prefix, std::strlen(prefix), digits, digit_count};
     number.leading_zeros = least_digits > digit_count ? least_digits - digit_count : 0;

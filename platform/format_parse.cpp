@@ -10,18 +10,12 @@ namespace {
 
 bool parse_flag(WCHAR c, conversion& parsed) {
     switch (c) {
-    case u'-':
-        return parsed.left = true;
-    case u'+':
-        return parsed.plus = true;
-    case u' ':
-        return parsed.blank = true;
-    case u'#':
-        return parsed.alternative = true;
-    case u'0':
-        return parsed.zeros = true;
-    default:
-        return false;
+    case u'-': return parsed.left = true;
+    case u'+': return parsed.plus = true;
+    case u' ': return parsed.blank = true;
+    case u'#': return parsed.alternative = true;
+    case u'0': return parsed.zeros = true;
+    default: return false;
     }
 }
 
@@ -85,9 +79,7 @@ bool parse_capital_i(const WCHAR*& at, conversion& parsed) {
 
 bool parse_size(const WCHAR*& at, conversion& parsed) {
     switch (*at) {
-    case u'h':
-        parsed.size = size_prefix::half;
-        break;
+    case u'h': parsed.size = size_prefix::half; break;
     case u'l':
         if (at[1] == u'l') {
             parsed.size = size_prefix::bits_64;
@@ -96,23 +88,13 @@ bool parse_size(const WCHAR*& at, conversion& parsed) {
             parsed.size = size_prefix::wide;
         }
         break;
-    case u'w':
-        parsed.size = size_prefix::wide;
-        break;
-    case u'j':
-        parsed.size = size_prefix::bits_64;
-        break;
+    case u'w': parsed.size = size_prefix::wide; break;
+    case u'j': parsed.size = size_prefix::bits_64; break;
     case u'z':
-    case u't':
-        parsed.size = size_prefix::pointer;
-        break;
-    case u'L':
-        parsed.size = size_prefix::long_double;
-        break;
-    case u'I':
-        return parse_capital_i(at, parsed);
-    default:
-        return false;
+    case u't': parsed.size = size_prefix::pointer; break;
+    case u'L': parsed.size = size_prefix::long_double; break;
+    case u'I': return parse_capital_i(at, parsed);
+    default: return false;
     }
     ++at;
     return true;
@@ -127,6 +109,11 @@ const WCHAR* parse_conversion(const WCHAR* at, argument_list& arguments, convers
     parse_precision(at, arguments, parsed);
     while (parse_size(at, parsed)) {}
     parsed.letter = *at;
+    if (parsed.letter == u'p') { // all digits of an address, in capitals
+        parsed.letter = u'X';
+        parsed.size = size_prefix::pointer;
+        parsed.precision = 2 * sizeof(void*);
+    }
     return *at ? at + 1 : at;
 }
 

@@ -40,6 +40,7 @@ using ::_snwprintf;
 using ::_vsnwprintf;
 using ::_wtoi;
 using ::lstrcmpiW;
+using ::wcsnlen;
 
 using ::CRITICAL_SECTION;
 using ::DeleteCriticalSection;

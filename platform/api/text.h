@@ -16,6 +16,9 @@ int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int cou
 int _vsnwprintf(WCHAR* out, size_t count, const WCHAR* format, va_list arguments);
 int _snwprintf(WCHAR* out, size_t count, const WCHAR* format, ...);
 
+// The length of a text, but not more than `limit`; nothing behind a terminator before it counts as read.
+size_t wcsnlen(const WCHAR* text, size_t limit);
+
 // White space, one sign, decimal digits; saturates at the ends of the 32-bit range.
 int _wtoi(const WCHAR* text);
 
