@@ -145,9 +145,10 @@ ZU_API int32_t ZU_fclose(FILE* stream);
  * the address of the variable, since growing moves the text: a copy of the pointer is void after the next call that
  * changes the string.
  *
- * Room grows in steps of 64 characters. A buffer with a reference count above 1 is shared: it is copied before it is
- * written to, and releasing it lowers the count. Positions and indexes are not checked. Texts to insert or append may
- * lie in the string's own buffer.
+ * Room grows in steps of 64 characters: n characters ask for the capacity n | 63. A buffer with a reference count above
+ * 1 is shared: it is copied before it is written to, and releasing it lowers the count. Positions and indexes are not
+ * checked. Texts to insert or append may lie in the string's own buffer. A string that is given more room ends at its
+ * first zero character; one that was written through the pointer is looked for among the last 128 characters only.
  */
 typedef ZU_wchar* ZU_s;
 
@@ -155,7 +156,7 @@ typedef ZU_wchar* ZU_s;
 typedef struct ZU_s_header {
     uint32_t capacity;       /* characters that fit, without the terminator */
     uint32_t length;         /* characters held */
-    int32_t reference_count; /* holders of the buffer */
+    int32_t reference_count; /* holders of the buffer; 1 or less: not shared */
 } ZU_s_header;
 
 /* The number of characters; 0 for null. */
@@ -187,8 +188,15 @@ ZU_API ZU_s* ZU_s_insert_n(ZU_s* s, uint32_t position, const ZU_wchar* text, uin
 ZU_API ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n);
 
 /*
- * Appends, or with the plain names replaces by, formatted text. The format is the platform's wide printf: %s and %c
- * take wide text, %S and %hs narrow, l is 32 bits, ll and I64 are 64. Arguments must not lie in the string's buffer.
+ * Appends, or with the plain names replaces by, formatted text, of any length. The format is the platform's wide
+ * printf:
+ *  - %s %c, also with l or w, take wide text; %S %C and %hs %hc narrow text, each byte one character. Null prints
+ *    "(null)", width, precision and the flag 0 count for texts too.
+ *  - Numbers are printed as the C library does. h is 16 bits, l and I32 are 32, ll, I64 and j are 64, I, z and t have
+ *    the width of a pointer.
+ *  - %p prints an address with all its digits. %n takes its argument and stores nothing. A letter without a meaning
+ *    prints itself, an unfinished conversion nothing.
+ * Arguments must not lie in the string's own buffer.
  */
 ZU_API ZU_s* ZU_s_append_sprintf(ZU_s* s, const ZU_wchar* format, ...);
 ZU_API ZU_s* ZU_s_append_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments);
@@ -223,8 +231,8 @@ ZU_API ZU_wchar* ZU_strupr(ZU_wchar* text);
 
 /*
  * Replaces s by a template's text: %1, %2 ... stand for the wide texts that follow (null: "(null)"), each as often as
- * wanted, %n for a line end CR LF, %% for one percent sign. Returns the length. A number below 1 or more than 128
- * inserts fail: 0, and s is empty.
+ * wanted, %n for a line end CR LF, %% for one percent sign. There must be an argument for each number. Returns the
+ * length. A number below 1 or more than 128 inserts fail: 0, and s is empty.
  */
 ZU_API int32_t ZU_s_format_message(ZU_s* s, const ZU_wchar* message, ...);
 ZU_API int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list arguments);
@@ -288,13 +296,15 @@ ZU_API void ZU_buf_destroy(ZU_buf* buffer);
  * code of a successful call. Any thread.
  */
 
-/* Narrow encodings: the system's ANSI code page, and UTF-8. */
+/* Narrow encodings: the system's ANSI code page (on Linux the character set that LC_ALL, LC_CTYPE or LANG names, UTF-8
+   when that is "C" or none), and UTF-8. */
 #define ZU_ENCODING_ANSI 1u
 #define ZU_ENCODING_UTF8 2u
 
 /*
  * Convert `length` units (bytes of the narrow text) in new, terminated memory, never null; -1 measures the text.
- * Trailing zero units are left out. The number of units written goes to *result_length unless that is null. An
+ * Trailing zero units are left out of a length that is given. The number of units written goes to *result_length unless
+ * that is null. What has no meaning in the text, or no place in the encoding, becomes U+FFFD or a question mark. An
  * unknown encoding or a failed conversion gives the empty text and 0.
  */
 ZU_API char* ZU_wchar_2_char(uint32_t encoding, const ZU_wchar* text, int32_t length, uint32_t* result_length);

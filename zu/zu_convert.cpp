@@ -12,12 +12,9 @@ struct code_page {
 
 code_page code_page_of(uint32_t encoding) {
     switch (encoding) {
-    case ZU_ENCODING_ANSI:
-        return {CP_ACP, true};
-    case ZU_ENCODING_UTF8:
-        return {CP_UTF8, true};
-    default:
-        return {0, false};
+    case ZU_ENCODING_ANSI: return {CP_ACP, true};
+    case ZU_ENCODING_UTF8: return {CP_UTF8, true};
+    default: return {0, false};
     }
 }
 

@@ -28,16 +28,16 @@ uint32_t capacity_of(ZU_s s) {
     return s ? header_of(s)->capacity : 0;
 }
 
+// A buffer that is not shared has the count 1, or 0 once an operation has put a zero character into its text.
+constexpr int32_t count_alone = 1;
+constexpr int32_t count_alone_with_zeros = 0;
+
 bool is_shared(ZU_s s) {
-    return s && header_of(s)->reference_count > 1;
+    return s && header_of(s)->reference_count > count_alone;
 }
 
-// The characters before the first zero, at most `limit`.
-uint32_t length_up_to(const ZU_wchar* text, uint32_t limit) {
-    uint32_t length = 0;
-    while (length < limit && text[length])
-        ++length;
-    return length;
+void note_zero(ZU_s s) {
+    header_of(s)->reference_count = count_alone_with_zeros;
 }
 
 void set_length(ZU_s s, uint32_t length) {
@@ -55,13 +55,39 @@ void report_too_long() {
     ZU_free(ZU_calloc(0xFFFFFFFF, 0xFFFFFFFF));
 }
 
-// A buffer that is not shared keeps its block as far as the allocator can; either way the text is cut at its first
-// zero character.
-void move_to_capacity(ZU_s* s, uint32_t capacity) {
+// The place of the first zero character within the first `length` ones, or `length`.
+uint32_t find_zero(const ZU_wchar* text, uint32_t length) {
+    constexpr uint32_t block = 64; // a fixed count, for vector instructions
+    const ZU_wchar* at = text;
+    for (uint32_t blocks = length / block; blocks > 0; --blocks, at += block) {
+        uint16_t any = 0;
+        for (size_t i = 0; i < block; ++i)
+            any |= static_cast<uint16_t>(at[i] == 0);
+        if (any)
+            break;
+    }
+    const auto searched = static_cast<uint32_t>(at - text);
+    return searched + static_cast<uint32_t>(platform::wcsnlen(at, length - searched));
+}
+
+// What a move keeps of a text: all before its first zero character. Looking for it in the whole text at every step
+// would make appending quadratic. Operations leave a mark when they write one; what a caller has written through the
+// pointer, by trimming for instance, is found in a short text and at the end of a long one.
+uint32_t kept_length(ZU_s s) {
+    constexpr uint32_t always_searched = 128;
+    const uint32_t length = ZU_s_length(s);
+    const bool trusted = s && header_of(s)->reference_count == count_alone && length > always_searched;
+    const uint32_t start = trusted ? length - always_searched : 0;
+    return start + find_zero(s + start, length - start);
+}
+
+// A buffer that is not shared keeps its block as far as the allocator can. Out of line, so that the operations stay
+// short where there is room.
+[[gnu::noinline]] void move_to_capacity(ZU_s* s, uint32_t capacity) {
     const ZU_s old = *s;
-    const uint32_t kept = old ? length_up_to(old, header_of(old)->length) : 0;
+    const uint32_t kept = kept_length(old);
     ZU_s_header* header;
-    if (is_shared(old)) {
+    if (old && header_of(old)->reference_count > count_alone) {
         header = static_cast<ZU_s_header*>(ZU_malloc(block_bytes(capacity)));
         std::memcpy(characters_of(header), old, kept * sizeof(ZU_wchar));
         --header_of(old)->reference_count;
@@ -69,7 +95,7 @@ void move_to_capacity(ZU_s* s, uint32_t capacity) {
         header = static_cast<ZU_s_header*>(ZU_realloc(old ? header_of(old) : nullptr, block_bytes(capacity)));
     }
     header->capacity = capacity;
-    header->reference_count = 1;
+    header->reference_count = count_alone;
     *s = characters_of(header);
     set_length(*s, kept);
 }
@@ -93,35 +119,19 @@ bool lies_within(ZU_s s, const ZU_wchar* text) {
            && at <= reinterpret_cast<uintptr_t>(s + header_of(s)->length);
 }
 
-// The first characters of a text that is about to be added to a string: copied aside when they lie in the string's own
-// buffer, which growing moves.
-class added_text {
-public:
-    added_text(ZU_s s, const ZU_wchar* text, uint32_t n)
-        : text_(text), length_(length_up_to(text, n)), copy_(nullptr) {
-        if (!lies_within(s, text))
-            return;
-        copy_ = zu::allocate<ZU_wchar>(length_ + 1);
-        std::memcpy(copy_, text, length_ * sizeof(ZU_wchar));
-        text_ = copy_;
-    }
-    ~added_text() { ZU_free(copy_); }
-    added_text(const added_text&) = delete;
-    added_text& operator=(const added_text&) = delete;
+// A text to be added that lies in the string's own buffer, which growing moves, is first copied aside.
+ZU_wchar* copied_aside(const ZU_wchar* text, uint32_t n) {
+    const auto length = static_cast<uint32_t>(platform::wcsnlen(text, n));
+    auto* copy = zu::allocate<ZU_wchar>(length + 1);
+    std::memcpy(copy, text, length * sizeof(ZU_wchar));
+    copy[length] = 0;
+    return copy;
+}
 
-    uint32_t length() const { return length_; }
-    void copy_to(ZU_wchar* out) const { std::memcpy(out, text_, length_ * sizeof(ZU_wchar)); }
-
-private:
-    const ZU_wchar* text_;
-    uint32_t length_;
-    ZU_wchar* copy_;
-};
-
-// Room for the n characters that the caller allows, or for those that there are when n means "all".
-void grow_for(ZU_s* s, const added_text& text, uint32_t n) {
+// Room for the n characters that the caller allows, or, when no block holds as many, for the k that there are.
+void grow_for(ZU_s* s, uint32_t n, uint32_t k) {
     const uint64_t length = ZU_s_length(*s);
-    grow(s, length + (length + n > largest_capacity ? text.length() : n), true);
+    grow(s, length + (length + n <= largest_capacity ? n : std::max(k, 1u)), true);
 }
 
 } // namespace
@@ -142,10 +152,12 @@ void ZU_s_destroy(ZU_s* s) {
 }
 
 void ZU_s_clear(ZU_s* s) {
-    if (is_shared(*s))
+    if (is_shared(*s)) {
         ZU_s_destroy(s);
-    else if (*s)
+    } else if (*s) {
         set_length(*s, 0);
+        header_of(*s)->reference_count = count_alone;
+    }
 }
 
 ZU_s* ZU_s_insert(ZU_s* s, uint32_t position, const ZU_wchar* text) {
@@ -159,24 +171,32 @@ ZU_s* ZU_s_insert_n(ZU_s* s, uint32_t position, const ZU_wchar* text, uint32_t n
         return s;
     if (position == position_end)
         return ZU_s_append_n(s, text, n);
-    const added_text added(*s, text, n);
-    grow_for(s, added, n);
-    const uint32_t length = ZU_s_length(*s);
+    if (lies_within(*s, text)) {
+        const zu::owned<ZU_wchar> copy(copied_aside(text, n));
+        return ZU_s_insert_n(s, position, copy.get(), n);
+    }
+    const auto k = static_cast<uint32_t>(platform::wcsnlen(text, n));
+    grow_for(s, n, k);
+    const uint32_t length = header_of(*s)->length;
     ZU_wchar* gap = *s + std::min(position, length); // growing may have cut the text
-    std::memmove(gap + added.length(), gap, static_cast<size_t>(*s + length - gap) * sizeof(ZU_wchar));
-    added.copy_to(gap);
-    set_length(*s, length + added.length());
+    std::memmove(gap + k, gap, static_cast<size_t>(*s + length - gap) * sizeof(ZU_wchar));
+    std::memcpy(gap, text, k * sizeof(ZU_wchar));
+    set_length(*s, length + k);
     return s;
 }
 
 ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n) {
     if (n == 0)
         return s;
-    const added_text added(*s, text, n);
-    grow_for(s, added, n);
-    const uint32_t length = ZU_s_length(*s);
-    added.copy_to(*s + length);
-    set_length(*s, length + added.length());
+    if (lies_within(*s, text)) {
+        const zu::owned<ZU_wchar> copy(copied_aside(text, n));
+        return ZU_s_append_n(s, copy.get(), n);
+    }
+    const auto k = static_cast<uint32_t>(platform::wcsnlen(text, n));
+    grow_for(s, n, k);
+    const uint32_t length = header_of(*s)->length;
+    std::memcpy(*s + length, text, k * sizeof(ZU_wchar));
+    set_length(*s, length + k);
     return s;
 }
 
@@ -224,6 +244,8 @@ ZU_s* ZU_s_append_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments) 
         const int added = format_at(*s + length, room, format, arguments);
         if (added >= 0 && static_cast<uint32_t>(added) < room) {
             set_length(*s, length + static_cast<uint32_t>(added));
+            if (find_zero(*s + length, static_cast<uint32_t>(added)) < static_cast<uint32_t>(added))
+                note_zero(*s);
             return s;
         }
         (*s)[length] = 0;
@@ -257,7 +279,9 @@ ZU_s* ZU_s_assign_s(ZU_s* s, const ZU_s* source) {
 }
 
 ZU_wchar ZU_s_set_at(ZU_s* s, uint32_t index, ZU_wchar character) {
-    make_private(s);
+    grow(s, header_of(*s)->length, true); // not null
+    if (character == 0)
+        note_zero(*s);
     return std::exchange((*s)[index], character);
 }
 
@@ -290,6 +314,8 @@ uint32_t ZU_s_replace_c(ZU_s* s, ZU_wchar from, ZU_wchar to) {
             ++replaced;
         }
     }
+    if (to == 0 && replaced > 0)
+        note_zero(*s);
     return replaced;
 }
 
