@@ -1,0 +1,246 @@
+// Conversions between wide and narrow text, console output, and the helpers on plain texts.
+#include <iconv.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/process.h"
+#include "zu/zu.h"
+
+namespace {
+
+std::u16string wide_of(const std::string& narrow, uint32_t encoding = ZU_ENCODING_UTF8) {
+    uint32_t length = 0;
+    ZU_wchar* wide = ZU_char_2_wchar(encoding, narrow.data(), static_cast<int32_t>(narrow.size()), &length);
+    const std::u16string copy(wide, length);
+    EXPECT_EQ(wide[length], 0);
+    ZU_free(wide);
+    return copy;
+}
+
+std::string narrow_of(const std::u16string& wide, uint32_t encoding = ZU_ENCODING_UTF8) {
+    uint32_t length = 0;
+    char* narrow = ZU_wchar_2_char(encoding, wide.data(), static_cast<int32_t>(wide.size()), &length);
+    const std::string copy(narrow, length);
+    EXPECT_EQ(narrow[length], 0);
+    ZU_free(narrow);
+    return copy;
+}
+
+TEST(utf8, malformed_text_gives_one_mark_for_each_maximal_bad_part) {
+    // The expected text with a dot for each mark.
+    const struct {
+        std::string bytes;
+        std::u16string wide;
+    } rows[] = {
+        // clang-format off
+        {"\xC0\x80", u".."},         {"\xC1\xBF" "A", u"..A"},   {"\xE0\x80\x80", u"..."},
+        {"\xE0\x9F\xBF" "A", u"...A"}, {"\xF0\x80\x80\x80", u"...."}, {"\xED\xA0\xBD\xED\xB8\x80", u"......"},
+        {"\xF4\x90\x80\x80", u"...."}, {"\xF5\x80\xFE\xFF", u"...."}, {"\x80\xBF" "A", u"..A"},
+        {"\xC3", u"."},              {"\xC3\xC3\xA9", u".\u00e9"}, {"\xE2\x82", u"."},
+        {"\xE2" "A", u".A"},         {"\xE2\x82" "A", u".A"},    {"\xF0\x9F\x98", u"."},
+        {"\xF0\x9F" "A", u".A"},     {"\xF1\x80\x80\xE1\x80\xC2" "b", u"...b"},
+        {"\xEF\xBF\xBF\xEF\xBB\xBF\xF4\x8F\xBF\xBF", u"\uffff\ufeff\U0010FFFF"},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        std::u16string expected = row.wide;
+        std::replace(expected.begin(), expected.end(), u'.', u'\ufffd');
+        for (size_t before : {0, 1, 31, 32, 33, 64}) // the blocks of ASCII end before, at and after the place
+            EXPECT_EQ(wide_of(std::string(before, 'x') + row.bytes), std::u16string(before, u'x') + expected);
+    }
+    const char16_t high = 0xD83D, low = 0xDE00;
+    EXPECT_EQ(narrow_of({low, u'x', high}), "\xEF\xBF\xBDx\xEF\xBF\xBD");
+    EXPECT_EQ(narrow_of({low, high, high, low}), "\xEF\xBF\xBD\xEF\xBF\xBD\xF0\x9F\x98\x80");
+}
+
+std::string with_iconv(const char* to, const char* from, std::string in) {
+    std::string out(in.size() * 4 + 16, 0);
+    const iconv_t converter = iconv_open(to, from);
+    char* at = in.data();
+    char* end = out.data();
+    size_t left = in.size(), room = out.size();
+    EXPECT_NE(iconv(converter, &at, &left, &end, &room), static_cast<size_t>(-1));
+    iconv_close(converter);
+    return out.substr(0, out.size() - room);
+}
+
+TEST(utf8, every_character_as_the_c_library_converts_it) {
+    std::mt19937 random(815);
+    std::u32string all;
+    for (char32_t c = 1; c <= 0x10FFFF; c += c < 0x3000 ? 1 : 61) {
+        if (c >= 0xD800 && c < 0xE000)
+            continue;
+        all += c;
+        all.append(random() % 8 == 0 ? random() % 70 : 0, U'x'); // runs of ASCII at every alignment
+    }
+    const std::string utf8 =
+        with_iconv("UTF-8", "UTF-32LE", {reinterpret_cast<const char*>(all.data()), all.size() * 4});
+    const std::string utf16 = with_iconv("UTF-16LE", "UTF-8", utf8);
+    const std::u16string wide(reinterpret_cast<const char16_t*>(utf16.data()), utf16.size() / 2);
+    EXPECT_TRUE(wide_of(utf8) == wide);
+    EXPECT_TRUE(narrow_of(wide) == utf8);
+}
+
+// The environment's character set is looked up once in a process, so that each row has a child of its own.
+TEST(code_pages, the_environment_names_the_character_set) {
+    const struct {
+        const char *variable, *value;
+        std::u16string wide;
+        std::string narrow;
+        std::u16string back;
+    } rows[] = {
+        // clang-format off
+        {"LC_ALL", "C", u"a\u20ac", "a\xE2\x82\xAC", u"a\u20ac"},
+        {"LANG", "", u"\u00e9", "\xC3\xA9", u"\u00e9"},
+        {"LC_ALL", "nn_NO.no-such-set", u"\u00e9", "\xC3\xA9", u"\u00e9"},
+        {"LC_CTYPE", "de_DE.utf8", u"\u00e9", "\xC3\xA9", u"\u00e9"},
+        {"LANG", "de_DE.ISO-8859-15@euro", u"\u20ac\u00e9\u0151", "\xA4\xE9?", u"\u20ac\u00e9?"},
+        {"LC_ALL", "x.CP1252", u"\u20ac\u0081\u2018\U0001F600\xD800", "\x80\x81\x91???",
+         u"\u20ac\u0081\u2018???"},
+        {"LC_ALL", "x.ISO-8859-7", u"\u03b1\u00d2", "\xE1?", u"\u03b1?"},
+        {"LC_ALL", "ja_JP.EUC-JP", u"\u65e5a\u0e01\u672c\U0001F600",
+         "\xC6\xFC" "a?\xCB\xDC??", u"\u65e5a?\u672c??"},
+        {"LC_ALL", "x.ISO-2022-JP", u"\u65e5\u0e01\u672c", "\x1B$BF|\x1B(B?\x1B$BK\\\x1B(B",
+         u"\u65e5?\u672c"},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        const zu_test::outcome outcome = zu_test::run_child([&] {
+            for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"})
+                unsetenv(variable);
+            setenv(row.variable, row.value, 1);
+            for (int i = 0; i < 2; ++i) { // no shift state is left behind
+                EXPECT_EQ(narrow_of(row.wide, ZU_ENCODING_ANSI), row.narrow) << row.value;
+                EXPECT_EQ(wide_of(row.narrow, ZU_ENCODING_ANSI), row.back) << row.value;
+            }
+            if (row.value == std::string("ja_JP.EUC-JP")) {
+                EXPECT_EQ(wide_of("a\xFF\xC6\xFC\xC6", ZU_ENCODING_ANSI), u"a\ufffd\u65e5\ufffd");
+            }
+            if (testing::Test::HasFailure())
+                _exit(1);
+        });
+        EXPECT_EQ(outcome.exit_code, 0) << row.value << outcome.output;
+    }
+}
+
+TEST(code_pages, counts_and_codes) {
+    char narrow[8];
+    char16_t wide[8];
+    const struct {
+        const char16_t* wide;
+        const char* narrow;
+        int count, size, result;
+        uint32_t code; // 4711: left alone
+    } rows[] = {
+        // clang-format off
+        {u"ab", "ab", 2, 8, 2, 4711},      {u"ab", "ab", -1, 8, 3, 4711},       {u"ab", "ab", -7, 0, 3, 4711},
+        {u"a\0b", "a\0b", 3, 3, 3, 4711},  {u"ab", "ab", 0, 8, 0, 87},          {nullptr, nullptr, 2, 8, 0, 87},
+        {u"ab", "ab", 2, -1, 0, 87},       {u"abc", "abc", 3, 2, 0, 122},       {u"abc", "abc", -1, 3, 0, 122},
+        {u"\u00e9", "\xF0\x90\x80\x80", 4, 1, 0, 122},
+        // clang-format on
+    };
+    for (uint32_t page : {CP_ACP, CP_UTF8}) {
+        for (const auto& row : rows) {
+            SetLastError(4711);
+            EXPECT_EQ(row.result, platform::WideCharToMultiByte(page, 0, row.wide, row.count, narrow,
+                                                                row.size, nullptr, nullptr));
+            EXPECT_EQ(GetLastError(), row.code);
+            SetLastError(4711);
+            EXPECT_EQ(row.result,
+                      platform::MultiByteToWideChar(page, 0, row.narrow, row.count, wide, row.size));
+            EXPECT_EQ(GetLastError(), row.code);
+        }
+    }
+    EXPECT_EQ(platform::MultiByteToWideChar(12345, 0, "ab", 2, wide, 8), 0);
+    EXPECT_EQ(GetLastError(), 87u);
+}
+
+TEST(conversion, lengths_encodings_and_the_code) {
+    const struct {
+        uint32_t encoding;
+        int32_t length;
+        std::string expected;
+    } rows[] = {
+        // clang-format off
+        {ZU_ENCODING_UTF8, -1, "ab"}, {ZU_ENCODING_UTF8, 0, ""},   {ZU_ENCODING_UTF8, 1, "a"}, {3, 2, ""}, {0, -1, ""},
+        {ZU_ENCODING_UTF8, 4, "ab"},  {ZU_ENCODING_ANSI, 4, "ab"}, {ZU_ENCODING_UTF8, 5, std::string("ab\0\0c", 5)},
+        // clang-format on
+    };
+    SetLastError(4711);
+    for (const auto& row : rows) {
+        uint32_t length = 99, wide_length = 99;
+        char* narrow = ZU_wchar_2_char(row.encoding, u"ab\0\0c", row.length, &length);
+        ZU_wchar* wide = ZU_char_2_wchar(row.encoding, "ab\0\0c", row.length, &wide_length);
+        EXPECT_EQ(std::string(narrow, length + 1), row.expected + '\0');
+        EXPECT_EQ(std::u16string(wide, wide_length + 1),
+                  std::u16string(row.expected.begin(), row.expected.end()) + u'\0');
+        ZU_free(narrow);
+        ZU_free(wide);
+    }
+    ZU_free(ZU_wchar_2_char(ZU_ENCODING_UTF8, u"\0\0", 2, nullptr));
+    EXPECT_EQ(GetLastError(), 4711u);
+}
+
+bool a_broken_pipe_waits() {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, SIGPIPE) == 1;
+}
+
+TEST(console, writes_narrow_text_and_survives_a_reader_that_has_gone) {
+    const zu_test::outcome gone = zu_test::run_child([] {
+        setenv("LC_ALL", "C.UTF-8", 1);
+        if (ZU_printf_ex(u"%s %5lu\u20ac\n", u"wide", 42u) != 14)
+            _exit(1);
+        std::fflush(stdout);
+        int ends[2];
+        if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0)
+            _exit(2);
+        close(ends[0]);
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
+        SetLastError(4711);
+        if (ZU_printf_ex(u"%s", u"nobody reads this") >= 0 || errno != EPIPE || GetLastError() != 4711)
+            _exit(3);
+        if (a_broken_pipe_waits())
+            _exit(4);
+        sigset_t pipe_signal;
+        sigemptyset(&pipe_signal);
+        sigaddset(&pipe_signal, SIGPIPE);
+        sigprocmask(SIG_BLOCK, &pipe_signal, nullptr);
+        raise(SIGPIPE);
+        ZU_printf_ex(u"%s", u"nor this");
+        if (!a_broken_pipe_waits()) // it was not this call's to take
+            _exit(5);
+        sigprocmask(SIG_UNBLOCK, &pipe_signal, nullptr);
+        _exit(6); // not reached: the signal is let through as before
+    });
+    EXPECT_EQ(gone.output, "wide    42\xE2\x82\xAC\n");
+    EXPECT_EQ(gone.signal, SIGPIPE) << gone.exit_code;
+}
+
+TEST(numbers, wtoi_reads_as_far_as_it_goes) {
+    const struct {
+        const char16_t* text;
+        int value;
+    } rows[] = {
+        // clang-format off
+        {u"", 0},    {u"+5", 5},   {u"-0x10", 0}, {u" \t\u00a0\u3000\r\n12abc", 12}, {u"--5", 0},
+        {u"- 5", 0}, {u"010", 10}, {u"\u200b1", 0}, {u"\uff11\u0663", 13}, {u"-2147483648", INT_MIN},
+        {u"2147483647", INT_MAX}, {u"99999999999", INT_MAX}, {u"-99999999999999999999999", INT_MIN},
+        // clang-format on
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(platform::_wtoi(row.text), row.value);
+}
+
+} // namespace

@@ -1,0 +1,139 @@
+// Helpers on plain texts: tokens, splitting, trimming, numbers, short names, hashing, wildcards.
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "zu/zu.h"
+
+namespace {
+
+using texts = std::vector<std::u16string>;
+
+TEST(text, tokens) {
+    const struct {
+        std::u16string text;
+        const ZU_wchar* separators;
+        texts tokens;
+    } rows[] = {
+        // clang-format off
+        {u";;a;b;", u";", {u"a", u"b"}},       {u";;;", u";", {}},      {u"", u";", {}},
+        {u"a b-c", u" -", {u"a", u"b", u"c"}}, {u"abc", u"", {u"abc"}}, {u"a", u";", {u"a"}},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        std::u16string text = row.text;
+        ZU_wchar* context = nullptr;
+        texts tokens;
+        for (ZU_wchar* at = ZU_strtok(text.data(), row.separators, &context); at;
+             at = ZU_strtok(nullptr, row.separators, &context))
+            tokens.push_back(at);
+        EXPECT_EQ(tokens, row.tokens);
+    }
+    ZU_wchar text[] = u"name=a;b";
+    ZU_wchar* context = nullptr;
+    EXPECT_EQ(std::u16string(ZU_strtok(text, u"=", &context)), u"name");
+    EXPECT_EQ(std::u16string(ZU_strtok(nullptr, u";", &context)), u"a") << "other separators, the same place";
+}
+
+TEST(text, splitting) {
+    const std::u16string untouched = u"~";
+    const struct {
+        const ZU_wchar *text, *separator;
+        int32_t result; // with two buffers and a null pointer
+        texts pieces;
+    } rows[] = {
+        // clang-format off
+        {u"a--b", u"--", 0, {u"a", u"b"}},     {u"ab", u"--", -1, {untouched, untouched}},
+        {u"a--b--c", u"--", -1, {u"a", u"b"}}, {u"a--", u"--", 0, {u"a", u""}},
+        {u"a---b", u"--", 0, {u"a", u"-b"}},   {u"--", u"--", 0, {u"", u""}},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        ZU_wchar first[16] = u"~", second[16] = u"~";
+        EXPECT_EQ(ZU_split(row.text, row.separator, first, second, static_cast<ZU_wchar*>(nullptr)),
+                  row.result);
+        EXPECT_EQ((texts{first, second}), row.pieces);
+    }
+}
+
+std::u16string taken(ZU_wchar* text) {
+    const std::u16string copy = text;
+    ZU_free(text);
+    return copy;
+}
+
+TEST(text, trimming_and_short_names) {
+    const ZU_wchar* const paths[][2] = {
+        {u"C:\\dir\\ \\", u"C:\\dir"}, {u"\\", u"\\"}, {u" \\ ", u" "}, {u"", u""}};
+    for (const auto& row : paths) {
+        std::u16string path = row[0];
+        ZU_trim_end_path_symbol(path.data());
+        EXPECT_EQ(std::u16string(path.c_str()), row[1]);
+    }
+    ZU_wchar all[] = u"xxx";
+    ZU_trim_end_char(all, u'x');
+    EXPECT_EQ(std::u16string(all), u"");
+    EXPECT_EQ(taken(ZU_str_make_short_name(u"abcdefgh", 5)), u"abcde...");
+    EXPECT_EQ(taken(ZU_str_make_short_name(u"abcdefgh", 8)), u"abcdefgh");
+    EXPECT_EQ(taken(ZU_str_make_short_name(u"abc", 0)), u"...");
+}
+
+TEST(text, numbers_and_hashes) {
+    const struct {
+        const ZU_wchar* text;
+        bool with_sign, without;
+    } rows[] = {
+        // clang-format off
+        {u"-12", true, false}, {u"+", true, false},    {u"1.5", false, false}, {u"", false, false},
+        {u"007", true, true},  {u"1-", false, false},  {u" 1", false, false},  {u"\uff11", false, false},
+        // clang-format on
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(ZU_is_numeric(row.text, 0xFE), row.with_sign) << "only bit 0 counts";
+        EXPECT_EQ(ZU_is_numeric(row.text, 1), row.without);
+    }
+    EXPECT_EQ(ZU_hash_string_nocase(u"abc"), 590u);
+    EXPECT_EQ(ZU_hash_string_nocase(u"ABC"), 590u);
+    EXPECT_EQ(ZU_hash_string_nocase(std::u16string(1 << 17, u'\uffff').c_str()), 0xFFFF0000u) << "sums wrap";
+}
+
+// What a pattern means, told by recursion.
+bool matches(const ZU_wchar* pattern, const ZU_wchar* text) {
+    if (*pattern == u'*')
+        return matches(pattern + 1, text) || (*text && matches(pattern, text + 1));
+    if (!*text)
+        return !*pattern;
+    return (*pattern == u'?' || *pattern == *text) && matches(pattern + 1, text + 1);
+}
+
+TEST(text, wildcards_mean_what_recursion_says) {
+    const auto all_of = [](const std::u16string& letters) {
+        texts all{u""};
+        for (size_t i = 0; all[i].size() < 5; ++i) {
+            for (char16_t c : letters)
+                all.push_back(all[i] + c);
+        }
+        return all;
+    };
+    const texts patterns = all_of(u"ab*?"), names = all_of(u"ab");
+    for (const std::u16string& pattern : patterns) {
+        for (const std::u16string& name : names)
+            ASSERT_EQ(ZU_wildcard_match(pattern.c_str(), name.c_str()) != 0,
+                      matches(pattern.c_str(), name.c_str()));
+    }
+    const struct {
+        const ZU_wchar *pattern, *name;
+        bool matches;
+    } files[] = {
+        // clang-format off
+        {u"*.*", u"README", true},  {u"a*.*", u"ABC", true},      {u"*.TXT", u"a.txt", true},
+        {u"*.*.*", u"a.b", true},   {u"*.*.*", u"ab", false},     {u".*", u"ab", false},
+        {u"*.t?t", u"x.tat", true}, {u"\u00c4", u"\u00e4", false}
+        // clang-format on
+    };
+    for (const auto& row : files)
+        EXPECT_EQ(ZU_wildcard_match_win32_file(row.pattern, row.name) != 0, row.matches);
+}
+
+} // namespace
