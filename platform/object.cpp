@@ -74,6 +74,10 @@ waitable* object::as_waitable() {
     return nullptr;
 }
 
+void object::destroy() {
+    delete this;
+}
+
 HANDLE new_handle(object* opened) {
     if (!opened) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
