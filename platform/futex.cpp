@@ -5,8 +5,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <climits>
 
 namespace platform {
 
@@ -16,7 +16,7 @@ constexpr DWORD infinite = 0xFFFFFFFF;
 constexpr long nanoseconds_per_second = 1'000'000'000;
 constexpr long nanoseconds_per_millisecond = 1'000'000;
 
-constexpr int spins_for_a_lock = 100; // longer than a record stays locked, shorter than falling asleep
+constexpr long nanoseconds_of_first_turn = 25;
 
 bool is_earlier(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
@@ -60,25 +60,58 @@ void wake_on(const std::atomic<uint32_t>* word, int count) {
     syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count);
 }
 
+namespace {
+
+void pause_processor() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || defined(__arm__)
+    asm volatile("yield");
+#endif
+}
+
 bool has_several_processors() {
     static const bool several = sysconf(_SC_NPROCESSORS_ONLN) > 1;
     return several;
 }
 
-void futex_lock::lock_slowly() {
-    if (has_several_processors()) {
-        for (int i = 0; i < spins_for_a_lock; ++i) {
-            uint32_t expected = free;
-            if (word_.load(std::memory_order_relaxed) == free
-                && word_.compare_exchange_weak(expected, held, std::memory_order_acquire,
-                                               std::memory_order_relaxed))
-                return;
-            relax();
-        }
+// The instruction takes from a few nanoseconds to more than a hundred, depending on the processor.
+unsigned pauses_in_first_turn() {
+    static const unsigned measured = [] {
+        constexpr long sample = 64;
+        timespec before, after;
+        clock_gettime(CLOCK_MONOTONIC, &before);
+        for (long i = 0; i < sample; ++i)
+            pause_processor();
+        clock_gettime(CLOCK_MONOTONIC, &after);
+        const long taken =
+            (after.tv_sec - before.tv_sec) * nanoseconds_per_second + after.tv_nsec - before.tv_nsec;
+        return static_cast<unsigned>(
+            std::clamp(sample * nanoseconds_of_first_turn / std::max(taken, 1L), 1L, 250L));
+    }();
+    return measured;
+}
+
+} // namespace
+
+bool backoff::turn() {
+    if (left_ == 0 || !has_several_processors())
+        return false;
+    for (unsigned i = pauses_in_first_turn() * length_; i > 0; --i)
+        pause_processor();
+    --left_;
+    length_ *= 2;
+    return true;
+}
+
+void lock_word::lock_slowly(std::atomic<uint32_t>& word) {
+    for (backoff waiting; waiting.turn();) {
+        if (word.load(std::memory_order_relaxed) == is_free && try_lock(word))
+            return;
     }
-    // Taken as contended: others may sleep besides us, and one wake too many is harmless.
-    while (word_.exchange(contended, std::memory_order_acquire) != free)
-        sleep_on(&word_, contended, deadline(infinite));
+    // Taken as contended: others may sleep besides us, and one wake too many is harmless. Acquire: as in try_lock.
+    while (word.exchange(is_contended, std::memory_order_acquire) != is_free)
+        sleep_on(&word, is_contended, deadline(infinite));
 }
 
 } // namespace platform

@@ -32,44 +32,53 @@ bool sleep_on(const std::atomic<uint32_t>* word, uint32_t expected, const deadli
 // the word's memory has been released since.
 void wake_on(const std::atomic<uint32_t>* word, int count);
 
-// Whether spinning can pay: another processor may run the thread that is waited for.
-bool has_several_processors();
-
-// One turn of a spinning loop.
-inline void relax() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
-    asm volatile("yield");
-#endif
-}
-
-// A lock of one word, for records that are locked for a few instructions at a time. It may be destroyed as soon as
-// the last holder has called unlock, even before that call has returned.
-class futex_lock {
+// Waiting for another processor in turns that double. In a longer turn the word that is waited for stays in the other
+// processor's cache, which can do many pieces of work in the meantime, where short turns would have the two take it
+// from each other for every single one.
+class backoff {
 public:
-    void lock() {
-        uint32_t expected = free;
-        // Acquire, here and below: what the holder before us wrote under the lock is seen.
-        if (!word_.compare_exchange_strong(expected, held, std::memory_order_acquire,
-                                           std::memory_order_relaxed))
-            lock_slowly();
-    }
+    // All turns together take about as long as falling asleep and being woken.
+    static constexpr uint8_t turns_at_most = 9;
+    static constexpr uint8_t turns_at_least = 2;
 
-    void unlock() {
-        // Release: the next holder sees what was written under the lock. Nothing of the lock is read after it.
-        if (word_.exchange(free, std::memory_order_release) == contended)
-            wake_on(&word_, 1);
-    }
+    explicit backoff(unsigned turns = turns_at_most) : left_(turns) {}
+
+    // Waits for one turn. False when spinning does not pay (any more): sleep.
+    bool turn();
 
 private:
-    static constexpr uint32_t free = 0;
-    static constexpr uint32_t held = 1;
-    static constexpr uint32_t contended = 2; // held, and somebody may sleep
-
-    void lock_slowly();
-
-    std::atomic<uint32_t> word_{free};
+    unsigned left_;
+    unsigned length_ = 1; // of the next turn
 };
+
+// Locks of one word, for records that are locked for a few instructions at a time. The word may be gone as soon as
+// the last holder has unlocked it, even before that call has returned.
+namespace lock_word {
+
+inline constexpr uint32_t is_free = 0;
+inline constexpr uint32_t is_held = 1;
+inline constexpr uint32_t is_contended = 2; // held, and somebody may sleep
+
+void lock_slowly(std::atomic<uint32_t>& word);
+
+inline bool try_lock(std::atomic<uint32_t>& word) {
+    uint32_t expected = is_free;
+    // Acquire: what the holder before us wrote under the lock is seen.
+    return word.compare_exchange_strong(expected, is_held, std::memory_order_acquire,
+                                        std::memory_order_relaxed);
+}
+
+inline void lock(std::atomic<uint32_t>& word) {
+    if (!try_lock(word)) [[unlikely]]
+        lock_slowly(word);
+}
+
+inline void unlock(std::atomic<uint32_t>& word) {
+    // Release: the next holder sees what was written under the lock. Nothing of the word is read after it.
+    if (word.exchange(is_free, std::memory_order_release) == is_contended) [[unlikely]]
+        wake_on(&word, 1);
+}
+
+} // namespace lock_word
 
 } // namespace platform

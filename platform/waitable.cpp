@@ -5,16 +5,6 @@
 
 namespace platform {
 
-namespace {
-
-// A spinning wait costs what it spins; one that falls asleep and is woken costs some microseconds. How long to spin
-// is learnt per object: from what succeeded, and down to a little when nothing comes.
-constexpr unsigned spins_at_first = 200;
-constexpr unsigned spins_at_most = 1000;
-constexpr unsigned spins_at_least = 20;
-
-} // namespace
-
 // The sleepers to wake once the lock is free, so that they do not run into it. Only addresses are kept: a sleeper
 // that has been settled may be gone before it is woken.
 class waitable::wakes {
@@ -75,7 +65,7 @@ uint32_t waitable::hand_out_locked(uint32_t count, wakes& woken) {
 }
 
 void waitable::lock() {
-    lock_.lock();
+    lock_word::lock(lock_);
     // With the flag, changes without the lock fail and come here.
     state_.fetch_or(queued, std::memory_order_seq_cst);
 }
@@ -83,7 +73,7 @@ void waitable::lock() {
 void waitable::unlock() {
     if (!first_)
         state_.fetch_and(count_mask, std::memory_order_seq_cst);
-    lock_.unlock();
+    lock_word::unlock(lock_);
 }
 
 bool waitable::is_signalled_locked() const {
@@ -119,21 +109,16 @@ DWORD waitable::wait(DWORD milliseconds) {
     return milliseconds == 0 ? WAIT_TIMEOUT : sleep(milliseconds);
 }
 
+// How long to spin is learnt per object: longer after it has paid, shorter when nothing came.
 bool waitable::spin() {
-    if (!has_several_processors())
-        return false;
-    const unsigned learnt = spins_.load(std::memory_order_relaxed);
-    const unsigned limit = learnt == 0 ? spins_at_first : learnt;
+    const uint8_t turns = turns_.load(std::memory_order_relaxed);
     bool taken = false;
-    for (unsigned i = 0; i < limit && !taken; ++i) {
-        relax();
+    for (backoff waiting(turns); !taken && waiting.turn();)
         taken = (state_.load(std::memory_order_relaxed) & count_mask) > 0 && take();
-    }
-    const unsigned next = taken ? limit + limit / 8 + 1 : limit - limit / 8;
-    spins_.store(static_cast<uint16_t>(next > spins_at_most    ? spins_at_most
-                                       : next < spins_at_least ? spins_at_least
-                                                               : next),
-                 std::memory_order_relaxed);
+    if (taken && turns < backoff::turns_at_most)
+        turns_.store(turns + 1, std::memory_order_relaxed);
+    else if (!taken && turns > backoff::turns_at_least)
+        turns_.store(turns - 1, std::memory_order_relaxed);
     return taken;
 }
 

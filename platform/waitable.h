@@ -113,9 +113,9 @@ private:
     static constexpr uint32_t count_mask = queued - 1;
 
     const bool stays_;
-    std::atomic<uint16_t> spins_{0};
+    std::atomic<uint8_t> turns_{backoff::turns_at_most}; // of spinning before a sleep
     std::atomic<uint32_t> state_;
-    futex_lock lock_;
+    std::atomic<uint32_t> lock_{lock_word::is_free};
     queue_entry* first_ = nullptr;
     queue_entry** last_link_ = &first_;
 };

@@ -369,12 +369,14 @@ TEST(sleepers, philosophers_who_wait_for_both_forks_all_eat) {
     for (HANDLE& fork : forks)
         fork = event(false, true);
     std::atomic<int> in_use[seats] = {};
+    const HANDLE all_seated = event(true, false);
     crew philosophers;
     for (int i = 0; i < seats; ++i) {
         philosophers.add([&, i] {
             const int left = i, right = (i + 1) % seats;
             const HANDLE both[] = {forks[left], forks[right]};
-            for (int meal = 0; meal < 1000; ++meal) {
+            platform::WaitForSingleObject(all_seated, INFINITE);
+            for (int meal = 0; meal < 2000; ++meal) {
                 ASSERT_EQ(platform::WaitForMultipleObjects(2, both, 1, INFINITE), WAIT_OBJECT_0);
                 EXPECT_EQ(in_use[left]++ + in_use[right]++, 0);
                 --in_use[left];
@@ -384,7 +386,9 @@ TEST(sleepers, philosophers_who_wait_for_both_forks_all_eat) {
             }
         });
     }
+    platform::SetEvent(all_seated);
     philosophers.join();
+    platform::CloseHandle(all_seated);
     for (HANDLE fork : forks)
         platform::CloseHandle(fork);
 }

@@ -681,6 +681,34 @@ ZU_API ZU_bool ZU_DADeleteStringByContent(ZU_DA* array, const ZU_wchar* text);
 ZU_API void ZU_DAFreeItems(ZU_DA* array);
 
 /* ---- Bounded queue ------------------------------------------------------------------------------------------ */
+/*
+ * First in, first out, of up to a fixed number of pointers, for any number of producer and consumer threads. A push
+ * waits for room and a pop for a value, each up to a time-out in milliseconds: 0 only tries, ZU_WAIT_INFINITE waits
+ * without limit. The values are the caller's: the queue neither looks at them nor frees them.
+ *
+ * All but create and destroy may be called from any thread.
+ */
+typedef struct ZU_queue ZU_queue;
+
+/* A new queue for up to so many values; null with code 87 for less than 1. Release it with ZU_queue_destroy. */
+ZU_API ZU_queue* ZU_queue_create(int32_t maximum_size);
+
+/* Releases the queue, not the values that it still holds. No thread may be inside a push or pop. Null: nothing. */
+ZU_API void ZU_queue_destroy(ZU_queue* queue);
+
+/*
+ * Stores a value at the end. False when that fails, and the value is not stored; *timed_out (may be null) is then 1
+ * for a time-out, otherwise 0.
+ */
+ZU_API ZU_bool ZU_queue_push(ZU_queue* queue, void* value, uint32_t timeout_ms, ZU_bool* timed_out);
+
+/* Takes the first value. False when that fails, and *value is null; *timed_out is as above. */
+ZU_API ZU_bool ZU_queue_pop(ZU_queue* queue, void** value, uint32_t timeout_ms, ZU_bool* timed_out);
+
+/* The number of values, which may be out of date when it is used, and the most there can be. */
+ZU_API int32_t ZU_queue_size(ZU_queue* queue);
+ZU_API int32_t ZU_queue_max_size(ZU_queue* queue);
+
 
 /* ---- Path model and long paths ------------------------------------------------------------------------------ */
 /*
