@@ -2,14 +2,32 @@
 
 #include <cstdio>
 
+#include "text.h"
+
 namespace {
 
 std::string print(const std::string& text) {
     return text;
 }
 
+// ADDRESS PORT MS
+std::string probe(const std::string& text) {
+    const auto parts = words(text);
+    int32_t port = 0, timeout_ms = 0;
+    if (parts.size() != 3 || !read_number(parts[1], port) || port < 1 || port > 65535
+        || !read_number(parts[2], timeout_ms) || timeout_ms < 0)
+        throw failed{'"' + text + "\" is not ADDRESS PORT MS"};
+    switch (ZU_socket_test_port(wide(parts[0]).c_str(), static_cast<uint16_t>(port),
+                                static_cast<uint32_t>(timeout_ms))) {
+    case 0: return text + ": answers";
+    case 1: throw failed{text + ": " + error_text(GetLastError())};
+    default: throw failed{text + ": no answer in time"};
+    }
+}
+
 const action actions[] = {
     {"print", "TEXT  show the text", print},
+    {"probe", "ADDRESS PORT MS  see whether a TCP port answers", probe},
 };
 
 } // namespace

@@ -4,6 +4,11 @@
 #include <string>
 #include <string_view>
 
+// Thrown by an action that could not be carried out: the reason, for the journal.
+struct failed {
+    std::string reason;
+};
+
 struct action {
     const char* name;
     const char* help;

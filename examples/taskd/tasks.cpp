@@ -35,11 +35,6 @@ void print_padded(const std::string& text, int columns) {
     std::printf("%s%*s", text.c_str(), columns - width(text) + 2, "");
 }
 
-std::string next_firing(ZU_timer* timer) {
-    const ZU_time_t next = timer->ops->next(timer);
-    return next == -1 ? "never again" : next == -2 ? "not in sight" : local_time(next);
-}
-
 } // namespace
 
 task_list read_tasks(const char* path) {
@@ -65,6 +60,11 @@ task_list read_tasks(const char* path) {
         }
     }
     return result;
+}
+
+std::string next_firing(ZU_timer* timer) {
+    const ZU_time_t next = timer->ops->next(timer);
+    return next == -1 ? "never again" : next == -2 ? "not in sight" : local_time(next);
 }
 
 void print_next_firings(const task_list& list) {

@@ -24,4 +24,7 @@ struct task_list {
 
 task_list read_tasks(const char* path);
 
+// When a timer fires next, in words where it does not.
+std::string next_firing(ZU_timer* timer);
+
 void print_next_firings(const task_list& list);

@@ -11,6 +11,21 @@ std::u16string wide(std::string_view utf8) {
     return result;
 }
 
+std::string narrow(const ZU_wchar* text) {
+    uint32_t length = 0;
+    char* utf8 = ZU_wchar_2_char(ZU_ENCODING_UTF8, text, -1, &length);
+    std::string result(utf8, length);
+    ZU_free(utf8);
+    return result;
+}
+
+std::string error_text(uint32_t code) {
+    ZU_wchar* text = ZU_get_error_msg(code);
+    const std::string result = text ? narrow(text) : "error " + std::to_string(code);
+    ZU_free(text);
+    return result;
+}
+
 std::string local_time(ZU_time_t time) {
     ZU_wchar text[20];
     ZU_write_time_t(time, text);

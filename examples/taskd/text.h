@@ -9,6 +9,11 @@
 
 std::u16string wide(std::string_view utf8);
 
+std::string narrow(const ZU_wchar* text); // as UTF-8
+
+// What a last-error code means.
+std::string error_text(uint32_t code);
+
 // "2006-04-30 10:50:42"
 std::string local_time(ZU_time_t time);
 

@@ -1,0 +1,40 @@
+// The journal: what taskd tells while it runs, through the library's log.
+#pragma once
+
+#include <string>
+
+#include "zu/zu.h"
+
+struct journal_options {
+    std::string file; // empty: standard output alone
+    int32_t max_bytes = 1024 * 1024;
+    int32_t keep = 5; // files, the live one included
+    bool is_tracing = false;
+};
+
+// Open from the constructor to the destructor, which closes with a summary. Errors go to a file of their own as well,
+// beside the journal's.
+class journal {
+public:
+    explicit journal(const journal_options& options);
+    ~journal();
+    journal(const journal&) = delete;
+    journal& operator=(const journal&) = delete;
+};
+
+// Any thread, while a journal is open.
+void tell(const std::string& text);
+void warn(const std::string& text);
+void complain(const std::string& text);
+
+// Traces the way through a function, for as long as it lives.
+class traced {
+public:
+    traced(const ZU_wchar* function, const std::string& what);
+    ~traced();
+    traced(const traced&) = delete;
+    traced& operator=(const traced&) = delete;
+
+private:
+    const ZU_wchar* function_;
+};

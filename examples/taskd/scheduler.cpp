@@ -1,0 +1,136 @@
+#include "scheduler.h"
+
+#include <cstddef>
+#include <cstring>
+
+#include "journal.h"
+#include "text.h"
+
+// The table of tasks finds its key inside the entry.
+struct scheduler::entry {
+    const char* name; // the task's
+    std::unique_ptr<task> job;
+    scheduler* owner;
+    ZU_timer* timer; // the set's
+    std::atomic<unsigned> done{0};
+    std::atomic<unsigned> failed{0};
+};
+
+// What goes through the queue to a worker.
+struct scheduler::firing {
+    entry* what;
+    ZU_time_t scheduled; // 0: by request
+};
+
+namespace {
+
+constexpr int worker_count = 2;
+constexpr int32_t most_waiting = 100;
+constexpr uint32_t bucket_count = 61;
+
+uint32_t hash_name(const void* key) {
+    uint32_t hash = 5381;
+    for (const char* at = *static_cast<const char* const*>(key); *at; ++at)
+        hash = hash * 33 + static_cast<unsigned char>(*at);
+    return hash;
+}
+
+int32_t compare_names(const void* key, const void* stored_key) {
+    return std::strcmp(*static_cast<const char* const*>(key), *static_cast<const char* const*>(stored_key));
+}
+
+} // namespace
+
+scheduler::scheduler(task_list list) : due_(ZU_queue_create(most_waiting)) {
+    ZU_timer_set_init(&set_, 1, nullptr, nullptr);
+    ZU_hash_table_init(&by_name_, bucket_count, offsetof(entry, name), hash_name, compare_names, nullptr);
+    for (std::unique_ptr<task>& job : list.tasks) {
+        auto added = std::make_unique<entry>();
+        added->name = job->name.c_str();
+        added->owner = this;
+        added->timer = job->timer.release();
+        added->job = std::move(job);
+        ZU_hash_table_insert(&by_name_, added.get()); // of two with one name, the first is found
+        ZU_timer_set_add(&set_, added->timer, added.get(), fire);
+        entries_.push_back(std::move(added));
+    }
+}
+
+scheduler::~scheduler() {
+    ZU_timer_set_destroy(&set_);
+    for (size_t i = 0; i < workers_.size(); ++i)
+        ZU_queue_push(due_, nullptr, ZU_WAIT_INFINITE, nullptr); // the end of one worker
+    for (ZU_thread* worker : workers_)
+        ZU_thread_wait_for_termination(worker, nullptr);
+    ZU_queue_destroy(due_);
+    ZU_hash_table_destroy(&by_name_);
+}
+
+bool scheduler::start() {
+    for (int i = 0; i < worker_count; ++i) {
+        if (ZU_thread* worker = ZU_thread_create(work, this))
+            workers_.push_back(worker);
+    }
+    return !workers_.empty() && ZU_timer_set_startup(&set_);
+}
+
+bool scheduler::run_now(const std::string& name) {
+    const char* key = name.c_str();
+    void* found = nullptr;
+    if (ZU_hash_table_find(&by_name_, &key, &found) != 0)
+        return false;
+    firing* asked = new firing{static_cast<entry*>(found), 0};
+    if (!ZU_queue_push(due_, asked, 0, nullptr)) {
+        warn(name + " is asked for, but too much is waiting");
+        delete asked;
+    }
+    return true;
+}
+
+std::string scheduler::status() {
+    std::string lines;
+    ZU_timer_set_enumerate(&set_, describe, &lines); // under the set's lock, where a timer may be asked
+    return lines;
+}
+
+int32_t scheduler::describe(void* lines, ZU_timer* timer, void* user_data, ZU_timer_callback) {
+    const auto* each = static_cast<const entry*>(user_data);
+    *static_cast<std::string*>(lines) += each->job->name + ": " + std::to_string(each->done) + " done, "
+                                         + std::to_string(each->failed) + " failed, next "
+                                         + next_firing(timer) + "\n";
+    return 0;
+}
+
+// On the set's thread: what is due is handed on, so that a slow action delays no other task.
+void scheduler::fire(void* user_data, ZU_timer* timer) {
+    auto* each = static_cast<entry*>(user_data);
+    auto* due = new firing{each, timer->last};
+    if (ZU_queue_push(each->owner->due_, due, 0, nullptr))
+        return;
+    warn(each->job->name + " is due, but too much is waiting");
+    delete due;
+}
+
+uint32_t scheduler::work(void* self) {
+    auto* owner = static_cast<scheduler*>(self);
+    void* next = nullptr;
+    while (ZU_queue_pop(owner->due_, &next, ZU_WAIT_INFINITE, nullptr) && next) {
+        const std::unique_ptr<firing> due(static_cast<firing*>(next));
+        owner->carry_out(*due);
+    }
+    return 0;
+}
+
+void scheduler::carry_out(const firing& due) {
+    const task& job = *due.what->job;
+    const traced trace(ZU_W("carry_out"), job.name);
+    const std::string opening =
+        (due.scheduled ? local_time(due.scheduled) : "by request") + "  " + job.name + "  ";
+    try {
+        tell(opening + job.does->run(job.text));
+        ++due.what->done;
+    } catch (const failed& problem) {
+        complain(opening + problem.reason);
+        ++due.what->failed;
+    }
+}
