@@ -4,5 +4,23 @@ set -euo pipefail
 build=$1
 tasks=$(dirname "$0")/tasks.txt
 
-echo "\$ taskd --for 5 $tasks"
-"$build/examples/taskd" --for 5 "$tasks"
+taskd=$build/examples/taskd
+place=$(mktemp -d)
+trap 'rm -rf "$place"' EXIT
+port=$((20000 + $$ % 20000))
+
+echo "\$ taskd --for 5 --log app.log --log-size 400 --log-keep 3 --port $port $tasks"
+"$taskd" --for 5 --log "$place/app.log" --log-size 400 --log-keep 3 --port "$port" "$tasks" &
+sleep 2.5
+echo
+echo "\$ taskd --ask 127.0.0.1:$port 'run backup'"
+"$taskd" --ask "127.0.0.1:$port" 'run backup'
+echo "\$ taskd --ask 127.0.0.1:$port status"
+"$taskd" --ask "127.0.0.1:$port" status
+echo
+wait
+echo
+for log in "$place"/app.log*; do
+    echo "\$ cat $(basename "$log")"
+    cat "$log"
+done

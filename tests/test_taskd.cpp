@@ -85,6 +85,32 @@ TEST_F(taskd, runs_what_is_due_until_its_time_is_over_or_a_signal_comes) {
     }
 }
 
+TEST_F(taskd, logs_rotates_answers_and_stops_whatever_its_clients_do) {
+    write("tick | interval 0:0:1 | 2024-01-01 00:00 | | print tick tick tick tick tick tick tick tick\n"
+          "bad  | interval 0:0:1 | 2024-01-01 00:00 | | probe nowhere\n"
+          "job  | daily 1        | 2037-01-01 00:00 | | print done\n");
+    const std::string port = std::to_string(20000 + getpid() % 20000), log = path_ + ".log";
+    const std::string ask = "'" + program + "' --ask 127.0.0.1:" + port;
+    // One client says nothing, one babbles without an end of line; neither holds up the others.
+    const zu_test::outcome result = zu_test::run_command(
+        program + " --for 20 --trace --log " + log + " --log-size 500 --log-keep 3 --port " + port + " " + path_
+        + " >" + path_ + ".out & sleep 1; (exec 3<>/dev/tcp/127.0.0.1/" + port + "; sleep 5) 2>/dev/null & "
+        + "(head -c 100000 /dev/zero >/dev/tcp/127.0.0.1/" + port + ") 2>/dev/null & sleep 2; " + ask + " 'run job'; "
+        + ask + " status; " + ask + " 'run nothing'; " + ask + " stop; wait %1; cat " + path_ + ".out");
+    for (const char* text : {"job runs\n", "job: ", "next 2037-01-01 00:00:00\n", "no task is called \"nothing\"\n",
+                             "stopping\n", "by request  job  done\n", "->>: carry_out(): tick\n"})
+        EXPECT_NE(result.output.find(text), std::string::npos) << text << result.output << result.error_output;
+    for (const char* file : {"", ".1", ".2"})
+        EXPECT_NE(std::filesystem::file_size(log + file), 0u) << file;
+    EXPECT_FALSE(std::filesystem::exists(log + ".3"));
+    std::ifstream errors(log + ".errors");
+    std::string line;
+    EXPECT_TRUE(std::getline(errors, line));
+    EXPECT_NE(line.find("\"nowhere\" is not ADDRESS PORT MS"), std::string::npos);
+    for (const char* file : {"", ".1", ".2", ".errors"})
+        std::filesystem::remove(log + file);
+}
+
 TEST_F(taskd, tells_how_it_is_used) {
     EXPECT_NE(run("--help").output.find("weekday-of-month"), std::string::npos);
     for (const char* wrong : {"--fro 3", "--for", "--for x", "-x"})

@@ -20,7 +20,7 @@ std::string probe(const std::string& text) {
     switch (ZU_socket_test_port(wide(parts[0]).c_str(), static_cast<uint16_t>(port),
                                 static_cast<uint32_t>(timeout_ms))) {
     case 0: return text + ": answers";
-    case 1: throw failed{text + ": " + error_text(GetLastError())};
+    case 1: throw failed{text + ": nobody answers there"};
     default: throw failed{text + ": no answer in time"};
     }
 }

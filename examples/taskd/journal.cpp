@@ -23,12 +23,11 @@ ZU_bool count(void*, const ZU_log_record* record) {
 
 std::u16string error_file; // empty: none
 
-// Where a log is kept, it shows; the console stays as it is when there is none.
 void set_file(const journal_options& options) {
     const auto max_bytes = static_cast<uint32_t>(options.max_bytes);
-    ZU_log_set_log_file_ex(wide(options.file).c_str(), 0, ZU_ENCODING_UTF8, max_bytes,
+    ZU_log_set_log_file_ex(library_path(options.file).c_str(), 0, ZU_ENCODING_UTF8, max_bytes,
                            static_cast<uint32_t>(options.keep), nullptr, nullptr);
-    error_file = options.file.empty() ? u"" : wide(options.file + ".errors");
+    error_file = options.file.empty() ? u"" : library_path(options.file + ".errors");
 }
 
 } // namespace

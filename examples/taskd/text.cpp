@@ -1,5 +1,6 @@
 #include "text.h"
 
+#include <algorithm>
 #include <charconv>
 
 std::u16string wide(std::string_view utf8) {
@@ -17,6 +18,13 @@ std::string narrow(const ZU_wchar* text) {
     std::string result(utf8, length);
     ZU_free(utf8);
     return result;
+}
+
+std::u16string library_path(std::string text) {
+    if (!text.starts_with('/'))
+        return wide(text);
+    std::replace(text.begin(), text.end(), '/', '\\');
+    return wide("C:" + text);
 }
 
 std::string error_text(uint32_t code) {

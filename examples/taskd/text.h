@@ -11,6 +11,10 @@ std::u16string wide(std::string_view utf8);
 
 std::string narrow(const ZU_wchar* text); // as UTF-8
 
+// A path as the library takes it. One from the root of the host is one on drive C:, which is where that root is
+// unless the host has been told otherwise.
+std::u16string library_path(std::string text);
+
 // What a last-error code means.
 std::string error_text(uint32_t code);
 

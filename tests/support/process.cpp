@@ -68,7 +68,7 @@ outcome run_child(const std::function<void()>& body) {
 
 outcome run_command(const std::string& command) {
     return run_child([&] {
-        execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+        execl("/bin/bash", "bash", "-c", command.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     });
 }

@@ -16,7 +16,7 @@ struct outcome {
 // Runs a function in a forked child, which then leaves with 0, and collects what it wrote.
 outcome run_child(const std::function<void()>& body);
 
-// Runs a command line through the shell.
+// Runs a command line through bash.
 outcome run_command(const std::string& command);
 
 // Under a sanitizer, memory cannot be made scarce with a limit.
