@@ -11,6 +11,7 @@
 #include <new>
 
 #include "platform/api/files.h"
+#include "platform/api/text.h"
 #include "platform/error.h"
 #include "platform/retry.h"
 
@@ -145,6 +146,7 @@ bool file::fill_block() {
 DWORD file::write(const char* data, size_t count) {
     if (!is_stream(mode_))
         return write_regular(data, count);
+    const quiet_pipes no_signal;
     for (size_t done = 0; done < count;) {
         const ssize_t size = retried([&] { return ::write(number_.get(), data + done, count - done); });
         if (size < 0)

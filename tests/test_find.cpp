@@ -171,7 +171,7 @@ TEST(find, reports_entries_as_questions_by_path_do_but_links_themselves) {
 TEST(find, large_and_changing_directories_are_walked_whole) {
     const file_place place;
     place.make_directory("large");
-    constexpr size_t count = 4000; // more than is read at once
+    constexpr size_t count = 1500; // more than is read at once
     for (size_t i = 0; i < count; ++i)
         place.write("large/some file with a rather long name " + std::to_string(i), "");
     const std::u16string pattern = place.long_path(u"large\\*");
@@ -214,13 +214,11 @@ TEST(find, a_deep_walk_keeps_no_directories_open) {
 }
 
 TEST(find, what_may_be_listed_but_not_looked_at_is_listed) {
-    if (!zu_test::is_root())
-        GTEST_SKIP() << "takes files that belong to somebody else";
     const file_place place;
     place.make_directory("dir");
     place.make_directory("dir/sub");
     place.write("dir/file", "data");
-    chmod(place.host_path("dir").c_str(), 0744);
+    chmod(place.host_path("dir").c_str(), 0444);
     const zu_test::outcome child = zu_test::run_as_ordinary_user([&] {
         const listing found = list(place.long_path(u"dir\\*"));
         std::printf("%zu %x %x", found.names.size(), found.entries.at("sub").dwFileAttributes,
