@@ -1,6 +1,7 @@
 // taskd as a user meets it: what it says of a task file, what it runs, and how it ends.
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -93,13 +94,16 @@ TEST_F(taskd, logs_rotates_answers_and_stops_whatever_its_clients_do) {
     const std::string ask = "'" + program + "' --ask 127.0.0.1:" + port;
     // One client says nothing, one babbles without an end of line; neither holds up the others.
     const zu_test::outcome result = zu_test::run_command(
-        program + " --for 20 --trace --log " + log + " --log-size 500 --log-keep 3 --port " + port + " " + path_
-        + " >" + path_ + ".out & sleep 1; (exec 3<>/dev/tcp/127.0.0.1/" + port + "; sleep 5) 2>/dev/null & "
-        + "(head -c 100000 /dev/zero >/dev/tcp/127.0.0.1/" + port + ") 2>/dev/null & sleep 2; " + ask + " 'run job'; "
-        + ask + " status; " + ask + " 'run nothing'; " + ask + " stop; wait %1; cat " + path_ + ".out");
-    for (const char* text : {"job runs\n", "job: ", "next 2037-01-01 00:00:00\n", "no task is called \"nothing\"\n",
-                             "stopping\n", "by request  job  done\n", "->>: carry_out(): tick\n"})
-        EXPECT_NE(result.output.find(text), std::string::npos) << text << result.output << result.error_output;
+        program + " --for 20 --trace --log " + log + " --log-size 500 --log-keep 3 --port " + port + " "
+        + path_ + " >" + path_ + ".out & sleep 1; (exec 3<>/dev/tcp/127.0.0.1/" + port
+        + "; sleep 5) 2>/dev/null & " + "(head -c 100000 /dev/zero >/dev/tcp/127.0.0.1/" + port
+        + ") 2>/dev/null & sleep 2; " + ask + " 'run job'; " + ask + " status; " + ask + " 'run nothing'; "
+        + ask + " stop; wait %1; cat " + path_ + ".out");
+    for (const char* text :
+         {"job runs\n", "job: ", "next 2037-01-01 00:00:00\n", "no task is called \"nothing\"\n",
+          "stopping\n", "by request  job  done\n", "->>: carry_out(): tick\n"})
+        EXPECT_NE(result.output.find(text), std::string::npos)
+            << text << result.output << result.error_output;
     for (const char* file : {"", ".1", ".2"})
         EXPECT_NE(std::filesystem::file_size(log + file), 0u) << file;
     EXPECT_FALSE(std::filesystem::exists(log + ".3"));
@@ -111,13 +115,35 @@ TEST_F(taskd, logs_rotates_answers_and_stops_whatever_its_clients_do) {
         std::filesystem::remove(log + file);
 }
 
+TEST_F(taskd, digests_and_cleans) {
+    const std::string directory = path_ + ".d";
+    std::filesystem::create_directory(directory);
+    for (const char* name : {"old.tmp", "older.TMP", "new.tmp", "old.txt"})
+        std::ofstream(directory + "/" + name) << "abc";
+    const auto long_ago = std::filesystem::file_time_type::clock::now() - std::chrono::hours(48);
+    for (const char* name : {"old.tmp", "older.TMP", "old.txt"})
+        std::filesystem::last_write_time(directory + "/" + name, long_ago);
+    const std::string every_second = " | interval 0:0:1 | 2024-01-01 00:00 | | ";
+    write("a" + every_second + "digest " + directory + "/new.tmp\nb" + every_second + "clean " + directory
+          + " *.tmp 1d\nc" + every_second + "clean " + directory + " * soon\nd" + every_second + "digest "
+          + directory + "/none\n");
+    const std::string output = run("--for 2").output;
+    for (const char* text : {"900150983cd24fb0d6963f7d28e17f72, 3 bytes of 20", ": deleted old", "older.TMP",
+                             ": nothing to delete\n", "\"soon\" is not an age", "/none: There is no file"})
+        EXPECT_NE(output.find(text), std::string::npos) << text << output;
+    EXPECT_TRUE(std::filesystem::exists(directory + "/new.tmp"));
+    EXPECT_TRUE(std::filesystem::exists(directory + "/old.txt"));
+    EXPECT_FALSE(std::filesystem::exists(directory + "/old.tmp"));
+    std::filesystem::remove_all(directory);
+}
+
 TEST_F(taskd, tells_how_it_is_used) {
     EXPECT_NE(run("--help").output.find("weekday-of-month"), std::string::npos);
     for (const char* wrong : {"--fro 3", "--for", "--for x", "-x"})
         EXPECT_EQ(zu_test::run_command(program + " " + wrong).exit_code, 2) << wrong;
     const zu_test::outcome missing = run("--next");
     EXPECT_EQ(missing.exit_code, 1);
-    EXPECT_EQ(missing.error_output, path_ + ": cannot be read\n");
+    EXPECT_EQ(missing.error_output, path_ + ": There is no file of that name.\n");
 }
 
 } // namespace

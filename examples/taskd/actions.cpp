@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "file_actions.h"
 #include "text.h"
 
 namespace {
@@ -28,6 +29,8 @@ std::string probe(const std::string& text) {
 const action actions[] = {
     {"print", "TEXT  show the text", print},
     {"probe", "ADDRESS PORT MS  see whether a TCP port answers", probe},
+    {"digest", "FILE  show the MD5 digest of a file, its size and time", digest},
+    {"clean", "DIRECTORY PATTERN AGE  delete matching files older than AGE (90s, 15m, 12h, 30d)", clean},
 };
 
 } // namespace

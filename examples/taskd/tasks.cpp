@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 
 #include "text.h"
 
@@ -37,16 +36,48 @@ void print_padded(const std::string& text, int columns) {
 
 } // namespace
 
+namespace {
+
+// The lines of a file, one after another.
+class line_reader {
+public:
+    explicit line_reader(const char* path)
+        : file_(ZU_open_file(library_path(path).c_str(),
+                             ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ | ZU_FILE_SHARE_WRITE,
+                             nullptr)) {}
+    ~line_reader() {
+        ZU_close_file(file_);
+        ZU_buf_destroy(&buffer_);
+    }
+    line_reader(const line_reader&) = delete;
+    line_reader& operator=(const line_reader&) = delete;
+
+    bool is_open() const { return file_ != nullptr; }
+    bool next(std::string_view& line) {
+        uint32_t length = 0;
+        ZU_bool is_short = 0;
+        const char* text = ZU_get_line_i(file_, &buffer_, &length, &is_short, ZU_GET_LINE_MAX);
+        line = text ? std::string_view(text, length) : std::string_view();
+        return text != nullptr;
+    }
+
+private:
+    ZU_file* file_;
+    ZU_buf buffer_{};
+};
+
+} // namespace
+
 task_list read_tasks(const char* path) {
     task_list result;
-    std::ifstream file(path);
-    if (!file) {
-        std::fprintf(stderr, "%s: cannot be read\n", path);
+    line_reader file(path);
+    if (!file.is_open()) {
+        std::fprintf(stderr, "%s: %s\n", path, error_text(GetLastError()).c_str());
         result.is_complete = false;
+        return result;
     }
-    std::string line;
-    for (int number = 1; std::getline(file, line); ++number) {
-        std::string_view text = line;
+    std::string_view text;
+    for (int number = 1; file.next(text); ++number) {
         if (number == 1 && text.starts_with("\xEF\xBB\xBF"))
             text.remove_prefix(3);
         text = trimmed(text);
