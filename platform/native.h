@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
+
 #include <process.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -29,6 +31,7 @@ using ::WSADATA;
 using ::CloseHandle;
 using ::FormatMessageW;
 using ::GetLastError;
+using ::LocalAlloc;
 using ::LocalFree;
 using ::SetLastError;
 
@@ -55,6 +58,10 @@ using ::ResetEvent;
 using ::SetEvent;
 using ::WaitForMultipleObjects;
 using ::WaitForSingleObject;
+
+using ::CreateMutexW;
+using ::OpenMutexW;
+using ::ReleaseMutex;
 
 using ::GetExitCodeThread;
 using ::_beginthreadex;
@@ -101,6 +108,15 @@ using ::SystemTimeToFileTime;
 using ::AllocateAndInitializeSid;
 using ::EqualSid;
 using ::FreeSid;
+using ::InitializeSecurityDescriptor;
+using ::SetEntriesInAclW;
+using ::SetSecurityDescriptorDacl;
+using ::SetSecurityDescriptorOwner;
+
+using ::ACL;
+using ::EXPLICIT_ACCESS_W;
+using ::SECURITY_ATTRIBUTES;
+using ::SECURITY_DESCRIPTOR;
 using ::PSID;
 using ::SID_IDENTIFIER_AUTHORITY;
 

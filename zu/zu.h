@@ -542,6 +542,38 @@ ZU_API uint32_t ZU_get_current_process_id(void);
 ZU_API uint32_t ZU_get_current_thread_id(void);
 
 /* ---- Named process locks ------------------------------------------------------------------------------------ */
+/*
+ * A lock that processes share by name; null or "" makes one of this process alone. Its owner is a thread, which may
+ * take it again and must give it back as many times. It lives while any process has it open. Names are case-sensitive,
+ * up to 260 characters without a backslash; "Local\" and "Global\" before one are dropped. Any thread.
+ *
+ * When its owner ends while owning it, the next one to take it gets false and owns it all the same: it can put right
+ * what the lock guards, and must unlock. A time-out gives false, too, and does not touch the last-error code.
+ */
+typedef void* ZU_lock_process;
+
+/*
+ * Create the lock, or open one that exists (last-error code 183, otherwise 0): for the user's own processes, or for
+ * every user of the machine. Null with code 5 for another user's lock that is not for everyone, 6 when something else
+ * has the name, 3, 123 or 161 for what is no name, 206 for one that is too long. Release: ZU_lock_process_close.
+ */
+ZU_API ZU_lock_process ZU_lock_process_create(const ZU_wchar* name);
+ZU_API ZU_lock_process ZU_lock_process_create_everyone(const ZU_wchar* name);
+
+/* Opens an existing lock, to see that it exists: it cannot be locked through this handle (code 5). Null with code 2
+   when there is none. */
+ZU_API ZU_lock_process ZU_lock_process_open(const ZU_wchar* name);
+
+/* Take the lock, without limit or up to a time-out in milliseconds. */
+ZU_API ZU_bool ZU_lock_process_lock(ZU_lock_process lock);
+ZU_API ZU_bool ZU_lock_process_lock_timeout(ZU_lock_process lock, uint32_t timeout_ms);
+
+/* Gives the lock back once; false with code 288 unless the calling thread owns it. */
+ZU_API ZU_bool ZU_lock_process_unlock(ZU_lock_process lock);
+
+/* Close the handle; both are the same. Null: true. False with code 6 for a handle that is closed already. */
+ZU_API ZU_bool ZU_lock_process_close(ZU_lock_process lock);
+ZU_API ZU_bool ZU_lock_process_destroy(ZU_lock_process lock);
 
 /* ---- Hash table --------------------------------------------------------------------------------------------- */
 /*

@@ -29,6 +29,14 @@ HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES* attributes, LONG initial_count, LON
                         const WCHAR* name);
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG release_count, LONG* previous_count);
 
+// A mutex, shared by name with every process of the machine; null or "": of this process alone. A handle for
+// CloseHandle, code 0 for a new one and 183 for one that existed; null with 5 (another user's, not made for everyone),
+// 6 (the file under the name is no mutex), 123, 161 or 3 (not a name), 206 (too long). The attributes may give every
+// user access.
+HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name);
+HANDLE OpenMutexW(DWORD access, BOOL inherit, const WCHAR* name); // 2 when there is none
+BOOL ReleaseMutex(HANDLE mutex);                                  // 288 unless the calling thread owns it
+
 // WAIT_OBJECT_0 (plus the index), WAIT_ABANDONED_0 likewise for a mutex whose owner ended, WAIT_TIMEOUT, or
 // WAIT_FAILED with the code. One signal releases one waiter, in the order in which they began to sleep.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
@@ -60,6 +68,10 @@ DWORD GetCurrentThreadId();
 inline constexpr platform::DWORD INFINITE = 0xFFFFFFFF;
 inline constexpr platform::DWORD WAIT_OBJECT_0 = 0;
 inline constexpr platform::DWORD WAIT_ABANDONED_0 = 0x80;
+inline constexpr platform::DWORD WAIT_ABANDONED = 0x80;
+inline constexpr platform::DWORD SYNCHRONIZE = 0x00100000;
+inline constexpr platform::DWORD MUTEX_MODIFY_STATE = 1;
+inline constexpr platform::DWORD MUTEX_ALL_ACCESS = 0x001F0001;
 inline constexpr platform::DWORD WAIT_FAILED = 0xFFFFFFFF;
 inline constexpr platform::DWORD MAXIMUM_WAIT_OBJECTS = 64;
 inline constexpr platform::DWORD STILL_ACTIVE = 259;

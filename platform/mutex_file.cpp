@@ -1,0 +1,205 @@
+// The file that a named mutex shares between processes.
+#include "platform/mutex_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+
+#include "platform/error.h"
+#include "platform/retry.h"
+
+namespace platform {
+
+namespace {
+
+constexpr char prefix[] = "/dev/shm/zu.mutex.";
+constexpr size_t longest_plain_name = 180; // of a file, which may have 255 bytes
+constexpr mode_t for_owner = 0600;
+constexpr mode_t for_all = 0666;
+
+// Bytes that are locked lie beyond the text, which only the "held" byte belongs to.
+constexpr off_t initialisation = 1 << 20;
+constexpr off_t liveness = initialisation + 1;
+constexpr off_t ownership = initialisation + 2;
+
+constexpr char magic[] = "zu mutex 1\n"; // its last byte is followed by the "held" byte, then by the name
+constexpr off_t held_at = sizeof magic - 1;
+constexpr char is_free = '0';
+constexpr char is_held = '1';
+
+// The first pauses of a limited wait are short: most locks are soon free again.
+constexpr long first_pause_ns = 50'000;
+constexpr long longest_pause_ns = 10'000'000;
+
+bool set_lock(int file, int command, short kind, off_t byte) {
+    struct flock range {};
+    range.l_type = kind;
+    range.l_whence = SEEK_SET;
+    range.l_start = byte;
+    range.l_len = 1;
+    return retried([&] { return fcntl(file, command, &range); }) == 0;
+}
+
+bool try_lock(int file, off_t byte) {
+    return set_lock(file, F_OFD_SETLK, F_WRLCK, byte);
+}
+
+// On the descriptor, whatever the umask says. A file that another user left behind for everyone stays as it is.
+bool set_rights(int file, bool for_everyone) {
+    struct stat status;
+    return fstat(file, &status) == 0
+           && (status.st_uid != geteuid() || fchmod(file, for_everyone ? for_all : for_owner) == 0);
+}
+
+std::string path_of(const std::u16string& name) {
+    std::string path = prefix;
+    uint64_t hash = 0xCBF29CE484222325; // of the whole name, for those that are too long for a file's
+    for (char16_t unit : name) {
+        hash = (hash ^ unit) * 0x100000001B3;
+        const bool plain = (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z')
+                           || (unit >= u'0' && unit <= u'9') || unit == u'-' || unit == u'_' || unit == u'.';
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, plain ? "%c" : "%%%04X", unit);
+        path += escaped;
+    }
+    if (path.size() > longest_plain_name) {
+        char tail[20];
+        std::snprintf(tail, sizeof tail, "%%%%%016llx", static_cast<unsigned long long>(hash));
+        path.replace(longest_plain_name, std::string::npos, tail);
+    }
+    return path;
+}
+
+std::string text_of(const std::u16string& name) {
+    std::string text = magic;
+    text += is_free;
+    return text.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(char16_t));
+}
+
+void pause_for(long nanoseconds) {
+    const timespec length{0, nanoseconds};
+    nanosleep(&length, nullptr);
+}
+
+} // namespace
+
+bool mutex_file::is_still_named() const {
+    struct stat opened, named;
+    return fstat(file_.get(), &opened) == 0 && lstat(path_.c_str(), &named) == 0
+           && opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+DWORD mutex_file::open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed) {
+    path_ = path_of(name);
+    for (;;) {
+        bool again = false;
+        const DWORD code = open_once(name, may_create, for_everyone, existed, again);
+        if (again)
+            continue;
+        if (code != ERROR_SUCCESS)
+            file_.reset();
+        return code;
+    }
+}
+
+DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool for_everyone, bool& existed,
+                            bool& again) {
+    // First without the create flag: kernels refuse that flag on another user's file in a sticky folder. Not waiting
+    // for the other end, should somebody have put a pipe there.
+    file_ = descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!file_ && errno == ENOENT && may_create) {
+        file_ = descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_CREAT | O_EXCL, for_owner));
+        again = !file_ && errno == EEXIST;
+    }
+    if (!file_)
+        return errno == ELOOP || errno == ENXIO || errno == EISDIR ? ERROR_INVALID_HANDLE
+                                                                   : code_of_errno(errno);
+    struct stat status;
+    if (fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode))
+        return ERROR_INVALID_HANDLE;
+    // Another user's file is one of the locks for everyone, or no business of ours.
+    if (status.st_uid != geteuid() && (status.st_mode & for_all) != for_all)
+        return ERROR_ACCESS_DENIED;
+    if (!set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, initialisation))
+        return code_of_errno(errno);
+    const DWORD code = check_or_write(name, may_create, for_everyone, existed, again);
+    set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, initialisation);
+    return code;
+}
+
+DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bool for_everyone,
+                                 bool& existed, bool& again) {
+    again = !is_still_named(); // removed by the last one before us
+    if (again)
+        return ERROR_SUCCESS;
+    std::string text = text_of(name);
+    existed = !try_lock(file_.get(), liveness);
+    if (existed) {
+        std::string found(text.size() + 1, 0);
+        const ssize_t size = pread(file_.get(), found.data(), found.size(), 0);
+        if (size != static_cast<ssize_t>(text.size()))
+            return ERROR_INVALID_HANDLE;
+        found.resize(text.size());
+        text[held_at] = found[held_at];
+        if (found != text)
+            return ERROR_INVALID_HANDLE;
+    } else if (!may_create) {
+        unlink(path_.c_str()); // left behind by processes that were killed
+        return ERROR_FILE_NOT_FOUND;
+    } else if (!set_rights(file_.get(), for_everyone) || ftruncate(file_.get(), 0) != 0
+               || pwrite(file_.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+        const DWORD code = code_of_errno(errno);
+        unlink(path_.c_str());
+        return code;
+    }
+    return set_lock(file_.get(), F_OFD_SETLK, F_RDLCK, liveness) ? ERROR_SUCCESS : code_of_errno(errno);
+}
+
+mutex_file::taken mutex_file::lock(const deadline& until) {
+    if (!until.moment()) {
+        if (!set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, ownership)) {
+            set_last_error_from_errno();
+            return taken::failed;
+        }
+    } else {
+        for (long pause = first_pause_ns; !try_lock(file_.get(), ownership);) {
+            if (errno != EAGAIN && errno != EACCES) {
+                set_last_error_from_errno();
+                return taken::failed;
+            }
+            if (until.has_passed())
+                return taken::too_late;
+            pause_for(pause);
+            pause = std::min(pause * 2, longest_pause_ns);
+        }
+    }
+    char held = is_free;
+    if (pread(file_.get(), &held, 1, held_at) == 1 && held == is_held)
+        return taken::abandoned;
+    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &is_held, 1, held_at);
+    return taken::yes;
+}
+
+void mutex_file::unlock() {
+    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &is_free, 1, held_at);
+    set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, ownership);
+}
+
+void mutex_file::abandon() {
+    set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, ownership);
+}
+
+void mutex_file::close() {
+    if (set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, initialisation) && try_lock(file_.get(), liveness)
+        && is_still_named())
+        unlink(path_.c_str());
+    // Explicitly, since a forked child may still have the file open.
+    for (off_t byte : {ownership, liveness, initialisation})
+        set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, byte);
+    file_.reset();
+}
+
+} // namespace platform

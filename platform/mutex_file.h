@@ -1,0 +1,44 @@
+// Inside the layer: the file that a named mutex shares between processes.
+//
+// One file per name under /dev/shm. Ownership is an open-file-description lock on one of its bytes, so that it ends
+// with the process, whatever kills it. Another byte of the text says "held" while it is held: who gets the lock and
+// finds that set knows that the owner died. Every process that has the mutex open holds a shared lock on a third
+// byte; who finds that byte free is alone, and sets the file right or removes it. A fourth byte is locked while the
+// file is made, checked or removed. Nothing in the file is trusted further than the rights on it reach, and it is read
+// and written by system calls alone.
+#pragma once
+
+#include <string>
+
+#include "platform/descriptor.h"
+#include "platform/futex.h"
+
+namespace platform {
+
+class mutex_file {
+public:
+    enum class taken { yes, abandoned, too_late, failed };
+
+    // Opens the file of a name, or creates it. 0 or the code.
+    DWORD open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed);
+
+    // Takes the lock; failed: with the code set.
+    taken lock(const deadline& until);
+    void unlock();
+    void abandon(); // gives the lock up as if the owner had died
+
+    // Ends the use of the file; the last one removes it. A lock that is held is given up as if its owner had died.
+    void close();
+
+private:
+    DWORD open_once(const std::u16string& name, bool may_create, bool for_everyone, bool& existed,
+                    bool& again);
+    DWORD check_or_write(const std::u16string& name, bool may_create, bool for_everyone, bool& existed,
+                         bool& again);
+    bool is_still_named() const;
+
+    std::string path_;
+    descriptor file_;
+};
+
+} // namespace platform

@@ -1,0 +1,252 @@
+// Mutexes: the object that a process has for each, its owner, and the waits.
+#include <pthread.h>
+
+#include <algorithm>
+#include <climits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <vector>
+
+#include "platform/access_list.h"
+#include "platform/api/threads.h"
+#include "platform/mutex_file.h"
+#include "platform/waitable.h"
+
+namespace platform {
+
+namespace {
+
+constexpr size_t longest_name = 260;
+
+// What all handles of one mutex in this process share. Threads of the process exclude each other by the gate, and
+// whoever has passed it competes with other processes for the file.
+struct shared_mutex {
+    struct gate_event : waitable {
+        static constexpr object_kind kind{};
+        gate_event() : waitable(kind, when_taken::counts_down, 1) {}
+    };
+
+    ~shared_mutex() { gate->release(); }
+
+    std::u16string name; // empty: of this process alone
+    mutex_file file;
+    int handles = 0; // guarded by the lock of the list of mutexes
+    gate_event* gate = new gate_event;
+    std::atomic<uintptr_t> owner{0};
+    uint32_t depth = 0;     // of the owner
+    bool abandoned = false; // without a file to say so; guarded by the gate
+};
+
+using shared_pointer = std::shared_ptr<shared_mutex>;
+
+// Both live until the very end of the process, where threads may still end.
+std::mutex& list_lock() {
+    static std::mutex* const lock = new std::mutex;
+    return *lock;
+}
+
+std::map<std::u16string, shared_pointer>& mutexes_by_name() {
+    static auto* const list = new std::map<std::u16string, shared_pointer>;
+    return *list;
+}
+
+uintptr_t this_thread() {
+    return reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()));
+}
+
+// The mutexes that this thread owns, so that its end abandons them.
+using owned_list = std::vector<shared_pointer>;
+
+void abandon_all(void* ending) {
+    auto* owned = static_cast<owned_list*>(ending);
+    for (const shared_pointer& one : *owned) {
+        const std::lock_guard<std::mutex> held(list_lock());
+        one->owner.store(0, std::memory_order_relaxed);
+        one->abandoned = one->name.empty();
+        if (!one->name.empty() && one->handles > 0)
+            one->file.abandon();
+        one->gate->set();
+    }
+    delete owned;
+}
+
+owned_list* owned_by_this_thread() {
+    static const pthread_key_t key = [] {
+        pthread_key_t made;
+        return pthread_key_create(&made, abandon_all) == 0 ? made
+                                                           : static_cast<pthread_key_t>(PTHREAD_KEYS_MAX);
+    }();
+    auto* owned = static_cast<owned_list*>(pthread_getspecific(key));
+    if (owned)
+        return owned;
+    owned = new (std::nothrow) owned_list;
+    if (owned && pthread_setspecific(key, owned) == 0)
+        return owned;
+    delete owned;
+    return nullptr;
+}
+
+struct mutex_handle : object {
+    static constexpr object_kind kind{};
+    mutex_handle(shared_pointer of, DWORD rights) : object(kind), mutex(std::move(of)), access(rights) {}
+
+    DWORD wait(DWORD milliseconds) override;
+    DWORD close() override;
+
+    // A wait for several objects cannot take a lock that lives in the kernel together with the others.
+    waitable* as_waitable() override {
+        SetLastError(access & SYNCHRONIZE ? ERROR_NOT_SUPPORTED : ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+
+    const shared_pointer mutex;
+    const DWORD access;
+};
+
+DWORD mutex_handle::wait(DWORD milliseconds) {
+    if (!(access & SYNCHRONIZE)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return WAIT_FAILED;
+    }
+    const uintptr_t self = this_thread();
+    // Relaxed: only this thread ever writes its own address here.
+    if (mutex->owner.load(std::memory_order_relaxed) == self) {
+        ++mutex->depth;
+        return WAIT_OBJECT_0;
+    }
+    owned_list* const owned = owned_by_this_thread();
+    if (!owned) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return WAIT_FAILED;
+    }
+    const shared_pointer kept_mutex = mutex; // another thread may close the handle meanwhile
+    const deadline until(milliseconds);
+    if (const DWORD result = kept_mutex->gate->wait(milliseconds); result != WAIT_OBJECT_0)
+        return result;
+    bool abandoned = kept_mutex->abandoned;
+    if (!kept_mutex->name.empty()) {
+        const mutex_file::taken taken = kept_mutex->file.lock(until);
+        if (taken == mutex_file::taken::too_late || taken == mutex_file::taken::failed) {
+            kept_mutex->gate->set();
+            return taken == mutex_file::taken::failed ? WAIT_FAILED : static_cast<DWORD>(WAIT_TIMEOUT);
+        }
+        abandoned = taken == mutex_file::taken::abandoned;
+    }
+    kept_mutex->abandoned = false;
+    kept_mutex->depth = 1;
+    kept_mutex->owner.store(self, std::memory_order_relaxed);
+    owned->push_back(kept_mutex);
+    return abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
+}
+
+DWORD mutex_handle::close() {
+    const std::lock_guard<std::mutex> held(list_lock());
+    if (--mutex->handles > 0 || mutex->name.empty())
+        return ERROR_SUCCESS;
+    mutexes_by_name().erase(mutex->name);
+    mutex->file.close();
+    return ERROR_SUCCESS;
+}
+
+// Takes off what all names may begin with. 0 or the code.
+DWORD plain_name(const WCHAR* name, std::u16string& plain) {
+    plain = name;
+    if (plain.size() > longest_name)
+        return ERROR_FILENAME_EXCED_RANGE;
+    for (const std::u16string prefix : {u"Local\\", u"Global\\"}) {
+        if (plain.compare(0, prefix.size(), prefix) != 0)
+            continue;
+        plain.erase(0, prefix.size());
+        if (plain.empty())
+            return ERROR_INVALID_NAME;
+        break;
+    }
+    if (plain[0] == u'\\')
+        return ERROR_BAD_PATHNAME;
+    return plain.find(u'\\') == std::u16string::npos ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+}
+
+// The mutex of a name, in the list, with the caller's handle counted. Null with the code set.
+shared_pointer find_or_open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed) {
+    const std::lock_guard<std::mutex> held(list_lock());
+    auto& list = mutexes_by_name();
+    const auto known = list.find(name);
+    if (known != list.end()) {
+        existed = true;
+        ++known->second->handles;
+        return known->second;
+    }
+    const auto made = std::make_shared<shared_mutex>();
+    made->name = name;
+    made->handles = 1;
+    const DWORD code = made->file.open(name, may_create, for_everyone, existed);
+    if (code != ERROR_SUCCESS) {
+        SetLastError(code);
+        return nullptr;
+    }
+    list.emplace(name, made);
+    return made;
+}
+
+} // namespace
+
+HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name) {
+    bool existed = false;
+    shared_pointer mutex;
+    if (!name || !*name) {
+        mutex = std::make_shared<shared_mutex>();
+        mutex->handles = 1;
+    } else {
+        std::u16string plain;
+        if (const DWORD code = plain_name(name, plain); code != ERROR_SUCCESS) {
+            SetLastError(code);
+            return nullptr;
+        }
+        mutex = find_or_open(plain, true, allows_everyone(attributes, MUTEX_ALL_ACCESS), existed);
+    }
+    if (!mutex)
+        return nullptr;
+    const HANDLE handle = new_handle(new (std::nothrow) mutex_handle(mutex, MUTEX_ALL_ACCESS));
+    if (!handle)
+        return nullptr;
+    if (initially_owned && !existed)
+        WaitForSingleObject(handle, 0);
+    SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return handle;
+}
+
+HANDLE OpenMutexW(DWORD access, BOOL, const WCHAR* name) {
+    std::u16string plain;
+    const DWORD code = !name || !*name ? ERROR_INVALID_PARAMETER : plain_name(name, plain);
+    if (code != ERROR_SUCCESS) {
+        SetLastError(code);
+        return nullptr;
+    }
+    bool existed = false;
+    const shared_pointer mutex = find_or_open(plain, false, false, existed);
+    return mutex ? new_handle(new (std::nothrow) mutex_handle(mutex, access)) : nullptr;
+}
+
+BOOL ReleaseMutex(HANDLE handle) {
+    const mutex_handle* found = object_of<mutex_handle>(handle);
+    if (!found)
+        return FALSE;
+    const shared_pointer mutex = found->mutex;
+    if (mutex->owner.load(std::memory_order_relaxed) != this_thread()) {
+        SetLastError(ERROR_NOT_OWNER);
+        return FALSE;
+    }
+    if (--mutex->depth > 0)
+        return TRUE;
+    owned_list& owned = *owned_by_this_thread();
+    owned.erase(std::find(owned.begin(), owned.end(), mutex));
+    mutex->owner.store(0, std::memory_order_relaxed);
+    if (!mutex->name.empty())
+        mutex->file.unlock();
+    mutex->gate->set();
+    return TRUE;
+}
+
+} // namespace platform

@@ -1,0 +1,325 @@
+// Named process locks between real processes, with owners that die and users that differ.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/process.h"
+#include "zu/zu.h"
+
+namespace {
+
+// A name of this test alone, and the file behind it.
+struct lock_name {
+    lock_name() {
+        for (char c : std::to_string(getpid()))
+            wide += static_cast<char16_t>(c);
+        path = "/dev/shm/zu.mutex.zutest" + std::to_string(getpid());
+    }
+    ~lock_name() { unlink(path.c_str()); }
+    bool has_file() const { return access(path.c_str(), F_OK) == 0; }
+    std::u16string wide = u"zutest";
+    std::string path;
+};
+
+pid_t fork_child(const std::function<void()>& body) {
+    const pid_t child = fork();
+    if (child == 0) {
+        body();
+        _exit(0);
+    }
+    return child;
+}
+
+int ended(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return status;
+}
+
+TEST(process_lock, recursion_ownership_and_results) {
+    const lock_name name;
+    const std::u16string prefixed = u"Local\\" + name.wide;
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    ASSERT_NE(lock, nullptr);
+    EXPECT_EQ(GetLastError(), 0u);
+    ZU_lock_process again = ZU_lock_process_create_everyone(prefixed.c_str());
+    EXPECT_EQ(GetLastError(), 183u);
+    EXPECT_NE(again, lock);
+    EXPECT_FALSE(ZU_lock_process_unlock(lock));
+    EXPECT_EQ(GetLastError(), 288u);
+    EXPECT_TRUE(ZU_lock_process_lock(lock));
+    EXPECT_TRUE(ZU_lock_process_lock_timeout(again, 0)) << "the owner, through another handle";
+    EXPECT_TRUE(ZU_lock_process_unlock(lock));
+    const auto tries = [&] { return ZU_lock_process_lock_timeout(lock, 2) && ZU_lock_process_unlock(lock); };
+    std::thread([&] {
+        SetLastError(4711);
+        EXPECT_FALSE(tries()) << "locked twice and unlocked once";
+        EXPECT_EQ(GetLastError(), 4711u);
+        EXPECT_FALSE(ZU_lock_process_unlock(lock));
+    }).join();
+    EXPECT_TRUE(ZU_lock_process_unlock(again));
+    std::thread([&] { EXPECT_TRUE(tries()); }).join();
+
+    ZU_lock_process opened = ZU_lock_process_open(name.wide.c_str());
+    ASSERT_NE(opened, nullptr);
+    EXPECT_FALSE(ZU_lock_process_lock(opened));
+    EXPECT_EQ(GetLastError(), 5u);
+    for (ZU_lock_process one : {opened, again, lock})
+        EXPECT_TRUE(ZU_lock_process_close(one));
+    EXPECT_FALSE(ZU_lock_process_close(lock)) << "closed twice";
+    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_FALSE(name.has_file());
+    EXPECT_EQ(ZU_lock_process_open(name.wide.c_str()), nullptr);
+    EXPECT_EQ(GetLastError(), 2u);
+    EXPECT_TRUE(ZU_lock_process_close(nullptr));
+    EXPECT_TRUE(ZU_lock_process_destroy(nullptr));
+}
+
+TEST(process_lock, names_that_are_refused) {
+    const struct {
+        std::u16string name;
+        uint32_t code;
+    } rows[] = {{u"Local\\", 123}, {u"a\\b", 3}, {u"\\a", 161}, {std::u16string(261, u'x'), 206}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(ZU_lock_process_create(row.name.c_str()), nullptr);
+        EXPECT_EQ(GetLastError(), row.code);
+    }
+    const std::u16string longest = std::u16string(254, u'\u00e9') + u"A",
+                         other = std::u16string(254, u'\u00e9') + u"a";
+    ZU_lock_process one = ZU_lock_process_create(longest.c_str());
+    ZU_lock_process two = ZU_lock_process_create(other.c_str());
+    EXPECT_TRUE(one && two);
+    EXPECT_EQ(GetLastError(), 0u) << "case matters, also at the end of a long name";
+    ZU_lock_process_close(one);
+    ZU_lock_process_close(two);
+    ZU_lock_process unnamed[] = {ZU_lock_process_create(nullptr), ZU_lock_process_create(u"")};
+    for (ZU_lock_process lock : unnamed) {
+        EXPECT_EQ(GetLastError(), 0u);
+        EXPECT_TRUE(ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock)
+                    && ZU_lock_process_close(lock));
+    }
+}
+
+TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
+    const lock_name name;
+    ZU_lock_process unnamed = ZU_lock_process_create(nullptr);
+    // The owner is another process, made before this one has the lock open.
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t owner = fork_child([&] {
+        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+        ZU_lock_process_lock(lock);
+        if (write(ready[1], "r", 1) == 1)
+            pause();
+    });
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    EXPECT_EQ(GetLastError(), 183u);
+    EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 0));
+    EXPECT_FALSE(ZU_lock_process_unlock(lock));
+    kill(owner, SIGKILL);
+    ended(owner);
+    for (ZU_lock_process one : {lock, unnamed}) {
+        if (one == unnamed)
+            std::thread([&] { ZU_lock_process_lock(unnamed); }).join();
+        EXPECT_FALSE(ZU_lock_process_lock(one)) << "abandoned";
+        EXPECT_TRUE(ZU_lock_process_unlock(one)) << "but owned";
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(one, 0)) << "and ordinary again";
+        EXPECT_TRUE(ZU_lock_process_unlock(one));
+    }
+    std::thread([&] { ZU_lock_process_lock(lock); }).join();
+    EXPECT_EQ(platform::WaitForSingleObject(lock, 0), WAIT_ABANDONED) << "a thread ended";
+    ZU_lock_process_close(lock);
+    ZU_lock_process_close(unnamed);
+    EXPECT_FALSE(name.has_file());
+}
+
+TEST(process_lock, when_all_holders_are_killed_the_next_one_starts_clean) {
+    const lock_name name;
+    for (int round = 0; round < 2; ++round) {
+        ended(fork_child([&] {
+            ZU_lock_process_lock(ZU_lock_process_create(name.wide.c_str()));
+            raise(SIGKILL);
+        }));
+        EXPECT_TRUE(name.has_file());
+        if (round == 1) {
+            EXPECT_EQ(ZU_lock_process_open(name.wide.c_str()), nullptr) << "nobody has it";
+            EXPECT_EQ(GetLastError(), 2u);
+        }
+        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+        EXPECT_EQ(GetLastError(), 0u) << "a new one";
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0));
+        EXPECT_TRUE(ZU_lock_process_unlock(lock));
+        ZU_lock_process_close(lock);
+        EXPECT_FALSE(name.has_file());
+    }
+}
+
+// What the processes share beside the lock: one of them at most may be inside.
+struct arena {
+    int64_t counter;
+    int32_t inside;
+    int32_t doubles;
+};
+
+void take_and_leave(const lock_name& name, arena& shared, int rounds, uint32_t timeout_ms) {
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    for (int i = 0; i < rounds; ++i) {
+        const platform::DWORD result = platform::WaitForSingleObject(lock, timeout_ms);
+        if (result == WAIT_ABANDONED)
+            shared.inside = 0; // whoever was inside is dead
+        else if (result != WAIT_OBJECT_0)
+            continue;
+        const int32_t self = static_cast<int32_t>(getpid());
+        shared.doubles += shared.inside != 0;
+        shared.inside = self;
+        ++shared.counter;
+        shared.doubles += shared.inside != self;
+        shared.inside = 0;
+        ZU_lock_process_unlock(lock);
+    }
+    ZU_lock_process_close(lock);
+}
+
+arena* new_arena() {
+    void* memory = mmap(nullptr, sizeof(arena), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    return memory == MAP_FAILED ? nullptr : new (memory) arena{};
+}
+
+TEST(process_lock, eight_processes_exclude_each_other) {
+    const lock_name name;
+    arena* shared = new_arena();
+    ASSERT_NE(shared, nullptr);
+    std::vector<pid_t> children;
+    for (int i = 0; i < 8; ++i)
+        children.push_back(fork_child([&] { take_and_leave(name, *shared, 10000, ZU_WAIT_INFINITE); }));
+    for (pid_t child : children)
+        EXPECT_EQ(ended(child), 0);
+    EXPECT_EQ(shared->counter, 8 * 10000);
+    EXPECT_EQ(shared->doubles, 0);
+    EXPECT_FALSE(name.has_file());
+}
+
+TEST(process_lock, processes_killed_at_random_leave_no_trace) {
+    const lock_name name;
+    arena* shared = new_arena();
+    ASSERT_NE(shared, nullptr);
+    std::vector<pid_t> children(8, 0);
+    std::srand(7);
+    const uint32_t start = ZU_get_tick_count();
+    while (ZU_get_tick_count() - start < 5000) {
+        for (pid_t& child : children) {
+            if (child == 0)
+                child = fork_child(
+                    [&] { take_and_leave(name, *shared, 1 << 30, std::rand() % 2 ? 3 : ZU_WAIT_INFINITE); });
+        }
+        usleep(static_cast<useconds_t>(std::rand() % 5000));
+        pid_t& victim = children[static_cast<size_t>(std::rand()) % children.size()];
+        kill(victim, SIGKILL);
+        ended(std::exchange(victim, 0));
+    }
+    for (pid_t child : children) {
+        if (child != 0) {
+            kill(child, SIGKILL);
+            ended(child);
+        }
+    }
+    EXPECT_EQ(shared->doubles, 0);
+    EXPECT_GT(shared->counter, 0);
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_TRUE(ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) && ZU_lock_process_close(lock));
+    EXPECT_FALSE(name.has_file());
+}
+
+TEST(process_lock, another_user_needs_the_everyone_form) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root to become another user";
+    const lock_name name;
+    const auto as_nobody = [&](const std::function<bool()>& body) {
+        return ended(fork_child([&] {
+            if (setgid(65534) != 0 || setuid(65534) != 0)
+                _exit(9);
+            _exit(body() ? 0 : 1);
+        }));
+    };
+    for (bool everyone : {false, true}) {
+        // Held open by a process of its own, since a forked child would find this one's handle.
+        int ready[2];
+        ASSERT_EQ(pipe(ready), 0);
+        const pid_t holder = fork_child([&] {
+            if ((everyone ? ZU_lock_process_create_everyone : ZU_lock_process_create)(name.wide.c_str())
+                && write(ready[1], "r", 1) == 1)
+                pause();
+        });
+        char byte;
+        ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        EXPECT_EQ(as_nobody([&] {
+                      ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+                      if (!everyone)
+                          return !lock && GetLastError() == 5;
+                      return lock && GetLastError() == 183 && ZU_lock_process_lock_timeout(lock, 1000)
+                             && ZU_lock_process_unlock(lock) && ZU_lock_process_close(lock);
+                  }),
+                  0)
+            << everyone;
+        kill(holder, SIGKILL);
+        ended(holder);
+    }
+}
+
+TEST(process_lock, hostile_files_under_its_name_are_refused) {
+    const lock_name name;
+    const auto code = [&] {
+        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+        const uint32_t result = GetLastError();
+        EXPECT_EQ(lock == nullptr, result != 0);
+        ZU_lock_process_close(lock);
+        return result;
+    };
+    ASSERT_EQ(mkfifo(name.path.c_str(), 0666), 0);
+    EXPECT_EQ(code(), 6u) << "a pipe";
+    unlink(name.path.c_str());
+    ASSERT_EQ(symlink("/etc/passwd", name.path.c_str()), 0);
+    EXPECT_EQ(code(), 6u) << "a link";
+    unlink(name.path.c_str());
+    ASSERT_EQ(mkdir(name.path.c_str(), 0777), 0);
+    EXPECT_EQ(code(), 6u) << "a directory";
+    rmdir(name.path.c_str());
+    if (geteuid() == 0) {
+        close(open(name.path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+        ASSERT_EQ(chown(name.path.c_str(), 65534, 65534), 0);
+        EXPECT_EQ(code(), 5u) << "another user's";
+        unlink(name.path.c_str());
+    }
+    // A file that nobody holds open as a lock is set right, whatever is in it.
+    const int stale = open(name.path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+    EXPECT_EQ(ftruncate(stale, 100000), 0);
+    EXPECT_EQ(code(), 0u);
+    EXPECT_FALSE(name.has_file());
+    close(stale);
+    // Cut short under the feet of a holder: the next one refuses it, the holder goes on.
+    ZU_lock_process lock = nullptr;
+    const pid_t holder = fork_child([&] {
+        lock = ZU_lock_process_create(name.wide.c_str());
+        const bool cut = truncate(name.path.c_str(), 0) == 0;
+        _exit(cut && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) ? 0 : 1);
+    });
+    EXPECT_EQ(ended(holder), 0);
+}
+
+} // namespace
