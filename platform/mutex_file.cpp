@@ -2,12 +2,17 @@
 #include "platform/mutex_file.h"
 
 #include <fcntl.h>
+#include <linux/futex.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
 
+#include "platform/api/threads.h"
 #include "platform/error.h"
 #include "platform/retry.h"
 
@@ -25,10 +30,10 @@ constexpr off_t initialisation = 1 << 20;
 constexpr off_t liveness = initialisation + 1;
 constexpr off_t ownership = initialisation + 2;
 
-constexpr char magic[] = "zu mutex 1\n"; // its last byte is followed by the "held" byte, then by the name
+constexpr char magic[] = "zu mutex 1 \n"; // the "held" word follows, then the name
 constexpr off_t held_at = sizeof magic - 1;
-constexpr char is_free = '0';
-constexpr char is_held = '1';
+constexpr uint32_t is_free = 0; // else the number of the thread that holds it or has died holding it
+static_assert(held_at % sizeof is_free == 0);
 
 // The first pauses of a limited wait are short: most locks are soon free again.
 constexpr long first_pause_ns = 50'000;
@@ -75,7 +80,7 @@ std::string path_of(const std::u16string& name) {
 
 std::string text_of(const std::u16string& name) {
     std::string text = magic;
-    text += is_free;
+    text.append(sizeof is_free, 0);
     return text.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(char16_t));
 }
 
@@ -143,7 +148,7 @@ DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bo
         if (size != static_cast<ssize_t>(text.size()))
             return ERROR_INVALID_HANDLE;
         found.resize(text.size());
-        text[held_at] = found[held_at];
+        text.replace(held_at, sizeof is_free, found, held_at, sizeof is_free);
         if (found != text)
             return ERROR_INVALID_HANDLE;
     } else if (!may_create) {
@@ -155,7 +160,10 @@ DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bo
         unlink(path_.c_str());
         return code;
     }
-    return set_lock(file_.get(), F_OFD_SETLK, F_RDLCK, liveness) ? ERROR_SUCCESS : code_of_errno(errno);
+    mapping_ = mmap(nullptr, held_at + sizeof is_free, PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(), 0);
+    if (mapping_ == MAP_FAILED || !set_lock(file_.get(), F_OFD_SETLK, F_RDLCK, liveness))
+        return code_of_errno(errno);
+    return ERROR_SUCCESS;
 }
 
 mutex_file::taken mutex_file::lock(const deadline& until) {
@@ -176,15 +184,28 @@ mutex_file::taken mutex_file::lock(const deadline& until) {
             pause = std::min(pause * 2, longest_pause_ns);
         }
     }
-    char held = is_free;
-    if (pread(file_.get(), &held, 1, held_at) == 1 && held == is_held)
-        return taken::abandoned;
-    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &is_held, 1, held_at);
-    return taken::yes;
+    return mark_held() ? taken::yes : taken::abandoned;
+}
+
+// Sets the word to this thread's number; false when it was not free. One call of the kernel does both: an attempt to
+// take the word as a lock. Reading or writing it through the mapping would raise SIGBUS once somebody cuts the file.
+bool mutex_file::mark_held() {
+    if (syscall(SYS_futex, static_cast<std::byte*>(mapping_) + held_at, FUTEX_TRYLOCK_PI, 0, nullptr, nullptr,
+                0)
+        == 0)
+        return true;
+    // Owned, it says in several ways, depending on whether a thread of that number exists.
+    if (errno == EDEADLK || errno == ESRCH || errno == EWOULDBLOCK || errno == EPERM)
+        return false;
+    uint32_t held = is_free;
+    const uint32_t self = GetCurrentThreadId();
+    const bool was_free = pread(file_.get(), &held, sizeof held, held_at) != sizeof held || held == is_free;
+    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &self, sizeof self, held_at);
+    return was_free;
 }
 
 void mutex_file::unlock() {
-    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &is_free, 1, held_at);
+    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &is_free, sizeof is_free, held_at);
     set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, ownership);
 }
 
@@ -199,6 +220,7 @@ void mutex_file::close() {
     // Explicitly, since a forked child may still have the file open.
     for (off_t byte : {ownership, liveness, initialisation})
         set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, byte);
+    munmap(mapping_, held_at + sizeof is_free);
     file_.reset();
 }
 
