@@ -46,9 +46,8 @@ BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
     struct stat status;
     DWORD code = look_at(path, where, status);
     if (code == ERROR_SUCCESS)
-        code = S_ISLNK(status.st_mode)
-                   ? ERROR_NOT_SUPPORTED
-                   : write_attributes(holder(where), status.st_mode, attributes);
+        code = S_ISLNK(status.st_mode) ? ERROR_NOT_SUPPORTED
+                                       : write_attributes(holder(where), status.st_mode, attributes);
     if (code == ERROR_SUCCESS)
         return TRUE;
     SetLastError(code);
