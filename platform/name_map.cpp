@@ -19,7 +19,7 @@ constexpr std::array<bool, 128> forbidden = [] {
     for (size_t i = 0; i < 0x20; ++i)
         table[i] = true;
     for (const char character : std::string_view("\"*/:<>?\\|"))
-        table[static_cast<size_t>(character)] = true;
+        table[static_cast<unsigned char>(character)] = true;
     return table;
 }();
 
