@@ -538,6 +538,7 @@ ZU_API void ZU_sleep(uint32_t milliseconds);
 /* Milliseconds since the system started. Wraps after 49.7 days: subtract unsigned. */
 ZU_API uint32_t ZU_get_tick_count(void);
 
+/* The identifiers of the calling process and thread, in the host's numbers. */
 ZU_API uint32_t ZU_get_current_process_id(void);
 ZU_API uint32_t ZU_get_current_thread_id(void);
 
@@ -1268,6 +1269,7 @@ ZU_API uint32_t ZU_timer_holidays_get_all(ZU_timer_holidays* holidays, ZU_holida
 /* Removes every day; returns how many there were. */
 ZU_API int32_t ZU_timer_holidays_clear(ZU_timer_holidays* holidays);
 
+/* The number of days. */
 ZU_API int32_t ZU_timer_holidays_count(ZU_timer_holidays* holidays);
 
 /* ---- Timer model -------------------------------------------------------------------------------------------- */

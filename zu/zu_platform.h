@@ -45,7 +45,7 @@ static inline void SetLastError(uint32_t code) {
 typedef uint32_t SOCKET;
 
 #define INVALID_SOCKET ((SOCKET)0xFFFFFFFFu)
-#define SOCKET_ERROR   (-1)
+#define SOCKET_ERROR (-1)
 
 /* The last-error code under the names that socket programs use: one value, read and set either way. */
 static inline int WSAGetLastError(void) {
@@ -67,15 +67,15 @@ typedef struct FILETIME {
 /* ---- Directory entries -------------------------------------------------------------------------------------- */
 
 /* The bits of an entry's attributes. NORMAL stands alone: it says that no other bit is set. */
-#define FILE_ATTRIBUTE_READONLY  0x1u
-#define FILE_ATTRIBUTE_HIDDEN    0x2u
-#define FILE_ATTRIBUTE_SYSTEM    0x4u
+#define FILE_ATTRIBUTE_READONLY 0x1u
+#define FILE_ATTRIBUTE_HIDDEN 0x2u
+#define FILE_ATTRIBUTE_SYSTEM 0x4u
 #define FILE_ATTRIBUTE_DIRECTORY 0x10u
-#define FILE_ATTRIBUTE_ARCHIVE   0x20u
-#define FILE_ATTRIBUTE_NORMAL    0x80u
+#define FILE_ATTRIBUTE_ARCHIVE 0x20u
+#define FILE_ATTRIBUTE_NORMAL 0x80u
 #define FILE_ATTRIBUTE_TEMPORARY 0x100u
 #define FILE_ATTRIBUTE_NOT_CONTENT_INDEXED 0x2000u
-#define INVALID_FILE_ATTRIBUTES  0xFFFFFFFFu
+#define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFu
 
 /* What a search reports of one entry. The name is terminated; there is never an alternate name here. */
 typedef struct WIN32_FIND_DATAW {
@@ -112,14 +112,15 @@ typedef struct HKEY__* HKEY;
 typedef struct HINSTANCE__* HMODULE;
 
 /* The predefined keys: always open, never to be closed. */
-#define HKEY_CLASSES_ROOT   ((HKEY)(intptr_t)(int32_t)0x80000000u)
-#define HKEY_CURRENT_USER   ((HKEY)(intptr_t)(int32_t)0x80000001u)
-#define HKEY_LOCAL_MACHINE  ((HKEY)(intptr_t)(int32_t)0x80000002u)
-#define HKEY_USERS          ((HKEY)(intptr_t)(int32_t)0x80000003u)
+#define HKEY_CLASSES_ROOT ((HKEY)(intptr_t)(int32_t)0x80000000u)
+#define HKEY_CURRENT_USER ((HKEY)(intptr_t)(int32_t)0x80000001u)
+#define HKEY_LOCAL_MACHINE ((HKEY)(intptr_t)(int32_t)0x80000002u)
+#define HKEY_USERS ((HKEY)(intptr_t)(int32_t)0x80000003u)
 #define HKEY_CURRENT_CONFIG ((HKEY)(intptr_t)(int32_t)0x80000005u)
 
 /* ---- Last-error codes --------------------------------------------------------------------------------------- */
 
+/* clang-format off */
 #define ERROR_SUCCESS                           0
 #define ERROR_INVALID_FUNCTION                  1
 #define ERROR_FILE_NOT_FOUND                    2
@@ -407,6 +408,7 @@ typedef struct HINSTANCE__* HMODULE;
 #define WSATRY_AGAIN                            11002
 #define WSANO_RECOVERY                          11003
 #define WSANO_DATA                              11004
+/* clang-format on */
 
 #ifdef __cplusplus
 }

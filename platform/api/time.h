@@ -6,8 +6,8 @@
 namespace platform {
 
 struct SYSTEMTIME {
-    WORD wYear; // full
-    WORD wMonth; // 1 to 12
+    WORD wYear;      // full
+    WORD wMonth;     // 1 to 12
     WORD wDayOfWeek; // Sunday = 0; ignored on input
     WORD wDay;
     WORD wHour;
