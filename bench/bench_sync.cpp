@@ -2,7 +2,9 @@
 #include <benchmark/benchmark.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/file.h>
 
+#include <cstdio>
 #include <mutex>
 #include <thread>
 
@@ -93,6 +95,27 @@ void semaphore_post_wait_host(benchmark::State& state) {
     sem_destroy(&sem);
 }
 BENCHMARK(semaphore_post_wait_host);
+
+// Between processes, and free again when the owner dies: a user would lock a file.
+void process_lock_zu(benchmark::State& state) {
+    ZU_lock_process lock = ZU_lock_process_create(u"zu-bench");
+    for (auto _ : state) {
+        ZU_lock_process_lock(lock);
+        ZU_lock_process_unlock(lock);
+    }
+    ZU_lock_process_close(lock);
+}
+BENCHMARK(process_lock_zu);
+
+void process_lock_flock(benchmark::State& state) {
+    std::FILE* file = std::tmpfile();
+    for (auto _ : state) {
+        flock(fileno(file), LOCK_EX);
+        flock(fileno(file), LOCK_UN);
+    }
+    std::fclose(file);
+}
+BENCHMARK(process_lock_flock);
 
 // Two threads hand the turn to and fro; one round is two hand-overs.
 void ping_pong_zu(benchmark::State& state) {

@@ -178,7 +178,7 @@ shared_pointer find_or_open(const std::u16string& name, bool may_create, bool fo
         ++known->second->handles;
         return known->second;
     }
-    const auto made = std::make_shared<shared_mutex>();
+    auto made = std::make_shared<shared_mutex>();
     made->name = name;
     made->handles = 1;
     const DWORD code = made->file.open(name, may_create, for_everyone, existed);

@@ -322,4 +322,45 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     EXPECT_EQ(ended(holder), 0);
 }
 
+TEST(access_lists, hold_their_entries_and_refuse_what_they_cannot) {
+    platform::SID_IDENTIFIER_AUTHORITY world = {SECURITY_WORLD_SID_AUTHORITY};
+    platform::PSID everyone = nullptr;
+    ASSERT_TRUE(platform::AllocateAndInitializeSid(&world, 1, 0, 0, 0, 0, 0, 0, 0, 0, &everyone));
+    platform::EXPLICIT_ACCESS_W entry = {};
+    entry.grfAccessMode = SET_ACCESS;
+    entry.grfAccessPermissions = MUTEX_ALL_ACCESS;
+    entry.Trustee.ptstrName = static_cast<ZU_wchar*>(everyone);
+    platform::ACL* list = nullptr;
+    EXPECT_EQ(platform::SetEntriesInAclW(0, nullptr, nullptr, &list), 0u);
+    EXPECT_EQ(list, nullptr);
+    EXPECT_EQ(platform::SetEntriesInAclW(1, &entry, nullptr, &list), 0u);
+    ASSERT_NE(list, nullptr);
+    EXPECT_EQ(list->AclSize, 8 + 8 + 12) << "the list, its entry and the identifier in it";
+    platform::ACL* merged = list;
+    EXPECT_EQ(platform::SetEntriesInAclW(1, &entry, list, &merged), 50u);
+    EXPECT_EQ(merged, nullptr);
+    platform::SECURITY_DESCRIPTOR descriptor;
+    EXPECT_FALSE(platform::InitializeSecurityDescriptor(&descriptor, 2));
+    EXPECT_EQ(GetLastError(), 1305u);
+
+    // Without an entry for everyone, or with too few rights in it, the lock stays its user's.
+    const lock_name name;
+    for (platform::DWORD rights : {MUTEX_ALL_ACCESS, MUTEX_MODIFY_STATE}) {
+        platform::LocalFree(list);
+        entry.grfAccessPermissions = rights;
+        ASSERT_EQ(platform::SetEntriesInAclW(1, &entry, nullptr, &list), 0u);
+        ASSERT_TRUE(platform::InitializeSecurityDescriptor(&descriptor, 1));
+        ASSERT_TRUE(platform::SetSecurityDescriptorDacl(&descriptor, 1, list, 0));
+        platform::SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor, 0};
+        platform::HANDLE lock = platform::CreateMutexW(&attributes, 1, name.wide.c_str());
+        struct stat status = {};
+        EXPECT_EQ(stat(name.path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777, rights == MUTEX_ALL_ACCESS ? 0666u : 0600u);
+        EXPECT_TRUE(platform::ReleaseMutex(lock)) << "owned from the start";
+        EXPECT_TRUE(platform::CloseHandle(lock));
+    }
+    platform::LocalFree(list);
+    platform::FreeSid(everyone);
+}
+
 } // namespace
