@@ -95,13 +95,13 @@ lead_byte lead_of(unsigned char byte) {
     return {0, 0, 0};
 }
 
-} // namespace
-
-utf8_piece decode_utf8(const char* utf8, size_t count) {
+inline utf8_piece decode(const char* utf8, size_t count) {
     const auto byte_at = [&](size_t i) { return static_cast<unsigned char>(utf8[i]); };
     const unsigned char first = byte_at(0);
     if (first < 0x80)
         return {first, 1, false};
+    if (first >= 0xC2 && first < 0xE0 && count > 1 && (byte_at(1) & 0xC0) == 0x80) // most alphabets
+        return {(first & 0x1Fu) << 6 | (byte_at(1) & 0x3Fu), 2, false};
     const lead_byte lead = lead_of(first);
     if (lead.length == 0)
         return {replacement_character, 1, true};
@@ -116,6 +116,12 @@ utf8_piece decode_utf8(const char* utf8, size_t count) {
         highest = 0xBF;
     }
     return {character, lead.length, false};
+}
+
+} // namespace
+
+utf8_piece decode_utf8(const char* utf8, size_t count) {
+    return decode(utf8, count);
 }
 
 size_t utf8_size(const WCHAR* wide, size_t count) {
@@ -165,7 +171,7 @@ size_t wide_size(const char* utf8, size_t count) {
             at += run;
             continue;
         }
-        const utf8_piece piece = decode_utf8(utf8 + at, count - at);
+        const utf8_piece piece = decode(utf8 + at, count - at);
         size += piece.character >= 0x10000 ? 2 : 1;
         at += piece.length;
     }
@@ -183,7 +189,7 @@ size_t wide_from_utf8(const char* utf8, size_t count, WCHAR* out, size_t size) {
             at += run;
             continue;
         }
-        const utf8_piece piece = decode_utf8(utf8 + at, count - at);
+        const utf8_piece piece = decode(utf8 + at, count - at);
         const bool pair = piece.character >= 0x10000;
         if (size - written < (pair ? 2u : 1u))
             return does_not_fit;
