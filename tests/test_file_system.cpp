@@ -1,6 +1,7 @@
 // File-system operations, their second attempt on read-only items, and the recursive delete.
 #include <unistd.h>
 
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -22,7 +23,8 @@ uint32_t code_of(ZU_bool done) {
 
 // A file of that content, with those attributes.
 void make(const file_place& place, const char* name, const char* contents, uint32_t bits) {
-    const std::u16string path = place.drive_path(zu_test::wide(name));
+    std::u16string path = place.drive_path(zu_test::wide(name));
+    std::replace(path.begin(), path.end(), u'/', u'\\');
     ZU_delete_file(path.c_str());
     place.write(name, contents);
     ASSERT_TRUE(ZU_set_file_platform_attributes(path.c_str(), bits)) << name;
