@@ -2,7 +2,9 @@
 // below the temporary folder, warm in the page cache.
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -243,6 +245,18 @@ void stat_bare(benchmark::State& state) {
 }
 BENCHMARK(stat_bare);
 
+// The attributes that the record holds take a call of their own, whoever asks.
+void stat_bare_with_attributes(benchmark::State& state) {
+    const std::string path = host_path(file_of_blocks());
+    struct stat status;
+    char names[512];
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(stat(path.c_str(), &status));
+        benchmark::DoNotOptimize(listxattr(path.c_str(), names, sizeof names));
+    }
+}
+BENCHMARK(stat_bare_with_attributes);
+
 void stat_std_filesystem(benchmark::State& state) {
     const fs::path path = host_path(file_of_blocks());
     for (auto _ : state) {
@@ -272,8 +286,10 @@ void enumerate_zu(benchmark::State& state) {
 }
 BENCHMARK(enumerate_zu)->Unit(benchmark::kMillisecond);
 
-void enumerate_bare(benchmark::State& state) {
+void enumerate_bare(benchmark::State& state, bool with_attributes) {
     const std::string path = host_path(directory_of_entries());
+    std::string entry_path;
+    char names[512];
     for (auto _ : state) {
         uint64_t bytes = 0;
         DIR* directory = opendir(path.c_str());
@@ -282,13 +298,18 @@ void enumerate_bare(benchmark::State& state) {
             statx(dirfd(directory), entry->d_name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
                   &status);
             bytes += status.stx_size + static_cast<uint64_t>(status.stx_mtime.tv_sec);
+            if (with_attributes) {
+                entry_path.assign(path).append("/").append(entry->d_name);
+                benchmark::DoNotOptimize(listxattr(entry_path.c_str(), names, sizeof names));
+            }
         }
         closedir(directory);
         benchmark::DoNotOptimize(bytes);
     }
     state.SetItemsProcessed(state.iterations() * entry_count);
 }
-BENCHMARK(enumerate_bare)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(enumerate_bare, status, false)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(enumerate_bare, status_and_attributes, true)->Unit(benchmark::kMillisecond);
 
 void enumerate_std_filesystem(benchmark::State& state) {
     const fs::path path = host_path(directory_of_entries());
@@ -365,14 +386,22 @@ void make_tree() {
     }
 }
 
+long peak_kb() {
+    rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
 void delete_tree_zu(benchmark::State& state) {
     const std::u16string path = zu_path("tree");
     for (auto _ : state) {
         state.PauseTiming();
         make_tree();
+        const long before = peak_kb();
         state.ResumeTiming();
         if (!ZU_delete_dir_recursive(path.c_str()))
             state.SkipWithError("not removed");
+        state.counters["peak_grew_kb"] = static_cast<double>(peak_kb() - before);
     }
 }
 BENCHMARK(delete_tree_zu)->Unit(benchmark::kMillisecond)->Iterations(1);

@@ -11,6 +11,11 @@ namespace {
 constexpr int32_t root_year = 1980 - 1900; // every root has the same time: its first day
 constexpr uint32_t owner_to_group = 3, owner_to_others = 6, group_bits = 0x38, others_bits = 0x7;
 constexpr size_t shortest_network_root = 11;
+constexpr uint64_t units_of_second = 10'000'000; // of a file time
+
+uint64_t units_of(const platform::FILETIME& time) {
+    return uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
 
 // What is known of an item before it takes the shape of a status record.
 struct item {
@@ -138,10 +143,14 @@ uint64_t size_of(const platform::WIN32_FIND_DATAW& found) {
 
 file_times times_of(const platform::WIN32_FIND_DATAW& found) {
     const ZU_time_t modification = ZU_FILETIME_2_time_t(&found.ftLastWriteTime);
-    const auto or_modification = [modification](const platform::FILETIME& time) {
-        return time.dwLowDateTime || time.dwHighDateTime ? ZU_FILETIME_2_time_t(&time) : modification;
+    // The times of a file that was written at once and then left alone lie in one second: that converts once.
+    const auto other = [&found, modification](const platform::FILETIME& time) {
+        const uint64_t units = units_of(time);
+        const bool same =
+            units == 0 || units / units_of_second == units_of(found.ftLastWriteTime) / units_of_second;
+        return same ? modification : ZU_FILETIME_2_time_t(&time);
     };
-    return {or_modification(found.ftCreationTime), modification, or_modification(found.ftLastAccessTime)};
+    return {other(found.ftCreationTime), modification, other(found.ftLastAccessTime)};
 }
 
 } // namespace zu
