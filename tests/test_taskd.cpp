@@ -19,7 +19,10 @@ const std::string program =
 
 class taskd : public testing::Test {
 protected:
-    ~taskd() override { std::remove(path_.c_str()); }
+    ~taskd() override {
+        std::remove(path_.c_str());
+        std::remove((path_ + ".out").c_str());
+    }
     void write(const std::string& text) { std::ofstream(path_) << text; }
     zu_test::outcome run(const std::string& options) {
         return zu_test::run_command("TZ=UTC exec " + program + " " + options + " " + path_);
@@ -76,8 +79,10 @@ TEST_F(taskd, runs_what_is_due_until_its_time_is_over_or_a_signal_comes) {
     write("tick | interval 0:0:1 | 2024-01-01 00:00 | | print  Grüße | und mehr \n"
           "rare | daily 1        | 2037-01-01 00:00 | | print never\n");
     // A shell's background job ignores an interrupt, so env puts its default back.
-    const std::string background = "env --default-signal=INT " + program + " " + path_ + " & sleep 2; kill -";
-    const zu_test::outcome results[] = {run("--for 2"), zu_test::run_command(background + "INT $!; wait $!"),
+    const std::string background = "rm -f " + path_ + ".out; env --default-signal=INT " + program + " "
+                                   + path_ + " >" + path_ + ".out & until grep tick.*mehr " + path_
+                                   + ".out; do sleep 0.1; done; kill -";
+    const zu_test::outcome results[] = {run("--for 3"), zu_test::run_command(background + "INT $!; wait $!"),
                                         zu_test::run_command(background + "TERM $!; wait $!")};
     for (const zu_test::outcome& result : results) {
         EXPECT_EQ(result.exit_code, 0) << result.signal << result.error_output;

@@ -76,6 +76,12 @@ struct schedule {
         return make(std::u16string(date, date + std::strlen(date)).c_str(), h);
     }
 
+    // Day-based kinds are tested around their time of day, and now and then besides.
+    bool is_worth_a_test(local_seconds now) const {
+        const auto beside = now - floor<days>(now) - start_time;
+        return period != 0s || abs(beside) <= 1h || now.time_since_epoch() % 7h == 0s;
+    }
+
     // The firing that is due at t, or -1; `late` is the valid offset.
     int64_t due_at(const zone_model& zone, sys_seconds low, sys_seconds t, seconds late) const {
         const local_seconds now = zone.local(t);
@@ -178,6 +184,8 @@ TEST_P(timer_dates, ten_years) {
             bool was_daylight = GetParam().is_daylight(low);
             seconds step = 30min;
             for (sys_seconds t = low; t < end; t += step) {
+                if (late == 60s && !each.is_worth_a_test(GetParam().local(t)))
+                    continue;
                 if (each.period != 0s && GetParam().is_daylight(t) != was_daylight)
                     fired = 0; // the grid has moved, and the last firing does not lie on it
                 was_daylight = GetParam().is_daylight(t);
