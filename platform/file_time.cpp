@@ -3,6 +3,7 @@
 
 #include "platform/api/time.h"
 #include "platform/civil.h"
+#include "platform/host_time.h"
 #include "platform/zone.h"
 
 namespace platform {
@@ -10,26 +11,16 @@ namespace platform {
 namespace {
 
 constexpr int64_t units_per_millisecond = 10000;
-constexpr int64_t units_per_second = 1000 * units_per_millisecond;
-constexpr int64_t units_per_day = civil::seconds_per_day * units_per_second;
+constexpr int64_t units_per_day = civil::seconds_per_day * file_time_units_per_second;
 constexpr int64_t first_day = civil::days_of(1601, 1, 1);
 constexpr WORD first_year = 1601;
 constexpr WORD last_year = 30827;
-
-uint64_t units_of(const FILETIME& file_time) {
-    return uint64_t{file_time.dwHighDateTime} << 32 | file_time.dwLowDateTime;
-}
-
-void set_units(FILETIME& file_time, uint64_t units) {
-    file_time.dwLowDateTime = static_cast<DWORD>(units);
-    file_time.dwHighDateTime = static_cast<DWORD>(units >> 32);
-}
 
 // What local time is ahead of UTC now. The arithmetic on it wraps, as the platform's does.
 uint64_t offset_in_force_now() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<uint64_t>(zone::of_environment().at(now.tv_sec).offset * units_per_second);
+    return static_cast<uint64_t>(zone::of_environment().at(now.tv_sec).offset * file_time_units_per_second);
 }
 
 bool is_valid(const SYSTEMTIME& time) {
@@ -41,12 +32,12 @@ bool is_valid(const SYSTEMTIME& time) {
 } // namespace
 
 BOOL FileTimeToLocalFileTime(const FILETIME* utc, FILETIME* local) {
-    set_units(*local, units_of(*utc) + offset_in_force_now());
+    *local = file_time_of_units(units_of(*utc) + offset_in_force_now());
     return TRUE;
 }
 
 BOOL LocalFileTimeToFileTime(const FILETIME* local, FILETIME* utc) {
-    set_units(*utc, units_of(*local) - offset_in_force_now());
+    *utc = file_time_of_units(units_of(*local) - offset_in_force_now());
     return TRUE;
 }
 
@@ -79,7 +70,8 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* system_time, FILETIME* file_time) {
     const int64_t days = civil::days_of(time.wYear, time.wMonth, time.wDay) - first_day;
     const int64_t milliseconds =
         ((time.wHour * int64_t{60} + time.wMinute) * 60 + time.wSecond) * 1000 + time.wMilliseconds;
-    set_units(*file_time, static_cast<uint64_t>(days * units_per_day + milliseconds * units_per_millisecond));
+    *file_time = file_time_of_units(
+        static_cast<uint64_t>(days * units_per_day + milliseconds * units_per_millisecond));
     return TRUE;
 }
 

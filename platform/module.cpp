@@ -185,10 +185,9 @@ FARPROC find_entry_point(const built_in_module& module, const char* name) {
 FARPROC find_entry_point(void* library, const char* name) {
     void* address = dlsym(library, name);
     link_map* own = nullptr;
-    void* owner = nullptr;
-    Dl_info info;
+    dl_find_object owner;
     const bool is_own = address && dlinfo(library, RTLD_DI_LINKMAP, &own) == 0
-                        && dladdr1(address, &info, &owner, RTLD_DL_LINKMAP) != 0 && owner == own;
+                        && _dl_find_object(address, &owner) == 0 && owner.dlfo_link_map == own;
     return is_own ? reinterpret_cast<FARPROC>(address) : nullptr;
 }
 

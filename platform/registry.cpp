@@ -151,37 +151,51 @@ bool is_root(HKEY key) {
     return reinterpret_cast<uintptr_t>(key) - first < std::size(root_names);
 }
 
-// An open key is its path; the file may change under it.
+// A key in a state of the file. The path finds it again in the next.
+struct key_place {
+    std::u16string path;
+    state_pointer state;
+    const registry_node* node = nullptr;
+
+    // 0, or a code; the node is null when the state has none for the path. A predefined root is there, whatever the
+    // file holds.
+    DWORD renew() {
+        static const registry_node empty;
+        const state_pointer before = state;
+        if (const DWORD code = current_state(state))
+            return code;
+        if (state == before)
+            return ERROR_SUCCESS;
+        node = state->roots.find(path);
+        if (!node && path.find(u'\\') == std::u16string::npos)
+            node = &empty;
+        return ERROR_SUCCESS;
+    }
+};
+
+// Nothing in it changes, so threads may share the handle.
 struct open_key : object {
     static constexpr object_kind kind{};
-    open_key(std::u16string from_root, REGSAM granted)
-        : object(kind), path(std::move(from_root)), access(granted) {}
+    open_key(key_place found, REGSAM granted) : object(kind), where(std::move(found)), access(granted) {}
 
-    const std::u16string path;
+    const key_place where;
     const REGSAM access;
 };
 
-// The path and the access of a root or an open key; false for anything else.
-bool resolve(HKEY key, std::u16string& path, REGSAM& access) {
+// What a root or an open key stands for, and its access; false for anything else.
+bool resolve(HKEY key, key_place& where, REGSAM& access) {
     if (is_root(key)) {
         const auto first = reinterpret_cast<uintptr_t>(HKEY_CLASSES_ROOT);
-        path = root_names[reinterpret_cast<uintptr_t>(key) - first];
+        where.path = root_names[reinterpret_cast<uintptr_t>(key) - first];
         access = maximum_allowed;
         return true;
     }
     const open_key* opened = object_of<open_key>(key);
     if (!opened)
         return false;
-    path = opened->path;
+    where = opened->where;
     access = opened->access;
     return true;
-}
-
-// A predefined root is there, whatever the file holds.
-const registry_node* find_key(const registry_state& state, const std::u16string& path) {
-    static const registry_node empty;
-    const registry_node* found = state.roots.find(path);
-    return found || path.find(u'\\') != std::u16string::npos ? found : &empty;
 }
 
 // 0, or a code; `size` is set to that of the value either way.
@@ -212,21 +226,21 @@ LONG RegOpenKeyExW(HKEY root, const WCHAR* subkey, DWORD, REGSAM access, HKEY* k
     if (!key)
         return ERROR_INVALID_PARAMETER;
     *key = nullptr;
-    std::u16string path;
+    key_place where;
     REGSAM root_access;
-    if (!resolve(root, path, root_access))
+    if (!resolve(root, where, root_access))
         return ERROR_INVALID_HANDLE;
     wide_view rest = subkey ? wide_view(subkey) : wide_view();
     if (rest.starts_with(u'\\'))
         return ERROR_BAD_PATHNAME;
     for (wide_view name; !(name = take_key_name(rest)).empty();)
-        path.append(u"\\").append(name);
-    state_pointer state;
-    if (const DWORD code = current_state(state))
+        where.path.append(u"\\").append(name);
+    where.state = nullptr; // another path: found anew
+    if (const DWORD code = where.renew())
         return static_cast<LONG>(code);
-    if (!find_key(*state, path))
+    if (!where.node)
         return ERROR_FILE_NOT_FOUND;
-    const HANDLE handle = new_handle(new (std::nothrow) open_key(std::move(path), access));
+    const HANDLE handle = new_handle(new (std::nothrow) open_key(std::move(where), access));
     if (!handle)
         return static_cast<LONG>(GetLastError());
     *key = reinterpret_cast<HKEY>(handle);
@@ -237,20 +251,19 @@ LONG RegQueryValueExW(HKEY key, const WCHAR* name, DWORD* reserved, DWORD* type,
     const last_error_kept keep;
     if (reserved || (data && !size))
         return ERROR_INVALID_PARAMETER;
-    std::u16string path;
+    key_place where;
     REGSAM access;
-    if (!resolve(key, path, access))
+    if (!resolve(key, where, access))
         return ERROR_INVALID_HANDLE;
     if (!(access & (KEY_QUERY_VALUE | generic_read | generic_all | maximum_allowed)))
         return ERROR_ACCESS_DENIED;
-    state_pointer state;
-    if (const DWORD code = current_state(state))
+    if (const DWORD code = where.renew())
         return static_cast<LONG>(code);
-    const registry_node* node = find_key(*state, path);
-    if (!node)
+    if (!where.node)
         return ERROR_KEY_DELETED;
-    const auto found = node->values.find(folded_name(name ? wide_view(name) : wide_view()));
-    return found == node->values.end() ? ERROR_FILE_NOT_FOUND : copy_value(found->second, type, data, size);
+    const auto& values = where.node->values;
+    const auto found = values.find(folded_name(name ? wide_view(name) : wide_view()));
+    return found == values.end() ? ERROR_FILE_NOT_FOUND : copy_value(found->second, type, data, size);
 }
 
 LONG RegCloseKey(HKEY key) {
