@@ -73,17 +73,10 @@ TEST_F(holidays, room_grows_by_eight_and_stays) {
     EXPECT_TRUE(find(3, 16));
     EXPECT_TRUE(del(3, 16)) << "the last of a full array";
     EXPECT_EQ(ZU_timer_holidays_clear(&calendar), 15);
-}
-
-TEST_F(holidays, a_destroyed_calendar_is_zero_and_can_start_again) {
     ZU_timer_holidays_destroy(nullptr);
-    add(5, 1);
     ZU_timer_holidays_destroy(&calendar);
-    EXPECT_EQ(calendar.capacity, 0u);
-    EXPECT_EQ(calendar.count, 0u);
-    EXPECT_EQ(calendar.entries, nullptr);
-    EXPECT_TRUE(ZU_timer_holidays_init(&calendar));
-    EXPECT_EQ(all(), days{});
+    EXPECT_TRUE(calendar.capacity == 0 && calendar.count == 0 && !calendar.entries);
+    EXPECT_TRUE(ZU_timer_holidays_init(&calendar)) << "it can start again";
 }
 
 TEST_F(holidays, threads_fill_and_ask_at_once) {
