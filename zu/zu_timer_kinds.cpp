@@ -72,7 +72,7 @@ void daily_destroy(ZU_timer* timer) {
         zu::destroy_timer(*timer);
 }
 
-// Wraps at 32 bits, as the three values always have.
+// 32-bit arithmetic: one value may be negative, and a sum beyond 32 bits wraps instead of being undefined.
 int32_t period_of(int32_t hours, int32_t minutes, int32_t seconds) {
     const auto unsigned_of = [](int32_t value) { return static_cast<uint32_t>(value); };
     return static_cast<int32_t>((unsigned_of(hours) * 60 + unsigned_of(minutes)) * 60 + unsigned_of(seconds));
