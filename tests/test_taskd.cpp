@@ -128,16 +128,20 @@ TEST_F(taskd, digests_and_cleans) {
     const auto long_ago = std::filesystem::file_time_type::clock::now() - std::chrono::hours(48);
     for (const char* name : {"old.tmp", "older.TMP", "old.txt"})
         std::filesystem::last_write_time(directory + "/" + name, long_ago);
+    std::ofstream(directory + "/future.tmp") << "abc";
+    using sys_time = std::chrono::sys_seconds; // a date that the library has no time for
+    std::filesystem::last_write_time(directory + "/future.tmp", std::chrono::file_clock::from_sys(sys_time(
+                                                                    std::chrono::seconds(5'000'000'000))));
     const std::string every_second = " | interval 0:0:1 | 2024-01-01 00:00 | | ";
     write("a" + every_second + "digest " + directory + "/new.tmp\nb" + every_second + "clean " + directory
           + " *.tmp 1d\nc" + every_second + "clean " + directory + " * soon\nd" + every_second + "digest "
           + directory + "/none\n");
     const std::string output = run("--for 2").output;
     for (const char* text : {"900150983cd24fb0d6963f7d28e17f72, 3 bytes of 20", ": deleted old", "older.TMP",
-                             ": nothing to delete\n", "\"soon\" is not an age", "/none: There is no file"})
+                             ": nothing deleted\n", "\"soon\" is not an age", "/none: There is no file"})
         EXPECT_NE(output.find(text), std::string::npos) << text << output;
-    EXPECT_TRUE(std::filesystem::exists(directory + "/new.tmp"));
-    EXPECT_TRUE(std::filesystem::exists(directory + "/old.txt"));
+    for (const char* kept : {"/new.tmp", "/old.txt", "/future.tmp"})
+        EXPECT_TRUE(std::filesystem::exists(directory + kept)) << kept;
     EXPECT_FALSE(std::filesystem::exists(directory + "/old.tmp"));
     std::filesystem::remove_all(directory);
 }

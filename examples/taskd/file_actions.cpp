@@ -86,17 +86,19 @@ std::string clean(const std::string& text) {
     const int64_t latest = ZU_time() - read_age_in_seconds(parts[2]);
     const std::unique_ptr<ZU_enum_dir, end_walk> walk(
         ZU_enum_dir_begin(library_path(directory).c_str(), ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS));
-    std::string gone;
     if (!walk && GetLastError() != ERROR_NO_MORE_FILES)
         fail(directory);
+    std::string gone, kept;
     for (bool is_more = walk != nullptr; is_more; is_more = ZU_enum_dir_next(walk.get())) {
         const ZU_enum_dir_entry& entry = *ZU_enum_dir_get(walk.get());
-        if (!(entry.attributes & ZU_PATH_FILE) || entry.modification_time > latest
+        const bool has_age = entry.modification_time != -1; // a time past 2038 is none, and not an old one
+        if (!(entry.attributes & ZU_PATH_FILE) || !has_age || entry.modification_time > latest
             || !ZU_wildcard_match_win32_file(pattern.c_str(), entry.name))
             continue;
-        if (!ZU_delete_file(entry.path))
-            fail(narrow(entry.path));
-        gone += " " + narrow(entry.name);
+        if (ZU_delete_file(entry.path))
+            gone += " " + narrow(entry.name);
+        else
+            kept += "; " + narrow(entry.name) + " stays: " + error_text(GetLastError());
     }
-    return directory + ": " + (gone.empty() ? "nothing to delete" : "deleted" + gone);
+    return directory + ": " + (gone.empty() ? "nothing deleted" : "deleted" + gone) + kept;
 }
