@@ -1,8 +1,11 @@
 // The modules that the layer provides itself.
 #include "platform/module.h"
+#include "platform/security_package.h"
 
 namespace platform {
 
-const built_in_module* const built_in_modules[] = {nullptr};
+constinit std::atomic<bool> built_in_modules_offered{true};
+
+const built_in_module* const built_in_modules[] = {&secur32_module, &security_module, nullptr};
 
 } // namespace platform

@@ -1,4 +1,4 @@
-// Local memory: blocks that the layer hands out and the caller releases with LocalFree.
+// Memory by the platform's names: local blocks, and the process heap.
 #include <cstdlib>
 
 #include "platform/api/base.h"
@@ -15,6 +15,28 @@ HLOCAL LocalAlloc(UINT flags, size_t bytes) {
 HLOCAL LocalFree(HLOCAL block) {
     std::free(block);
     return nullptr;
+}
+
+// Its address is the heap's handle.
+static constexpr char process_heap = 0;
+
+HANDLE GetProcessHeap() {
+    return const_cast<char*>(&process_heap);
+}
+
+LPVOID HeapAlloc(HANDLE, DWORD flags, size_t bytes) {
+    return flags & HEAP_ZERO_MEMORY ? std::calloc(1, bytes ? bytes : 1) : std::malloc(bytes ? bytes : 1);
+}
+
+LPVOID HeapReAlloc(HANDLE, DWORD flags, LPVOID block, size_t bytes) {
+    if (flags != 0) // what has been added is not known, so it cannot be cleared
+        return nullptr;
+    return std::realloc(block, bytes ? bytes : 1);
+}
+
+BOOL HeapFree(HANDLE, DWORD, LPVOID block) {
+    std::free(block);
+    return TRUE;
 }
 
 } // namespace platform

@@ -58,7 +58,7 @@ HMODULE failed(DWORD code) {
 }
 
 const built_in_module* find_built_in(const WCHAR* name) {
-    for (const built_in_module* const* at = built_in_modules; *at; ++at) {
+    for (const built_in_module* const* at = built_in_modules; *at && built_in_modules_offered; ++at) {
         if (lstrcmpiW((*at)->name, name) == 0)
             return *at;
     }

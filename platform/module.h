@@ -1,6 +1,7 @@
 // Inside the layer: what the loading of dynamic libraries is made of.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ struct built_in_module {
 };
 
 extern const built_in_module* const built_in_modules[]; // ended by null
+
+// Cleared, their names are those of any library, which may not exist.
+extern std::atomic<bool> built_in_modules_offered;
 
 // What a file of the host is to the loader: 0, or why it cannot be a library: missing (126), a directory or not
 // readable (5), something else or for another machine (193). Fills in the libraries that it wants, in its order.

@@ -8,6 +8,9 @@
 
 #include <aclapi.h>
 
+#define SECURITY_WIN32
+#include <security.h>
+
 #include <process.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -31,6 +34,10 @@ using ::WSADATA;
 using ::CloseHandle;
 using ::FormatMessageW;
 using ::GetLastError;
+using ::GetProcessHeap;
+using ::HeapAlloc;
+using ::HeapFree;
+using ::HeapReAlloc;
 using ::LocalAlloc;
 using ::LocalFree;
 using ::SetLastError;
@@ -120,6 +127,42 @@ using ::SECURITY_DESCRIPTOR;
 using ::PSID;
 using ::SID_IDENTIFIER_AUTHORITY;
 
+using ::AdjustTokenPrivileges;
+using ::GetCurrentProcess;
+using ::GetCurrentThread;
+using ::GetTokenInformation;
+using ::ImpersonateLoggedOnUser;
+using ::LogonUserW;
+using ::LookupAccountNameW;
+using ::LookupPrivilegeValueW;
+using ::OpenProcessToken;
+using ::OpenThreadToken;
+using ::RevertToSelf;
+
+using ::LUID;
+using ::SID_NAME_USE;
+using ::SidTypeUser;
+using ::TOKEN_GROUPS;
+using ::TOKEN_PRIVILEGES;
+using ::TokenGroups;
+
+using ::ACCEPT_SECURITY_CONTEXT_FN;
+using ::ACQUIRE_CREDENTIALS_HANDLE_FN_W;
+using ::COMPLETE_AUTH_TOKEN_FN;
+using ::CredHandle;
+using ::CtxtHandle;
+using ::DELETE_SECURITY_CONTEXT_FN;
+using ::FREE_CONTEXT_BUFFER_FN;
+using ::FREE_CREDENTIALS_HANDLE_FN;
+using ::INITIALIZE_SECURITY_CONTEXT_FN_W;
+using ::QUERY_SECURITY_PACKAGE_INFO_FN_W;
+using ::SECURITY_STATUS;
+using ::SEC_WINNT_AUTH_IDENTITY_W;
+using ::SecBuffer;
+using ::SecBufferDesc;
+using ::SecPkgInfoW;
+using ::TimeStamp;
+
 using ::GetComputerNameW;
 using ::SOCKET;
 using ::FARPROC;
@@ -129,6 +172,7 @@ using ::GetVersionExW;
 using ::HKEY;
 using ::HMODULE;
 using ::LoadLibraryExW;
+using ::LoadLibraryW;
 using ::OSVERSIONINFOEXW;
 using ::OSVERSIONINFOW;
 using ::RegCloseKey;

@@ -13,6 +13,7 @@
 #include "platform/api/debugger.h"
 #include "platform/api/files.h"
 #include "platform/api/security.h"
+#include "platform/api/security_package.h"
 #include "platform/api/sockets.h"
 #include "platform/api/system.h"
 #include "platform/api/text.h"

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/retry.h"
 #include "platform/socket_error.h"
 #include "platform/socket_state.h"
 
@@ -217,10 +218,8 @@ SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
         return INVALID_SOCKET;
     }
     const int mode = SOCK_CLOEXEC | (socket_blocks(listener) ? 0 : SOCK_NONBLOCK);
-    int descriptor;
-    do
-        descriptor = ::accept4(listener, address, reinterpret_cast<socklen_t*>(length), mode);
-    while (descriptor < 0 && errno == EINTR);
+    const int descriptor =
+        retried([&] { return ::accept4(listener, address, reinterpret_cast<socklen_t*>(length), mode); });
     if (descriptor < 0) {
         SetLastError(errno == EAGAIN ? code_of_wait(listener, 0) : code_of_socket_errno(errno));
         return INVALID_SOCKET;
@@ -339,11 +338,10 @@ int sendto(SOCKET socket, const char* buffer, int length, int flags, const socka
     const int descriptor = descriptor_of(socket);
     if (length < 0)
         return socket_failure(WSAEFAULT);
-    ssize_t sent;
-    do
-        sent = ::sendto(descriptor, buffer, static_cast<size_t>(length), flags | MSG_NOSIGNAL, address,
+    const ssize_t sent = retried([&] {
+        return ::sendto(descriptor, buffer, static_cast<size_t>(length), flags | MSG_NOSIGNAL, address,
                         static_cast<socklen_t>(address_length));
-    while (sent < 0 && errno == EINTR);
+    });
     return sent >= 0 ? cleared(sent)
                      : socket_failure(code_of_failed_send(descriptor, flags, address, address_length));
 }
@@ -364,12 +362,11 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
     const size_t size = static_cast<size_t>(capacity);
     auto* length = reinterpret_cast<socklen_t*>(address_length);
     bool truncated = false;
-    ssize_t received;
-    do
-        received = maybe_datagram
-                       ? receive_maybe_datagram(descriptor, buffer, size, flags, address, length, truncated)
-                       : ::recvfrom(descriptor, buffer, size, flags, address, length);
-    while (received < 0 && errno == EINTR);
+    const ssize_t received = retried([&] {
+        return maybe_datagram
+                   ? receive_maybe_datagram(descriptor, buffer, size, flags, address, length, truncated)
+                   : ::recvfrom(descriptor, buffer, size, flags, address, length);
+    });
     if (received < 0)
         return socket_failure(code_of_failed_receive(descriptor, flags));
     if (truncated)

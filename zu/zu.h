@@ -1606,8 +1606,53 @@ ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const Z
 /* ---- Service control ---------------------------------------------------------------------------------------- */
 
 /* ---- Accounts, groups and privileges ------------------------------------------------------------------------ */
+/*
+ * Questions to the platform's security model. A failure is false with the platform's last-error code. Any thread.
+ *
+ * On Linux an account is one of the host's users. Administrators are uid 0 and the members of root, wheel, sudo and
+ * admin; users all who may log in; guests the user nobody; power users the members of staff. Privileges are held by
+ * effective uid 0.
+ */
+
+/* Whether the calling thread's user (the one it impersonates, else the process's) is in a built-in group, by the
+   group's number below the built-in domain. */
+ZU_API ZU_bool ZU_current_user_in_group(uint32_t rid);
+
+/* The same for administrators (544), users (545), guests (546) and power users (547). */
+ZU_API ZU_bool ZU_current_user_is_admin(void);
+ZU_API ZU_bool ZU_current_user_is_normal_user(void);
+ZU_API ZU_bool ZU_current_user_is_guest(void);
+ZU_API ZU_bool ZU_current_user_is_power_user(void);
+
+/*
+ * Whether a name, plain or "domain\user", is that of a user account on a machine (null: this one; another: code
+ * 1722 on Linux). A group, a domain and an unknown name (1332) are not.
+ */
+ZU_API ZU_bool ZU_user_exist(const ZU_wchar* machine, const ZU_wchar* account);
+
+/*
+ * Switches a privilege of the process, such as "SeTcbPrivilege", on or off; *was_enabled (may be null) tells how it
+ * was, and is 0 on failure. True when the platform accepted the call, also for a privilege that is not held (then
+ * code 1300). An unknown name: 1313.
+ */
+ZU_API ZU_bool ZU_adjust_privilege(const ZU_wchar* privilege, ZU_bool enable, ZU_bool* was_enabled);
 
 /* ---- Password validation ------------------------------------------------------------------------------------ */
+/*
+ * A domain is null or empty for none. Both functions first make sure that the account exists, ask the platform, and
+ * take as long as it does: a refusal may take seconds. False gives no reason: there is no such account, the password
+ * is wrong, or a step failed. Any thread; while ZU_user_is_admin runs, its thread impersonates the user.
+ *
+ * On Linux the verdict is that of PAM (service "zu", else "login"), asked in zu-helper. Without it every password is
+ * refused, and so is an empty one.
+ */
+
+/* Whether the account exists and the password is right. A wrong password is asked about twice, once on each of two
+   roads, which counts where the host locks accounts after failures. */
+ZU_API ZU_bool ZU_validate_user_password(const ZU_wchar* domain, const ZU_wchar* user, const ZU_wchar* password);
+
+/* Whether the account exists, the password is right and the user is an administrator. */
+ZU_API ZU_bool ZU_user_is_admin(const ZU_wchar* domain, const ZU_wchar* user, const ZU_wchar* password);
 
 /* ---- Operating-system description --------------------------------------------------------------------------- */
 /*

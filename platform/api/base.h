@@ -50,6 +50,12 @@ DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD code, DWORD language, WC
 HLOCAL LocalAlloc(UINT flags, size_t bytes);
 HLOCAL LocalFree(HLOCAL block); // null is accepted; always null
 
+// The process heap, the only one. A null result sets no code.
+HANDLE GetProcessHeap();
+LPVOID HeapAlloc(HANDLE heap, DWORD flags, size_t bytes);                 // flags: 0 or HEAP_ZERO_MEMORY
+LPVOID HeapReAlloc(HANDLE heap, DWORD flags, LPVOID block, size_t bytes); // flags: 0
+BOOL HeapFree(HANDLE heap, DWORD flags, LPVOID block);
+
 // Ends the use of a handle of any kind. Null and INVALID_HANDLE_VALUE: see object.h.
 BOOL CloseHandle(HANDLE handle);
 
@@ -62,5 +68,6 @@ inline const platform::HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<platform::
 inline constexpr platform::DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 inline constexpr platform::DWORD FORMAT_MESSAGE_FROM_SYSTEM = 0x1000;
 
+inline constexpr platform::DWORD HEAP_ZERO_MEMORY = 0x8;
 inline constexpr platform::UINT LMEM_FIXED = 0;
 inline constexpr platform::UINT LMEM_ZEROINIT = 0x40;

@@ -1,4 +1,4 @@
-// The security model: identifiers of users and groups.
+// The security model: identifiers of users and groups, accounts, tokens, privileges, logon.
 #pragma once
 
 #include "platform/api/base.h"
@@ -74,6 +74,73 @@ BOOL InitializeSecurityDescriptor(SECURITY_DESCRIPTOR* descriptor, DWORD revisio
 BOOL SetSecurityDescriptorOwner(SECURITY_DESCRIPTOR* descriptor, PSID owner, BOOL defaulted);
 BOOL SetSecurityDescriptorDacl(SECURITY_DESCRIPTOR* descriptor, BOOL present, ACL* list, BOOL defaulted);
 
+// ---- Accounts --------------------------------------------------------------------------------------------------
+
+enum SID_NAME_USE { SidTypeUser = 1, SidTypeGroup, SidTypeDomain, SidTypeAlias, SidTypeWellKnownGroup };
+
+// What a name stands for on this machine (another: 1722), with or without a domain and a backslash before it; 1332
+// for nothing. Sizes are bytes and characters: what is there and what came, or with code 122 what is needed.
+BOOL LookupAccountNameW(const WCHAR* machine, const WCHAR* name, PSID sid, DWORD* sid_size, WCHAR* domain,
+                        DWORD* domain_size, SID_NAME_USE* kind);
+
+// ---- Tokens: who a process or a thread is ----------------------------------------------------------------------
+
+struct SID_AND_ATTRIBUTES {
+    PSID Sid;
+    DWORD Attributes;
+};
+
+struct TOKEN_GROUPS {
+    DWORD GroupCount;
+    SID_AND_ATTRIBUTES Groups[1]; // as many as the count says; the identifiers follow
+};
+
+enum TOKEN_INFORMATION_CLASS { TokenGroups = 2 };
+
+HANDLE GetCurrentProcess();
+HANDLE GetCurrentThread();
+
+// The calling process's token (its effective user), and the one that the calling thread impersonates (1008: none).
+BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token);
+BOOL OpenThreadToken(HANDLE thread, DWORD access, BOOL as_self, HANDLE* token);
+
+BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS wanted, LPVOID out, DWORD size, DWORD* length);
+
+// Impersonation is a matter of this layer: questions about the thread's groups are answered for the other user.
+// The host's own permissions do not change.
+BOOL ImpersonateLoggedOnUser(HANDLE token);
+BOOL RevertToSelf();
+
+// ---- Privileges ------------------------------------------------------------------------------------------------
+
+struct LUID {
+    DWORD LowPart;
+    LONG HighPart;
+};
+
+struct LUID_AND_ATTRIBUTES {
+    LUID Luid;
+    DWORD Attributes;
+};
+
+struct TOKEN_PRIVILEGES {
+    DWORD PrivilegeCount;
+    LUID_AND_ATTRIBUTES Privileges[1]; // as many as the count says
+};
+
+BOOL LookupPrivilegeValueW(const WCHAR* machine, const WCHAR* name, LUID* value); // 1313 for an unknown name
+
+// True, with code 1300 when the token does not hold one of them. `previous` (may be null) lists what has changed.
+BOOL AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* wanted, DWORD size,
+                           TOKEN_PRIVILEGES* previous, DWORD* length);
+
+// ---- Logon -----------------------------------------------------------------------------------------------------
+
+// Asks the host's authentication service for its verdict: 1326 refused, 1327 empty password, other codes for
+// accounts that are locked or have expired. The only type is the network's, the only provider the default.
+BOOL LogonUserW(const WCHAR* user, const WCHAR* domain, const WCHAR* password, DWORD type, DWORD provider,
+                HANDLE* token);
+
 } // namespace platform
 
 #define SECURITY_WORLD_SID_AUTHORITY                                                                         \
@@ -96,3 +163,12 @@ inline constexpr platform::DWORD DOMAIN_ALIAS_RID_ADMINS = 0x220;
 inline constexpr platform::DWORD DOMAIN_ALIAS_RID_USERS = 0x221;
 inline constexpr platform::DWORD DOMAIN_ALIAS_RID_GUESTS = 0x222;
 inline constexpr platform::DWORD DOMAIN_ALIAS_RID_POWER_USERS = 0x223;
+
+inline constexpr platform::DWORD TOKEN_DUPLICATE = 0x2;
+inline constexpr platform::DWORD TOKEN_QUERY = 0x8;
+inline constexpr platform::DWORD TOKEN_ADJUST_PRIVILEGES = 0x20;
+
+inline constexpr platform::DWORD SE_PRIVILEGE_ENABLED = 0x2;
+
+inline constexpr platform::DWORD LOGON32_LOGON_NETWORK = 3;
+inline constexpr platform::DWORD LOGON32_PROVIDER_DEFAULT = 0;

@@ -1,0 +1,9 @@
+// zu-helper runs what must not run inside the process that uses the library. One source per command.
+#pragma once
+
+namespace zu_helper {
+
+// Each takes the arguments behind its name and returns the exit status.
+int logon(int count, char** arguments);
+
+} // namespace zu_helper

@@ -1,0 +1,33 @@
+// Users of the host for a test: made by root, removed at the end.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace zu_test {
+
+class temporary_user {
+public:
+    // An account that may log in, with that password, maybe in one more group.
+    explicit temporary_user(const std::string& password, const std::string& group = "");
+    ~temporary_user();
+    temporary_user(const temporary_user&) = delete;
+    temporary_user& operator=(const temporary_user&) = delete;
+
+    bool made() const { return made_; } // false where the user is not root or the tools are missing
+    const std::string& name() const { return name_; }
+    std::u16string wide_name() const { return {name_.begin(), name_.end()}; }
+    uid_t id() const;
+
+    bool change(const std::string& options) const; // as usermod takes them
+
+private:
+    std::string name_;
+    bool made_;
+};
+
+// The first group that makes its members administrators here.
+std::string administrators_group();
+
+} // namespace zu_test

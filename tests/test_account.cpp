@@ -1,0 +1,205 @@
+// Accounts, groups and privileges: of root, of ordinary users, of an impersonated one.
+#include <grp.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <numeric>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/platform.h"
+#include "support/files.h"
+#include "support/users.h"
+#include "zu/zu.h"
+
+namespace {
+
+using namespace zu_test;
+
+// "AU" for an administrator who is a user: one letter for each group that the current user is in.
+std::string groups() {
+    std::string letters;
+    letters += ZU_current_user_is_admin() ? "A" : "";
+    letters += ZU_current_user_is_normal_user() ? "U" : "";
+    letters += ZU_current_user_is_guest() ? "G" : "";
+    letters += ZU_current_user_is_power_user() ? "P" : "";
+    return letters;
+}
+
+gid_t group_id(const char* name) {
+    const group* entry = getgrnam(name);
+    return entry ? entry->gr_gid : static_cast<gid_t>(-1);
+}
+
+// In a child that gives up root: the letters there.
+std::string groups_as(uid_t user, std::vector<gid_t> supplementary) {
+    return run_child([&] {
+               if (setgroups(supplementary.size(), supplementary.data()) == 0 && setgid(65534) == 0
+                   && setuid(user) == 0)
+                   fputs(groups().c_str(), stdout);
+           })
+        .output;
+}
+
+TEST(groups, follow_the_host_s_users_and_groups) {
+    if (!is_root())
+        GTEST_SKIP() << "only root can take another user's place";
+    const std::string nobody = "G"; // no shell: no user
+    std::vector<gid_t> many(100);
+    std::iota(many.begin(), many.end(), gid_t{70000});
+    EXPECT_EQ(groups_as(0, {}), "AU");
+    EXPECT_EQ(groups_as(65534, {}), nobody);
+    EXPECT_EQ(groups_as(65534, {0}), "A" + nobody) << "root's group";
+    EXPECT_EQ(groups_as(65534, {group_id("staff")}), nobody + "P");
+    EXPECT_EQ(groups_as(65534, many), nobody);
+    many.push_back(0);
+    many.push_back(group_id("staff"));
+    EXPECT_EQ(groups_as(65534, many), "A" + nobody + "P") << "a list that needs the second attempt";
+    EXPECT_EQ(groups_as(4000000000u, {}), "") << "nobody's number";
+    EXPECT_FALSE(ZU_current_user_in_group(999));
+}
+
+TEST(groups, impersonation_is_a_matter_of_one_thread) {
+    const temporary_user admin("s3cret", administrators_group());
+    if (!admin.made())
+        GTEST_SKIP() << "no user could be made: this takes root, useradd and chpasswd";
+    setenv("ZU_HELPER", ZU_HELPER_PROGRAM, 1);
+    const outcome child = run_child([&] {
+        platform::HANDLE token;
+        if (!platform::LogonUserW(admin.wide_name().c_str(), nullptr, u"s3cret", LOGON32_LOGON_NETWORK,
+                                  LOGON32_PROVIDER_DEFAULT, &token))
+            std::printf("code %u", GetLastError());
+        become_ordinary_user();
+        std::printf("[%s]", groups().c_str());
+        platform::ImpersonateLoggedOnUser(token);
+        platform::CloseHandle(token);
+        std::thread([] { std::printf("[%s]", groups().c_str()); }).join();
+        std::printf("[%s]", groups().c_str());
+        platform::RevertToSelf();
+        std::printf("[%s]", groups().c_str());
+        const bool again = platform::ImpersonateLoggedOnUser(token);
+        std::printf("[%d %u]", again, GetLastError());
+    });
+    const std::string own = run_as_ordinary_user([] { std::printf("%s", groups().c_str()); }).output;
+    EXPECT_EQ(child.output, "[" + own + "][" + own + "][AU][" + own + "][0 6]");
+}
+
+TEST(account, names_that_are_users_and_names_that_are_not) {
+    ZU_wchar machine[65];
+    ASSERT_EQ(ZU_gethostname(machine, 65), 1);
+    const std::u16string here = machine;
+    const struct {
+        std::u16string machine;
+        std::u16string name;
+        uint32_t code; // 0: a user; 1: known, but none
+    } rows[] = {{u"", u"root", 0},
+                {u"", u"ROOT", 0},
+                {u"", u".\\root", 0},
+                {u"", here + u"\\root", 0},
+                {here, u"root", 0},
+                {u"\\\\" + here, u"root", 0},
+                {u".", u"nobody", 0},
+                {u"", u"Administrators", 1},
+                {u"", u"BUILTIN\\Users", 1},
+                {u"", u"everyone", 1},
+                {u"", u"NT AUTHORITY\\SYSTEM", 1},
+                {u"", u"shadow", 1},
+                {u"", here, 1},
+                {u"", u"", 1},
+                {u"", u"no such user", 1332},
+                {u"", u"NODOM\\root", 1332},
+                {u"", u"a\\b\\c", 1332},
+                {u"", u"\\root", 1332},
+                {u"", here + u"\\", 1332},
+                {u"", u"BUILTIN\\root", 1332},
+                {u"", u"root@here", 1332},
+                {u"no-such-machine", u"root", 1722}};
+    for (const auto& row : rows) {
+        SetLastError(0);
+        EXPECT_EQ(ZU_user_exist(row.machine.empty() ? nullptr : row.machine.c_str(), row.name.c_str()),
+                  row.code == 0)
+            << narrow(row.name);
+        EXPECT_EQ(GetLastError(), row.code > 1 ? row.code : 0u) << narrow(row.name);
+    }
+}
+
+TEST(account, look_ups_tell_the_room_they_need) {
+    uint8_t sid[128];
+    ZU_wchar domain[100];
+    for (const bool sid_is_short : {true, false}) {
+        platform::SID_NAME_USE kind = platform::SidTypeGroup;
+        platform::DWORD sid_size = sid_is_short ? 1 : 128, domain_size = sid_is_short ? 100 : 1;
+        EXPECT_FALSE(
+            platform::LookupAccountNameW(nullptr, u"Users", sid, &sid_size, domain, &domain_size, &kind));
+        EXPECT_EQ(GetLastError(), 122u);
+        EXPECT_EQ(sid_size, 16u);
+        EXPECT_EQ(domain_size, 8u) << "BUILTIN and its terminator";
+        EXPECT_EQ(kind, platform::SidTypeGroup) << "not set yet";
+        ASSERT_TRUE(
+            platform::LookupAccountNameW(nullptr, u"Users", sid, &sid_size, domain, &domain_size, &kind));
+        EXPECT_EQ(domain_size, 7u);
+        EXPECT_EQ(std::u16string(domain), u"BUILTIN");
+        EXPECT_EQ(kind, platform::SidTypeAlias);
+    }
+    const uint8_t expected[] = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0x21, 2, 0, 0};
+    EXPECT_EQ(std::memcmp(sid, expected, sizeof expected), 0);
+}
+
+// "was on/off, code": what one switching reports.
+std::string switched(const ZU_wchar* name, bool on) {
+    ZU_bool before = 99;
+    SetLastError(4711);
+    const bool accepted = ZU_adjust_privilege(name, on, &before);
+    return (accepted ? (before ? "was on, " : "was off, ") : "refused, ") + std::to_string(GetLastError());
+}
+
+TEST(privileges, tell_their_state_before) {
+    EXPECT_EQ(switched(u"SeNoSuchPrivilege", true), "refused, 1313");
+    EXPECT_EQ(switched(u"", true), "refused, 1313");
+    const std::string as_nobody = run_as_ordinary_user([] {
+                                      std::printf("%s; ", switched(u"SeTcbPrivilege", true).c_str());
+                                      std::printf("%s; ", switched(u"SeTcbPrivilege", true).c_str());
+                                      std::printf("%s", switched(u"SeTcbPrivilege", false).c_str());
+                                  }).output;
+    EXPECT_EQ(as_nobody, "was off, 1300; was off, 1300; was off, 1300") << "accepted, but not held";
+    if (!is_root())
+        GTEST_SKIP() << "only root holds privileges";
+    EXPECT_EQ(switched(u"SeChangeNotifyPrivilege", true), "was on, 0");
+    EXPECT_EQ(switched(u"setcbprivilege", true), "was off, 0");
+    EXPECT_EQ(switched(u"SeTcbPrivilege", true), "was on, 0");
+    EXPECT_EQ(switched(u"SeTcbPrivilege", false), "was on, 0");
+    EXPECT_EQ(switched(u"SeTcbPrivilege", false), "was off, 0");
+}
+
+TEST(privileges, adjusting_needs_room_and_rights) {
+    if (!is_root())
+        GTEST_SKIP() << "only root holds privileges";
+    platform::HANDLE weak, strong;
+    ASSERT_TRUE(platform::OpenProcessToken(platform::GetCurrentProcess(), TOKEN_QUERY, &weak));
+    ASSERT_TRUE(platform::OpenProcessToken(platform::GetCurrentProcess(),
+                                           TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, &strong));
+    platform::TOKEN_PRIVILEGES wanted{1, {{{}, SE_PRIVILEGE_ENABLED}}}, previous{};
+    ASSERT_TRUE(platform::LookupPrivilegeValueW(nullptr, u"SeDebugPrivilege", &wanted.Privileges[0].Luid));
+    EXPECT_EQ(wanted.Privileges[0].Luid.LowPart, 20u);
+    platform::DWORD length = 0;
+    EXPECT_FALSE(platform::AdjustTokenPrivileges(weak, FALSE, &wanted, sizeof previous, &previous, &length));
+    EXPECT_EQ(GetLastError(), 5u);
+    EXPECT_FALSE(platform::AdjustTokenPrivileges(strong, FALSE, &wanted, 15, &previous, &length));
+    EXPECT_EQ(GetLastError(), 122u);
+    EXPECT_EQ(length, 16u);
+    EXPECT_TRUE(platform::AdjustTokenPrivileges(strong, FALSE, &wanted, length, &previous, &length));
+    EXPECT_EQ(previous.PrivilegeCount, 1u) << "the short buffer had changed nothing";
+    EXPECT_TRUE(platform::AdjustTokenPrivileges(strong, FALSE, &wanted, sizeof previous, &previous, &length));
+    EXPECT_EQ(previous.PrivilegeCount, 0u) << "only changes are listed";
+    EXPECT_FALSE(platform::GetTokenInformation(nullptr, platform::TokenGroups, nullptr, 0, &length));
+    EXPECT_EQ(GetLastError(), 6u);
+    platform::HANDLE none;
+    EXPECT_FALSE(platform::OpenThreadToken(platform::GetCurrentThread(), TOKEN_QUERY, TRUE, &none));
+    EXPECT_EQ(GetLastError(), 1008u);
+    EXPECT_TRUE(platform::CloseHandle(weak) && platform::CloseHandle(strong));
+}
+
+} // namespace

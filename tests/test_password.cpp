@@ -1,0 +1,288 @@
+// Password validation against PAM, with users of the host; without PAM, without the helper, without the package.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "platform/module.h"
+#include "platform/platform.h"
+#include "support/files.h"
+#include "support/network.h"
+#include "support/users.h"
+#include "zu/zu.h"
+
+namespace {
+
+using namespace zu_test;
+
+constexpr const char* right_narrow = "pa55 w\xC3\xB6rd \xE2\x82\xAC";
+constexpr const ZU_wchar* right = u"pa55 w\u00F6rd \u20AC";
+
+// A user, and a helper that keeps count of what it is asked. The host's own rules would let every refusal take
+// seconds, so within quickly() the service "zu" exists, which has none of that.
+class password : public testing::Test {
+protected:
+    void SetUp() override {
+        user_ = std::make_unique<temporary_user>(right_narrow);
+        if (!user_->made())
+            GTEST_SKIP() << "no user could be made: this takes root, useradd and chpasswd";
+        name_ = user_->wide_name();
+        place_.write("helper", "#!/bin/sh\necho >>" + place_.host_path("asked")
+                                   + "\nexec " ZU_HELPER_PROGRAM " \"$@\"\n");
+        chmod(place_.host_path("helper").c_str(), 0755);
+        setenv("ZU_HELPER", place_.host_path("helper").c_str(), 1);
+        place_.make_directory("pam.d");
+        place_.write("pam.d/zu", "auth required pam_unix.so nodelay nullok\naccount required pam_unix.so\n");
+    }
+
+    // How often PAM was asked meanwhile.
+    long asked(const std::function<void()>& body) {
+        unlink(place_.host_path("asked").c_str());
+        body();
+        const std::string lines = place_.read("asked");
+        return std::count(lines.begin(), lines.end(), '\n');
+    }
+
+    void quickly(const std::function<void()>& body) {
+        const bool ran = in_private_network([&] {
+            ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+            ASSERT_EQ(mount(place_.host_path("pam.d").c_str(), "/etc/pam.d", nullptr, MS_BIND, nullptr), 0);
+            body();
+        });
+        if (!ran)
+            GTEST_SKIP() << "this user may not have mounts of its own";
+    }
+
+    bool is_right(const ZU_wchar* given, const ZU_wchar* domain = nullptr) {
+        return ZU_validate_user_password(domain, name_.c_str(), given);
+    }
+
+    file_place place_;
+    std::unique_ptr<temporary_user> user_;
+    std::u16string name_;
+};
+
+TEST_F(password, right_and_wrong_ones) {
+    EXPECT_TRUE(is_right(right)) << "by the host's own rules";
+    quickly([&] {
+        ZU_wchar machine[65];
+        ZU_gethostname(machine, 65);
+        const struct {
+            const char* what;
+            const ZU_wchar* domain;
+            const ZU_wchar* given;
+            bool expected;
+            long asked;
+        } rows[] = {{"right", nullptr, right, true, 1},
+                    {"empty domain", u"", right, true, 1},
+                    {"this machine", u".", right, true, 1},
+                    {"its name", machine, right, true, 1},
+                    {"another domain", u"NODOM", right, false, 0},
+                    {"wrong", nullptr, u"pa55 word", false, 2},
+                    {"the start of the right one", nullptr, u"pa55", false, 2},
+                    {"far too long", nullptr, nullptr, false, 0},
+                    {"empty", nullptr, u"", false, 0}};
+        const std::u16string huge(5000, u'x');
+        for (const auto& row : rows) {
+            EXPECT_EQ(asked([&] {
+                          EXPECT_EQ(is_right(row.given ? row.given : huge.c_str(), row.domain), row.expected)
+                              << row.what;
+                      }),
+                      row.asked)
+                << row.what;
+        }
+        EXPECT_EQ(asked([&] { EXPECT_FALSE(ZU_validate_user_password(nullptr, u"no such user", right)); }),
+                  0);
+        EXPECT_TRUE(ZU_validate_user_password(nullptr, name_.c_str(), right)) << "again, after all these";
+    });
+}
+
+TEST_F(password, accounts_that_are_locked_expired_or_without_one) {
+    quickly([&] {
+        ASSERT_TRUE(user_->change("-L"));
+        EXPECT_FALSE(is_right(right)) << "locked";
+        ASSERT_TRUE(user_->change("-U -e 1"));
+        EXPECT_FALSE(is_right(right)) << "expired";
+        ASSERT_TRUE(user_->change("-e ''"));
+        EXPECT_TRUE(is_right(right));
+        ASSERT_TRUE(user_->change("-p ''"));
+        EXPECT_FALSE(is_right(u"")) << "an account without a password lets nobody in";
+        EXPECT_FALSE(is_right(right));
+    });
+}
+
+TEST_F(password, administrators) {
+    const temporary_user admin(right_narrow, administrators_group());
+    quickly([&] {
+        EXPECT_TRUE(ZU_user_is_admin(nullptr, admin.wide_name().c_str(), right));
+        EXPECT_FALSE(ZU_user_is_admin(nullptr, admin.wide_name().c_str(), u"wrong"));
+        EXPECT_FALSE(ZU_user_is_admin(nullptr, name_.c_str(), right));
+        EXPECT_EQ(run_as_ordinary_user([] { std::printf("%d", ZU_current_user_is_admin()); }).output, "0")
+            << "nothing of the user is left on the thread";
+    });
+    ZU_bool was_on = 99;
+    EXPECT_TRUE(ZU_adjust_privilege(u"SeTcbPrivilege", 0, &was_on));
+    EXPECT_EQ(was_on, 0) << "switched off again";
+}
+
+TEST_F(password, nothing_is_right_without_the_authentication_service) {
+    void* pam = dlopen("libpam.so.0", RTLD_NOW);
+    ASSERT_NE(pam, nullptr) << "no PAM on this machine";
+    Dl_info where;
+    ASSERT_NE(dladdr(dlsym(pam, "pam_start"), &where), 0);
+    quickly([&] {
+        ASSERT_TRUE(is_right(right));
+        ASSERT_EQ(mount("/dev/null", where.dli_fname, nullptr, MS_BIND, nullptr), 0);
+        EXPECT_EQ(asked([&] { EXPECT_FALSE(is_right(right)) << "without PAM"; }), 2);
+        EXPECT_FALSE(ZU_user_is_admin(nullptr, u"root", right));
+        ASSERT_EQ(umount(where.dli_fname), 0);
+        EXPECT_TRUE(is_right(right));
+
+        place_.write("empty", "");
+        for (const char* helper :
+             {"/nonexistent", "/bin/true", "/bin/echo", place_.host_path("empty").c_str()}) {
+            setenv("ZU_HELPER", helper, 1);
+            EXPECT_FALSE(is_right(right)) << helper;
+        }
+    });
+}
+
+TEST_F(password, the_logon_road_alone_without_the_security_package) {
+    platform::built_in_modules_offered = false;
+    quickly([&] {
+        EXPECT_EQ(asked([&] { EXPECT_TRUE(is_right(right)); }), 1);
+        EXPECT_EQ(asked([&] { EXPECT_FALSE(is_right(u"wrong")); }), 1) << "the one road that is left";
+    });
+    platform::built_in_modules_offered = true;
+}
+
+// The package by its own entry points, as a program finds them.
+struct package {
+    platform::HMODULE module = platform::LoadLibraryW(u"Secur32.DLL");
+    ~package() { platform::FreeLibrary(module); }
+
+    template <class Function>
+    Function entry(const char* name) const {
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(platform::GetProcAddress(module, name)));
+    }
+};
+
+struct token {
+    std::vector<char> room = std::vector<char>(4096);
+    platform::SecBuffer buffer{4096, SECBUFFER_TOKEN, room.data()};
+    platform::SecBufferDesc list{SECBUFFER_VERSION, 1, &buffer};
+};
+
+TEST_F(password, tokens_show_nothing_and_serve_once) {
+    const package own;
+    const auto acquire = own.entry<platform::ACQUIRE_CREDENTIALS_HANDLE_FN_W>("AcquireCredentialsHandleW");
+    const auto initialize =
+        own.entry<platform::INITIALIZE_SECURITY_CONTEXT_FN_W>("InitializeSecurityContextW");
+    const auto accept = own.entry<platform::ACCEPT_SECURITY_CONTEXT_FN>("AcceptSecurityContext");
+    const auto free = own.entry<platform::FREE_CREDENTIALS_HANDLE_FN>("FreeCredentialsHandle");
+    const auto forget = own.entry<platform::DELETE_SECURITY_CONTEXT_FN>("DeleteSecurityContext");
+    const auto units = [](const ZU_wchar* text) {
+        return reinterpret_cast<platform::WORD*>(const_cast<ZU_wchar*>(text));
+    };
+    platform::SEC_WINNT_AUTH_IDENTITY_W identity{
+        units(name_.c_str()), static_cast<uint32_t>(name_.size()), nullptr, 0, units(right), 11, 2};
+    ZU_wchar ntlm[] = u"ntlm";
+    platform::CredHandle client_of, server_of;
+    platform::CtxtHandle client, server;
+    ASSERT_EQ(acquire(nullptr, ntlm, SECPKG_CRED_OUTBOUND, nullptr, &identity, nullptr, nullptr, &client_of,
+                      nullptr),
+              0);
+    ASSERT_EQ(
+        acquire(nullptr, ntlm, SECPKG_CRED_INBOUND, nullptr, nullptr, nullptr, nullptr, &server_of, nullptr),
+        0);
+    const auto as_client = [&](platform::CtxtHandle* context, token* in, token& out) {
+        return initialize(&client_of, context, nullptr, 0, 0, SECURITY_NATIVE_DREP, in ? &in->list : nullptr,
+                          0, &client, &out.list, nullptr, nullptr);
+    };
+    const auto as_server = [&](platform::CtxtHandle* context, token& in, token& out) {
+        return accept(&server_of, context, &in.list, 0, SECURITY_NATIVE_DREP, &server, &out.list, nullptr,
+                      nullptr);
+    };
+    token first, second, third, last, tampered;
+    EXPECT_EQ(as_client(nullptr, nullptr, first), SEC_I_CONTINUE_NEEDED);
+    EXPECT_EQ(as_server(nullptr, first, second), SEC_I_CONTINUE_NEEDED);
+    EXPECT_LT(as_client(&client, &first, third), 0) << "not the second token";
+    EXPECT_EQ(as_client(&client, &second, third), SEC_E_OK);
+    const std::string shown(third.room.data(), third.buffer.cbBuffer);
+    EXPECT_EQ(shown.find(std::string(reinterpret_cast<const char*>(right), 8)), std::string::npos);
+
+    std::copy(third.room.begin(), third.room.end(), tampered.room.begin());
+    tampered.buffer.cbBuffer = third.buffer.cbBuffer - 2;
+    EXPECT_LT(as_server(&server, tampered, last), 0) << "cut";
+    tampered.buffer.cbBuffer = third.buffer.cbBuffer;
+    tampered.room[12] ^= 1;
+    EXPECT_LT(as_server(&server, tampered, last), 0) << "another nonce";
+    EXPECT_EQ(as_server(&server, third, last), SEC_E_OK);
+    EXPECT_LT(as_server(&server, third, last), 0) << "a second time";
+    EXPECT_EQ(forget(&client), 0);
+    EXPECT_LT(forget(&client), 0);
+    EXPECT_EQ(forget(&server) | free(&client_of) | free(&server_of), 0);
+}
+
+TEST_F(password, two_threads_at_once) {
+    quickly([&] {
+        const auto repeat = [&](const ZU_wchar* given, bool expected) {
+            for (int i = 0; i < 10; ++i)
+                EXPECT_EQ(is_right(given), expected);
+        };
+        std::thread other(repeat, u"wrong", false);
+        repeat(right, true);
+        other.join();
+    });
+}
+
+// How often a text stands in this process's writable memory.
+long found_in_memory(const std::string& text) {
+    std::ifstream maps("/proc/self/maps");
+    const int memory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+    long found = 0;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long from = 0, to = 0;
+        char access[5] = "";
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, access) != 3 || access[1] != 'w'
+            || to - from > 64u << 20)
+            continue;
+        std::string content(to - from, 0);
+        if (pread(memory, content.data(), content.size(), static_cast<off_t>(from))
+            != static_cast<ssize_t>(content.size()))
+            continue;
+        for (size_t at = 0; (at = content.find(text, at)) != std::string::npos; ++at)
+            ++found;
+        explicit_bzero(content.data(), content.size());
+    }
+    close(memory);
+    return found;
+}
+
+TEST_F(password, is_wiped_after_use) {
+    if (address_space_is_not_limited())
+        GTEST_SKIP() << "a sanitizer keeps memory of its own";
+    const std::string units(reinterpret_cast<const char*>(right),
+                            std::char_traits<char16_t>::length(right) * 2);
+    std::string narrow_pattern = right_narrow;
+    quickly([&] {
+        const long wide_before = found_in_memory(units);
+        const long narrow_before = found_in_memory(narrow_pattern);
+        EXPECT_TRUE(is_right(right));
+        EXPECT_EQ(found_in_memory(units), wide_before);
+        EXPECT_EQ(found_in_memory(narrow_pattern), narrow_before);
+        EXPECT_GT(wide_before, 0) << "the search works";
+    });
+}
+
+} // namespace
