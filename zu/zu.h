@@ -23,8 +23,8 @@
 #include <stdio.h>
 
 #ifdef _WIN32
-#include <winsock2.h>
 #include <windows.h>
+#include <winsock2.h>
 
 #include <time.h>
 #else
@@ -307,8 +307,10 @@ ZU_API void ZU_buf_destroy(ZU_buf* buffer);
  * that is null. What has no meaning in the text, or no place in the encoding, becomes U+FFFD or a question mark. An
  * unknown encoding or a failed conversion gives the empty text and 0.
  */
-ZU_API char* ZU_wchar_2_char(uint32_t encoding, const ZU_wchar* text, int32_t length, uint32_t* result_length);
-ZU_API ZU_wchar* ZU_char_2_wchar(uint32_t encoding, const char* text, int32_t length, uint32_t* result_length);
+ZU_API char* ZU_wchar_2_char(uint32_t encoding, const ZU_wchar* text, int32_t length,
+                             uint32_t* result_length);
+ZU_API ZU_wchar* ZU_char_2_wchar(uint32_t encoding, const char* text, int32_t length,
+                                 uint32_t* result_length);
 
 /*
  * The next piece of a text between any of the separator characters, or null at the end; empty pieces are skipped. The
@@ -742,7 +744,6 @@ ZU_API ZU_bool ZU_queue_pop(ZU_queue* queue, void** value, uint32_t timeout_ms, 
 ZU_API int32_t ZU_queue_size(ZU_queue* queue);
 ZU_API int32_t ZU_queue_max_size(ZU_queue* queue);
 
-
 /* ---- Path model and long paths ------------------------------------------------------------------------------ */
 /*
  * A path is one of four: long form (\\?\C:\dir, \\?\UNC\server\share\dir), drive path (C:\dir; also C: and C:dir),
@@ -1145,13 +1146,14 @@ ZU_API uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_se
 typedef ZU_bool (*ZU_log_file_callback)(void);
 
 struct ZU_log_file_settings {
-    const ZU_wchar* file_name;         /* null or empty: no file */
-    ZU_bool relative_to_exe_dir;       /* the name is taken below the executable's directory */
-    uint32_t encoding;                 /* ZU_ENCODING_ANSI or ZU_ENCODING_UTF8 */
-    uint32_t max_size;                 /* bytes */
-    uint32_t generations;              /* files kept, the live one included; 0 and 1: older lines are deleted */
+    const ZU_wchar* file_name;   /* null or empty: no file */
+    ZU_bool relative_to_exe_dir; /* the name is taken below the executable's directory */
+    uint32_t encoding;           /* ZU_ENCODING_ANSI or ZU_ENCODING_UTF8 */
+    uint32_t max_size;           /* bytes */
+    uint32_t generations;        /* files kept, the live one included; 0 and 1: older lines are deleted */
     ZU_log_file_callback before_write; /* null, or: false keeps the record out of the file */
-    ZU_log_file_callback after_write;  /* null, or: called after every write that before_write has let through */
+    ZU_log_file_callback
+        after_write; /* null, or: called after every write that before_write has let through */
 };
 
 /* Set the default log file, which is none at the start; the name is copied. */
@@ -1305,13 +1307,13 @@ typedef struct ZU_timer_ops {
 /* The part that all kinds share; the kind's own fields follow. Read it; only `last` may be set. */
 struct ZU_timer {
     const ZU_timer_ops* ops;
-    ZU_tm start;                     /* local; tm_isdst is -1 */
-    ZU_tm* end;                      /* local; null: no end */
-    ZU_time_t last;                  /* scheduled time of the latest firing; 0: none */
-    ZU_int_list excluded_months;     /* 1 to 12 */
-    ZU_int_list excluded_days;       /* -31 to 31; negative counts from the month's end */
-    ZU_int_list excluded_weekdays;   /* Monday = 1 to Sunday = 7 */
-    ZU_timer_holidays* holidays;     /* not owned; null: none */
+    ZU_tm start;                   /* local; tm_isdst is -1 */
+    ZU_tm* end;                    /* local; null: no end */
+    ZU_time_t last;                /* scheduled time of the latest firing; 0: none */
+    ZU_int_list excluded_months;   /* 1 to 12 */
+    ZU_int_list excluded_days;     /* -31 to 31; negative counts from the month's end */
+    ZU_int_list excluded_weekdays; /* Monday = 1 to Sunday = 7 */
+    ZU_timer_holidays* holidays;   /* not owned; null: none */
 };
 
 /*
@@ -1365,10 +1367,10 @@ ZU_API ZU_timer* ZU_timer_new_week_of_month(const ZU_wchar* start, const ZU_wcha
                                             ZU_timer_holidays* holidays);
 
 /* On one occurrence in the month of each listed weekday: 1 the first, -1 the last; not 0. */
-ZU_API ZU_timer* ZU_timer_new_weekday_of_month(const ZU_wchar* start, const ZU_wchar* end, const ZU_wchar* last,
-                                               int32_t occurrence, const ZU_wchar* weekdays,
-                                               const ZU_wchar* excluded_months, const ZU_wchar* excluded_days,
-                                               ZU_timer_holidays* holidays);
+ZU_API ZU_timer* ZU_timer_new_weekday_of_month(const ZU_wchar* start, const ZU_wchar* end,
+                                               const ZU_wchar* last, int32_t occurrence,
+                                               const ZU_wchar* weekdays, const ZU_wchar* excluded_months,
+                                               const ZU_wchar* excluded_days, ZU_timer_holidays* holidays);
 
 /* ---- Timer set ---------------------------------------------------------------------------------------------- */
 /*
@@ -1390,7 +1392,8 @@ typedef int32_t (*ZU_timer_compare)(void* user_data, const void* key);
 typedef void (*ZU_timer_free)(void* user_data);
 
 /* Sees every entry: 1 stops the walk, 2 removes the entry and goes on, anything else goes on. */
-typedef int32_t (*ZU_timer_visitor)(void* context, ZU_timer* timer, void* user_data, ZU_timer_callback callback);
+typedef int32_t (*ZU_timer_visitor)(void* context, ZU_timer* timer, void* user_data,
+                                    ZU_timer_callback callback);
 
 /* Links of the list of entries. */
 typedef struct ZU_timer_link {
@@ -1402,10 +1405,10 @@ typedef struct ZU_timer_link {
 typedef struct ZU_timer_set {
     ZU_lock_thread lock;
     ZU_timer_link entries;
-    ZU_thread* thread;    /* null: not started */
-    uint8_t stop;         /* 1 asks the thread to end */
-    ZU_time_t low_mark;   /* no firing scheduled before it is made up */
-    uint32_t period;      /* seconds between two scans */
+    ZU_thread* thread;  /* null: not started */
+    uint8_t stop;       /* 1 asks the thread to end */
+    ZU_time_t low_mark; /* no firing scheduled before it is made up */
+    uint32_t period;    /* seconds between two scans */
     int32_t count;
     ZU_timer_compare compare;
     ZU_timer_free free;
@@ -1507,8 +1510,8 @@ ZU_API int32_t ZU_sendto(SOCKET socket, const void* buffer, int32_t length, int3
 /* The number of bytes received, 0 when the peer has closed, or -1: 10040 for a datagram longer than the capacity,
    whose rest is lost. The sender's address and its length may be null. */
 ZU_API int32_t ZU_recv(SOCKET socket, void* buffer, int32_t capacity, int32_t flags);
-ZU_API int32_t ZU_recvfrom(SOCKET socket, void* buffer, int32_t capacity, int32_t flags, struct sockaddr* address,
-                           int32_t* address_length);
+ZU_API int32_t ZU_recvfrom(SOCKET socket, void* buffer, int32_t capacity, int32_t flags,
+                           struct sockaddr* address, int32_t* address_length);
 
 /* The address of a dotted text, or INADDR_NONE. One to four numbers, decimal, octal (0...) or hexadecimal (0x...);
    the last fills the bytes that are left. Text after white space is ignored. */
@@ -1574,7 +1577,8 @@ ZU_API ZU_trans* ZU_trans_socket_accept(ZU_trans* server, struct sockaddr* peer,
 /* A connection to a host, by name or dotted address, for as long as the platform tries; null on failure. The local
    port to come from may be null. */
 ZU_API ZU_trans* ZU_trans_socket_connect(const ZU_wchar* host, uint16_t port, const uint16_t* local_port,
-                                         uint32_t flags, int32_t send_buffer_bytes, int32_t receive_buffer_bytes);
+                                         uint32_t flags, int32_t send_buffer_bytes,
+                                         int32_t receive_buffer_bytes);
 
 /*
  * Send or receive once: true, and at *sent or *received the bytes that went, which may be fewer than asked for. The
@@ -1601,7 +1605,8 @@ ZU_API void ZU_trans_destroy(ZU_trans* transport);
 ZU_API ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name);
 
 /* The number of a REG_DWORD value; false and 0 at *value on failure, 234 for a value of more than four bytes. */
-ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name, uint32_t* value);
+ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name,
+                                      uint32_t* value);
 
 /* ---- Service control ---------------------------------------------------------------------------------------- */
 
