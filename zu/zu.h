@@ -1654,7 +1654,8 @@ ZU_API ZU_bool ZU_adjust_privilege(const ZU_wchar* privilege, ZU_bool enable, ZU
 
 /* Whether the account exists and the password is right. A wrong password is asked about twice, once on each of two
    roads, which counts where the host locks accounts after failures. */
-ZU_API ZU_bool ZU_validate_user_password(const ZU_wchar* domain, const ZU_wchar* user, const ZU_wchar* password);
+ZU_API ZU_bool ZU_validate_user_password(const ZU_wchar* domain, const ZU_wchar* user,
+                                         const ZU_wchar* password);
 
 /* Whether the account exists, the password is right and the user is an administrator. */
 ZU_API ZU_bool ZU_user_is_admin(const ZU_wchar* domain, const ZU_wchar* user, const ZU_wchar* password);
