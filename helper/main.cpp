@@ -13,6 +13,7 @@ struct command {
 
 constexpr command commands[] = {
     {"logon", zu_helper::logon},
+    {"service", zu_helper::service},
 };
 
 } // namespace

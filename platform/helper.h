@@ -3,13 +3,20 @@
 
 #include <sys/types.h>
 
+#include <initializer_list>
+#include <string>
+#include <vector>
+
 namespace platform {
 
-// $ZU_HELPER, unless the program runs with raised rights; else where the library was installed to have it.
-const char* helper_path();
+// $ZU_HELPER, unless the program runs with raised rights; else beside the library, or the program that contains it; else
+// where it is installed.
+std::string helper_path();
 
-// Starts `zu-helper COMMAND` with a descriptor as its standard input and nothing else of ours: no descriptors, no
-// environment, no signal settings. Its process, or -1 with errno.
-pid_t start_helper(const char* command, int standard_input);
+// Starts `zu-helper COMMAND` in a session of its own, with a descriptor as its standard input (-1: none) and nothing
+// else of ours: no signal settings, no environment but what is given, no descriptors but those listed, whose numbers
+// are its further arguments. Its process, or -1 with errno.
+pid_t start_helper(const char* command, int standard_input, std::initializer_list<int> descriptors = {},
+                   std::vector<std::string> environment = {});
 
 } // namespace platform

@@ -222,6 +222,17 @@ inline int __WSAFDIsSet(SOCKET socket, one_socket_set* set) {
     return ::__WSAFDIsSet(socket, &set->members);
 }
 
+using ::CloseServiceHandle;
+using ::ControlService;
+using ::CreateServiceW;
+using ::DeleteService;
+using ::OpenSCManagerW;
+using ::OpenServiceW;
+using ::QueryServiceStatus;
+using ::SC_HANDLE;
+using ::SERVICE_STATUS;
+using ::StartServiceW;
+
 // Interlocked operations are macros or compiler intrinsics, depending on the headers.
 inline LONG InterlockedIncrement(volatile LONG* cell) {
     return __sync_add_and_fetch(cell, 1);

@@ -14,6 +14,7 @@
 #include "platform/api/files.h"
 #include "platform/api/security.h"
 #include "platform/api/security_package.h"
+#include "platform/api/services.h"
 #include "platform/api/sockets.h"
 #include "platform/api/system.h"
 #include "platform/api/text.h"

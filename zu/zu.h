@@ -1609,6 +1609,47 @@ ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const Z
                                       uint32_t* value);
 
 /* ---- Service control ---------------------------------------------------------------------------------------- */
+/*
+ * Services are programs that the platform's manager keeps: it records them, starts and stops them, and tells their
+ * state. The machine is null for this one; names are blind to case. A function that fails gives false and leaves the
+ * code of the step that failed: 1060 no such service, 5 not allowed, 1722 no manager on that machine, 123 a name that
+ * no service can have. Any thread; installing needs the rights of an administrator, telling the state does not.
+ *
+ * Starting and stopping wait for as long as the service reports progress: until it has not done so for longer than
+ * the time that it asked for itself.
+ */
+
+/*
+ * Installs a service. `command_line` is what starts its program: the path, in quotes if it holds spaces, and arguments.
+ * `type` and `start_type` are the platform's (SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START ...). `dependencies` are
+ * the names of services to be started first, each ended by a zero and all by another, or null. Codes: 1073 the name is
+ * taken, 1072 by a service that is being deleted, 1078 the display name is taken, 1059 it would depend on itself, 87.
+ */
+ZU_API ZU_bool ZU_NT_service_install(const ZU_wchar* machine, const ZU_wchar* name,
+                                     const ZU_wchar* display_name, const ZU_wchar* command_line,
+                                     uint32_t type, uint32_t start_type, const ZU_wchar* dependencies);
+
+/* Stops a service if it can be stopped, waiting for that, and deletes it. Code 1072: it is being deleted already. */
+ZU_API ZU_bool ZU_NT_service_uninstall(const ZU_wchar* machine, const ZU_wchar* name);
+
+/*
+ * Start or stop a service and wait until it runs or has stopped; true at once when it does or has. Code 1053: it did
+ * not come to that, for whatever reason.
+ */
+ZU_API ZU_bool ZU_NT_service_start(const ZU_wchar* machine, const ZU_wchar* name);
+ZU_API ZU_bool ZU_NT_service_stop(const ZU_wchar* machine, const ZU_wchar* name);
+
+/* Whether there is such a service. */
+ZU_API ZU_bool ZU_NT_service_exist(const ZU_wchar* machine, const ZU_wchar* name);
+
+/* SERVICE_STOPPED (1), SERVICE_RUNNING (4) or another of the platform's seven states; 0 when it cannot be told. */
+ZU_API uint32_t ZU_NT_service_get_state(const ZU_wchar* machine, const ZU_wchar* name);
+
+/*
+ * Waits while a service is start-pending, or with starting = 0 stop-pending. `service` is the platform's open handle
+ * with the right to query the status. False with code 1053 when it then neither runs nor has stopped, as it should.
+ */
+ZU_API ZU_bool ZU_NT_service_wait_pending(void* service, ZU_bool starting);
 
 /* ---- Accounts, groups and privileges ------------------------------------------------------------------------ */
 /*

@@ -118,6 +118,26 @@ typedef struct HINSTANCE__* HMODULE;
 #define HKEY_USERS ((HKEY)(intptr_t)(int32_t)0x80000003u)
 #define HKEY_CURRENT_CONFIG ((HKEY)(intptr_t)(int32_t)0x80000005u)
 
+/* ---- Services ----------------------------------------------------------------------------------------------- */
+
+/* What kind of program a service is: one of its own process, or one that shares it. */
+#define SERVICE_WIN32_OWN_PROCESS 0x10
+#define SERVICE_WIN32_SHARE_PROCESS 0x20
+
+/* When a service starts: with the system, when it is asked to, or never. */
+#define SERVICE_AUTO_START 2
+#define SERVICE_DEMAND_START 3
+#define SERVICE_DISABLED 4
+
+/* The states of a service. */
+#define SERVICE_STOPPED 1
+#define SERVICE_START_PENDING 2
+#define SERVICE_STOP_PENDING 3
+#define SERVICE_RUNNING 4
+#define SERVICE_CONTINUE_PENDING 5
+#define SERVICE_PAUSE_PENDING 6
+#define SERVICE_PAUSED 7
+
 /* ---- Last-error codes --------------------------------------------------------------------------------------- */
 
 /* clang-format off */

@@ -1,0 +1,101 @@
+// Receiving what a service reports, in the protocol that services of the host speak.
+#include "helper/notify.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "platform/retry.h"
+
+namespace zu_helper {
+
+using platform::retried;
+
+namespace {
+
+bool is_of_session(const ucred& sender, pid_t session) {
+    return sender.pid == session || (sender.pid > 0 && getsid(sender.pid) == session);
+}
+
+// Who sent a message; descriptors that came with it are closed.
+ucred sender_of(msghdr& message) {
+    ucred sender = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
+    for (cmsghdr* part = CMSG_FIRSTHDR(&message); part; part = CMSG_NXTHDR(&message, part)) {
+        if (part->cmsg_level != SOL_SOCKET)
+            continue;
+        if (part->cmsg_type == SCM_CREDENTIALS) {
+            std::memcpy(&sender, CMSG_DATA(part), sizeof sender);
+        } else if (part->cmsg_type == SCM_RIGHTS) {
+            for (size_t at = CMSG_LEN(0); at + sizeof(int) <= part->cmsg_len; at += sizeof(int)) {
+                int number;
+                std::memcpy(&number, reinterpret_cast<char*>(part) + at, sizeof number);
+                close(number);
+            }
+        }
+    }
+    return sender;
+}
+
+} // namespace
+
+notify_socket::~notify_socket() {
+    if (socket_)
+        unlink(path_.c_str());
+}
+
+bool notify_socket::open(const std::string& path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    std::memcpy(address.sun_path, path.data(), path.size());
+    descriptor opened(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    const int on = 1;
+    unlink(path.c_str()); // of a helper that was killed
+    if (!opened || setsockopt(opened.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0
+        || bind(opened.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0
+        || chmod(path.c_str(), 0666) != 0) // for a service that gives up its rights; who reports is checked
+        return false;
+    socket_ = std::move(opened);
+    path_ = path;
+    return true;
+}
+
+bool notify_socket::receive(pid_t session, std::string& text) {
+    for (;;) {
+        char bytes[4096];
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(64 * sizeof(int))];
+        iovec piece = {bytes, sizeof bytes};
+        msghdr message = {};
+        message.msg_iov = &piece;
+        message.msg_iovlen = 1;
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        const ssize_t size = retried([&] { return recvmsg(socket_.get(), &message, MSG_CMSG_CLOEXEC); });
+        if (size < 0)
+            return false;
+        if (is_of_session(sender_of(message), session)) {
+            text.assign(bytes, static_cast<size_t>(size));
+            return true;
+        }
+    }
+}
+
+std::string_view reported(std::string_view text, std::string_view name) {
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        if (line.size() > name.size() && line.substr(0, name.size()) == name && line[name.size()] == '=')
+            return line.substr(name.size() + 1);
+        text.remove_prefix(std::min(text.size(), line.size() + 1));
+    }
+    return {};
+}
+
+} // namespace zu_helper

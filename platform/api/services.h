@@ -1,0 +1,77 @@
+// The service manager: installed services, their status, starting and stopping them.
+#pragma once
+
+#include "platform/api/base.h"
+
+namespace platform {
+
+using SC_HANDLE = void*;
+
+struct SERVICE_STATUS {
+    DWORD dwServiceType;
+    DWORD dwCurrentState;
+    DWORD dwControlsAccepted;
+    DWORD dwWin32ExitCode;
+    DWORD dwServiceSpecificExitCode;
+    DWORD dwCheckPoint;
+    DWORD dwWaitHint; // milliseconds
+};
+
+// Null, empty or this computer's name, with or without \\ before it; any other machine fails with 1722. The database is
+// null or "ServicesActive", else 1065. 5 when the caller may not do what the access rights ask for.
+SC_HANDLE OpenSCManagerW(const WCHAR* machine, const WCHAR* database, DWORD access);
+
+// Names are blind to case. 1060 no such service, 123 a name that none can have, 5 as above.
+SC_HANDLE OpenServiceW(SC_HANDLE manager, const WCHAR* name, DWORD access);
+
+// Records a service. 1073 the name is taken, 1072 by one that is being deleted, 1078 the display name is taken, 1059 it
+// would depend on itself, 87 for values that no service can have. Load-order groups, tags and accounts of its own do
+// not exist here: anything but null fails with 50.
+SC_HANDLE CreateServiceW(SC_HANDLE manager, const WCHAR* name, const WCHAR* display_name, DWORD access,
+                         DWORD type, DWORD start_type, DWORD error_control, const WCHAR* command_line,
+                         const WCHAR* load_order_group, DWORD* tag, const WCHAR* dependencies,
+                         const WCHAR* account, const WCHAR* password);
+
+// The service is gone once it has stopped and every handle on it, in every process, is closed. 1072 the second time.
+BOOL DeleteService(SC_HANDLE service);
+
+// Starts what the service depends on, waits for that, and starts the service's program; it is start-pending then.
+// Arguments must be none (50). 1056 it is alive, 1055 the database is locked, 1058 it is disabled, 1072 it is being
+// deleted, 1075 something it depends on is missing, 1068 or did not start, 1059 it depends on itself, 2 or 3 there is
+// no such program, 193 the file is none, 1053 the helper does not answer.
+BOOL StartServiceW(SC_HANDLE service, DWORD count, const WCHAR** arguments);
+
+// Passes a control on, and gives the status after it; also when the service is stopped (1062). 1061 it is pending, 1052
+// it does not take this control, 1051 a running service depends on it, 87 no such control.
+BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status);
+
+BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status);
+
+// Of a manager or a service.
+BOOL CloseServiceHandle(SC_HANDLE handle);
+
+} // namespace platform
+
+inline constexpr platform::DWORD SC_MANAGER_CONNECT = 0x1;
+inline constexpr platform::DWORD SC_MANAGER_CREATE_SERVICE = 0x2;
+inline constexpr platform::DWORD SC_MANAGER_ALL_ACCESS = 0xF003F;
+
+inline constexpr platform::DWORD SERVICE_QUERY_CONFIG = 0x1;
+inline constexpr platform::DWORD SERVICE_QUERY_STATUS = 0x4;
+inline constexpr platform::DWORD SERVICE_ENUMERATE_DEPENDENTS = 0x8;
+inline constexpr platform::DWORD SERVICE_START = 0x10;
+inline constexpr platform::DWORD SERVICE_STOP = 0x20;
+inline constexpr platform::DWORD SERVICE_PAUSE_CONTINUE = 0x40;
+inline constexpr platform::DWORD SERVICE_INTERROGATE = 0x80;
+inline constexpr platform::DWORD SERVICE_USER_DEFINED_CONTROL = 0x100;
+inline constexpr platform::DWORD SERVICE_ALL_ACCESS = 0xF01FF;
+
+inline constexpr platform::DWORD SERVICE_CONTROL_STOP = 1;
+inline constexpr platform::DWORD SERVICE_CONTROL_PAUSE = 2;
+inline constexpr platform::DWORD SERVICE_CONTROL_CONTINUE = 3;
+inline constexpr platform::DWORD SERVICE_CONTROL_INTERROGATE = 4;
+
+inline constexpr platform::DWORD SERVICE_ACCEPT_STOP = 1;
+inline constexpr platform::DWORD SERVICE_ACCEPT_PAUSE_CONTINUE = 2;
+
+inline constexpr platform::DWORD SERVICE_ERROR_NORMAL = 1;
