@@ -11,7 +11,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -36,16 +35,17 @@ int64_t now_ms() {
 
 // False when there is no runtime directory, or its name leaves no room in a socket's address.
 bool find_listener(sockaddr_un& address) {
-    const char* directory = secure_getenv("XDG_RUNTIME_DIR");
-    if (!directory || !*directory)
-        directory = geteuid() == 0 ? "/run" : nullptr;
+    const char* given = secure_getenv("XDG_RUNTIME_DIR");
+    std::string_view directory = given ? given : "";
+    if (directory.empty() && geteuid() == 0)
+        directory = "/run";
     constexpr std::string_view name = "/zu-debug";
-    if (!directory || std::strlen(directory) + name.size() >= sizeof address.sun_path)
+    if (directory.empty() || directory.size() + name.size() >= sizeof address.sun_path)
         return false;
     address = {};
     address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, directory);
-    std::strcat(address.sun_path, name.data());
+    directory.copy(address.sun_path, directory.size());
+    name.copy(address.sun_path + directory.size(), name.size());
     return true;
 }
 

@@ -249,7 +249,7 @@ FARPROC GetProcAddress(HMODULE module, const char* name) {
     }
     FARPROC found = nullptr;
     if (reinterpret_cast<uintptr_t>(name) > last_ordinal) {
-        found = is_built_in(module)
+        found = module && is_built_in(module)
                     ? find_entry_point(*reinterpret_cast<const built_in_module*>(module), name)
                     : find_entry_point(module ? module : executable(), name);
     }

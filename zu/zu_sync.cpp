@@ -11,9 +11,9 @@ struct ZU_sem {
 
 namespace {
 
-static_assert(sizeof(platform::CRITICAL_SECTION) <= sizeof(ZU_lock_thread)
-                  && alignof(platform::CRITICAL_SECTION) <= alignof(ZU_lock_thread),
+static_assert(sizeof(platform::CRITICAL_SECTION) <= sizeof(ZU_lock_thread),
               "callers keep 64 bytes for a lock");
+static_assert(alignof(platform::CRITICAL_SECTION) <= alignof(ZU_lock_thread), "and align it for a pointer");
 
 platform::CRITICAL_SECTION* section_of(ZU_lock_thread* lock) {
     return reinterpret_cast<platform::CRITICAL_SECTION*>(lock->storage);
