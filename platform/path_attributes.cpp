@@ -32,7 +32,7 @@ DWORD look_at(const WCHAR* path, place& where, struct stat& status) {
 
 DWORD GetFileAttributesW(const WCHAR* path) {
     place where;
-    struct stat status{};
+    struct stat status {};
     if (const DWORD code = look_at(path, where, status)) {
         SetLastError(code);
         return INVALID_FILE_ATTRIBUTES;
@@ -43,7 +43,7 @@ DWORD GetFileAttributesW(const WCHAR* path) {
 
 BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
     place where;
-    struct stat status{};
+    struct stat status {};
     DWORD code = look_at(path, where, status);
     if (code == ERROR_SUCCESS)
         code = S_ISLNK(status.st_mode) ? ERROR_NOT_SUPPORTED
