@@ -123,7 +123,7 @@ DWORD empty(int number, const open_request& request, struct stat& status) {
 // The claim, then all that has to be true of the file while nobody else can change it. On failure the claim is given
 // back.
 DWORD claim_and_check(place& where, const open_request& request, const descriptor_rights& rights,
-                      bool is_last_try, opened_file& out) {
+                      opened_file& out) {
     const int number = out.number.get();
     const share_claim claim = claim_of(request, out.existed);
     share_result shared = share_result::unsupported;
@@ -144,12 +144,12 @@ DWORD claim_and_check(place& where, const open_request& request, const descripto
     }
     if (shared == share_result::conflict)
         return ERROR_SHARING_VIOLATION;
-    if (claim.matters() && !is_last_try && !is_still_there(where, claim, out.status))
+    if (claim.matters() && !is_still_there(where, claim, out.status))
         return opens_again;
     return out.existed && truncates(request) ? empty(number, request, out.status) : ERROR_SUCCESS;
 }
 
-DWORD open_once(place& where, const open_request& request, bool is_last_try, opened_file& out) {
+DWORD open_once(place& where, const open_request& request, opened_file& out) {
     descriptor_rights rights{true, true};
     out.existed = false;
     DWORD code = ERROR_FILE_NOT_FOUND;
@@ -166,7 +166,7 @@ DWORD open_once(place& where, const open_request& request, bool is_last_try, ope
         code = create(where, request, out.number);
     }
     if (code == ERROR_SUCCESS)
-        code = claim_and_check(where, request, rights, is_last_try, out);
+        code = claim_and_check(where, request, rights, out);
     if (code != ERROR_SUCCESS && out.number) {
         if (out.has_claim)
             give_back_claim(out.number.get());
@@ -226,11 +226,11 @@ DWORD open_file(place& where, const open_request& request, opened_file& out) {
     if (where.ends_with_separator())
         if (const DWORD code = check_directory_name(where, request))
             return code;
-    // Each further try is for a file that was deleted or moved between opening it and claiming it. Some file systems
-    // number a file anew with every look; there the last try takes what it gets.
+    // Each further try is for a file that was deleted or moved between opening it and claiming it. A file that
+    // never stays is one that others hold: nothing may be written to what is no longer of that name.
     DWORD code = opens_again;
     for (int i = 0; code == opens_again && i < tries; ++i)
-        code = open_once(where, request, i + 1 == tries, out);
+        code = open_once(where, request, out);
     if (code == opens_again)
         code = ERROR_SHARING_VIOLATION;
     if (code == ERROR_SUCCESS && !out.existed && (request.attributes & ~FILE_ATTRIBUTE_NORMAL))

@@ -63,11 +63,10 @@ int _wtoi(const WCHAR* text) {
     const bool negative = *text == u'-';
     if (*text == u'-' || *text == u'+')
         ++text;
-    const int64_t limit = negative ? -int64_t{INT_MIN} : INT_MAX;
-    int64_t value = 0;
+    uint32_t value = 0; // wraps, as the runtime's does
     for (int digit; (digit = digit_value(*text)) >= 0; ++text)
-        value = std::min(value * 10 + digit, limit);
-    return static_cast<int>(negative ? -value : value);
+        value = value * 10 + static_cast<uint32_t>(digit);
+    return static_cast<int>(negative ? 0 - value : value);
 }
 
 quiet_pipes::quiet_pipes() : blocked_(false), pending_(false) {

@@ -148,7 +148,7 @@ ZU_API int32_t ZU_fclose(FILE* stream);
  * Room grows in steps of 64 characters: n characters ask for the capacity n | 63. A buffer with a reference count above
  * 1 is shared: it is copied before it is written to, and releasing it lowers the count. Positions and indexes are not
  * checked. Texts to insert or append may lie in the string's own buffer. A string that is given more room ends at its
- * first zero character; one that was written through the pointer is looked for among the last 128 characters only.
+ * first zero character.
  */
 typedef ZU_wchar* ZU_s;
 

@@ -28,16 +28,10 @@ uint32_t capacity_of(ZU_s s) {
     return s ? header_of(s)->capacity : 0;
 }
 
-// A buffer that is not shared has the count 1, or 0 once an operation has put a zero character into its text.
-constexpr int32_t count_alone = 1;
-constexpr int32_t count_alone_with_zeros = 0;
+constexpr int32_t count_alone = 1; // of a buffer that is not shared
 
 bool is_shared(ZU_s s) {
     return s && header_of(s)->reference_count > count_alone;
-}
-
-void note_zero(ZU_s s) {
-    header_of(s)->reference_count = count_alone_with_zeros;
 }
 
 void set_length(ZU_s s, uint32_t length) {
@@ -70,22 +64,11 @@ uint32_t find_zero(const ZU_wchar* text, uint32_t length) {
     return searched + static_cast<uint32_t>(platform::wcsnlen(at, length - searched));
 }
 
-// What a move keeps of a text: all before its first zero character. Looking for it in the whole text at every step
-// would make appending quadratic. Operations leave a mark when they write one; what a caller has written through the
-// pointer, by trimming for instance, is found in a short text and at the end of a long one.
-uint32_t kept_length(ZU_s s) {
-    constexpr uint32_t always_searched = 128;
-    const uint32_t length = ZU_s_length(s);
-    const bool trusted = s && header_of(s)->reference_count == count_alone && length > always_searched;
-    const uint32_t start = trusted ? length - always_searched : 0;
-    return start + find_zero(s + start, length - start);
-}
-
 // A buffer that is not shared keeps its block as far as the allocator can. Out of line, so that the operations stay
 // short where there is room.
 [[gnu::noinline]] void move_to_capacity(ZU_s* s, uint32_t capacity) {
     const ZU_s old = *s;
-    const uint32_t kept = kept_length(old);
+    const uint32_t kept = find_zero(old, ZU_s_length(old)); // what lies behind a zero character is let go
     ZU_s_header* header;
     if (old && header_of(old)->reference_count > count_alone) {
         header = static_cast<ZU_s_header*>(ZU_malloc(block_bytes(capacity)));
@@ -156,7 +139,6 @@ void ZU_s_clear(ZU_s* s) {
         ZU_s_destroy(s);
     } else if (*s) {
         set_length(*s, 0);
-        header_of(*s)->reference_count = count_alone;
     }
 }
 
@@ -244,8 +226,6 @@ ZU_s* ZU_s_append_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments) 
         const int added = format_at(*s + length, room, format, arguments);
         if (added >= 0 && static_cast<uint32_t>(added) < room) {
             set_length(*s, length + static_cast<uint32_t>(added));
-            if (find_zero(*s + length, static_cast<uint32_t>(added)) < static_cast<uint32_t>(added))
-                note_zero(*s);
             return s;
         }
         (*s)[length] = 0;
@@ -280,8 +260,6 @@ ZU_s* ZU_s_assign_s(ZU_s* s, const ZU_s* source) {
 
 ZU_wchar ZU_s_set_at(ZU_s* s, uint32_t index, ZU_wchar character) {
     grow(s, header_of(*s)->length, true); // not null
-    if (character == 0)
-        note_zero(*s);
     return std::exchange((*s)[index], character);
 }
 
@@ -314,8 +292,6 @@ uint32_t ZU_s_replace_c(ZU_s* s, ZU_wchar from, ZU_wchar to) {
             ++replaced;
         }
     }
-    if (to == 0 && replaced > 0)
-        note_zero(*s);
     return replaced;
 }
 

@@ -19,7 +19,7 @@ int _snwprintf(WCHAR* out, size_t count, const WCHAR* format, ...);
 // The length of a text, but not more than `limit`; nothing behind a terminator before it counts as read.
 size_t wcsnlen(const WCHAR* text, size_t limit);
 
-// White space, one sign, decimal digits; saturates at the ends of the 32-bit range.
+// White space, one sign, decimal digits; wraps at 32 bits.
 int _wtoi(const WCHAR* text);
 
 // Which text comes first when case does not count: below 0, 0 or above 0. Null comes before every text.
