@@ -6,9 +6,14 @@
 #include "journal.h"
 #include "text.h"
 
-// The table of tasks finds its key inside the entry.
-struct scheduler::entry {
+// An item of the table of tasks: the key lies inside.
+struct scheduler::listed {
     const char* name; // the task's
+    entry* what;
+};
+
+struct scheduler::entry {
+    listed in_table;
     std::unique_ptr<task> job;
     scheduler* owner;
     ZU_timer* timer; // the set's
@@ -43,14 +48,14 @@ int32_t compare_names(const void* key, const void* stored_key) {
 
 scheduler::scheduler(task_list list) : due_(ZU_queue_create(most_waiting)) {
     ZU_timer_set_init(&set_, 1, nullptr, nullptr);
-    ZU_hash_table_init(&by_name_, bucket_count, offsetof(entry, name), hash_name, compare_names, nullptr);
+    ZU_hash_table_init(&by_name_, bucket_count, offsetof(listed, name), hash_name, compare_names, nullptr);
     for (std::unique_ptr<task>& job : list.tasks) {
         auto added = std::make_unique<entry>();
-        added->name = job->name.c_str();
+        added->in_table = {job->name.c_str(), added.get()};
         added->owner = this;
         added->timer = job->timer.release();
         added->job = std::move(job);
-        ZU_hash_table_insert(&by_name_, added.get()); // of two with one name, the first is found
+        ZU_hash_table_insert(&by_name_, &added->in_table); // of two with one name, the first is found
         ZU_timer_set_add(&set_, added->timer, added.get(), fire);
         entries_.push_back(std::move(added));
     }
@@ -79,7 +84,7 @@ bool scheduler::run_now(const std::string& name) {
     void* found = nullptr;
     if (ZU_hash_table_find(&by_name_, &key, &found) != 0)
         return false;
-    firing* asked = new firing{static_cast<entry*>(found), 0};
+    firing* asked = new firing{static_cast<listed*>(found)->what, 0};
     if (!ZU_queue_push(due_, asked, 0, nullptr)) {
         warn(name + " is asked for, but too much is waiting");
         delete asked;

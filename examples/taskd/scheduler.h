@@ -24,6 +24,7 @@ public:
 
 private:
     struct entry; // a task, and what has become of it
+    struct listed;
     struct firing;
 
     static void fire(void* user_data, ZU_timer* timer);
