@@ -204,6 +204,11 @@ TEST(hash_table, replaced_callbacks_find_what_is_in_the_bucket) {
     EXPECT_EQ(ZU_hash_table_find(&both.table, &key, &found), 0);
     key = 10;
     EXPECT_EQ(ZU_hash_table_find(&both.table, &key, &found), -1);
+    // By the opposite order 9 comes before the first item, 0, and the search ends there.
+    const auto descending = [](const void* a, const void* b) -> int32_t { return key_at(b) - key_at(a); };
+    ZU_hash_table_reset_callback(&both.table, hash_spread, descending, nullptr);
+    key = 9;
+    EXPECT_EQ(ZU_hash_table_find(&both.table, &key, &found), -1);
     ZU_hash_table_reset_callback(&both.table, hash_spread, ascending, release);
 }
 

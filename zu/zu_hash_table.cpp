@@ -5,13 +5,6 @@ namespace {
 
 using list_link = ZU_hash_table_link;
 
-// A stored item, and what its key's hash was then: a find can pass over most items without calling the compare
-// callback, or touching them. The hash is a hint and no more, since the callbacks may be replaced.
-struct node {
-    ZU_hash_table_node stored;
-    uint32_t hash;
-};
-
 constexpr bool wide = sizeof(void*) == 8;
 static_assert(sizeof(ZU_hash_table) == (wide ? 48 : 28));
 static_assert(offsetof(ZU_hash_table, buckets) == 8);
@@ -29,12 +22,12 @@ constexpr int32_t forward = 0;
 constexpr int32_t backward = 1;
 
 // A link that is not a head is the first member of a node.
-node* node_of(list_link* at) {
-    return reinterpret_cast<node*>(at);
+ZU_hash_table_node* node_of(list_link* at) {
+    return reinterpret_cast<ZU_hash_table_node*>(at);
 }
 
 void* item_of(list_link* at) {
-    return node_of(at)->stored.item;
+    return node_of(at)->item;
 }
 
 list_link* bucket_of(const ZU_hash_table* table, uint32_t hash) {
@@ -61,14 +54,8 @@ place look_up(const ZU_hash_table* table, list_link* head, const void* key) {
 }
 
 // The stored item with a key, or null.
-inline list_link* find(const ZU_hash_table* table, const void* key) {
-    const uint32_t hash = table->hash(key);
-    list_link* const head = bucket_of(table, hash);
-    for (list_link* at = head->next; at != head; at = at->next) {
-        if (node_of(at)->hash == hash && table->compare(key, key_of(table, item_of(at))) == 0)
-            return at;
-    }
-    const place found = look_up(table, head, key);
+list_link* find(const ZU_hash_table* table, const void* key) {
+    const place found = look_up(table, bucket_of(table, table->hash(key)), key);
     return found.found ? found.at : nullptr;
 }
 
@@ -168,14 +155,13 @@ uint32_t ZU_hash_table_table_size(const ZU_hash_table* table) {
 
 int32_t ZU_hash_table_insert(ZU_hash_table* table, void* item) {
     const void* const key = key_of(table, item);
-    const uint32_t hash = table->hash(key);
-    const place place = look_up(table, bucket_of(table, hash), key);
+    const place place = look_up(table, bucket_of(table, table->hash(key)), key);
     if (place.found)
         return -1;
-    node* const added = zu::allocate<node>();
-    *added = {{{place.at, place.at->previous}, item}, hash};
-    place.at->previous->next = &added->stored.link;
-    place.at->previous = &added->stored.link;
+    auto* const added = zu::allocate<ZU_hash_table_node>();
+    *added = {{place.at, place.at->previous}, item};
+    place.at->previous->next = &added->link;
+    place.at->previous = &added->link;
     ++table->count;
     return 0;
 }

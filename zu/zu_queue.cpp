@@ -44,6 +44,19 @@ struct ZU_queue {
 
 namespace {
 
+// For a thread whose wait has failed; the queue is locked. When every registered thread has been given one, so has
+// this one: gifts are posted under the lock, so it is there. Otherwise a registration is taken back, its own or that of
+// a later thread that took its gift.
+bool took_last_moment_gift(queue_supply& supply, ZU_bool* timed_out) {
+    if (supply.registered > 0) {
+        --supply.registered;
+        return false;
+    }
+    if (timed_out)
+        *timed_out = 0;
+    return ZU_sem_wait(supply.given, 0, nullptr);
+}
+
 // Takes one from the supply and leaves the queue locked, or fails and leaves it unlocked.
 bool take_and_lock(ZU_queue* queue, queue_supply& supply, uint32_t timeout_ms, ZU_bool* timed_out) {
     if (timed_out)
@@ -53,34 +66,31 @@ bool take_and_lock(ZU_queue* queue, queue_supply& supply, uint32_t timeout_ms, Z
         --supply.available;
         return true;
     }
+    if (timeout_ms == 0) {
+        ZU_lock_thread_unlock(&queue->lock);
+        if (timed_out)
+            *timed_out = 1;
+        return false;
+    }
     ++supply.registered;
     ZU_lock_thread_unlock(&queue->lock);
 
-    while (!ZU_sem_wait(supply.given, timeout_ms, timed_out)) {
-        ZU_lock_thread_lock(&queue->lock);
-        const bool gives_up = supply.registered > 0;
-        supply.registered -= gives_up;
-        ZU_lock_thread_unlock(&queue->lock);
-        if (gives_up)
-            return false;
-        // Every registered thread has been given one, so this one has, too: it is on its way, or has been taken by a
-        // thread that came later, whose registration this one then takes back instead.
-        timeout_ms = 1;
-    }
+    const bool was_given = ZU_sem_wait(supply.given, timeout_ms, timed_out);
     ZU_lock_thread_lock(&queue->lock);
-    return true;
+    if (was_given || took_last_moment_gift(supply, timed_out))
+        return true;
+    ZU_lock_thread_unlock(&queue->lock);
+    return false;
 }
 
 void give_and_unlock(ZU_queue* queue, queue_supply& supply) {
-    const bool somebody_waits = supply.registered > 0;
-    if (somebody_waits)
+    if (supply.registered > 0) {
         --supply.registered;
-    else
+        ZU_sem_post(supply.given); // under the lock: who finds itself given one must find the post as well
+    } else {
         ++supply.available;
+    }
     ZU_lock_thread_unlock(&queue->lock);
-    // Without the lock, which the thread that wakes up wants at once.
-    if (somebody_waits)
-        ZU_sem_post(supply.given);
 }
 
 // The size is asked for without the lock. Relaxed: nothing else hangs on the number.
