@@ -110,6 +110,19 @@ DWORD mutex_file::open(const std::u16string& name, bool may_create, bool for_eve
     }
 }
 
+namespace {
+
+// Another user's file is one of the locks for everyone, or no business of ours.
+DWORD check_rights(int file) {
+    struct stat status;
+    if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode))
+        return ERROR_INVALID_HANDLE;
+    return status.st_uid == geteuid() || (status.st_mode & for_all) == for_all ? ERROR_SUCCESS
+                                                                               : ERROR_ACCESS_DENIED;
+}
+
+} // namespace
+
 DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool for_everyone, bool& existed,
                             bool& again) {
     // First without the create flag: kernels refuse that flag on another user's file in a sticky folder. Not waiting
@@ -122,12 +135,8 @@ DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool fo
     if (!file_)
         return errno == ELOOP || errno == ENXIO || errno == EISDIR ? ERROR_INVALID_HANDLE
                                                                    : code_of_errno(errno);
-    struct stat status;
-    if (fstat(file_.get(), &status) != 0 || !S_ISREG(status.st_mode))
-        return ERROR_INVALID_HANDLE;
-    // Another user's file is one of the locks for everyone, or no business of ours.
-    if (status.st_uid != geteuid() && (status.st_mode & for_all) != for_all)
-        return ERROR_ACCESS_DENIED;
+    if (const DWORD code = check_rights(file_.get()); code != ERROR_SUCCESS)
+        return code;
     if (!set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, initialisation))
         return code_of_errno(errno);
     const DWORD code = check_or_write(name, may_create, for_everyone, existed, again);
@@ -143,6 +152,9 @@ DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bo
     std::string text = text_of(name);
     existed = !try_lock(file_.get(), liveness);
     if (existed) {
+        // Once more: it may have been made anew, for its owner alone, since it was opened.
+        if (const DWORD code = check_rights(file_.get()); code != ERROR_SUCCESS)
+            return code;
         std::string found(text.size() + 1, 0);
         const ssize_t size = pread(file_.get(), found.data(), found.size(), 0);
         if (size != static_cast<ssize_t>(text.size()))
@@ -161,9 +173,14 @@ DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bo
         return code;
     }
     mapping_ = mmap(nullptr, held_at + sizeof is_free, PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(), 0);
-    if (mapping_ == MAP_FAILED || !set_lock(file_.get(), F_OFD_SETLK, F_RDLCK, liveness))
-        return code_of_errno(errno);
-    return ERROR_SUCCESS;
+    if (mapping_ != MAP_FAILED && set_lock(file_.get(), F_OFD_SETLK, F_RDLCK, liveness))
+        return ERROR_SUCCESS;
+    const DWORD code = code_of_errno(errno);
+    if (mapping_ != MAP_FAILED)
+        munmap(mapping_, held_at + sizeof is_free);
+    if (!existed)
+        unlink(path_.c_str());
+    return code;
 }
 
 mutex_file::taken mutex_file::lock(const deadline& until) {

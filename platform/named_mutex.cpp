@@ -32,7 +32,7 @@ struct shared_mutex {
 
     std::u16string name; // empty: of this process alone
     mutex_file file;
-    int handles = 0; // guarded by the lock of the list of mutexes
+    int users = 0; // handles and running waits; guarded by the lock of the list of mutexes
     gate_event* gate = new gate_event;
     std::atomic<uintptr_t> owner{0};
     uint32_t depth = 0;     // of the owner
@@ -56,6 +56,29 @@ uintptr_t this_thread() {
     return reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()));
 }
 
+// The last user of a mutex closes its file. A thread that waits is one, since another may close the handle meanwhile.
+void leave(shared_mutex& mutex) {
+    const std::lock_guard<std::mutex> held(list_lock());
+    if (--mutex.users > 0 || mutex.name.empty())
+        return;
+    mutexes_by_name().erase(mutex.name);
+    mutex.file.close();
+}
+
+class running_wait {
+public:
+    explicit running_wait(shared_pointer mutex) : mutex_(std::move(mutex)) {
+        const std::lock_guard<std::mutex> held(list_lock());
+        ++mutex_->users;
+    }
+    ~running_wait() { leave(*mutex_); }
+    running_wait(const running_wait&) = delete;
+    running_wait& operator=(const running_wait&) = delete;
+
+private:
+    const shared_pointer mutex_;
+};
+
 // The mutexes that this thread owns, so that its end abandons them.
 using owned_list = std::vector<shared_pointer>;
 
@@ -65,7 +88,7 @@ void abandon_all(void* ending) {
         const std::lock_guard<std::mutex> held(list_lock());
         one->owner.store(0, std::memory_order_relaxed);
         one->abandoned = one->name.empty();
-        if (!one->name.empty() && one->handles > 0)
+        if (!one->name.empty() && one->users > 0)
             one->file.abandon();
         one->gate->set();
     }
@@ -121,7 +144,8 @@ DWORD mutex_handle::wait(DWORD milliseconds) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return WAIT_FAILED;
     }
-    const shared_pointer kept_mutex = mutex; // another thread may close the handle meanwhile
+    const shared_pointer kept_mutex = mutex;
+    const running_wait wait(kept_mutex);
     const deadline until(milliseconds);
     if (const DWORD result = kept_mutex->gate->wait(milliseconds); result != WAIT_OBJECT_0)
         return result;
@@ -142,11 +166,7 @@ DWORD mutex_handle::wait(DWORD milliseconds) {
 }
 
 DWORD mutex_handle::close() {
-    const std::lock_guard<std::mutex> held(list_lock());
-    if (--mutex->handles > 0 || mutex->name.empty())
-        return ERROR_SUCCESS;
-    mutexes_by_name().erase(mutex->name);
-    mutex->file.close();
+    leave(*mutex);
     return ERROR_SUCCESS;
 }
 
@@ -163,6 +183,8 @@ DWORD plain_name(const WCHAR* name, std::u16string& plain) {
             return ERROR_INVALID_NAME;
         break;
     }
+    if (plain == u"Global") // the name of the space itself
+        return ERROR_INVALID_HANDLE;
     if (plain[0] == u'\\')
         return ERROR_BAD_PATHNAME;
     return plain.find(u'\\') == std::u16string::npos ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
@@ -175,12 +197,12 @@ shared_pointer find_or_open(const std::u16string& name, bool may_create, bool fo
     const auto known = list.find(name);
     if (known != list.end()) {
         existed = true;
-        ++known->second->handles;
+        ++known->second->users;
         return known->second;
     }
     auto made = std::make_shared<shared_mutex>();
     made->name = name;
-    made->handles = 1;
+    made->users = 1;
     const DWORD code = made->file.open(name, may_create, for_everyone, existed);
     if (code != ERROR_SUCCESS) {
         SetLastError(code);
@@ -190,6 +212,14 @@ shared_pointer find_or_open(const std::u16string& name, bool may_create, bool fo
     return made;
 }
 
+// A handle of a mutex on which the caller counts; null, with the code set, when there can be none.
+HANDLE handle_of(const shared_pointer& mutex, DWORD access) {
+    auto* const opened = new (std::nothrow) mutex_handle(mutex, access);
+    if (!opened)
+        leave(*mutex);
+    return new_handle(opened);
+}
+
 } // namespace
 
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name) {
@@ -197,7 +227,7 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const
     shared_pointer mutex;
     if (!name || !*name) {
         mutex = std::make_shared<shared_mutex>();
-        mutex->handles = 1;
+        mutex->users = 1;
     } else {
         std::u16string plain;
         if (const DWORD code = plain_name(name, plain); code != ERROR_SUCCESS) {
@@ -208,7 +238,7 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const
     }
     if (!mutex)
         return nullptr;
-    const HANDLE handle = new_handle(new (std::nothrow) mutex_handle(mutex, MUTEX_ALL_ACCESS));
+    const HANDLE handle = handle_of(mutex, MUTEX_ALL_ACCESS);
     if (!handle)
         return nullptr;
     if (initially_owned && !existed)
@@ -219,14 +249,16 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const
 
 HANDLE OpenMutexW(DWORD access, BOOL, const WCHAR* name) {
     std::u16string plain;
-    const DWORD code = !name || !*name ? ERROR_INVALID_PARAMETER : plain_name(name, plain);
+    const DWORD code = !name    ? ERROR_INVALID_PARAMETER
+                       : !*name ? ERROR_INVALID_HANDLE
+                                : plain_name(name, plain);
     if (code != ERROR_SUCCESS) {
         SetLastError(code);
         return nullptr;
     }
     bool existed = false;
     const shared_pointer mutex = find_or_open(plain, false, false, existed);
-    return mutex ? new_handle(new (std::nothrow) mutex_handle(mutex, access)) : nullptr;
+    return mutex ? handle_of(mutex, access) : nullptr;
 }
 
 BOOL ReleaseMutex(HANDLE handle) {

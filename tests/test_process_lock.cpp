@@ -92,7 +92,8 @@ TEST(process_lock, names_that_are_refused) {
     const struct {
         std::u16string name;
         uint32_t code;
-    } rows[] = {{u"Local\\", 123}, {u"a\\b", 3}, {u"\\a", 161}, {std::u16string(261, u'x'), 206}};
+    } rows[] = {
+        {u"Local\\", 123}, {u"a\\b", 3}, {u"\\a", 161}, {u"Global", 6}, {std::u16string(261, u'x'), 206}};
     for (const auto& row : rows) {
         EXPECT_EQ(ZU_lock_process_create(row.name.c_str()), nullptr);
         EXPECT_EQ(GetLastError(), row.code);
@@ -145,6 +146,28 @@ TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     EXPECT_EQ(platform::WaitForSingleObject(lock, 0), WAIT_ABANDONED) << "a thread ended";
     ZU_lock_process_close(lock);
     ZU_lock_process_close(unnamed);
+    EXPECT_FALSE(name.has_file());
+}
+
+TEST(process_lock, a_handle_closed_under_a_waiting_thread_leaves_the_wait_its_lock) {
+    const lock_name name;
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t owner = fork_child([&] {
+        ZU_lock_process_lock(ZU_lock_process_create(name.wide.c_str()));
+        if (write(ready[1], "r", 1) == 1)
+            pause();
+    });
+    char byte;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    ASSERT_NE(lock, nullptr);
+    std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(lock)) << "the owner was killed"; });
+    platform::Sleep(100); // until it sleeps in the kernel
+    EXPECT_TRUE(ZU_lock_process_close(lock));
+    kill(owner, SIGKILL);
+    ended(owner);
+    waiting.join();
     EXPECT_FALSE(name.has_file());
 }
 
