@@ -75,7 +75,8 @@ ssize_t list(const attribute_holder& from, char* out, size_t size) {
         return flistxattr(from.at, out, size);
     if (from.at != AT_FDCWD && lists_in_directory.load(std::memory_order_relaxed)) {
         const ssize_t result = syscall(list_in_directory, from.at, from.path, 0, out, size);
-        if (result >= 0 || errno != ENOSYS)
+        // Filters on system calls answer EPERM, too, for calls that they do not know.
+        if (result >= 0 || (errno != ENOSYS && errno != EPERM))
             return result;
         lists_in_directory.store(false, std::memory_order_relaxed);
     }

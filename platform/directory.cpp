@@ -66,6 +66,9 @@ DWORD remove_directory(const WCHAR* path) {
         return ERROR_DIRECTORY;
     if (read_stored_bits(holder(where)) & FILE_ATTRIBUTE_READONLY)
         return ERROR_ACCESS_DENIED;
+    struct stat current;
+    if (stat(".", &current) == 0 && current.st_ino == status.st_ino && current.st_dev == status.st_dev)
+        return ERROR_SHARING_VIOLATION; // in use, by this process itself
     return unlink_place(where, AT_REMOVEDIR);
 }
 

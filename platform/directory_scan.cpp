@@ -35,17 +35,18 @@ bool directory_reader::fill() {
     if (!block_)
         block_ = std::make_unique_for_overwrite<char[]>(block_size);
     position_ = used_ = 0;
-    while (!at_end_ && block_size - used_ >= least_room) {
+    while (!at_end_ && error_ == 0 && block_size - used_ >= least_room) {
         const auto read = retried([&] {
             return syscall(SYS_getdents64, directory_.get(), block_.get() + used_, block_size - used_);
         });
-        at_end_ = read <= 0;
-        if (read > 0)
+        if (read < 0)
+            error_ = errno;
+        else if (read == 0)
+            at_end_ = true;
+        else
             used_ += static_cast<size_t>(read);
-        else if (read < 0 && used_ == 0)
-            return false;
     }
-    errno = 0;
+    errno = used_ > 0 ? 0 : error_;
     return used_ > 0;
 }
 

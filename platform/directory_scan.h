@@ -43,6 +43,7 @@ private:
     size_t used_ = 0;
     size_t position_ = 0;
     bool at_end_ = false;
+    int error_ = 0; // of a read that failed, which is told once the entries before it are taken
 };
 
 // Opens a directory for reading.

@@ -62,8 +62,8 @@ private:
 };
 
 DWORD directory_search::begin(bool has_dots) {
-    if (!reader_.fill() && errno != 0)
-        return code_of_errno(errno);
+    if (!reader_.fill() && errno != 0) // ENOENT: it was removed after it had been opened
+        return errno == ENOENT ? ERROR_PATH_NOT_FOUND : code_of_errno(errno);
     if (has_dots) {
         keep_if_wanted(".", DT_DIR);
         keep_if_wanted("..", DT_DIR);
