@@ -213,7 +213,7 @@ SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
     if (!sockets_started())
         return INVALID_SOCKET;
     const int listener = descriptor_of(socket);
-    if (address && length && too_short(address, *length)) {
+    if (address && (!length || too_short(address, *length))) { // before a connection is taken, and lost
         SetLastError(socket_type(listener) < 0 ? WSAENOTSOCK : WSAEFAULT);
         return INVALID_SOCKET;
     }
@@ -373,6 +373,8 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
         return socket_failure(WSAEMSGSIZE);
     if (received == 0 && capacity > 0 && shut_by_ourselves(descriptor))
         return socket_failure(WSAESHUTDOWN);
+    if (received == 0 && capacity > 0 && stream_state_of(descriptor) == stream_state::failed)
+        return socket_failure(WSAENOTCONN);
     return cleared(received);
 }
 

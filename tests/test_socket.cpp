@@ -355,7 +355,9 @@ TEST(socket, options_in_the_forms_of_both_sides) {
     EXPECT_EQ(outcome_of(ZU_accept(listener, nullptr, nullptr)), WSAEWOULDBLOCK);
     const SOCKET client = ZU_socket(AF_INET, SOCK_STREAM, 0);
     ASSERT_EQ(attempt(client, loopback(port_of(listener))), 0);
-    const SOCKET accepted = ZU_accept(listener, nullptr, nullptr);
+    sockaddr_in from{};
+    EXPECT_EQ(outcome_of(ZU_accept(listener, reinterpret_cast<sockaddr*>(&from), nullptr)), WSAEFAULT);
+    const SOCKET accepted = ZU_accept(listener, nullptr, nullptr); // the connection was not lost over that
     EXPECT_EQ(receive(accepted), WSAEWOULDBLOCK) << "an accepted socket has its listener's mode";
     for (SOCKET socket : {listener, client, accepted})
         ZU_socket_close(socket);
