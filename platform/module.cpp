@@ -13,6 +13,7 @@
 
 #include "platform/api/files.h"
 #include "platform/api/text.h"
+#include "platform/error.h"
 #include "platform/lookup.h"
 
 namespace platform {
@@ -153,6 +154,7 @@ HMODULE load_file(const std::string& path, DWORD flags) {
 }
 
 std::u16string beside_executable(wide_view name) {
+    const last_error_kept code;
     std::u16string path(longest_path + 1, 0);
     const DWORD size = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     path.resize(std::min<size_t>(size, path.size()));

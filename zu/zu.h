@@ -684,7 +684,7 @@ ZU_API void ZU_hash_table_delete_at(ZU_hash_table_iter* iter);
 /* ---- Dynamic array ------------------------------------------------------------------------------------------ */
 /*
  * Items in the order in which they were added, each a block of its own that the array owns and frees. An item stays
- * where it is until it is deleted; later items then move down by one index. Fewer than 2^29 items. Nothing here touches
+ * where it is until it is deleted; later items then move down by one index. At most 2^29 - 4 items. Nothing here touches
  * the last-error code.
  */
 

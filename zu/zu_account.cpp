@@ -13,8 +13,11 @@ constexpr platform::DWORD first_domain_units = 16;
 // A thread that impersonates a user is judged by that user.
 bool open_current_token(platform::HANDLE* token) {
     constexpr platform::DWORD access = TOKEN_QUERY | TOKEN_DUPLICATE;
-    return platform::OpenThreadToken(platform::GetCurrentThread(), access, TRUE, token)
-           || platform::OpenProcessToken(platform::GetCurrentProcess(), access, token);
+    if (platform::OpenThreadToken(platform::GetCurrentThread(), access, TRUE, token))
+        return true;
+    // Only a thread that impersonates nobody: after any other failure the process would be asked in a user's place.
+    return platform::GetLastError() == ERROR_NO_TOKEN
+           && platform::OpenProcessToken(platform::GetCurrentProcess(), access, token);
 }
 
 // Every group counts, whatever its attributes.

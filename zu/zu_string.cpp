@@ -44,11 +44,6 @@ uint32_t block_bytes(uint32_t capacity) {
            + static_cast<uint32_t>(sizeof(ZU_s_header));
 }
 
-// What no block can hold is memory that ran out: this asks for more than there is, and does not return.
-void report_too_long() {
-    ZU_free(ZU_calloc(0xFFFFFFFF, 0xFFFFFFFF));
-}
-
 // The place of the first zero character within the first `length` ones, or `length`.
 uint32_t find_zero(const ZU_wchar* text, uint32_t length) {
     constexpr uint32_t block = 64; // a fixed count, for vector instructions
@@ -88,7 +83,7 @@ void grow(ZU_s* s, uint64_t n, bool private_copy) {
     if (capacity_of(*s) >= n && !(private_copy && is_shared(*s)))
         return;
     if (n > largest_capacity)
-        report_too_long();
+        zu::report_too_long();
     move_to_capacity(s, static_cast<uint32_t>(n) | (capacity_step - 1));
 }
 

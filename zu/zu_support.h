@@ -84,10 +84,17 @@ private:
     ZU_s text_ = nullptr;
 };
 
+// What no block can hold is memory that ran out: this asks for more than there is, and does not return.
+inline void report_too_long() {
+    ZU_free(ZU_calloc(0xFFFFFFFF, 0xFFFFFFFF));
+}
+
 // Room for `count` elements of T, not initialised.
 template <class T>
 T* allocate(uint32_t count = 1) {
     static_assert(std::is_trivial_v<T>, "blocks of the memory family hold plain records");
+    if (count > UINT32_MAX / sizeof(T))
+        report_too_long();
     return static_cast<T*>(ZU_malloc(count * static_cast<uint32_t>(sizeof(T))));
 }
 
