@@ -74,6 +74,7 @@ private:
     }
 
     bool is_set_now();
+    const char* variable();
     const zone_span& find(int64_t time);
     void fill(int64_t block_begin);
     void add(const zone_span& span);
@@ -84,6 +85,8 @@ private:
     int64_t nearest_day(int64_t time, int64_t step, bool daylight);
 
     zone_setting setting_;
+    char** environment_ = nullptr; // that the variable was found in, at this index
+    size_t variable_index_ = 0;
     bool usable_ = true;
     int64_t next_check_ms_ = 0;    // of the system's file
     std::vector<zone_span> spans_; // ascending, not overlapping, with holes where nothing was asked yet

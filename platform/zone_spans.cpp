@@ -2,6 +2,7 @@
 // zone mean here what they mean to every program of the host.
 #include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -127,11 +128,30 @@ zone::zone(zone_setting setting) : setting_(std::move(setting)) {
     fill(0);
 }
 
+// What getenv gives, without its search as long as the variable stays where it was found.
+const char* zone::variable() {
+    constexpr size_t name_length = 3;
+    const auto is_it = [](const char* entry) {
+        return entry && std::strncmp(entry, "TZ=", name_length) == 0;
+    };
+    if (environ && environ[0] && environ == environment_ && is_it(environ[variable_index_]))
+        return environ[variable_index_] + name_length;
+    environment_ = nullptr;
+    for (size_t i = 0; environ && environ[i]; ++i) {
+        if (is_it(environ[i])) {
+            environment_ = environ;
+            variable_index_ = i;
+            return environ[i] + name_length;
+        }
+    }
+    return nullptr;
+}
+
 // Runs on every call of the calendar. The system's zone file is looked at once a second.
 bool zone::is_set_now() {
     if (!usable_)
         return false;
-    const char* text = std::getenv("TZ");
+    const char* text = variable();
     if (text || !setting_.from_system)
         return text && !setting_.from_system && std::strcmp(text, setting_.text.c_str()) == 0;
     const int64_t now = coarse_milliseconds();

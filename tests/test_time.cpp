@@ -285,6 +285,14 @@ TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
     clearenv();
     tzset();
     EXPECT_EQ(hour_now_at_0(), host_time(0).tm_hour);
+    setenv("FIRST", "", 1);
+    set_zone("AAA-8");
+    EXPECT_EQ(hour_now_at_0(), 8);
+    unsetenv("FIRST"); // moves the variable
+    EXPECT_EQ(hour_now_at_0(), 8);
+    environ[0] = nullptr; // the old way to clear
+    tzset();
+    EXPECT_EQ(hour_now_at_0(), host_time(0).tm_hour);
 }
 
 TEST(zone_setting, a_changed_system_zone_is_seen) {
