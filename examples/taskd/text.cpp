@@ -29,7 +29,7 @@ std::u16string library_path(std::string text) {
 
 std::string error_text(uint32_t code) {
     ZU_wchar* text = ZU_get_error_msg(code);
-    const std::string result = text ? narrow(text) : "error " + std::to_string(code);
+    std::string result = text ? narrow(text) : "error " + std::to_string(code);
     ZU_free(text);
     return result;
 }
