@@ -24,6 +24,17 @@ void add(ZU_DA& array, const std::u16string& text) {
 
 using list = std::vector<std::u16string>;
 
+// A record filled by hand, its block no larger than it says.
+TEST(array, adds_to_places_that_the_caller_made) {
+    for (const uint32_t places : {1u, 4u, 12u, 20u}) {
+        ZU_DA array{0, places, static_cast<void**>(ZU_malloc(places * sizeof(void*)))};
+        for (uint32_t i = 0; i < places + 5; ++i)
+            ZU_DANewItem(&array, 1);
+        EXPECT_EQ(array.capacity, places + 8) << places;
+        ZU_DAFreeItems(&array);
+    }
+}
+
 TEST(array, random_adds_and_deletes_against_a_model) {
     ZU_DA array;
     std::memset(&array, 0xAB, sizeof array);

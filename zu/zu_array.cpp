@@ -1,6 +1,5 @@
 // Dynamic array: places for the addresses of items, each item a block of its own.
 #include <algorithm>
-#include <bit>
 
 #include "zu/zu_support.h"
 
@@ -11,21 +10,12 @@ static_assert(offsetof(ZU_DA, items) == 8);
 
 constexpr uint32_t step = 4;
 
-// How many places the block really has at a capacity. The capacity rises by four; moving the block for each four
-// items would make n appends cost n squared, so behind it the block doubles, up to where a size in bytes would no
-// longer fit 32 bits.
-uint32_t room_of(uint32_t capacity) {
-    constexpr uint32_t doubling_ends = 1u << 28;
-    return capacity < doubling_ends ? std::bit_ceil(capacity) : capacity;
-}
-
 void grow(ZU_DA* array) {
-    const uint32_t room = array->capacity == 0 ? 0 : room_of(array->capacity);
+    if (array->capacity > UINT32_MAX / sizeof(void*) - step)
+        zu::report_too_long();
     array->capacity += step;
-    const uint32_t wanted = room_of(array->capacity);
-    if (wanted != room)
-        array->items =
-            static_cast<void**>(ZU_realloc(array->items, wanted * static_cast<uint32_t>(sizeof(void*))));
+    array->items =
+        static_cast<void**>(ZU_realloc(array->items, array->capacity * static_cast<uint32_t>(sizeof(void*))));
 }
 
 // Deletes the first item that the test picks.
