@@ -126,6 +126,14 @@ struct single_byte_set {
     size_t known = 0;
 
     single_byte_set();
+
+    // The byte of a character; null when the set lacks it.
+    const std::pair<WCHAR, unsigned char>* find(WCHAR unit) const {
+        const auto* const end = byte_of_wide.data() + known;
+        const auto* const row =
+            std::lower_bound(byte_of_wide.data(), end, std::pair(unit, static_cast<unsigned char>(0)));
+        return row != end && row->first == unit ? row : nullptr;
+    }
 };
 
 single_byte_set::single_byte_set() {
@@ -153,6 +161,17 @@ single_byte_set::single_byte_set() {
     std::sort(byte_of_wide.begin(), byte_of_wide.begin() + known);
 }
 
+// What stands in for a character that the set lacks: the letter under the accent, the narrow form of a wide one.
+WCHAR best_fit(WCHAR unit) {
+    constexpr std::u16string_view from_u0100_on =
+        u"AaAaAaCcCcCcCcDdDdEeEeEeEeEeGgGgGgGgHhHhIiIiIiIiIi??JjKk?LlLlLl??LlNnNnNn???OoOoOo??RrRrRr"
+        u"SsSsSsSsTtTtTtUuUuUuUuUuUuWwYyYZzZzZz?";
+    static_assert(from_u0100_on.size() == 0x80);
+    if (unit >= 0x100 && unit < 0x180)
+        return from_u0100_on[unit - 0x100];
+    return unit >= 0xFF01 && unit <= 0xFF5E ? static_cast<WCHAR>(unit - 0xFF01 + u'!') : u'?';
+}
+
 const single_byte_set& environment_set() {
     static const single_byte_set set;
     return set;
@@ -173,11 +192,11 @@ bool environment_is_utf8() {
 
 bool charset_from_wide(const WCHAR* wide, size_t count, bounded_output<char>& out) {
     if (const single_byte_set& set = environment_set(); set.exists) {
-        const auto* end = set.byte_of_wide.data() + set.known;
         for (const WCHAR* at = wide; at != wide + count; ++at) {
-            const auto* row =
-                std::lower_bound(set.byte_of_wide.data(), end, std::pair(*at, static_cast<unsigned char>(0)));
-            out.put(row != end && row->first == *at ? static_cast<char>(row->second) : '?');
+            const auto* row = set.find(*at);
+            if (!row)
+                row = set.find(best_fit(*at));
+            out.put(row ? static_cast<char>(row->second) : '?');
         }
         return true;
     }

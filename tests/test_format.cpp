@@ -147,6 +147,10 @@ TEST(format_texts, by_the_rules_of_the_platform) {
     const std::u16string zeros(2 * sizeof(void*) - 3, u'0');
     int stored = 7;
     const struct {
+        uint16_t bytes, room;
+        const void* text;
+    } counted = {2, 9, wide}, counted_narrow = {3, 9, narrow}, counted_nothing = {2, 9, nullptr};
+    const struct {
         std::u16string actual, expected;
     } rows[] = {
         // clang-format off
@@ -156,6 +160,8 @@ TEST(format_texts, by_the_rules_of_the_platform) {
         {formatted(u"a%cb", 0), std::u16string(u"a\0b", 3)},
         {formatted(u"%s|%S|%hs", no_wide, no_narrow, no_narrow), u"(null)|(null)|(null)"},
         {formatted(u"%.3s|%10s|%-10S|", no_wide, no_wide, no_narrow), u"(nu|    (null)|(null)    |"},
+        {formatted(u"%wZ|%3Z|%-5.1Z|", &counted, &counted_narrow, &counted_narrow), u"w|nar|nar  |"},
+        {formatted(u"%Z|%8wZ", no_narrow, &counted_nothing), u"(null)|  (null)"},
         {formatted(u"%6s|%-6s|%.2s|%6.2S|%-6.2hs|", u"abc", u"abc", u"abc", "abc", "abc"), u"   abc|abc   |ab|    ab|ab    |"},
         {formatted(u"%05s|%-05s|%03c|%.0s|%.s", u"ab", u"ab", 'x', u"ab", u"ab"), u"000ab|ab   |00x||"},
         {formatted(u"%*s|%*s|%.*s|%.*s", 4, u"ab", -4, u"ab", 1, u"ab", -1, u"ab"), u"  ab|ab  |a|ab"},
