@@ -1604,7 +1604,8 @@ ZU_API void ZU_trans_destroy(ZU_trans* transport);
    failure. */
 ZU_API ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name);
 
-/* The number of a REG_DWORD value; false and 0 at *value on failure, 234 for a value of more than four bytes. */
+/* The number of a REG_DWORD value. False, with 0 at *value, on failure: 2 for a text of any length, 234 for another value of
+   more than four bytes. */
 ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name,
                                       uint32_t* value);
 
