@@ -35,8 +35,11 @@ int cleared(ssize_t result) {
     return static_cast<int>(result);
 }
 
-// EAGAIN is also how a blocking socket reports that the time-out among its options has passed.
+// EAGAIN is also how a blocking socket reports that the time-out among its options has passed, and how one that does
+// not block reports an attempt to connect that goes on.
 DWORD code_of_wait(int descriptor, int flags) {
+    if (stream_state_of(descriptor) == stream_state::pending)
+        return WSAENOTCONN;
     return !(flags & MSG_DONTWAIT) && socket_blocks(descriptor) ? WSAETIMEDOUT : WSAEWOULDBLOCK;
 }
 
@@ -47,8 +50,8 @@ bool too_short(const sockaddr* address, int length) {
 // ---- Ports -----------------------------------------------------------------------------------------------------
 
 // The kernel gives a port to a second socket only when both have this option, and never beside a listener. Sockets
-// get it once they listen or connect, so that whatever lingers of them, even after a kill, makes way; one that is only
-// bound keeps its port to itself.
+// get it when they listen, and what they accept inherits it, so that whatever lingers of a server, even after a kill,
+// makes way. Others get it when they are closed: until then they keep their port to themselves.
 void give_way(int descriptor, int on) {
     ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
@@ -89,11 +92,16 @@ int wait_for_attempt(int descriptor) {
     return -1;
 }
 
-// On a socket that does not block, the outcome of an attempt that has failed since is reported by the next one
-// instead of being tried.
-bool tells_of_an_earlier_attempt(int descriptor, int error) {
-    return (error == ECONNREFUSED || error == ECONNABORTED || error == ETIMEDOUT || error == EHOSTUNREACH)
-           && !socket_blocks(descriptor);
+// ---- Accepting -------------------------------------------------------------------------------------------------
+
+// What is wrong with the socket comes before what is wrong with the caller's record.
+DWORD code_of_bad_place_for_peer(int listener) {
+    if (const int type = socket_type(listener); type != SOCK_STREAM)
+        return type < 0 ? WSAENOTSOCK : WSAEOPNOTSUPP;
+    if (stream_state_of(listener) != stream_state::listening)
+        return WSAEINVAL;
+    pollfd waiting{listener, POLLIN, 0};
+    return socket_blocks(listener) || poll(&waiting, 1, 0) > 0 ? WSAEFAULT : WSAEWOULDBLOCK;
 }
 
 // ---- Options ---------------------------------------------------------------------------------------------------
@@ -110,10 +118,9 @@ bool is_timeout(int level, int option) {
     return level == SOL_SOCKET && (option == SO_RCVTIMEO || option == SO_SNDTIMEO);
 }
 
-// The option decides how a socket binds. Once bound it changes nothing, and must not undo the layer's own use.
-bool comes_too_late(int descriptor, int level, int option) {
-    return level == SOL_SOCKET && option == SO_REUSEADDR && socket_type(descriptor) == SOCK_STREAM
-           && socket_is_bound(descriptor);
+// A caller's wish would undo the layer's own use of the option.
+bool is_kept_by_the_layer(int descriptor, int level, int option) {
+    return level == SOL_SOCKET && option == SO_REUSEADDR && socket_type(descriptor) == SOCK_STREAM;
 }
 
 int set_option(int descriptor, int level, int option, const void* value, int length) {
@@ -214,7 +221,7 @@ SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
         return INVALID_SOCKET;
     const int listener = descriptor_of(socket);
     if (address && (!length || too_short(address, *length))) { // before a connection is taken, and lost
-        SetLastError(socket_type(listener) < 0 ? WSAENOTSOCK : WSAEFAULT);
+        SetLastError(code_of_bad_place_for_peer(listener));
         return INVALID_SOCKET;
     }
     const int mode = SOCK_CLOEXEC | (socket_blocks(listener) ? 0 : SOCK_NONBLOCK);
@@ -231,8 +238,11 @@ int closesocket(SOCKET socket) {
     if (!sockets_started())
         return SOCKET_ERROR;
     const int descriptor = descriptor_of(socket);
-    if (socket_type(descriptor) < 0) // a stray number must not close a file
+    const int type = socket_type(descriptor);
+    if (type < 0) // a stray number must not close a file
         return socket_failure(WSAENOTSOCK);
+    if (type == SOCK_STREAM)
+        give_way(descriptor, 1);
     ::close(descriptor); // gone whatever it reports
     return 0;
 }
@@ -260,18 +270,18 @@ int connect(SOCKET socket, const sockaddr* address, int length) {
         return failure_from_errno();
     if (const DWORD code = code_of_destination(socket_family(descriptor), type, address, length))
         return socket_failure(code);
-    if (type == SOCK_STREAM)
-        give_way(descriptor, 1);
+    // The kernel reports an attempt that has failed since when the next one is made, and does not make it.
+    const bool has_failed_before = stream_state_of(descriptor) == stream_state::failed;
     const auto attempt = [&] { return ::connect(descriptor, address, static_cast<socklen_t>(length)); };
     int result = attempt();
+    if (result < 0 && has_failed_before)
+        result = attempt();
     if (result < 0 && errno == EINTR)
         result = wait_for_attempt(descriptor);
-    else if (result < 0 && type == SOCK_STREAM && tells_of_an_earlier_attempt(descriptor, errno))
-        result = attempt();
     if (result == 0)
         return 0;
     if (errno == EINPROGRESS)
-        return socket_failure(code_of_wait(descriptor, 0));
+        return socket_failure(socket_blocks(descriptor) ? WSAETIMEDOUT : WSAEWOULDBLOCK);
     return failure_from_errno();
 }
 
@@ -302,7 +312,7 @@ int setsockopt(SOCKET socket, int level, int option, const char* value, int leng
         result = set_timeout(descriptor, option, value);
     } else if (is_switch(level, option)) {
         std::memcpy(&number, value, static_cast<size_t>(length < number_size ? length : number_size));
-        result = comes_too_late(descriptor, level, option)
+        result = is_kept_by_the_layer(descriptor, level, option)
                      ? 0
                      : set_option(descriptor, level, option, &number, number_size);
     } else {

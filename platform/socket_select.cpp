@@ -184,6 +184,10 @@ int select(int, fd_set* read, fd_set* write, fd_set* error, const timeval* timeo
     std::vector<watched_socket> sockets = members_of({read, write, error});
     if (!may_wait(!sockets.empty(), timeout))
         return SOCKET_ERROR;
+    // poll would take a file as ready.
+    if (std::any_of(sockets.begin(), sockets.end(),
+                    [](const watched_socket& one) { return socket_type(one.descriptor) < 0; }))
+        return socket_failure(WSAENOTSOCK);
     std::vector<pollfd> polled;
     polled.reserve(sockets.size());
     for (const watched_socket& socket : sockets)

@@ -36,21 +36,6 @@ int lowest_free_descriptor() {
     return descriptor;
 }
 
-// A port whose listener takes no more connections, so that the next attempt gets no answer.
-struct silent_port {
-    SOCKET listener = listening_socket(0, 0);
-    SOCKET waiting = ZU_socket(AF_INET, SOCK_STREAM, 0);
-
-    silent_port() {
-        const sockaddr_in address = loopback(port_of(listener));
-        ZU_connect(waiting, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    }
-    ~silent_port() {
-        ZU_socket_close(waiting);
-        ZU_socket_close(listener);
-    }
-};
-
 TEST(port_test, verdicts) {
     EXPECT_EQ(test(u"127.0.0.1", 1, 10), (verdict{1, WSANOTINITIALISED}));
     const started_library library;

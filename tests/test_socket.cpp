@@ -54,6 +54,12 @@ int attempt(SOCKET socket, const sockaddr_in& address) {
     return outcome_of(ZU_connect(socket, generic(address), sizeof address));
 }
 
+int accept_with_short_length(SOCKET socket) {
+    sockaddr_in address;
+    int32_t length = sizeof address - 1;
+    return outcome_of(ZU_accept(socket, reinterpret_cast<sockaddr*>(&address), &length));
+}
+
 // Every call on one socket.
 std::vector<int> all_calls(SOCKET socket) {
     static const sockaddr_in address = loopback(9);
@@ -92,6 +98,12 @@ TEST(socket, calls_need_the_library_and_a_socket) {
     for (SOCKET stranger : {INVALID_SOCKET, closed, static_cast<SOCKET>(pipes[0])}) {
         for (int code : all_calls(stranger))
             EXPECT_EQ(code, WSAENOTSOCK) << stranger;
+        EXPECT_EQ(accept_with_short_length(stranger), WSAENOTSOCK) << stranger;
+    }
+    for (int end : pipes) { // one that waits for bytes, one that could take some
+        FD_ZERO(&set);
+        FD_SET(end, &set);
+        EXPECT_EQ(outcome_of(ZU_select(0, &set, &set, nullptr, nullptr)), WSAENOTSOCK);
     }
     EXPECT_EQ(fcntl(pipes[0], F_GETFD), 0) << "closing what is no socket leaves it open";
     close(pipes[0]);
@@ -124,9 +136,8 @@ TEST(socket, streams_fail_with_the_code_of_their_state) {
     EXPECT_EQ(outcome_of(ZU_bind(fresh, generic(address), 8)), WSAEFAULT);
     EXPECT_EQ(outcome_of(ZU_bind(fresh, generic(address), sizeof address)), WSAEADDRINUSE);
     EXPECT_EQ(outcome_of(ZU_connect(fresh, generic(address), 15)), WSAEFAULT);
-    int32_t short_length = 8;
-    EXPECT_EQ(outcome_of(ZU_accept(listener, reinterpret_cast<sockaddr*>(&address), &short_length)),
-              WSAEFAULT);
+    EXPECT_EQ(accept_with_short_length(idle), WSAEINVAL) << "the socket is looked at first";
+    EXPECT_EQ(accept_with_short_length(listener), WSAEFAULT);
 
     sockaddr_in target = loopback(port_of(idle));
     EXPECT_EQ(attempt(fresh, target), WSAECONNREFUSED);
@@ -141,6 +152,16 @@ TEST(socket, streams_fail_with_the_code_of_their_state) {
     EXPECT_EQ(attempt(fresh, address), 0) << "usable after all these";
     EXPECT_EQ(attempt(fresh, address), WSAEISCONN);
 
+    {
+        const silent_port silent;
+        const SOCKET trying = ZU_socket(AF_INET, SOCK_STREAM, 0);
+        make_non_blocking(trying);
+        EXPECT_EQ(attempt(trying, loopback(port_of(silent.listener))), WSAEWOULDBLOCK);
+        EXPECT_EQ(attempt(trying, loopback(port_of(silent.listener))), WSAEALREADY);
+        EXPECT_EQ(receive(trying), WSAENOTCONN);
+        EXPECT_EQ(transmit(trying), WSAENOTCONN);
+        ZU_socket_close(trying);
+    }
     {
         connection pair;
         shutdown(static_cast<int>(pair.client), SHUT_WR);
@@ -182,6 +203,7 @@ TEST(socket, datagrams) {
     EXPECT_EQ(transmit(fresh), WSAENOTCONN);
     EXPECT_EQ(outcome_of(ZU_listen(fresh, 1)), WSAEOPNOTSUPP);
     EXPECT_EQ(outcome_of(ZU_accept(fresh, nullptr, nullptr)), WSAEOPNOTSUPP);
+    EXPECT_EQ(accept_with_short_length(fresh), WSAEOPNOTSUPP);
     EXPECT_EQ(outcome_of(ZU_sendto(fresh, "abcd", 4, 0, generic(to), 8)), WSAEFAULT);
     ASSERT_EQ(ZU_sendto(fresh, "abcd", 4, 0, generic(to), sizeof to), 4);
     ASSERT_EQ(ZU_sendto(fresh, "efg", 3, 0, generic(to), sizeof to), 3);
@@ -247,6 +269,15 @@ TEST(select, each_state_shows_in_its_sets) {
     EXPECT_EQ(attempt(fresh, loopback(port_of(listener))), WSAEWOULDBLOCK);
     EXPECT_EQ(readiness(fresh), write_ready) << "connected";
     EXPECT_EQ(readiness(listener), read_ready) << "a connection waits";
+
+    const SOCKET mended = ZU_socket(AF_INET, SOCK_STREAM, 0);
+    make_non_blocking(mended);
+    EXPECT_EQ(attempt(mended, loopback(port_of(idle))), WSAEWOULDBLOCK);
+    EXPECT_EQ(readiness(mended), error_ready);
+    unsigned long off = 0;
+    ASSERT_EQ(platform::ioctlsocket(mended, FIONBIO, &off), 0);
+    EXPECT_EQ(attempt(mended, loopback(port_of(listener))), 0) << "blocking now, it tries again too";
+    ZU_socket_close(mended);
 
     connection pair;
     EXPECT_EQ(readiness(pair.server), write_ready);
@@ -353,10 +384,12 @@ TEST(socket, options_in_the_forms_of_both_sides) {
     const SOCKET listener = listening_socket();
     make_non_blocking(listener);
     EXPECT_EQ(outcome_of(ZU_accept(listener, nullptr, nullptr)), WSAEWOULDBLOCK);
+    EXPECT_EQ(accept_with_short_length(listener), WSAEWOULDBLOCK);
     const SOCKET client = ZU_socket(AF_INET, SOCK_STREAM, 0);
     ASSERT_EQ(attempt(client, loopback(port_of(listener))), 0);
     sockaddr_in from{};
     EXPECT_EQ(outcome_of(ZU_accept(listener, reinterpret_cast<sockaddr*>(&from), nullptr)), WSAEFAULT);
+    EXPECT_EQ(accept_with_short_length(listener), WSAEFAULT);
     const SOCKET accepted = ZU_accept(listener, nullptr, nullptr); // the connection was not lost over that
     EXPECT_EQ(receive(accepted), WSAEWOULDBLOCK) << "an accepted socket has its listener's mode";
     for (SOCKET socket : {listener, client, accepted})
@@ -401,6 +434,34 @@ TEST(socket, a_port_is_taken_over_only_from_what_winds_down) {
             EXPECT_EQ(bound_socket(SOCK_STREAM, port), INVALID_SOCKET) << "bound is enough to keep it";
             ZU_socket_close(idle);
         }
+    }
+}
+
+TEST(socket, a_connection_keeps_its_port_until_it_is_closed) {
+    const started_library library;
+    const int on = 1;
+    for (bool option : {false, true}) { // SO_REUSEADDR changes nothing
+        const SOCKET listener = listening_socket();
+        const SOCKET client = ZU_socket(AF_INET, SOCK_STREAM, 0);
+        if (option) {
+            ASSERT_EQ(ZU_setsockopt(client, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
+        }
+        ASSERT_EQ(attempt(client, loopback(port_of(listener))), 0);
+        const SOCKET server = ZU_accept(listener, nullptr, nullptr);
+        const sockaddr_in of_client = loopback(port_of(client));
+        const SOCKET next = ZU_socket(AF_INET, SOCK_STREAM, 0);
+        if (option)
+            ZU_setsockopt(next, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+        EXPECT_EQ(outcome_of(ZU_bind(next, generic(of_client), sizeof of_client)), WSAEADDRINUSE);
+        ZU_socket_close(client); // the first to close: its side lingers
+        EXPECT_EQ(outcome_of(ZU_bind(next, generic(of_client), sizeof of_client)), 0);
+
+        const uint16_t port = port_of(listener);
+        ZU_socket_close(listener);
+        const SOCKET again = listening_socket(port);
+        EXPECT_NE(again, INVALID_SOCKET) << "what a server accepted does not keep its port";
+        for (SOCKET socket : {server, next, again})
+            ZU_socket_close(socket);
     }
 }
 

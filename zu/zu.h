@@ -1468,14 +1468,17 @@ ZU_API void ZU_timer_set_run_now(ZU_timer_set* set, ZU_timer* timer);
  *
  * On Linux a socket is a descriptor, so levels, options and flags are the system's. Time-out options (SO_RCVTIMEO,
  * SO_SNDTIMEO) are taken both as a timeval and as a 32-bit count of milliseconds. Nothing here raises SIGPIPE. A
- * stream socket may bind a port whose last connections are still winding down, never one that is listened on;
- * SO_REUSEADDR does not change that.
+ * stream socket may bind a port whose connections were accepted, or are closed and still winding down; never one that
+ * another socket is bound to, listens on or connects from (10048). SO_REUSEADDR does not change that. The port of a
+ * connecting socket that was killed with its program, or shut down by the system's own call, is free up to a minute
+ * later.
  */
 
 /* A new socket, or INVALID_SOCKET. Release it with ZU_socket_close. */
 ZU_API SOCKET ZU_socket(int32_t family, int32_t type, int32_t protocol);
 
-/* Waits for a connection and returns its socket, or INVALID_SOCKET. Address and length (bytes) may be null. */
+/* Waits for a connection and returns its socket, or INVALID_SOCKET. Address and length (bytes) may be null; a length
+   too short for an address fails with 10014, and the connection stays. */
 ZU_API SOCKET ZU_accept(SOCKET socket, struct sockaddr* address, int32_t* address_length);
 
 /* 0, or -1: 10038 for what is no socket. */
@@ -1494,7 +1497,9 @@ ZU_API int32_t ZU_listen(SOCKET socket, int32_t backlog);
  * Waits until a socket of a set is ready and leaves the ready ones in the sets. Returns how many there are, 0 when
  * the time-out (null: no limit) ends, which leaves the last-error code alone, or -1; without any socket 10022. A
  * socket that has never been connected is not ready; a failed connection attempt shows in the error set alone. The
- * first argument is ignored, and the time-out record is never written to.
+ * first argument is ignored, and the time-out record is never written to. On Linux a set holds descriptors up to 1,023
+ * (FD_SETSIZE - 1) and no others: setting a higher one writes beyond it. Transports and the port test have no such
+ * limit.
  */
 ZU_API int32_t ZU_select(int32_t ignored_count, fd_set* read_set, fd_set* write_set, fd_set* error_set,
                          const struct timeval* timeout);
@@ -1582,8 +1587,9 @@ ZU_API ZU_trans* ZU_trans_socket_connect(const ZU_wchar* host, uint16_t port, co
 
 /*
  * Send or receive once: true, and at *sent or *received the bytes that went, which may be fewer than asked for. The
- * time-out bounds the wait for room or data; a send that has started blocks until its piece is taken. False
- * otherwise, with 0 bytes: 87 for a server or datagram transport, 10054 when the peer has closed.
+ * time-out bounds the wait for room or data; a send that has started blocks until its piece is taken. One call moves
+ * 2,147,483,647 bytes at most. False otherwise, with 0 bytes: 87 for a server or datagram transport, 10054 when the
+ * peer has closed.
  */
 ZU_API ZU_bool ZU_trans_send(ZU_trans* transport, const void* buffer, uint32_t length, uint32_t* sent,
                              const struct timeval* timeout, ZU_bool* timed_out);

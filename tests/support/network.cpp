@@ -60,6 +60,16 @@ connection::~connection() {
     ZU_socket_close(server);
 }
 
+silent_port::silent_port() : listener(listening_socket(0, 0)), waiting(ZU_socket(AF_INET, SOCK_STREAM, 0)) {
+    const sockaddr_in address = loopback(port_of(listener));
+    ZU_connect(waiting, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+silent_port::~silent_port() {
+    ZU_socket_close(waiting);
+    ZU_socket_close(listener);
+}
+
 void close_with_reset(SOCKET socket) {
     const linger at_once{1, 0};
     ZU_setsockopt(socket, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);

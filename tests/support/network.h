@@ -30,6 +30,15 @@ struct connection {
     ~connection();
 };
 
+// A port whose listener takes no more connections, so that the next attempt gets no answer.
+struct silent_port {
+    SOCKET listener;
+    SOCKET waiting;
+
+    silent_port();
+    ~silent_port();
+};
+
 void close_with_reset(SOCKET socket);
 void make_non_blocking(SOCKET socket);
 
