@@ -2,13 +2,12 @@
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <poll.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 
+#include "platform/datagram.h"
 #include "platform/retry.h"
 #include "platform/socket_error.h"
 #include "platform/socket_state.h"
@@ -16,10 +15,6 @@
 namespace platform {
 
 namespace {
-
-// Set once this process has made a datagram socket here. Until then every socket is a stream, and receiving from it
-// goes the shortest way.
-std::atomic<bool> datagrams_in_use{false};
 
 int descriptor_of(SOCKET socket) {
     return static_cast<int>(socket);
@@ -145,7 +140,7 @@ DWORD code_of_failed_send(int descriptor, int flags, const sockaddr* address, in
     case EAGAIN: return code_of_wait(descriptor, flags);
     case EDESTADDRREQ: return WSAENOTCONN;
     case EINVAL: return address && too_short(address, address_length) ? WSAEFAULT : WSAEINVAL;
-    case ECONNREFUSED: return socket_type(descriptor) == SOCK_DGRAM ? WSAECONNRESET : WSAENOTCONN;
+    case ECONNREFUSED: return WSAENOTCONN; // a connection that never came about
     case EPIPE:
         switch (stream_state_of(descriptor)) {
         case stream_state::fresh:
@@ -175,27 +170,6 @@ bool shut_by_ourselves(int descriptor) {
     return state == stream_state::open || state == stream_state::half_shut;
 }
 
-// Nothing can arrive on a datagram socket without a port; the kernel would wait for it all the same.
-bool waits_in_vain(int descriptor) {
-    return !socket_is_bound(descriptor) && socket_type(descriptor) == SOCK_DGRAM;
-}
-
-// recvmsg alone tells whether a datagram was longer than the buffer.
-ssize_t receive_maybe_datagram(int descriptor, char* buffer, size_t capacity, int flags, sockaddr* address,
-                               socklen_t* length, bool& truncated) {
-    iovec piece{buffer, capacity};
-    msghdr message{};
-    message.msg_name = address;
-    message.msg_namelen = address ? *length : 0;
-    message.msg_iov = &piece;
-    message.msg_iovlen = 1;
-    const ssize_t received = ::recvmsg(descriptor, &message, flags);
-    if (received >= 0 && address)
-        *length = message.msg_namelen;
-    truncated = received >= 0 && message.msg_flags & MSG_TRUNC;
-    return received;
-}
-
 } // namespace
 
 SOCKET socket(int family, int type, int protocol) {
@@ -212,7 +186,7 @@ SOCKET socket(int family, int type, int protocol) {
         return INVALID_SOCKET;
     }
     if (plain_type == SOCK_DGRAM)
-        datagrams_in_use.store(true, std::memory_order_relaxed);
+        begin_datagrams(descriptor, family);
     return static_cast<SOCKET>(cleared(descriptor));
 }
 
@@ -348,10 +322,15 @@ int sendto(SOCKET socket, const char* buffer, int length, int flags, const socka
     const int descriptor = descriptor_of(socket);
     if (length < 0)
         return socket_failure(WSAEFAULT);
-    const ssize_t sent = retried([&] {
-        return ::sendto(descriptor, buffer, static_cast<size_t>(length), flags | MSG_NOSIGNAL, address,
-                        static_cast<socklen_t>(address_length));
-    });
+    const auto attempt = [&] {
+        return retried([&] {
+            return ::sendto(descriptor, buffer, static_cast<size_t>(length), flags | MSG_NOSIGNAL, address,
+                            static_cast<socklen_t>(address_length));
+        });
+    };
+    ssize_t sent = attempt();
+    for (int again = 0; sent < 0 && again < 3 && may_tell_of_an_earlier_datagram(descriptor); ++again)
+        sent = attempt(); // a failure of its own comes again
     return sent >= 0 ? cleared(sent)
                      : socket_failure(code_of_failed_send(descriptor, flags, address, address_length));
 }
@@ -366,17 +345,16 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
     const int descriptor = descriptor_of(socket);
     if (capacity < 0 || (address && !address_length))
         return socket_failure(WSAEFAULT);
-    const bool maybe_datagram = datagrams_in_use.load(std::memory_order_relaxed);
+    const bool maybe_datagram = datagrams_in_use();
     if (maybe_datagram && waits_in_vain(descriptor))
         return socket_failure(WSAEINVAL);
     const size_t size = static_cast<size_t>(capacity);
     auto* length = reinterpret_cast<socklen_t*>(address_length);
     bool truncated = false;
-    const ssize_t received = retried([&] {
-        return maybe_datagram
-                   ? receive_maybe_datagram(descriptor, buffer, size, flags, address, length, truncated)
-                   : ::recvfrom(descriptor, buffer, size, flags, address, length);
-    });
+    const ssize_t received =
+        maybe_datagram
+            ? receive_maybe_datagram(descriptor, buffer, size, flags, address, length, truncated)
+            : retried([&] { return ::recvfrom(descriptor, buffer, size, flags, address, length); });
     if (received < 0)
         return socket_failure(code_of_failed_receive(descriptor, flags));
     if (truncated)

@@ -80,6 +80,30 @@ std::vector<int> all_calls(SOCKET socket) {
             outcome_of(ZU_socket_close(socket))};
 }
 
+enum : unsigned { read_ready = 1, write_ready = 2, error_ready = 4 };
+
+// By the host's sets and by one-socket sets, which must agree.
+unsigned readiness(SOCKET socket) {
+    fd_set sets[3];
+    std::array<platform::one_socket_set, 3> single{
+        platform::one_socket_set(socket), platform::one_socket_set(socket), platform::one_socket_set(socket)};
+    for (fd_set& set : sets) {
+        FD_ZERO(&set);
+        FD_SET(socket, &set);
+    }
+    const timeval at_most{0, 30000};
+    const int count = ZU_select(0, &sets[0], &sets[1], &sets[2], &at_most);
+    EXPECT_EQ(platform::select(0, &single[0], &single[1], &single[2], &at_most), count);
+    unsigned ready = 0;
+    for (size_t i = 0; i < 3; ++i) {
+        const bool is_set = FD_ISSET(socket, &sets[i]);
+        EXPECT_EQ(platform::__WSAFDIsSet(socket, &single[i]), is_set);
+        ready |= is_set ? 1u << i : 0u;
+    }
+    EXPECT_EQ(__builtin_popcount(ready), count);
+    return ready;
+}
+
 TEST(socket, calls_need_the_library_and_a_socket) {
     fd_set set;
     FD_ZERO(&set);
@@ -219,38 +243,34 @@ TEST(socket, datagrams) {
     const std::string huge(70000, 'x');
     EXPECT_EQ(outcome_of(ZU_sendto(fresh, huge.data(), 70000, 0, generic(to), sizeof to)), WSAEMSGSIZE);
 
-    ASSERT_EQ(attempt(fresh, to), 0);
-    ZU_socket_close(receiver);
+    // What nobody took is reported by a receive, once each, and keeps no other datagram from going.
+    const SOCKET gone = bound_socket(SOCK_DGRAM);
+    const sockaddr_in to_nobody = loopback(port_of(gone));
+    ZU_socket_close(gone);
+    make_non_blocking(fresh);
+    for (bool connected : {false, true}) {
+        SCOPED_TRACE(connected ? "connected" : "not connected");
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(outcome_of(ZU_sendto(fresh, "x", 1, 0, generic(to_nobody), sizeof to_nobody)), 1);
+            EXPECT_EQ(outcome_of(ZU_sendto(fresh, "y", 1, 0, generic(to), sizeof to)), 1);
+            EXPECT_EQ(receive(receiver), 1);
+        }
+        EXPECT_EQ(readiness(fresh), read_ready | write_ready);
+        EXPECT_EQ(receive(fresh), WSAECONNRESET);
+        EXPECT_EQ(receive(fresh), WSAECONNRESET);
+        EXPECT_EQ(receive(fresh), WSAEWOULDBLOCK);
+        EXPECT_EQ(outcome_of(ZU_sendto(fresh, huge.data(), 65520, 0, generic(to), sizeof to)), WSAEMSGSIZE);
+        EXPECT_EQ(receive(fresh), WSAEWOULDBLOCK);
+        EXPECT_EQ(readiness(fresh), write_ready) << "a failure of this side is none of a receive";
+        ASSERT_EQ(attempt(fresh, to_nobody), 0);
+    }
     EXPECT_EQ(transmit(fresh), 1);
-    EXPECT_EQ(receive(fresh), WSAECONNRESET) << "nobody took the last one";
+    EXPECT_EQ(receive(fresh), WSAECONNRESET);
+    ZU_socket_close(receiver);
     ZU_socket_close(fresh);
 }
 
 // ---- Readiness -------------------------------------------------------------------------------------------------
-
-enum : unsigned { read_ready = 1, write_ready = 2, error_ready = 4 };
-
-// By the host's sets and by one-socket sets, which must agree.
-unsigned readiness(SOCKET socket) {
-    fd_set sets[3];
-    std::array<platform::one_socket_set, 3> single{
-        platform::one_socket_set(socket), platform::one_socket_set(socket), platform::one_socket_set(socket)};
-    for (fd_set& set : sets) {
-        FD_ZERO(&set);
-        FD_SET(socket, &set);
-    }
-    const timeval at_most{0, 30000};
-    const int count = ZU_select(0, &sets[0], &sets[1], &sets[2], &at_most);
-    EXPECT_EQ(platform::select(0, &single[0], &single[1], &single[2], &at_most), count);
-    unsigned ready = 0;
-    for (size_t i = 0; i < 3; ++i) {
-        const bool is_set = FD_ISSET(socket, &sets[i]);
-        EXPECT_EQ(platform::__WSAFDIsSet(socket, &single[i]), is_set);
-        ready |= is_set ? 1u << i : 0u;
-    }
-    EXPECT_EQ(__builtin_popcount(ready), count);
-    return ready;
-}
 
 TEST(select, each_state_shows_in_its_sets) {
     const started_library library;

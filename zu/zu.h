@@ -1513,7 +1513,8 @@ ZU_API int32_t ZU_sendto(SOCKET socket, const void* buffer, int32_t length, int3
                          const struct sockaddr* address, int32_t address_length);
 
 /* The number of bytes received, 0 when the peer has closed, or -1: 10040 for a datagram longer than the capacity,
-   whose rest is lost. The sender's address and its length may be null. */
+   whose rest is lost; 10054 for an earlier datagram of this socket that nobody took, though more may arrive. The
+   sender's address and its length may be null. */
 ZU_API int32_t ZU_recv(SOCKET socket, void* buffer, int32_t capacity, int32_t flags);
 ZU_API int32_t ZU_recvfrom(SOCKET socket, void* buffer, int32_t capacity, int32_t flags,
                            struct sockaddr* address, int32_t* address_length);
