@@ -12,7 +12,7 @@
 #include "platform/module.h"
 #include "platform/retry.h"
 
-// This library's own file header, from the linker: it names the machine that others must be for.
+// From the linker.
 extern "C" [[gnu::visibility("hidden")]] const ElfW(Ehdr) __ehdr_start;
 
 namespace platform {
@@ -103,6 +103,10 @@ private:
 };
 
 } // namespace
+
+const file_header& this_library_s_header() {
+    return __ehdr_start;
+}
 
 DWORD inspect_library(const char* path, std::vector<std::string>& needed) {
     const descriptor file(retried([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));

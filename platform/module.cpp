@@ -25,11 +25,16 @@ constexpr wide_view library_extension = u".so";
 
 // ---- What is loaded ---------------------------------------------------------------------------------------------
 
-// How often each module has been loaded through this layer. The host's loader would follow any pointer that it is
-// given; here a made-up or used-up handle is an error like others.
+// The modules that were loaded through this layer, how often, and under which name first; each holds the host's library
+// once. The host's loader would follow any pointer that it is given; here a made-up or used-up handle is an error like
+// others.
 struct module_table {
+    struct entry {
+        size_t loads = 0;
+        std::u16string name;
+    };
     std::mutex lock;
-    std::map<void*, size_t> loads;
+    std::map<void*, entry> entries;
 };
 
 module_table& table() {
@@ -38,19 +43,46 @@ module_table& table() {
     return *made;
 }
 
+bool is_built_in(const void* module) {
+    for (const built_in_module* const* at = built_in_modules; *at; ++at) {
+        if (*at == module)
+            return true;
+    }
+    return false;
+}
+
 // The first load of a module sets the code 0, another leaves it alone.
-HMODULE loaded(void* module) {
+HMODULE loaded(void* module, wide_view name) {
+    module_table& modules = table();
+    std::unique_lock hold(modules.lock);
+    module_table::entry& entry = modules.entries[module];
+    const bool is_first = ++entry.loads == 1;
+    if (is_first)
+        entry.name = name;
+    hold.unlock(); // whoever calls the loader may wait for another thread's load, whose library may load others
+    if (is_first)
+        SetLastError(ERROR_SUCCESS);
+    else if (!is_built_in(module))
+        dlclose(module);
+    return static_cast<HMODULE>(module);
+}
+
+HMODULE load_again(const std::u16string& name) {
     module_table& modules = table();
     const std::lock_guard hold(modules.lock);
-    if (++modules.loads[module] == 1)
-        SetLastError(ERROR_SUCCESS);
-    return static_cast<HMODULE>(module);
+    for (auto& [module, entry] : modules.entries) {
+        if (lstrcmpiW(entry.name.c_str(), name.c_str()) == 0) {
+            ++entry.loads;
+            return static_cast<HMODULE>(module);
+        }
+    }
+    return nullptr;
 }
 
 bool is_loaded(void* module) {
     module_table& modules = table();
     const std::lock_guard hold(modules.lock);
-    return modules.loads.contains(module);
+    return modules.entries.contains(module);
 }
 
 HMODULE failed(DWORD code) {
@@ -66,54 +98,29 @@ const built_in_module* find_built_in(const WCHAR* name) {
     return nullptr;
 }
 
-bool is_built_in(const void* module) {
-    for (const built_in_module* const* at = built_in_modules; *at; ++at) {
-        if (*at == module)
-            return true;
-    }
-    return false;
-}
-
 // ---- Dependencies -----------------------------------------------------------------------------------------------
 
-// The libraries of a folder that a library of the folder wants, loaded ahead of it: the host's loader takes what is
-// there under the wanted name before it searches. They are let go at the end; by then the library holds them itself.
-class dependencies {
-public:
-    explicit dependencies(std::string folder) : folder_(std::move(folder)) {}
-    ~dependencies() {
-        for (void* library : libraries_)
-            dlclose(library);
-    }
-    dependencies(const dependencies&) = delete;
-    dependencies& operator=(const dependencies&) = delete;
+bool is_there(const std::string& name) {
+    void* library = dlopen(name.c_str(), load_mode | RTLD_NOLOAD);
+    if (library)
+        dlclose(library);
+    return library != nullptr;
+}
 
-    void load(const std::vector<std::string>& needed) {
-        for (const std::string& name : needed) {
-            if (name.find('/') != std::string::npos || !seen_.insert(name).second || is_there(name))
-                continue;
-            const std::string path = folder_ + name;
-            std::vector<std::string> further;
-            if (inspect_library(path.c_str(), further) != ERROR_SUCCESS)
-                continue;
-            load(further);
-            if (void* library = dlopen(path.c_str(), load_mode))
-                libraries_.push_back(library);
-        }
+// Collects the libraries of a folder that a library of the folder wants and that are not there yet, each behind those
+// that it wants itself.
+void collect_from_folder(const std::string& folder, const std::vector<std::string>& needed,
+                         std::set<std::string>& seen, std::vector<std::string>& found) {
+    for (const std::string& name : needed) {
+        if (name.find('/') != std::string::npos || !seen.insert(name).second || is_there(name))
+            continue;
+        std::vector<std::string> further;
+        if (inspect_library((folder + name).c_str(), further) != ERROR_SUCCESS)
+            continue;
+        collect_from_folder(folder, further, seen, found);
+        found.push_back(name);
     }
-
-private:
-    static bool is_there(const std::string& name) {
-        void* library = dlopen(name.c_str(), load_mode | RTLD_NOLOAD);
-        if (library)
-            dlclose(library);
-        return library != nullptr;
-    }
-
-    const std::string folder_;
-    std::set<std::string> seen_;
-    std::vector<void*> libraries_;
-};
+}
 
 // ---- Finding ----------------------------------------------------------------------------------------------------
 
@@ -142,15 +149,29 @@ DWORD find_library(const std::u16string& path, std::string& host_path) {
     return ERROR_SUCCESS;
 }
 
-HMODULE load_file(const std::string& path, DWORD flags) {
+// The loader tells only in words why it failed. A file that it found and did not like stands in front of them.
+DWORD code_of_loader_failure() {
+    const char* words = dlerror();
+    const std::string path = words ? words : "";
+    std::vector<std::string> needed;
+    DWORD code = ERROR_SUCCESS;
+    if (path.starts_with('/'))
+        code = inspect_library(path.substr(0, path.find(": ")).c_str(), needed);
+    return code != ERROR_SUCCESS ? code : ERROR_MOD_NOT_FOUND;
+}
+
+HMODULE load_file(const std::string& path, wide_view name, DWORD flags) {
     std::vector<std::string> needed;
     if (const DWORD code = inspect_library(path.c_str(), needed))
         return failed(code);
-    dependencies wanted(path.substr(0, path.rfind('/') + 1));
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    std::set<std::string> seen;
+    std::vector<std::string> wanted;
     if (flags & LOAD_WITH_ALTERED_SEARCH_PATH)
-        wanted.load(needed);
+        collect_from_folder(folder, needed, seen, wanted);
+    const library_folder there(wanted, folder);
     void* library = dlopen(path.c_str(), load_mode);
-    return library ? loaded(library) : failed(ERROR_MOD_NOT_FOUND);
+    return library ? loaded(library, name) : failed(code_of_loader_failure());
 }
 
 std::u16string beside_executable(wide_view name) {
@@ -163,14 +184,16 @@ std::u16string beside_executable(wide_view name) {
 }
 
 HMODULE load_bare_name(const std::u16string& name, DWORD flags) {
+    if (HMODULE module = load_again(name))
+        return module;
     std::string path;
     if (find_library(beside_executable(name), path) == ERROR_SUCCESS)
-        return load_file(path, flags);
+        return load_file(path, name, flags);
     std::string host_name;
     void* library = nullptr;
     if (append_host_name(name, host_name) && !host_name.empty())
         library = dlopen(host_name.c_str(), load_mode);
-    return library ? loaded(library) : failed(ERROR_MOD_NOT_FOUND);
+    return library ? loaded(library, name) : failed(code_of_loader_failure());
 }
 
 // ---- Entry points -----------------------------------------------------------------------------------------------
@@ -205,13 +228,14 @@ HMODULE LoadLibraryExW(const WCHAR* path, HANDLE file, DWORD flags) {
         return failed(ERROR_INVALID_PARAMETER);
     const std::u16string complete = with_extension(path);
     if (const built_in_module* module = find_built_in(complete.c_str()))
-        return loaded(const_cast<built_in_module*>(module));
-    if (last_component(complete) == 0)
+        return loaded(const_cast<built_in_module*>(module), module->name);
+    const wide_view name = wide_view(complete).substr(last_component(complete));
+    if (name.size() == complete.size())
         return load_bare_name(complete, flags);
     std::string host_path;
     if (const DWORD code = find_library(complete, host_path))
         return failed(code);
-    return load_file(host_path, flags);
+    return load_file(host_path, name, flags);
 }
 
 HMODULE LoadLibraryW(const WCHAR* path) {
@@ -227,19 +251,20 @@ BOOL FreeLibrary(HMODULE module) {
     bool is_last = false;
     {
         const std::lock_guard hold(modules.lock);
-        const auto found = modules.loads.find(module);
-        if (found == modules.loads.end()) {
+        const auto found = modules.entries.find(module);
+        if (found == modules.entries.end()) {
             SetLastError(ERROR_MOD_NOT_FOUND);
             return FALSE;
         }
-        is_last = --found->second == 0;
+        is_last = --found->second.loads == 0;
         if (is_last)
-            modules.loads.erase(found);
+            modules.entries.erase(found);
     }
-    if (!is_built_in(module))
-        dlclose(module);
-    if (is_last)
+    if (is_last) {
+        if (!is_built_in(module))
+            dlclose(module);
         SetLastError(ERROR_SUCCESS);
+    }
     return TRUE;
 }
 

@@ -204,8 +204,9 @@ TEST_F(libraries, are_loaded_counted_and_looked_into) {
     ASSERT_NE(module, nullptr) << GetLastError();
     EXPECT_EQ(GetLastError(), 0u) << "the first load sets it";
     SetLastError(77);
-    for (const auto& path : {place.long_path(u"PLUGIN.SO"), std::u16string(u"t:/./plugin.so")})
-        EXPECT_EQ(ZU_dll_load(path.c_str()), module);
+    for (const std::u16string& path : {place.long_path(u"PLUGIN.SO"), std::u16string(u"t:/./plugin.so"),
+                                       std::u16string(u"plugin"), std::u16string(u"Plugin.SO")})
+        EXPECT_EQ(ZU_dll_load(path.c_str()), module) << zu_test::narrow(path);
     EXPECT_EQ(GetLastError(), 77u);
     const auto answer = reinterpret_cast<int (*)()>(ZU_dll_get_proc(module, "answer"));
     ASSERT_NE(answer, nullptr);
@@ -217,8 +218,11 @@ TEST_F(libraries, are_loaded_counted_and_looked_into) {
         EXPECT_EQ(ZU_dll_get_proc(module, name), nullptr);
         EXPECT_EQ(GetLastError(), 127u);
     }
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(answer(), 42) << "loaded still";
         EXPECT_TRUE(ZU_dll_unload(module));
+    }
+    EXPECT_EQ(load_code(u"plugin"), 126u) << "a bare name does not find what is gone";
     EXPECT_FALSE(ZU_dll_unload(module));
     EXPECT_EQ(GetLastError(), 126u);
     EXPECT_EQ(ZU_dll_get_proc(module, "answer"), nullptr);
@@ -263,14 +267,27 @@ TEST_F(libraries, failures_have_their_codes) {
     EXPECT_EQ(child.exit_code, 0);
 }
 
+TEST_F(libraries, a_bare_name_that_is_no_library) {
+    if (!std::getenv("ZU_TEST_AGAIN")) { // the host's loader reads its folders once, at the start
+        place.write("zu-test-text.so", "no library");
+        const zu_test::outcome again = zu_test::run_command(
+            "ZU_TEST_AGAIN=1 LD_LIBRARY_PATH='" + place.host_path()
+            + "' /proc/$PPID/exe --gtest_filter=libraries.a_bare_name_that_is_no_library");
+        EXPECT_EQ(again.exit_code, 0) << again.output;
+        return;
+    }
+    EXPECT_EQ(load_code(u"zu-test-text"), 193u);
+}
+
 TEST_F(libraries, what_a_library_wants_is_searched_in_its_folder_first) {
     place.make_directory("parts");
-    build("parts/libzu-test-base.so", "int base(void) { return 5; }", "-Wl,-soname,libzu-test-base.so");
+    build("parts/libzu-test-base.so", "int base(void) { return 5; }"); // without a name inside
     if (IsSkipped())
         return;
     const std::string in_parts = "-L'" + place.host_path("parts") + "' ";
     build("parts/libzu-test-middle.so", "int base(void); int middle(void) { return base() + 1; }",
-          "-Wl,-soname,libzu-test-middle.so " + in_parts + "-lzu-test-base");
+          "-Wl,-soname,libzu-test-middle.so -Wl,--enable-new-dtags,-rpath,/nowhere " + in_parts
+              + "-lzu-test-base");
     build("parts/top.so", "int middle(void); int top(void) { return middle() + 1; }",
           in_parts + "-lzu-test-middle -Wl,-rpath-link," + place.host_path("parts"));
     EXPECT_EQ(platform::LoadLibraryW(u"T:\\parts\\top.so"), nullptr) << "without the changed search";
@@ -281,7 +298,9 @@ TEST_F(libraries, what_a_library_wants_is_searched_in_its_folder_first) {
     ASSERT_NE(top, nullptr);
     EXPECT_EQ(top(), 7);
     EXPECT_EQ(ZU_dll_get_proc(module, "base"), nullptr) << "not its own";
+    EXPECT_EQ(load_code(u"libzu-test-base.so"), 0u);
     EXPECT_TRUE(ZU_dll_unload(module));
+    EXPECT_EQ(load_code(u"libzu-test-base.so"), 126u) << "gone with the last that wants it";
 }
 
 } // namespace
