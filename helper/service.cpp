@@ -253,7 +253,8 @@ void supervisor::take_signals() {
             order_stop();
         } else if (number == pause_signal && is_at(SERVICE_RUNNING)) {
             show(SERVICE_PAUSE_PENDING);
-            kill(-program_, SIGSTOP);
+            // Its group follows once it has stopped: a program in vfork() cannot stop while its child is stopped.
+            kill(program_, SIGSTOP);
         } else if (number == continue_signal && is_at(SERVICE_PAUSED)) {
             show(SERVICE_CONTINUE_PENDING);
             kill(-program_, SIGCONT);
@@ -269,6 +270,8 @@ void supervisor::take_ends() {
         if (child != program_)
             continue;
         if (WIFSTOPPED(status)) {
+            if (is_at(SERVICE_PAUSE_PENDING))
+                kill(-program_, SIGSTOP);
             if (is_at(SERVICE_RUNNING) || is_at(SERVICE_PAUSE_PENDING))
                 show(SERVICE_PAUSED);
         } else if (WIFCONTINUED(status)) {
