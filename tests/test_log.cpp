@@ -13,38 +13,37 @@
 #include <gtest/gtest.h>
 
 #include "support/files.h"
+#include "support/network.h"
 #include "support/process.h"
+#include "support/results.h"
+#include "support/threads.h"
 #include "zu/zu.h"
 
 namespace {
 
-struct library {
-    library() { ZU_init(); }
-    ~library() { ZU_shutdown(); }
-};
-
-struct seen_record {
-    uint32_t level;
-    ZU_time_t time;
-    std::u16string prefix, message;
-};
+using namespace zu_test;
 
 struct recorder {
-    std::vector<seen_record> records;
     ZU_bool answer = 1;
+    std::vector<std::u16string> messages;
+    std::u16string prefix; // of the last one
+    uint32_t level = 0;
+    ZU_time_t time = 0;
 };
 
 ZU_bool record_hook(void* user_data, const ZU_log_record* record) {
     auto* to = static_cast<recorder*>(user_data);
     EXPECT_EQ(std::char_traits<char16_t>::length(record->prefix), record->prefix_length);
-    to->records.push_back({record->level, record->time, std::u16string(record->prefix, record->prefix_length),
-                           std::u16string(record->message, record->message_length)});
+    to->messages.emplace_back(record->message, record->message_length);
+    to->prefix = record->prefix;
+    to->level = record->level;
+    to->time = record->time;
     return to->answer;
 }
 
 // Only the hook of this scope sees records.
 struct hooked : recorder {
-    library started;
+    started_library started;
     uint32_t outputs = ZU_log_set_output(ZU_LOG_OUT_HOOK);
     uint32_t levels = ZU_log_set_level(0x3F);
     hooked() { ZU_log_add_hook(record_hook, static_cast<recorder*>(this)); }
@@ -58,13 +57,14 @@ uint32_t constant_filter(void* user_data, uint32_t, const ZU_log_record*) {
     return *static_cast<uint32_t*>(user_data);
 }
 
-TEST(log_configuration, switches_outlast_a_stop_and_lists_do_not) {
+TEST(log_configuration, switches_outlast_a_stop_and_lists_and_files_do_not) {
     EXPECT_EQ(ZU_log_get_level(), 0x38u);
     EXPECT_EQ(ZU_log_get_output(), 0x1Au);
     uint32_t to_nothing = 0;
     recorder first, second;
+    ZU_log_file_settings settings;
     {
-        library started;
+        started_library started;
         EXPECT_EQ(ZU_log_set_level(0x3F), 0x38u);
         ZU_log_del_level(0x21);
         ZU_log_add_level(0x41);
@@ -77,17 +77,26 @@ TEST(log_configuration, switches_outlast_a_stop_and_lists_do_not) {
         EXPECT_FALSE(ZU_log_del_hook(record_hook, &to_nothing));
         EXPECT_EQ(ZU_log_get_hook_count(), 2);
         ZU_log_set_filter(constant_filter, &to_nothing);
+
+        std::u16string name = u"C:\\logs\\a.log";
+        ZU_log_set_log_file_ex(name.c_str(), 1, ZU_ENCODING_UTF8, 1000, 7, nullptr, nullptr);
+        name[3] = u'X'; // the library has its own copy
+        ZU_log_get_log_file(&settings);
+        EXPECT_EQ(taken(const_cast<ZU_wchar*>(settings.file_name)), u"C:\\logs\\a.log");
+        EXPECT_TRUE(settings.relative_to_exe_dir == 1 && settings.encoding == 2 && settings.max_size == 1000
+                    && settings.generations == 7);
+        ZU_log_set_log_file_ex(u"", 0, 0, 5, 0, nullptr, nullptr);
+        ZU_log_get_log_file(&settings);
+        EXPECT_TRUE(!settings.file_name && settings.max_size == 5);
         ZU_log_set_log_file_ex(u"C:\\x.log", 1, 2, 3, 4, nullptr, nullptr);
     }
-    library again;
+    started_library again;
     EXPECT_EQ(ZU_log_get_level(), 0x5Fu);
     EXPECT_EQ(ZU_log_get_output(), 0xE02u);
     EXPECT_EQ(ZU_log_get_hook_count(), 0);
-    ZU_log_file_settings settings;
     ZU_log_get_log_file(&settings);
-    EXPECT_EQ(settings.file_name, nullptr);
-    EXPECT_EQ(settings.max_size + settings.generations + settings.encoding + settings.relative_to_exe_dir,
-              0u);
+    EXPECT_TRUE(!settings.file_name && settings.relative_to_exe_dir == 0 && settings.encoding == 0
+                && settings.max_size == 0 && settings.generations == 0);
     EXPECT_EQ(ZU_log_write(ZU_LOG_ALERT, u"held back by the filter that was kept"), 0u);
     ZU_log_set_filter(nullptr, nullptr);
     EXPECT_TRUE(ZU_log_add_hook(record_hook, &first));
@@ -95,25 +104,6 @@ TEST(log_configuration, switches_outlast_a_stop_and_lists_do_not) {
     EXPECT_TRUE(ZU_log_del_hook(record_hook, &first));
     EXPECT_EQ(ZU_log_clear_hook(), 1);
     EXPECT_EQ(ZU_log_clear_hook(), 0);
-}
-
-TEST(log_configuration, the_settings_of_the_file_are_copied) {
-    library started;
-    std::u16string name = u"C:\\logs\\a.log";
-    ZU_log_set_log_file_ex(name.c_str(), 1, ZU_ENCODING_UTF8, 1000, 7, nullptr, nullptr);
-    name[3] = u'X';
-    ZU_log_file_settings settings;
-    ZU_log_get_log_file(&settings);
-    EXPECT_EQ(std::u16string(settings.file_name), u"C:\\logs\\a.log");
-    EXPECT_EQ(settings.relative_to_exe_dir, 1);
-    EXPECT_EQ(settings.encoding, 2u);
-    EXPECT_EQ(settings.max_size, 1000u);
-    EXPECT_EQ(settings.generations, 7u);
-    ZU_free(const_cast<ZU_wchar*>(settings.file_name));
-    ZU_log_set_log_file_ex(u"", 0, 0, 5, 0, nullptr, nullptr);
-    ZU_log_get_log_file(&settings);
-    EXPECT_EQ(settings.file_name, nullptr);
-    EXPECT_EQ(settings.max_size, 5u);
 }
 
 TEST(log_record, prefix_message_and_letters) {
@@ -124,18 +114,20 @@ TEST(log_record, prefix_message_and_letters) {
     } rows[] = {{0x01, u'T'}, {0x02, u'D'}, {0x04, u'I'}, {0x08, u'W'},
                 {0x10, u'E'}, {0x20, u'A'}, {0x03, u'?'}, {0x41, u'?'}};
     for (const auto& row : rows) {
-        log.records.clear();
         ASSERT_EQ(ZU_log_write(row.level, u"%d %s", 42, u"words"), 0x04u);
-        const seen_record& seen = log.records.at(0);
-        EXPECT_EQ(seen.level, row.level);
-        EXPECT_EQ(seen.message, u"42 words");
+        EXPECT_EQ(log.level, row.level);
+        EXPECT_EQ(log.messages.back(), u"42 words");
         ZU_wchar when[20];
-        ASSERT_TRUE(ZU_write_time_t(seen.time, when));
+        ASSERT_TRUE(ZU_write_time_t(log.time, when));
         char tail[64];
         std::snprintf(tail, sizeof tail, "|P:%5u|T:%5u|L:%c|O:Windows| ", ZU_get_current_process_id(),
                       ZU_get_current_thread_id(), static_cast<char>(row.letter));
-        EXPECT_EQ(seen.prefix,
-                  u"|D:" + std::u16string(when) + std::u16string(tail, tail + std::strlen(tail)));
+        EXPECT_EQ(log.prefix, u"|D:" + std::u16string(when) + wide(tail));
+    }
+    const std::u16string huge(2'000'000, u'h');
+    for (const std::u16string& message : {huge, std::u16string(u"small again")}) {
+        ASSERT_EQ(ZU_log_write(1, u"%s", message.c_str()), 0x04u);
+        EXPECT_TRUE(log.messages.back() == message);
     }
     EXPECT_EQ(ZU_log_write(0x40, u"outside the mask"), 0u);
     ZU_log_set_output(0);
@@ -149,7 +141,7 @@ TEST(log_record, every_hook_is_called_in_order_and_one_answer_is_enough) {
     ZU_log_add_hook(record_hook, &second);
     ZU_log_add_hook(record_hook, &third);
     EXPECT_EQ(ZU_log_write(1, u"x"), 0x04u);
-    EXPECT_EQ(log.records.size() + second.records.size() + third.records.size(), 3u);
+    EXPECT_EQ(log.messages.size() + second.messages.size() + third.messages.size(), 3u);
     second.answer = 0;
     EXPECT_EQ(ZU_log_write(1, u"x"), 0u);
     ZU_log_clear_hook();
@@ -175,34 +167,21 @@ TEST(log_record, traces_and_templates) {
     ZU_trace(long_name.c_str(), u"");
     ZU_log_format_message(ZU_LOG_INFO, u"%2 before %1, %1%%", u"b", u"a");
     ZU_log_format_message(ZU_LOG_INFO, u"%0");
-    const std::u16string expected[] = {u"->>: f()",
-                                       u"->>: f(): 1",
-                                       u"<<-: f()",
-                                       u"<<-: f(): 100%",
-                                       u"     f(): at %d is no format",
-                                       u"     " + long_name + u"(): ",
-                                       u"a before b, b%",
-                                       u""};
-    ASSERT_EQ(log.records.size(), std::size(expected));
-    for (size_t i = 0; i < std::size(expected); ++i)
-        EXPECT_EQ(log.records[i].message, expected[i]) << i;
+    const std::vector<std::u16string> expected = {
+        // clang-format off
+        u"->>: f()", u"->>: f(): 1", u"<<-: f()", u"<<-: f(): 100%", u"     f(): at %d is no format",
+        u"     " + long_name + u"(): ", u"a before b, b%", u""
+        // clang-format on
+    };
+    EXPECT_EQ(log.messages, expected);
     ZU_log_set_level(0x38);
     EXPECT_EQ(ZU_trace_enter(u"f", nullptr) + ZU_trace_leave(u"f", nullptr) + ZU_trace(u"f", u"x"), 0u);
     EXPECT_EQ(ZU_log_format_message(ZU_LOG_INFO, u"%1", u"x"), 0u);
 }
 
-TEST(log_record, a_huge_message_is_whole_and_its_buffer_is_let_go) {
-    hooked log;
-    const std::u16string huge(2'000'000, u'h');
-    ASSERT_EQ(ZU_log_write(1, u"%s", huge.c_str()), 0x04u);
-    EXPECT_EQ(log.records.back().message, huge);
-    ASSERT_EQ(ZU_log_write(1, u"small"), 0x04u);
-    EXPECT_EQ(log.records.back().message, u"small");
-}
-
 TEST(log_streams, standard_error_comes_first_and_the_result_tells_what_was_taken) {
-    const zu_test::outcome both = zu_test::run_child([] {
-        library started;
+    const outcome both = run_child([] {
+        started_library started;
         ZU_log_set_level(0x3F);
         dup2(STDOUT_FILENO, STDERR_FILENO); // one place, so that the order shows
         ZU_log_set_output(ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT);
@@ -219,8 +198,8 @@ TEST(log_streams, standard_error_comes_first_and_the_result_tells_what_was_taken
 
 TEST(log_streams, closed_streams_and_pipes_without_reader_cost_their_bit_only) {
     for (bool pipe_without_reader : {false, true}) {
-        const zu_test::outcome outcome = zu_test::run_child([&] {
-            library started;
+        const outcome outcome = run_child([&] {
+            started_library started;
             ZU_log_set_level(0x3F);
             std::signal(SIGPIPE, SIG_DFL);
             recorder hook;
@@ -237,7 +216,7 @@ TEST(log_streams, closed_streams_and_pipes_without_reader_cost_their_bit_only) {
             for (int i = 0; i < 3; ++i)
                 if (ZU_log_write(ZU_LOG_ALERT, u"to nobody") != ZU_LOG_OUT_HOOK)
                     _exit(1);
-            _exit(hook.records.size() == 3 ? 0 : 2);
+            _exit(hook.messages.size() == 3 ? 0 : 2);
         });
         EXPECT_EQ(outcome.signal, 0);
         EXPECT_EQ(outcome.exit_code, 0);
@@ -245,7 +224,7 @@ TEST(log_streams, closed_streams_and_pipes_without_reader_cost_their_bit_only) {
 }
 
 TEST(log_concurrency, hooks_and_filters_change_while_eight_threads_write) {
-    library started;
+    started_library started;
     ZU_log_set_level(0x3F);
     ZU_log_set_output(ZU_LOG_OUT_HOOK);
     static std::atomic<int> inside{0}, calls{0};
@@ -257,9 +236,9 @@ TEST(log_concurrency, hooks_and_filters_change_while_eight_threads_write) {
         return 1;
     };
     std::atomic<bool> stop{false};
-    std::vector<std::thread> writers;
+    crew writers;
     for (int i = 0; i < 8; ++i)
-        writers.emplace_back([&] {
+        writers.add([&] {
             while (!stop)
                 ZU_log_write(ZU_LOG_INFO, u"m%d", 1);
         });
@@ -276,14 +255,13 @@ TEST(log_concurrency, hooks_and_filters_change_while_eight_threads_write) {
     while (calls == 0)
         std::this_thread::yield();
     stop = true;
-    for (std::thread& writer : writers)
-        writer.join();
+    writers.join();
     EXPECT_EQ(ZU_log_clear_hook(), 1);
 }
 
 // A listener on the debugger's socket, in a runtime directory of its own.
 struct debug_listener {
-    zu_test::file_place place;
+    file_place place;
     int socket = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 
     debug_listener() {
@@ -302,9 +280,9 @@ struct debug_listener {
     }
 };
 
-TEST(log_debugger, one_datagram_a_line_cut_between_characters_and_never_in_the_result) {
+TEST(log_debugger, one_datagram_a_line_cut_between_characters_and_no_delay) {
     debug_listener listener;
-    library started;
+    started_library started;
     ZU_log_set_level(0x3F);
     ZU_log_set_output(ZU_LOG_OUT_DEBUGGER);
     SetLastError(77);
@@ -312,20 +290,13 @@ TEST(log_debugger, one_datagram_a_line_cut_between_characters_and_never_in_the_r
     EXPECT_EQ(GetLastError(), 77u);
     const std::string line = listener.next();
     EXPECT_EQ(line.substr(line.size() - 8), " gr\xC3\xBC\xC3\x9F\n");
-    const std::u16string wide(40'000, u'\u20ac');
-    ZU_log_write(ZU_LOG_ALERT, u"%s", wide.c_str());
+    const std::u16string signs(40'000, u'\u20ac');
+    ZU_log_write(ZU_LOG_ALERT, u"%s", signs.c_str());
     const std::string cut = listener.next();
     EXPECT_GT(cut.size(), 32u * 1024 - 3);
     EXPECT_LE(cut.size(), 32u * 1024);
     EXPECT_EQ(cut.substr(cut.size() - 3), "\xE2\x82\xAC");
-}
-
-TEST(log_debugger, a_listener_that_never_reads_delays_nobody) {
-    debug_listener listener;
-    library started;
-    ZU_log_set_level(0x3F);
-    ZU_log_set_output(ZU_LOG_OUT_DEBUGGER);
-    for (int i = 0; i < 5000; ++i)
+    for (int i = 0; i < 5000; ++i) // nobody reads them, and nothing is delayed
         ZU_log_write(ZU_LOG_ALERT, u"%d", i);
     EXPECT_NE(listener.next(), "<nothing>") << "the first lines wait in the socket";
 }
