@@ -20,6 +20,7 @@ namespace platform {
 
 namespace {
 
+constexpr char folder[] = "/dev/shm";
 constexpr char prefix[] = "/dev/shm/zu.mutex.";
 constexpr size_t longest_plain_name = 180; // of a file, which may have 255 bytes
 constexpr mode_t for_owner = 0600;
@@ -35,7 +36,10 @@ constexpr off_t held_at = sizeof magic - 1;
 constexpr uint32_t is_free = 0; // else the number of the thread that holds it or has died holding it
 static_assert(held_at % sizeof is_free == 0);
 
-// The first pauses of a limited wait are short: most locks are soon free again.
+// Who gives the lock up wakes who waits for it, but who is killed wakes nobody: so a sleep is no longer than that.
+constexpr DWORD longest_sleep_ms = 50;
+
+// Of the pauses for as long as the word does not tell that the lock is held.
 constexpr long first_pause_ns = 50'000;
 constexpr long longest_pause_ns = 10'000'000;
 
@@ -52,11 +56,27 @@ bool try_lock(int file, off_t byte) {
     return set_lock(file, F_OFD_SETLK, F_WRLCK, byte);
 }
 
+mode_t mode_of(bool for_everyone) {
+    return for_everyone ? for_all : for_owner;
+}
+
 // On the descriptor, whatever the umask says. A file that another user left behind for everyone stays as it is.
 bool set_rights(int file, bool for_everyone) {
     struct stat status;
     return fstat(file, &status) == 0
-           && (status.st_uid != geteuid() || fchmod(file, for_everyone ? for_all : for_owner) == 0);
+           && (status.st_uid != geteuid() || fchmod(file, mode_of(for_everyone)) == 0);
+}
+
+// A new file under a name that is free, else errno. It gets its name when it has its rights, so that no user is ever
+// refused at a lock for everyone.
+descriptor create_file(const std::string& path, bool for_everyone) {
+    descriptor file(::open(folder, O_RDWR | O_CLOEXEC | O_TMPFILE, for_owner));
+    const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
+    if (file
+        && (fchmod(file.get(), mode_of(for_everyone)) != 0
+            || linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0))
+        return {};
+    return file;
 }
 
 std::string path_of(const std::u16string& name) {
@@ -129,7 +149,7 @@ DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool fo
     // for the other end, should somebody have put a pipe there.
     file_ = descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!file_ && errno == ENOENT && may_create) {
-        file_ = descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_CREAT | O_EXCL, for_owner));
+        file_ = create_file(path_, for_everyone);
         again = !file_ && errno == EEXIST;
     }
     if (!file_)
@@ -140,6 +160,8 @@ DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool fo
     if (!set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, initialisation))
         return code_of_errno(errno);
     const DWORD code = check_or_write(name, may_create, for_everyone, existed, again);
+    if (code != ERROR_SUCCESS) // the next one to look must not find us alive
+        set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, liveness);
     set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, initialisation);
     return code;
 }
@@ -197,6 +219,8 @@ mutex_file::taken mutex_file::lock(const deadline& until) {
             }
             if (until.has_passed())
                 return taken::too_late;
+            if (sleep_while_held(until))
+                continue;
             pause_for(pause);
             pause = std::min(pause * 2, longest_pause_ns);
         }
@@ -204,12 +228,15 @@ mutex_file::taken mutex_file::lock(const deadline& until) {
     return mark_held() ? taken::yes : taken::abandoned;
 }
 
-// Sets the word to this thread's number; false when it was not free. One call of the kernel does both: an attempt to
-// take the word as a lock. Reading or writing it through the mapping would raise SIGBUS once somebody cuts the file.
+void* mutex_file::word() const {
+    return static_cast<std::byte*>(mapping_) + held_at;
+}
+
+// Sets the word to this thread's number; false when it was not free. One call of the kernel does both, as long as
+// nobody sleeps on the word: an attempt to take it as a lock. Reading or writing it through the mapping would raise
+// SIGBUS once somebody cuts the file.
 bool mutex_file::mark_held() {
-    if (syscall(SYS_futex, static_cast<std::byte*>(mapping_) + held_at, FUTEX_TRYLOCK_PI, 0, nullptr, nullptr,
-                0)
-        == 0)
+    if (syscall(SYS_futex, word(), FUTEX_TRYLOCK_PI, 0, nullptr, nullptr, 0) == 0)
         return true;
     // Owned, it says in several ways, depending on whether a thread of that number exists.
     if (errno == EDEADLK || errno == ESRCH || errno == EWOULDBLOCK || errno == EPERM)
@@ -221,8 +248,24 @@ bool mutex_file::mark_held() {
     return was_free;
 }
 
+// Sleeps until the lock is given up, for a while. False at once when the word does not say that it is held: its owner is
+// about to say so, or to let go.
+bool mutex_file::sleep_while_held(const deadline& until) {
+    uint32_t held = is_free;
+    if (pread(file_.get(), &held, sizeof held, held_at) != sizeof held || held == is_free)
+        return false;
+    const deadline slice = until.within(longest_sleep_ms);
+    return syscall(SYS_futex, word(), FUTEX_WAIT_BITSET, held, slice.moment(), nullptr,
+                   FUTEX_BITSET_MATCH_ANY)
+               == 0
+           || errno != EFAULT;
+}
+
+// One call of the kernel sets the word free and wakes one of those who sleep on it.
 void mutex_file::unlock() {
-    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &is_free, sizeof is_free, held_at);
+    constexpr int set_free = FUTEX_OP(FUTEX_OP_SET, is_free, FUTEX_OP_CMP_EQ, is_free);
+    if (syscall(SYS_futex, word(), FUTEX_WAKE_OP, 1, 0, word(), set_free) < 0) [[maybe_unused]]
+        const ssize_t written = pwrite(file_.get(), &is_free, sizeof is_free, held_at);
     set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, ownership);
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <string_view>
 #include <vector>
 
 #include "platform/access_list.h"
@@ -56,7 +57,7 @@ uintptr_t this_thread() {
     return reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()));
 }
 
-// The last user of a mutex closes its file. A thread that waits is one, since another may close the handle meanwhile.
+// The last user of a mutex closes its file. A call that uses it is one, since another thread may close the handle.
 void leave(shared_mutex& mutex) {
     const std::lock_guard<std::mutex> held(list_lock());
     if (--mutex.users > 0 || mutex.name.empty())
@@ -64,20 +65,6 @@ void leave(shared_mutex& mutex) {
     mutexes_by_name().erase(mutex.name);
     mutex.file.close();
 }
-
-class running_wait {
-public:
-    explicit running_wait(shared_pointer mutex) : mutex_(std::move(mutex)) {
-        const std::lock_guard<std::mutex> held(list_lock());
-        ++mutex_->users;
-    }
-    ~running_wait() { leave(*mutex_); }
-    running_wait(const running_wait&) = delete;
-    running_wait& operator=(const running_wait&) = delete;
-
-private:
-    const shared_pointer mutex_;
-};
 
 // The mutexes that this thread owns, so that its end abandons them.
 using owned_list = std::vector<shared_pointer>;
@@ -111,12 +98,15 @@ owned_list* owned_by_this_thread() {
     return nullptr;
 }
 
+// Guarded by the lock of the list: `close` takes it.
 struct mutex_handle : object {
     static constexpr object_kind kind{};
     mutex_handle(shared_pointer of, DWORD rights) : object(kind), mutex(std::move(of)), access(rights) {}
 
-    DWORD wait(DWORD milliseconds) override;
-    DWORD close() override;
+    DWORD close() override {
+        leave(*mutex);
+        return ERROR_SUCCESS;
+    }
 
     // A wait for several objects cannot take a lock that lives in the kernel together with the others.
     waitable* as_waitable() override {
@@ -128,9 +118,35 @@ struct mutex_handle : object {
     const DWORD access;
 };
 
-DWORD mutex_handle::wait(DWORD milliseconds) {
-    if (!(access & SYNCHRONIZE)) {
-        SetLastError(ERROR_ACCESS_DENIED);
+// A call that uses the mutex of a handle.
+class running_call {
+public:
+    explicit running_call(HANDLE handle) {
+        const std::lock_guard<std::mutex> held(list_lock());
+        if (const auto* const found = static_cast<mutex_handle*>(guarded_object_of(handle))) {
+            mutex = found->mutex;
+            access = found->access;
+            ++mutex->users;
+        }
+    }
+    ~running_call() {
+        if (mutex)
+            leave(*mutex);
+    }
+    running_call(const running_call&) = delete;
+    running_call& operator=(const running_call&) = delete;
+
+    shared_pointer mutex; // null: the handle is not that of a mutex
+    DWORD access = 0;
+};
+
+} // namespace
+
+DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
+    const running_call call(handle);
+    shared_mutex* const mutex = call.mutex.get();
+    if (!mutex || !(call.access & SYNCHRONIZE)) {
+        SetLastError(mutex ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
     const uintptr_t self = this_thread();
@@ -144,45 +160,49 @@ DWORD mutex_handle::wait(DWORD milliseconds) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return WAIT_FAILED;
     }
-    const shared_pointer kept_mutex = mutex;
-    const running_wait wait(kept_mutex);
     const deadline until(milliseconds);
-    if (const DWORD result = kept_mutex->gate->wait(milliseconds); result != WAIT_OBJECT_0)
+    if (const DWORD result = mutex->gate->wait(milliseconds); result != WAIT_OBJECT_0)
         return result;
-    bool abandoned = kept_mutex->abandoned;
-    if (!kept_mutex->name.empty()) {
-        const mutex_file::taken taken = kept_mutex->file.lock(until);
+    bool abandoned = mutex->abandoned;
+    if (!mutex->name.empty()) {
+        const mutex_file::taken taken = mutex->file.lock(until);
         if (taken == mutex_file::taken::too_late || taken == mutex_file::taken::failed) {
-            kept_mutex->gate->set();
+            mutex->gate->set();
             return taken == mutex_file::taken::failed ? WAIT_FAILED : static_cast<DWORD>(WAIT_TIMEOUT);
         }
         abandoned = taken == mutex_file::taken::abandoned;
     }
-    kept_mutex->abandoned = false;
-    kept_mutex->depth = 1;
-    kept_mutex->owner.store(self, std::memory_order_relaxed);
-    owned->push_back(kept_mutex);
+    mutex->abandoned = false;
+    mutex->depth = 1;
+    mutex->owner.store(self, std::memory_order_relaxed);
+    owned->push_back(call.mutex);
     return abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
 }
 
-DWORD mutex_handle::close() {
-    leave(*mutex);
-    return ERROR_SUCCESS;
+namespace {
+
+// What a name may begin with, and what makes no difference on a machine with one space of names: the length of
+// `Local\`, `Global\` or `Session\N\`.
+size_t prefix_length(std::u16string_view name) {
+    constexpr std::u16string_view local = u"Local\\", global = u"Global\\", session = u"Session\\";
+    for (const std::u16string_view prefix : {local, global}) {
+        if (name.starts_with(prefix))
+            return prefix.size();
+    }
+    if (!name.starts_with(session))
+        return 0;
+    const size_t end = std::min(name.find_first_not_of(u"0123456789", session.size()), name.size() - 1);
+    return end > session.size() && name[end] == u'\\' ? end + 1 : 0;
 }
 
-// Takes off what all names may begin with. 0 or the code.
+// The name without that. 0 or the code.
 DWORD plain_name(const WCHAR* name, std::u16string& plain) {
     plain = name;
     if (plain.size() > longest_name)
         return ERROR_FILENAME_EXCED_RANGE;
-    for (const std::u16string prefix : {u"Local\\", u"Global\\"}) {
-        if (plain.compare(0, prefix.size(), prefix) != 0)
-            continue;
-        plain.erase(0, prefix.size());
-        if (plain.empty())
-            return ERROR_INVALID_NAME;
-        break;
-    }
+    plain.erase(0, prefix_length(plain));
+    if (plain.empty())
+        return ERROR_INVALID_NAME;
     if (plain == u"Global") // the name of the space itself
         return ERROR_INVALID_HANDLE;
     if (plain[0] == u'\\')
@@ -217,7 +237,7 @@ HANDLE handle_of(const shared_pointer& mutex, DWORD access) {
     auto* const opened = new (std::nothrow) mutex_handle(mutex, access);
     if (!opened)
         leave(*mutex);
-    return new_handle(opened);
+    return new_handle(opened, guarded_mark);
 }
 
 } // namespace
@@ -262,18 +282,16 @@ HANDLE OpenMutexW(DWORD access, BOOL, const WCHAR* name) {
 }
 
 BOOL ReleaseMutex(HANDLE handle) {
-    const mutex_handle* found = object_of<mutex_handle>(handle);
-    if (!found)
-        return FALSE;
-    const shared_pointer mutex = found->mutex;
-    if (mutex->owner.load(std::memory_order_relaxed) != this_thread()) {
-        SetLastError(ERROR_NOT_OWNER);
+    const running_call call(handle);
+    shared_mutex* const mutex = call.mutex.get();
+    if (!mutex || mutex->owner.load(std::memory_order_relaxed) != this_thread()) {
+        SetLastError(mutex ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE);
         return FALSE;
     }
     if (--mutex->depth > 0)
         return TRUE;
     owned_list& owned = *owned_by_this_thread();
-    owned.erase(std::find(owned.begin(), owned.end(), mutex));
+    owned.erase(std::find(owned.begin(), owned.end(), call.mutex));
     mutex->owner.store(0, std::memory_order_relaxed);
     if (!mutex->name.empty())
         mutex->file.unlock();

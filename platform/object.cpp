@@ -8,8 +8,6 @@ namespace platform {
 
 namespace {
 
-constexpr uintptr_t free_mark = 1;
-
 std::atomic<uint32_t> places_used{1}; // places that have ever been handed out; 0 never is
 
 // The free places form a stack: each holds the number of the next. The head carries a count of changes beside the
@@ -78,7 +76,7 @@ void object::destroy() {
     delete this;
 }
 
-HANDLE new_handle(object* opened) {
+HANDLE new_handle(object* opened, uintptr_t mark) {
     if (!opened) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
@@ -91,7 +89,7 @@ HANDLE new_handle(object* opened) {
         return nullptr;
     }
     // Release: a thread that is given the handle finds the object built.
-    handle_slot(number).store(reinterpret_cast<uintptr_t>(opened), std::memory_order_release);
+    handle_slot(number).store(reinterpret_cast<uintptr_t>(opened) | mark, std::memory_order_release);
     return reinterpret_cast<HANDLE>(uintptr_t{number} << handle_shift);
 }
 
@@ -110,6 +108,8 @@ BOOL CloseHandle(HANDLE handle) {
         return FALSE;
     const uint32_t number = static_cast<uint32_t>(value_of(handle) >> handle_shift);
     uintptr_t content = reinterpret_cast<uintptr_t>(closed);
+    if (guarded_object_of(handle) == closed)
+        content |= guarded_mark;
     // Of two threads that close the same handle, one finds it closed already.
     if (!handle_slot(number).compare_exchange_strong(content, free_mark, std::memory_order_acq_rel)) {
         SetLastError(ERROR_INVALID_HANDLE);

@@ -80,9 +80,11 @@ private:
 
 // A handle of a new object, whose first reference it takes over. Null, with the code set, for a null object (no
 // memory: 8) and when the process has all the handles it can have (1450); the object is closed and released then.
-HANDLE new_handle(object* opened);
+HANDLE new_handle(object* opened, uintptr_t mark = 0);
 
-// The table: a place holds the address of an object, or is marked as free by its lowest bit or by 0.
+// The table: a place holds the address of an object, maybe with the mark, or is free, which its lowest bit or 0 says.
+inline constexpr uintptr_t free_mark = 1;
+inline constexpr uintptr_t guarded_mark = 2;
 inline constexpr uintptr_t handles_at_most = uintptr_t{1} << 20;
 inline constexpr int handle_shift = 2;          // handles are multiples of 4, and never 0
 extern uintptr_t handle_table[handles_at_most]; // plain, so that no start-up code touches its eight megabytes
@@ -102,10 +104,21 @@ inline object* object_of(HANDLE handle) {
     if (number < handles_at_most) [[likely]] {
         // Acquire: the object is found as it was built.
         const uintptr_t content = handle_slot(number).load(std::memory_order_acquire);
-        if (content != 0 && content % 2 == 0) [[likely]]
-            return reinterpret_cast<object*>(content);
+        if (content != 0 && !(content & free_mark)) [[likely]]
+            return reinterpret_cast<object*>(content & ~guarded_mark);
     }
     return pseudo_object_of(handle);
+}
+
+// The object of a handle if it has the mark, else null. Whoever closes a handle takes it out of the table first, and calls
+// `close` then: a guarded object takes a lock there, and who looks it up under that lock, and counts on it before the
+// lock is given back, is not left with an object that another thread has closed.
+inline object* guarded_object_of(HANDLE handle) {
+    const uintptr_t number = std::rotr(reinterpret_cast<uintptr_t>(handle), handle_shift);
+    const uintptr_t content =
+        number < handles_at_most ? handle_slot(number).load(std::memory_order_acquire) : 0;
+    const bool guarded = (content & (free_mark | guarded_mark)) == guarded_mark;
+    return guarded ? reinterpret_cast<object*>(content & ~guarded_mark) : nullptr;
 }
 
 template <class T>

@@ -152,6 +152,8 @@ DWORD several::wait_for_all(DWORD milliseconds) {
 } // namespace
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
+    if (guarded_object_of(handle)) [[unlikely]]
+        return wait_for_mutex(handle, milliseconds);
     object* const awaited = object_of(handle);
     return awaited ? awaited->wait(milliseconds) : WAIT_FAILED;
 }

@@ -2,10 +2,14 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -16,7 +20,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/platform.h"
-#include "support/process.h"
+#include "support/files.h"
+#include "support/threads.h"
 #include "zu/zu.h"
 
 namespace {
@@ -49,13 +54,41 @@ int ended(pid_t child) {
     return status;
 }
 
+// Another process, which has the lock open or holds it until it is killed.
+class holder {
+public:
+    explicit holder(const lock_name& name, bool locks = true, bool everyone = false) {
+        int ready[2];
+        EXPECT_EQ(pipe(ready), 0);
+        child_ = fork_child([&] {
+            ZU_lock_process lock =
+                (everyone ? ZU_lock_process_create_everyone : ZU_lock_process_create)(name.wide.c_str());
+            if (lock && (!locks || ZU_lock_process_lock(lock)) && write(ready[1], "r", 1) == 1)
+                pause();
+        });
+        close(ready[1]);
+        char byte;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1) << "it could not take the lock";
+        close(ready[0]);
+    }
+    ~holder() { end(); }
+    void end() {
+        if (child_ == 0)
+            return;
+        kill(child_, SIGKILL);
+        ended(std::exchange(child_, 0));
+    }
+
+private:
+    pid_t child_ = 0;
+};
+
 TEST(process_lock, recursion_ownership_and_results) {
     const lock_name name;
-    const std::u16string prefixed = u"Local\\" + name.wide;
     ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
     ASSERT_NE(lock, nullptr);
     EXPECT_EQ(GetLastError(), 0u);
-    ZU_lock_process again = ZU_lock_process_create_everyone(prefixed.c_str());
+    ZU_lock_process again = ZU_lock_process_create_everyone(name.wide.c_str());
     EXPECT_EQ(GetLastError(), 183u);
     EXPECT_NE(again, lock);
     EXPECT_FALSE(ZU_lock_process_unlock(lock));
@@ -77,63 +110,64 @@ TEST(process_lock, recursion_ownership_and_results) {
     ASSERT_NE(opened, nullptr);
     EXPECT_FALSE(ZU_lock_process_lock(opened));
     EXPECT_EQ(GetLastError(), 5u);
+    const platform::HANDLE handles[] = {lock, opened};
+    for (platform::DWORD count : {1u, 2u}) {
+        EXPECT_EQ(platform::WaitForMultipleObjects(count, handles + 2 - count, 0, 0), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), count == 1 ? 5u : 50u) << "not together with others";
+    }
     for (ZU_lock_process one : {opened, again, lock})
         EXPECT_TRUE(ZU_lock_process_close(one));
-    EXPECT_FALSE(ZU_lock_process_close(lock)) << "closed twice";
-    EXPECT_EQ(GetLastError(), 6u);
+    for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock}) {
+        SetLastError(0);
+        EXPECT_FALSE(call(lock)) << "it is closed";
+        EXPECT_EQ(GetLastError(), 6u);
+    }
     EXPECT_FALSE(name.has_file());
     EXPECT_EQ(ZU_lock_process_open(name.wide.c_str()), nullptr);
     EXPECT_EQ(GetLastError(), 2u);
-    EXPECT_TRUE(ZU_lock_process_close(nullptr));
-    EXPECT_TRUE(ZU_lock_process_destroy(nullptr));
+    EXPECT_TRUE(ZU_lock_process_close(nullptr) && ZU_lock_process_destroy(nullptr));
 }
 
-TEST(process_lock, names_that_are_refused) {
-    const struct {
-        std::u16string name;
-        uint32_t code;
-    } rows[] = {
-        {u"Local\\", 123}, {u"a\\b", 3}, {u"\\a", 161}, {u"Global", 6}, {std::u16string(261, u'x'), 206}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(ZU_lock_process_create(row.name.c_str()), nullptr);
-        EXPECT_EQ(GetLastError(), row.code);
+TEST(process_lock, names) {
+    const lock_name name;
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    const std::u16string long_name(254, u'\u00e9');
+    ZU_lock_process long_lock = ZU_lock_process_create((long_name + u"A").c_str());
+    EXPECT_TRUE(lock && long_lock);
+    // clang-format off
+    const std::pair<std::u16string, uint32_t> rows[] = {
+        {u"Local\\" + name.wide, 183}, {u"Global\\" + name.wide, 183}, {u"Session\\12\\" + name.wide, 183},
+        {long_name + u"A", 183}, {long_name + u"a", 0}, // case matters, also at the end of a long name
+        {u"", 0}, {u"Local\\", 123}, {u"Session\\1\\", 123}, {u"Session\\1", 3}, {u"Session\\\\" + name.wide, 3},
+        {u"local\\" + name.wide, 3}, {u"Global\\a\\b", 3}, {u"\\a", 161}, {u"Global", 6},
+        {std::u16string(261, u'x'), 206}};
+    // clang-format on
+    for (const auto& [wanted, code] : rows) {
+        SetLastError(4711);
+        ZU_lock_process opened = ZU_lock_process_create(wanted.c_str());
+        EXPECT_EQ(GetLastError(), code) << zu_test::narrow(wanted);
+        EXPECT_EQ(opened != nullptr, code == 0 || code == 183) << zu_test::narrow(wanted);
+        EXPECT_TRUE(ZU_lock_process_close(opened));
     }
-    const std::u16string longest = std::u16string(254, u'\u00e9') + u"A",
-                         other = std::u16string(254, u'\u00e9') + u"a";
-    ZU_lock_process one = ZU_lock_process_create(longest.c_str());
-    ZU_lock_process two = ZU_lock_process_create(other.c_str());
-    EXPECT_TRUE(one && two);
-    EXPECT_EQ(GetLastError(), 0u) << "case matters, also at the end of a long name";
-    ZU_lock_process_close(one);
-    ZU_lock_process_close(two);
-    ZU_lock_process unnamed[] = {ZU_lock_process_create(nullptr), ZU_lock_process_create(u"")};
-    for (ZU_lock_process lock : unnamed) {
-        EXPECT_EQ(GetLastError(), 0u);
-        EXPECT_TRUE(ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock)
-                    && ZU_lock_process_close(lock));
-    }
+    ZU_lock_process_close(lock);
+    ZU_lock_process_close(long_lock);
+    ZU_lock_process one = ZU_lock_process_create(nullptr), two = ZU_lock_process_create(nullptr);
+    EXPECT_TRUE(ZU_lock_process_lock(one));
+    std::thread([&] {
+        EXPECT_FALSE(ZU_lock_process_lock_timeout(one, 0));
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(two, 0)) << "without a name, it is another lock";
+    }).join();
+    EXPECT_TRUE(ZU_lock_process_close(one) && ZU_lock_process_close(two));
 }
 
 TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     const lock_name name;
-    ZU_lock_process unnamed = ZU_lock_process_create(nullptr);
-    // The owner is another process, made before this one has the lock open.
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t owner = fork_child([&] {
-        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
-        ZU_lock_process_lock(lock);
-        if (write(ready[1], "r", 1) == 1)
-            pause();
-    });
-    char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
-    EXPECT_EQ(GetLastError(), 183u);
+    holder owner(name);
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str()),
+                    unnamed = ZU_lock_process_create(nullptr);
     EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 0));
     EXPECT_FALSE(ZU_lock_process_unlock(lock));
-    kill(owner, SIGKILL);
-    ended(owner);
+    owner.end();
     for (ZU_lock_process one : {lock, unnamed}) {
         if (one == unnamed)
             std::thread([&] { ZU_lock_process_lock(unnamed); }).join();
@@ -149,35 +183,110 @@ TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     EXPECT_FALSE(name.has_file());
 }
 
-TEST(process_lock, a_handle_closed_under_a_waiting_thread_leaves_the_wait_its_lock) {
+// Who waits for a while is asleep meanwhile, looks for a dead owner now and then, and is woken by a living one.
+TEST(process_lock, a_limited_wait_sleeps_until_the_lock_is_given_up_or_its_owner_has_died) {
     const lock_name name;
+    holder owner(name);
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    rusage before, after;
+    getrusage(RUSAGE_THREAD, &before);
+    EXPECT_EQ(platform::WaitForSingleObject(lock, 500), static_cast<platform::DWORD>(WAIT_TIMEOUT));
+    getrusage(RUSAGE_THREAD, &after);
+    EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 500 / 50 + 5) << "times that it slept";
+    std::thread killer([&] {
+        platform::Sleep(20);
+        owner.end();
+    });
+    EXPECT_EQ(platform::WaitForSingleObject(lock, 60000), WAIT_ABANDONED);
+    killer.join();
+    ZU_lock_process_close(lock);
+}
+
+TEST(process_lock, giving_it_up_wakes_a_limited_wait) {
+    const lock_name name;
+    constexpr int rounds = 10;
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
-    const pid_t owner = fork_child([&] {
-        ZU_lock_process_lock(ZU_lock_process_create(name.wide.c_str()));
-        if (write(ready[1], "r", 1) == 1)
-            pause();
+    const pid_t giver = fork_child([&] {
+        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+        int not_awake = 0;
+        for (int i = 0; i < rounds; ++i) {
+            ZU_lock_process_lock(lock);
+            if (write(ready[1], "r", 1) != 1)
+                _exit(rounds);
+            platform::Sleep(5);
+            ZU_lock_process_unlock(lock);
+            platform::Sleep(15); // less than a sleeper sleeps by itself
+            if (ZU_lock_process_lock_timeout(lock, 0)) {
+                ++not_awake;
+                ZU_lock_process_unlock(lock);
+            }
+        }
+        _exit(not_awake);
     });
     char byte;
     ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    for (int i = 0; i < rounds; ++i) {
+        if (i > 0) {
+            ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        }
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 60000));
+        platform::Sleep(30);
+        EXPECT_TRUE(ZU_lock_process_unlock(lock));
+    }
+    EXPECT_LT(WEXITSTATUS(ended(giver)), rounds / 2);
+    ZU_lock_process_close(lock);
+}
+
+TEST(process_lock, a_handle_closed_under_a_waiting_thread_leaves_the_wait_its_lock) {
+    const lock_name name;
+    holder owner(name);
     ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
     ASSERT_NE(lock, nullptr);
     std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(lock)) << "the owner was killed"; });
     platform::Sleep(100); // until it sleeps in the kernel
     EXPECT_TRUE(ZU_lock_process_close(lock));
-    kill(owner, SIGKILL);
-    ended(owner);
+    owner.end();
     waiting.join();
+    EXPECT_FALSE(name.has_file());
+}
+
+// A call works on the lock that its handle was for, or fails with 6.
+TEST(process_lock, handles_may_be_closed_while_others_use_them) {
+    const lock_name name;
+    ZU_lock_process kept = ZU_lock_process_create(name.wide.c_str());
+    std::atomic<ZU_lock_process> changing{ZU_lock_process_create(name.wide.c_str())};
+    std::atomic<int> taken{0};
+    std::atomic<bool> over{false};
+    int counter = 0; // plain: only the lock keeps it right
+    zu_test::crew users;
+    for (int i = 0; i < 2; ++i) {
+        users.add([&] {
+            while (!over) {
+                ZU_lock_process lock = changing;
+                if (!ZU_lock_process_lock_timeout(lock, 1))
+                    continue;
+                ++counter;
+                ++taken;
+                EXPECT_TRUE(ZU_lock_process_unlock(lock) || ZU_lock_process_unlock(kept));
+            }
+        });
+    }
+    for (int i = 0; i < 20000; ++i)
+        EXPECT_TRUE(ZU_lock_process_close(changing.exchange(ZU_lock_process_create(name.wide.c_str()))));
+    over = true;
+    users.join();
+    EXPECT_EQ(counter, taken);
+    ZU_lock_process_close(changing);
+    ZU_lock_process_close(kept);
     EXPECT_FALSE(name.has_file());
 }
 
 TEST(process_lock, when_all_holders_are_killed_the_next_one_starts_clean) {
     const lock_name name;
     for (int round = 0; round < 2; ++round) {
-        ended(fork_child([&] {
-            ZU_lock_process_lock(ZU_lock_process_create(name.wide.c_str()));
-            raise(SIGKILL);
-        }));
+        holder(name).end();
         EXPECT_TRUE(name.has_file());
         if (round == 1) {
             EXPECT_EQ(ZU_lock_process_open(name.wide.c_str()), nullptr) << "nobody has it";
@@ -185,8 +294,7 @@ TEST(process_lock, when_all_holders_are_killed_the_next_one_starts_clean) {
         }
         ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
         EXPECT_EQ(GetLastError(), 0u) << "a new one";
-        EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0));
-        EXPECT_TRUE(ZU_lock_process_unlock(lock));
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_unlock(lock));
         ZU_lock_process_close(lock);
         EXPECT_FALSE(name.has_file());
     }
@@ -244,7 +352,7 @@ TEST(process_lock, processes_killed_at_random_leave_no_trace) {
     std::vector<pid_t> children(8, 0);
     std::srand(7);
     const uint32_t start = ZU_get_tick_count();
-    while (ZU_get_tick_count() - start < 5000) {
+    while (ZU_get_tick_count() - start < 10000) {
         for (pid_t& child : children) {
             if (child == 0)
                 child = fork_child(
@@ -269,40 +377,54 @@ TEST(process_lock, processes_killed_at_random_leave_no_trace) {
     EXPECT_FALSE(name.has_file());
 }
 
+// The exit code of a child that is another user.
+int as_nobody(const std::function<bool()>& body) {
+    return ended(fork_child([&] {
+        if (setgid(65534) != 0 || setuid(65534) != 0)
+            _exit(9);
+        _exit(body() ? 0 : 1);
+    }));
+}
+
 TEST(process_lock, another_user_needs_the_everyone_form) {
     if (geteuid() != 0)
         GTEST_SKIP() << "needs root to become another user";
     const lock_name name;
-    const auto as_nobody = [&](const std::function<bool()>& body) {
-        return ended(fork_child([&] {
-            if (setgid(65534) != 0 || setuid(65534) != 0)
-                _exit(9);
-            _exit(body() ? 0 : 1);
-        }));
-    };
     for (bool everyone : {false, true}) {
         // Held open by a process of its own, since a forked child would find this one's handle.
-        int ready[2];
-        ASSERT_EQ(pipe(ready), 0);
-        const pid_t holder = fork_child([&] {
-            if ((everyone ? ZU_lock_process_create_everyone : ZU_lock_process_create)(name.wide.c_str())
-                && write(ready[1], "r", 1) == 1)
-                pause();
-        });
-        char byte;
-        ASSERT_EQ(read(ready[0], &byte, 1), 1);
-        EXPECT_EQ(as_nobody([&] {
-                      ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
-                      if (!everyone)
-                          return !lock && GetLastError() == 5;
-                      return lock && GetLastError() == 183 && ZU_lock_process_lock_timeout(lock, 1000)
-                             && ZU_lock_process_unlock(lock) && ZU_lock_process_close(lock);
-                  }),
-                  0)
-            << everyone;
-        kill(holder, SIGKILL);
-        ended(holder);
+        const holder other(name, false, everyone);
+        const auto use = [&] {
+            ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+            if (!everyone)
+                return !lock && GetLastError() == 5;
+            return lock && GetLastError() == 183 && ZU_lock_process_lock_timeout(lock, 1000)
+                   && ZU_lock_process_unlock(lock) && ZU_lock_process_close(lock);
+        };
+        EXPECT_EQ(as_nobody(use), 0) << everyone;
     }
+}
+
+TEST(process_lock, another_user_is_never_refused_while_the_everyone_form_is_made) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs root to become another user";
+    const lock_name name;
+    const pid_t maker = fork_child([&] {
+        while (ZU_lock_process lock = ZU_lock_process_create_everyone(name.wide.c_str()))
+            ZU_lock_process_close(lock);
+    });
+    EXPECT_EQ(as_nobody([&] {
+                  for (int i = 0; i < 50000; ++i) {
+                      ZU_lock_process lock = ZU_lock_process_open(name.wide.c_str());
+                      if (!lock && GetLastError() != 2)
+                          return false;
+                      ZU_lock_process_close(lock);
+                  }
+                  return true;
+              }),
+              0)
+        << "it is there for everyone, or not there yet";
+    kill(maker, SIGKILL);
+    EXPECT_TRUE(WIFSIGNALED(ended(maker))) << "nor has it disturbed its maker";
 }
 
 TEST(process_lock, hostile_files_under_its_name_are_refused) {
@@ -314,23 +436,22 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
         ZU_lock_process_close(lock);
         return result;
     };
-    ASSERT_EQ(mkfifo(name.path.c_str(), 0666), 0);
+    const char* path = name.path.c_str();
+    ASSERT_EQ(mkfifo(path, 0666), 0);
     EXPECT_EQ(code(), 6u) << "a pipe";
-    unlink(name.path.c_str());
-    ASSERT_EQ(symlink("/etc/passwd", name.path.c_str()), 0);
+    ASSERT_EQ(std::remove(path) + symlink("/etc/passwd", path), 0);
     EXPECT_EQ(code(), 6u) << "a link";
-    unlink(name.path.c_str());
-    ASSERT_EQ(mkdir(name.path.c_str(), 0777), 0);
+    ASSERT_EQ(std::remove(path) + mkdir(path, 0777), 0);
     EXPECT_EQ(code(), 6u) << "a directory";
-    rmdir(name.path.c_str());
+    ASSERT_EQ(std::remove(path), 0);
     if (geteuid() == 0) {
-        close(open(name.path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
-        ASSERT_EQ(chown(name.path.c_str(), 65534, 65534), 0);
+        close(open(path, O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+        ASSERT_EQ(chown(path, 65534, 65534), 0);
         EXPECT_EQ(code(), 5u) << "another user's";
-        unlink(name.path.c_str());
+        ASSERT_EQ(std::remove(path), 0);
     }
     // A file that nobody holds open as a lock is set right, whatever is in it.
-    const int stale = open(name.path.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
+    const int stale = open(path, O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     EXPECT_EQ(ftruncate(stale, 100000), 0);
     EXPECT_EQ(code(), 0u);
     EXPECT_FALSE(name.has_file());
@@ -339,7 +460,7 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     ZU_lock_process lock = nullptr;
     const pid_t holder = fork_child([&] {
         lock = ZU_lock_process_create(name.wide.c_str());
-        const bool cut = truncate(name.path.c_str(), 0) == 0;
+        const bool cut = truncate(path, 0) == 0;
         _exit(cut && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) ? 0 : 1);
     });
     EXPECT_EQ(ended(holder), 0);

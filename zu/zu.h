@@ -548,10 +548,15 @@ ZU_API uint32_t ZU_get_current_thread_id(void);
 /*
  * A lock that processes share by name; null or "" makes one of this process alone. Its owner is a thread, which may
  * take it again and must give it back as many times. It lives while any process has it open. Names are case-sensitive,
- * up to 260 characters without a backslash; "Local\" and "Global\" before one are dropped. Any thread.
+ * up to 260 characters without a backslash; "Local\", "Global\" and "Session\N\" before one are dropped. Any thread,
+ * also while another one closes the handle.
  *
  * When its owner ends while owning it, the next one to take it gets false and owns it all the same: it can put right
- * what the lock guards, and must unlock. A time-out gives false, too, and does not touch the last-error code.
+ * what the lock guards, and must unlock. The same holds when the owner's process closes its last handle: unlock first.
+ * A time-out gives false, too, and does not touch the last-error code.
+ *
+ * A process that is killed leaves the lock's file behind. It counts as no lock, and the same user's next lock of that
+ * name takes it over; other users are refused until then (5), unless the lock was for everyone.
  */
 typedef void* ZU_lock_process;
 
