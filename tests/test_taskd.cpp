@@ -9,7 +9,11 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/command_line.h"
+#include "platform/service_record.h"
+#include "support/files.h"
 #include "support/process.h"
+#include "zu/zu.h"
 
 namespace {
 
@@ -27,6 +31,11 @@ protected:
     zu_test::outcome run(const std::string& options) {
         return zu_test::run_command("TZ=UTC exec " + program + " " + options + " " + path_);
     }
+    // A script in the place of the test, where $taskd is the program.
+    zu_test::outcome script(const std::string& text) {
+        return zu_test::run_command("cd " + place_.host_path() + "; taskd=" + program + "; " + text);
+    }
+    const zu_test::file_place place_; // has a registry and services of its own
     const std::string path_ = testing::TempDir() + "tasks-" + std::to_string(getpid()) + ".txt";
 };
 
@@ -148,11 +157,131 @@ TEST_F(taskd, digests_and_cleans) {
 
 TEST_F(taskd, tells_how_it_is_used) {
     EXPECT_NE(run("--help").output.find("weekday-of-month"), std::string::npos);
-    for (const char* wrong : {"--fro 3", "--for", "--for x", "-x"})
-        EXPECT_EQ(zu_test::run_command(program + " " + wrong).exit_code, 2) << wrong;
+    for (const char* wrong : {"--fro 3",
+                              "--for",
+                              "--for x",
+                              "-x",
+                              "a b",
+                              "''",
+                              "--single ''",
+                              "--port 65536",
+                              "--next --start",
+                              "--next --for 3",
+                              "--ask h:1",
+                              "--ask h:1 a b",
+                              "--ask h:1 --trace a",
+                              "a --ask h:1",
+                              "--name n a",
+                              "--install --uninstall",
+                              "--install --next",
+                              "--start a",
+                              "--stop --log l",
+                              "--state --name",
+                              "--uninstall --single s",
+                              "--ask h:1 --name n a"}) {
+        const zu_test::outcome result = zu_test::run_command(program + " " + wrong);
+        EXPECT_EQ(result.exit_code, 2) << wrong;
+        EXPECT_EQ(result.error_output.rfind("usage: taskd ", 0), 0u) << wrong;
+        EXPECT_EQ(result.output, "") << wrong;
+    }
     const zu_test::outcome missing = run("--next");
     EXPECT_EQ(missing.exit_code, 1);
     EXPECT_EQ(missing.error_output, path_ + ": There is no file of that name.\n");
+}
+
+// Somebody else who knows of the lock changes what a killed owner leaves behind.
+TEST_F(taskd, runs_once_under_a_name_and_again_after_a_killed_one) {
+    place_.write("tasks.txt", "");
+    const std::string name = "taskd test " + std::to_string(getpid());
+    for (bool is_known : {false, true}) {
+        ZU_lock_process known = is_known ? ZU_lock_process_create(zu_test::wide(name).c_str()) : nullptr;
+        const zu_test::outcome result = script("name='" + name + R"('
+            begin() { $taskd --single "$name" >out & until grep -q 'tasks of ' out; do sleep 0.05; done; }
+            again() { $taskd --single "$name" --for 0 >/dev/null; echo -n "$? "; }
+            begin; again; kill $!; wait $!; echo -n "$? "; again
+            rm out; begin; again; kill -9 $!; wait $!; again; again
+            $taskd --single 'no\name' --for 0; echo $?)");
+        EXPECT_EQ(result.output, "3 0 0 3 0 0 1\n") << result.error_output;
+        EXPECT_EQ(result.error_output.find("another taskd runs as \"" + name + "\"\n"), 0u);
+        EXPECT_TRUE(ZU_lock_process_close(known));
+        EXPECT_FALSE(std::filesystem::exists("/dev/shm/zu.mutex." + name));
+    }
+}
+
+TEST_F(taskd, finds_its_file_in_the_registry) {
+    place_.write("tasks.txt", "here | daily 1 | 2037-01-01 08:00 | | print a\n");
+    place_.write("other.txt", "there | daily 1 | 2037-01-01 08:00 | | print a\n");
+    const std::string path = std::getenv("ZU_HOST") + std::string("/registry.reg");
+    const std::string value = "\"TaskFile\"=";
+    const struct {
+        std::string registry, options, last_line;
+    } rows[] = {
+        {"", "", "here "},
+        {"\"Other\"=\"other.txt\"", "", "here "},
+        {value + "dword:00000001", "", "here "},
+        {value + "\"\"", "", "here "},
+        {value + "\"T:\\\\other.txt\"", "", "there "},
+        {value + '"' + place_.host_path("other.txt") + '"', "", "there "},
+        {value + "\"T:\\\\other.txt\"", "tasks.txt", "here "},
+        {value + "\"T:\\\\none.txt\"", "", "T:\\none.txt: There is no file of that name."},
+    };
+    for (const auto& row : rows) {
+        if (!row.registry.empty())
+            std::ofstream(path) << "Windows Registry Editor Version 5.00\n\n"
+                                   "[HKEY_LOCAL_MACHINE\\Software\\zu\\taskd]\n"
+                                << row.registry << '\n';
+        const zu_test::outcome result = script("$taskd --next " + row.options + " 2>&1 | tail -n 1");
+        EXPECT_EQ(result.output.rfind(row.last_line, 0), 0u) << row.registry << result.output;
+    }
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_EQ(script("$taskd --next").exit_code, 1) << "what cannot be read may have a value";
+}
+
+TEST_F(taskd, lives_as_a_service) {
+    place_.make_directory("my tasks");
+    place_.write("my tasks/tasks.txt", "a | interval 0:0:1 | 2024-01-01 00:00 | | print tick\nwrong\n");
+    const std::string port = std::to_string(20000 + getpid() % 20000);
+    // Silent clients, one more than are served at once, keep it from ending for six seconds: it has to ask for them.
+    const zu_test::outcome result = script("port=" + port + R"(; cd 'my tasks'; exec 2>&1
+        does() { $taskd --name mine "$@"; }
+        does --state; does --start; does --uninstall
+        does --install --log ../log --single "taskd $port" --port $port ../my\ tasks/tasks.txt
+        does --install; does --state; does --start; does --start
+        until grep -q tick ../log; do sleep 0.1; done
+        does --state; $taskd --single "taskd $port"; echo "status $?"
+        for i in 1 2 3 4 5; do exec {silent}<>/dev/tcp/127.0.0.1/$port; done
+        sleep 0.2; does --stop; does --state; does --stop
+        cat ../log* | grep -o 'a task is:\|told, 0 warnings, 1 errors'; does --uninstall; ls -A $ZU_HOST/services)");
+    const std::string missing = "mine: There is no installed service of that name.\n";
+    EXPECT_EQ(result.output,
+              missing + missing + missing
+                  + "mine: installed\nmine: A service of that name exists already.\nmine: stopped\n"
+                    "mine: running\nmine: running\nmine: running\n"
+                    "another taskd runs as \"taskd "
+                  + port
+                  + "\"\nstatus 3\nmine: stopped\nmine: stopped\nmine: stopped\n"
+                    "told, 0 warnings, 1 errors\na task is:\nmine: uninstalled\n.lock\n");
+}
+
+TEST_F(taskd, as_a_service_gets_the_words_that_it_was_given) {
+    place_.make_directory("a b");
+    const zu_test::outcome result = script(R"(cd 'a b'; exec 2>&1
+        $taskd --install --single 'x\\" \y' --log '..\' --trace --for 7 z; $taskd --start; $taskd --state
+        $taskd --install --name lost /no/such/z; $taskd --install --name without --log ../log; cd ..
+        $taskd --start --name without; grep -o 'tasks.txt: .*' log.errors)");
+    EXPECT_EQ(result.output, "taskd: installed\ntaskd: The service did not answer the request in time.\n"
+                             "taskd: stopped\nthe directory of /no/such/z: There is no file of that name.\n"
+                             "without: installed\nwithout: The service did not answer the request in time.\n"
+                             "tasks.txt: There is no file of that name.\r\n");
+    std::ifstream file(std::getenv("ZU_HOST") + std::string("/services/taskd/record"));
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    platform::service_record record;
+    ASSERT_TRUE(platform::read_record(text, record));
+    std::u16string words;
+    for (const std::u16string& word : platform::command_line(record.command_line).arguments)
+        words += word + u'|';
+    EXPECT_EQ(zu_test::narrow(words), "--single|x\\\\\" \\y|--log|T:\\|--trace|--for|7|T:\\a b\\z|");
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "failed.h"
 #include "file_actions.h"
 #include "text.h"
 

@@ -4,15 +4,10 @@
 #include <string>
 #include <string_view>
 
-// Thrown by an action that could not be carried out: the reason, for the journal.
-struct failed {
-    std::string reason;
-};
-
 struct action {
     const char* name;
     const char* help;
-    std::string (*run)(const std::string& text); // gives what the line of the firing says
+    std::string (*run)(const std::string& text); // gives what the line of the firing says, or throws `failed`
 };
 
 // The action of that name, or null.

@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "actions.h"
+#include "failed.h"
 #include "text.h"
 
 namespace {
@@ -16,10 +16,6 @@ struct close_file {
 struct end_walk {
     void operator()(ZU_enum_dir* walk) const { ZU_enum_dir_end(walk); }
 };
-
-[[noreturn]] void fail(const std::string& what) {
-    throw failed{what + ": " + error_text(GetLastError())};
-}
 
 std::vector<uint8_t> content(const std::string& path) {
     const std::unique_ptr<ZU_file, close_file> file(ZU_open_file(
@@ -82,7 +78,7 @@ std::string clean(const std::string& text) {
     if (parts.size() != 3)
         throw failed{'"' + text + "\" is not DIRECTORY PATTERN AGE"};
     const std::string directory(parts[0]);
-    const std::u16string pattern = wide(parts[1]);
+    const wide_text pattern = wide(parts[1]);
     const int64_t latest = ZU_time() - read_age_in_seconds(parts[2]);
     const std::unique_ptr<ZU_enum_dir, end_walk> walk(
         ZU_enum_dir_begin(library_path(directory).c_str(), ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS));

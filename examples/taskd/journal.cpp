@@ -1,7 +1,5 @@
 #include "journal.h"
 
-#include <cstdio>
-
 #include "text.h"
 
 namespace {
@@ -21,13 +19,13 @@ ZU_bool count(void*, const ZU_log_record* record) {
     return 1;
 }
 
-std::u16string error_file; // empty: none
+wide_text error_file; // empty: none
 
 void set_file(const journal_options& options) {
     const auto max_bytes = static_cast<uint32_t>(options.max_bytes);
     ZU_log_set_log_file_ex(library_path(options.file).c_str(), 0, ZU_ENCODING_UTF8, max_bytes,
                            static_cast<uint32_t>(options.keep), nullptr, nullptr);
-    error_file = options.file.empty() ? u"" : library_path(options.file + ".errors");
+    error_file = options.file.empty() ? wide_text() : library_path(options.file + ".errors");
 }
 
 } // namespace
@@ -44,7 +42,8 @@ journal::journal(const journal_options& options) {
 
 journal::~journal() {
     ZU_log_clear_hook();
-    std::printf("\n%u told, %u warnings, %u errors\n", counts.told, counts.warned, counts.complained);
+    ZU_log_write(ZU_LOG_INFO, ZU_W("%u told, %u warnings, %u errors"), counts.told, counts.warned,
+                 counts.complained);
 }
 
 void tell(const std::string& text) {

@@ -12,8 +12,8 @@ struct journal_options {
     bool is_tracing = false;
 };
 
-// Open from the constructor to the destructor, which closes with a summary. Errors go to a file of their own as well,
-// beside the journal's.
+// Open from the constructor to the destructor, which closes with a summary. Errors go to a file of their own, beside the
+// journal's.
 class journal {
 public:
     explicit journal(const journal_options& options);

@@ -4,56 +4,92 @@
 #include <csignal>
 #include <cstdio>
 
+#include "failed.h"
 #include "options.h"
 #include "port.h"
+#include "reports.h"
 #include "scheduler.h"
+#include "service.h"
+#include "settings.h"
+#include "single.h"
 #include "text.h"
 
 namespace {
 
-constexpr int usage_error = 2;
+enum exit_status { fine = 0, failure = 1, usage_error = 2, runs_already = 3 };
 
 volatile std::sig_atomic_t is_interrupted = 0;
 
-bool run(task_list list, const options& chosen) {
-    const journal open(chosen.log);
+std::string banner() {
+    const std::string system = taken(ZU_get_os_desc());
+    return "taskd " + narrow(ZU_version()) + (system.empty() ? "" : " on " + system);
+}
+
+void show_problem(const std::string& text) {
+    std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+void wait_for_the_end(int32_t seconds, const std::atomic<bool>& is_stopping) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (!is_interrupted && !is_stopping && std::chrono::steady_clock::now() < end)
+        ZU_sleep(50);
+}
+
+void serve(task_list list, const options& chosen) {
+    service_reports manager;
     std::atomic<bool> is_stopping{false};
     scheduler tasks(std::move(list));
     status_port port(tasks, is_stopping);
-    if (chosen.port != 0 && !port.open(static_cast<uint16_t>(chosen.port))) {
-        complain("port " + std::to_string(chosen.port) + ": " + error_text(GetLastError()));
-        return false;
-    }
-    if (!tasks.start()) {
-        complain("the scheduler does not start: " + error_text(GetLastError()));
-        return false;
-    }
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(chosen.seconds);
-    while (!is_interrupted && !is_stopping && std::chrono::steady_clock::now() < end)
-        ZU_sleep(50);
-    return true;
+    if (chosen.port != 0 && !port.open(static_cast<uint16_t>(chosen.port)))
+        fail("port " + std::to_string(chosen.port));
+    if (!tasks.start())
+        fail("the scheduler does not start");
+    manager.ready();
+    wait_for_the_end(chosen.seconds, is_stopping);
+    manager.ending();
 }
 
-int ask_another(const options& chosen) {
-    try {
-        std::fputs(ask(chosen.ask, chosen.path).c_str(), stdout);
-        return 0;
-    } catch (const failed& problem) {
-        std::fprintf(stderr, "%s\n", problem.reason.c_str());
-        return 1;
-    }
-}
-
-int show_and_run(const options& chosen) {
-    task_list list = read_tasks(chosen.path.c_str());
+exit_status show_and_serve(const options& chosen) {
+    const std::string path = task_file(chosen.path);
+    task_list list = read_tasks(path, complain);
+    const bool is_complete = list.is_complete;
+    tell("tasks of " + path + ": " + std::to_string(list.tasks.size()));
     print_next_firings(list);
-    bool is_fine = list.is_complete;
-    if (!chosen.only_next) {
-        std::puts("");
-        std::fflush(stdout);
-        is_fine &= run(std::move(list), chosen);
+    std::puts("");
+    std::fflush(stdout);
+    serve(std::move(list), chosen);
+    return is_complete ? fine : failure;
+}
+
+exit_status run(const options& chosen) {
+    const single_instance single(chosen.single);
+    if (!single.is_held()) {
+        show_problem("another taskd runs as \"" + chosen.single + '"');
+        return runs_already;
     }
-    return is_fine ? 0 : 1;
+    const journal open(chosen.log);
+    tell(banner());
+    try {
+        return show_and_serve(chosen);
+    } catch (const failed& problem) {
+        complain(problem.reason); // a service has nobody at its error stream
+        return failure;
+    }
+}
+
+exit_status show_next(const options& chosen) {
+    const task_list list = read_tasks(task_file(chosen.path), show_problem);
+    print_next_firings(list);
+    return list.is_complete ? fine : failure;
+}
+
+exit_status carry_out(const options& chosen) {
+    switch (chosen.what) {
+    case mode::run: return run(chosen);
+    case mode::next: return show_next(chosen);
+    case mode::ask: std::fputs(ask(chosen.ask, chosen.command).c_str(), stdout); return fine;
+    default: manage_service(chosen); return fine;
+    }
 }
 
 } // namespace
@@ -64,15 +100,20 @@ int main(int count, char** arguments) {
         print_usage();
         return usage_error;
     }
-    if (chosen.help) {
+    if (chosen.what == mode::help) {
         print_help();
-        return 0;
+        return fine;
     }
     std::signal(SIGINT, [](int) { is_interrupted = 1; });
     std::signal(SIGTERM, [](int) { is_interrupted = 1; });
 
     ZU_init();
-    const int status = chosen.ask.empty() ? show_and_run(chosen) : ask_another(chosen);
+    exit_status status = failure;
+    try {
+        status = carry_out(chosen);
+    } catch (const failed& problem) {
+        show_problem(problem.reason);
+    }
     ZU_shutdown();
     return status;
 }

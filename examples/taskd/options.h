@@ -4,19 +4,31 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "journal.h"
 
-struct options {
-    std::string path = "tasks.txt";
-    int32_t seconds = std::numeric_limits<int32_t>::max();
-    int32_t port = 0; // 0: no status port
-    std::string ask;  // HOST:PORT of a running taskd, with the command in `path`
-    journal_options log;
-    bool only_next = false;
-    bool help = false;
+enum class mode { run, next, ask, install, uninstall, start, stop, state, help };
+
+struct run_word {
+    std::string text;
+    bool is_path;
 };
 
+struct options {
+    mode what = mode::run;
+    std::string path;   // the task file; empty: none is given
+    std::string single; // the name of the guard against a second instance; empty: none
+    int32_t seconds = std::numeric_limits<int32_t>::max();
+    int32_t port = 0; // 0: no status port
+    journal_options log;
+    std::string ask;     // HOST:PORT of a running taskd
+    std::string command; // for it
+    std::string service = "taskd";
+    std::vector<run_word> run_words; // all that a run was told, for the service that is told the same
+};
+
+// False for what taskd does not understand, or what does not go together.
 bool read_options(int count, char** arguments, options& result);
 
 void print_usage();

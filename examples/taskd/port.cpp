@@ -1,5 +1,8 @@
 #include "port.h"
 
+#include <algorithm>
+
+#include "failed.h"
 #include "journal.h"
 #include "text.h"
 
@@ -13,7 +16,8 @@ constexpr uint32_t patience_ms = 3000; // with one client, all in all
 constexpr uint32_t slice_ms = 200;     // after which the acceptor looks whether the port closes
 
 timeval milliseconds(uint32_t count) {
-    return {static_cast<time_t>(count / 1000), static_cast<suseconds_t>(count % 1000 * 1000)};
+    return {static_cast<decltype(timeval::tv_sec)>(count / 1000),
+            static_cast<decltype(timeval::tv_usec)>(count % 1000 * 1000)};
 }
 
 // What is left of a client's time; ends at 0.
@@ -137,7 +141,7 @@ std::string ask(const std::string& host_and_port, const std::string& command) {
     ZU_trans* server = ZU_trans_socket_connect(wide(host_and_port.substr(0, colon)).c_str(),
                                                static_cast<uint16_t>(port), nullptr, ZU_TRANS_TCP, 0, 0);
     if (!server)
-        throw failed{host_and_port + ": " + error_text(GetLastError())};
+        fail(host_and_port);
     const deadline until;
     std::string answer;
     if (send_all(server, command + "\n", until)) {

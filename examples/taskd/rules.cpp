@@ -14,16 +14,16 @@ namespace {
 
 // Everything that the six constructors take, as they take it.
 struct inputs {
-    std::u16string start, end;
-    int32_t number = 0;                           // days, weeks, the number of a week or of an occurrence
-    std::u16string on;                            // weekdays, or days of the month
-    int32_t clock[3] = {};                        // hours, minutes, seconds
-    std::u16string months, days, weekdays, hours; // excluded
+    wide_text start, end;
+    int32_t number = 0;                      // days, weeks, the number of a week or of an occurrence
+    wide_text on;                            // weekdays, or days of the month
+    int32_t clock[3] = {};                   // hours, minutes, seconds
+    wide_text months, days, weekdays, hours; // excluded
     ZU_timer_holidays* holidays = nullptr;
 };
 
 // A list such as "1,15,-1", or "mon,fri" of weekdays. The library drops what is out of range; here it is reported.
-std::u16string list(std::string_view text, int32_t low, int32_t high, bool of_weekdays = false) {
+wide_text list(std::string_view text, int32_t low, int32_t high, bool of_weekdays = false) {
     static constexpr std::array<std::string_view, 7> names{"mon", "tue", "wed", "thu", "fri", "sat", "sun"};
     std::string numbers;
     for (std::string_view item : pieces(text, ',')) {
@@ -40,10 +40,10 @@ std::u16string list(std::string_view text, int32_t low, int32_t high, bool of_we
     return wide(numbers);
 }
 
-std::u16string weekdays(std::string_view text) {
+wide_text weekdays(std::string_view text) {
     return list(text, 1, 7, true);
 }
-std::u16string days(std::string_view text) {
+wide_text days(std::string_view text) {
     return list(text, -31, 31);
 }
 

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "failed.h"
 #include "journal.h"
 #include "text.h"
 

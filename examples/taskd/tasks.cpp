@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "failed.h"
 #include "text.h"
 
 namespace {
@@ -41,7 +42,7 @@ namespace {
 // The lines of a file, one after another.
 class line_reader {
 public:
-    explicit line_reader(const char* path)
+    explicit line_reader(const std::string& path)
         : file_(ZU_open_file(library_path(path).c_str(),
                              ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ | ZU_FILE_SHARE_WRITE,
                              nullptr)) {}
@@ -68,14 +69,11 @@ private:
 
 } // namespace
 
-task_list read_tasks(const char* path) {
+task_list read_tasks(const std::string& path, void (*report)(const std::string&)) {
     task_list result;
     line_reader file(path);
-    if (!file.is_open()) {
-        std::fprintf(stderr, "%s: %s\n", path, error_text(GetLastError()).c_str());
-        result.is_complete = false;
-        return result;
-    }
+    if (!file.is_open())
+        fail(path);
     std::string_view text;
     for (int number = 1; file.next(text); ++number) {
         if (number == 1 && text.starts_with("\xEF\xBB\xBF"))
@@ -86,7 +84,7 @@ task_list read_tasks(const char* path) {
         try {
             result.tasks.push_back(read_task(text));
         } catch (const misunderstood& problem) {
-            std::fprintf(stderr, "%s:%d: %s\n", path, number, problem.reason.c_str());
+            report(path + ':' + std::to_string(number) + ": " + problem.reason);
             result.is_complete = false;
         }
     }

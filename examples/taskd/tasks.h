@@ -19,10 +19,11 @@ struct task {
 
 struct task_list {
     std::vector<std::unique_ptr<task>> tasks;
-    bool is_complete = true; // false: a line was reported on the error stream, or there is no such file
+    bool is_complete = true; // false: a line was reported
 };
 
-task_list read_tasks(const char* path);
+// Throws `failed` when the file cannot be read.
+task_list read_tasks(const std::string& path, void (*report)(const std::string&));
 
 // When a timer fires next, in words where it does not.
 std::string next_firing(ZU_timer* timer);

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <charconv>
 
-std::u16string wide(std::string_view utf8) {
+#include "failed.h"
+
+wide_text wide(std::string_view utf8) {
     uint32_t length = 0;
     ZU_wchar* text =
         ZU_char_2_wchar(ZU_ENCODING_UTF8, utf8.data(), static_cast<int32_t>(utf8.size()), &length);
-    std::u16string result(text, length);
+    wide_text result(text, length);
     ZU_free(text);
     return result;
 }
@@ -20,18 +22,32 @@ std::string narrow(const ZU_wchar* text) {
     return result;
 }
 
-std::u16string library_path(std::string text) {
-    if (!text.starts_with('/'))
-        return wide(text);
+std::string taken(ZU_wchar* text) {
+    std::string result = text ? narrow(text) : "";
+    ZU_free(text);
+    return result;
+}
+
+wide_text library_path(std::string text) {
+    if (text.starts_with('/'))
+        text.insert(0, "C:");
     std::replace(text.begin(), text.end(), '/', '\\');
-    return wide("C:" + text);
+    return wide(text);
+}
+
+std::string full_path(const std::string& path) {
+    const wide_text given = library_path(path);
+    const size_t name = given.rfind('\\') + 1; // 0 where there is no directory
+    const wide_text directory = name == 0 ? wide(".") : given.substr(0, name);
+    ZU_wchar* const full = ZU_get_actual_full_path(directory.c_str());
+    if (!full)
+        fail("the directory of " + path);
+    return taken(full) + '\\' + narrow(given.c_str() + name);
 }
 
 std::string error_text(uint32_t code) {
-    ZU_wchar* text = ZU_get_error_msg(code);
-    std::string result = text ? narrow(text) : "error " + std::to_string(code);
-    ZU_free(text);
-    return result;
+    const std::string text = taken(ZU_get_error_msg(code));
+    return text.empty() ? "error " + std::to_string(code) : text;
 }
 
 std::string local_time(ZU_time_t time) {

@@ -7,13 +7,19 @@
 
 #include "zu/zu.h"
 
-std::u16string wide(std::string_view utf8);
+using wide_text = std::basic_string<ZU_wchar>;
+
+wide_text wide(std::string_view utf8);
 
 std::string narrow(const ZU_wchar* text); // as UTF-8
+std::string taken(ZU_wchar* text);        // the same of new memory, which is released; null is empty
 
 // A path as the library takes it. One from the root of the host is one on drive C:, which is where that root is
 // unless the host has been told otherwise.
-std::u16string library_path(std::string text);
+wide_text library_path(std::string text);
+
+// The same from wherever a program runs. Its directory must exist, the file need not; throws `failed`.
+std::string full_path(const std::string& path);
 
 // What a last-error code means.
 std::string error_text(uint32_t code);

@@ -1,0 +1,21 @@
+// What taskd reports to the manager that runs it as a service; nothing where it was started otherwise.
+#pragma once
+
+#include "zu/zu.h"
+
+class service_reports {
+public:
+    service_reports() = default;
+    ~service_reports();
+    service_reports(const service_reports&) = delete;
+    service_reports& operator=(const service_reports&) = delete;
+
+    void ready();  // from here on it serves
+    void ending(); // from here on it ends; asks for more time until the destructor
+
+private:
+    static uint32_t ask_for_time(void* self);
+
+    ZU_event* has_ended_ = nullptr;
+    ZU_thread* asking_ = nullptr;
+};

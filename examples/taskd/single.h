@@ -1,0 +1,22 @@
+// The guard against a second instance.
+#pragma once
+
+#include <string>
+
+#include "zu/zu.h"
+
+// Holds the process lock of a name until the destructor, unless another taskd does. Without a name it holds nothing, and
+// says that it does. To be made and destroyed by one thread; throws `failed` where there can be no such lock.
+class single_instance {
+public:
+    explicit single_instance(const std::string& name);
+    ~single_instance();
+    single_instance(const single_instance&) = delete;
+    single_instance& operator=(const single_instance&) = delete;
+
+    bool is_held() const { return is_held_; }
+
+private:
+    ZU_lock_process lock_ = nullptr;
+    bool is_held_ = true;
+};
