@@ -146,7 +146,14 @@ DWORD claim_and_check(place& where, const open_request& request, const descripto
         return ERROR_SHARING_VIOLATION;
     if (claim.matters() && !is_still_there(where, claim, out.status))
         return opens_again;
-    return out.existed && truncates(request) ? empty(number, request, out.status) : ERROR_SUCCESS;
+    if (!out.existed || !truncates(request))
+        return ERROR_SUCCESS;
+    const DWORD code = empty(number, request, out.status);
+    if (code == ERROR_SUCCESS && out.has_claim && !request.writes) {
+        end_writing(number, claim);
+        out.has_claim = request.reads;
+    }
+    return code;
 }
 
 DWORD open_once(place& where, const open_request& request, opened_file& out) {
@@ -218,9 +225,7 @@ DWORD check_directory_name(place& where, const open_request& request) {
     }
 }
 
-} // namespace
-
-DWORD open_file(place& where, const open_request& request, opened_file& out) {
+DWORD open_place(place& where, const open_request& request, opened_file& out) {
     if (const DWORD code = check_syntax(where, request))
         return code;
     if (where.ends_with_separator())
@@ -241,6 +246,17 @@ DWORD open_file(place& where, const open_request& request, opened_file& out) {
     return code;
 }
 
+} // namespace
+
+DWORD open_file(const WCHAR* path, const open_request& request, opened_file& out) {
+    place where;
+    if (is_null_device(path))
+        where.set_host_path("/dev/null");
+    else if (const DWORD code = where.set(path))
+        return code;
+    return open_place(where, request, out);
+}
+
 HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share_mode, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE template_file) {
     open_request request;
@@ -253,7 +269,6 @@ HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share_mode, SECURITY_A
     request.disposition = disposition;
     request.attributes = flags & attribute_bits;
 
-    place where;
     opened_file opened;
     DWORD code = ERROR_SUCCESS;
     if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING || !path || !*path
@@ -261,12 +276,8 @@ HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share_mode, SECURITY_A
         code = ERROR_INVALID_PARAMETER;
     else if (attributes || template_file)
         code = ERROR_NOT_SUPPORTED;
-    else if (is_null_device(path))
-        where.set_host_path("/dev/null");
     else
-        code = where.set(path);
-    if (code == ERROR_SUCCESS)
-        code = open_file(where, request, opened);
+        code = open_file(path, request, opened);
     if (code != ERROR_SUCCESS) {
         SetLastError(code);
         return INVALID_HANDLE_VALUE;

@@ -125,7 +125,7 @@ bool directory_search::next(WIN32_FIND_DATAW& out) {
             return true;
         }
         if (!reader_.fill()) {
-            if (errno != 0) {
+            if (errno != 0 && errno != ENOENT) { // ENOENT: it was removed meanwhile, and has no more entries
                 set_last_error_from_errno();
                 return false;
             }

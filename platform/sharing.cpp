@@ -158,6 +158,13 @@ share_result take_claim(int descriptor, const share_claim& claim, const descript
     }
 }
 
+void end_writing(int descriptor, const share_claim& claim) {
+    if (!claim.reads)
+        give_back_claim(descriptor);
+    else if (!claim.denies_reads || !claim.denies_writes) // else every byte is its own, whatever it does
+        lock_bytes(descriptor, F_UNLCK, writing);
+}
+
 void give_back_claim(int descriptor) {
     struct flock lock;
     lock_call(descriptor, F_OFD_SETLK, F_UNLCK, {0, byte_count}, lock);

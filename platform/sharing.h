@@ -33,6 +33,9 @@ share_result take_claim(int descriptor, const share_claim& claim, const descript
 // A claim on everything, for whoever deletes or replaces a file.
 inline constexpr share_claim claim_on_all{true, true, true, true};
 
+// For a claim that was taken for emptying a file, by a handle that does not write afterwards.
+void end_writing(int descriptor, const share_claim& claim);
+
 // Gives back what the descriptor holds. Closing would do, if no child that was forked meanwhile had a copy of it.
 void give_back_claim(int descriptor);
 

@@ -86,16 +86,8 @@ FILE* _wfopen(const WCHAR* path, const WCHAR* mode) {
         errno = EINVAL;
         return nullptr;
     }
-    place where;
     opened_file opened;
-    DWORD code = ERROR_SUCCESS;
-    if (is_null_device(path))
-        where.set_host_path("/dev/null");
-    else
-        code = where.set(path);
-    if (code == ERROR_SUCCESS)
-        code = open_file(where, request, opened);
-    if (code != ERROR_SUCCESS) {
+    if (const DWORD code = open_file(path, request, opened)) {
         SetLastError(code);
         errno = errno_of(code);
         return nullptr;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -189,7 +190,14 @@ TEST(find, large_and_changing_directories_are_walked_whole) {
     }
     EXPECT_EQ(seen, count);
     EXPECT_TRUE(FindClose(search));
-    EXPECT_TRUE(RemoveDirectoryW(place.long_path(u"large").c_str()));
+
+    for (size_t i = 0; i < count; ++i)
+        place.write("large/some file with a rather long name " + std::to_string(i), "");
+    const HANDLE cut_short = FindFirstFileW(pattern.c_str(), &found);
+    std::filesystem::remove_all(place.host_path("large"));
+    while (FindNextFileW(cut_short, &found)) {}
+    EXPECT_EQ(GetLastError(), 18u) << "the directory is gone, and so are its entries";
+    EXPECT_TRUE(FindClose(cut_short));
 }
 
 TEST(find, a_deep_walk_keeps_no_directories_open) {

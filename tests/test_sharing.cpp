@@ -202,6 +202,13 @@ TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
         EXPECT_EQ(open_code(path, writing, &opened, CREATE_NEW), 80u);
         EXPECT_EQ(place.read("plain"), "data");
     }
+    // Who has emptied it without access for writing does not count as a writer afterwards.
+    for (const int number : {1, 5, 6, 4}) {
+        ASSERT_EQ(open_code(path, way(number), &opened, CREATE_ALWAYS), 0u);
+        const holder child(path, way(5), false);
+        EXPECT_EQ(child.code(), go_together(way(number), way(5)) ? 0u : 32u) << number;
+        EXPECT_TRUE(CloseHandle(opened));
+    }
     const std::u16string read_only = place.long_path(u"read-only");
     const holder child(read_only, reading, false);
     EXPECT_EQ(open_code(read_only, writing, &opened), 5u);
