@@ -1733,9 +1733,9 @@ ZU_API ZU_wchar* ZU_get_os_desc(void);
 
 /*
  * Loads a library. A path with a folder is looked up as every path, and what the library depends on is searched in its
- * folder first; a bare name is searched beside the executable, then where the system keeps its libraries. Without an
- * extension the system's own is added, unless a dot ends the name. Null on failure: 126 not found or not to be
- * loaded, 193 not a library, 5 no right to read it, 87 null.
+ * folder first; a bare name is that of a library loaded already, else it is searched beside the executable, then where
+ * the system keeps its libraries. Without an extension the system's own is added, unless a dot ends the name. Null on
+ * failure: 126 not found or not to be loaded, 193 not a library, 5 no right to read it, 87 null.
  */
 ZU_API HMODULE ZU_dll_load(const ZU_wchar* path);
 
