@@ -41,8 +41,7 @@ TEST(port_test, verdicts) {
     const started_library library;
     const int free_before = lowest_free_descriptor();
     {
-        const SOCKET open = listening_socket();
-        const SOCKET idle = bound_socket(SOCK_STREAM);
+        const held_socket open = listening_socket(), idle = bound_socket(SOCK_STREAM);
         const silent_port silent;
         const struct {
             const char* what;
@@ -64,16 +63,13 @@ TEST(port_test, verdicts) {
         EXPECT_EQ(test(u"127.0.0.1", port_of(silent.listener), 1200), (verdict{2, WSAEWOULDBLOCK}));
         EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200))
             << "seconds and the rest both count";
-        ZU_socket_close(open);
-        ZU_socket_close(idle);
     }
     EXPECT_EQ(lowest_free_descriptor(), free_before) << "every path closes its socket";
 }
 
 TEST(port_test, descriptors_beyond_the_host_s_set_and_beyond_the_limit) {
     const started_library library;
-    const SOCKET open = listening_socket();
-    const SOCKET idle = bound_socket(SOCK_STREAM);
+    const held_socket open = listening_socket(), idle = bound_socket(SOCK_STREAM);
     const rlimit limit{1500, 1500};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     std::vector<int> fillers;
@@ -86,8 +82,6 @@ TEST(port_test, descriptors_beyond_the_host_s_set_and_beyond_the_limit) {
     EXPECT_EQ(test(u"127.0.0.1", port_of(open), 1000), (verdict{1, WSAEMFILE}));
     for (int descriptor : fillers)
         close(descriptor);
-    ZU_socket_close(open);
-    ZU_socket_close(idle);
 }
 
 TEST(port_test, an_address_without_a_route) {

@@ -3,15 +3,16 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <numeric>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/network.h"
+#include "support/threads.h"
 #include "zu/zu_trans.h"
 
 namespace {
@@ -22,60 +23,62 @@ constexpr timeval no_time{0, 0};
 constexpr timeval short_time{0, 50000};
 constexpr timeval long_time{20, 0};
 
-struct deleter {
-    void operator()(ZU_trans* transport) const { ZU_trans_destroy(transport); }
-};
-using transport = std::unique_ptr<ZU_trans, deleter>;
+using transport = std::unique_ptr<ZU_trans, decltype([](ZU_trans* held) { ZU_trans_destroy(held); })>;
 
 transport server_on(uint16_t port, uint32_t flags = ZU_TRANS_TCP, int32_t backlog = 64) {
     return transport(ZU_trans_socket_create_server(port, backlog, flags, 0, 0));
 }
 
-transport client_of(const transport& server, int32_t send_buffer = 0) {
-    return transport(ZU_trans_socket_connect(u"127.0.0.1", port_of(server->socket), nullptr, ZU_TRANS_TCP,
-                                             send_buffer, 0));
+transport client_on(uint16_t port, uint32_t flags = ZU_TRANS_TCP, const uint16_t* local_port = nullptr,
+                    const ZU_wchar* host = u"127.0.0.1") {
+    return transport(ZU_trans_socket_connect(host, port, local_port, flags, 8192, 8192));
+}
+
+transport client_of(const transport& server) {
+    return client_on(port_of(server->socket));
 }
 
 transport accepted_from(const transport& server, const timeval* timeout = &long_time) {
     return transport(ZU_trans_socket_accept(server.get(), nullptr, nullptr, timeout, nullptr));
 }
 
-struct transferred {
-    bool success;
-    uint32_t count;
-    ZU_bool timed_out;
-    uint32_t code;
-
-    bool operator==(const transferred&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& out, const transferred& t) {
-    return out << (t.success ? "done, " : "failed, ") << t.count << " bytes, timed out " << int{t.timed_out}
-               << ", code " << t.code;
+// 0 when it was made.
+uint32_t code_of(const transport& made) {
+    return made ? 0 : GetLastError();
 }
 
-// The code only of what fails.
-transferred send(const transport& to, const std::vector<char>& data, const timeval* timeout = &long_time) {
-    transferred t{false, 99, 99, 0};
+std::string outcome_of(bool success, uint32_t count, ZU_bool timed_out) {
+    return (success ? "done" : "code " + std::to_string(GetLastError())) + ", " + std::to_string(count)
+           + " bytes"
+           + (timed_out == 0   ? ""
+              : timed_out == 1 ? ", timed out"
+                               : ", no flag");
+}
+
+const std::string refused = "code 87, 0 bytes";
+const std::string lost = "code 10054, 0 bytes";
+const std::string out_of_time = "code 4711, 0 bytes, timed out"; // the code is as it was before
+const std::string one_byte = "done, 1 bytes";
+
+std::string send(const transport& to, const std::string& data = "x", const timeval* timeout = &long_time) {
+    uint32_t count = 99;
+    ZU_bool timed_out = 99;
     SetLastError(4711);
-    t.success = ZU_trans_send(to.get(), data.data(), static_cast<uint32_t>(data.size()), &t.count, timeout,
-                              &t.timed_out);
-    t.code = t.success ? 0 : GetLastError();
-    return t;
+    const bool success =
+        ZU_trans_send(to.get(), data.data(), static_cast<uint32_t>(data.size()), &count, timeout, &timed_out);
+    return outcome_of(success, count, timed_out);
 }
 
-transferred receive(const transport& from, std::vector<char>& room, const timeval* timeout = &long_time) {
-    transferred t{false, 99, 99, 0};
+std::string receive(const transport& from, const timeval* timeout = &long_time, std::string* data = nullptr) {
+    char room[100];
+    uint32_t count = 99;
+    ZU_bool timed_out = 99;
     SetLastError(4711);
-    t.success = ZU_trans_recv(from.get(), room.data(), static_cast<uint32_t>(room.size()), &t.count, timeout,
-                              &t.timed_out);
-    t.code = t.success ? 0 : GetLastError();
-    return t;
+    const bool success = ZU_trans_recv(from.get(), room, sizeof room, &count, timeout, &timed_out);
+    if (data)
+        data->assign(room, count);
+    return outcome_of(success, count, timed_out);
 }
-
-const transferred refused{false, 0, 0, 87};
-const transferred lost{false, 0, 0, WSAECONNRESET};
-const transferred out_of_time{false, 0, 1, 4711}; // the code is as it was before
 
 int count_descriptors() {
     const int descriptor = dup(0);
@@ -89,38 +92,15 @@ TEST(trans, constructors_fail_with_their_codes_and_leave_nothing) {
     {
         const transport server = server_on(0);
         ASSERT_TRUE(server);
-        const uint16_t port = port_of(server->socket);
-        const SOCKET idle = bound_socket(SOCK_STREAM);
-        const uint16_t closed_port = port_of(idle);
-        const struct {
-            const char* what;
-            std::function<ZU_trans*()> make;
-            uint32_t code;
-        } rows[] = {
-            {"server without a protocol",
-             [] { return ZU_trans_socket_create_server(0, 1, ZU_TRANS_KEEPALIVE, 0, 0); }, 87},
-            {"client without a protocol",
-             [&] { return ZU_trans_socket_connect(u"127.0.0.1", port, nullptr, 0, 0, 0); }, 87},
-            {"port in use", [&] { return ZU_trans_socket_create_server(port, 1, ZU_TRANS_TCP, 0, 0); },
-             WSAEADDRINUSE},
-            {"port in use, option given",
-             [&] { return ZU_trans_socket_create_server(port, 1, ZU_TRANS_TCP | ZU_TRANS_REUSEADDR, 0, 0); },
-             WSAEADDRINUSE},
-            {"local port in use",
-             [&] { return ZU_trans_socket_connect(u"127.0.0.1", port, &closed_port, ZU_TRANS_TCP, 0, 0); },
-             WSAEADDRINUSE},
-            {"refused",
-             [&] { return ZU_trans_socket_connect(u"127.0.0.1", closed_port, nullptr, ZU_TRANS_TCP, 0, 0); },
-             WSAECONNREFUSED},
-            {"unknown host",
-             [&] { return ZU_trans_socket_connect(u"no host", port, nullptr, ZU_TRANS_TCP, 0, 0); },
-             WSAHOST_NOT_FOUND}};
-        for (const auto& row : rows) {
-            SetLastError(0);
-            EXPECT_EQ(transport(row.make()), nullptr) << row.what;
-            EXPECT_EQ(GetLastError(), row.code) << row.what;
-        }
-        ZU_socket_close(idle);
+        const held_socket idle = bound_socket(SOCK_STREAM);
+        const uint16_t port = port_of(server->socket), closed_port = port_of(idle);
+        EXPECT_EQ(code_of(server_on(0, ZU_TRANS_KEEPALIVE)), 87u) << "no protocol";
+        EXPECT_EQ(code_of(client_on(port, 0)), 87u) << "no protocol";
+        for (uint32_t option : {0u, ZU_TRANS_REUSEADDR})
+            EXPECT_EQ(code_of(server_on(port, ZU_TRANS_TCP | option)), uint32_t{WSAEADDRINUSE}) << option;
+        EXPECT_EQ(code_of(client_on(port, ZU_TRANS_TCP, &closed_port)), uint32_t{WSAEADDRINUSE});
+        EXPECT_EQ(code_of(client_on(closed_port)), uint32_t{WSAECONNREFUSED});
+        EXPECT_EQ(code_of(client_on(port, ZU_TRANS_TCP, nullptr, u"no host")), uint32_t{WSAHOST_NOT_FOUND});
     }
     EXPECT_EQ(count_descriptors(), descriptors);
     ZU_trans_destroy(nullptr);
@@ -135,12 +115,9 @@ TEST(trans, a_conversation) {
     EXPECT_EQ(timed_out, 1);
     EXPECT_EQ(GetLastError(), 4711u);
 
-    const SOCKET probe = bound_socket(SOCK_STREAM);
-    const uint16_t local = port_of(probe);
-    ZU_socket_close(probe);
-    const transport client(ZU_trans_socket_connect(knows_localhost() ? u"localhost" : u"127.0.0.1",
-                                                   port_of(server->socket), &local, ZU_TRANS_TCP, 4096,
-                                                   4096));
+    const uint16_t local = port_of(bound_socket(SOCK_STREAM));
+    const transport client = client_on(port_of(server->socket), ZU_TRANS_TCP | ZU_TRANS_NO_KEEPALIVE, &local,
+                                       knows_localhost() ? u"localhost" : u"127.0.0.1");
     ASSERT_TRUE(client);
     sockaddr_in peer{};
     int32_t length = sizeof peer;
@@ -151,98 +128,84 @@ TEST(trans, a_conversation) {
     EXPECT_EQ(ntohs(peer.sin_port), local);
     EXPECT_EQ(accepted->flags, server->flags);
 
-    std::vector<char> room(100);
-    EXPECT_EQ(receive(accepted, room, &short_time), out_of_time);
-    EXPECT_EQ(send(client, {'a', 'b', 'c'}), (transferred{true, 3, 0, 0}));
-    EXPECT_EQ(receive(accepted, room), (transferred{true, 3, 0, 0}));
-    EXPECT_EQ(std::string(room.data(), 3), "abc");
-    EXPECT_EQ(receive(accepted, room, &short_time), out_of_time);
+    std::string data;
+    EXPECT_EQ(receive(accepted, &short_time), out_of_time);
+    EXPECT_EQ(send(client, "abc"), "done, 3 bytes");
+    EXPECT_EQ(receive(accepted, &long_time, &data), "done, 3 bytes");
+    EXPECT_EQ(data, "abc");
+    EXPECT_EQ(receive(accepted, &short_time), out_of_time);
 
     // Half closed by the client: its end shows, the other direction still carries.
     shutdown(static_cast<int>(client->socket), SHUT_WR);
-    EXPECT_EQ(receive(accepted, room), lost);
-    EXPECT_EQ(send(accepted, {'d'}), (transferred{true, 1, 0, 0}));
-    EXPECT_EQ(receive(client, room, nullptr), (transferred{true, 1, 0, 0}));
+    EXPECT_EQ(receive(accepted), lost);
+    EXPECT_EQ(send(accepted), one_byte);
+    EXPECT_EQ(receive(client, nullptr), one_byte);
 }
 
 TEST(trans, refuses_what_its_kind_and_role_cannot_do) {
     const started_library library;
-    const transport server = server_on(0);
-    const transport datagrams = server_on(0, ZU_TRANS_UDP);
-    ASSERT_TRUE(datagrams);
-    const transport datagram_client(
-        ZU_trans_socket_connect(u"127.0.0.1", port_of(datagrams->socket), nullptr, ZU_TRANS_UDP, 0, 0));
-    ASSERT_TRUE(datagram_client);
-    const transport client = client_of(server);
-    std::vector<char> room(1);
+    const transport server = server_on(0), client = client_of(server), datagrams = server_on(0, ZU_TRANS_UDP),
+                    datagram_client = client_on(port_of(datagrams->socket), ZU_TRANS_UDP);
+    ASSERT_TRUE(client && datagram_client);
     for (const transport* one : {&server, &datagrams, &datagram_client}) {
-        EXPECT_EQ(send(*one, {'x'}), refused);
-        EXPECT_EQ(receive(*one, room), refused);
+        EXPECT_EQ(send(*one), refused);
+        EXPECT_EQ(receive(*one), refused);
     }
     for (const transport* one : {&client, &datagrams, &datagram_client}) {
         SetLastError(0);
-        EXPECT_EQ(accepted_from(*one), nullptr);
-        EXPECT_EQ(GetLastError(), 87u);
+        EXPECT_EQ(code_of(accepted_from(*one)), 87u);
     }
 }
 
 TEST(trans, lost_and_silent_peers) {
     const started_library library;
     const transport server = server_on(0);
-    std::vector<char> room(1000);
     for (const timeval* timeout : {&long_time, static_cast<const timeval*>(nullptr)}) {
         transport client = client_of(server);
         const transport reset = accepted_from(server);
-        close_with_reset(client->socket);
-        client->socket = INVALID_SOCKET;
-        EXPECT_EQ(receive(reset, room, timeout), lost);
-        EXPECT_EQ(send(reset, {'x'}, timeout), lost);
+        held_socket(std::exchange(client->socket, INVALID_SOCKET)).close_with_reset();
+        EXPECT_EQ(receive(reset, timeout), lost);
+        EXPECT_EQ(send(reset, "x", timeout), lost);
 
         client = client_of(server);
         const transport closed = accepted_from(server);
         client.reset();
-        EXPECT_EQ(receive(closed, room, timeout), lost);
+        EXPECT_EQ(receive(closed, timeout), lost);
     }
 
     // A peer that never reads: pieces go until the buffers are full, then the time-out ends the wait, each time.
-    const transport client = client_of(server, 8192);
-    const transport deaf = accepted_from(server);
-    transferred last{};
+    const transport client = client_of(server), deaf = accepted_from(server);
+    const std::string piece(1000, 'x');
     uint64_t sent = 0;
-    while ((last = send(client, room, &short_time)).success)
-        sent += last.count;
-    EXPECT_EQ(last, out_of_time);
-    EXPECT_EQ(send(client, room, &short_time), out_of_time);
+    uint32_t count;
+    while (ZU_trans_send(client.get(), piece.data(), 1000, &count, &short_time, nullptr))
+        sent += count;
+    EXPECT_EQ(send(client, piece, &short_time), out_of_time);
     EXPECT_GT(sent, 8192u);
-    for (uint64_t received = 0; received < sent;) {
-        const transferred piece = receive(deaf, room);
-        ASSERT_TRUE(piece.success) << piece;
-        received += piece.count;
-    }
-    EXPECT_EQ(send(client, room), (transferred{true, 1000, 0, 0})) << "there is room again";
+    char room[1000];
+    for (; sent > 0; sent -= count)
+        ASSERT_TRUE(ZU_trans_recv(deaf.get(), room, sizeof room, &count, &long_time, nullptr)) << sent;
+    EXPECT_EQ(send(client, piece), "done, 1000 bytes") << "there is room again";
 }
 
 TEST(trans, a_backlog_of_one_loses_nobody) {
     const started_library library;
     const transport server = server_on(0, ZU_TRANS_TCP, 1);
     std::atomic<int> served{0};
-    std::vector<std::thread> clients;
+    crew clients;
     for (int i = 0; i < 6; ++i) {
-        clients.emplace_back([&] {
+        clients.add([&] {
             const transport client = client_of(server);
-            std::vector<char> room(1);
-            served += client && send(client, {'x'}).success && receive(client, room).success;
+            served += client && send(client) == one_byte && receive(client) == one_byte;
         });
     }
     for (int i = 0; i < 6; ++i) {
         const transport accepted = accepted_from(server);
         ASSERT_TRUE(accepted);
-        std::vector<char> room(1);
-        EXPECT_EQ(receive(accepted, room), (transferred{true, 1, 0, 0}));
-        EXPECT_EQ(send(accepted, room), (transferred{true, 1, 0, 0}));
+        EXPECT_EQ(receive(accepted), one_byte);
+        EXPECT_EQ(send(accepted), one_byte);
     }
-    for (std::thread& client : clients)
-        client.join();
+    clients.join();
     EXPECT_EQ(served, 6);
 }
 
@@ -254,10 +217,8 @@ TEST(trans, a_port_is_bound_again_at_once) {
         ASSERT_TRUE(server) << "code " << GetLastError() << " with option " << option;
         port = port_of(server->socket);
         const transport client = client_of(server);
-        transport accepted = accepted_from(server);
-        accepted.reset(); // first to close: its side lingers
-        std::vector<char> room(1);
-        EXPECT_EQ(receive(client, room), lost);
+        accepted_from(server).reset(); // first to close: its side lingers
+        EXPECT_EQ(receive(client), lost);
     }
 }
 
@@ -265,30 +226,27 @@ TEST(trans, a_thousand_connections_at_once) {
     const started_library library;
     const rlimit limit{4096, 4096};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0) << "the hard limit is too low";
-    constexpr size_t count = 1000;
     const transport server = server_on(0);
     std::vector<transport> clients, accepted;
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < 1000; ++i) {
         clients.push_back(client_of(server));
         accepted.push_back(accepted_from(server));
         ASSERT_TRUE(clients.back() && accepted.back()) << i << ": " << GetLastError();
     }
     ASSERT_GT(accepted.back()->socket, 1023u);
-    std::vector<char> room(8);
-    for (size_t i = 0; i < count; ++i)
-        ASSERT_TRUE(send(clients[i], {static_cast<char>(i), static_cast<char>(i >> 8)}).success) << i;
-    for (size_t i = count; i-- > 0;) {
-        ASSERT_EQ(receive(accepted[i], room), (transferred{true, 2, 0, 0})) << i;
-        ASSERT_TRUE(room[0] == static_cast<char>(i) && room[1] == static_cast<char>(i >> 8)) << i;
-        ASSERT_EQ(receive(accepted[i], room, &no_time), out_of_time) << i;
+    for (size_t i = 0; i < clients.size(); ++i)
+        ASSERT_NE(send(clients[i], std::to_string(i)), out_of_time) << i;
+    std::string data;
+    for (size_t i = clients.size(); i-- > 0;) {
+        receive(accepted[i], &long_time, &data);
+        ASSERT_EQ(data, std::to_string(i));
+        ASSERT_EQ(receive(accepted[i], &no_time), out_of_time) << i;
     }
 }
 
 TEST(trans, one_thread_sends_while_another_receives) {
     const started_library library;
-    const transport server = server_on(0);
-    const transport client = client_of(server);
-    const transport echo = accepted_from(server);
+    const transport server = server_on(0), client = client_of(server), echo = accepted_from(server);
     constexpr size_t total = 4 << 20;
     std::vector<char> data(total), back(total);
     std::iota(data.begin(), data.end(), char{0});
@@ -298,13 +256,14 @@ TEST(trans, one_thread_sends_while_another_receives) {
                 return;
         }
     };
-    std::thread echoing([&] {
+    crew others;
+    others.add([&] {
         std::vector<char> room(5000);
         uint32_t received;
         while (ZU_trans_recv(echo.get(), room.data(), 5000, &received, &long_time, nullptr))
             send_all(echo, room.data(), received);
     });
-    std::thread sending([&] {
+    others.add([&] {
         send_all(client, data.data(), total);
         shutdown(static_cast<int>(client->socket), SHUT_WR);
     });
@@ -314,8 +273,7 @@ TEST(trans, one_thread_sends_while_another_receives) {
                            &long_time, nullptr))
             break;
     }
-    sending.join();
-    echoing.join();
+    others.join();
     EXPECT_EQ(at, total);
     EXPECT_TRUE(back == data);
 }

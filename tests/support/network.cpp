@@ -13,67 +13,71 @@
 
 namespace zu_test {
 
+sockaddr_in ipv4(uint32_t address, uint16_t port) {
+    sockaddr_in result{};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    result.sin_addr.s_addr = htonl(address);
+    return result;
+}
+
 sockaddr_in loopback(uint16_t port) {
+    return ipv4(INADDR_LOOPBACK, port);
+}
+
+sockaddr_in address_of(SOCKET socket) {
     sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    getsockname(static_cast<int>(socket), reinterpret_cast<sockaddr*>(&address), &size);
     return address;
 }
 
 uint16_t port_of(SOCKET socket) {
-    sockaddr_in address{};
-    socklen_t size = sizeof address;
-    getsockname(static_cast<int>(socket), reinterpret_cast<sockaddr*>(&address), &size);
-    return ntohs(address.sin_port);
+    return ntohs(address_of(socket).sin_port);
 }
 
-SOCKET bound_socket(int type, uint16_t port) {
+void held_socket::close() {
+    if (number_ != INVALID_SOCKET)
+        ZU_socket_close(number_);
+    number_ = INVALID_SOCKET;
+}
+
+void held_socket::close_with_reset() {
+    const linger at_once{1, 0};
+    ZU_setsockopt(number_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    close();
+}
+
+held_socket stream_socket() {
+    return held_socket(ZU_socket(AF_INET, SOCK_STREAM, 0));
+}
+
+held_socket bound_socket(int type, uint16_t port) {
     const sockaddr_in address = loopback(port);
     const SOCKET socket = ZU_socket(AF_INET, type, 0);
     if (ZU_bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
-        return socket;
+        return held_socket(socket);
     const uint32_t code = GetLastError();
     ZU_socket_close(socket);
     SetLastError(code);
-    return INVALID_SOCKET;
+    return held_socket(INVALID_SOCKET);
 }
 
-SOCKET listening_socket(uint16_t port, int backlog) {
-    const SOCKET socket = bound_socket(SOCK_STREAM, port);
+held_socket listening_socket(uint16_t port, int backlog) {
+    held_socket socket = bound_socket(SOCK_STREAM, port);
     if (socket != INVALID_SOCKET)
         ZU_listen(socket, backlog);
     return socket;
 }
 
-connection::connection() {
-    const SOCKET listener = listening_socket();
-    const sockaddr_in address = loopback(port_of(listener));
-    client = ZU_socket(AF_INET, SOCK_STREAM, 0);
-    ZU_connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    server = ZU_accept(listener, nullptr, nullptr);
-    ZU_socket_close(listener);
+int32_t connect_to(SOCKET socket, uint16_t port) {
+    const sockaddr_in address = loopback(port);
+    return ZU_connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
-connection::~connection() {
-    ZU_socket_close(client);
-    ZU_socket_close(server);
-}
-
-silent_port::silent_port() : listener(listening_socket(0, 0)), waiting(ZU_socket(AF_INET, SOCK_STREAM, 0)) {
-    const sockaddr_in address = loopback(port_of(listener));
-    ZU_connect(waiting, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-}
-
-silent_port::~silent_port() {
-    ZU_socket_close(waiting);
-    ZU_socket_close(listener);
-}
-
-void close_with_reset(SOCKET socket) {
-    const linger at_once{1, 0};
-    ZU_setsockopt(socket, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-    ZU_socket_close(socket);
+connection::connection(SOCKET listener) : server(INVALID_SOCKET) {
+    connect_to(client, port_of(listener));
+    server = held_socket(ZU_accept(listener, nullptr, nullptr));
 }
 
 void make_non_blocking(SOCKET socket) {

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <functional>
+#include <utility>
 
 #include "zu/zu.h"
 
@@ -15,31 +16,51 @@ struct started_library {
     ~started_library() { ZU_shutdown(); }
 };
 
+sockaddr_in ipv4(uint32_t address, uint16_t port); // both in host order
 sockaddr_in loopback(uint16_t port);
+sockaddr_in address_of(SOCKET socket); // its own
 uint16_t port_of(SOCKET socket);
 
-SOCKET bound_socket(int type, uint16_t port = 0);
-SOCKET listening_socket(uint16_t port = 0, int backlog = 16);
+// A socket that is closed at the end of its scope, or before.
+class held_socket {
+public:
+    explicit held_socket(SOCKET number) : number_(number) {}
+    ~held_socket() { close(); }
+    held_socket(held_socket&& other) noexcept : number_(std::exchange(other.number_, INVALID_SOCKET)) {}
+    held_socket& operator=(held_socket&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
 
-// Two ends of one connection, closed at the end.
+    operator SOCKET() const { return number_; }
+    void close();
+    void close_with_reset();
+
+private:
+    SOCKET number_;
+};
+
+// On the loopback. One that cannot be bound is INVALID_SOCKET, with the code.
+held_socket stream_socket();
+held_socket bound_socket(int type, uint16_t port = 0);
+held_socket listening_socket(uint16_t port = 0, int backlog = 16);
+int32_t connect_to(SOCKET socket, uint16_t port);
+
+// Two ends of one connection.
 struct connection {
-    SOCKET client;
-    SOCKET server;
+    connection() : connection(listening_socket()) {}
+    explicit connection(SOCKET listener);
 
-    connection();
-    ~connection();
+    held_socket client = stream_socket(), server;
 };
 
 // A port whose listener takes no more connections, so that the next attempt gets no answer.
 struct silent_port {
-    SOCKET listener;
-    SOCKET waiting;
+    silent_port() { connect_to(waiting, port_of(listener)); }
 
-    silent_port();
-    ~silent_port();
+    held_socket listener = listening_socket(0, 0), waiting = stream_socket();
 };
 
-void close_with_reset(SOCKET socket);
 void make_non_blocking(SOCKET socket);
 
 // Whether this machine has an address for the name; one without /etc/hosts has none.
