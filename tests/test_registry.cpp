@@ -5,62 +5,54 @@
 
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <string>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform/platform.h"
 #include "support/files.h"
+#include "support/results.h"
+#include "support/threads.h"
 #include "zu/zu.h"
 
 namespace {
 
+using namespace std::string_literals;
+using zu_test::code_of;
 using zu_test::wide;
 
 class registry : public testing::Test {
 protected:
-    static std::string file() { return std::string(std::getenv("ZU_HOST")) + "/registry.reg"; }
+    void write(const std::string& bytes) const { place.write("../host/registry.reg", bytes); }
 
-    static void write(const std::string& bytes, const std::string& path = file()) {
-        FILE* stream = std::fopen(path.c_str(), "we");
-        ASSERT_TRUE(stream);
-        ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), stream), bytes.size());
-        ASSERT_EQ(std::fclose(stream), 0);
+    // A value's type, and the units or bytes of it; or the code, negative, of the value or else of its key.
+    struct value {
+        int64_t type;
+        std::string bytes;
+        bool operator==(const value&) const = default;
+    };
+    static value units(int64_t type, const std::u16string& text) {
+        return {type, std::string(reinterpret_cast<const char*>(text.data()), text.size() * 2)};
     }
-
-    // "1:61 00" is the value's type and its bytes; otherwise the code.
-    static std::string value(const std::u16string& path, const ZU_wchar* name) {
+    static value get(const std::u16string& path, const ZU_wchar* name) {
         HKEY key;
-        int32_t code = platform::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_QUERY_VALUE, &key);
-        if (code)
-            return "key " + std::to_string(code);
+        if (platform::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_QUERY_VALUE, &key))
+            return {-1, "no key"};
         uint32_t type = 99, size = 0;
-        code = platform::RegQueryValueExW(key, name, nullptr, &type, nullptr, &size);
-        std::vector<uint8_t> data(size + 1);
-        if (!code)
-            code = platform::RegQueryValueExW(key, name, nullptr, &type, data.data(), &size);
+        int32_t code = platform::RegQueryValueExW(key, name, nullptr, &type, nullptr, &size);
+        std::string bytes(size, '?');
+        if (code == 0)
+            code = platform::RegQueryValueExW(key, name, nullptr, &type,
+                                              reinterpret_cast<uint8_t*>(bytes.data()), &size);
         EXPECT_EQ(platform::RegCloseKey(key), 0);
-        if (code)
-            return std::to_string(code);
-        std::string text = std::to_string(type) + ":";
-        for (uint32_t i = 0; i < size; ++i) {
-            char byte[4];
-            std::snprintf(byte, sizeof byte, i ? " %02x" : "%02x", data[i]);
-            text += byte;
-        }
-        return text;
+        return code ? value{-code, ""} : value{type, bytes};
     }
 
+    // A text as the library reads it, or its code as "<2>".
     static std::u16string text(const std::u16string& path, const ZU_wchar* name = nullptr) {
         ZU_wchar* got = ZU_registry_get_str(HKEY_LOCAL_MACHINE, path.c_str(), name);
-        std::u16string copy = got ? got : u"<" + wide(std::to_string(GetLastError())) + u">";
-        ZU_free(got);
-        return copy;
+        return got ? zu_test::taken(got) : u"<" + wide(std::to_string(GetLastError())) + u">";
     }
 
     zu_test::file_place place;
@@ -87,48 +79,33 @@ const char sample[] = "Windows Registry Editor Version 5.00\r\n\r\n"
                       "[-hkey_local_machine\\software\\OLD]\r\n"
                       "[HKEY_LOCAL_MACHINE\\SOFTWARE\\ZU\\\xC3\x84rger ]x]\r\n\"x\"=dword:3";
 
-void expect_sample(const std::function<std::string(const std::u16string&, const ZU_wchar*)>& value) {
+TEST_F(registry, is_read_in_every_encoding) {
     const struct {
         const ZU_wchar* name;
-        const char* expected;
+        value expected;
     } rows[] = {
-        {nullptr, "1:64 00 65 00 66 00 61 00 75 00 6c 00 74 00 00 00"},
-        {u"", "1:64 00 65 00 66 00 61 00 75 00 6c 00 74 00 00 00"},
-        {u"pAtH",
-         "1:43 00 3a 00 5c 00 64 00 69 00 72 00 20 00 22 00 78 00 22 00 20 00 43 00 3a 00 5c 00 6e 00 65 "
-         "00 77 00 20 00 e4 00 00 00"},
-        {u"lines", "1:6f 00 6e 00 65 00 0d 00 0a 00 74 00 77 00 6f 00 00 00"},
-        {u"empty", "1:00 00"},
-        {u"number", "4:2a 00 00 00"},
-        {u"binary", "3:01 ff 02 0a"},
-        {u"none", "0:"},
-        {u"expand", "2:25 00 41 00 25 00 00 00"},
-        {u"raw", "1:61 00 62"},
-        {u"multi", "7:61 00 00 00 00 00"},
-        {u"quad", "11:01 00 00 00 00 00 00 80"},
-        {u"eq=\\", "4:01 00 00 00"},
-        {u"gone", "2"},
-        {u"TWICE", "4:02 00 00 00"},
-        {u"missing", "2"},
+        // clang-format off
+        {nullptr, units(1, u"default\0"s)},   {u"", units(1, u"default\0"s)},
+        {u"pAtH", units(1, u"C:\\dir \"x\" C:\\new \u00e4\0"s)},
+        {u"lines", units(1, u"one\r\ntwo\0"s)}, {u"empty", units(1, u"\0"s)},  {u"number", {4, "\x2A\0\0\0"s}},
+        {u"binary", {3, "\1\xFF\2\xA"}},      {u"none", {0, ""}},            {u"expand", units(2, u"%A%\0"s)},
+        {u"raw", {1, "a\0b"s}},               {u"multi", units(7, u"a\0\0"s)}, {u"eq=\\", {4, "\1\0\0\0"s}},
+        {u"quad", {11, "\1\0\0\0\0\0\0\x80"s}}, {u"TWICE", {4, "\2\0\0\0"s}}, {u"gone", {-2, ""}},
+        {u"missing", {-2, ""}}
+        // clang-format on
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(value(u"software\\zu", row.name), row.expected)
-            << (row.name ? zu_test::narrow(row.name) : "null");
-    EXPECT_EQ(value(u"Software\\Old", u"x"), "key 2");
-    EXPECT_EQ(value(u"Software\\Old\\Deep", u"x"), "key 2");
-    EXPECT_EQ(value(u"SOFTWARE\\\\Zu\\\u00e4RGER ]x\\", u"x"), "4:03 00 00 00");
-}
-
-TEST_F(registry, is_read_in_every_encoding) {
     std::string little = "\xFF\xFE", big = "\xFE\xFF";
     for (const char16_t unit : wide(sample)) {
         little += {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
         big += {static_cast<char>(unit >> 8), static_cast<char>(unit & 0xFF)};
     }
-    for (const std::string& bytes :
-         {std::string(sample), "\xEF\xBB\xBF" + std::string(sample), little, big}) {
+    for (const std::string& bytes : {std::string(sample), "\xEF\xBB\xBF"s + sample, little, big}) {
         write(bytes);
-        expect_sample(value);
+        for (const auto& row : rows)
+            EXPECT_EQ(get(u"software\\zu", row.name), row.expected) << "row " << &row - rows;
+        EXPECT_EQ(get(u"Software\\Old", u"x").bytes, "no key");
+        EXPECT_EQ(get(u"Software\\Old\\Deep", u"x").bytes, "no key");
+        EXPECT_EQ(get(u"SOFTWARE\\\\Zu\\\u00e4RGER ]x\\", u"x"), (value{4, "\3\0\0\0"s}));
     }
 }
 
@@ -137,20 +114,16 @@ TEST_F(registry, a_line_that_means_nothing_is_skipped) {
                              "\"a\"=hex(:00", "\"a\"=hex:0g", "\"a\"=hex:1 2", "\"a\"=\"x\" y", "\"a\"",
                              "\"a\"=", "\"a", "a=\"x\"", "@", "\xFF\xC0", "=-", "\"a\"=-x"}) {
         write(std::string("[HKEY_LOCAL_MACHINE\\k]\n") + line + "\n\"b\"=dword:1\n@=\"after\"");
-        EXPECT_EQ(value(u"k", u"a"), "2") << line;
-        EXPECT_EQ(value(u"k", u"b"), "4:01 00 00 00") << line;
+        EXPECT_EQ(get(u"k", u"a").type, -2) << line;
+        EXPECT_EQ(get(u"k", u"b").bytes, "\1\0\0\0"s) << line;
         EXPECT_EQ(text(u"k"), u"after") << line;
     }
-    write(
-        "@=\"a\"\n[HKEY_LOCAL_MACHINE\\k]\n@=\"b\"\n[HKEY_LOCAL_MACHINE\\unclosed\n@=\"c\"\n[]\n@=\"d\"\n[HKEY_LOCAL_MACHINE\\"
-        + std::string(256, 'x') + "]\n@=\"e\"\n[HKEY_LOCAL_MACHINE" +
-        [] {
-            std::string deep;
-            for (int i = 0; i < 100000; ++i)
-                deep += "\\a";
-            return deep;
-        }()
-        + "]\n");
+    std::string deep;
+    for (int i = 0; i < 100000; ++i)
+        deep += "\\a";
+    write("@=\"a\"\n[HKEY_LOCAL_MACHINE\\k]\n@=\"b\"\n[HKEY_LOCAL_MACHINE\\unclosed\n@=\"c\"\n[]\n@=\"d\"\n"
+          "[HKEY_LOCAL_MACHINE\\"
+          + std::string(256, 'x') + "]\n@=\"e\"\n[HKEY_LOCAL_MACHINE" + deep + "]\n");
     EXPECT_EQ(text(u"k"), u"b") << "values after a line that names no key belong to none";
 }
 
@@ -221,24 +194,24 @@ TEST_F(registry, texts_and_numbers) {
     for (const auto& row : rows) {
         EXPECT_TRUE(text(u"k", row.name) == row.text) << zu_test::narrow(row.name);
         uint32_t number = 7;
-        SetLastError(0);
-        EXPECT_EQ(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"k", row.name, &number), row.number_code == 0);
+        EXPECT_EQ(code_of(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"k", row.name, &number)),
+                  row.number_code)
+            << zu_test::narrow(row.name);
         EXPECT_EQ(number, row.number_code == 0 ? 0xFFFFFFFEu : 0u);
-        EXPECT_EQ(GetLastError(), row.number_code) << zu_test::narrow(row.name);
     }
     uint32_t number = 7;
     EXPECT_FALSE(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"nosuch", u"t", &number));
     EXPECT_EQ(number, 0u);
-    EXPECT_FALSE(ZU_registry_get_uint32(nullptr, u"k", u"number", &number));
-    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_EQ(code_of(ZU_registry_get_uint32(nullptr, u"k", u"number", &number)), 6u);
 }
 
 TEST_F(registry, a_changed_file_is_seen_at_once) {
+    const std::string file = place.host_path("../host/registry.reg");
     EXPECT_EQ(text(u"k"), u"<2>") << "no file is an empty registry";
     const timespec past[] = {{1000, 0}, {1000, 0}};
     const auto write_number = [&](int number) {
         write("[HKEY_LOCAL_MACHINE\\k]\n@=\"" + std::to_string(number) + "\"");
-        utimensat(AT_FDCWD, file().c_str(), past, 0); // the same size and times of writing
+        utimensat(AT_FDCWD, file.c_str(), past, 0); // the same size and times of writing
         EXPECT_EQ(text(u"k"), wide(std::to_string(number)));
     };
     for (int number = 100; number < 300; ++number)
@@ -247,32 +220,29 @@ TEST_F(registry, a_changed_file_is_seen_at_once) {
     EXPECT_EQ(text(u"k"), u"299");
     EXPECT_EQ(text(u"k"), u"299");
     write_number(300);
-    unlink(file().c_str());
-    EXPECT_EQ(text(u"k"), u"<2>");
-    mkdir(file().c_str(), 0755);
-    EXPECT_EQ(text(u"k"), u"<5>");
-}
-
-TEST_F(registry, a_file_that_may_not_be_read_refuses) {
-    write("[HKEY_LOCAL_MACHINE\\k]\n@=\"x\"");
-    chmod(file().c_str(), 0);
+    chmod(file.c_str(), 0);
     const zu_test::outcome child = zu_test::run_as_ordinary_user([] { _exit(text(u"k") == u"<5>" ? 0 : 1); });
     EXPECT_EQ(child.exit_code, 0);
+    unlink(file.c_str());
+    EXPECT_EQ(text(u"k"), u"<2>");
+    mkdir(file.c_str(), 0755);
+    EXPECT_EQ(text(u"k"), u"<5>");
 }
 
 TEST_F(registry, threads_read_whole_states_while_it_is_replaced) {
     std::atomic<bool> stop{false};
     const auto replace = [&](int number) {
-        const std::string n = std::to_string(number), fresh = file() + ".new";
-        write("[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"" + n + "\"\n" + std::string(20000, '\n') + "\"b\"=\"" + n
-                  + "\"",
-              fresh);
-        EXPECT_EQ(rename(fresh.c_str(), file().c_str()), 0);
+        const std::string n = std::to_string(number);
+        place.write("../host/new", "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=\"" + n + "\"\n" + std::string(20000, '\n')
+                                       + "\"b\"=\"" + n + "\"");
+        EXPECT_EQ(
+            rename(place.host_path("../host/new").c_str(), place.host_path("../host/registry.reg").c_str()),
+            0);
     };
     replace(0);
-    std::vector<std::thread> readers;
+    zu_test::crew readers;
     for (int i = 0; i < 3; ++i) {
-        readers.emplace_back([&] {
+        readers.add([&] {
             while (!stop) {
                 const std::u16string a = text(u"k", u"a"), b = text(u"k", u"b");
                 ASSERT_LE(std::stoi(zu_test::narrow(a)), std::stoi(zu_test::narrow(b)));
@@ -282,8 +252,6 @@ TEST_F(registry, threads_read_whole_states_while_it_is_replaced) {
     for (int number = 1; number < 100; ++number)
         replace(number);
     stop = true;
-    for (std::thread& reader : readers)
-        reader.join();
 }
 
 } // namespace
