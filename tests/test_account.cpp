@@ -12,6 +12,7 @@
 
 #include "platform/platform.h"
 #include "support/files.h"
+#include "support/results.h"
 #include "support/users.h"
 #include "zu/zu.h"
 
@@ -95,51 +96,41 @@ TEST(account, names_that_are_users_and_names_that_are_not) {
         std::u16string machine;
         std::u16string name;
         uint32_t code; // 0: a user; 1: known, but none
-    } rows[] = {{u"", u"root", 0},
-                {u"", u"ROOT", 0},
-                {u"", u".\\root", 0},
-                {u"", here + u"\\root", 0},
-                {here, u"root", 0},
-                {u"\\\\" + here, u"root", 0},
-                {u".", u"nobody", 0},
-                {u"", u"Administrators", 1},
-                {u"", u"BUILTIN\\Users", 1},
-                {u"", u"everyone", 1},
-                {u"", u"NT AUTHORITY\\SYSTEM", 1},
-                {u"", u"shadow", 1},
-                {u"", here, 1},
-                {u"", u"", 1},
-                {u"", u"no such user", 1332},
-                {u"", u"NODOM\\root", 1332},
-                {u"", u"a\\b\\c", 1332},
-                {u"", u"\\root", 1332},
-                {u"", here + u"\\", 1332},
-                {u"", u"BUILTIN\\root", 1332},
-                {u"", u"root@here", 1332},
-                {u"no-such-machine", u"root", 1722}};
+    } rows[] = {
+        // clang-format off
+        {u"", u"root", 0},           {u"", u"ROOT", 0},             {u"", u".\\root", 0},     {u"", here + u"\\root", 0},
+        {here, u"root", 0},          {u"\\\\" + here, u"root", 0},  {u".", u"nobody", 0},     {u"", u"Administrators", 1},
+        {u"", u"BUILTIN\\Users", 1}, {u"", u"everyone", 1},         {u"", u"shadow", 1},      {u"", u"NT AUTHORITY\\SYSTEM", 1},
+        {u"", here, 1},              {u"", u"", 1},                 {u"", u"\\root", 1332},   {u"", u"no such user", 1332},
+        {u"", u"NODOM\\root", 1332}, {u"", u"a\\b\\c", 1332},       {u"", here + u"\\", 1332}, {u"", u"BUILTIN\\root", 1332},
+        {u"", u"root@here", 1332},   {u"no-such-machine", u"root", 1722},
+        // clang-format on
+    };
     for (const auto& row : rows) {
-        SetLastError(0);
-        EXPECT_EQ(ZU_user_exist(row.machine.empty() ? nullptr : row.machine.c_str(), row.name.c_str()),
-                  row.code == 0)
+        EXPECT_EQ(
+            code_of(ZU_user_exist(row.machine.empty() ? nullptr : row.machine.c_str(), row.name.c_str())),
+            row.code == 1 ? no_code : row.code)
             << narrow(row.name);
-        EXPECT_EQ(GetLastError(), row.code > 1 ? row.code : 0u) << narrow(row.name);
     }
 }
 
 TEST(account, look_ups_tell_the_room_they_need) {
     uint8_t sid[128];
     ZU_wchar domain[100];
+    platform::SID_NAME_USE kind;
+    platform::DWORD sid_size, domain_size;
+    const auto look_up = [&] {
+        return code_of(
+            platform::LookupAccountNameW(nullptr, u"Users", sid, &sid_size, domain, &domain_size, &kind));
+    };
     for (const bool sid_is_short : {true, false}) {
-        platform::SID_NAME_USE kind = platform::SidTypeGroup;
-        platform::DWORD sid_size = sid_is_short ? 1 : 128, domain_size = sid_is_short ? 100 : 1;
-        EXPECT_FALSE(
-            platform::LookupAccountNameW(nullptr, u"Users", sid, &sid_size, domain, &domain_size, &kind));
-        EXPECT_EQ(GetLastError(), 122u);
-        EXPECT_EQ(sid_size, 16u);
-        EXPECT_EQ(domain_size, 8u) << "BUILTIN and its terminator";
+        kind = platform::SidTypeGroup;
+        sid_size = sid_is_short ? 1 : 128;
+        domain_size = sid_is_short ? 100 : 1;
+        EXPECT_EQ(look_up(), 122u);
+        EXPECT_TRUE(sid_size == 16 && domain_size == 8) << "BUILTIN and its terminator";
         EXPECT_EQ(kind, platform::SidTypeGroup) << "not set yet";
-        ASSERT_TRUE(
-            platform::LookupAccountNameW(nullptr, u"Users", sid, &sid_size, domain, &domain_size, &kind));
+        ASSERT_EQ(look_up(), 0u);
         EXPECT_EQ(domain_size, 7u);
         EXPECT_EQ(std::u16string(domain), u"BUILTIN");
         EXPECT_EQ(kind, platform::SidTypeAlias);
@@ -159,12 +150,11 @@ std::string switched(const ZU_wchar* name, bool on) {
 TEST(privileges, tell_their_state_before) {
     EXPECT_EQ(switched(u"SeNoSuchPrivilege", true), "refused, 1313");
     EXPECT_EQ(switched(u"", true), "refused, 1313");
-    const std::string as_nobody = run_as_ordinary_user([] {
-                                      std::printf("%s; ", switched(u"SeTcbPrivilege", true).c_str());
-                                      std::printf("%s; ", switched(u"SeTcbPrivilege", true).c_str());
-                                      std::printf("%s", switched(u"SeTcbPrivilege", false).c_str());
-                                  }).output;
-    EXPECT_EQ(as_nobody, "was off, 1300; was off, 1300; was off, 1300") << "accepted, but not held";
+    const outcome as_nobody = run_as_ordinary_user([] {
+        for (const bool on : {true, true, false})
+            std::printf("%s; ", switched(u"SeTcbPrivilege", on).c_str());
+    });
+    EXPECT_EQ(as_nobody.output, "was off, 1300; was off, 1300; was off, 1300; ") << "accepted, but not held";
     if (!is_root())
         GTEST_SKIP() << "only root holds privileges";
     EXPECT_EQ(switched(u"SeChangeNotifyPrivilege", true), "was on, 0");
@@ -185,20 +175,21 @@ TEST(privileges, adjusting_needs_room_and_rights) {
     ASSERT_TRUE(platform::LookupPrivilegeValueW(nullptr, u"SeDebugPrivilege", &wanted.Privileges[0].Luid));
     EXPECT_EQ(wanted.Privileges[0].Luid.LowPart, 20u);
     platform::DWORD length = 0;
-    EXPECT_FALSE(platform::AdjustTokenPrivileges(weak, FALSE, &wanted, sizeof previous, &previous, &length));
-    EXPECT_EQ(GetLastError(), 5u);
-    EXPECT_FALSE(platform::AdjustTokenPrivileges(strong, FALSE, &wanted, 15, &previous, &length));
-    EXPECT_EQ(GetLastError(), 122u);
+    const auto adjust = [&](platform::HANDLE token, uint32_t room) {
+        return code_of(platform::AdjustTokenPrivileges(token, FALSE, &wanted, room, &previous, &length));
+    };
+    EXPECT_EQ(adjust(weak, sizeof previous), 5u);
+    EXPECT_EQ(adjust(strong, 15), 122u);
     EXPECT_EQ(length, 16u);
-    EXPECT_TRUE(platform::AdjustTokenPrivileges(strong, FALSE, &wanted, length, &previous, &length));
+    EXPECT_EQ(adjust(strong, length), 0u);
     EXPECT_EQ(previous.PrivilegeCount, 1u) << "the short buffer had changed nothing";
-    EXPECT_TRUE(platform::AdjustTokenPrivileges(strong, FALSE, &wanted, sizeof previous, &previous, &length));
+    EXPECT_EQ(adjust(strong, sizeof previous), 0u);
     EXPECT_EQ(previous.PrivilegeCount, 0u) << "only changes are listed";
-    EXPECT_FALSE(platform::GetTokenInformation(nullptr, platform::TokenGroups, nullptr, 0, &length));
-    EXPECT_EQ(GetLastError(), 6u);
+    EXPECT_EQ(code_of(platform::GetTokenInformation(nullptr, platform::TokenGroups, nullptr, 0, &length)),
+              6u);
     platform::HANDLE none;
-    EXPECT_FALSE(platform::OpenThreadToken(platform::GetCurrentThread(), TOKEN_QUERY, TRUE, &none));
-    EXPECT_EQ(GetLastError(), 1008u);
+    EXPECT_EQ(code_of(platform::OpenThreadToken(platform::GetCurrentThread(), TOKEN_QUERY, TRUE, &none)),
+              1008u);
     EXPECT_TRUE(platform::CloseHandle(weak) && platform::CloseHandle(strong));
 }
 

@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include "support/results.h"
 #include "zu/zu.h"
 
 namespace {
+
+using zu_test::taken;
 
 using texts = std::vector<std::u16string>;
 
@@ -55,12 +58,6 @@ TEST(text, splitting) {
                   row.result);
         EXPECT_EQ((texts{first, second}), row.pieces);
     }
-}
-
-std::u16string taken(ZU_wchar* text) {
-    const std::u16string copy = text;
-    ZU_free(text);
-    return copy;
 }
 
 TEST(text, trimming_and_short_names) {

@@ -25,14 +25,15 @@ long threads_of_process() {
 }
 
 TEST(threads, hand_on_their_exit_codes) {
+    uint32_t collected = 4711;
     for (uint32_t code : {42u, 0u, 259u, 0xFFFFFFFFu}) {
-        uint32_t collected = 4711;
-        ZU_thread* thread = ZU_thread_create(give_back, &code);
-        ASSERT_NE(thread, nullptr);
-        EXPECT_EQ(ZU_thread_wait_for_termination(thread, &collected), 0);
+        EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(give_back, &code), &collected), 0);
         EXPECT_EQ(collected, code);
         EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create_ex(give_back, &code, 1 << 20), nullptr), 0);
     }
+    ZU_thread* exits = ZU_thread_create([](void*) -> uint32_t { pthread_exit(nullptr); }, nullptr);
+    EXPECT_EQ(ZU_thread_wait_for_termination(exits, &collected), 0) << "it ends without returning";
+    EXPECT_EQ(collected, 0u);
 }
 
 TEST(threads, are_gone_when_their_end_has_been_waited_for) {
@@ -59,13 +60,6 @@ TEST(threads, are_gone_when_their_end_has_been_waited_for) {
     // The kernel takes an ended thread off its list a moment after the join.
     while (threads_of_process() > before)
         platform::Sleep(1);
-}
-
-TEST(threads, one_that_ends_without_returning_is_noticed) {
-    uint32_t code = 4711;
-    ZU_thread* thread = ZU_thread_create([](void*) -> uint32_t { pthread_exit(nullptr); }, nullptr);
-    EXPECT_EQ(ZU_thread_wait_for_termination(thread, &code), 0);
-    EXPECT_EQ(code, 0u);
 }
 
 TEST(threads, running_ones_and_their_identifiers) {
@@ -116,9 +110,7 @@ TEST(threads, stack_sizes_are_reservations_with_a_floor) {
     ZU_thread_wait_for_termination(ZU_thread_create_ex(usable_stack, nullptr, 0), &given);
     EXPECT_EQ(given, by_default);
     for (uint32_t size : {1u, 300000u, 64u << 20}) {
-        ZU_thread* thread = ZU_thread_create_ex(usable_stack, nullptr, size);
-        ASSERT_NE(thread, nullptr) << size;
-        ZU_thread_wait_for_termination(thread, &given);
+        ZU_thread_wait_for_termination(ZU_thread_create_ex(usable_stack, nullptr, size), &given);
         EXPECT_GE(given, size);
         EXPECT_LT(given, size + (1u << 20)) << "the size asked for, not the default";
     }
@@ -139,15 +131,12 @@ TEST(threads, a_stack_that_does_not_fit_fails_with_code_8) {
 }
 
 TEST(identifiers, are_new_in_a_forked_child) {
-    EXPECT_EQ(ZU_get_current_process_id(), static_cast<uint32_t>(getpid()));
-    EXPECT_EQ(ZU_get_current_thread_id(), static_cast<uint32_t>(gettid()));
-    const zu_test::outcome child = zu_test::run_child([] {
-        _exit(ZU_get_current_process_id() == static_cast<uint32_t>(getpid())
-                      && ZU_get_current_thread_id() == static_cast<uint32_t>(gettid())
-                  ? 0
-                  : 1);
-    });
-    EXPECT_EQ(child.exit_code, 0);
+    const auto are_the_hosts = [] {
+        return ZU_get_current_process_id() == static_cast<uint32_t>(getpid())
+               && ZU_get_current_thread_id() == static_cast<uint32_t>(gettid());
+    };
+    EXPECT_TRUE(are_the_hosts());
+    EXPECT_EQ(zu_test::run_child([&] { _exit(are_the_hosts() ? 0 : 1); }).exit_code, 0);
 }
 
 TEST(clocks, sleep_lasts_at_least_as_long_as_asked) {
