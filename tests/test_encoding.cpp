@@ -7,11 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include "support/results.h"
 #include "zu/zu.h"
 
 namespace {
 
 using bytes = std::vector<uint8_t>;
+using zu_test::taken;
 
 constexpr char16_t alphabet64[] = u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char16_t alphabet32[] = u"abcdefghijklmnopqrstuvwxyz012345";
@@ -26,32 +28,25 @@ struct encoding {
     const char16_t* alphabet;
     uint32_t bits;
     ZU_basex_decode_fn value;
-    uint32_t (*encode)(const uint8_t*, uint32_t, ZU_wchar*, uint32_t*);
-    ZU_wchar* (*encode_new)(const uint8_t*, uint32_t, uint32_t*);
-    uint32_t (*decode)(const ZU_wchar*, uint32_t, uint8_t*, uint32_t*);
+    decltype(&ZU_bin2base64) encode;
+    decltype(&ZU_base642bin) decode;
 };
 
 const encoding encodings[] = {
-    {alphabet64, 6, value_in<alphabet64>, ZU_bin2base64, ZU_bin2base64_ex, ZU_base642bin},
-    {alphabet32, 5, value_in<alphabet32>, ZU_bin2base32, ZU_bin2base32_ex, ZU_base322bin},
+    {alphabet64, 6, value_in<alphabet64>, ZU_bin2base64, ZU_base642bin},
+    {alphabet32, 5, value_in<alphabet32>, ZU_bin2base32, ZU_base322bin},
 };
 
-std::mt19937& random_source() {
+uint32_t random_number() {
     static std::mt19937 source(4);
-    return source;
+    return static_cast<uint32_t>(source());
 }
 
 bytes random_bytes(size_t count) {
     bytes result(count);
     for (uint8_t& byte : result)
-        byte = static_cast<uint8_t>(random_source()());
+        byte = static_cast<uint8_t>(random_number());
     return result;
-}
-
-std::u16string taken(ZU_wchar* text) {
-    std::u16string copy(text);
-    ZU_free(text);
-    return copy;
 }
 
 // What a decoder leaves: its result, the size, and the whole area. The area is a block of its own with as many
@@ -80,21 +75,17 @@ decoded by_general_engine(const encoding& e, size_t room, const std::u16string& 
 TEST(encoding, known_texts) {
     const struct {
         bytes data;
-        const char16_t *base64, *base32;
-    } rows[] = {
-        {{}, u"", u""},
-        {{0x61}, u"hB", u"bd"},
-        {{0x00}, u"AA", u"aa"},
-        {{0xFF}, u"/D", u"5h"},
-        {{'a', 'b', 'c'}, u"hJ2Y", u"btygg"},
-    };
+        std::u16string base64, base32;
+    } rows[] = {{{}, u"", u""},
+                {{0x61}, u"hB", u"bd"},
+                {{0x00}, u"AA", u"aa"},
+                {{0xFF}, u"/D", u"5h"},
+                {{'a', 'b', 'c'}, u"hJ2Y", u"btygg"}};
     for (const auto& row : rows) {
         uint32_t length = 77;
         const auto size = static_cast<uint32_t>(row.data.size());
         EXPECT_EQ(taken(ZU_bin2base64_ex(row.data.data(), size, &length)), row.base64);
-        EXPECT_EQ(length, std::u16string_view(row.base64).size());
-        EXPECT_EQ(taken(ZU_bin2base32_ex(row.data.data(), size, &length)), row.base32);
-        EXPECT_EQ(length, std::u16string_view(row.base32).size());
+        EXPECT_EQ(length, row.base64.size());
         EXPECT_EQ(taken(ZU_bin2base32_ex(row.data.data(), size, nullptr)), row.base32);
     }
 }
@@ -132,12 +123,12 @@ TEST(encoding, built_in_decoders_leave_what_the_general_engine_leaves) {
                                 u'{', u'A', u'6',  0x80, 0xC1, 0x141, 0};
     for (const encoding& e : encodings) {
         for (int round = 0; round < 20000; ++round) {
-            std::u16string text(random_source()() % 70, u'\0');
+            std::u16string text(random_number() % 70, u'\0');
             for (char16_t& character : text)
-                character = e.alphabet[random_source()() % (1u << e.bits)];
-            for (uint32_t wrong = random_source()() % 3; wrong > 0 && !text.empty(); --wrong)
-                text[random_source()() % text.size()] = outside[random_source()() % std::size(outside)];
-            const size_t room = text.size() * e.bits / 8 + random_source()() % 3;
+                character = e.alphabet[random_number() % (1u << e.bits)];
+            for (uint32_t wrong = random_number() % 3; wrong > 0 && !text.empty(); --wrong)
+                text[random_number() % text.size()] = outside[random_number() % std::size(outside)];
+            const size_t room = text.size() * e.bits / 8 + random_number() % 3;
             ASSERT_EQ(decode_to(room, text, e.decode), by_general_engine(e, room, text)) << round;
         }
     }
@@ -154,7 +145,7 @@ TEST(encoding, alphabets_of_every_width) {
             const std::u16string text = taken(ZU_bin2basex_ex(alphabet, bits, data.data(), count, &length));
             ASSERT_EQ(length, text.size());
             ASSERT_EQ(length, (count * 8 + bits - 1) / bits);
-            const encoding general{alphabet, bits, [](uint32_t c) { return c - 0x100; }, {}, {}, {}};
+            const encoding general{alphabet, bits, [](uint32_t c) { return c - 0x100; }, {}, {}};
             // A wide last symbol can hold a whole byte more than went in.
             const decoded back = by_general_engine(general, length * bits / 8, text);
             ASSERT_EQ(back.result, 0u);
@@ -170,10 +161,9 @@ TEST(encoding, fields_of_bits_against_single_bits) {
     EXPECT_EQ(ZU_get_bits(known, 2, 16, 8), 0u);
     EXPECT_EQ(ZU_get_bits(nullptr, 0, 0, 32), 0u);
     for (int round = 0; round < 20000; ++round) {
-        bytes data = random_bytes(random_source()() % 9);
+        bytes data = random_bytes(random_number() % 9);
         const auto size = static_cast<uint32_t>(data.size());
-        const uint32_t offset = random_source()() % 80, count = random_source()() % 33,
-                       value = random_source()();
+        const uint32_t offset = random_number() % 80, count = random_number() % 33, value = random_number();
         bytes written = data;
         uint32_t field = 0;
         for (uint32_t i = 0; i < count && (offset + i) / 8 < size; ++i) {
@@ -214,8 +204,8 @@ TEST(encoding, hexadecimal_of_every_length_and_its_errors) {
         // A wrong character somewhere: the bytes before its pair are there, the others as they were.
         if (count == 0)
             continue;
-        const uint32_t at = random_source()() % (2 * count);
-        upper[at] = u"/:@G`g\x130\x141 "[random_source()() % 9];
+        const uint32_t at = random_number() % (2 * count);
+        upper[at] = u"/:@G`g\x130\x141 "[random_number() % 9];
         bytes before(data.begin(), data.begin() + at / 2);
         before.resize(count, 0xA5);
         ASSERT_EQ(from_hex(count, upper), (decoded{1, count, before})) << at;

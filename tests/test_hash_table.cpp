@@ -1,5 +1,6 @@
 // Hash table: against a model of its order, with hashes that collide and items removed in the midst of a walk.
 #include <cstddef>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <random>
@@ -139,9 +140,8 @@ TEST(hash_table, random_calls_against_a_model) {
         for (int round = 0; round < 20000 && !testing::Test::HasFatalFailure(); ++round) {
             const int32_t key = static_cast<int32_t>(random() % 301) - 150;
             switch (random() % 100) {
-            case 0: both.walk(false, random() & random()); break;
-            case 1: both.walk(true, random() & random()); break;
-            case 2: both.enumerate(); break;
+            case 0: both.walk(random() % 2, random() & random()); break;
+            case 1: both.enumerate(); break;
             default:
                 switch (random() % 3) {
                 case 0: both.insert(key); break;
@@ -158,19 +158,14 @@ TEST(hash_table, random_calls_against_a_model) {
 TEST(hash_table, empty_tables_clear_and_use_after_destroy) {
     table_and_model both(3, hash_few);
     ZU_hash_table& table = both.table;
-    const auto unexpected = [](void*) -> int32_t { std::abort(); };
     for (int round = 0; round < 2; ++round) {
-        ZU_hash_table_iter at;
-        ZU_hash_table_begin(&table, &at);
-        EXPECT_TRUE(ZU_hash_table_end(&at));
-        ZU_hash_table_rbegin(&table, &at);
-        EXPECT_TRUE(ZU_hash_table_end(&at));
-        EXPECT_EQ(ZU_hash_table_enumerate(&table, unexpected), 0u);
+        both.walk(false, 0);
+        both.walk(true, 0);
+        EXPECT_EQ(ZU_hash_table_enumerate(&table, [](void*) -> int32_t { std::abort(); }), 0u);
         EXPECT_EQ(ZU_hash_table_clear(&table), 0u);
 
-        for (int32_t key : {4, 3, 5, 0, 7})
+        for (int32_t key : {4, 3, 5, 0, 7, 7})
             both.insert(key);
-        both.insert(7);
         EXPECT_EQ(released, std::vector<int32_t>()) << "a duplicate is the caller's still";
         EXPECT_EQ(ZU_hash_table_clear(&table), 5u);
         EXPECT_EQ(released, (std::vector<int32_t>{0, 3, 4, 7, 5})) << "in the order of a walk";
@@ -197,18 +192,15 @@ TEST(hash_table, replaced_callbacks_find_what_is_in_the_bucket) {
     for (int32_t key = -1; key <= 10; ++key)
         both.find(key);
     // Keys that are equal by the new callback, although their hashes never were.
+    const auto found = [&both](int32_t key, ZU_compare_fn compare) {
+        ZU_hash_table_reset_callback(&both.table, hash_spread, compare, nullptr);
+        return ZU_hash_table_find(&both.table, &key, nullptr) == 0;
+    };
     const auto tens = [](const void* a, const void* b) -> int32_t { return key_at(a) / 10 - key_at(b) / 10; };
-    ZU_hash_table_reset_callback(&both.table, hash_spread, tens, nullptr);
-    int32_t key = 5;
-    void* found = nullptr;
-    EXPECT_EQ(ZU_hash_table_find(&both.table, &key, &found), 0);
-    key = 10;
-    EXPECT_EQ(ZU_hash_table_find(&both.table, &key, &found), -1);
+    EXPECT_TRUE(found(5, tens));
+    EXPECT_FALSE(found(10, tens));
     // By the opposite order 9 comes before the first item, 0, and the search ends there.
-    const auto descending = [](const void* a, const void* b) -> int32_t { return key_at(b) - key_at(a); };
-    ZU_hash_table_reset_callback(&both.table, hash_spread, descending, nullptr);
-    key = 9;
-    EXPECT_EQ(ZU_hash_table_find(&both.table, &key, &found), -1);
+    EXPECT_FALSE(found(9, [](const void* a, const void* b) -> int32_t { return key_at(b) - key_at(a); }));
     ZU_hash_table_reset_callback(&both.table, hash_spread, ascending, release);
 }
 

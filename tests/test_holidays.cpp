@@ -1,10 +1,10 @@
 // The holiday calendar: order, growth, and use by several threads at once.
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "support/threads.h"
 #include "zu/zu.h"
 
 namespace {
@@ -81,9 +81,9 @@ TEST_F(holidays, room_grows_by_eight_and_stays) {
 
 TEST_F(holidays, threads_fill_and_ask_at_once) {
     constexpr uint32_t threads = 4, each = 200;
-    std::vector<std::thread> fillers;
+    zu_test::crew fillers;
     for (uint32_t t = 0; t < threads; ++t) {
-        fillers.emplace_back([this, t] {
+        fillers.add([this, t] {
             for (uint32_t i = 0; i < each; ++i) {
                 EXPECT_TRUE(add(t, i));
                 EXPECT_TRUE(find(t, i));
@@ -93,8 +93,7 @@ TEST_F(holidays, threads_fill_and_ask_at_once) {
             }
         });
     }
-    for (std::thread& filler : fillers)
-        filler.join();
+    fillers.join();
     EXPECT_EQ(ZU_timer_holidays_count(&calendar), static_cast<int32_t>(threads * each / 2));
     EXPECT_EQ(all().size(), threads * each / 2);
 }

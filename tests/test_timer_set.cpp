@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/threads.h"
 #include "zu/zu.h"
 
 namespace {
@@ -175,17 +176,16 @@ TEST(timer_set, run_now_needs_no_schedule) {
     std::vector<ZU_timer*> timers;
     for (task& t : tasks)
         timers.push_back(set.add(not_for_years(), t));
-    std::vector<std::thread> callers;
+    zu_test::crew callers;
     set.visit([&](task&) { // under the lock, so that all of them find it held and no request pending
         for (ZU_timer* timer : timers)
-            callers.emplace_back([&set, timer] { ZU_timer_set_run_now(&set, timer); });
+            callers.add([&set, timer] { ZU_timer_set_run_now(&set, timer); });
         ZU_sleep(100);
         return 1;
     });
     for (task& t : tasks)
         EXPECT_TRUE(t.wait()) << t.key;
-    for (std::thread& caller : callers)
-        caller.join();
+    callers.join();
     ZU_timer_set_shutdown(&set);
     for (task& t : tasks)
         EXPECT_EQ(t.calls, 1) << t.key;
@@ -244,9 +244,9 @@ TEST(timer_set, serves_many_threads_at_once) {
     set.add(every_second(), due);
     ASSERT_TRUE(ZU_timer_set_startup(&set));
     std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
+    zu_test::crew threads;
     for (int key = 1; key <= 4; ++key) {
-        threads.emplace_back([&, key] {
+        threads.add([&, key] {
             task own(key);
             for (int round = 1; !stop; ++round) {
                 ZU_timer* timer = set.add(not_for_years(), own);
@@ -262,8 +262,7 @@ TEST(timer_set, serves_many_threads_at_once) {
     }
     EXPECT_TRUE(due.wait() && due.wait());
     stop = true;
-    for (std::thread& thread : threads)
-        thread.join();
+    threads.join();
     EXPECT_EQ(set.visit(), "0");
 }
 
