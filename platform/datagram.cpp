@@ -57,13 +57,11 @@ bool nobody_listened(int descriptor) {
 
 } // namespace
 
-void begin_datagrams(int descriptor, int family) {
+void begin_datagrams(int descriptor) {
     in_use.store(true, std::memory_order_relaxed);
-    const int on = 1;
-    if (family == AF_INET)
-        ::setsockopt(descriptor, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
-    else if (family == AF_INET6)
-        ::setsockopt(descriptor, IPPROTO_IPV6, IPV6_RECVERR, &on, sizeof on);
+    const int on = 1; // each where the family has it
+    ::setsockopt(descriptor, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
+    ::setsockopt(descriptor, IPPROTO_IPV6, IPV6_RECVERR, &on, sizeof on);
 }
 
 bool datagrams_in_use() {

@@ -6,7 +6,7 @@
 namespace platform {
 
 // For every new datagram socket: from then on it hears of ports where nobody listens.
-void begin_datagrams(int descriptor, int family);
+void begin_datagrams(int descriptor);
 
 // Until this process has made a datagram socket here, every socket is a stream, and all that follows can be left out.
 bool datagrams_in_use();

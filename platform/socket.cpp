@@ -140,7 +140,7 @@ DWORD code_of_failed_send(int descriptor, int flags, const sockaddr* address, in
     case EAGAIN: return code_of_wait(descriptor, flags);
     case EDESTADDRREQ: return WSAENOTCONN;
     case EINVAL: return address && too_short(address, address_length) ? WSAEFAULT : WSAEINVAL;
-    case ECONNREFUSED: return WSAENOTCONN; // a connection that never came about
+    case ECONNREFUSED: return socket_type(descriptor) == SOCK_DGRAM ? WSAECONNRESET : WSAENOTCONN;
     case EPIPE:
         switch (stream_state_of(descriptor)) {
         case stream_state::fresh:
@@ -186,7 +186,7 @@ SOCKET socket(int family, int type, int protocol) {
         return INVALID_SOCKET;
     }
     if (plain_type == SOCK_DGRAM)
-        begin_datagrams(descriptor, family);
+        begin_datagrams(descriptor);
     return static_cast<SOCKET>(cleared(descriptor));
 }
 
