@@ -161,7 +161,7 @@ share_result take_claim(int descriptor, const share_claim& claim, const descript
 void end_writing(int descriptor, const share_claim& claim) {
     if (!claim.reads)
         give_back_claim(descriptor);
-    else if (!claim.denies_reads || !claim.denies_writes) // else every byte is its own, whatever it does
+    else
         lock_bytes(descriptor, F_UNLCK, writing);
 }
 
