@@ -37,7 +37,7 @@ uint32_t open_code(const char16_t* path, uint32_t flags) {
     return code;
 }
 
-void open_in_each_way() {
+TEST(file, ways_to_open_and_the_second_attempt) {
     constexpr uint32_t hidden = FILE_ATTRIBUTE_HIDDEN, read_only = FILE_ATTRIBUTE_READONLY,
                        plain = FILE_ATTRIBUTE_NORMAL;
     constexpr uint32_t system = FILE_ATTRIBUTE_SYSTEM, missing = 0;
@@ -57,33 +57,25 @@ void open_in_each_way() {
         {hidden | system, ZU_FILE_CREATE_ALWAYS, 5, "old"}, // the second attempt fails too
     };
     // clang-format on
-    const file_place place;
-    for (const auto& row : rows) {
-        ZU_delete_file(u"T:\\f");
-        if (row.attributes != missing) {
-            place.write("f", "old");
-            ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\f", row.attributes)) << row.attributes;
+    zu_test::as_both_users([&](const file_place& place) {
+        for (const auto& row : rows) {
+            ZU_delete_file(u"T:\\f");
+            if (row.attributes != missing) {
+                place.write("f", "old");
+                ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\f", row.attributes)) << row.attributes;
+            }
+            EXPECT_EQ(open_code(u"T:\\f", ZU_FILE_WRITE | row.flags), row.code)
+                << row.attributes << " " << row.flags;
+            EXPECT_EQ(place.read("f"), row.contents) << row.attributes << " " << row.flags;
+            if (row.attributes != missing) {
+                EXPECT_EQ(ZU_get_file_platform_attributes(u"T:\\f"), row.attributes) << row.flags;
+            }
         }
-        EXPECT_EQ(open_code(u"T:\\f", ZU_FILE_WRITE | row.flags), row.code)
-            << row.attributes << " " << row.flags;
-        EXPECT_EQ(place.read("f"), row.contents) << row.attributes << " " << row.flags;
-        if (row.attributes != missing) {
-            EXPECT_EQ(ZU_get_file_platform_attributes(u"T:\\f"), row.attributes) << row.flags;
-        }
-    }
-    place.make_directory("d");
-    ZU_set_file_platform_attributes(u"T:\\d", read_only);
-    EXPECT_EQ(open_code(u"T:\\d", ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING), 5u);
-    EXPECT_EQ(ZU_get_file_platform_attributes(u"T:\\d"), FILE_ATTRIBUTE_DIRECTORY | read_only);
-}
-
-TEST(file, ways_to_open_and_the_second_attempt) {
-    open_in_each_way();
-    const zu_test::outcome other = zu_test::run_as_ordinary_user([] {
-        open_in_each_way();
-        _exit(testing::Test::HasFailure());
+        place.make_directory("d");
+        ZU_set_file_platform_attributes(u"T:\\d", read_only);
+        EXPECT_EQ(open_code(u"T:\\d", ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING), 5u);
+        EXPECT_EQ(ZU_get_file_platform_attributes(u"T:\\d"), FILE_ATTRIBUTE_DIRECTORY | read_only);
     });
-    EXPECT_EQ(other.exit_code, 0) << "as an ordinary user: " << other.output;
 }
 
 TEST(file, the_position_is_kept_and_lost_with_a_failure) {

@@ -11,15 +11,12 @@
 
 namespace {
 
+using zu_test::as_both_users;
+using zu_test::code_after;
 using zu_test::file_place;
 
 constexpr uint32_t hidden = FILE_ATTRIBUTE_HIDDEN, system_ = FILE_ATTRIBUTE_SYSTEM;
 constexpr uint32_t read_only = FILE_ATTRIBUTE_READONLY, plain = FILE_ATTRIBUTE_NORMAL;
-
-// 0, or the code of a failure.
-uint32_t code_of(ZU_bool done) {
-    return done ? 0 : GetLastError();
-}
 
 // A file of that content, with those attributes.
 void make(const file_place& place, const char* name, const char* contents, uint32_t bits) {
@@ -30,42 +27,32 @@ void make(const file_place& place, const char* name, const char* contents, uint3
     ASSERT_TRUE(ZU_set_file_platform_attributes(path.c_str(), bits)) << name;
 }
 
-// Runs a body here, and in a child that is an ordinary user.
-void as_both_users(void (*body)(const file_place&)) {
-    body(file_place());
-    const zu_test::outcome other = zu_test::run_as_ordinary_user([&] {
-        body(file_place());
-        _exit(testing::Test::HasFailure());
-    });
-    EXPECT_EQ(other.exit_code, 0) << "as an ordinary user: " << other.output;
-}
-
 TEST(file_system, single_items_and_their_attributes) {
     as_both_users([](const file_place& place) {
-        EXPECT_EQ(code_of(ZU_create_dir(u"T:\\a\\b", nullptr)), 3u);
-        EXPECT_EQ(code_of(ZU_create_dir(u"T:\\a\\\\", nullptr)), 0u);
-        EXPECT_EQ(code_of(ZU_create_dir(u"t:\\A", nullptr)), 183u);
-        EXPECT_EQ(code_of(ZU_create_dir(u"T:\\a\\b", nullptr)), 0u);
-        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), 145u);
+        EXPECT_EQ(code_after(ZU_create_dir(u"T:\\a\\b", nullptr)), 3u);
+        EXPECT_EQ(code_after(ZU_create_dir(u"T:\\a\\\\", nullptr)), 0u);
+        EXPECT_EQ(code_after(ZU_create_dir(u"t:\\A", nullptr)), 183u);
+        EXPECT_EQ(code_after(ZU_create_dir(u"T:\\a\\b", nullptr)), 0u);
+        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a")), 145u);
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\b", read_only | hidden));
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\", read_only | system_));
-        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a\\")), 145u) << "the code of the second attempt";
+        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a\\")), 145u) << "the code of the second attempt";
         EXPECT_EQ(ZU_path_attributes(u"T:\\a"), ZU_PATH_DIR | ZU_PATH_READONLY | ZU_PATH_SYSTEM)
             << "put back";
-        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\A\\B\\")), 0u);
-        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), 0u);
-        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), 2u);
+        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\A\\B\\")), 0u);
+        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a")), 0u);
+        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a")), 2u);
 
         for (uint32_t bits : {plain, read_only, read_only | hidden | system_}) {
             make(place, "f", "", bits);
-            EXPECT_EQ(code_of(ZU_delete_file(u"T:\\F")), 0u) << bits;
+            EXPECT_EQ(code_after(ZU_delete_file(u"T:\\F")), 0u) << bits;
             EXPECT_FALSE(place.exists("f"));
         }
-        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\f")), 2u);
+        EXPECT_EQ(code_after(ZU_delete_file(u"T:\\f")), 2u);
         make(place, "f", "", read_only | hidden);
         ZU_file* open =
             ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ, nullptr);
-        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\f")), 32u);
+        EXPECT_EQ(code_after(ZU_delete_file(u"T:\\f")), 32u);
         ZU_close_file(open);
         EXPECT_EQ(ZU_path_attributes(u"T:\\f"), 0x282u);
 
@@ -90,17 +77,17 @@ TEST(file_system, a_recursive_delete_takes_the_tree_and_leaves_what_links_point_
         make(place, "tree/d2/f", "", plain);
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\tree\\d2", read_only | system_));
         ZU_file* open = ZU_open_file(u"T:\\tree\\d1\\f3", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING, nullptr);
-        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree")), 145u)
+        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\tree")), 145u)
             << "what is in use stays, and the way to it";
         EXPECT_TRUE(place.exists("tree/d1/f3"));
         EXPECT_FALSE(place.exists("tree/d1/f4") || place.exists("tree/d2") || place.exists("tree/down"));
         ZU_close_file(open);
-        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree\\")), 0u);
+        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\tree\\")), 0u);
         EXPECT_EQ(place.read("kept/f"), "kept");
-        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\top")), 0u)
+        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\top")), 0u)
             << "a link that is named itself is followed";
         EXPECT_FALSE(place.exists("top") || place.exists("kept/f"));
-        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\top")), 2u);
+        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\top")), 2u);
     });
 }
 
@@ -122,14 +109,14 @@ TEST(file_system, a_move_replaces_files_and_keeps_a_destination_that_it_cannot_r
             place.write("src", "src");
             if (row.bits != 0)
                 make(place, name.c_str(), "dst", row.bits);
-            EXPECT_EQ(code_of(ZU_move_file(row.source, row.destination)), row.code) << name;
+            EXPECT_EQ(code_after(ZU_move_file(row.source, row.destination)), row.code) << name;
             EXPECT_EQ(place.read(name), row.contents) << name;
             if (row.code != 0 && row.bits != 0) {
                 EXPECT_EQ(ZU_get_file_platform_attributes(row.destination), row.bits) << "put back";
             }
         }
         place.map_drive('U', "/dev/shm");
-        EXPECT_EQ(code_of(ZU_move_file(u"T:\\src", u"U:\\zu-test-moved")), 17u);
+        EXPECT_EQ(code_after(ZU_move_file(u"T:\\src", u"U:\\zu-test-moved")), 17u);
     });
 }
 
@@ -140,14 +127,14 @@ TEST(file_system, times_are_set_one_by_one) {
         for (const char16_t* path : {u"T:\\f", u"T:\\d\\"}) {
             ZU_stat before, after;
             ASSERT_EQ(ZU_stat64(path, &before), 0);
-            EXPECT_EQ(code_of(ZU_set_file_time(path, -1, 1137000000, -1)), 0u);
+            EXPECT_EQ(code_after(ZU_set_file_time(path, -1, 1137000000, -1)), 0u);
             ASSERT_EQ(ZU_stat64(path, &after), 0);
             EXPECT_EQ(after.st_mtime, 1137000000);
             EXPECT_EQ(after.st_atime, before.st_atime);
             EXPECT_EQ(after.st_ctime, before.st_ctime);
         }
-        EXPECT_EQ(code_of(ZU_set_file_time(u"T:\\", 1, 1, 1)), 0u) << "a drive's root: nothing to do";
-        EXPECT_EQ(code_of(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), 2u);
+        EXPECT_EQ(code_after(ZU_set_file_time(u"T:\\", 1, 1, 1)), 0u) << "a drive's root: nothing to do";
+        EXPECT_EQ(code_after(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), 2u);
     });
 }
 

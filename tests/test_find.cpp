@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -45,34 +46,19 @@ listing list(const std::u16string& pattern) {
 }
 
 TEST(find, patterns_match_as_on_the_platform) {
-    const struct {
-        const char16_t* pattern;
-        const char* matches; // separated by blanks
-    } rows[] = {
-        {u"*", "a a.txt ab.txt b.TXT c .d e.f.g"},
-        {u"*.*", "a a.txt ab.txt b.TXT c .d e.f.g"},
-        {u"*.txt", "a.txt ab.txt b.TXT"},
-        {u"A.*", "a a.txt"},
-        {u"*.", "a c"},
-        {u"a?.txt", "a.txt ab.txt"},
-        {u"??.txt", "a.txt ab.txt b.TXT"},
-        {u"a?", "a"},
-        {u"?", "a c"},
-        {u".*", ".d"},
-        {u"*.*.*", "a a.txt ab.txt b.TXT c .d e.f.g"},
-        {u"e*g", "e.f.g"},
-        {u"*f*", "e.f.g"},
-        {u"e.*.g", "e.f.g"},
-        {u"x*", ""},
-        {u"*a*b*t*x*", "ab.txt"},
+    // clang-format off
+    const std::pair<const char16_t*, const char*> rows[] = {
+        {u"*", "a a.txt ab.txt b.TXT c .d e.f.g "}, {u"*.*", "a a.txt ab.txt b.TXT c .d e.f.g "},
+        {u"*.*.*", "a a.txt ab.txt b.TXT c .d e.f.g "}, {u"*.txt", "a.txt ab.txt b.TXT "}, {u"A.*", "a a.txt "},
+        {u"*.", "a c "}, {u"a?.txt", "a.txt ab.txt "}, {u"??.txt", "a.txt ab.txt b.TXT "}, {u"a?", "a "}, {u"?", "a c "},
+        {u".*", ".d "}, {u"e*g", "e.f.g "}, {u"*f*", "e.f.g "}, {u"e.*.g", "e.f.g "}, {u"*a*b*t*x*", "ab.txt "}, {u"x*", ""},
     };
-    const std::vector<std::u16string> names = {u"a", u"a.txt", u"ab.txt", u"b.TXT", u"c", u".d", u"e.f.g"};
-    for (const auto& row : rows) {
+    // clang-format on
+    for (const auto& [pattern, wanted] : rows) {
         std::string matched;
-        for (const std::u16string& name : names)
-            if (matches(row.pattern, name))
-                matched += (matched.empty() ? "" : " ") + zu_test::narrow(name);
-        EXPECT_EQ(matched, row.matches) << zu_test::narrow(row.pattern);
+        for (const char16_t* name : {u"a", u"a.txt", u"ab.txt", u"b.TXT", u"c", u".d", u"e.f.g"})
+            matched += matches(pattern, name) ? zu_test::narrow(name) + ' ' : "";
+        EXPECT_EQ(matched, wanted) << zu_test::narrow(pattern);
     }
     // No pattern takes longer than its length times that of the name.
     std::u16string stars;
@@ -86,40 +72,19 @@ TEST(find, each_pattern_has_its_code) {
     place.write("file.txt", "");
     place.make_directory("empty");
     ASSERT_EQ(symlink("nowhere", place.host_path("dangling").c_str()), 0);
+    // clang-format off
     const struct {
         const char16_t* pattern;
         DWORD code; // 18: something was found
         size_t count;
     } rows[] = {
-        {u"file.txt", 18, 1},
-        {u"FILE.TXT", 18, 1},
-        {u"empty", 18, 1},
-        {u"empty\\*", 18, 2},
-        {u"empty\\*.*", 18, 2},
-        {u"empty\\*.x", 2, 0},
-        {u"empty\\..", 18, 1},
-        {u"*", 18, 3},
-        {u"*.none", 2, 0},
-        {u"none", 2, 0},
-        {u"none\\*", 3, 0},
-        {u"none\\x", 3, 0},
-        {u"file.txt\\*", 267, 0},
-        {u"file.txt\\x", 267, 0},
-        {u"file.txt\\x\\y", 3, 0},
-        {u"file.txt\\x\\*", 3, 0},
-        {u"", 2, 0},
-        {u"empty\\", 2, 0},
-        {u"none\\", 3, 0},
-        {u"file.txt\\", 267, 0},
-        {u"*\\x", 123, 0},
-        {u".\\x", 123, 0},
-        {u"a/b", 123, 0},
-        {u"a\"", 123, 0},
-        {u"*|", 123, 0},
-        {u"\x1F*", 123, 0},
-        {u"dangling", 18, 1},
-        {u"..", 2, 0},
+        {u"file.txt", 18, 1}, {u"FILE.TXT", 18, 1}, {u"empty", 18, 1}, {u"dangling", 18, 1}, {u"empty\\..", 18, 1},
+        {u"empty\\*", 18, 2}, {u"*", 18, 3}, {u"empty\\*.x", 2, 0}, {u"*.none", 2, 0}, {u"none", 2, 0}, {u"..", 2, 0},
+        {u"", 2, 0}, {u"empty\\", 2, 0}, {u"none\\*", 3, 0}, {u"none\\x", 3, 0}, {u"none\\", 3, 0},
+        {u"file.txt\\x\\y", 3, 0}, {u"file.txt\\x\\*", 3, 0}, {u"file.txt\\*", 267, 0}, {u"file.txt\\x", 267, 0},
+        {u"file.txt\\", 267, 0}, {u"*\\x", 123, 0}, {u".\\x", 123, 0}, {u"a/b", 123, 0}, {u"*|", 123, 0},
     };
+    // clang-format on
     for (const auto& row : rows) {
         const listing found = list(place.long_path(row.pattern));
         EXPECT_EQ(found.code, row.code) << zu_test::narrow(row.pattern);
@@ -145,14 +110,12 @@ TEST(find, reports_entries_as_questions_by_path_do_but_links_themselves) {
     ASSERT_EQ(truncate(place.host_path("dir/file").c_str(), 5'000'000'000), 0);
     ASSERT_EQ(symlink("sub", place.host_path("dir/link").c_str()), 0);
     const std::u16string directory = place.long_path(u"dir\\");
-    ASSERT_TRUE(
-        SetFileAttributesW((directory + u"file").c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY));
+    ASSERT_TRUE(SetFileAttributesW((directory + u"file").c_str(), 0x03));
     ASSERT_TRUE(SetFileAttributesW((directory + u"sub").c_str(), FILE_ATTRIBUTE_SYSTEM));
     const HANDLE file = CreateFileW((directory + u"file").c_str(), FILE_WRITE_ATTRIBUTES, 0, nullptr,
                                     OPEN_EXISTING, 0x80, nullptr);
     const FILETIME time{7, 0x01C80000};
-    ASSERT_TRUE(SetFileTime(file, &time, &time, &time));
-    ASSERT_TRUE(CloseHandle(file));
+    ASSERT_TRUE(SetFileTime(file, &time, &time, &time) && CloseHandle(file));
 
     const listing found = list(directory + u"*");
     ASSERT_EQ(found.names.size(), 5u);
@@ -173,8 +136,11 @@ TEST(find, large_and_changing_directories_are_walked_whole) {
     const file_place place;
     place.make_directory("large");
     constexpr size_t count = 1500; // more than is read at once
-    for (size_t i = 0; i < count; ++i)
-        place.write("large/some file with a rather long name " + std::to_string(i), "");
+    const auto fill = [&] {
+        for (size_t i = 0; i < count; ++i)
+            place.write("large/some file with a rather long name " + std::to_string(i), "");
+    };
+    fill();
     const std::u16string pattern = place.long_path(u"large\\*");
     EXPECT_EQ(list(pattern).names.size(), count + 2);
     EXPECT_EQ(list(place.long_path(u"large\\*99")).names.size(), count / 100);
@@ -183,16 +149,13 @@ TEST(find, large_and_changing_directories_are_walked_whole) {
     const HANDLE search = FindFirstFileW(pattern.c_str(), &found);
     size_t seen = 0;
     for (bool more = true; more; more = FindNextFileW(search, &found)) {
-        if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)) {
-            EXPECT_TRUE(DeleteFileW(place.long_path(u"large\\" + std::u16string(found.cFileName)).c_str()));
-            ++seen;
-        }
+        const std::u16string path = place.long_path(u"large\\" + std::u16string(found.cFileName));
+        seen += !(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && DeleteFileW(path.c_str());
     }
     EXPECT_EQ(seen, count);
     EXPECT_TRUE(FindClose(search));
 
-    for (size_t i = 0; i < count; ++i)
-        place.write("large/some file with a rather long name " + std::to_string(i), "");
+    fill();
     const HANDLE cut_short = FindFirstFileW(pattern.c_str(), &found);
     std::filesystem::remove_all(place.host_path("large"));
     while (FindNextFileW(cut_short, &found)) {}

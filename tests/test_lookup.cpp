@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -18,44 +19,40 @@
 namespace {
 
 using namespace platform;
+using zu_test::code_after;
 using zu_test::file_place;
-
-DWORD code_after(BOOL result) {
-    return result ? ERROR_SUCCESS : GetLastError();
-}
+using zu_test::narrow;
+using zu_test::wide;
+using names = std::set<std::u16string>;
 
 DWORD attribute_code(const std::u16string& path) {
-    SetLastError(0);
-    return GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES ? GetLastError() : 0;
+    return code_after(GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES);
 }
 
 DWORD create_code(const std::u16string& path, DWORD disposition = CREATE_NEW) {
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, disposition, 0x80, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return GetLastError();
-    return code_after(CloseHandle(file));
+    return code_after(file != INVALID_HANDLE_VALUE && CloseHandle(file));
 }
 
 std::u16string found_name(const std::u16string& pattern) {
     WIN32_FIND_DATAW found;
     const HANDLE search = FindFirstFileW(pattern.c_str(), &found);
     if (search == INVALID_HANDLE_VALUE)
-        return u"code " + zu_test::wide(std::to_string(GetLastError()));
+        return u"code " + wide(std::to_string(GetLastError()));
     FindClose(search);
     return found.cFileName;
 }
 
-std::set<std::u16string> listed(const std::u16string& directory) {
-    std::set<std::u16string> names;
+names listed(const std::u16string& directory) {
+    names all;
     WIN32_FIND_DATAW found;
-    const HANDLE search =
-        FindFirstFileW((directory + (directory.ends_with(u'\\') ? u"*" : u"\\*")).c_str(), &found);
+    const HANDLE search = FindFirstFileW((directory + u"\\*").c_str(), &found);
     for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found))
-        names.insert(found.cFileName);
+        all.insert(found.cFileName);
     FindClose(search);
-    names.erase(u".");
-    names.erase(u"..");
-    return names;
+    all.erase(u".");
+    all.erase(u"..");
+    return all;
 }
 
 TEST(lookup, letter_case_is_ignored_in_every_component) {
@@ -63,8 +60,7 @@ TEST(lookup, letter_case_is_ignored_in_every_component) {
     place.make_directory("Data");
     place.make_directory("Data/Größe");
     place.write("Data/Größe/ΣΊΣΥΦΟΣ.txt", "data");
-    EXPECT_EQ(found_name(place.long_path(u"dATA\\GRÖSSE")),
-              u"code 2"); // simple folding: one letter stays one
+    EXPECT_EQ(found_name(place.long_path(u"dATA\\GRÖSSE")), u"code 2") << "one letter stays one";
     EXPECT_EQ(found_name(place.long_path(u"dATA\\GRÖßE\\σίσυφος.TXT")), u"ΣΊΣΥΦΟΣ.txt");
     EXPECT_EQ(found_name(place.drive_path(u"DATA/größe/../GRÖßE")), u"Größe");
     EXPECT_EQ(found_name(place.long_path(u"dATA\\none\\x")), u"code 3");
@@ -76,7 +72,7 @@ TEST(lookup, letter_case_is_ignored_in_every_component) {
     EXPECT_EQ(code_after(CreateDirectoryW(place.long_path(u"data").c_str(), nullptr)), 183u);
     EXPECT_EQ(create_code(place.long_path(u"DATA\\New")), 0u);
     EXPECT_TRUE(place.exists("Data/New"));
-    EXPECT_EQ(listed(place.long_path(u"data")), (std::set<std::u16string>{u"Größe", u"New"}));
+    EXPECT_EQ(listed(place.long_path(u"data")), (names{u"Größe", u"New"}));
 
     // An exact match wins, else the first in byte order.
     for (const char* name : {"abc", "ABC", "Abc"})
@@ -92,76 +88,66 @@ TEST(lookup, letter_case_is_ignored_in_every_component) {
     EXPECT_EQ(place.read("xYz"), "abc");
     EXPECT_TRUE(MoveFileExW(place.long_path(u"ABC").c_str(), place.long_path(u"XyZ").c_str(), 1));
     EXPECT_EQ(place.read("XyZ"), "Abc");
-    EXPECT_EQ(listed(place.long_path(u"")), (std::set<std::u16string>{u"Data", u"XyZ"}));
+    EXPECT_EQ(listed(u"\\\\?\\T:"), (names{u"Data", u"XyZ"}));
 }
 
 TEST(lookup, every_name_of_the_host_is_listed_opened_renamed_and_deleted) {
-    const struct {
-        const char* host;
-        const char16_t* wide;
-    } rows[] = {
-        {"caf\xE9", u"caf\xDCE9"}, // no UTF-8
-        {"\xC3\xA9\xFF", u"é\xDCFF"},
-        {"\xED\xA0\x80", u"\xDCED\xDCA0\xDC80"}, // a surrogate in UTF-8's clothes
-        {"\xC0\xAF", u"\xDCC0\xDCAF"},
-        {"\xF0\x9F\x98", u"\xDCF0\xDC9F\xDC98"},
-        {"\xF0\x9F\x98\x80", u"\xD83D\xDE00"},
-        {"a:b", u"a\xF03A"
-                u"b"},
-        {"back\\slash", u"back\xF05Cslash"},
-        {"*?\"<>|", u"\xF02A\xF03F\xF022\xF03C\xF03E\xF07C"},
-        {"\x01\x1F\n", u"\xF001\xF01F\xF00A"},
-        {"\xEF\x80\xBA", u"\xDCEF\xDC80\xDCBA"}, // U+F03A itself
-        {"\xEF\x80\xA0 dot. ", u"\xF020 dot. "},
+    // clang-format off
+    const std::pair<const char*, const char16_t*> rows[] = {
+        {"caf\xE9", u"caf\xDCE9"}, {"\xC3\xA9\xFF", u"é\xDCFF"},                  // no UTF-8
+        {"\xED\xA0\x80", u"\xDCED\xDCA0\xDC80"}, {"\xC0\xAF", u"\xDCC0\xDCAF"}, // a surrogate, a long slash
+        {"\xF0\x9F\x98", u"\xDCF0\xDC9F\xDC98"}, {"\xF0\x9F\x98\x80", u"\xD83D\xDE00"},
+        {"a:b", u"a\xF03A" u"b"}, {"back\\slash", u"back\xF05Cslash"},
+        {"*?\"<>|", u"\xF02A\xF03F\xF022\xF03C\xF03E\xF07C"}, {"\x01\x1F\n", u"\xF001\xF01F\xF00A"},
+        {"\xEF\x80\xBA", u"\xDCEF\xDC80\xDCBA"}, {"\xEF\x80\xA0 dot. ", u"\xF020 dot. "}, // U+F03A itself; none of ours
     };
+    // clang-format on
     const file_place place;
-    std::set<std::u16string> all;
-    for (const auto& row : rows) {
-        place.write(row.host, row.host);
-        all.insert(row.wide);
+    names all;
+    for (const auto& [host, spelling] : rows) {
+        place.write(host, host);
+        all.insert(spelling);
     }
-    EXPECT_EQ(listed(place.long_path(u"")), all);
-    for (const auto& row : rows) {
-        const std::u16string path = place.long_path(row.wide),
-                             moved = place.long_path(std::u16string(row.wide) + u"+");
-        EXPECT_EQ(found_name(path), row.wide);
-        EXPECT_EQ(create_code(path, OPEN_EXISTING), 0u) << row.host;
-        EXPECT_TRUE(MoveFileExW(path.c_str(), moved.c_str(), 0)) << row.host;
-        EXPECT_EQ(place.read(std::string(row.host) + "+"), row.host);
-        EXPECT_TRUE(DeleteFileW(moved.c_str())) << row.host;
+    EXPECT_EQ(listed(u"\\\\?\\T:"), all);
+    for (const auto& [host, spelling] : rows) {
+        SCOPED_TRACE(host);
+        const std::u16string path = place.long_path(spelling), moved = path + u"+";
+        EXPECT_EQ(found_name(path), spelling);
+        EXPECT_EQ(create_code(path, OPEN_EXISTING), 0u);
+        EXPECT_TRUE(MoveFileExW(path.c_str(), moved.c_str(), 0));
+        EXPECT_EQ(place.read(std::string(host) + "+"), host);
+        EXPECT_TRUE(DeleteFileW(moved.c_str()));
     }
     // No file of the host can have these names: there would be two for one, or none.
-    for (const char16_t* name :
-         {u"\xDCC3\xDCA9", u"\xD800", u"\xDC00", u"\xDC7F", u"\xDD00", u"\xD83D", u"a/b", u"a:b"})
+    for (const char16_t* name : {u"\xDCC3\xDCA9", u"\xD800", u"\xDC00", u"\xDC7F", u"\xDD00", u"a/b", u"a:b"})
         EXPECT_EQ(create_code(place.long_path(name)), 123u);
-    EXPECT_EQ(listed(place.long_path(u"")).size(), 0u);
+    EXPECT_EQ(listed(u"\\\\?\\T:").size(), 0u);
 }
 
 // Each host name of up to three bytes out of a critical set comes back from its wide spelling, and no two share one.
 TEST(lookup, names_map_to_and_fro_without_a_collision) {
     const std::string bytes =
         std::string("a:\x01", 3) + "\x80\x82\xA0\xBA\xBF\xC2\xC3\xE2\xED\xEF\xF0\xF4\xFF";
-    std::set<std::u16string> spellings;
-    size_t names = 0;
+    names spellings;
+    size_t count = 0;
     std::vector<std::string> level{""};
     for (int length = 0; length < 4; ++length) {
         std::vector<std::string> longer;
         for (const std::string& start : level) {
             for (const char byte : bytes) {
-                const std::string host = start + byte;
+                longer.push_back(start + byte);
                 std::u16string spelling;
-                append_wide_name(host, spelling);
+                append_wide_name(longer.back(), spelling);
                 std::string back;
                 ASSERT_TRUE(append_host_name(spelling, back));
-                ASSERT_EQ(back, host);
+                ASSERT_EQ(back, longer.back());
                 spellings.insert(spelling);
-                ++names;
-                longer.push_back(host);
+                ++count;
             }
         }
         level = std::move(longer);
     }
-    EXPECT_EQ(spellings.size(), names);
+    EXPECT_EQ(spellings.size(), count);
 }
 
 TEST(lookup, lengths_end_where_they_should) {
@@ -195,7 +181,7 @@ TEST(lookup, lengths_end_where_they_should) {
     EXPECT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_HIDDEN));
     EXPECT_EQ(GetFileAttributesW(other_case.c_str()), DWORD{FILE_ATTRIBUTE_HIDDEN});
     const std::u16string parent = directory.substr(0, directory.rfind(u'\\'));
-    EXPECT_EQ(listed(parent), (std::set<std::u16string>{directory.substr(parent.size() + 1)}));
+    EXPECT_EQ(listed(parent), (names{directory.substr(parent.size() + 1)}));
     EXPECT_TRUE(MoveFileExW(path.c_str(), (parent + u"\\up").c_str(), 0));
     EXPECT_TRUE(DeleteFileW((parent + u"\\UP").c_str()));
     EXPECT_TRUE(RemoveDirectoryW(directory.c_str()));
@@ -222,38 +208,27 @@ TEST(lookup, drives_and_shares_are_links_that_are_seen_when_they_change) {
     EXPECT_EQ(attribute_code(u"R:\\"), 3u);
     EXPECT_EQ(attribute_code(u"R:\\file"), 3u);
 
-    const std::u16string whole = u"\\\\?\\C:" + zu_test::wide(place.host_path("disk/file"));
+    const std::u16string whole = u"\\\\?\\C:" + wide(place.host_path("disk/file"));
     EXPECT_EQ(attribute_code(whole), 2u); // slashes are no separators there
     place.map_drive('C', "");
     setenv("ZU_HOST", (place.host_path() + "/../host/.").c_str(), 1); // another directory to the library
-    EXPECT_EQ(attribute_code(u"C:" + zu_test::wide(place.host_path("disk/file"))), 0u);
+    EXPECT_EQ(attribute_code(u"C:" + wide(place.host_path("disk/file"))), 0u);
     EXPECT_EQ(attribute_code(u"Z:\\"), 3u);
     place.map_drive('C', place.host_path("disk"));
     setenv("ZU_HOST", (place.host_path() + "/../host").c_str(), 1);
     EXPECT_EQ(attribute_code(u"C:\\file"), 0u);
-    EXPECT_EQ(attribute_code(u"Z:" + zu_test::wide(place.host_path("disk/file"))), 0u);
+    EXPECT_EQ(attribute_code(u"Z:" + wide(place.host_path("disk/file"))), 0u);
 
-    const struct {
-        const char16_t* path;
-        DWORD code;
-    } rows[] = {
-        {u"\\\\?\\", 123},
-        {u"\\\\?\\T:", 66},
-        {u"\\\\?\\T:file", 2},
-        {u"\\\\?\\T:x\\y", 3},
-        {u"\\\\?\\T:/disk", 2},
-        {u"//?/T:/disk", 0},
-        {u"\\\\?\\T:\\disk\\\\file", 123},
-        {u"", 3},
-        {u"T:/disk\\.\\.././/disk/file", 0},
-        {u"T:\\..\\..\\disk", 0},
-        {u"T:\\disk\\file. .", 0},
-        {u"\\\\?\\T:\\disk\\file.", 2},
-        {u"T:\\disk\\file\\", 123},
-        {u"T:\\disk\\", 0},
+    // clang-format off
+    const std::pair<const char16_t*, DWORD> rows[] = {
+        {u"\\\\?\\", 123}, {u"\\\\?\\T:", 66}, {u"\\\\?\\T:file", 2}, {u"\\\\?\\T:x\\y", 3}, {u"\\\\?\\T:/disk", 2},
+        {u"//?/T:/disk", 0}, {u"\\\\?\\T:\\disk\\\\file", 123}, {u"\\\\?\\T:\\disk\\file.", 2}, {u"", 3},
+        {u"T:/disk\\.\\.././/disk/file", 0}, {u"T:\\..\\..\\disk", 0}, {u"T:\\disk\\file. .", 0},
+        {u"T:\\disk\\file\\", 123}, {u"T:\\disk\\", 0},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(attribute_code(row.path), row.code) << zu_test::narrow(row.path);
+    // clang-format on
+    for (const auto& [path, code] : rows)
+        EXPECT_EQ(attribute_code(path), code) << narrow(path);
 }
 
 TEST(lookup, relative_paths_start_from_the_current_directory) {
@@ -270,9 +245,9 @@ TEST(lookup, relative_paths_start_from_the_current_directory) {
     EXPECT_EQ(text[0], u'?');
     for (const char16_t* path : {u"file", u".\\FILE", u"../work/file", u"T:file", u"t:..\\work\\file",
                                  u"\\work\\file", u"/work/file", u"..\\..\\..\\work\\file"})
-        EXPECT_EQ(attribute_code(path), 0u) << zu_test::narrow(path);
+        EXPECT_EQ(attribute_code(path), 0u) << narrow(path);
     for (const char16_t* path : {u"C:file", u"\\file"})
-        EXPECT_EQ(attribute_code(path), 2u) << zu_test::narrow(path);
+        EXPECT_EQ(attribute_code(path), 2u) << narrow(path);
     EXPECT_EQ(found_name(u"."), u"work");
     ASSERT_EQ(chdir("a:b"), 0);
     EXPECT_EQ(GetCurrentDirectoryW(300, text), 11u);
@@ -286,7 +261,7 @@ TEST(lookup, relative_paths_start_from_the_current_directory) {
 
     const DWORD length = GetModuleFileNameW(nullptr, text, 300);
     EXPECT_EQ(length, std::u16string(text).size());
-    EXPECT_TRUE(std::u16string(text).ends_with(u"\\test_lookup")) << zu_test::narrow(text);
+    EXPECT_TRUE(std::u16string(text).ends_with(u"\\test_lookup")) << narrow(text);
     EXPECT_EQ(attribute_code(text), 0u);
     text[5] = u'?';
     EXPECT_EQ(GetModuleFileNameW(nullptr, text, 5), 5u);
@@ -323,9 +298,9 @@ TEST(lookup, drives_are_of_the_kind_that_their_mount_is) {
     const UINT type = GetDriveTypeW(u"T:\\");
     EXPECT_GE(type, DRIVE_REMOVABLE);
     for (const char16_t* root : {u"t:", u"T:/", u"\\\\?\\T:\\", u"T:\\dir\\"})
-        EXPECT_EQ(GetDriveTypeW(root), type) << zu_test::narrow(root);
+        EXPECT_EQ(GetDriveTypeW(root), type) << narrow(root);
     for (const char16_t* root : {u"Q:\\", u"1:\\", u"", u"T:\\dir", u"T:\\file\\", u"\\\\srv\\none\\"})
-        EXPECT_EQ(GetDriveTypeW(root), DRIVE_NO_ROOT_DIR) << zu_test::narrow(root);
+        EXPECT_EQ(GetDriveTypeW(root), DRIVE_NO_ROOT_DIR) << narrow(root);
     EXPECT_EQ(GetDriveTypeW(u"\\\\srv\\share\\"), DRIVE_REMOTE);
     EXPECT_GE(GetDriveTypeW(nullptr), DRIVE_REMOVABLE);
 
@@ -335,31 +310,21 @@ TEST(lookup, drives_are_of_the_kind_that_their_mount_is) {
     EXPECT_EQ(text[size - 1], 0);
     EXPECT_EQ(code_after(QueryDosDeviceW(u"t:", text, size - 1) != 0), 122u);
     for (const char16_t* device : {u"Q:", u"T:\\", u"T", u""})
-        EXPECT_EQ(code_after(QueryDosDeviceW(device, text, 300) != 0), 2u) << zu_test::narrow(device);
+        EXPECT_EQ(code_after(QueryDosDeviceW(device, text, 300) != 0), 2u) << narrow(device);
 
     ASSERT_EQ(chdir(place.host_path("dir").c_str()), 0);
-    const struct {
-        const char16_t* root;
-        DWORD code;
-    } volumes[] = {{u"T:\\", 0},
-                   {u"\\\\?\\T:\\", 0},
-                   {u"\\", 0},
-                   {u"T:", 123},
-                   {u"file.txt", 123},
-                   {u"T:\\dir", 123},
-                   {u"T:\\dir\\", 144},
-                   {u"Q:\\", 3},
-                   {u"", 3},
-                   {u"\\\\?\\T:", 144},
-                   {u"\\\\none\\share\\", 53},
-                   {u"\\\\srv\\share\\", 0}};
-    for (const auto& row : volumes)
-        EXPECT_EQ(
-            code_after(GetVolumeInformationW(row.root, text, 300, nullptr, nullptr, nullptr, nullptr, 0)),
-            row.code)
-            << zu_test::narrow(row.root);
+    const auto volume_code = [&](const char16_t* root) {
+        return code_after(GetVolumeInformationW(root, text, 300, nullptr, nullptr, nullptr, nullptr, 0));
+    };
+    // clang-format off
+    const std::pair<const char16_t*, DWORD> volumes[] = {
+        {u"T:\\", 0}, {u"\\\\?\\T:\\", 0}, {u"\\", 0}, {u"\\\\srv\\share\\", 0}, {u"T:", 123}, {u"file.txt", 123},
+        {u"T:\\dir", 123}, {u"T:\\dir\\", 144}, {u"\\\\?\\T:", 144}, {u"Q:\\", 3}, {u"", 3}, {u"\\\\none\\share\\", 53}};
+    // clang-format on
+    for (const auto& [root, code] : volumes)
+        EXPECT_EQ(volume_code(root), code) << narrow(root);
     ASSERT_EQ(chdir(place.host_path().c_str()), 0);
-    EXPECT_TRUE(GetVolumeInformationW(u"T:", text, 300, nullptr, nullptr, nullptr, nullptr, 0));
+    EXPECT_EQ(volume_code(u"T:"), 0u) << "at its root";
     ASSERT_EQ(chdir("/"), 0);
 }
 

@@ -8,7 +8,7 @@
 
 #include <cstring>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "platform/platform.h"
 #include "support/files.h"
@@ -16,7 +16,9 @@
 namespace {
 
 using namespace platform;
+using zu_test::code_after;
 using zu_test::file_place;
+using zu_test::narrow;
 
 constexpr DWORD untouched = 0xABCD;
 constexpr DWORD R = GENERIC_READ, W = GENERIC_WRITE, A = FILE_WRITE_ATTRIBUTES;
@@ -36,16 +38,22 @@ DWORD open_code(const std::u16string& path, DWORD access, DWORD disposition,
 // A success that tells that the file was there.
 constexpr DWORD existed = 1000 + ERROR_ALREADY_EXISTS;
 
-DWORD code_after(BOOL result) {
-    return result ? ERROR_SUCCESS : GetLastError();
-}
-
-HANDLE open_file_at(const std::u16string& path, DWORD access, DWORD disposition, DWORD share = 0) {
-    const HANDLE file =
-        CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-    EXPECT_NE(file, INVALID_HANDLE_VALUE) << GetLastError() << ' ' << zu_test::narrow(path);
-    return file;
-}
+// An open file, closed at the end of the scope.
+struct opened {
+    opened(const std::u16string& path, DWORD access, DWORD disposition, DWORD share = 0) {
+        handle = CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS,
+                             nullptr);
+        EXPECT_NE(handle, INVALID_HANDLE_VALUE) << GetLastError() << ' ' << narrow(path);
+    }
+    ~opened() { close(); }
+    void close() {
+        if (handle != INVALID_HANDLE_VALUE) {
+            EXPECT_TRUE(CloseHandle(std::exchange(handle, INVALID_HANDLE_VALUE)));
+        }
+    }
+    operator HANDLE() const { return handle; }
+    HANDLE handle;
+};
 
 std::string read_some(HANDLE file, DWORD count) {
     std::string bytes(count, 0);
@@ -73,61 +81,54 @@ DWORD seek_code(HANDLE file, int64_t distance, DWORD origin, int64_t* position =
     return code;
 }
 
-struct open_row {
-    const char16_t* name;
-    DWORD access;
-    DWORD codes[5]; // CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS, TRUNCATE_EXISTING
-};
+// One of each: files, directories and links.
+void furnish(const file_place& place) {
+    for (const char* name : {"file", "other", "hidden", "read-only"})
+        place.write(name, name);
+    chmod(place.host_path("read-only").c_str(), 0444);
+    for (const char* name : {"directory", "full", "read-only-dir"})
+        place.make_directory(name);
+    place.write("full/x", "");
+    ASSERT_TRUE(SetFileAttributesW(place.long_path(u"hidden").c_str(), FILE_ATTRIBUTE_HIDDEN));
+    ASSERT_TRUE(SetFileAttributesW(place.long_path(u"read-only-dir").c_str(), FILE_ATTRIBUTE_READONLY));
+    for (const auto& [link, target] :
+         {std::pair{"link", "read-only"}, {"dir-link", "full"}, {"dangling", "nowhere"}})
+        ASSERT_EQ(symlink(target, place.host_path(link).c_str()), 0);
+}
 
 TEST(platform_files, each_situation_of_opening_has_its_code) {
-    const open_row rows[] = {
-        {u"missing", R | W, {0, 0, 2, 0, 2}},
-        {u"missing", 0, {0, 0, 2, 0, 87}},
-        {u"file", W, {80, existed, 0, existed, 0}},
-        {u"file", R, {80, existed, 0, existed, 87}},
-        {u"FILE", W, {80, existed, 0, existed, 0}},
-        {u"none\\file", R | W, {3, 3, 3, 3, 3}},
-        {u"file\\x", W, {3, 3, 3, 3, 3}},
-        {u"read-only", R, {80, 5, 0, existed, 87}},
-        {u"read-only", 0, {80, 5, 0, existed, 87}},
-        {u"read-only", W, {80, 5, 5, 5, 5}},
-        {u"read-only", R | W, {80, 5, 5, 5, 5}},
-        {u"hidden", W, {80, 5, 0, existed, 0}},
-        {u"directory", W, {80, 5, 5, 5, 5}},
-        {u"directory", 0, {80, 5, 5, 5, 87}},
-        {u"directory\\", W, {80, 5, 3, 3, 3}},
-        {u"file\\", W, {123, 123, 123, 123, 123}},
-        {u"missing\\", W, {123, 123, 123, 123, 123}},
-        {u"a*b", W, {123, 123, 123, 123, 123}},
-        {u"a?", W, {123, 123, 123, 123, 123}},
-        {u"a<", W, {123, 123, 123, 123, 123}},
-        {u"a|b", W, {123, 123, 123, 123, 123}},
-        {u"a:b", W, {123, 123, 123, 123, 123}},
-        {u"a\x1f", W, {123, 123, 123, 123, 123}},
-        {u".\\file", W, {123, 123, 123, 123, 123}},
-        {u"directory\\..", W, {123, 123, 123, 123, 123}},
-        {u"directory/file", W, {123, 123, 123, 123, 123}},
-        {u"directory\\\\file", W, {123, 123, 123, 123, 123}},
-        {u"\xD800", W, {123, 123, 123, 123, 123}},
-        {u"", W, {80, 5, 5, 5, 5}},
+    // The columns: CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS, TRUNCATE_EXISTING.
+    // clang-format off
+    const struct {
+        const char16_t* name;
+        DWORD access;
+        DWORD codes[5];
+    } rows[] = {
+        {u"missing", R | W, {0, 0, 2, 0, 2}},           {u"missing", 0, {0, 0, 2, 0, 87}},
+        {u"file", W, {80, existed, 0, existed, 0}},     {u"file", R, {80, existed, 0, existed, 87}},
+        {u"FILE", W, {80, existed, 0, existed, 0}},     {u"none\\file", R | W, {3, 3, 3, 3, 3}},
+        {u"file\\x", W, {3, 3, 3, 3, 3}},               {u"read-only", R, {80, 5, 0, existed, 87}},
+        {u"read-only", 0, {80, 5, 0, existed, 87}},     {u"read-only", R | W, {80, 5, 5, 5, 5}},
+        {u"hidden", W, {80, 5, 0, existed, 0}},         {u"directory", W, {80, 5, 5, 5, 5}},
+        {u"directory", 0, {80, 5, 5, 5, 87}},           {u"directory\\", W, {80, 5, 3, 3, 3}},
+        {u"file\\", W, {123, 123, 123, 123, 123}},      {u"missing\\", W, {123, 123, 123, 123, 123}},
+        {u"a*b", W, {123, 123, 123, 123, 123}},         {u"a:b", W, {123, 123, 123, 123, 123}},
+        {u"directory/file", W, {123, 123, 123, 123, 123}}, {u"", W, {80, 5, 5, 5, 5}},
     };
-    for (const open_row& row : rows) {
+    // clang-format on
+    for (const auto& row : rows) {
         for (DWORD disposition = CREATE_NEW; disposition <= TRUNCATE_EXISTING; ++disposition) {
+            SCOPED_TRACE(testing::Message() << narrow(row.name) << std::hex << " access " << row.access
+                                            << " disposition " << disposition);
             const file_place place;
-            place.write("file", "data");
-            place.write("read-only", "data");
-            chmod(place.host_path("read-only").c_str(), 0444);
-            place.write("hidden", "data");
-            place.make_directory("directory");
-            ASSERT_TRUE(SetFileAttributesW(place.long_path(u"hidden").c_str(), FILE_ATTRIBUTE_HIDDEN));
+            furnish(place);
             const DWORD code = open_code(place.long_path(row.name), row.access, disposition);
-            EXPECT_EQ(code, row.codes[disposition - 1]) << zu_test::narrow(row.name) << " access " << std::hex
-                                                        << row.access << " disposition " << disposition;
+            EXPECT_EQ(code, row.codes[disposition - 1]);
             const bool empties = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
             for (const char* name : {"file", "hidden", "read-only"}) {
-                const bool is_meant = strcasecmp(zu_test::narrow(row.name).c_str(), name) == 0
-                                      && (code == 0 || code == existed);
-                EXPECT_EQ(place.read(name), empties && is_meant ? "" : "data") << name << ' ' << disposition;
+                const bool is_meant =
+                    strcasecmp(narrow(row.name).c_str(), name) == 0 && (code == 0 || code == existed);
+                EXPECT_EQ(place.read(name), empties && is_meant ? "" : name);
             }
             EXPECT_FALSE(place.exists("FILE"));
         }
@@ -138,7 +139,6 @@ TEST(platform_files, each_situation_of_opening_has_its_code) {
         EXPECT_EQ(open_code(place.long_path(u"file"), R, disposition), 87u);
     EXPECT_EQ(open_code(u"", R, OPEN_EXISTING), 87u);
     SECURITY_ATTRIBUTES security{};
-    SetLastError(0);
     EXPECT_EQ(CreateFileW(place.long_path(u"new").c_str(), W, 0, &security, CREATE_NEW, 0x80, nullptr),
               INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), 50u);
@@ -155,70 +155,59 @@ TEST(platform_files, access_to_no_data_opens_what_allows_nothing_else) {
         const char16_t* name;
         DWORD access, flags, code;
     } rows[] = {
-        {u"file", 0, 0x80, 0},        {u"file", A, 0x80, 0},
-        {u"file", A, backup, 0},      {u"directory", 0, 0x80, 5},
-        {u"directory", A, 0x80, 5},   {u"directory", A, backup, 0},
-        {u"directory", R, backup, 0}, {u"directory\\", R, backup, 0},
-        {u"directory", W, backup, 0}, {u"missing", A, backup, 2},
-        {u"", A, backup, 0},          {u"", R, backup, 0},
+        {u"file", 0, 0x80, 0},          {u"file", A, 0x80, 0},        {u"file", A, backup, 0},
+        {u"directory", A, 0x80, 5},     {u"directory", A, backup, 0}, {u"directory", W, backup, 0},
+        {u"directory\\", R, backup, 0}, {u"missing", A, backup, 2},   {u"", R, backup, 0},
         {u"file", W, backup, 5},
     };
     for (const auto& row : rows)
         EXPECT_EQ(open_code(place.long_path(row.name), row.access, OPEN_EXISTING, row.flags), row.code)
-            << zu_test::narrow(row.name) << std::hex << ' ' << row.access << ' ' << row.flags;
-    const HANDLE directory = CreateFileW(place.long_path(u"directory").c_str(), R, 0, nullptr, OPEN_EXISTING,
-                                         FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+            << narrow(row.name) << std::hex << ' ' << row.access << ' ' << row.flags;
     char byte;
-    DWORD done = 7;
+    DWORD done;
+    const opened directory(place.long_path(u"directory"), R, OPEN_EXISTING);
     EXPECT_EQ(code_after(ReadFile(directory, &byte, 1, &done, nullptr)), 1u);
-    EXPECT_TRUE(CloseHandle(directory));
 }
 
 TEST(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
     const file_place place;
     place.write("file", "0123456789");
     const std::u16string path = place.long_path(u"file");
-    const HANDLE reader = open_file_at(path, R, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
-    const HANDLE writer = open_file_at(path, W, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
-    DWORD done = 77;
+    opened reader(path, R, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    opened writer(path, W, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
     char byte = 0;
-    EXPECT_EQ(read_some(reader, 6), "012345");
-    EXPECT_EQ(read_some(reader, 6), "6789");
-    EXPECT_EQ(read_some(reader, 6), "");
-    EXPECT_EQ(code_after(ReadFile(writer, &byte, 1, &done, nullptr)), 5u);
-    EXPECT_EQ(code_after(ReadFile(writer, &byte, 0, &done, nullptr)), 5u);
-    EXPECT_EQ(code_after(WriteFile(reader, &byte, 0, &done, nullptr)), 5u);
+    DWORD done = 77;
+    for (const char* part : {"012345", "6789", ""})
+        EXPECT_EQ(read_some(reader, 6), part);
+    for (const DWORD count : {0u, 1u})
+        EXPECT_EQ(code_after(ReadFile(writer, &byte, count, &done, nullptr)), 5u);
+    EXPECT_EQ(write_code(reader, ""), 5u);
     EXPECT_EQ(code_after(ReadFile(reader, nullptr, 1, &done, nullptr)), 998u);
     EXPECT_EQ(code_after(WriteFile(writer, nullptr, 1, &done, nullptr)), 998u);
+    EXPECT_EQ(done, 0u);
     EXPECT_EQ(code_after(SetEndOfFile(reader)), 5u);
     EXPECT_EQ(code_after(FlushFileBuffers(reader)), 5u);
-    EXPECT_TRUE(FlushFileBuffers(writer));
 
     int64_t position = 0;
     EXPECT_EQ(seek_code(reader, -3, FILE_END, &position), 0u);
     EXPECT_EQ(position, 7);
     EXPECT_EQ(seek_code(reader, -8, FILE_CURRENT, &position), 131u);
-    EXPECT_EQ(position, -1);
-    EXPECT_EQ(seek_code(reader, 0, 3), 87u);
+    EXPECT_EQ(position, -1) << "not written";
     EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_CURRENT), 131u);
-    EXPECT_EQ(read_some(reader, 9), "789"); // where it was
+    EXPECT_EQ(read_some(reader, 9), "789") << "where it was";
     EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_BEGIN), 0u);
     EXPECT_EQ(read_some(reader, 1), "");
 
     EXPECT_EQ(seek_code(writer, 12, FILE_BEGIN), 0u);
     EXPECT_EQ(write_code(writer, ""), 0u);
-    EXPECT_EQ(place.read("file").size(), 10u); // writing nothing does not extend
-    EXPECT_EQ(write_code(writer, "x"), 0u);
+    EXPECT_EQ(place.read("file").size(), 10u) << "writing nothing does not extend";
+    EXPECT_TRUE(SetEndOfFile(writer) && FlushFileBuffers(writer));
+    EXPECT_EQ(write_code(writer, "x"), 0u) << "the pointer stays";
     EXPECT_EQ(place.read("file"), std::string("0123456789\0\0x", 13));
-    EXPECT_EQ(seek_code(writer, 3, FILE_BEGIN), 0u);
-    EXPECT_TRUE(SetEndOfFile(writer));
-    EXPECT_EQ(place.read("file"), "012");
-    EXPECT_EQ(write_code(writer, "ab"), 0u); // the pointer stays
-    EXPECT_EQ(place.read("file"), "012ab");
 
-    EXPECT_TRUE(CloseHandle(reader));
-    EXPECT_TRUE(CloseHandle(writer));
-    for (const HANDLE bad : {reader, HANDLE{}, INVALID_HANDLE_VALUE}) {
+    const HANDLE closed = reader;
+    reader.close();
+    for (const HANDLE bad : {closed, HANDLE{}, INVALID_HANDLE_VALUE}) {
         EXPECT_EQ(code_after(ReadFile(bad, &byte, 1, &done, nullptr)), 6u);
         EXPECT_EQ(write_code(bad, "x"), 6u);
         EXPECT_EQ(seek_code(bad, 0, FILE_BEGIN), 6u);
@@ -233,7 +222,7 @@ TEST(platform_files, reading_ahead_hides_nothing) {
     for (int i = 0; data.size() < 200'000; ++i)
         data += "line " + std::to_string(i) + '\n';
     place.write("file", data);
-    const HANDLE reader = open_file_at(path, R, OPEN_EXISTING, FILE_SHARE_READ);
+    opened reader(path, R, OPEN_EXISTING, FILE_SHARE_READ);
     std::string seen;
     for (size_t step = 1; seen.size() < data.size(); step = step * 7 % 5003) {
         const std::string part = read_some(reader, static_cast<DWORD>(step));
@@ -241,17 +230,16 @@ TEST(platform_files, reading_ahead_hides_nothing) {
         const size_t back = part.size() / 3; // as a line reader gives back what it has read too far
         ASSERT_EQ(seek_code(reader, -static_cast<int64_t>(back), FILE_CURRENT), 0u);
         seen.resize(seen.size() - back);
-        ASSERT_TRUE(data.starts_with(seen)) << seen.size();
+        ASSERT_TRUE(data.starts_with(seen));
     }
     EXPECT_EQ(read_some(reader, 10), "");
-    place.write("more", "");
     FILE* other = std::fopen(place.host_path("file").c_str(), "a");
     std::fputs("appended", other);
     std::fclose(other);
     EXPECT_EQ(read_some(reader, 100), "appended");
-    EXPECT_TRUE(CloseHandle(reader));
+    reader.close();
 
-    const HANDLE both = open_file_at(path, R | W, OPEN_EXISTING);
+    const opened both(path, R | W, OPEN_EXISTING);
     EXPECT_EQ(read_some(both, 4), "line");
     EXPECT_EQ(write_code(both, "-"), 0u);
     EXPECT_EQ(seek_code(both, 0, FILE_BEGIN), 0u);
@@ -259,18 +247,16 @@ TEST(platform_files, reading_ahead_hides_nothing) {
     EXPECT_EQ(seek_code(both, 5, FILE_BEGIN), 0u);
     EXPECT_TRUE(SetEndOfFile(both));
     EXPECT_EQ(read_some(both, 6), "");
-    EXPECT_TRUE(CloseHandle(both));
 }
 
 // Writes until the disk is full and gives what the file holds then.
 std::string fill_up(const file_place& place, const char* name, DWORD share) {
-    const HANDLE file = open_file_at(place.long_path(zu_test::wide(name)), W, OPEN_ALWAYS, share);
+    const opened file(place.long_path(zu_test::wide(name)), W, OPEN_ALWAYS, share);
     EXPECT_EQ(seek_code(file, 0, FILE_END), 0u);
     const std::string line(10'007, 'x');
     DWORD code = 0;
     while ((code = write_code(file, line)) == ERROR_SUCCESS) {}
     EXPECT_EQ(code, 112u);
-    EXPECT_TRUE(CloseHandle(file));
     return place.read(name);
 }
 
@@ -280,14 +266,14 @@ TEST(platform_files, pipes_carry_what_is_written_and_a_missing_reader_is_a_failu
     const int other =
         open(place.host_path("pipe").c_str(), O_RDWR | O_CLOEXEC); // neither side waits for a peer
     const std::u16string path = place.long_path(u"pipe");
-    const HANDLE writer = open_file_at(path, W, OPEN_EXISTING), reader = open_file_at(path, R, OPEN_EXISTING);
+    const opened writer(path, W, OPEN_EXISTING);
+    opened reader(path, R, OPEN_EXISTING);
     EXPECT_EQ(write_code(writer, "through"), 0u);
     EXPECT_EQ(read_some(reader, 100), "through");
     EXPECT_EQ(seek_code(writer, 0, FILE_END), 132u);
-    EXPECT_TRUE(CloseHandle(reader));
+    reader.close();
     close(other);
     EXPECT_EQ(write_code(writer, "nowhere"), 109u);
-    EXPECT_TRUE(CloseHandle(writer));
 }
 
 TEST(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone) {
@@ -316,59 +302,46 @@ TEST(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
     const zu_test::outcome child = zu_test::run_child([&] {
         const rlimit limit{10'000, 10'000};
         setrlimit(RLIMIT_FSIZE, &limit);
-        const HANDLE file = open_file_at(place.long_path(u"file"), W, CREATE_NEW);
-        const DWORD first = write_code(file, std::string(8'000, 'a'));
-        const DWORD second = write_code(file, std::string(8'000, 'b'));
+        const opened file(place.long_path(u"file"), W, CREATE_NEW);
+        for (const char fill : {'a', 'b'})
+            std::printf("%u ", write_code(file, std::string(8'000, fill)));
         seek_code(file, 10'000, FILE_BEGIN);
-        const DWORD third = write_code(file, "c");
+        std::printf("%u ", write_code(file, "c"));
         seek_code(file, 20'000, FILE_BEGIN);
-        const DWORD fourth = code_after(SetEndOfFile(file));
-        std::printf("%u %u %u %u", first, second, third, fourth);
+        std::printf("%u", code_after(SetEndOfFile(file)));
     });
     EXPECT_EQ(child.signal, 0);
     EXPECT_EQ(child.output, "0 112 112 112");
-    EXPECT_EQ(place.read("file"), std::string(8'000, 'a'));
+    EXPECT_TRUE(place.read("file") == std::string(8'000, 'a'));
 }
 
 TEST(platform_files, deleting_and_making_directories_have_their_codes) {
-    enum call { remove_file, remove_directory, make_directory };
+    // Of DeleteFileW, RemoveDirectoryW, CreateDirectoryW.
+    // clang-format off
     const struct {
         const char16_t* name;
         DWORD codes[3];
     } rows[] = {
-        {u"file", {0, 267, 183}},     {u"FILE", {0, 267, 183}},    {u"missing", {2, 2, 0}},
-        {u"none\\x", {3, 3, 3}},      {u"file\\x", {3, 3, 3}},     {u"read-only", {5, 267, 183}},
-        {u"empty", {5, 0, 183}},      {u"full", {5, 145, 183}},    {u"read-only-dir", {5, 5, 183}},
-        {u"file\\", {123, 267, 183}}, {u"empty\\", {5, 0, 183}},   {u"missing\\", {2, 2, 0}},
-        {u"a*", {123, 123, 123}},     {u"a\\..", {123, 123, 123}}, {u"", {5, 5, 5}},
-        {u"link", {0, 267, 183}},     {u"dir-link", {0, 0, 183}},  {u"dangling", {0, 267, 183}},
+        {u"file", {0, 267, 183}},       {u"FILE", {0, 267, 183}},      {u"missing", {2, 2, 0}},
+        {u"none\\x", {3, 3, 3}},        {u"file\\x", {3, 3, 3}},       {u"read-only", {5, 267, 183}},
+        {u"directory", {5, 0, 183}},    {u"full", {5, 145, 183}},      {u"read-only-dir", {5, 5, 183}},
+        {u"file\\", {123, 267, 183}},   {u"directory\\", {5, 0, 183}}, {u"missing\\", {2, 2, 0}},
+        {u"a*", {123, 123, 123}},       {u"", {5, 5, 5}},              {u"link", {0, 267, 183}},
+        {u"dir-link", {0, 0, 183}},     {u"dangling", {0, 267, 183}},
     };
+    // clang-format on
     for (const auto& row : rows) {
-        for (const call made : {remove_file, remove_directory, make_directory}) {
+        for (int call = 0; call < 3; ++call) {
             const file_place place;
-            place.write("file", "");
-            place.write("read-only", "");
-            chmod(place.host_path("read-only").c_str(), 0444);
-            place.make_directory("empty");
-            place.make_directory("full");
-            place.write("full/x", "");
-            place.make_directory("read-only-dir");
-            ASSERT_TRUE(
-                SetFileAttributesW(place.long_path(u"read-only-dir").c_str(), FILE_ATTRIBUTE_READONLY));
-            ASSERT_EQ(symlink("read-only", place.host_path("link").c_str()), 0);
-            ASSERT_EQ(symlink("full", place.host_path("dir-link").c_str()), 0);
-            ASSERT_EQ(symlink("nowhere", place.host_path("dangling").c_str()), 0);
+            furnish(place);
             const std::u16string path = place.long_path(row.name);
             SetLastError(untouched);
-            const BOOL result = made == remove_file        ? DeleteFileW(path.c_str())
-                                : made == remove_directory ? RemoveDirectoryW(path.c_str())
-                                                           : CreateDirectoryW(path.c_str(), nullptr);
-            EXPECT_EQ(GetLastError(), result ? untouched : row.codes[made])
-                << zu_test::narrow(row.name) << ' ' << made;
-            EXPECT_EQ(result != 0, row.codes[made] == 0) << zu_test::narrow(row.name) << ' ' << made;
-            // Only links themselves are deleted, whatever they lead to.
-            EXPECT_TRUE(place.exists("full/x"));
-            EXPECT_TRUE(place.exists("read-only"));
+            const BOOL result = call == 0   ? DeleteFileW(path.c_str())
+                                : call == 1 ? RemoveDirectoryW(path.c_str())
+                                            : CreateDirectoryW(path.c_str(), nullptr);
+            EXPECT_EQ(code_after(result), row.codes[call]) << narrow(row.name) << ' ' << call;
+            EXPECT_EQ(GetLastError(), result ? untouched : row.codes[call]);
+            EXPECT_TRUE(place.exists("full/x") && place.exists("read-only")) << "only links themselves go";
         }
     }
 }
@@ -377,124 +350,113 @@ TEST(platform_files, moving_has_its_codes_and_loses_nothing) {
     const struct {
         const char16_t* from;
         const char16_t* to;
-        DWORD replacing; // the code with the flag
-        DWORD keeping;   // and without
+        DWORD replacing, keeping; // the codes with the flag, and without
     } rows[] = {
-        {u"file", u"new", 0, 0},          {u"missing", u"new", 2, 2},   {u"missing", u"other", 2, 2},
-        {u"missing", u"read-only", 2, 2}, {u"none\\x", u"new", 3, 3},   {u"file", u"none\\new", 3, 3},
-        {u"file", u"other\\new", 3, 3},   {u"file", u"other", 0, 183},  {u"file", u"OTHER", 0, 183},
-        {u"file", u"read-only", 5, 183},  {u"read-only", u"new", 0, 0}, {u"read-only", u"other", 0, 183},
-        {u"file", u"dir", 5, 183},        {u"dir", u"new", 0, 0},       {u"dir", u"file", 5, 183},
-        {u"dir", u"dir2", 5, 183},        {u"dir", u"dir\\in", 87, 87}, {u"file", u"file", 0, 0},
-        {u"file", u"FILE", 0, 0},         {u"file", u"hard", 0, 183},   {u"file", u"new\\", 267, 267},
-        {u"file\\", u"new", 123, 123},    {u"file", u"n*w", 123, 123},  {u"link", u"new", 0, 0},
+        {u"file", u"new", 0, 0},        {u"missing", u"new", 2, 2},       {u"missing", u"read-only", 2, 2},
+        {u"none\\x", u"new", 3, 3},     {u"file", u"none\\new", 3, 3},    {u"file", u"other\\new", 3, 3},
+        {u"file", u"other", 0, 183},    {u"file", u"OTHER", 0, 183},      {u"file", u"read-only", 5, 183},
+        {u"read-only", u"new", 0, 0},   {u"read-only", u"other", 0, 183}, {u"file", u"directory", 5, 183},
+        {u"full", u"new", 0, 0},        {u"full", u"file", 5, 183},       {u"full", u"directory", 5, 183},
+        {u"full", u"full\\in", 87, 87}, {u"file", u"file", 0, 0},         {u"file", u"FILE", 0, 0},
+        {u"file", u"hard", 0, 183},     {u"file", u"new\\", 267, 267},    {u"file\\", u"new", 123, 123},
+        {u"file", u"n*w", 123, 123},    {u"link", u"new", 0, 0},          {u"", u"new", 5, 5},
     };
     for (const auto& row : rows) {
         for (const DWORD flags : {MOVEFILE_REPLACE_EXISTING, 0u}) {
+            const std::string from = narrow(row.from), to = narrow(row.to);
+            SCOPED_TRACE(from + " to " + to + ' ' + std::to_string(flags));
             const file_place place;
-            place.write("file", "file");
-            place.write("other", "other");
-            place.write("read-only", "read-only");
-            chmod(place.host_path("read-only").c_str(), 0444);
-            place.make_directory("dir");
-            place.make_directory("dir2");
-            ASSERT_EQ(symlink("other", place.host_path("link").c_str()), 0);
+            furnish(place);
             ASSERT_EQ(::link(place.host_path("file").c_str(), place.host_path("hard").c_str()), 0);
-            const DWORD wanted = flags ? row.replacing : row.keeping;
             const DWORD code = code_after(
                 MoveFileExW(place.long_path(row.from).c_str(), place.long_path(row.to).c_str(), flags));
-            const std::string from = zu_test::narrow(row.from), to = zu_test::narrow(row.to);
-            EXPECT_EQ(code, wanted) << from << " to " << to << ' ' << flags;
-            if (wanted == 0) {
-                EXPECT_EQ(place.exists(from), from == to) << from << " to " << to;
-                EXPECT_TRUE(place.exists(to)) << from << " to " << to;
-            } else if (from == "file") {
+            EXPECT_EQ(code, flags ? row.replacing : row.keeping);
+            if (code == 0) {
+                EXPECT_EQ(place.exists(from), from == to);
+                EXPECT_TRUE(place.exists(to));
+            } else {
                 EXPECT_EQ(place.read("file"), "file");
             }
-            EXPECT_EQ(place.read("other"), from != "missing" && to == "other" && !wanted ? from
-                                           : to == "OTHER" && !wanted                    ? ""
-                                                                                         : "other");
+            EXPECT_EQ(place.read("other"), code != 0 || strcasecmp(to.c_str(), "other") != 0 ? "other"
+                                           : to == "other"                                   ? from
+                                                                                             : "");
         }
     }
-    const file_place place;
-    place.write("file", "");
     if (!zu_test::is_root())
         return;
-    place.make_directory("mount");
-    const zu_test::small_file_system other(place.host_path("mount"), 64 * 1024);
-    EXPECT_EQ(
-        code_after(MoveFileExW(place.long_path(u"file").c_str(), place.long_path(u"mount\\file").c_str(), 1)),
-        17u);
+    const file_place place;
+    furnish(place);
+    const zu_test::small_file_system other(place.host_path("directory"), 64 * 1024);
+    EXPECT_EQ(code_after(MoveFileExW(place.long_path(u"file").c_str(),
+                                     place.long_path(u"directory\\file").c_str(), 1)),
+              17u);
     EXPECT_TRUE(place.exists("file"));
 }
 
 TEST(platform_files, a_directory_without_permission_refuses_with_5) {
     const file_place place;
-    place.make_directory("closed");
-    place.write("closed/file", "data");
-    chmod(place.host_path("closed").c_str(), 0);
-    place.make_directory("fixed");
-    place.write("fixed/file", "data");
-    chmod(place.host_path("fixed").c_str(), 0555);
+    for (const auto& [directory, mode] : {std::pair{"closed", 0}, {"fixed", 0555}}) {
+        place.make_directory(directory);
+        place.write(directory + std::string("/file"), "data");
+        chmod(place.host_path(directory).c_str(), static_cast<mode_t>(mode));
+    }
     const zu_test::outcome child = zu_test::run_as_ordinary_user([&] {
+        const std::u16string closed = place.long_path(u"closed\\file"),
+                             fixed = place.long_path(u"fixed\\file");
         WIN32_FIND_DATAW found;
-        const auto find_code = [&](const char16_t* name) {
-            const HANDLE search = FindFirstFileW(place.long_path(name).c_str(), &found);
-            return search == INVALID_HANDLE_VALUE ? GetLastError() : 0;
+        const DWORD codes[] = {
+            open_code(closed, R, OPEN_EXISTING),
+            code_after(GetFileAttributesW(closed.c_str()) != INVALID_FILE_ATTRIBUTES),
+            code_after(FindFirstFileW(closed.c_str(), &found) != INVALID_HANDLE_VALUE),
+            code_after(FindFirstFileW(place.long_path(u"closed\\*").c_str(), &found) != INVALID_HANDLE_VALUE),
+            open_code(place.long_path(u"fixed\\new"), W, CREATE_NEW),
+            code_after(DeleteFileW(fixed.c_str())),
+            code_after(MoveFileExW(fixed.c_str(), place.long_path(u"moved").c_str(), 0)),
         };
-        std::printf("%u %u %u %u ", open_code(place.long_path(u"closed\\file"), R, OPEN_EXISTING),
-                    GetFileAttributesW(place.long_path(u"closed\\file").c_str()) == INVALID_FILE_ATTRIBUTES
-                        ? GetLastError()
-                        : 0,
-                    find_code(u"closed\\file"), find_code(u"closed\\*"));
-        std::printf("%u %u %u", open_code(place.long_path(u"fixed\\new"), W, CREATE_NEW),
-                    code_after(DeleteFileW(place.long_path(u"fixed\\file").c_str())),
-                    code_after(MoveFileExW(place.long_path(u"fixed\\file").c_str(),
-                                           place.long_path(u"moved").c_str(), 0)));
+        for (const DWORD code : codes)
+            std::printf("%u ", code);
     });
-    EXPECT_EQ(child.output, "5 5 5 5 5 5 5");
+    EXPECT_EQ(child.output, "5 5 5 5 5 5 5 ");
     EXPECT_EQ(place.read("fixed/file"), "data");
 }
 
 TEST(platform_files, streams_open_in_each_mode) {
     const file_place place;
+    constexpr bool no = false, yes = true;
+    // clang-format off
     const struct {
         const char16_t* mode;
         bool opens_missing, opens_existing;
         const char* left; // of "data", after "xy" has been written where that is possible
     } rows[] = {
-        {u"r", false, true, "data"},   {u"rb", false, true, "data"},
-        {u"r+", false, true, "xyta"},  {u"w", true, true, "xy"},
-        {u"wt", true, true, "xy"},     {u"w+", true, true, "xy"},
-        {u"a", true, true, "dataxy"},  {u"a+b", true, true, "dataxy"},
-        {u"wx", true, false, "data"},  {u"rcnSRTN", false, true, "data"},
-        {u"wc", true, true, "xy"},     {u"", false, false, "data"},
-        {u"q", false, false, "data"},  {u"rx", false, false, "data"},
-        {u"rD", false, false, "data"}, {u"r,ccs=UTF-8", false, false, "data"},
+        {u"r", no, yes, "data"}, {u"rb", no, yes, "data"}, {u"r+", no, yes, "xyta"}, {u"w", yes, yes, "xy"},
+        {u"w+t", yes, yes, "xy"}, {u"wc", yes, yes, "xy"}, {u"a", yes, yes, "dataxy"}, {u"a+b", yes, yes, "dataxy"},
+        {u"wx", yes, no, "data"}, {u"ax", yes, no, "data"}, {u"rcnSRTN", no, yes, "data"}, {u"", no, no, "data"},
+        {u"q", no, no, "data"}, {u"rx", no, no, "data"}, {u"rD", no, no, "data"}, {u"rw", no, no, "data"},
     };
+    // clang-format on
     for (const auto& row : rows) {
+        SCOPED_TRACE(narrow(row.mode));
         place.write("file", "data");
         unlink(place.host_path("missing").c_str());
         for (const char16_t* name : {u"missing", u"file"}) {
-            const bool opens = name[0] == u'm' ? row.opens_missing : row.opens_existing;
             FILE* stream = _wfopen(place.drive_path(name).c_str(), row.mode);
-            ASSERT_EQ(stream != nullptr, opens) << zu_test::narrow(row.mode) << ' ' << zu_test::narrow(name);
+            ASSERT_EQ(stream != nullptr, name[0] == u'm' ? row.opens_missing : row.opens_existing);
             if (!stream)
                 continue;
             EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC);
             const bool writes = std::fputs("xy", stream) >= 0;
-            EXPECT_EQ(writes, row.mode[0] != u'r' || row.mode[1] == u'+') << zu_test::narrow(row.mode);
+            EXPECT_EQ(writes, row.mode[0] != u'r' || row.mode[1] == u'+');
             platform::fclose(stream);
         }
-        EXPECT_EQ(place.read("file"), row.left) << zu_test::narrow(row.mode);
+        EXPECT_EQ(place.read("file"), row.left);
     }
     errno = 0;
     EXPECT_EQ(_wfopen(place.drive_path(u"file").c_str(), u"rw"), nullptr);
     EXPECT_EQ(errno, EINVAL);
-    const HANDLE alone = open_file_at(place.long_path(u"file"), R, OPEN_EXISTING);
+    const opened alone(place.long_path(u"file"), R, OPEN_EXISTING);
     EXPECT_EQ(_wfopen(place.drive_path(u"file").c_str(), u"r"), nullptr);
     EXPECT_EQ(errno, EACCES);
-    EXPECT_TRUE(CloseHandle(alone));
     FILE* nothing = _wfopen(u"NUL", u"w");
     ASSERT_NE(nothing, nullptr);
     EXPECT_GE(std::fputs("gone", nothing), 0);

@@ -12,6 +12,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <gtest/gtest.h>
+
+#include "zu/zu.h"
+
 namespace zu_test {
 
 namespace {
@@ -52,6 +56,10 @@ void set_link(const std::string& link, const std::string& target) {
 }
 
 } // namespace
+
+uint32_t code_after(int result) {
+    return result ? 0 : GetLastError();
+}
 
 std::u16string wide(std::string_view utf8) {
     std::u16string out;
@@ -197,6 +205,16 @@ outcome run_as_ordinary_user(const std::function<void()>& body) {
         become_ordinary_user();
         body();
     });
+}
+
+void as_both_users(const std::function<void(const file_place&)>& body) {
+    body(file_place());
+    const outcome other = run_as_ordinary_user([&] {
+        body(file_place());
+        std::fflush(nullptr);
+        _exit(testing::Test::HasFailure());
+    });
+    EXPECT_EQ(other.exit_code, 0) << "as an ordinary user: " << other.output;
 }
 
 } // namespace zu_test

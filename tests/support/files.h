@@ -11,6 +11,9 @@
 
 namespace zu_test {
 
+// 0, or the code that a call which failed has set.
+uint32_t code_after(int result);
+
 std::u16string wide(std::string_view utf8);
 std::string narrow(std::u16string_view text);
 
@@ -67,5 +70,9 @@ void become_ordinary_user();
 // run_child with become_ordinary_user in front. Failed expectations inside must be reported through the exit code or
 // the output: they belong to the child.
 outcome run_as_ordinary_user(const std::function<void()>& body);
+
+// Runs a test's body here and in a child that is an ordinary user, each in a place of its own. Failed expectations of
+// the child count as one here, with its output.
+void as_both_users(const std::function<void(const file_place&)>& body);
 
 } // namespace zu_test
