@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -26,17 +27,19 @@
 
 namespace {
 
+using zu_test::code_after;
+
 // A name of this test alone, and the file behind it.
 struct lock_name {
-    lock_name() {
-        for (char c : std::to_string(getpid()))
-            wide += static_cast<char16_t>(c);
-        path = "/dev/shm/zu.mutex.zutest" + std::to_string(getpid());
-    }
     ~lock_name() { unlink(path.c_str()); }
     bool has_file() const { return access(path.c_str(), F_OK) == 0; }
-    std::u16string wide = u"zutest";
-    std::string path;
+    ZU_lock_process create() const { return ZU_lock_process_create(wide.c_str()); }
+    ZU_lock_process create_everyone() const { return ZU_lock_process_create_everyone(wide.c_str()); }
+    ZU_lock_process open() const { return ZU_lock_process_open(wide.c_str()); }
+
+    const std::string text = "zutest" + std::to_string(getpid());
+    const std::u16string wide{text.begin(), text.end()};
+    const std::string path = "/dev/shm/zu.mutex." + text;
 };
 
 pid_t fork_child(const std::function<void()>& body) {
@@ -61,8 +64,7 @@ public:
         int ready[2];
         EXPECT_EQ(pipe(ready), 0);
         child_ = fork_child([&] {
-            ZU_lock_process lock =
-                (everyone ? ZU_lock_process_create_everyone : ZU_lock_process_create)(name.wide.c_str());
+            ZU_lock_process lock = everyone ? name.create_everyone() : name.create();
             if (lock && (!locks || ZU_lock_process_lock(lock)) && write(ready[1], "r", 1) == 1)
                 pause();
         });
@@ -85,14 +87,12 @@ private:
 
 TEST(process_lock, recursion_ownership_and_results) {
     const lock_name name;
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    ZU_lock_process lock = name.create();
     ASSERT_NE(lock, nullptr);
     EXPECT_EQ(GetLastError(), 0u);
-    ZU_lock_process again = ZU_lock_process_create_everyone(name.wide.c_str());
+    ZU_lock_process again = name.create_everyone(), opened = name.open();
     EXPECT_EQ(GetLastError(), 183u);
-    EXPECT_NE(again, lock);
-    EXPECT_FALSE(ZU_lock_process_unlock(lock));
-    EXPECT_EQ(GetLastError(), 288u);
+    EXPECT_EQ(code_after(ZU_lock_process_unlock(lock)), 288u);
     EXPECT_TRUE(ZU_lock_process_lock(lock));
     EXPECT_TRUE(ZU_lock_process_lock_timeout(again, 0)) << "the owner, through another handle";
     EXPECT_TRUE(ZU_lock_process_unlock(lock));
@@ -106,31 +106,23 @@ TEST(process_lock, recursion_ownership_and_results) {
     EXPECT_TRUE(ZU_lock_process_unlock(again));
     std::thread([&] { EXPECT_TRUE(tries()); }).join();
 
-    ZU_lock_process opened = ZU_lock_process_open(name.wide.c_str());
     ASSERT_NE(opened, nullptr);
-    EXPECT_FALSE(ZU_lock_process_lock(opened));
-    EXPECT_EQ(GetLastError(), 5u);
-    const platform::HANDLE handles[] = {lock, opened};
-    for (platform::DWORD count : {1u, 2u}) {
-        EXPECT_EQ(platform::WaitForMultipleObjects(count, handles + 2 - count, 0, 0), WAIT_FAILED);
-        EXPECT_EQ(GetLastError(), count == 1 ? 5u : 50u) << "not together with others";
-    }
+    EXPECT_EQ(code_after(ZU_lock_process_lock(opened)), 5u);
+    EXPECT_EQ(code_after(platform::WaitForMultipleObjects(1, &opened, 0, 0) != WAIT_FAILED), 5u);
+    EXPECT_EQ(code_after(platform::WaitForMultipleObjects(1, &lock, 0, 0) != WAIT_FAILED), 50u)
+        << "only alone";
     for (ZU_lock_process one : {opened, again, lock})
         EXPECT_TRUE(ZU_lock_process_close(one));
-    for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock}) {
-        SetLastError(0);
-        EXPECT_FALSE(call(lock)) << "it is closed";
-        EXPECT_EQ(GetLastError(), 6u);
-    }
+    for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock})
+        EXPECT_EQ(code_after(call(lock)), 6u) << "it is closed";
     EXPECT_FALSE(name.has_file());
-    EXPECT_EQ(ZU_lock_process_open(name.wide.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), 2u);
+    EXPECT_EQ(code_after(name.open() != nullptr), 2u);
     EXPECT_TRUE(ZU_lock_process_close(nullptr) && ZU_lock_process_destroy(nullptr));
 }
 
 TEST(process_lock, names) {
     const lock_name name;
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    ZU_lock_process lock = name.create();
     const std::u16string long_name(254, u'\u00e9');
     ZU_lock_process long_lock = ZU_lock_process_create((long_name + u"A").c_str());
     EXPECT_TRUE(lock && long_lock);
@@ -160,46 +152,35 @@ TEST(process_lock, names) {
     EXPECT_TRUE(ZU_lock_process_close(one) && ZU_lock_process_close(two));
 }
 
+// Who waits for a while is asleep meanwhile, and looks now and then whether the owner has died.
 TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     const lock_name name;
     holder owner(name);
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str()),
-                    unnamed = ZU_lock_process_create(nullptr);
+    ZU_lock_process lock = name.create(), unnamed = ZU_lock_process_create(nullptr);
     EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 0));
-    EXPECT_FALSE(ZU_lock_process_unlock(lock));
-    owner.end();
-    for (ZU_lock_process one : {lock, unnamed}) {
-        if (one == unnamed)
-            std::thread([&] { ZU_lock_process_lock(unnamed); }).join();
-        EXPECT_FALSE(ZU_lock_process_lock(one)) << "abandoned";
-        EXPECT_TRUE(ZU_lock_process_unlock(one)) << "but owned";
-        EXPECT_TRUE(ZU_lock_process_lock_timeout(one, 0)) << "and ordinary again";
-        EXPECT_TRUE(ZU_lock_process_unlock(one));
-    }
-    std::thread([&] { ZU_lock_process_lock(lock); }).join();
-    EXPECT_EQ(platform::WaitForSingleObject(lock, 0), WAIT_ABANDONED) << "a thread ended";
-    ZU_lock_process_close(lock);
-    ZU_lock_process_close(unnamed);
-    EXPECT_FALSE(name.has_file());
-}
-
-// Who waits for a while is asleep meanwhile, looks for a dead owner now and then, and is woken by a living one.
-TEST(process_lock, a_limited_wait_sleeps_until_the_lock_is_given_up_or_its_owner_has_died) {
-    const lock_name name;
-    holder owner(name);
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
     rusage before, after;
     getrusage(RUSAGE_THREAD, &before);
     EXPECT_EQ(platform::WaitForSingleObject(lock, 500), static_cast<platform::DWORD>(WAIT_TIMEOUT));
     getrusage(RUSAGE_THREAD, &after);
     EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 500 / 50 + 5) << "times that it slept";
+    EXPECT_FALSE(ZU_lock_process_unlock(lock));
     std::thread killer([&] {
         platform::Sleep(20);
         owner.end();
     });
-    EXPECT_EQ(platform::WaitForSingleObject(lock, 60000), WAIT_ABANDONED);
+    for (ZU_lock_process one : {lock, unnamed}) {
+        if (one == unnamed)
+            std::thread([&] { ZU_lock_process_lock(unnamed); }).join();
+        EXPECT_EQ(platform::WaitForSingleObject(one, 60000), WAIT_ABANDONED);
+        EXPECT_TRUE(ZU_lock_process_unlock(one)) << "it is owned all the same";
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(one, 0)) << "and ordinary again";
+        EXPECT_TRUE(ZU_lock_process_unlock(one));
+    }
     killer.join();
-    ZU_lock_process_close(lock);
+    std::thread([&] { ZU_lock_process_lock(lock); }).join();
+    EXPECT_EQ(platform::WaitForSingleObject(lock, 0), WAIT_ABANDONED) << "a thread ended";
+    EXPECT_TRUE(ZU_lock_process_close(lock));
+    EXPECT_FALSE(name.has_file());
 }
 
 TEST(process_lock, giving_it_up_wakes_a_limited_wait) {
@@ -208,41 +189,33 @@ TEST(process_lock, giving_it_up_wakes_a_limited_wait) {
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
     const pid_t giver = fork_child([&] {
-        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
-        int not_awake = 0;
+        ZU_lock_process lock = name.create();
+        int slept_on = 0;
         for (int i = 0; i < rounds; ++i) {
             ZU_lock_process_lock(lock);
-            if (write(ready[1], "r", 1) != 1)
-                _exit(rounds);
+            slept_on += write(ready[1], "r", 1) != 1;
             platform::Sleep(5);
             ZU_lock_process_unlock(lock);
             platform::Sleep(15); // less than a sleeper sleeps by itself
-            if (ZU_lock_process_lock_timeout(lock, 0)) {
-                ++not_awake;
-                ZU_lock_process_unlock(lock);
-            }
+            slept_on += ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_unlock(lock);
         }
-        _exit(not_awake);
+        _exit(slept_on);
     });
-    char byte;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
     for (int i = 0; i < rounds; ++i) {
-        if (i > 0) {
-            ASSERT_EQ(read(ready[0], &byte, 1), 1);
-        }
+        char byte;
+        ASSERT_EQ(read(ready[0], &byte, 1), 1);
+        ZU_lock_process lock = name.create();
         EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 60000));
         platform::Sleep(30);
-        EXPECT_TRUE(ZU_lock_process_unlock(lock));
+        EXPECT_TRUE(ZU_lock_process_unlock(lock) && ZU_lock_process_close(lock));
     }
     EXPECT_LT(WEXITSTATUS(ended(giver)), rounds / 2);
-    ZU_lock_process_close(lock);
 }
 
 TEST(process_lock, a_handle_closed_under_a_waiting_thread_leaves_the_wait_its_lock) {
     const lock_name name;
     holder owner(name);
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    ZU_lock_process lock = name.create();
     ASSERT_NE(lock, nullptr);
     std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(lock)) << "the owner was killed"; });
     platform::Sleep(100); // until it sleeps in the kernel
@@ -255,8 +228,8 @@ TEST(process_lock, a_handle_closed_under_a_waiting_thread_leaves_the_wait_its_lo
 // A call works on the lock that its handle was for, or fails with 6.
 TEST(process_lock, handles_may_be_closed_while_others_use_them) {
     const lock_name name;
-    ZU_lock_process kept = ZU_lock_process_create(name.wide.c_str());
-    std::atomic<ZU_lock_process> changing{ZU_lock_process_create(name.wide.c_str())};
+    ZU_lock_process kept = name.create();
+    std::atomic<ZU_lock_process> changing{name.create()};
     std::atomic<int> taken{0};
     std::atomic<bool> over{false};
     int counter = 0; // plain: only the lock keeps it right
@@ -274,7 +247,7 @@ TEST(process_lock, handles_may_be_closed_while_others_use_them) {
         });
     }
     for (int i = 0; i < 20000; ++i)
-        EXPECT_TRUE(ZU_lock_process_close(changing.exchange(ZU_lock_process_create(name.wide.c_str()))));
+        EXPECT_TRUE(ZU_lock_process_close(changing.exchange(name.create())));
     over = true;
     users.join();
     EXPECT_EQ(counter, taken);
@@ -285,17 +258,15 @@ TEST(process_lock, handles_may_be_closed_while_others_use_them) {
 
 TEST(process_lock, when_all_holders_are_killed_the_next_one_starts_clean) {
     const lock_name name;
-    for (int round = 0; round < 2; ++round) {
+    for (const bool opens : {false, true}) {
         holder(name).end();
         EXPECT_TRUE(name.has_file());
-        if (round == 1) {
-            EXPECT_EQ(ZU_lock_process_open(name.wide.c_str()), nullptr) << "nobody has it";
-            EXPECT_EQ(GetLastError(), 2u);
+        if (opens) {
+            EXPECT_EQ(code_after(name.open() != nullptr), 2u) << "nobody has it";
         }
-        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+        ZU_lock_process lock = name.create();
         EXPECT_EQ(GetLastError(), 0u) << "a new one";
-        EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_unlock(lock));
-        ZU_lock_process_close(lock);
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_close(lock));
         EXPECT_FALSE(name.has_file());
     }
 }
@@ -308,7 +279,7 @@ struct arena {
 };
 
 void take_and_leave(const lock_name& name, arena& shared, int rounds, uint32_t timeout_ms) {
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    ZU_lock_process lock = name.create();
     for (int i = 0; i < rounds; ++i) {
         const platform::DWORD result = platform::WaitForSingleObject(lock, timeout_ms);
         if (result == WAIT_ABANDONED)
@@ -352,6 +323,12 @@ TEST(process_lock, processes_killed_at_random_leave_no_trace) {
     std::vector<pid_t> children(8, 0);
     std::srand(7);
     const uint32_t start = ZU_get_tick_count();
+    const auto end = [](pid_t& victim) {
+        if (victim == 0)
+            return;
+        kill(victim, SIGKILL);
+        ended(std::exchange(victim, 0));
+    };
     while (ZU_get_tick_count() - start < 10000) {
         for (pid_t& child : children) {
             if (child == 0)
@@ -359,19 +336,12 @@ TEST(process_lock, processes_killed_at_random_leave_no_trace) {
                     [&] { take_and_leave(name, *shared, 1 << 30, std::rand() % 2 ? 3 : ZU_WAIT_INFINITE); });
         }
         usleep(static_cast<useconds_t>(std::rand() % 5000));
-        pid_t& victim = children[static_cast<size_t>(std::rand()) % children.size()];
-        kill(victim, SIGKILL);
-        ended(std::exchange(victim, 0));
+        end(children[static_cast<size_t>(std::rand()) % children.size()]);
     }
-    for (pid_t child : children) {
-        if (child != 0) {
-            kill(child, SIGKILL);
-            ended(child);
-        }
-    }
+    std::for_each(children.begin(), children.end(), end);
     EXPECT_EQ(shared->doubles, 0);
     EXPECT_GT(shared->counter, 0);
-    ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+    ZU_lock_process lock = name.create();
     EXPECT_EQ(GetLastError(), 0u);
     EXPECT_TRUE(ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) && ZU_lock_process_close(lock));
     EXPECT_FALSE(name.has_file());
@@ -394,7 +364,7 @@ TEST(process_lock, another_user_needs_the_everyone_form) {
         // Held open by a process of its own, since a forked child would find this one's handle.
         const holder other(name, false, everyone);
         const auto use = [&] {
-            ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
+            ZU_lock_process lock = name.create();
             if (!everyone)
                 return !lock && GetLastError() == 5;
             return lock && GetLastError() == 183 && ZU_lock_process_lock_timeout(lock, 1000)
@@ -409,12 +379,12 @@ TEST(process_lock, another_user_is_never_refused_while_the_everyone_form_is_made
         GTEST_SKIP() << "needs root to become another user";
     const lock_name name;
     const pid_t maker = fork_child([&] {
-        while (ZU_lock_process lock = ZU_lock_process_create_everyone(name.wide.c_str()))
+        while (ZU_lock_process lock = name.create_everyone())
             ZU_lock_process_close(lock);
     });
     EXPECT_EQ(as_nobody([&] {
                   for (int i = 0; i < 50000; ++i) {
-                      ZU_lock_process lock = ZU_lock_process_open(name.wide.c_str());
+                      ZU_lock_process lock = name.open();
                       if (!lock && GetLastError() != 2)
                           return false;
                       ZU_lock_process_close(lock);
@@ -430,11 +400,8 @@ TEST(process_lock, another_user_is_never_refused_while_the_everyone_form_is_made
 TEST(process_lock, hostile_files_under_its_name_are_refused) {
     const lock_name name;
     const auto code = [&] {
-        ZU_lock_process lock = ZU_lock_process_create(name.wide.c_str());
-        const uint32_t result = GetLastError();
-        EXPECT_EQ(lock == nullptr, result != 0);
-        ZU_lock_process_close(lock);
-        return result;
+        ZU_lock_process lock = name.create();
+        return code_after(lock && ZU_lock_process_close(lock));
     };
     const char* path = name.path.c_str();
     ASSERT_EQ(mkfifo(path, 0666), 0);
@@ -459,7 +426,7 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     // Cut short under the feet of a holder: the next one refuses it, the holder goes on.
     ZU_lock_process lock = nullptr;
     const pid_t holder = fork_child([&] {
-        lock = ZU_lock_process_create(name.wide.c_str());
+        lock = name.create();
         const bool cut = truncate(path, 0) == 0;
         _exit(cut && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) ? 0 : 1);
     });
@@ -470,22 +437,18 @@ TEST(access_lists, hold_their_entries_and_refuse_what_they_cannot) {
     platform::SID_IDENTIFIER_AUTHORITY world = {SECURITY_WORLD_SID_AUTHORITY};
     platform::PSID everyone = nullptr;
     ASSERT_TRUE(platform::AllocateAndInitializeSid(&world, 1, 0, 0, 0, 0, 0, 0, 0, 0, &everyone));
-    platform::EXPLICIT_ACCESS_W entry = {};
-    entry.grfAccessMode = SET_ACCESS;
-    entry.grfAccessPermissions = MUTEX_ALL_ACCESS;
+    platform::EXPLICIT_ACCESS_W entry = {MUTEX_ALL_ACCESS, SET_ACCESS, 0, {}};
     entry.Trustee.ptstrName = static_cast<ZU_wchar*>(everyone);
-    platform::ACL* list = nullptr;
+    platform::ACL *list = nullptr, *merged = nullptr;
     EXPECT_EQ(platform::SetEntriesInAclW(0, nullptr, nullptr, &list), 0u);
     EXPECT_EQ(list, nullptr);
     EXPECT_EQ(platform::SetEntriesInAclW(1, &entry, nullptr, &list), 0u);
     ASSERT_NE(list, nullptr);
     EXPECT_EQ(list->AclSize, 8 + 8 + 12) << "the list, its entry and the identifier in it";
-    platform::ACL* merged = list;
-    EXPECT_EQ(platform::SetEntriesInAclW(1, &entry, list, &merged), 50u);
+    EXPECT_EQ(platform::SetEntriesInAclW(1, &entry, list, &merged), 50u) << "nothing is added to a list";
     EXPECT_EQ(merged, nullptr);
     platform::SECURITY_DESCRIPTOR descriptor;
-    EXPECT_FALSE(platform::InitializeSecurityDescriptor(&descriptor, 2));
-    EXPECT_EQ(GetLastError(), 1305u);
+    EXPECT_EQ(code_after(platform::InitializeSecurityDescriptor(&descriptor, 2)), 1305u);
 
     // Without an entry for everyone, or with too few rights in it, the lock stays its user's.
     const lock_name name;

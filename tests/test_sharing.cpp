@@ -15,6 +15,7 @@
 namespace {
 
 using namespace platform;
+using zu_test::code_after;
 using zu_test::file_place;
 
 constexpr DWORD accesses[] = {FILE_WRITE_ATTRIBUTES, GENERIC_READ, GENERIC_WRITE,
@@ -36,10 +37,6 @@ DWORD open_code(const std::u16string& path, const way& how, HANDLE* opened,
                 DWORD disposition = OPEN_EXISTING) {
     *opened = CreateFileW(path.c_str(), how.access, how.share, nullptr, disposition, 0x80, nullptr);
     return *opened == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
-}
-
-DWORD code_after(BOOL result) {
-    return result ? ERROR_SUCCESS : GetLastError();
 }
 
 // A child that has a file open until it is told to end.

@@ -1,4 +1,5 @@
 // Thread locks, events, semaphores and waits: results, codes, and what must hold when many threads meet.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -9,48 +10,47 @@
 #include <gtest/gtest.h>
 
 #include "platform/platform.h"
-#include "support/process.h"
+#include "support/files.h"
 #include "support/threads.h"
 #include "zu/zu.h"
 
 namespace {
 
-using platform::HANDLE;
+using namespace platform;
+using zu_test::code_after;
+using zu_test::crew;
+using zu_test::sleeping_crew;
 
+constexpr DWORD timed_out = WAIT_TIMEOUT;
 const HANDLE no_handle = nullptr;
 const HANDLE this_process = reinterpret_cast<HANDLE>(intptr_t{-1});
 const HANDLE this_thread = reinterpret_cast<HANDLE>(intptr_t{-2});
 const HANDLE made_up = reinterpret_cast<HANDLE>(intptr_t{0x7654321});
 
 HANDLE event(bool manual_reset, bool signalled) {
-    return platform::CreateEventW(nullptr, manual_reset, signalled, nullptr);
+    return CreateEventW(nullptr, manual_reset, signalled, nullptr);
 }
 
 HANDLE semaphore(int initial, int maximum) {
-    return platform::CreateSemaphoreW(nullptr, initial, maximum, nullptr);
+    return CreateSemaphoreW(nullptr, initial, maximum, nullptr);
 }
-
-using zu_test::crew;
-using zu_test::sleeping_crew;
 
 TEST(handles, good_closed_null_and_made_up_ones_are_told_apart) {
     const HANDLE closed = event(true, true);
-    ASSERT_TRUE(platform::CloseHandle(closed));
+    ASSERT_TRUE(CloseHandle(closed));
     const HANDLE good = event(false, true);
     const HANDLE sem = semaphore(1, 1);
     for (HANDLE bad : {no_handle, made_up}) {
-        const std::vector<HANDLE> list{good, bad};
+        const HANDLE list[] = {good, bad};
+        DWORD code;
         const std::function<bool()> calls[] = {
-            [&] { return platform::CloseHandle(bad) == 0; },
-            [&] { return platform::SetEvent(bad) == 0; },
-            [&] { return platform::ResetEvent(bad) == 0; },
-            [&] { return platform::ReleaseSemaphore(bad, 1, nullptr) == 0; },
-            [&] { return platform::WaitForSingleObject(bad, 0) == WAIT_FAILED; },
-            [&] { return platform::WaitForMultipleObjects(2, list.data(), 0, 0) == WAIT_FAILED; },
-            [&] {
-                platform::DWORD code;
-                return platform::GetExitCodeThread(bad, &code) == 0;
-            },
+            [&] { return !CloseHandle(bad); },
+            [&] { return !SetEvent(bad); },
+            [&] { return !ResetEvent(bad); },
+            [&] { return !ReleaseSemaphore(bad, 1, nullptr); },
+            [&] { return WaitForSingleObject(bad, 0) == WAIT_FAILED; },
+            [&] { return WaitForMultipleObjects(2, list, 0, 0) == WAIT_FAILED; },
+            [&] { return !GetExitCodeThread(bad, &code); },
         };
         for (const auto& call : calls) {
             SetLastError(0);
@@ -58,23 +58,17 @@ TEST(handles, good_closed_null_and_made_up_ones_are_told_apart) {
             EXPECT_EQ(GetLastError(), 6u);
         }
     }
-    // Of the wrong kind.
-    SetLastError(0);
-    EXPECT_FALSE(platform::SetEvent(sem));
-    EXPECT_EQ(GetLastError(), 6u);
-    EXPECT_FALSE(platform::ReleaseSemaphore(good, 1, nullptr));
-    EXPECT_EQ(platform::WaitForSingleObject(good, 0), WAIT_OBJECT_0) << "nothing above has taken it";
+    EXPECT_EQ(code_after(SetEvent(sem)), 6u) << "of the wrong kind";
+    EXPECT_EQ(code_after(ReleaseSemaphore(good, 1, nullptr)), 6u);
+    EXPECT_EQ(WaitForSingleObject(good, 0), WAIT_OBJECT_0) << "nothing above has taken it";
 
     for (HANDLE pseudo : {this_process, this_thread}) {
-        EXPECT_EQ(platform::WaitForSingleObject(pseudo, 1), static_cast<platform::DWORD>(WAIT_TIMEOUT));
-        EXPECT_TRUE(platform::CloseHandle(pseudo));
-        EXPECT_FALSE(platform::SetEvent(pseudo));
+        EXPECT_EQ(WaitForSingleObject(pseudo, 1), timed_out);
+        EXPECT_TRUE(CloseHandle(pseudo));
+        EXPECT_FALSE(SetEvent(pseudo));
     }
-    EXPECT_TRUE(platform::CloseHandle(good));
-    SetLastError(0);
-    EXPECT_FALSE(platform::CloseHandle(good)) << "closed twice";
-    EXPECT_EQ(GetLastError(), 6u);
-    platform::CloseHandle(sem);
+    EXPECT_TRUE(CloseHandle(good));
+    EXPECT_EQ(code_after(CloseHandle(good)), 6u) << "closed twice";
 }
 
 TEST(thread_lock, excludes_counts_and_serves_a_forked_child) {
@@ -140,17 +134,17 @@ TEST(events, reset_modes_and_results) {
 }
 
 TEST(semaphores, counts_bounds_and_the_timed_out_flag) {
+    // clang-format off
     const struct {
         int32_t initial, maximum;
-        bool made;
-    } rows[] = {{0, 1, true},   {1, 1, true},   {0x7FFFFFFF, 0x7FFFFFFF, true},
-                {2, 1, false},  {0, 0, false},  {-1, 1, false},
-                {0, -1, false}, {-2, -1, false}};
+        uint32_t code;
+    } rows[] = {{0, 1, 0}, {1, 1, 0}, {INT32_MAX, INT32_MAX, 0}, {2, 1, 87}, {0, 0, 87}, {-1, 1, 87}, {-2, -1, 87}};
+    // clang-format on
     for (const auto& row : rows) {
         SetLastError(4711);
         ZU_sem* sem = ZU_sem_create(row.initial, row.maximum);
-        EXPECT_EQ(sem != nullptr, row.made) << row.initial << " of " << row.maximum;
-        EXPECT_EQ(GetLastError(), row.made ? 0u : 87u);
+        EXPECT_EQ(sem == nullptr, row.code != 0) << row.initial << " of " << row.maximum;
+        EXPECT_EQ(GetLastError(), row.code);
         EXPECT_TRUE(ZU_sem_destroy(sem));
     }
 
@@ -172,27 +166,21 @@ TEST(semaphores, counts_bounds_and_the_timed_out_flag) {
         int32_t count;
         uint32_t code;
         int32_t before;
-    } releases[] = {{0x10, 298, 4711},    {0, 87, 4711},           {-1, 87, 4711},
-                    {0xF, 0, 0x7FFFFFF0}, {0x7FFFFFFF, 298, 4711}, {1, 298, 4711}};
+    } releases[] = {
+        {0x10, 298, 4711}, {0, 87, 4711}, {-1, 87, 4711}, {0xF, 0, 0x7FFFFFF0}, {INT32_MAX, 298, 4711}};
     for (const auto& row : releases) {
         int32_t before = 4711;
-        SetLastError(0);
-        EXPECT_EQ(platform::ReleaseSemaphore(many, row.count, &before), row.code == 0);
-        EXPECT_EQ(GetLastError(), row.code) << row.count;
+        EXPECT_EQ(code_after(ReleaseSemaphore(many, row.count, &before)), row.code) << row.count;
         EXPECT_EQ(before, row.before) << row.count;
     }
-    platform::CloseHandle(many);
 }
 
 TEST(waits_for_several, results_refusals_and_what_is_taken) {
     ZU_event* events[65];
     for (ZU_event*& one : events)
         one = ZU_create_event(0);
-    for (int32_t count : {0, -1, 65, INT32_MIN}) {
-        SetLastError(0);
-        EXPECT_EQ(ZU_wait_for_multiple_events(count, events, 0, 0), -1) << count;
-        EXPECT_EQ(GetLastError(), 87u) << count;
-    }
+    for (int32_t count : {0, -1, 65, INT32_MIN})
+        EXPECT_EQ(code_after(ZU_wait_for_multiple_events(count, events, 0, 0) != -1), 87u) << count;
     EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 1), 0);
     for (ZU_bool all : {0, 1}) {
         ZU_set_event(events[63]);
@@ -211,9 +199,7 @@ TEST(waits_for_several, results_refusals_and_what_is_taken) {
     EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 0), 0) << "all taken, each once";
 
     ZU_event* twice[] = {events[1], events[0], events[1]};
-    SetLastError(0);
-    EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 1, 0), -1);
-    EXPECT_EQ(GetLastError(), 87u);
+    EXPECT_EQ(code_after(ZU_wait_for_multiple_events(3, twice, 1, 0) != -1), 87u);
     EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 1), 0);
     ZU_set_event(events[1]);
     EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 0), 1);
@@ -227,43 +213,40 @@ TEST(sleepers, are_released_by_the_signal_itself) {
     const HANDLE other = event(false, false);
     const HANDLE automatic_or_other[] = {other, automatic};
     {
-        sleeping_crew three(3, [&](int) { return platform::WaitForSingleObject(manual, INFINITE); });
-        platform::SetEvent(manual);
-        platform::ResetEvent(manual);
+        sleeping_crew three(3, [&](int) { return WaitForSingleObject(manual, INFINITE); });
+        SetEvent(manual);
+        ResetEvent(manual);
         EXPECT_EQ(three.results(), std::vector<uint32_t>(3, 0));
-        EXPECT_EQ(platform::WaitForSingleObject(manual, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
+        EXPECT_EQ(WaitForSingleObject(manual, 0), timed_out);
     }
     {
         sleeping_crew three(3, [&](int i) {
-            return i == 0 ? platform::WaitForMultipleObjects(2, automatic_or_other, 0, INFINITE)
-                          : platform::WaitForSingleObject(automatic, INFINITE);
+            return i == 0 ? WaitForMultipleObjects(2, automatic_or_other, 0, INFINITE)
+                          : WaitForSingleObject(automatic, INFINITE);
         });
         for (int i = 0; i < 3; ++i)
-            platform::SetEvent(automatic);
-        platform::ResetEvent(automatic);
+            SetEvent(automatic);
+        ResetEvent(automatic);
         EXPECT_EQ(three.results(), (std::vector<uint32_t>{1, 0, 0}));
-        EXPECT_EQ(platform::WaitForSingleObject(automatic, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
+        EXPECT_EQ(WaitForSingleObject(automatic, 0), timed_out);
     }
     {
-        sleeping_crew two(2, [&](int) { return platform::WaitForSingleObject(sem, 0xFFFFFFFE); });
-        EXPECT_TRUE(platform::ReleaseSemaphore(sem, 1, nullptr));
-        EXPECT_TRUE(platform::ReleaseSemaphore(sem, 1, nullptr)) << "the first one has been given away";
+        sleeping_crew two(2, [&](int) { return WaitForSingleObject(sem, 0xFFFFFFFE); });
+        EXPECT_TRUE(ReleaseSemaphore(sem, 1, nullptr));
+        EXPECT_TRUE(ReleaseSemaphore(sem, 1, nullptr)) << "the first one has been given away";
         EXPECT_EQ(two.results(), std::vector<uint32_t>(2, 0));
     }
     {
         const HANDLE both[] = {automatic, sem};
-        sleeping_crew one(1, [&](int) { return platform::WaitForMultipleObjects(2, both, 1, INFINITE); });
-        platform::SetEvent(automatic);
-        EXPECT_EQ(platform::WaitForSingleObject(automatic, INFINITE), WAIT_OBJECT_0)
+        sleeping_crew one(1, [&](int) { return WaitForMultipleObjects(2, both, 1, INFINITE); });
+        SetEvent(automatic);
+        EXPECT_EQ(WaitForSingleObject(automatic, INFINITE), WAIT_OBJECT_0)
             << "who waits for all holds nothing back";
-        platform::SetEvent(automatic);
-        platform::ReleaseSemaphore(sem, 1, nullptr);
+        SetEvent(automatic);
+        ReleaseSemaphore(sem, 1, nullptr);
         EXPECT_EQ(one.results(), std::vector<uint32_t>(1, 0));
-        EXPECT_EQ(platform::WaitForMultipleObjects(2, both, 0, 0),
-                  static_cast<platform::DWORD>(WAIT_TIMEOUT));
+        EXPECT_EQ(WaitForMultipleObjects(2, both, 0, 0), timed_out);
     }
-    for (HANDLE one : {manual, automatic, sem, other})
-        platform::CloseHandle(one);
 }
 
 // One token is passed on through automatic and manual events; every thread waits without limit for its own, so that
@@ -283,31 +266,27 @@ TEST(sleepers, no_signal_is_lost_or_doubled) {
             const HANDLE watched[] = {own[i], over};
             for (;;) {
                 const bool single = random() % 2 != 0;
-                if (single && platform::WaitForSingleObject(own[i], random() % 3) != WAIT_OBJECT_0)
+                if (single && WaitForSingleObject(own[i], random() % 3) != WAIT_OBJECT_0)
                     continue;
-                if (!single && platform::WaitForMultipleObjects(2, watched, 0, INFINITE) != WAIT_OBJECT_0)
+                if (!single && WaitForMultipleObjects(2, watched, 0, INFINITE) != WAIT_OBJECT_0)
                     return;
-                platform::ResetEvent(own[i]);
+                ResetEvent(own[i]);
                 EXPECT_EQ(holders.fetch_add(1), 0);
                 if (random() % 4 == 0)
-                    platform::ResetEvent(own[random() % members]);
+                    ResetEvent(own[random() % members]);
                 ++passes;
                 holders.fetch_sub(1);
-                platform::SetEvent(own[random() % members]);
+                SetEvent(own[random() % members]);
             }
         });
     }
-    platform::Sleep(1000);
-    platform::SetEvent(over);
+    Sleep(1000);
+    SetEvent(over);
     workers.join();
-    int signalled = 0;
-    for (HANDLE one : own) {
-        signalled += platform::WaitForSingleObject(one, 0) == WAIT_OBJECT_0;
-        platform::CloseHandle(one);
-    }
-    EXPECT_EQ(signalled, 1);
+    EXPECT_EQ(std::count_if(own, own + members,
+                            [](HANDLE one) { return WaitForSingleObject(one, 0) == WAIT_OBJECT_0; }),
+              1);
     EXPECT_GT(passes.load(), 100u);
-    platform::CloseHandle(over);
 }
 
 // Whatever is posted is either taken by one wait or left over.
@@ -326,39 +305,30 @@ TEST(sleepers, waits_for_all_never_take_a_part) {
                 const unsigned first = random() % kinds, step = 1 + random() % (kinds - 1);
                 const unsigned second = (first + step) % kinds;
                 const HANDLE pair[] = {sems[first], sems[second]};
-                const platform::DWORD limit = random() % 3;
-                switch (random() % 4) {
-                case 0:
-                    if (platform::WaitForMultipleObjects(2, pair, 1, limit) == WAIT_OBJECT_0) {
-                        ++taken[first];
-                        ++taken[second];
-                    }
-                    break;
-                case 1: {
-                    const platform::DWORD which = platform::WaitForMultipleObjects(2, pair, 0, limit);
+                const DWORD limit = random() % 3;
+                const unsigned choice = random() % 4;
+                if (choice == 0 && WaitForMultipleObjects(2, pair, 1, limit) == WAIT_OBJECT_0) {
+                    ++taken[first];
+                    ++taken[second];
+                } else if (choice == 1) {
+                    const DWORD which = WaitForMultipleObjects(2, pair, 0, limit);
                     if (which <= 1)
                         ++taken[which == 0 ? first : second];
-                    break;
-                }
-                case 2:
-                    if (platform::WaitForSingleObject(sems[first], limit) == WAIT_OBJECT_0)
-                        ++taken[first];
-                    break;
-                default:
-                    if (platform::ReleaseSemaphore(sems[first], static_cast<int>(step), nullptr))
-                        posted[first] += step;
+                } else if (choice == 2 && WaitForSingleObject(sems[first], limit) == WAIT_OBJECT_0) {
+                    ++taken[first];
+                } else if (choice == 3 && ReleaseSemaphore(sems[first], static_cast<int>(step), nullptr)) {
+                    posted[first] += step;
                 }
             }
         });
     }
-    platform::Sleep(1000);
+    Sleep(1000);
     over = true;
     workers.join();
     for (int k = 0; k < kinds; ++k) {
-        while (platform::WaitForSingleObject(sems[k], 0) == WAIT_OBJECT_0)
+        while (WaitForSingleObject(sems[k], 0) == WAIT_OBJECT_0)
             ++taken[k];
         EXPECT_EQ(posted[k].load(), taken[k].load()) << k;
-        platform::CloseHandle(sems[k]);
     }
 }
 
@@ -375,22 +345,18 @@ TEST(sleepers, philosophers_who_wait_for_both_forks_all_eat) {
         philosophers.add([&, i] {
             const int left = i, right = (i + 1) % seats;
             const HANDLE both[] = {forks[left], forks[right]};
-            platform::WaitForSingleObject(all_seated, INFINITE);
+            WaitForSingleObject(all_seated, INFINITE);
             for (int meal = 0; meal < 2000; ++meal) {
-                ASSERT_EQ(platform::WaitForMultipleObjects(2, both, 1, INFINITE), WAIT_OBJECT_0);
+                ASSERT_EQ(WaitForMultipleObjects(2, both, 1, INFINITE), WAIT_OBJECT_0);
                 EXPECT_EQ(in_use[left]++ + in_use[right]++, 0);
                 --in_use[left];
                 --in_use[right];
-                platform::SetEvent(forks[right]);
-                platform::SetEvent(forks[left]);
+                SetEvent(forks[right]);
+                SetEvent(forks[left]);
             }
         });
     }
-    platform::SetEvent(all_seated);
-    philosophers.join();
-    platform::CloseHandle(all_seated);
-    for (HANDLE fork : forks)
-        platform::CloseHandle(fork);
+    SetEvent(all_seated);
 }
 
 // A waiter may end the object as soon as it is released, while its signaller is still on the way out.
