@@ -30,16 +30,10 @@ verdict test(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms) {
     return {result, GetLastError()};
 }
 
-int lowest_free_descriptor() {
-    const int descriptor = dup(0);
-    close(descriptor);
-    return descriptor;
-}
-
 TEST(port_test, verdicts) {
     EXPECT_EQ(test(u"127.0.0.1", 1, 10), (verdict{1, WSANOTINITIALISED}));
     const started_library library;
-    const int free_before = lowest_free_descriptor();
+    const auto descriptors = count_descriptors();
     {
         const held_socket open = listening_socket(), idle = bound_socket(SOCK_STREAM);
         const silent_port silent;
@@ -64,7 +58,7 @@ TEST(port_test, verdicts) {
         EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200))
             << "seconds and the rest both count";
     }
-    EXPECT_EQ(lowest_free_descriptor(), free_before) << "every path closes its socket";
+    EXPECT_EQ(count_descriptors(), descriptors) << "every path closes its socket";
 }
 
 TEST(port_test, descriptors_beyond_the_host_s_set_and_beyond_the_limit) {

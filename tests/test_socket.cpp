@@ -247,6 +247,7 @@ TEST(socket, datagrams) {
     }
     EXPECT_EQ(transmit(fresh), 1);
     EXPECT_EQ(receive(fresh), WSAECONNRESET);
+    EXPECT_EQ(receive(fresh), WSAEWOULDBLOCK);
 }
 
 // ---- Readiness -------------------------------------------------------------------------------------------------

@@ -1,4 +1,5 @@
 // The operating-system description, for systems that nobody here owns, and dynamic libraries.
+#include <dlfcn.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -207,6 +208,7 @@ TEST_F(libraries, are_loaded_counted_and_looked_into) {
         EXPECT_EQ(answer(), 42) << "loaded still";
         EXPECT_TRUE(ZU_dll_unload(module));
     }
+    EXPECT_EQ(dlopen(place.host_path("Plugin.so").c_str(), RTLD_LAZY | RTLD_NOLOAD), nullptr) << "gone";
     EXPECT_EQ(load_code(u"plugin"), 126u) << "a bare name does not find what is gone";
     EXPECT_FALSE(ZU_dll_unload(module));
     EXPECT_EQ(GetLastError(), 126u);

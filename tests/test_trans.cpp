@@ -1,6 +1,5 @@
 // Transports: construction and its failures, time-outs, lost peers, many connections at once.
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <memory>
@@ -80,15 +79,9 @@ std::string receive(const transport& from, const timeval* timeout = &long_time, 
     return outcome_of(success, count, timed_out);
 }
 
-int count_descriptors() {
-    const int descriptor = dup(0);
-    close(descriptor);
-    return descriptor;
-}
-
 TEST(trans, constructors_fail_with_their_codes_and_leave_nothing) {
     const started_library library;
-    const int descriptors = count_descriptors();
+    const auto descriptors = count_descriptors();
     {
         const transport server = server_on(0);
         ASSERT_TRUE(server);

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 namespace zu_test {
@@ -82,6 +83,10 @@ connection::connection(SOCKET listener) : server(INVALID_SOCKET) {
 
 void make_non_blocking(SOCKET socket) {
     fcntl(static_cast<int>(socket), F_SETFL, O_NONBLOCK);
+}
+
+std::ptrdiff_t count_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 bool knows_localhost() {

@@ -3,6 +3,7 @@
 
 #include <sys/socket.h>
 
+#include <cstddef>
 #include <functional>
 #include <utility>
 
@@ -62,6 +63,8 @@ struct silent_port {
 };
 
 void make_non_blocking(SOCKET socket);
+
+std::ptrdiff_t count_descriptors(); // that this process has open
 
 // Whether this machine has an address for the name; one without /etc/hosts has none.
 bool knows_localhost();
