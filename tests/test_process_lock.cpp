@@ -22,6 +22,7 @@
 
 #include "platform/platform.h"
 #include "support/files.h"
+#include "support/process.h"
 #include "support/threads.h"
 #include "zu/zu.h"
 
@@ -58,32 +59,12 @@ int ended(pid_t child) {
 }
 
 // Another process, which has the lock open or holds it until it is killed.
-class holder {
-public:
-    explicit holder(const lock_name& name, bool locks = true, bool everyone = false) {
-        int ready[2];
-        EXPECT_EQ(pipe(ready), 0);
-        child_ = fork_child([&] {
-            ZU_lock_process lock = everyone ? name.create_everyone() : name.create();
-            if (lock && (!locks || ZU_lock_process_lock(lock)) && write(ready[1], "r", 1) == 1)
-                pause();
-        });
-        close(ready[1]);
-        char byte;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1) << "it could not take the lock";
-        close(ready[0]);
-    }
-    ~holder() { end(); }
-    void end() {
-        if (child_ == 0)
-            return;
-        kill(child_, SIGKILL);
-        ended(std::exchange(child_, 0));
-    }
-
-private:
-    pid_t child_ = 0;
-};
+zu_test::holder held_elsewhere(const lock_name& name, bool locks = true, bool everyone = false) {
+    return zu_test::holder([&] {
+        ZU_lock_process lock = everyone ? name.create_everyone() : name.create();
+        return code_after(lock && (!locks || ZU_lock_process_lock(lock)));
+    });
+}
 
 TEST(process_lock, recursion_ownership_and_results) {
     const lock_name name;
@@ -155,7 +136,7 @@ TEST(process_lock, names) {
 // Who waits for a while is asleep meanwhile, and looks now and then whether the owner has died.
 TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     const lock_name name;
-    holder owner(name);
+    zu_test::holder owner = held_elsewhere(name);
     ZU_lock_process lock = name.create(), unnamed = ZU_lock_process_create(nullptr);
     EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 0));
     rusage before, after;
@@ -214,7 +195,7 @@ TEST(process_lock, giving_it_up_wakes_a_limited_wait) {
 
 TEST(process_lock, a_handle_closed_under_a_waiting_thread_leaves_the_wait_its_lock) {
     const lock_name name;
-    holder owner(name);
+    zu_test::holder owner = held_elsewhere(name);
     ZU_lock_process lock = name.create();
     ASSERT_NE(lock, nullptr);
     std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(lock)) << "the owner was killed"; });
@@ -259,7 +240,7 @@ TEST(process_lock, handles_may_be_closed_while_others_use_them) {
 TEST(process_lock, when_all_holders_are_killed_the_next_one_starts_clean) {
     const lock_name name;
     for (const bool opens : {false, true}) {
-        holder(name).end();
+        held_elsewhere(name).end();
         EXPECT_TRUE(name.has_file());
         if (opens) {
             EXPECT_EQ(code_after(name.open() != nullptr), 2u) << "nobody has it";
@@ -362,7 +343,7 @@ TEST(process_lock, another_user_needs_the_everyone_form) {
     const lock_name name;
     for (bool everyone : {false, true}) {
         // Held open by a process of its own, since a forked child would find this one's handle.
-        const holder other(name, false, everyone);
+        const zu_test::holder other = held_elsewhere(name, false, everyone);
         const auto use = [&] {
             ZU_lock_process lock = name.create();
             if (!everyone)
@@ -425,12 +406,12 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     close(stale);
     // Cut short under the feet of a holder: the next one refuses it, the holder goes on.
     ZU_lock_process lock = nullptr;
-    const pid_t holder = fork_child([&] {
+    const pid_t cutter = fork_child([&] {
         lock = name.create();
         const bool cut = truncate(path, 0) == 0;
         _exit(cut && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) ? 0 : 1);
     });
-    EXPECT_EQ(ended(holder), 0);
+    EXPECT_EQ(ended(cutter), 0);
 }
 
 TEST(access_lists, hold_their_entries_and_refuse_what_they_cannot) {

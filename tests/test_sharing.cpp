@@ -1,5 +1,4 @@
 // Share modes between processes, users and handles: all pairs of access and share mode; deleting and moving.
-#include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -39,50 +38,15 @@ DWORD open_code(const std::u16string& path, const way& how, HANDLE* opened,
     return *opened == INVALID_HANDLE_VALUE ? GetLastError() : ERROR_SUCCESS;
 }
 
-// A child that has a file open until it is told to end.
-class holder {
-public:
-    holder(const std::u16string& path, const way& how, bool as_ordinary_user) {
-        int ready[2], end[2];
-        EXPECT_EQ(pipe(ready), 0);
-        EXPECT_EQ(pipe(end), 0);
-        child_ = fork();
-        if (child_ == 0) {
-            close(end[1]);
-            if (as_ordinary_user)
-                zu_test::become_ordinary_user();
-            HANDLE opened;
-            const DWORD code = open_code(path, how, &opened);
-            char byte = 0;
-            const bool told =
-                write(ready[1], &code, sizeof code) == sizeof code && read(end[0], &byte, 1) == 0;
-            _exit(told ? 0 : 1); // without closing: the host does
-        }
-        close(ready[1]);
-        close(end[0]);
-        EXPECT_EQ(read(ready[0], &code_, sizeof code_), static_cast<ssize_t>(sizeof code_));
-        close(ready[0]);
-        end_ = end[1];
-    }
-    ~holder() { end(0); }
-
-    DWORD code() const { return code_; }
-
-    void end(int signal) {
-        if (child_ <= 0)
-            return;
-        if (signal != 0)
-            kill(child_, signal);
-        close(end_);
-        waitpid(child_, nullptr, 0);
-        child_ = 0;
-    }
-
-private:
-    pid_t child_ = 0;
-    int end_ = -1;
-    DWORD code_ = 0;
-};
+// A child that has a file open until it is killed; its result is the code.
+zu_test::holder opened_elsewhere(const std::u16string& path, const way& how, bool as_ordinary_user = false) {
+    return zu_test::holder([&] {
+        if (as_ordinary_user)
+            zu_test::become_ordinary_user();
+        HANDLE opened;
+        return open_code(path, how, &opened);
+    });
+}
 
 struct file_kind {
     const char* name;
@@ -115,10 +79,10 @@ std::string run_matrix(const file_place& place, bool first_is_root, bool second_
         const std::u16string path = place.long_path(zu_test::wide(kind.name));
         for (int i = 0; i < 16; ++i) {
             const way first(i);
-            const holder child(path, first, !first_is_root);
-            if (child.code() != code_alone(kind, first, first_is_root))
+            const zu_test::holder child = opened_elsewhere(path, first, !first_is_root);
+            if (child.result() != code_alone(kind, first, first_is_root))
                 wrong += kind.name + std::string(" alone ") + std::to_string(i) + "; ";
-            if (child.code() != 0)
+            if (child.result() != 0)
                 continue;
             for (int j = 0; j < 16; ++j) {
                 const way second(j);
@@ -193,7 +157,7 @@ TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
     const std::u16string path = place.long_path(u"plain");
     HANDLE opened;
     {
-        const holder child(path, alone, false);
+        const zu_test::holder child = opened_elsewhere(path, alone);
         for (const DWORD disposition : {CREATE_ALWAYS, OPEN_ALWAYS, TRUNCATE_EXISTING})
             EXPECT_EQ(open_code(path, writing, &opened, disposition), 32u);
         EXPECT_EQ(open_code(path, writing, &opened, CREATE_NEW), 80u);
@@ -202,12 +166,12 @@ TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
     // Who has emptied it without access for writing does not count as a writer afterwards.
     for (const int number : {1, 5, 6, 4}) {
         ASSERT_EQ(open_code(path, way(number), &opened, CREATE_ALWAYS), 0u);
-        const holder child(path, way(5), false);
-        EXPECT_EQ(child.code(), go_together(way(number), way(5)) ? 0u : 32u) << number;
+        const zu_test::holder child = opened_elsewhere(path, way(5));
+        EXPECT_EQ(child.result(), go_together(way(number), way(5)) ? 0u : 32u) << number;
         EXPECT_TRUE(CloseHandle(opened));
     }
     const std::u16string read_only = place.long_path(u"read-only");
-    const holder child(read_only, reading, false);
+    const zu_test::holder child = opened_elsewhere(read_only, reading);
     EXPECT_EQ(open_code(read_only, writing, &opened), 5u);
     EXPECT_EQ(open_code(read_only, reading, &opened), 32u);
     EXPECT_EQ(code_after(DeleteFileW(read_only.c_str())), 32u);
@@ -219,9 +183,9 @@ TEST(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
     const std::u16string path = place.long_path(u"file");
     const way alone(12);
     HANDLE opened;
-    holder killed(path, alone, false);
+    zu_test::holder killed = opened_elsewhere(path, alone);
     EXPECT_EQ(open_code(path, alone, &opened), 32u);
-    killed.end(SIGKILL);
+    killed.end();
     EXPECT_EQ(open_code(path, alone, &opened), 0u);
 
     int end[2];
@@ -249,8 +213,8 @@ TEST(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
         const bool matters = how.needs() != 0;
         const std::u16string path = place.long_path(u"file"), other = place.long_path(u"other");
         const std::u16string moved = place.long_path(u"moved");
-        const holder child(path, how, false);
-        ASSERT_EQ(child.code(), 0u);
+        const zu_test::holder child = opened_elsewhere(path, how);
+        ASSERT_EQ(child.result(), 0u);
         EXPECT_EQ(code_after(MoveFileExW(path.c_str(), moved.c_str(), 0)), matters ? 32u : 0u) << i;
         if (!matters) {
             EXPECT_TRUE(MoveFileExW(moved.c_str(), path.c_str(), 0));

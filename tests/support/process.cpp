@@ -1,11 +1,13 @@
 #include "support/process.h"
 
 #include <poll.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace zu_test {
 
@@ -64,6 +66,30 @@ outcome run_child(const std::function<void()>& body) {
     close(out[0]);
     close(error[0]);
     return result;
+}
+
+holder::holder(const std::function<uint32_t()>& body) {
+    int done[2];
+    child_ = pipe(done) == 0 ? fork() : -1;
+    if (child_ < 0)
+        return;
+    if (child_ == 0) {
+        const uint32_t result = body();
+        if (write(done[1], &result, sizeof result) == sizeof result)
+            pause();
+        _exit(1);
+    }
+    close(done[1]);
+    if (read(done[0], &result_, sizeof result_) != sizeof result_)
+        result_ = 0xFFFFFFFF; // it ended before
+    close(done[0]);
+}
+
+void holder::end() {
+    if (child_ <= 0)
+        return;
+    kill(child_, SIGKILL);
+    waitpid(std::exchange(child_, 0), nullptr, 0);
 }
 
 outcome run_command(const std::string& command) {

@@ -1,6 +1,9 @@
 // Children of a test: what they write, and how they end.
 #pragma once
 
+#include <sys/types.h>
+
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -15,6 +18,22 @@ struct outcome {
 
 // Runs a function in a forked child, which then leaves with 0, and collects what it wrote.
 outcome run_child(const std::function<void()>& body);
+
+// A child that has run a function, and then keeps what it has until it is killed.
+class holder {
+public:
+    explicit holder(const std::function<uint32_t()>& body);
+    ~holder() { end(); }
+    holder(const holder&) = delete;
+    holder& operator=(const holder&) = delete;
+
+    uint32_t result() const { return result_; } // of the function
+    void end();
+
+private:
+    pid_t child_;
+    uint32_t result_ = 0xFFFFFFFF;
+};
 
 // Runs a command line through bash.
 outcome run_command(const std::string& command);
