@@ -30,8 +30,8 @@ struct opened_file {
     bool has_claim = false;
 };
 
-// Opens what a path names, or the null device. 0 or a code. The sharing test comes before the data of an existing file
-// is touched.
+// Opens what a path names, or the null device. 0 or a code. The sharing test comes before the data of an existing
+// file is touched.
 DWORD open_file(const WCHAR* path, const open_request& request, opened_file& out);
 
 // The object of a file's handle.

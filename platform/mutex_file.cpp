@@ -248,8 +248,8 @@ bool mutex_file::mark_held() {
     return was_free;
 }
 
-// Sleeps until the lock is given up, for a while. False at once when the word does not say that it is held: its owner is
-// about to say so, or to let go.
+// Sleeps until the lock is given up, for a while. False at once when the word does not say that it is held: its owner
+// is about to say so, or to let go.
 bool mutex_file::sleep_while_held(const deadline& until) {
     uint32_t held = is_free;
     if (pread(file_.get(), &held, sizeof held, held_at) != sizeof held || held == is_free)

@@ -2,10 +2,10 @@
 //
 // One file per name under /dev/shm. Ownership is an open-file-description lock on one of its bytes, so that it ends
 // with the process, whatever kills it. A word of the text says "held" while it is held: who gets the lock and finds
-// that set knows that the owner died; who may wait for a while only sleeps on it. Every process that has the mutex open holds a shared lock on a third
-// byte; who finds that byte free is alone, and sets the file right or removes it. A fourth byte is locked while the
-// file is made, checked or removed. Nothing in the file is trusted further than the rights on it reach, and it is read
-// and written by system calls alone.
+// that set knows that the owner died; who may wait for a while only sleeps on it. Every process that has the mutex
+// open holds a shared lock on a third byte; who finds that byte free is alone, and sets the file right or removes it.
+// A fourth byte is locked while the file is made, checked or removed. Nothing in the file is trusted further than the
+// rights on it reach, and it is read and written by system calls alone.
 #pragma once
 
 #include <string>

@@ -110,9 +110,9 @@ inline object* object_of(HANDLE handle) {
     return pseudo_object_of(handle);
 }
 
-// The object of a handle if it has the mark, else null. Whoever closes a handle takes it out of the table first, and calls
-// `close` then: a guarded object takes a lock there, and who looks it up under that lock, and counts on it before the
-// lock is given back, is not left with an object that another thread has closed.
+// The object of a handle if it has the mark, else null. Whoever closes a handle takes it out of the table first, and
+// calls `close` then: a guarded object takes a lock there, and who looks it up under that lock, and counts on it
+// before the lock is given back, is not left with an object that another thread has closed.
 inline object* guarded_object_of(HANDLE handle) {
     const uintptr_t number = std::rotr(reinterpret_cast<uintptr_t>(handle), handle_shift);
     const uintptr_t content =
