@@ -61,6 +61,11 @@ int accept_with_short_length(SOCKET socket) {
     return outcome_of(ZU_accept(socket, reinterpret_cast<sockaddr*>(&address), &length));
 }
 
+void let_block(SOCKET socket, bool blocks) {
+    unsigned long non_blocking = !blocks;
+    EXPECT_EQ(platform::ioctlsocket(socket, FIONBIO, &non_blocking), 0);
+}
+
 int set_option(SOCKET socket, int option, const void* value, int32_t length) {
     return outcome_of(ZU_setsockopt(socket, SOL_SOCKET, option, value, length));
 }
@@ -171,7 +176,7 @@ TEST(socket, streams_that_are_not_connected_fail_with_the_code_of_their_state) {
 
     const silent_port silent;
     const held_socket trying = stream_socket();
-    make_non_blocking(trying);
+    let_block(trying, false);
     EXPECT_EQ(attempt(trying, address_of(silent.listener)), WSAEWOULDBLOCK);
     EXPECT_EQ(attempt(trying, address_of(silent.listener)), WSAEALREADY);
     EXPECT_EQ(receive(trying), WSAENOTCONN);
@@ -208,7 +213,7 @@ TEST(socket, datagrams) {
     const held_socket fresh(ZU_socket(AF_INET, SOCK_DGRAM, 0)), receiver = bound_socket(SOCK_DGRAM);
     const sockaddr_in to = address_of(receiver), to_nobody = address_of(bound_socket(SOCK_DGRAM));
     EXPECT_EQ(receive(fresh), WSAEINVAL) << "without a port nothing can arrive";
-    make_non_blocking(fresh);
+    let_block(fresh, false);
     EXPECT_EQ(transmit(fresh, to_nobody), 1);
     EXPECT_EQ(receive(fresh), WSAECONNRESET);
     EXPECT_EQ(receive(fresh), WSAEWOULDBLOCK);
@@ -260,17 +265,15 @@ TEST(select, each_state_shows_in_its_sets) {
 
     for (bool blocks_again : {false, true}) { // a further attempt, not the report of the first
         const held_socket client = stream_socket();
-        unsigned long non_blocking = 1;
-        ASSERT_EQ(platform::ioctlsocket(client, FIONBIO, &non_blocking), 0);
+        let_block(client, false);
         EXPECT_EQ(attempt(client, address_of(idle)), WSAEWOULDBLOCK);
         EXPECT_EQ(readiness(client), error_ready) << "refused";
-        non_blocking = !blocks_again;
-        ASSERT_EQ(platform::ioctlsocket(client, FIONBIO, &non_blocking), 0);
+        let_block(client, blocks_again);
         EXPECT_EQ(attempt(client, address_of(listener)), blocks_again ? 0 : WSAEWOULDBLOCK);
         EXPECT_EQ(readiness(client), write_ready) << "connected";
     }
     EXPECT_EQ(readiness(listener), read_ready) << "a connection waits";
-    make_non_blocking(fresh);
+    let_block(fresh, false);
     EXPECT_EQ(attempt(fresh, address_of(idle)), WSAEWOULDBLOCK);
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(readiness(fresh), error_ready);
@@ -362,7 +365,7 @@ TEST(socket, options_in_the_forms_of_both_sides) {
         EXPECT_EQ(fcntl(static_cast<int>(*end), F_GETFD), FD_CLOEXEC);
 
     const held_socket listener = listening_socket(), client = stream_socket();
-    make_non_blocking(listener);
+    let_block(listener, false);
     EXPECT_EQ(outcome_of(ZU_accept(listener, nullptr, nullptr)), WSAEWOULDBLOCK);
     EXPECT_EQ(accept_with_short_length(listener), WSAEWOULDBLOCK);
     ASSERT_EQ(attempt(client, address_of(listener)), 0);
@@ -375,49 +378,42 @@ TEST(socket, options_in_the_forms_of_both_sides) {
 }
 
 // Leaves a listening port behind with a connection that this side closes first, so that it lingers.
-uint16_t port_that_winds_down(bool killed) {
-    held_socket listener = bound_socket(SOCK_STREAM), client = stream_socket();
-    const uint16_t port = port_of(listener);
-    const pid_t child = killed ? fork() : 0;
+uint16_t port_of_a_killed_server() {
+    const held_socket listener = bound_socket(SOCK_STREAM), client = stream_socket();
+    const pid_t child = fork();
     if (child == 0) {
         ZU_listen(listener, 1);
         attempt(client, address_of(listener));
-        const held_socket server(ZU_accept(listener, nullptr, nullptr));
-        if (killed)
-            raise(SIGKILL);
-    } else {
-        waitpid(child, nullptr, 0);
+        ZU_accept(listener, nullptr, nullptr);
+        raise(SIGKILL);
     }
-    return port;
+    waitpid(child, nullptr, 0);
+    return port_of(listener);
 }
 
 TEST(socket, a_port_is_taken_over_only_from_what_winds_down) {
     const started_library library;
-    for (bool killed : {false, true}) {
-        const uint16_t port = port_that_winds_down(killed);
-        for (bool listens : {true, false}) {
-            const held_socket next = listens ? listening_socket(port) : bound_socket(SOCK_STREAM, port);
-            ASSERT_NE(next, INVALID_SOCKET) << GetLastError();
-            EXPECT_EQ(outcome_of(bound_socket(SOCK_STREAM, port)), WSAEADDRINUSE) << "listening " << listens;
-        }
+    const uint16_t free_again = port_of_a_killed_server();
+    for (bool listens : {true, false}) {
+        const held_socket next =
+            listens ? listening_socket(free_again) : bound_socket(SOCK_STREAM, free_again);
+        ASSERT_NE(next, INVALID_SOCKET) << GetLastError();
+        EXPECT_EQ(outcome_of(bound_socket(SOCK_STREAM, free_again)), WSAEADDRINUSE)
+            << "listening " << listens;
     }
-    const int on = 1;
-    for (bool option : {false, true}) { // which changes nothing
-        held_socket listener = listening_socket(), client = stream_socket();
-        const held_socket next = stream_socket();
-        for (SOCKET one : option ? std::vector<SOCKET>{client, next} : std::vector<SOCKET>{})
-            EXPECT_EQ(set_option(one, SO_REUSEADDR, &on, sizeof on), 0);
+    for (int option : {0, 1}) { // which changes nothing
+        held_socket listener = listening_socket(), client = stream_socket(), next = stream_socket();
+        for (const held_socket* one : {&client, &next})
+            EXPECT_EQ(set_option(*one, SO_REUSEADDR, &option, sizeof option), 0);
         ASSERT_EQ(attempt(client, address_of(listener)), 0);
         const held_socket server(ZU_accept(listener, nullptr, nullptr));
         const sockaddr_in of_client = address_of(client);
-        EXPECT_EQ(bind_to(next, of_client), WSAEADDRINUSE)
-            << "a connection keeps the port that it was made from";
+        EXPECT_EQ(bind_to(next, of_client), WSAEADDRINUSE) << "a connection keeps its port";
         client.close(); // first, so that its side lingers
         EXPECT_EQ(bind_to(next, of_client), 0);
         const uint16_t port = port_of(listener);
         listener.close();
-        EXPECT_NE(listening_socket(port), INVALID_SOCKET)
-            << "what a server has accepted does not keep its port";
+        EXPECT_NE(listening_socket(port), INVALID_SOCKET) << "what was accepted does not";
     }
 }
 
@@ -441,15 +437,14 @@ TEST(address, dotted_text_both_ways) {
         {"0x10.1.2.3", 0x10010203}, {"0XfF.1", 0xFF000001},    {"010.1.2.3", 0x08010203},
         {"1.2.3.4 ", 0x01020304},   {"1.2.3.4 x", 0x01020304}, {"1.2.3.4\n", 0x01020304},
         {"4294967294", 0xFFFFFFFE}, {"255.255.255.255", INADDR_NONE}};
+    const char* const no_addresses[] = {
+        "1.2.65536", "1.16777216", "4294967296", "99999999999999999999", "256.1.1.1", "1.2.3.256", "1.2.3.0400",
+        "08.1.1.1", "0x", " 1.2.3.4", "\t1.2.3.4", "  ", "", "1.2.3.4.5", "1..2.3", ".1.2.3", "1.2.3.", "-1.2.3.4",
+        "+1.2.3.4", "1.2.3.4x", "localhost"};
     // clang-format on
     for (const auto& row : rows)
         expect_address(row.text, row.address);
-    for (const char* text : {"1.2.65536", "1.16777216", "4294967296", "99999999999999999999",
-                             "256.1.1.1", "1.2.3.256",  "1.2.3.0400", "08.1.1.1",
-                             "0x",        " 1.2.3.4",   "\t1.2.3.4",  "  ",
-                             "",          "1.2.3.4.5",  "1..2.3",     ".1.2.3",
-                             "1.2.3.",    "-1.2.3.4",   "+1.2.3.4",   "1.2.3.4x",
-                             "localhost"})
+    for (const char* text : no_addresses)
         expect_address(text, INADDR_NONE);
     for (const char* text : {"0.0.0.0", "1.20.255.99", "255.255.255.255", "192.168.100.10"}) {
         char plain[16];

@@ -1,6 +1,5 @@
 #include "support/network.h"
 
-#include <fcntl.h>
 #include <net/if.h>
 #include <netdb.h>
 #include <sched.h>
@@ -79,10 +78,6 @@ int32_t connect_to(SOCKET socket, uint16_t port) {
 connection::connection(SOCKET listener) : server(INVALID_SOCKET) {
     connect_to(client, port_of(listener));
     server = held_socket(ZU_accept(listener, nullptr, nullptr));
-}
-
-void make_non_blocking(SOCKET socket) {
-    fcntl(static_cast<int>(socket), F_SETFL, O_NONBLOCK);
 }
 
 std::ptrdiff_t count_descriptors() {

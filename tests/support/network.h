@@ -62,8 +62,6 @@ struct silent_port {
     held_socket listener = listening_socket(0, 0), waiting = stream_socket();
 };
 
-void make_non_blocking(SOCKET socket);
-
 std::ptrdiff_t count_descriptors(); // that this process has open
 
 // Whether this machine has an address for the name; one without /etc/hosts has none.
