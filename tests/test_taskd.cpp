@@ -145,7 +145,10 @@ TEST_F(taskd, digests_and_cleans) {
     write("a" + every_second + "digest " + directory + "/new.tmp\nb" + every_second + "clean " + directory
           + " *.tmp 1d\nc" + every_second + "clean " + directory + " * soon\nd" + every_second + "digest "
           + directory + "/none\n");
-    const std::string output = run("--for 2").output;
+    const std::string out = path_ + ".out"; // until the second time that something is to be cleaned
+    const std::string output = script("$taskd " + path_ + " >" + out + " & until grep -q 'nothing deleted' "
+                                      + out + "; do sleep 0.1; done; kill $!; wait $!; cat " + out)
+                                   .output;
     for (const char* text : {"900150983cd24fb0d6963f7d28e17f72, 3 bytes of 20", ": deleted old", "older.TMP",
                              ": nothing deleted\n", "\"soon\" is not an age", "/none: There is no file"})
         EXPECT_NE(output.find(text), std::string::npos) << text << output;
