@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/check.h"
 #include "platform/platform.h"
 #include "zu/zu.h"
 
@@ -74,11 +75,6 @@ bool has_the_shape(const std::u16string& text) {
             return false;
     }
     return dots == 3 && text.front() != u'.' && text.back() != u'.';
-}
-
-void check(bool holds) {
-    if (!holds)
-        std::abort();
 }
 
 } // namespace

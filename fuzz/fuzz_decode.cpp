@@ -1,10 +1,10 @@
 // Decoders: any text leaves the bytes that the general engine leaves, and nothing outside the areas is touched.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "fuzz/check.h"
 #include "zu/zu.h"
 
 namespace {
@@ -37,11 +37,6 @@ uint32_t value_base32(uint32_t character) {
     return character >= '0' && character <= '5' ? character - '0' + 26 : 0xFFFFFFFF;
 }
 
-void expect(bool holds) {
-    if (!holds)
-        std::abort();
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -64,20 +59,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const uint32_t room = std::max(enough + 4, less) - less;
         area built_in(room), general(room);
         const uint32_t result = decoder.decode(text.get(), count, built_in.bytes.get(), &built_in.size);
-        expect(result
-               == ZU_basex2bin(decoder.value, decoder.bits, text.get(), count, general.bytes.get(),
-                               &general.size));
-        expect(built_in == general);
+        check(result
+              == ZU_basex2bin(decoder.value, decoder.bits, text.get(), count, general.bytes.get(),
+                              &general.size));
+        check(built_in == general);
     }
 
     area pairs(count / 2);
     const uint32_t result = ZU_hex2bin(text.get(), count, pairs.bytes.get());
-    expect((result == 2) == (count % 2 != 0));
+    check((result == 2) == (count % 2 != 0));
     if (result == 0) {
         const std::unique_ptr<ZU_wchar[]> back(new ZU_wchar[count + 1]);
         ZU_bin2hex(pairs.bytes.get(), count / 2, back.get());
         for (uint32_t i = 0; i < count; ++i)
-            expect(back[i] == (text[i] >= 'a' ? text[i] - 'a' + 'A' : text[i]));
+            check(back[i] == (text[i] >= 'a' ? text[i] - 'a' + 'A' : text[i]));
     }
     return 0;
 }

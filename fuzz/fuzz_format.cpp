@@ -2,11 +2,11 @@
 // must be filled as the measured length says.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
 
+#include "fuzz/check.h"
 #include "platform/platform.h"
 
 namespace {
@@ -19,11 +19,6 @@ template <size_t... I>
 int format(char16_t* out, size_t count, const char16_t* text, std::index_sequence<I...>) {
     return platform::_snwprintf(out, count, text, texts[I % 4]..., 1.5, -1e300, 0.0, 1e-320, 3.0, 2.5, 1e15,
                                 -0.0);
-}
-
-void require(bool condition) {
-    if (!condition)
-        std::abort();
 }
 
 } // namespace
@@ -42,10 +37,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     area[count] = u'~';
     const int measured = format(nullptr, 0, text.c_str(), slots);
     const int length = format(area, count, text.c_str(), slots);
-    require(area[count] == u'~');
+    check(area[count] == u'~');
     const bool fits = measured >= 0 && static_cast<size_t>(measured) <= count;
-    require(length == (fits ? measured : -1));
+    check(length == (fits ? measured : -1));
     if (fits && static_cast<size_t>(length) < count)
-        require(area[length] == 0);
+        check(area[length] == 0);
     return 0;
 }

@@ -1,22 +1,17 @@
 // The line reader over random bytes, against a reading of the same bytes in memory. The first byte chooses the limit.
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include <unistd.h>
 
+#include "fuzz/check.h"
 #include "zu/zu.h"
 
 namespace {
 
 constexpr uint32_t limits[] = {1, 2, 3, 127, 128, 129, 255, 256, 257, 1000, ZU_GET_LINE_MAX, UINT32_MAX};
-
-void require(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 // A file that lives as long as the process and is filled anew for every input.
 ZU_file* scratch_file() {
@@ -24,7 +19,7 @@ ZU_file* scratch_file() {
     for (char digit : std::to_string(getpid()))
         path += static_cast<char16_t>(digit);
     ZU_file* file = ZU_open_file(path.c_str(), ZU_FILE_READ | ZU_FILE_WRITE | ZU_FILE_CREATE_ALWAYS, nullptr);
-    require(file != nullptr);
+    check(file != nullptr);
     unlink(("/tmp/fuzz_line." + std::to_string(getpid())).c_str());
     return file;
 }
@@ -51,23 +46,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string_view rest(reinterpret_cast<const char*>(data) + 1, size - 1);
 
     uint32_t done = 0;
-    require(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN) && ZU_set_end_of_file(file));
-    require(ZU_write_file(file, rest.data(), static_cast<uint32_t>(rest.size()), &done)
-            && done == rest.size());
-    require(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN));
+    check(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN) && ZU_set_end_of_file(file));
+    check(ZU_write_file(file, rest.data(), static_cast<uint32_t>(rest.size()), &done) && done == rest.size());
+    check(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN));
 
     const size_t whole = rest.size();
     uint32_t length = 0;
     ZU_bool short_read = 0;
     while (const char* line = ZU_get_line_i(file, &buffer, &length, &short_read, limit)) {
-        require(!rest.empty());
+        check(!rest.empty());
         size_t taken = 0;
         const std::string_view expected = expected_line(rest, limit, taken);
-        require(std::string_view(line, length) == expected && line[length] == 0);
+        check(std::string_view(line, length) == expected && line[length] == 0);
         rest.remove_prefix(taken);
         uint64_t position = 0;
-        require(ZU_tell_file(file, &position) && position == whole - rest.size());
+        check(ZU_tell_file(file, &position) && position == whole - rest.size());
     }
-    require(rest.empty() && short_read == 1 && length == 0);
+    check(rest.empty() && short_read == 1 && length == 0);
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz/check.h"
 #include "platform/case_fold.h"
 #include "platform/name_map.h"
 #include "platform/path.h"
@@ -13,11 +14,6 @@
 namespace {
 
 using namespace platform;
-
-void check(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 // What is spelled on the host has no empty, "." or ".." component, and no zero byte.
 void check_path(const std::u16string& text, path_use use) {

@@ -1,18 +1,13 @@
 // Registry files of any bytes, through the calls: every value that is there has the size it says.
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/check.h"
 #include "platform/registry.h"
 #include "zu/zu.h"
 
 namespace {
-
-void check(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 size_t visit(const platform::registry_node& node, size_t depth) {
     check(depth <= platform::deepest_key);

@@ -2,17 +2,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
+#include "fuzz/check.h"
 #include "zu/zu.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition)
-        std::abort();
-}
 
 void tokens(std::u16string text, const std::u16string& separators) {
     const std::u16string whole = text;
@@ -20,12 +15,12 @@ void tokens(std::u16string text, const std::u16string& separators) {
     ZU_wchar* context = nullptr;
     for (ZU_wchar* token = ZU_strtok(text.data(), separators.c_str(), &context); token;
          token = ZU_strtok(nullptr, separators.c_str(), &context)) {
-        require(*token != 0);
+        check(*token != 0);
         letters += std::char_traits<ZU_wchar>::length(token);
     }
-    require(letters == static_cast<size_t>(std::count_if(whole.begin(), whole.end(), [&](ZU_wchar c) {
-                return separators.find(c) == std::u16string::npos;
-            })));
+    check(letters == static_cast<size_t>(std::count_if(whole.begin(), whole.end(), [&](ZU_wchar c) {
+              return separators.find(c) == std::u16string::npos;
+          })));
 }
 
 // Widths of many digits, and those that an insert's address would give, make texts that no memory holds.
@@ -53,8 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::u16string second = all.substr(first.size());
 
     const std::u16string with_stars = u"*" + second + u"*";
-    require(ZU_wildcard_match(with_stars.c_str(), (first + second + first).c_str())
-            || second.find(u'*') != second.npos);
+    check(ZU_wildcard_match(with_stars.c_str(), (first + second + first).c_str())
+          || second.find(u'*') != second.npos);
     ZU_wildcard_match(first.c_str(), second.c_str());
     ZU_wildcard_match_win32_file(first.c_str(), second.c_str());
     tokens(second, first);
@@ -63,14 +58,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (ZU_split(second.c_str(), first.c_str(), left.data(), right.data(),
                      static_cast<ZU_wchar*>(nullptr))
             == 0)
-            require(left.c_str() + first + right.c_str() == second);
+            check(left.c_str() + first + right.c_str() == second);
     }
     if (!has_a_wide_field(all)) {
         ZU_s s = nullptr;
         const int32_t length =
             ZU_s_format_message(&s, all.c_str(), u"1", u"22", static_cast<ZU_wchar*>(nullptr), u"4444", u"",
                                 u"6", u"7", u"8", u"9");
-        require(length == static_cast<int32_t>(ZU_s_length(s)));
+        check(length == static_cast<int32_t>(ZU_s_length(s)));
         ZU_s_destroy(&s);
     }
     return 0;

@@ -6,16 +6,12 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz/check.h"
 #include "zu/zu.h"
 
 namespace {
 
 const char* const zones[] = {"UTC", "Europe/Berlin", "Australia/Lord_Howe", "AAA24BBB-24,J50,J300"};
-
-void check(bool holds) {
-    if (!holds)
-        std::abort();
-}
 
 } // namespace
 

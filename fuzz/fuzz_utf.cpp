@@ -1,35 +1,29 @@
 // Bytes of any kind as UTF-8, and as wide text: what comes out is well formed, as long as measured, and a fixed point.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "fuzz/check.h"
 #include "platform/utf8.h"
 
 namespace {
 
-void require(bool condition) {
-    if (!condition)
-        std::abort();
-}
-
 std::u16string widened(const std::string& narrow) {
     std::u16string wide(platform::wide_size(narrow.data(), narrow.size()), 0);
-    require(platform::wide_from_utf8(narrow.data(), narrow.size(), wide.data(), wide.size()) == wide.size());
+    check(platform::wide_from_utf8(narrow.data(), narrow.size(), wide.data(), wide.size()) == wide.size());
     if (!wide.empty())
-        require(platform::wide_from_utf8(narrow.data(), narrow.size(), wide.data(), wide.size() - 1)
-                == platform::does_not_fit);
+        check(platform::wide_from_utf8(narrow.data(), narrow.size(), wide.data(), wide.size() - 1)
+              == platform::does_not_fit);
     return wide;
 }
 
 std::string narrowed(const std::u16string& wide) {
     std::string narrow(platform::utf8_size(wide.data(), wide.size()), 0);
-    require(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), narrow.size())
-            == narrow.size());
+    check(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), narrow.size()) == narrow.size());
     if (!narrow.empty())
-        require(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), narrow.size() - 1)
-                == platform::does_not_fit);
+        check(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), narrow.size() - 1)
+              == platform::does_not_fit);
     return narrow;
 }
 
@@ -42,13 +36,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::memcpy(units.data(), data, units.size() * sizeof(char16_t));
 
     const std::u16string from_bytes = widened(bytes);
-    require(widened(narrowed(from_bytes)) == from_bytes);
+    check(widened(narrowed(from_bytes)) == from_bytes);
     const std::string from_units = narrowed(units);
-    require(narrowed(widened(from_units)) == from_units);
+    check(narrowed(widened(from_units)) == from_units);
     for (size_t at = 0; at < from_units.size();) {
         const platform::utf8_piece piece =
             platform::decode_utf8(from_units.data() + at, from_units.size() - at);
-        require(!piece.malformed);
+        check(!piece.malformed);
         at += piece.length;
     }
     return 0;
