@@ -271,12 +271,10 @@ void write_records(const std::string& writer, int count, const std::string& list
 // One process at a time writes, and rotates, between the two callbacks.
 int gate = -1;
 ZU_bool take_gate() {
-    flock(gate, LOCK_EX);
-    return 1;
+    return flock(gate, LOCK_EX) == 0;
 }
 ZU_bool leave_gate() {
-    flock(gate, LOCK_UN);
-    return 1;
+    return flock(gate, LOCK_UN) == 0;
 }
 
 // Four processes of two threads each write into one set of files. Afterwards every line is whole, and what remains of
