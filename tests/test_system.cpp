@@ -56,15 +56,11 @@ TEST(description, follows_the_table) {
         // clang-format off
         {0, 3, 1, 0, 0, "", "Microsoft Win32s"},
         {3, 5, 1, 1, 0, "x", "Microsoft Windows (Unknown Version)"},
-        {1, 4, 0, 0, 0, "", "Microsoft Windows 95"},
-        {1, 4, 0, 0, 0, " B", "Microsoft Windows 95 OSR2"},
-        {1, 4, 0, 0, 0, " C", "Microsoft Windows 95 OSR2"},
-        {1, 4, 0, 0, 0, "B", "Microsoft Windows 95"},
-        {1, 4, 10, 0, 0, "", "Microsoft Windows 98"},
-        {1, 4, 10, 0, 0, " A", "Microsoft Windows 98 SE"},
+        {1, 4, 0, 0, 0, "", "Microsoft Windows 95"},       {1, 4, 0, 0, 0, " B", "Microsoft Windows 95 OSR2"},
+        {1, 4, 0, 0, 0, "B", "Microsoft Windows 95"},      {1, 4, 0, 0, 0, " C", "Microsoft Windows 95 OSR2"},
+        {1, 4, 10, 0, 0, "", "Microsoft Windows 98"},      {1, 4, 10, 0, 0, " A", "Microsoft Windows 98 SE"},
+        {1, 4, 91, 0, 0, " A", ""},                        {1, 3, 10, 0, 0, " A", ""},
         {1, 4, 90, 0, 0, " A", "Microsoft Windows Millennium Edition"},
-        {1, 4, 91, 0, 0, " A", ""},
-        {1, 3, 10, 0, 0, " A", ""},
         {2, 5, 1, 1, 0, "Service Pack 2", "Microsoft Windows XP Professional Service Pack 2 (Build 2600)"},
         {2, 5, 1, 1, personal, "", "Microsoft Windows XP Home Edition  (Build 2600)"},
         {2, 5, 0, 1, blade, "SP", "Microsoft Windows 2000 Professional SP (Build 2600)"},
@@ -107,23 +103,20 @@ TEST(description, without_the_extended_record_asks_the_registry) {
     const zu_test::file_place place;
     const OSVERSIONINFOEXW version = version_of(2, 4, 0, 3, 2, "SP", 1381);
     const std::string key = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\ProductOptions]\n";
+    for (const std::string& lines : {std::string(), key}) {
+        place.write(registry_file, lines);
+        EXPECT_EQ(described(version, false), "failed 2") << lines;
+    }
     const struct {
-        std::string registry;
-        const char* text;
-    } rows[] = {
-        {"", "failed 2"},
-        {key, "failed 2"},
-        {key + "\"ProductType\"=\"WinNT\"", "Microsoft Windows NT Workstation 4.0 SP (Build 1381)"},
-        {key + "\"ProductType\"=\"lanmannt\"", "Microsoft Windows NT Server 4.0 SP (Build 1381)"},
-        {key + "\"ProductType\"=\"SERVERNT\"", "Microsoft Windows NT Advanced Server 4.0 SP (Build 1381)"},
-        {key + "\"ProductType\"=\"other\"", "Microsoft Windows NT 4.0 SP (Build 1381)"},
-        {key + "\"ProductType\"=\"" + std::string(79, 'x') + "\"",
-         "Microsoft Windows NT 4.0 SP (Build 1381)"},
-        {key + "\"ProductType\"=\"" + std::string(80, 'x') + "\"", "failed 234"},
-    };
+        std::string product_type, text;
+    } rows[] = {{"WinNT", "Microsoft Windows NT Workstation 4.0 SP (Build 1381)"},
+                {"lanmannt", "Microsoft Windows NT Server 4.0 SP (Build 1381)"},
+                {"SERVERNT", "Microsoft Windows NT Advanced Server 4.0 SP (Build 1381)"},
+                {std::string(79, 'x'), "Microsoft Windows NT 4.0 SP (Build 1381)"},
+                {std::string(80, 'x'), "failed 234"}};
     for (const auto& row : rows) {
-        place.write(registry_file, row.registry);
-        EXPECT_EQ(described(version, false), row.text) << row.registry;
+        place.write(registry_file, key + "\"ProductType\"=\"" + row.product_type + "\"");
+        EXPECT_EQ(described(version, false), row.text) << row.product_type;
     }
     EXPECT_EQ(described(version_of(1, 4, 0, 0, 0, "", 0), false), "Microsoft Windows 95");
 }
