@@ -432,7 +432,7 @@ TEST(platform_files, streams_open_in_each_mode) {
         {u"r", no, yes, "data"}, {u"rb", no, yes, "data"}, {u"r+", no, yes, "xyta"}, {u"w", yes, yes, "xy"},
         {u"w+t", yes, yes, "xy"}, {u"wc", yes, yes, "xy"}, {u"a", yes, yes, "dataxy"}, {u"a+b", yes, yes, "dataxy"},
         {u"wx", yes, no, "data"}, {u"ax", yes, no, "data"}, {u"rcnSRTN", no, yes, "data"}, {u"", no, no, "data"},
-        {u"q", no, no, "data"}, {u"rx", no, no, "data"}, {u"rD", no, no, "data"}, {u"rw", no, no, "data"},
+        {u"q", no, no, "data"}, {u"rx", no, no, "data"}, {u"rD", no, no, "data"},
     };
     // clang-format on
     for (const auto& row : rows) {
@@ -451,12 +451,19 @@ TEST(platform_files, streams_open_in_each_mode) {
         }
         EXPECT_EQ(place.read("file"), row.left);
     }
-    errno = 0;
-    EXPECT_EQ(_wfopen(place.drive_path(u"file").c_str(), u"rw"), nullptr);
-    EXPECT_EQ(errno, EINVAL);
     const opened alone(place.long_path(u"file"), R, OPEN_EXISTING);
-    EXPECT_EQ(_wfopen(place.drive_path(u"file").c_str(), u"r"), nullptr);
-    EXPECT_EQ(errno, EACCES);
+    const struct {
+        const char16_t *name, *mode;
+        int error;
+    } failures[] = {{u"file", u"rw", EINVAL}, {u"missing", u"r", ENOENT}, {u"none\\x", u"w", ENOENT},
+                    {u"", u"w", EACCES},      {u"file", u"r", EACCES},    {u"file", u"wx", EEXIST},
+                    {u"a*", u"w", EINVAL}};
+    unlink(place.host_path("missing").c_str());
+    for (const auto& row : failures) {
+        errno = 0;
+        EXPECT_EQ(_wfopen(place.drive_path(row.name).c_str(), row.mode), nullptr);
+        EXPECT_EQ(errno, row.error) << narrow(row.name) << ' ' << narrow(row.mode);
+    }
     FILE* nothing = _wfopen(u"NUL", u"w");
     ASSERT_NE(nothing, nullptr);
     EXPECT_GE(std::fputs("gone", nothing), 0);
