@@ -404,14 +404,17 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     EXPECT_EQ(code(), 0u);
     EXPECT_FALSE(name.has_file());
     close(stale);
-    // Cut short under the feet of a holder: the next one refuses it, the holder goes on.
-    ZU_lock_process lock = nullptr;
-    const pid_t cutter = fork_child([&] {
-        lock = name.create();
-        const bool cut = truncate(path, 0) == 0;
-        _exit(cut && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) ? 0 : 1);
-    });
-    EXPECT_EQ(ended(cutter), 0);
+    // Spoiled under the feet of a holder: the next one refuses it, the holder goes on.
+    for (const bool cut : {true, false}) {
+        const zu_test::holder spoiler([&] {
+            ZU_lock_process lock = name.create();
+            const int file = open(path, O_RDWR | O_CLOEXEC);
+            const bool spoiled = cut ? ftruncate(file, 0) == 0 : pwrite(file, "Z", 1, 0) == 1;
+            return code_after(spoiled && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock));
+        });
+        EXPECT_EQ(spoiler.result(), 0u);
+        EXPECT_EQ(code(), 6u) << cut;
+    }
 }
 
 TEST(access_lists, hold_their_entries_and_refuse_what_they_cannot) {
