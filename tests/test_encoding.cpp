@@ -88,6 +88,8 @@ TEST(encoding, known_texts) {
         EXPECT_EQ(length, row.base64.size());
         EXPECT_EQ(taken(ZU_bin2base32_ex(row.data.data(), size, nullptr)), row.base32);
     }
+    EXPECT_EQ(decode_to(3, u"hJ=Y", ZU_base642bin).result, 1u);
+    EXPECT_EQ(decode_to(3, u"bty6g", ZU_base322bin).result, 1u);
 }
 
 TEST(encoding, every_length_goes_both_ways_in_areas_of_the_exact_size) {

@@ -123,9 +123,9 @@ TEST_F(password, accounts_that_are_locked_expired_or_without_one) {
 TEST_F(password, administrators) {
     const temporary_user admin(right_narrow, administrators_group());
     quickly([&] {
-        EXPECT_TRUE(ZU_user_is_admin(nullptr, admin.wide_name().c_str(), right));
-        EXPECT_FALSE(ZU_user_is_admin(nullptr, admin.wide_name().c_str(), u"wrong"));
         EXPECT_FALSE(ZU_user_is_admin(nullptr, name_.c_str(), right));
+        EXPECT_FALSE(ZU_user_is_admin(nullptr, admin.wide_name().c_str(), u"wrong"));
+        EXPECT_TRUE(ZU_user_is_admin(nullptr, admin.wide_name().c_str(), right));
         EXPECT_EQ(run_as_ordinary_user([] { std::printf("%d", ZU_current_user_is_admin()); }).output, "0")
             << "nothing of the user is left on the thread";
     });

@@ -187,7 +187,9 @@ TEST(make_time, gaps_overlaps_and_flags_that_do_not_fit) {
             {"1975-07-01 12:00", 0, 173444400, "12:00 s"},   {"1975-07-01 12:00", 1, 173440800, "11:00 s"}}},
         {"Australia/Lord_Howe", { // shifts by half an hour
             {"2006-12-01 12:00", 0, 1164936600, "12:30 d"},  {"2006-07-01 12:00", 1, 1151715600, "11:30 s"}}},
-        {"Europe/Moscow", {{"2012-01-15 12:00", 1, 1326614400, "12:00 s"}}}, // summer had what is standard now
+        {"Europe/Moscow", { // the nearest summer counts: that of 2010 had what was standard in 2012
+            {"2012-01-15 12:00", 1, 1326614400, "12:00 s"},  {"1991-12-01 12:00", 1, 691578000, "11:00 s"},
+            {"1992-02-15 12:00", 1, 698140800, "11:00 s"}}},
         {"Asia/Pyongyang", {{"2015-08-14 23:45", 0, 1439565300, "23:45 s"}}}, // the standard offset went back
         {"Asia/Kolkata", {{"2006-07-01 12:00", 1, 1151735400, "12:00 s"}}}, // no daylight time since 1970
         {"No/Such", {{"2006-07-01 12:00", 1, 1151755200, "12:00 s"}}},
@@ -419,6 +421,8 @@ TEST(date_text, is_read_field_by_field) {
         for (int i = 0; i < 6; ++i)
             EXPECT_EQ(in_order[i] != -9, i < row.fields_stored) << &row - rows;
     }
+    set_zone("Europe/Berlin");
+    EXPECT_EQ(ZU_read_time_t(u"2006-07-01 12:00"), 1151748000) << "in summer time, without being told so";
 }
 
 TEST(date_text, is_written_in_nineteen_characters) {
