@@ -1,5 +1,6 @@
 // Named process locks between real processes, with owners that die and users that differ.
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -259,7 +260,8 @@ struct arena {
     int32_t doubles;
 };
 
-void take_and_leave(const lock_name& name, arena& shared, int rounds, uint32_t timeout_ms) {
+void take_and_leave(const lock_name& name, arena& shared, int rounds, uint32_t timeout_ms,
+                    bool closes = false) {
     ZU_lock_process lock = name.create();
     for (int i = 0; i < rounds; ++i) {
         const platform::DWORD result = platform::WaitForSingleObject(lock, timeout_ms);
@@ -271,9 +273,15 @@ void take_and_leave(const lock_name& name, arena& shared, int rounds, uint32_t t
         shared.doubles += shared.inside != 0;
         shared.inside = self;
         ++shared.counter;
+        if (closes)
+            sched_yield();
         shared.doubles += shared.inside != self;
         shared.inside = 0;
         ZU_lock_process_unlock(lock);
+        if (closes) {
+            ZU_lock_process_close(lock);
+            lock = name.create();
+        }
     }
     ZU_lock_process_close(lock);
 }
@@ -283,18 +291,20 @@ arena* new_arena() {
     return memory == MAP_FAILED ? nullptr : new (memory) arena{};
 }
 
-TEST(process_lock, eight_processes_exclude_each_other) {
-    const lock_name name;
-    arena* shared = new_arena();
-    ASSERT_NE(shared, nullptr);
-    std::vector<pid_t> children;
-    for (int i = 0; i < 8; ++i)
-        children.push_back(fork_child([&] { take_and_leave(name, *shared, 10000, ZU_WAIT_INFINITE); }));
-    for (pid_t child : children)
-        EXPECT_EQ(ended(child), 0);
-    EXPECT_EQ(shared->counter, 8 * 10000);
-    EXPECT_EQ(shared->doubles, 0);
-    EXPECT_FALSE(name.has_file());
+TEST(process_lock, processes_exclude_each_other_also_where_the_file_comes_and_goes) {
+    for (const bool closes : {false, true}) {
+        const lock_name name;
+        arena* shared = new_arena();
+        ASSERT_NE(shared, nullptr);
+        std::vector<pid_t> children(closes ? 2 : 8);
+        for (pid_t& child : children)
+            child = fork_child([&] { take_and_leave(name, *shared, 10000, ZU_WAIT_INFINITE, closes); });
+        for (pid_t child : children)
+            EXPECT_EQ(ended(child), 0);
+        EXPECT_EQ(shared->counter, static_cast<int64_t>(children.size()) * 10000);
+        EXPECT_EQ(shared->doubles, 0);
+        EXPECT_FALSE(name.has_file());
+    }
 }
 
 TEST(process_lock, processes_killed_at_random_leave_no_trace) {
