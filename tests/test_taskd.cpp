@@ -199,7 +199,7 @@ TEST_F(taskd, runs_once_under_a_name_and_again_after_a_killed_one) {
     for (bool is_known : {false, true}) {
         ZU_lock_process known = is_known ? ZU_lock_process_create(zu_test::wide(name).c_str()) : nullptr;
         const zu_test::outcome result = script("name='" + name + R"('
-            begin() { $taskd --single "$name" >out & until grep -q 'tasks of ' out; do sleep 0.05; done; }
+            begin() { $taskd --single "$name" >out & until grep -qs 'tasks of ' out; do sleep 0.05; done; }
             again() { $taskd --single "$name" --for 0 >/dev/null; echo -n "$? "; }
             begin; again; kill $!; wait $!; echo -n "$? "; again
             rm out; begin; again; kill -9 $!; wait $!; again; again
@@ -251,7 +251,7 @@ TEST_F(taskd, lives_as_a_service) {
         does --state; does --start; does --uninstall
         does --install --log ../log --single "taskd $port" --port $port ../my\ tasks/tasks.txt
         does --install; does --state; does --start; does --start
-        until grep -q tick ../log; do sleep 0.1; done
+        until grep -qs tick ../log; do sleep 0.1; done
         does --state; $taskd --single "taskd $port"; echo "status $?"
         for i in 1 2 3 4 5; do exec {silent}<>/dev/tcp/127.0.0.1/$port; done
         sleep 0.2; does --stop; does --state; does --stop
