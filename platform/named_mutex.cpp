@@ -48,6 +48,10 @@ std::mutex& list_lock() {
     return *lock;
 }
 
+// A child forked while another thread holds the lock must find it free.
+[[maybe_unused]] const int fork_handlers =
+    pthread_atfork([] { list_lock().lock(); }, [] { list_lock().unlock(); }, [] { list_lock().unlock(); });
+
 std::map<std::u16string, shared_pointer>& mutexes_by_name() {
     static auto* const list = new std::map<std::u16string, shared_pointer>;
     return *list;
