@@ -199,10 +199,10 @@ TEST_F(taskd, runs_once_under_a_name_and_again_after_a_killed_one) {
     for (bool is_known : {false, true}) {
         ZU_lock_process known = is_known ? ZU_lock_process_create(zu_test::wide(name).c_str()) : nullptr;
         const zu_test::outcome result = script("name='" + name + R"('
-            begin() { $taskd --single "$name" >out & until grep -qs 'tasks of ' out; do sleep 0.05; done; }
+            begin() { rm -f out; $taskd --single "$name" >out & until grep -qs 'tasks of ' out; do sleep 0.05; done; }
             again() { $taskd --single "$name" --for 0 >/dev/null; echo -n "$? "; }
             begin; again; kill $!; wait $!; echo -n "$? "; again
-            rm out; begin; again; kill -9 $!; wait $!; again; again
+            begin; again; kill -9 $!; wait $!; again; again
             $taskd --single 'no\name' --for 0; echo $?)");
         EXPECT_EQ(result.output, "3 0 0 3 0 0 1\n") << result.error_output;
         EXPECT_EQ(result.error_output.find("another taskd runs as \"" + name + "\"\n"), 0u);
