@@ -23,6 +23,7 @@
 
 namespace {
 
+using namespace std::string_literals;
 using namespace zu_test;
 
 constexpr const char* right_narrow = "pa55 w\xC3\xB6rd \xE2\x82\xAC";
@@ -148,9 +149,9 @@ TEST_F(password, nothing_is_right_without_the_authentication_service) {
         EXPECT_TRUE(is_right(right));
 
         place_.write("empty", "");
-        for (const char* helper :
-             {"/nonexistent", "/bin/true", "/bin/echo", place_.host_path("empty").c_str()}) {
-            setenv("ZU_HELPER", helper, 1);
+        for (const std::string& helper :
+             {"/nonexistent"s, "/bin/true"s, "/bin/echo"s, place_.host_path("empty")}) {
+            setenv("ZU_HELPER", helper.c_str(), 1);
             EXPECT_FALSE(is_right(right)) << helper;
         }
     });
