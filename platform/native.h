@@ -12,6 +12,7 @@
 #include <security.h>
 
 #include <process.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <time.h>
@@ -247,14 +248,25 @@ inline void _tzset() {
     ::_tzset();
 }
 inline int32_t time(int32_t* out) {
-    return ::_time32(reinterpret_cast<__time32_t*>(out));
+    const __time64_t now = ::_time64(nullptr);
+    const int32_t value = now >= 0 && now <= INT32_MAX ? static_cast<int32_t>(now) : -1;
+    if (out)
+        *out = value;
+    return value;
 }
 inline int32_t mktime(tm* local) {
-    return ::_mktime32(local);
+    tm filled = *local;
+    const __time64_t time = ::_mktime64(&filled);
+    if (time < 0 || time > INT32_MAX)
+        return -1;
+    *local = filled;
+    return static_cast<int32_t>(time);
 }
 inline const tm* localtime(const int32_t* value) {
-    const __time32_t time = *value;
-    return ::_localtime32(&time);
+    if (!value)
+        return nullptr;
+    const __time64_t time = *value;
+    return ::_localtime64(&time);
 }
 
 // A write to a pipe without a reader is an ordinary failure here.

@@ -23,8 +23,9 @@
 #include <stdio.h>
 
 #ifdef _WIN32
-#include <windows.h>
 #include <winsock2.h>
+
+#include <windows.h>
 
 #include <time.h>
 #else

@@ -62,16 +62,16 @@ ZU_bitset* ZU_new_bitset(uint32_t size, ZU_bool fill, ZU_bool growable) {
 }
 
 uint8_t ZU_set_bit(ZU_bitset* bitset, uint32_t index) {
-    uint8_t& byte = byte_of(bitset, index);
-    const uint8_t old = byte;
-    byte = old | mask_of(index);
+    uint8_t& holder = byte_of(bitset, index);
+    const uint8_t old = holder;
+    holder = old | mask_of(index);
     return value_of(old, index);
 }
 
 uint8_t ZU_clear_bit(ZU_bitset* bitset, uint32_t index) {
-    uint8_t& byte = byte_of(bitset, index);
-    const uint8_t old = byte;
-    byte = static_cast<uint8_t>(old & ~mask_of(index));
+    uint8_t& holder = byte_of(bitset, index);
+    const uint8_t old = holder;
+    holder = static_cast<uint8_t>(old & ~mask_of(index));
     return value_of(old, index);
 }
 
