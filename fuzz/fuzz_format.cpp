@@ -28,8 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     std::u16string text;
     for (size_t i = 1; i < size; ++i)
-        if (data[i] != 'Z') // which takes a counted text
-            text += static_cast<char16_t>(data[i] == 0xFF ? 0x20ac : data[i]);
+        text += static_cast<char16_t>(data[i] == 0xFF ? 0x20ac : data[i]);
     constexpr auto slots = std::make_index_sequence<argument_count>();
     char16_t area[257];
     area[256] = u'~';

@@ -78,22 +78,6 @@ void put_text(format_output& out, const conversion& how, const Unit* text) {
     put_padded(out, how, text, length_up_to(text, limit));
 }
 
-// A text with its length in bytes beside it; the precision does not count.
-struct counted_text {
-    uint16_t bytes;
-    uint16_t room;
-    const void* text;
-};
-
-void put_counted(format_output& out, const conversion& how, const counted_text* counted) {
-    if (!counted || !counted->text)
-        put_padded(out, how, u"(null)", 6);
-    else if (how.size == size_prefix::wide)
-        put_padded(out, how, static_cast<const WCHAR*>(counted->text), counted->bytes / sizeof(WCHAR));
-    else
-        put_padded(out, how, static_cast<const char*>(counted->text), counted->bytes);
-}
-
 // In a wide format the small letters take wide text and the capital ones narrow text, unless a size says otherwise.
 bool takes_narrow(const conversion& how) {
     if (how.size == size_prefix::half)
@@ -117,7 +101,6 @@ void put_conversion(format_output& out, const conversion& how, argument_list& ar
         else
             put_text(out, how, arguments.next<const WCHAR*>());
         break;
-    case u'Z': put_counted(out, how, arguments.next<const counted_text*>()); break;
     case u'c':
     case u'C': put_character(out, how, arguments); break;
     case u'd':
@@ -138,6 +121,8 @@ void put_conversion(format_output& out, const conversion& how, argument_list& ar
         // Storing through an argument is how formats are attacked; the argument is taken, and that is all.
         arguments.next<void*>();
         break;
+    // Z too, though the platform takes a counted text there: in a message template the argument is always a plain
+    // text, and whoever wrote the template must not be able to have it read as something else.
     default: out.put(how.letter);
     }
 }
