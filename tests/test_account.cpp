@@ -1,24 +1,9 @@
 // Accounts, groups and privileges: of root, of ordinary users, of an impersonated one.
 #include <grp.h>
-#include <unistd.h>
 
-#include <cstring>
-#include <numeric>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/results.h"
-#include "support/users.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
-
-using namespace zu_test;
 
 // "AU" for an administrator who is a user: one letter for each group that the current user is in.
 std::string groups() {

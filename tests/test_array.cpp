@@ -1,13 +1,5 @@
 // Dynamic array: growth, order, and lists of texts.
-#include <algorithm>
-#include <cstring>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 

@@ -1,23 +1,11 @@
 // Attributes, creation times and links, for root and for an ordinary user.
-#include <fcntl.h>
-#include <sys/mount.h>
-#include <sys/stat.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
-#include <string>
-#include <utility>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace platform;
-using zu_test::code_after;
-using zu_test::file_place;
 
 std::string stored_text(const std::string& path, const char* name) {
     char text[64];
@@ -40,7 +28,7 @@ TEST(attributes, each_bit_reads_back_as_it_should) {
         {0x100, 0x100, 0x10}, {0x2000, 0x2000, 0x2010}, {0x800, 0x80, 0x10}, {0xFFFFFFFF, 0x2127, 0x2037},
     };
     // clang-format on
-    zu_test::as_both_users([&](const file_place& place) {
+    as_both_users([&](const file_place& place) {
         place.write("file", "data");
         place.make_directory("directory");
         const std::u16string file = place.long_path(u"file"), directory = place.long_path(u"directory");
@@ -156,7 +144,7 @@ FILETIME time_of(uint64_t units) {
 }
 
 TEST(attributes, times_come_back_exactly_and_one_by_one) {
-    zu_test::as_both_users([](const file_place& place) {
+    as_both_users([](const file_place& place) {
         place.write("file", "data");
         chmod(place.host_path("file").c_str(), 0444);
         place.make_directory("directory");

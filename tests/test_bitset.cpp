@@ -1,12 +1,5 @@
 // Bitsets: growth on every access, the value of new bits, and the text form.
-#include <algorithm>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 

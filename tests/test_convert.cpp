@@ -1,20 +1,7 @@
 // Conversions between wide and narrow text, console output, and the helpers on plain texts.
 #include <iconv.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <csignal>
-#include <cstdlib>
-#include <random>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/process.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -116,7 +103,7 @@ TEST(code_pages, the_environment_names_the_character_set) {
         // clang-format on
     };
     for (const auto& row : rows) {
-        const zu_test::outcome outcome = zu_test::run_child([&] {
+        const outcome outcome = run_child([&] {
             for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"})
                 unsetenv(variable);
             setenv(row.variable, row.value, 1);
@@ -199,7 +186,7 @@ bool a_broken_pipe_waits() {
 }
 
 TEST(console, writes_narrow_text_and_survives_a_reader_that_has_gone) {
-    const zu_test::outcome gone = zu_test::run_child([] {
+    const outcome gone = run_child([] {
         setenv("LC_ALL", "C.UTF-8", 1);
         if (ZU_printf_ex(u"%s %5lu\u20ac\n", u"wide", 42u) != 14)
             _exit(1);

@@ -1,19 +1,9 @@
 // Encodings: every length, exact areas, and the built-in alphabets against the general engine.
-#include <cstdio>
-#include <memory>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/results.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
 using bytes = std::vector<uint8_t>;
-using zu_test::taken;
 
 constexpr char16_t alphabet64[] = u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char16_t alphabet32[] = u"abcdefghijklmnopqrstuvwxyz012345";

@@ -1,21 +1,9 @@
 // File handles: ways to open and their second attempt, positions, gathered writes.
-#include <sys/stat.h>
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/files.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
-
-using zu_test::file_place;
 
 bool written(ZU_file* file, const std::string& bytes) {
     uint32_t done = 77;
@@ -57,7 +45,7 @@ TEST(file, ways_to_open_and_the_second_attempt) {
         {hidden | system, ZU_FILE_CREATE_ALWAYS, 5, "old"}, // the second attempt fails too
     };
     // clang-format on
-    zu_test::as_both_users([&](const file_place& place) {
+    as_both_users([&](const file_place& place) {
         for (const auto& row : rows) {
             ZU_delete_file(u"T:\\f");
             if (row.attributes != missing) {

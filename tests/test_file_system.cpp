@@ -1,26 +1,14 @@
 // File-system operations, their second attempt on read-only items, and the recursive delete.
-#include <unistd.h>
-
-#include <algorithm>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "support/files.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
-
-using zu_test::as_both_users;
-using zu_test::code_after;
-using zu_test::file_place;
 
 constexpr uint32_t hidden = FILE_ATTRIBUTE_HIDDEN, system_ = FILE_ATTRIBUTE_SYSTEM;
 constexpr uint32_t read_only = FILE_ATTRIBUTE_READONLY, plain = FILE_ATTRIBUTE_NORMAL;
 
 // A file of that content, with those attributes.
 void make(const file_place& place, const char* name, const char* contents, uint32_t bits) {
-    std::u16string path = place.drive_path(zu_test::wide(name));
+    std::u16string path = place.drive_path(wide(name));
     std::replace(path.begin(), path.end(), u'/', u'\\');
     ZU_delete_file(path.c_str());
     place.write(name, contents);
@@ -105,7 +93,7 @@ TEST(file_system, a_move_replaces_files_and_keeps_a_destination_that_it_cannot_r
                     {u"T:\\src", u"T:\\dir", 0, 5, ""}, {u"T:\\dir", u"T:\\moved", 0, 0, ""}};
         // clang-format on
         for (const auto& row : rows) {
-            const std::string name = zu_test::narrow(row.destination).substr(3);
+            const std::string name = narrow(row.destination).substr(3);
             place.write("src", "src");
             if (row.bits != 0)
                 make(place, name.c_str(), "dst", row.bits);

@@ -1,26 +1,12 @@
 // Searches: patterns, dots, order of events, links, directories that change, fail or are large.
 #include <dirent.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <filesystem>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
 #include "platform/wildcard.h"
-#include "support/files.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace platform;
-using zu_test::file_place;
 
 struct listing {
     DWORD code = 0; // of the first call, or of the last one
@@ -33,7 +19,7 @@ listing list(const std::u16string& pattern) {
     WIN32_FIND_DATAW found;
     const HANDLE search = FindFirstFileW(pattern.c_str(), &found);
     for (bool more = search != INVALID_HANDLE_VALUE; more; more = FindNextFileW(search, &found)) {
-        out.names.push_back(zu_test::narrow(found.cFileName));
+        out.names.push_back(narrow(found.cFileName));
         out.entries[out.names.back()] = found;
     }
     out.code = GetLastError();
@@ -57,8 +43,8 @@ TEST(find, patterns_match_as_on_the_platform) {
     for (const auto& [pattern, wanted] : rows) {
         std::string matched;
         for (const char16_t* name : {u"a", u"a.txt", u"ab.txt", u"b.TXT", u"c", u".d", u"e.f.g"})
-            matched += matches(pattern, name) ? zu_test::narrow(name) + ' ' : "";
-        EXPECT_EQ(matched, wanted) << zu_test::narrow(pattern);
+            matched += matches(pattern, name) ? narrow(name) + ' ' : "";
+        EXPECT_EQ(matched, wanted) << narrow(pattern);
     }
     // No pattern takes longer than its length times that of the name.
     std::u16string stars;
@@ -87,8 +73,8 @@ TEST(find, each_pattern_has_its_code) {
     // clang-format on
     for (const auto& row : rows) {
         const listing found = list(place.long_path(row.pattern));
-        EXPECT_EQ(found.code, row.code) << zu_test::narrow(row.pattern);
-        EXPECT_EQ(found.names.size(), row.count) << zu_test::narrow(row.pattern);
+        EXPECT_EQ(found.code, row.code) << narrow(row.pattern);
+        EXPECT_EQ(found.names.size(), row.count) << narrow(row.pattern);
     }
     EXPECT_EQ(list(u"\\\\?\\T:").code, 123u);
     EXPECT_EQ(list(u"").code, 3u);
@@ -165,7 +151,7 @@ TEST(find, large_and_changing_directories_are_walked_whole) {
 
 TEST(find, a_deep_walk_keeps_no_directories_open) {
     const file_place place;
-    const zu_test::outcome child = zu_test::run_child([&] {
+    const outcome child = run_child([&] {
         const rlimit few{40, 40};
         setrlimit(RLIMIT_NOFILE, &few);
         std::vector<HANDLE> open;
@@ -190,7 +176,7 @@ TEST(find, what_may_be_listed_but_not_looked_at_is_listed) {
     place.make_directory("dir/sub");
     place.write("dir/file", "data");
     chmod(place.host_path("dir").c_str(), 0444);
-    const zu_test::outcome child = zu_test::run_as_ordinary_user([&] {
+    const outcome child = run_as_ordinary_user([&] {
         const listing found = list(place.long_path(u"dir\\*"));
         std::printf("%zu %x %x", found.names.size(), found.entries.at("sub").dwFileAttributes,
                     found.entries.at("file").dwFileAttributes);

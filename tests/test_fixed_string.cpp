@@ -1,9 +1,5 @@
 // Fixed-capacity strings and byte buffers.
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 

@@ -1,14 +1,8 @@
 // The wide formatter: numbers beside the C library's own, texts by the platform's rules, and the counted area.
 #include <cfloat>
-#include <climits>
 #include <cmath>
-#include <cstdio>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
+#include "support/test.h"
 
 namespace {
 

@@ -1,23 +1,9 @@
 // Lifecycle, error texts, memory, and what the built library shows to the outside.
-#include <sys/resource.h>
-
-#include <csignal>
-#include <cstdio>
 #include <regex>
-#include <set>
-#include <string>
 
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/process.h"
-#include "support/results.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
-
-using zu_test::code_of;
-using zu_test::taken;
 
 TEST(lifecycle, nested_pairs_start_once_and_stop_last) {
     platform::WSADATA record;
@@ -95,7 +81,7 @@ TEST(memory, duplicates_and_the_twins) {
 
 // The child runs out of address space, so that the allocator fails for real.
 TEST(memory, exhaustion_writes_one_line_and_aborts) {
-    if (zu_test::address_space_is_not_limited())
+    if (address_space_is_not_limited())
         GTEST_SKIP() << "a sanitizer's shadow memory does not live under an address-space limit";
     static const std::u16string text(100u << 20, u'x');
     const struct {
@@ -113,7 +99,7 @@ TEST(memory, exhaustion_writes_one_line_and_aborts) {
         const std::string expected = std::string("error (ZU_memory):Failed to allocate memory. size:")
                                      + row.reported + ". errno:12.\n";
         for (const bool redirected : {false, true}) {
-            const zu_test::outcome child = zu_test::run_child([&] {
+            const outcome child = run_child([&] {
                 if (redirected)
                     ZU_memory_set_error_fp(stdout);
                 const rlimit limit{1u << 30, 1u << 30};

@@ -1,16 +1,5 @@
 // Hash table: against a model of its order, with hashes that collide and items removed in the midst of a walk.
-#include <cstddef>
-#include <cstdlib>
-#include <map>
-#include <memory>
-#include <random>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 

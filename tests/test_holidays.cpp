@@ -1,11 +1,5 @@
 // The holiday calendar: order, growth, and use by several threads at once.
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -81,7 +75,7 @@ TEST_F(holidays, room_grows_by_eight_and_stays) {
 
 TEST_F(holidays, threads_fill_and_ask_at_once) {
     constexpr uint32_t threads = 4, each = 200;
-    zu_test::crew fillers;
+    crew fillers;
     for (uint32_t t = 0; t < threads; ++t) {
         fillers.add([this, t] {
             for (uint32_t i = 0; i < each; ++i) {

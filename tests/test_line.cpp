@@ -1,11 +1,5 @@
 // The line reader.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/files.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -46,7 +40,7 @@ TEST(line, ends_at_a_line_feed_or_zero_and_loses_one_carriage_return) {
                 {"abcdefgh\n", 4, {"abcd", "efgh", ""}}, {"abc\n", UINT32_MAX, {"abc"}},
                 {"abc\r\nd", 4, {"abc", "", "d"}}}; // the line feed ends a line of its own
     // clang-format on
-    const zu_test::file_place place;
+    const file_place place;
     for (const auto& row : rows) {
         place.write("f", row.bytes);
         EXPECT_EQ(lines(open_file().file, row.limit), row.expected) << row.bytes << " at " << row.limit;
@@ -54,7 +48,7 @@ TEST(line, ends_at_a_line_feed_or_zero_and_loses_one_carriage_return) {
 }
 
 TEST(line, leaves_the_position_at_the_next_line_and_tells_when_the_end_was_met) {
-    const zu_test::file_place place;
+    const file_place place;
     place.write("f", "abc\ndef");
     const open_file f;
     uint32_t length = 0;
@@ -87,7 +81,7 @@ TEST(line, leaves_the_position_at_the_next_line_and_tells_when_the_end_was_met) 
 }
 
 TEST(line, a_failed_read_is_not_the_end_and_a_reused_buffer_stays) {
-    const zu_test::file_place place;
+    const file_place place;
     place.write("f", std::string(500, 'x') + "\na\nb\n");
     const open_file f;
     ZU_buf buffer = {};

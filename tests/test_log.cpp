@@ -1,27 +1,7 @@
 // Logging inside one process: switches, hooks, filter, the form of a record on every output, traces and templates.
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <csignal>
-#include <cstring>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/files.h"
-#include "support/network.h"
-#include "support/process.h"
-#include "support/results.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
-
-using namespace zu_test;
 
 struct recorder {
     ZU_bool answer = 1;

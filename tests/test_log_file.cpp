@@ -1,26 +1,5 @@
 // The log file: rotation, encodings, faults of the file system, and many processes on one set of files.
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <iterator>
-#include <map>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/files.h"
-#include "support/process.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace fs = std::filesystem;
 
@@ -41,7 +20,7 @@ ZU_bool after_write() {
 
 // The library started, writing nothing but to a file in a directory of the test's own.
 struct file_log {
-    zu_test::file_place place;
+    file_place place;
     std::string path = place.host_path("app.log");
     std::u16string name = place.drive_path(u"app.log");
 
@@ -119,7 +98,7 @@ TEST(log_file, characters_that_the_encoding_lacks) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.locale + std::to_string(row.encoding));
         const file_log log;
-        const zu_test::outcome child = zu_test::run_child([&] {
+        const outcome child = run_child([&] {
             setenv("LC_ALL", row.locale, 1);
             log.set(1 << 20, 3, row.encoding);
             ZU_log_add_output(ZU_LOG_OUT_STDOUT);
@@ -167,7 +146,7 @@ TEST(log_file, the_limit_counts_bytes_of_the_line_to_come) {
 TEST(log_file, a_name_relative_to_the_executable_is_joined_whatever_it_is) {
     file_log log;
     const std::string name = "zu-test-" + std::to_string(getpid()) + ".log";
-    ZU_log_set_log_file_ex(zu_test::wide(name).c_str(), 1, 2, 1 << 20, 2, nullptr, nullptr);
+    ZU_log_set_log_file_ex(wide(name).c_str(), 1, 2, 1 << 20, 2, nullptr, nullptr);
     const fs::path directory = fs::read_symlink("/proc/self/exe").parent_path();
     if (access(directory.c_str(), W_OK) != 0)
         GTEST_SKIP() << "the directory of the test program is not this user's to write to";
@@ -209,10 +188,10 @@ TEST(log_file, generations_in_the_way_read_only_files_and_links) {
 }
 
 TEST(log_file, a_full_disk_leaves_no_half_line_and_logging_goes_on_when_there_is_room) {
-    if (!zu_test::is_root())
+    if (!is_root())
         GTEST_SKIP() << "only root can mount a small file system";
     file_log log;
-    const zu_test::small_file_system disk(log.place.host_path(), 256 * 1024);
+    const small_file_system disk(log.place.host_path(), 256 * 1024);
     ASSERT_TRUE(disk.mounted());
     log.set(UINT32_MAX, 1);
     const std::u16string message(3000, u'm');
@@ -262,7 +241,7 @@ TEST(log_file, a_forked_child_that_lives_on_does_not_hold_the_file) {
 // Writes its records and puts down, in order, the numbers of those that were reported as written.
 void write_records(const std::string& writer, int count, const std::string& list) {
     std::ofstream reported(list);
-    const std::u16string name = zu_test::wide(writer);
+    const std::u16string name = wide(writer);
     for (int i = 0; i < count; ++i)
         if (ZU_log_write(ZU_LOG_INFO, u"%s.%d", name.c_str(), i) == 0x10)
             reported << i << "\n";
@@ -281,7 +260,7 @@ ZU_bool leave_gate() {
 // each writer's records is in order, each once, and was reported. `gated`: it is the end of what was reported, without
 // a gap. Without a gate two processes may rotate at the same time, and one may then move a generation over another.
 void write_from_four_processes(bool gated) {
-    const int count = zu_test::address_space_is_not_limited() ? 2000 : 20000; // a sanitizer is slow
+    const int count = address_space_is_not_limited() ? 2000 : 20000; // a sanitizer is slow
     constexpr int generations = 6;
     file_log log;
     ZU_log_set_log_file_ex(log.name.c_str(), 0, ZU_ENCODING_UTF8, 400'000, generations,

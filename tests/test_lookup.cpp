@@ -1,28 +1,12 @@
 // Paths: letter case, odd names, long and deep paths, drives, shares, the current directory.
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <set>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "platform/drives.h"
 #include "platform/name_map.h"
-#include "platform/platform.h"
 #include "platform/volume.h"
-#include "support/files.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace platform;
-using zu_test::code_after;
-using zu_test::file_place;
-using zu_test::narrow;
-using zu_test::wide;
 using names = std::set<std::u16string>;
 
 DWORD attribute_code(const std::u16string& path) {

@@ -1,12 +1,5 @@
 // MD5: the published suite, and every length around the block size against values from another implementation.
-#include <cstdio>
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 

@@ -1,30 +1,12 @@
 // Password validation against PAM, with users of the host; without PAM, without the helper, without the package.
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/mount.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <fstream>
-#include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "platform/module.h"
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/network.h"
-#include "support/users.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace std::string_literals;
-using namespace zu_test;
 
 constexpr const char* right_narrow = "pa55 w\xC3\xB6rd \xE2\x82\xAC";
 constexpr const ZU_wchar* right = u"pa55 w\u00F6rd \u20AC";

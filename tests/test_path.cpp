@@ -1,18 +1,8 @@
 // Paths: their forms and limits, and the actual form of what exists.
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "support/files.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
-using zu_test::file_place;
 using text = std::u16string;
 
 constexpr char16_t none[] = u"<null>"; // what `taken` makes of null
@@ -38,7 +28,7 @@ TEST(path, long_form_and_fullness) {
     for (const auto& row : rows) {
         ZU_long_path(row.path, &out);
         EXPECT_EQ(text(ZU_s_text(out)), row.long_form);
-        EXPECT_EQ(ZU_is_full_path(row.path), row.full) << zu_test::narrow(row.path);
+        EXPECT_EQ(ZU_is_full_path(row.path), row.full) << narrow(row.path);
     }
     ZU_s_destroy(&out);
 }
@@ -72,8 +62,8 @@ TEST(path, directory_part_and_last_component) {
     // clang-format on
     const file_place place;
     for (const auto& [path, directory, name] : rows) {
-        EXPECT_EQ(taken(ZU_get_path(path)), directory) << zu_test::narrow(path);
-        EXPECT_EQ(taken(ZU_get_filename(path)), name) << zu_test::narrow(path);
+        EXPECT_EQ(taken(ZU_get_path(path)), directory) << narrow(path);
+        EXPECT_EQ(taken(ZU_get_filename(path)), name) << narrow(path);
     }
     EXPECT_EQ(taken(ZU_get_path(nullptr)), none);
 }
@@ -104,9 +94,9 @@ TEST(path, the_actual_path_is_absolute_and_spelled_as_stored) {
         ZU_s out = nullptr;
         ZU_s_append_n(&out, u"before", 6);
         SetLastError(12345);
-        EXPECT_EQ(ZU_get_actual_full_path_ex(row.path, &out), row.code == 0) << zu_test::narrow(row.path);
-        EXPECT_EQ(text(ZU_s_text(out)), row.code == 0 ? row.actual : u"") << zu_test::narrow(row.path);
-        EXPECT_EQ(GetLastError(), row.code == 0 ? 12345u : row.code) << zu_test::narrow(row.path);
+        EXPECT_EQ(ZU_get_actual_full_path_ex(row.path, &out), row.code == 0) << narrow(row.path);
+        EXPECT_EQ(text(ZU_s_text(out)), row.code == 0 ? row.actual : u"") << narrow(row.path);
+        EXPECT_EQ(GetLastError(), row.code == 0 ? 12345u : row.code) << narrow(row.path);
         ZU_s_destroy(&out);
     }
     EXPECT_EQ(taken(ZU_get_current_dir()), u"T:\\Data");
@@ -152,7 +142,7 @@ TEST(path, the_stored_name_replaces_the_last_component_in_place) {
     for (const auto& row : rows) {
         ZU_wchar buffer[64] = {};
         text(row.path).copy(buffer, 63);
-        EXPECT_EQ(ZU_make_actual_file_name(buffer), row.corrected != none) << zu_test::narrow(row.path);
+        EXPECT_EQ(ZU_make_actual_file_name(buffer), row.corrected != none) << narrow(row.path);
         EXPECT_EQ(text(buffer), row.corrected == none ? row.path : row.corrected);
     }
     EXPECT_EQ(taken(ZU_get_actual_file_name(u"T:\\d*a")), u"Data") << "the first match";

@@ -1,24 +1,9 @@
 // Opening, reading, writing, deleting and moving: the code of each situation, and what is left of the data.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <string>
-#include <utility>
-
-#include "platform/platform.h"
-#include "support/files.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace platform;
-using zu_test::code_after;
-using zu_test::file_place;
-using zu_test::narrow;
 
 constexpr DWORD untouched = 0xABCD;
 constexpr DWORD R = GENERIC_READ, W = GENERIC_WRITE, A = FILE_WRITE_ATTRIBUTES;
@@ -251,7 +236,7 @@ TEST(platform_files, reading_ahead_hides_nothing) {
 
 // Writes until the disk is full and gives what the file holds then.
 std::string fill_up(const file_place& place, const char* name, DWORD share) {
-    const opened file(place.long_path(zu_test::wide(name)), W, OPEN_ALWAYS, share);
+    const opened file(place.long_path(wide(name)), W, OPEN_ALWAYS, share);
     EXPECT_EQ(seek_code(file, 0, FILE_END), 0u);
     const std::string line(10'007, 'x');
     DWORD code = 0;
@@ -277,10 +262,10 @@ TEST(platform_files, pipes_carry_what_is_written_and_a_missing_reader_is_a_failu
 }
 
 TEST(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone) {
-    if (!zu_test::is_root())
+    if (!is_root())
         GTEST_SKIP() << "mounting a small file system takes root";
     const file_place place;
-    const zu_test::small_file_system disk(place.host_path(), 256 * 1024);
+    const small_file_system disk(place.host_path(), 256 * 1024);
     ASSERT_TRUE(disk.mounted());
     const std::string alone = fill_up(place, "alone", FILE_SHARE_READ);
     EXPECT_GT(alone.size(), 0u);
@@ -299,7 +284,7 @@ TEST(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone) {
 
 TEST(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
     const file_place place;
-    const zu_test::outcome child = zu_test::run_child([&] {
+    const outcome child = run_child([&] {
         const rlimit limit{10'000, 10'000};
         setrlimit(RLIMIT_FSIZE, &limit);
         const opened file(place.long_path(u"file"), W, CREATE_NEW);
@@ -382,11 +367,11 @@ TEST(platform_files, moving_has_its_codes_and_loses_nothing) {
                                                                                              : "");
         }
     }
-    if (!zu_test::is_root())
+    if (!is_root())
         return;
     const file_place place;
     furnish(place);
-    const zu_test::small_file_system other(place.host_path("directory"), 64 * 1024);
+    const small_file_system other(place.host_path("directory"), 64 * 1024);
     EXPECT_EQ(code_after(MoveFileExW(place.long_path(u"file").c_str(),
                                      place.long_path(u"directory\\file").c_str(), 1)),
               17u);
@@ -400,7 +385,7 @@ TEST(platform_files, a_directory_without_permission_refuses_with_5) {
         place.write(directory + std::string("/file"), "data");
         chmod(place.host_path(directory).c_str(), static_cast<mode_t>(mode));
     }
-    const zu_test::outcome child = zu_test::run_as_ordinary_user([&] {
+    const outcome child = run_as_ordinary_user([&] {
         const std::u16string closed = place.long_path(u"closed\\file"),
                              fixed = place.long_path(u"fixed\\file");
         WIN32_FIND_DATAW found;

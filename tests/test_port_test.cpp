@@ -1,17 +1,7 @@
 // Port test: open, refused, silent, unreachable and bad targets.
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/network.h"
+#include "support/test.h"
 
 namespace {
-
-using namespace zu_test;
 
 struct verdict {
     int32_t result;

@@ -1,35 +1,9 @@
 // Named process locks between real processes, with owners that die and users that differ.
-#include <fcntl.h>
-#include <sched.h>
-#include <signal.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/process.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
-
-using zu_test::code_after;
 
 // A name of this test alone, and the file behind it.
 struct lock_name {
@@ -60,8 +34,8 @@ int ended(pid_t child) {
 }
 
 // Another process, which has the lock open or holds it until it is killed.
-zu_test::holder held_elsewhere(const lock_name& name, bool locks = true, bool everyone = false) {
-    return zu_test::holder([&] {
+holder held_elsewhere(const lock_name& name, bool locks = true, bool everyone = false) {
+    return holder([&] {
         ZU_lock_process lock = everyone ? name.create_everyone() : name.create();
         return code_after(lock && (!locks || ZU_lock_process_lock(lock)));
     });
@@ -119,8 +93,8 @@ TEST(process_lock, names) {
     for (const auto& [wanted, code] : rows) {
         SetLastError(4711);
         ZU_lock_process opened = ZU_lock_process_create(wanted.c_str());
-        EXPECT_EQ(GetLastError(), code) << zu_test::narrow(wanted);
-        EXPECT_EQ(opened != nullptr, code == 0 || code == 183) << zu_test::narrow(wanted);
+        EXPECT_EQ(GetLastError(), code) << narrow(wanted);
+        EXPECT_EQ(opened != nullptr, code == 0 || code == 183) << narrow(wanted);
         EXPECT_TRUE(ZU_lock_process_close(opened));
     }
     ZU_lock_process_close(lock);
@@ -137,7 +111,7 @@ TEST(process_lock, names) {
 // Who waits for a while is asleep meanwhile, and looks now and then whether the owner has died.
 TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     const lock_name name;
-    zu_test::holder owner = held_elsewhere(name);
+    holder owner = held_elsewhere(name);
     ZU_lock_process lock = name.create(), unnamed = ZU_lock_process_create(nullptr);
     EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 0));
     rusage before, after;
@@ -196,7 +170,7 @@ TEST(process_lock, giving_it_up_wakes_a_limited_wait) {
 
 TEST(process_lock, a_handle_closed_under_a_waiting_thread_leaves_the_wait_its_lock) {
     const lock_name name;
-    zu_test::holder owner = held_elsewhere(name);
+    holder owner = held_elsewhere(name);
     ZU_lock_process lock = name.create();
     ASSERT_NE(lock, nullptr);
     std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(lock)) << "the owner was killed"; });
@@ -215,7 +189,7 @@ TEST(process_lock, handles_may_be_closed_while_others_use_them) {
     std::atomic<int> taken{0};
     std::atomic<bool> over{false};
     int counter = 0; // plain: only the lock keeps it right
-    zu_test::crew users;
+    crew users;
     for (int i = 0; i < 2; ++i) {
         users.add([&] {
             while (!over) {
@@ -353,7 +327,7 @@ TEST(process_lock, another_user_needs_the_everyone_form) {
     const lock_name name;
     for (bool everyone : {false, true}) {
         // Held open by a process of its own, since a forked child would find this one's handle.
-        const zu_test::holder other = held_elsewhere(name, false, everyone);
+        const holder other = held_elsewhere(name, false, everyone);
         const auto use = [&] {
             ZU_lock_process lock = name.create();
             if (!everyone)
@@ -416,7 +390,7 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     close(stale);
     // Spoiled under the feet of a holder: the next one refuses it, the holder goes on.
     for (const bool cut : {true, false}) {
-        const zu_test::holder spoiler([&] {
+        const holder spoiler([&] {
             ZU_lock_process lock = name.create();
             const int file = open(path, O_RDWR | O_CLOEXEC);
             const bool spoiled = cut ? ftruncate(file, 0) == 0 : pwrite(file, "Z", 1, 0) == 1;

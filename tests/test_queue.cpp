@@ -1,14 +1,5 @@
 // The bounded queue: order, bounds, time-outs, and every value exactly once between many threads.
-#include <atomic>
-#include <random>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/process.h"
-#include "support/results.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -18,7 +9,7 @@ void* value(uintptr_t number) {
 
 TEST(queue, refuses_sizes_below_one) {
     for (int32_t size : {0, -5, INT32_MIN})
-        EXPECT_EQ(zu_test::code_of(ZU_queue_create(size)), 87u) << size;
+        EXPECT_EQ(code_of(ZU_queue_create(size)), 87u) << size;
     ZU_queue* largest = ZU_queue_create(INT32_MAX);
     ASSERT_NE(largest, nullptr);
     EXPECT_EQ(ZU_queue_max_size(largest), INT32_MAX);
@@ -63,7 +54,7 @@ TEST(queue, serves_those_who_wait) {
         return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(out));
     };
     {
-        zu_test::sleeping_crew consumers(2, pop);
+        sleeping_crew consumers(2, pop);
         EXPECT_TRUE(ZU_queue_push(queue, value(1), 0, nullptr));
         void* out;
         EXPECT_FALSE(ZU_queue_pop(queue, &out, 0, nullptr)) << "it belongs to the one that waits";
@@ -72,7 +63,7 @@ TEST(queue, serves_those_who_wait) {
     }
     ASSERT_TRUE(ZU_queue_push(queue, value(5), 0, nullptr));
     {
-        zu_test::sleeping_crew producer(
+        sleeping_crew producer(
             1, [&](int) { return ZU_queue_push(queue, value(6), ZU_WAIT_INFINITE, nullptr); });
         EXPECT_EQ(pop(0), 5u);
         EXPECT_EQ(producer.results(), std::vector<uint32_t>(1, 1));
@@ -83,7 +74,7 @@ TEST(queue, serves_those_who_wait) {
 
 TEST(queue, every_value_arrives_once_and_in_its_producers_order) {
     constexpr uintptr_t producers = 8, consumers = 8;
-    const uintptr_t scale = zu_test::address_space_is_not_limited() ? 10 : 1; // a sanitizer is slow
+    const uintptr_t scale = address_space_is_not_limited() ? 10 : 1; // a sanitizer is slow
     const struct {
         int32_t size;
         uintptr_t per_producer;
@@ -92,7 +83,7 @@ TEST(queue, every_value_arrives_once_and_in_its_producers_order) {
         ZU_queue* queue = ZU_queue_create(size);
         std::atomic<uintptr_t> left{producers * per_producer};
         std::atomic<uint64_t> sum{0}, timeouts{0};
-        zu_test::crew crew;
+        crew crew;
         for (uintptr_t p = 0; p < producers; ++p) {
             crew.add([&, p, per_producer = per_producer] {
                 std::minstd_rand random(static_cast<unsigned>(p) + 1);

@@ -1,26 +1,9 @@
 // The registry file in all its spellings, the calls over it, and the two reads of the library.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cstdio>
-#include <cstring>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/results.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace std::string_literals;
-using zu_test::code_of;
-using zu_test::wide;
 
 class registry : public testing::Test {
 protected:
@@ -52,10 +35,10 @@ protected:
     // A text as the library reads it, or its code as "<2>".
     static std::u16string text(const std::u16string& path, const ZU_wchar* name = nullptr) {
         ZU_wchar* got = ZU_registry_get_str(HKEY_LOCAL_MACHINE, path.c_str(), name);
-        return got ? zu_test::taken(got) : u"<" + wide(std::to_string(GetLastError())) + u">";
+        return got ? taken(got) : u"<" + wide(std::to_string(GetLastError())) + u">";
     }
 
-    zu_test::file_place place;
+    file_place place;
 };
 
 const char sample[] = "Windows Registry Editor Version 5.00\r\n\r\n"
@@ -195,11 +178,11 @@ TEST_F(registry, texts_and_numbers) {
                 {u"expand", u"%", 2},   {u"odd", u"ab", 2},           {u"nothing", u"", 2},
                 {u"t", u"", 2},         {u"missing", u"<2>", 2}};
     for (const auto& row : rows) {
-        EXPECT_TRUE(text(u"k", row.name) == row.text) << zu_test::narrow(row.name);
+        EXPECT_TRUE(text(u"k", row.name) == row.text) << narrow(row.name);
         uint32_t number = 7;
         EXPECT_EQ(code_of(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"k", row.name, &number)),
                   row.number_code)
-            << zu_test::narrow(row.name);
+            << narrow(row.name);
         EXPECT_EQ(number, row.number_code == 0 ? 0xFFFFFFFEu : 0u);
     }
     uint32_t number = 7;
@@ -224,7 +207,7 @@ TEST_F(registry, a_changed_file_is_seen_at_once) {
     EXPECT_EQ(text(u"k"), u"299");
     write_number(300);
     chmod(file.c_str(), 0);
-    const zu_test::outcome child = zu_test::run_as_ordinary_user([] { _exit(text(u"k") == u"<5>" ? 0 : 1); });
+    const outcome child = run_as_ordinary_user([] { _exit(text(u"k") == u"<5>" ? 0 : 1); });
     EXPECT_EQ(child.exit_code, 0);
     unlink(file.c_str());
     EXPECT_EQ(text(u"k"), u"<2>");
@@ -243,12 +226,12 @@ TEST_F(registry, threads_read_whole_states_while_it_is_replaced) {
             0);
     };
     replace(0);
-    zu_test::crew readers;
+    crew readers;
     for (int i = 0; i < 3; ++i) {
         readers.add([&] {
             while (!stop) {
                 const std::u16string a = text(u"k", u"a"), b = text(u"k", u"b");
-                ASSERT_LE(std::stoi(zu_test::narrow(a)), std::stoi(zu_test::narrow(b)));
+                ASSERT_LE(std::stoi(narrow(a)), std::stoi(narrow(b)));
             }
         });
     }

@@ -1,32 +1,9 @@
 // Services: real processes under the helper, and what becomes of them when either is killed.
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/file.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
 #include <cctype>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "platform/command_line.h"
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/results.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -100,7 +77,6 @@ __attribute__((constructor)) void be_a_service(int count, char** arguments) {
 // ---- What the tests share -------------------------------------------------------------------------------------
 
 using platform::SERVICE_STATUS;
-using zu_test::code_of;
 
 struct handle {
     explicit handle(platform::SC_HANDLE opened) : value(opened) {}
@@ -137,7 +113,7 @@ protected:
 
     // The numbers of the processes that this service has logged.
     std::vector<pid_t> logged(const std::u16string& name) const {
-        std::istringstream text(place_.read(zu_test::narrow(name) + ".log"));
+        std::istringstream text(place_.read(narrow(name) + ".log"));
         return {std::istream_iterator<pid_t>(text), {}};
     }
 
@@ -145,8 +121,8 @@ protected:
     std::u16string steps(const std::u16string& name, const std::string& what) const {
         char self[4096];
         const ssize_t size = readlink("/proc/self/exe", self, sizeof self);
-        return zu_test::wide("\"" + std::string(self, static_cast<size_t>(size)) + "\" --service "
-                             + place_.host_path(zu_test::narrow(name) + ".log") + ' ' + what);
+        return wide("\"" + std::string(self, static_cast<size_t>(size)) + "\" --service "
+                    + place_.host_path(narrow(name) + ".log") + ' ' + what);
     }
 
     bool install(const std::u16string& name, const std::u16string& command,
@@ -198,7 +174,7 @@ protected:
         return names;
     }
 
-    zu_test::file_place place_;
+    file_place place_;
     handle manager;
     std::vector<std::u16string> installed_;
 };
@@ -259,7 +235,7 @@ TEST_F(service, programs_that_cannot_run) {
         std::u16string command;
         uint32_t code;
     } rows[] = {{place_.drive_path(u"missing.exe -x"), 2},
-                {zu_test::wide(place_.host_path("no/such/folder")), 3},
+                {wide(place_.host_path("no/such/folder")), 3},
                 {place_.drive_path(u"plain"), 5},
                 {place_.drive_path(u"TEXT"), 193}};
     for (const auto& row : rows) {
@@ -298,7 +274,7 @@ TEST_F(service, reports_decide_from_the_first_one_on) {
     ASSERT_TRUE(install(
         u"slow", steps(u"slow", "log EXTEND_TIMEOUT_USEC=800000 700 STATUS=1 700 STATUS=2 700 STATUS=3 "
                                 "700 READY=1 slow-stop wait")));
-    zu_test::crew waiting;
+    crew waiting;
     for (const char16_t* name : {u"never", u"stalls"}) {
         waiting.add([name] {
             EXPECT_EQ(code_of(starts(name)), timed_out);
@@ -356,7 +332,7 @@ TEST_F(service, of_starts_at_the_same_time_one_succeeds) {
     ASSERT_TRUE(install(u"single", steps(u"single", "log READY=1 wait")));
     for (int round = 1; round <= 5; ++round) {
         std::atomic<int> started{0}, refused{0};
-        zu_test::crew starters;
+        crew starters;
         for (int i = 0; i < 8; ++i) {
             starters.add([&] {
                 const uint32_t code = start_code(u"single");
@@ -495,12 +471,12 @@ TEST_F(service, installing_and_removing_can_be_cut_short) {
 }
 
 TEST_F(service, ordinary_users_look_and_do_not_touch) {
-    if (!zu_test::is_root())
+    if (!is_root())
         GTEST_SKIP() << "an ordinary user cannot become another one";
     ASSERT_TRUE(install(u"system", steps(u"system", "log READY=1 wait")));
     ASSERT_EQ(chmod(std::getenv("ZU_HOST"), 0755), 0);
     ASSERT_TRUE(starts(u"system"));
-    const zu_test::outcome user = zu_test::run_as_ordinary_user([&] {
+    const outcome user = run_as_ordinary_user([&] {
         const handle users_manager(platform::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
         printf("state %u, stop %u, open %u, install %u", state(u"system"), code_of(stops(u"system")),
                code_of(platform::OpenServiceW(users_manager, u"system", SERVICE_STOP)),

@@ -1,21 +1,9 @@
 // Share modes between processes, users and handles: all pairs of access and share mode; deleting and moving.
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace platform;
-using zu_test::code_after;
-using zu_test::file_place;
 
 constexpr DWORD accesses[] = {FILE_WRITE_ATTRIBUTES, GENERIC_READ, GENERIC_WRITE,
                               GENERIC_READ | GENERIC_WRITE};
@@ -39,10 +27,10 @@ DWORD open_code(const std::u16string& path, const way& how, HANDLE* opened,
 }
 
 // A child that has a file open until it is killed; its result is the code.
-zu_test::holder opened_elsewhere(const std::u16string& path, const way& how, bool as_ordinary_user = false) {
-    return zu_test::holder([&] {
+holder opened_elsewhere(const std::u16string& path, const way& how, bool as_ordinary_user = false) {
+    return holder([&] {
         if (as_ordinary_user)
-            zu_test::become_ordinary_user();
+            become_ordinary_user();
         HANDLE opened;
         return open_code(path, how, &opened);
     });
@@ -76,10 +64,10 @@ bool exclude_by_mistake(const file_kind& kind, const way& first, bool first_is_r
 std::string run_matrix(const file_place& place, bool first_is_root, bool second_is_root) {
     std::string wrong;
     for (const file_kind& kind : kinds) {
-        const std::u16string path = place.long_path(zu_test::wide(kind.name));
+        const std::u16string path = place.long_path(wide(kind.name));
         for (int i = 0; i < 16; ++i) {
             const way first(i);
-            const zu_test::holder child = opened_elsewhere(path, first, !first_is_root);
+            const holder child = opened_elsewhere(path, first, !first_is_root);
             if (child.result() != code_alone(kind, first, first_is_root))
                 wrong += kind.name + std::string(" alone ") + std::to_string(i) + "; ";
             if (child.result() != 0)
@@ -114,17 +102,17 @@ void make_kinds(const file_place& place) {
 TEST(sharing, all_pairs_between_two_processes_of_one_user) {
     const file_place place;
     make_kinds(place);
-    EXPECT_EQ(run_matrix(place, zu_test::is_root(), zu_test::is_root()), "");
-    if (!zu_test::is_root())
+    EXPECT_EQ(run_matrix(place, is_root(), is_root()), "");
+    if (!is_root())
         return;
-    const zu_test::outcome child =
-        zu_test::run_as_ordinary_user([&] { std::printf("%s", run_matrix(place, false, false).c_str()); });
+    const outcome child =
+        run_as_ordinary_user([&] { std::printf("%s", run_matrix(place, false, false).c_str()); });
     EXPECT_EQ(child.output, "");
     EXPECT_EQ(child.exit_code, 0);
 }
 
 TEST(sharing, all_pairs_between_root_and_an_ordinary_user) {
-    if (!zu_test::is_root())
+    if (!is_root())
         GTEST_SKIP() << "takes root and another user";
     const file_place place;
     make_kinds(place);
@@ -157,7 +145,7 @@ TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
     const std::u16string path = place.long_path(u"plain");
     HANDLE opened;
     {
-        const zu_test::holder child = opened_elsewhere(path, alone);
+        const holder child = opened_elsewhere(path, alone);
         for (const DWORD disposition : {CREATE_ALWAYS, OPEN_ALWAYS, TRUNCATE_EXISTING})
             EXPECT_EQ(open_code(path, writing, &opened, disposition), 32u);
         EXPECT_EQ(open_code(path, writing, &opened, CREATE_NEW), 80u);
@@ -166,12 +154,12 @@ TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
     // Who has emptied it without access for writing does not count as a writer afterwards.
     for (const int number : {1, 5, 6, 4}) {
         ASSERT_EQ(open_code(path, way(number), &opened, CREATE_ALWAYS), 0u);
-        const zu_test::holder child = opened_elsewhere(path, way(5));
+        const holder child = opened_elsewhere(path, way(5));
         EXPECT_EQ(child.result(), go_together(way(number), way(5)) ? 0u : 32u) << number;
         EXPECT_TRUE(CloseHandle(opened));
     }
     const std::u16string read_only = place.long_path(u"read-only");
-    const zu_test::holder child = opened_elsewhere(read_only, reading);
+    const holder child = opened_elsewhere(read_only, reading);
     EXPECT_EQ(open_code(read_only, writing, &opened), 5u);
     EXPECT_EQ(open_code(read_only, reading, &opened), 32u);
     EXPECT_EQ(code_after(DeleteFileW(read_only.c_str())), 32u);
@@ -183,7 +171,7 @@ TEST(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
     const std::u16string path = place.long_path(u"file");
     const way alone(12);
     HANDLE opened;
-    zu_test::holder killed = opened_elsewhere(path, alone);
+    holder killed = opened_elsewhere(path, alone);
     EXPECT_EQ(open_code(path, alone, &opened), 32u);
     killed.end();
     EXPECT_EQ(open_code(path, alone, &opened), 0u);
@@ -213,7 +201,7 @@ TEST(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
         const bool matters = how.needs() != 0;
         const std::u16string path = place.long_path(u"file"), other = place.long_path(u"other");
         const std::u16string moved = place.long_path(u"moved");
-        const zu_test::holder child = opened_elsewhere(path, how);
+        const holder child = opened_elsewhere(path, how);
         ASSERT_EQ(child.result(), 0u);
         EXPECT_EQ(code_after(MoveFileExW(path.c_str(), moved.c_str(), 0)), matters ? 32u : 0u) << i;
         if (!matters) {

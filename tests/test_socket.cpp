@@ -1,26 +1,10 @@
 // Socket wrappers and address helpers: codes by situation, readiness, ports, names.
 #include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <bit>
-#include <chrono>
-#include <csignal>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/network.h"
+#include "support/test.h"
 
 namespace {
-
-using namespace zu_test;
 
 const sockaddr* generic(const sockaddr_in& address) {
     return reinterpret_cast<const sockaddr*>(&address);

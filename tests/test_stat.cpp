@@ -1,25 +1,8 @@
 // File status and directory enumeration.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/files.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
-using zu_test::file_place;
-using zu_test::narrow;
 using text = std::u16string;
 
 void set_modification(const file_place& place, const char* name, time_t seconds) {

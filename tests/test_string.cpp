@@ -1,14 +1,5 @@
 // Growable strings: capacities, shared buffers, aliasing, zero characters, formatted appending, message templates.
-#include <sys/resource.h>
-
-#include <algorithm>
-#include <random>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "support/process.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -235,10 +226,10 @@ TEST(message_template, inserts_line_ends_and_conversions_of_its_own) {
 }
 
 TEST(growable_string, what_no_block_can_hold_is_memory_that_ran_out) {
-    if (zu_test::address_space_is_not_limited())
+    if (address_space_is_not_limited())
         GTEST_SKIP() << "a sanitizer's shadow memory does not live under an address-space limit";
     const auto report = [](void (*exhaust)(ZU_s*)) {
-        return zu_test::run_child([=] {
+        return run_child([=] {
                    const rlimit limit{1u << 30, 1u << 30};
                    ZU_s s = nullptr;
                    if (setrlimit(RLIMIT_AS, &limit) == 0)

@@ -1,25 +1,9 @@
 // Thread locks, events, semaphores and waits: results, codes, and what must hold when many threads meet.
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <functional>
-#include <random>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
 using namespace platform;
-using zu_test::code_after;
-using zu_test::crew;
-using zu_test::sleeping_crew;
 
 constexpr DWORD timed_out = WAIT_TIMEOUT;
 const HANDLE no_handle = nullptr;
@@ -93,7 +77,7 @@ TEST(thread_lock, excludes_counts_and_serves_a_forked_child) {
 
     // The child's thread is still the owner of what it held; afterwards the lock works there as here.
     ZU_lock_thread_lock(&lock);
-    const zu_test::outcome child = zu_test::run_child([&] {
+    const outcome child = run_child([&] {
         ZU_lock_thread_lock(&lock);
         ZU_lock_thread_unlock(&lock);
         ZU_lock_thread_unlock(&lock);

@@ -1,23 +1,13 @@
 // The operating-system description, for systems that nobody here owns, and dynamic libraries.
 #include <dlfcn.h>
-#include <sys/stat.h>
 #include <sys/utsname.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/files.h"
-#include "support/results.h"
+#include "support/test.h"
 #include "zu/zu_os_desc.h"
 
 namespace {
 
 using platform::OSVERSIONINFOEXW;
-using zu_test::wide;
 
 OSVERSIONINFOEXW version_of(uint32_t id, uint32_t major, uint32_t minor, uint8_t product, uint16_t suite,
                             const std::string& service_pack, uint32_t build) {
@@ -36,8 +26,7 @@ OSVERSIONINFOEXW version_of(uint32_t id, uint32_t major, uint32_t minor, uint8_t
 std::string described(const OSVERSIONINFOEXW& version, bool is_extended = true) {
     ZU_s text = nullptr;
     const bool done = zu::describe_version(version, is_extended, &text);
-    const std::string copy =
-        done ? zu_test::narrow(ZU_s_text(text)) : "failed " + std::to_string(GetLastError());
+    const std::string copy = done ? narrow(ZU_s_text(text)) : "failed " + std::to_string(GetLastError());
     ZU_s_destroy(&text);
     return copy;
 }
@@ -45,7 +34,7 @@ std::string described(const OSVERSIONINFOEXW& version, bool is_extended = true) 
 constexpr const char* registry_file = "../host/registry.reg";
 
 TEST(description, follows_the_table) {
-    const zu_test::file_place place; // with a registry of its own
+    const file_place place; // with a registry of its own
     constexpr uint16_t enterprise = 0x2, datacenter = 0x80, personal = 0x200, blade = 0x400;
     const struct {
         uint32_t id, major, minor;
@@ -100,7 +89,7 @@ TEST(description, follows_the_table) {
 }
 
 TEST(description, without_the_extended_record_asks_the_registry) {
-    const zu_test::file_place place;
+    const file_place place;
     const OSVERSIONINFOEXW version = version_of(2, 4, 0, 3, 2, "SP", 1381);
     const std::string key = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\ProductOptions]\n";
     for (const std::string& lines : {std::string(), key}) {
@@ -127,17 +116,16 @@ TEST(description, of_this_system) {
     ZU_s text = nullptr;
     ZU_s_insert(&text, 0, u"replaced");
     ASSERT_TRUE(ZU_get_os_desc_ex(&text));
-    const std::string line = zu_test::narrow(ZU_s_text(text));
+    const std::string line = narrow(ZU_s_text(text));
     EXPECT_NE(line.find(std::string("Linux ") + kernel.release + " (Build "), std::string::npos) << line;
     EXPECT_EQ(line.find("replaced"), std::string::npos);
-    EXPECT_EQ(zu_test::narrow(zu_test::taken(ZU_get_os_desc())), line);
+    EXPECT_EQ(narrow(taken(ZU_get_os_desc())), line);
     ZU_s_destroy(&text);
 
     OSVERSIONINFOEXW version{};
     const auto ask = [&](uint32_t size) {
         version.dwOSVersionInfoSize = size;
-        return zu_test::code_of(
-            platform::GetVersionExW(reinterpret_cast<platform::OSVERSIONINFOW*>(&version)));
+        return code_of(platform::GetVersionExW(reinterpret_cast<platform::OSVERSIONINFOW*>(&version)));
     };
     for (uint32_t size : {0u, 148u, 275u, 280u, 285u})
         EXPECT_EQ(ask(size), 122u) << size;
@@ -153,9 +141,8 @@ protected:
     // A library with the given source; false, with the test skipped, without a compiler.
     void build(const std::string& relative, const std::string& source, const std::string& options = "") {
         place.write("source.c", source);
-        const zu_test::outcome made =
-            zu_test::run_command("cc -shared -fPIC -o '" + place.host_path(relative) + "' '"
-                                 + place.host_path("source.c") + "' " + options + " 2>&1");
+        const outcome made = run_command("cc -shared -fPIC -o '" + place.host_path(relative) + "' '"
+                                         + place.host_path("source.c") + "' " + options + " 2>&1");
         if (made.exit_code == 127)
             GTEST_SKIP() << "no compiler to make a library with";
         ASSERT_EQ(made.exit_code, 0) << made.output;
@@ -170,7 +157,7 @@ protected:
         return 0;
     }
 
-    zu_test::file_place place;
+    file_place place;
 };
 
 TEST_F(libraries, are_loaded_counted_and_looked_into) {
@@ -185,7 +172,7 @@ TEST_F(libraries, are_loaded_counted_and_looked_into) {
     SetLastError(77);
     for (const std::u16string& path : {place.long_path(u"PLUGIN.SO"), std::u16string(u"t:/./plugin.so"),
                                        std::u16string(u"plugin"), std::u16string(u"Plugin.SO")})
-        EXPECT_EQ(ZU_dll_load(path.c_str()), module) << zu_test::narrow(path);
+        EXPECT_EQ(ZU_dll_load(path.c_str()), module) << narrow(path);
     EXPECT_EQ(GetLastError(), 77u);
     const auto answer = reinterpret_cast<int (*)()>(ZU_dll_get_proc(module, "answer"));
     ASSERT_NE(answer, nullptr);
@@ -221,9 +208,9 @@ TEST_F(libraries, failures_have_their_codes) {
     place.write("plain", "no library");
     place.make_directory("folder");
     place.make_directory("named.so");
-    const zu_test::outcome cut = zu_test::run_command("cd '" + place.host_path()
-                                                      + "'; for size in 30 3000; do head -c $size "
-                                                        "/proc/self/exe > cut$size.so; done");
+    const outcome cut = run_command("cd '" + place.host_path()
+                                    + "'; for size in 30 3000; do head -c $size "
+                                      "/proc/self/exe > cut$size.so; done");
     ASSERT_EQ(cut.exit_code, 0);
     const struct {
         const ZU_wchar* path;
@@ -237,22 +224,21 @@ TEST_F(libraries, failures_have_their_codes) {
                 {u"T:\\empty.so", 193},       {u"T:\\cut30.so", 193},
                 {u"T:\\cut3000.so", 193},     {u"T:\\te*t.so", 126}};
     for (const auto& row : rows)
-        EXPECT_EQ(load_code(row.path), row.code) << zu_test::narrow(row.path);
+        EXPECT_EQ(load_code(row.path), row.code) << narrow(row.path);
     EXPECT_EQ(ZU_dll_load(nullptr), nullptr);
     EXPECT_EQ(GetLastError(), 87u);
     EXPECT_EQ(load_code(u"libm.so.6"), 0u) << "a bare name, where the system keeps its libraries";
     chmod(place.host_path("text.so").c_str(), 0);
-    const zu_test::outcome child =
-        zu_test::run_as_ordinary_user([&] { _exit(load_code(u"T:\\text.so") == 5 ? 0 : 1); });
+    const outcome child = run_as_ordinary_user([&] { _exit(load_code(u"T:\\text.so") == 5 ? 0 : 1); });
     EXPECT_EQ(child.exit_code, 0);
 }
 
 TEST_F(libraries, a_bare_name_that_is_no_library) {
     if (!std::getenv("ZU_TEST_AGAIN")) { // the host's loader reads its folders once, at the start
         place.write("zu-test-text.so", "no library");
-        const zu_test::outcome again = zu_test::run_command(
-            "ZU_TEST_AGAIN=1 LD_LIBRARY_PATH='" + place.host_path()
-            + "' /proc/$PPID/exe --gtest_filter=libraries.a_bare_name_that_is_no_library");
+        const outcome again =
+            run_command("ZU_TEST_AGAIN=1 LD_LIBRARY_PATH='" + place.host_path()
+                        + "' /proc/$PPID/exe --gtest_filter=libraries.a_bare_name_that_is_no_library");
         EXPECT_EQ(again.exit_code, 0) << again.output;
         return;
     }

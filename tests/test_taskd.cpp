@@ -1,19 +1,7 @@
 // taskd as a user meets it: what it says of a task file, what it runs, and how it ends.
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "platform/command_line.h"
 #include "platform/service_record.h"
-#include "support/files.h"
-#include "support/process.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -28,14 +16,14 @@ protected:
         std::remove((path_ + ".out").c_str());
     }
     void write(const std::string& text) { std::ofstream(path_) << text; }
-    zu_test::outcome run(const std::string& options) {
-        return zu_test::run_command("TZ=UTC exec " + program + " " + options + " " + path_);
+    outcome run(const std::string& options) {
+        return run_command("TZ=UTC exec " + program + " " + options + " " + path_);
     }
     // A script in the place of the test, where $taskd is the program.
-    zu_test::outcome script(const std::string& text) {
-        return zu_test::run_command("cd " + place_.host_path() + "; taskd=" + program + "; " + text);
+    outcome script(const std::string& text) {
+        return run_command("cd " + place_.host_path() + "; taskd=" + program + "; " + text);
     }
-    const zu_test::file_place place_; // has a registry and services of its own
+    const file_place place_; // has a registry and services of its own
     const std::string path_ = testing::TempDir() + "tasks-" + std::to_string(getpid()) + ".txt";
 };
 
@@ -72,7 +60,7 @@ TEST_F(taskd, reports_what_it_cannot_understand_and_shows_what_comes) {
             "d | interval 1:30:0 | 2037-01-01 23:00 | hours 23,24 | print x\n"
             "e | week-of-month 2 1 | 2006-01-01 08:00 to 2006-01-02 08:00 | | print x\n"
             "f | monthly 30 | 2037-01-01 08:00 | months 1,3,4,5,6,7,8,9,10,11,12 | print x\n");
-    const zu_test::outcome result = run("--next");
+    const outcome result = run("--next");
     EXPECT_EQ(result.error_output, reports);
     EXPECT_EQ(result.output, "task      rule                      next firing\n"
                              "good one  daily 1                   2037-01-01 08:00:00\n"
@@ -91,9 +79,9 @@ TEST_F(taskd, runs_what_is_due_until_its_time_is_over_or_a_signal_comes) {
     const std::string background = "rm -f " + path_ + ".out; env --default-signal=INT " + program + " "
                                    + path_ + " >" + path_ + ".out & until grep tick.*mehr " + path_
                                    + ".out; do sleep 0.1; done; kill -";
-    const zu_test::outcome results[] = {run("--for 3"), zu_test::run_command(background + "INT $!; wait $!"),
-                                        zu_test::run_command(background + "TERM $!; wait $!")};
-    for (const zu_test::outcome& result : results) {
+    const outcome results[] = {run("--for 3"), run_command(background + "INT $!; wait $!"),
+                               run_command(background + "TERM $!; wait $!")};
+    for (const outcome& result : results) {
         EXPECT_EQ(result.exit_code, 0) << result.signal << result.error_output;
         EXPECT_NE(result.output.find("  tick  Grüße | und mehr\n"), std::string::npos) << result.output;
         EXPECT_EQ(result.output.find("never\n"), std::string::npos) << result.output;
@@ -107,12 +95,12 @@ TEST_F(taskd, logs_rotates_answers_and_stops_whatever_its_clients_do) {
     const std::string port = std::to_string(20000 + getpid() % 20000), log = path_ + ".log";
     const std::string ask = "'" + program + "' --ask 127.0.0.1:" + port;
     // One client says nothing, one babbles without an end of line; neither holds up the others.
-    const zu_test::outcome result = zu_test::run_command(
-        program + " --for 20 --trace --log " + log + " --log-size 500 --log-keep 3 --port " + port + " "
-        + path_ + " >" + path_ + ".out & sleep 1; (exec 3<>/dev/tcp/127.0.0.1/" + port
-        + "; sleep 5) 2>/dev/null & " + "(head -c 100000 /dev/zero >/dev/tcp/127.0.0.1/" + port
-        + ") 2>/dev/null & sleep 2; " + ask + " 'run job'; " + ask + " status; " + ask + " 'run nothing'; "
-        + ask + " stop; wait %1; cat " + path_ + ".out");
+    const outcome result =
+        run_command(program + " --for 20 --trace --log " + log + " --log-size 500 --log-keep 3 --port " + port
+                    + " " + path_ + " >" + path_ + ".out & sleep 1; (exec 3<>/dev/tcp/127.0.0.1/" + port
+                    + "; sleep 5) 2>/dev/null & " + "(head -c 100000 /dev/zero >/dev/tcp/127.0.0.1/" + port
+                    + ") 2>/dev/null & sleep 2; " + ask + " 'run job'; " + ask + " status; " + ask
+                    + " 'run nothing'; " + ask + " stop; wait %1; cat " + path_ + ".out");
     for (const char* text :
          {"job runs\n", "job: ", "next 2037-01-01 00:00:00\n", "no task is called \"nothing\"\n",
           "stopping\n", "by request  job  done\n", "->>: carry_out(): tick\n"})
@@ -182,12 +170,12 @@ TEST_F(taskd, tells_how_it_is_used) {
                               "--state --name",
                               "--uninstall --single s",
                               "--ask h:1 --name n a"}) {
-        const zu_test::outcome result = zu_test::run_command(program + " " + wrong);
+        const outcome result = run_command(program + " " + wrong);
         EXPECT_EQ(result.exit_code, 2) << wrong;
         EXPECT_EQ(result.error_output.rfind("usage: taskd ", 0), 0u) << wrong;
         EXPECT_EQ(result.output, "") << wrong;
     }
-    const zu_test::outcome missing = run("--next");
+    const outcome missing = run("--next");
     EXPECT_EQ(missing.exit_code, 1);
     EXPECT_EQ(missing.error_output, path_ + ": There is no file of that name.\n");
 }
@@ -197,8 +185,8 @@ TEST_F(taskd, runs_once_under_a_name_and_again_after_a_killed_one) {
     place_.write("tasks.txt", "");
     const std::string name = "taskd test " + std::to_string(getpid());
     for (bool is_known : {false, true}) {
-        ZU_lock_process known = is_known ? ZU_lock_process_create(zu_test::wide(name).c_str()) : nullptr;
-        const zu_test::outcome result = script("name='" + name + R"('
+        ZU_lock_process known = is_known ? ZU_lock_process_create(wide(name).c_str()) : nullptr;
+        const outcome result = script("name='" + name + R"('
             begin() { rm -f out; $taskd --single "$name" >out & until grep -qs 'tasks of ' out; do sleep 0.05; done; }
             again() { $taskd --single "$name" --for 0 >/dev/null; echo -n "$? "; }
             begin; again; kill $!; wait $!; echo -n "$? "; again
@@ -233,7 +221,7 @@ TEST_F(taskd, finds_its_file_in_the_registry) {
             std::ofstream(path) << "Windows Registry Editor Version 5.00\n\n"
                                    "[HKEY_LOCAL_MACHINE\\Software\\zu\\taskd]\n"
                                 << row.registry << '\n';
-        const zu_test::outcome result = script("$taskd --next " + row.options + " 2>&1 | tail -n 1");
+        const outcome result = script("$taskd --next " + row.options + " 2>&1 | tail -n 1");
         EXPECT_EQ(result.output.rfind(row.last_line, 0), 0u) << row.registry << result.output;
     }
     std::filesystem::remove(path);
@@ -246,7 +234,7 @@ TEST_F(taskd, lives_as_a_service) {
     place_.write("my tasks/tasks.txt", "a | interval 0:0:1 | 2024-01-01 00:00 | | print tick\nwrong\n");
     const std::string port = std::to_string(20000 + getpid() % 20000);
     // Silent clients, one more than are served at once, keep it from ending for six seconds: it has to ask for them.
-    const zu_test::outcome result = script("port=" + port + R"(; cd 'my tasks'; exec 2>&1
+    const outcome result = script("port=" + port + R"(; cd 'my tasks'; exec 2>&1
         does() { $taskd --name mine "$@"; }
         does --state; does --start; does --uninstall
         does --install --log ../log --single "taskd $port" --port $port ../my\ tasks/tasks.txt
@@ -269,7 +257,7 @@ TEST_F(taskd, lives_as_a_service) {
 
 TEST_F(taskd, as_a_service_gets_the_words_that_it_was_given) {
     place_.make_directory("a b");
-    const zu_test::outcome result = script(R"(cd 'a b'; exec 2>&1
+    const outcome result = script(R"(cd 'a b'; exec 2>&1
         $taskd --install --single 'x\\" \y' --log '..\' --trace --for 7 z; $taskd --start; $taskd --state
         $taskd --install --name lost /no/such/z; $taskd --install --name without --log ../log; cd ..
         $taskd --start --name without; grep -o 'tasks.txt: .*' log.errors)");
@@ -284,7 +272,7 @@ TEST_F(taskd, as_a_service_gets_the_words_that_it_was_given) {
     std::u16string words;
     for (const std::u16string& word : platform::command_line(record.command_line).arguments)
         words += word + u'|';
-    EXPECT_EQ(zu_test::narrow(words), "--single|x\\\\\" \\y|--log|T:\\|--trace|--for|7|T:\\a b\\z|");
+    EXPECT_EQ(narrow(words), "--single|x\\\\\" \\y|--log|T:\\|--trace|--for|7|T:\\a b\\z|");
 }
 
 } // namespace

@@ -1,15 +1,7 @@
 // Helpers on plain texts: tokens, splitting, trimming, numbers, short names, hashing, wildcards.
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/results.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
-
-using zu_test::taken;
 
 using texts = std::vector<std::u16string>;
 

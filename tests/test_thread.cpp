@@ -1,18 +1,7 @@
 // Threads, their ends and exit codes, stacks, sleeping, clocks and identifiers.
 #include <pthread.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/process.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -75,7 +64,7 @@ TEST(threads, running_ones_and_their_identifiers) {
         },
         &own, 0, &identifier));
     ASSERT_NE(thread, nullptr);
-    zu_test::wait_until_asleep(static_cast<int>(identifier));
+    wait_until_asleep(static_cast<int>(identifier));
     platform::DWORD code = 0;
     EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
     EXPECT_EQ(code, STILL_ACTIVE);
@@ -117,9 +106,9 @@ TEST(threads, stack_sizes_are_reservations_with_a_floor) {
 }
 
 TEST(threads, a_stack_that_does_not_fit_fails_with_code_8) {
-    if (zu_test::address_space_is_not_limited())
+    if (address_space_is_not_limited())
         GTEST_SKIP() << "a sanitizer's shadow memory does not live under an address-space limit";
-    const zu_test::outcome child = zu_test::run_child([] {
+    const outcome child = run_child([] {
         const rlimit limit{1u << 30, 1u << 30};
         setrlimit(RLIMIT_AS, &limit);
         SetLastError(0);
@@ -136,7 +125,7 @@ TEST(identifiers, are_new_in_a_forked_child) {
                && ZU_get_current_thread_id() == static_cast<uint32_t>(gettid());
     };
     EXPECT_TRUE(are_the_hosts());
-    EXPECT_EQ(zu_test::run_child([&] { _exit(are_the_hosts() ? 0 : 1); }).exit_code, 0);
+    EXPECT_EQ(run_child([&] { _exit(are_the_hosts() ? 0 : 1); }).exit_code, 0);
 }
 
 TEST(clocks, sleep_lasts_at_least_as_long_as_asked) {

@@ -1,26 +1,5 @@
 // Local time both ways, file times, and the text forms of dates.
-#include <sched.h>
-#include <sys/mount.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <random>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "platform/platform.h"
-#include "support/process.h"
-#include "support/results.h"
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -266,7 +245,7 @@ TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
 }
 
 TEST(zone_setting, a_changed_system_zone_is_seen) {
-    const zu_test::outcome child = zu_test::run_child([] {
+    const outcome child = run_child([] {
         set_zone(nullptr);
         const int before = hour_now_at_0();
         const char* other = before == 5 ? "/usr/share/zoneinfo/UTC" : "/usr/share/zoneinfo/Asia/Kolkata";
@@ -302,7 +281,7 @@ TEST(zone_setting, threads_agree_with_a_zone_that_changes_under_them) {
         for (size_t n = 0; n < weeks; ++n)
             ASSERT_EQ(shown(static_cast<ZU_time_t>(n) * week), expected[0][n]);
     };
-    zu_test::crew readers;
+    crew readers;
     for (int i = 0; i < 4; ++i)
         readers.add(read);
     for (int flip = 1; flip <= 40; ++flip) {
@@ -375,8 +354,7 @@ TEST(system_time, is_checked_and_round_trips) {
     // clang-format on
     FILETIME file_time = file_time_of(77);
     for (const SYSTEMTIME& time : refused) {
-        EXPECT_EQ(zu_test::code_of(platform::SystemTimeToFileTime(&time, &file_time)), 87u)
-            << &time - refused;
+        EXPECT_EQ(code_of(platform::SystemTimeToFileTime(&time, &file_time)), 87u) << &time - refused;
     }
     EXPECT_EQ(units_of(file_time), 77);
     SYSTEMTIME back{};

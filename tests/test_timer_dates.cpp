@@ -1,16 +1,6 @@
 // Firings of every kind over ten years and the changes of daylight saving, beside dates worked out here by plain
 // calendar arithmetic.
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <initializer_list>
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 

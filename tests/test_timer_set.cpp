@@ -1,14 +1,5 @@
 // The timer set: its list, its thread, run-now requests, and callbacks that reach back into the set.
-#include <atomic>
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/threads.h"
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 
@@ -176,7 +167,7 @@ TEST(timer_set, run_now_needs_no_schedule) {
     std::vector<ZU_timer*> timers;
     for (task& t : tasks)
         timers.push_back(set.add(not_for_years(), t));
-    zu_test::crew callers;
+    crew callers;
     set.visit([&](task&) { // under the lock, so that all of them find it held and no request pending
         for (ZU_timer* timer : timers)
             callers.add([&set, timer] { ZU_timer_set_run_now(&set, timer); });
@@ -244,7 +235,7 @@ TEST(timer_set, serves_many_threads_at_once) {
     set.add(every_second(), due);
     ASSERT_TRUE(ZU_timer_set_startup(&set));
     std::atomic<bool> stop{false};
-    zu_test::crew threads;
+    crew threads;
     for (int key = 1; key <= 4; ++key) {
         threads.add([&, key] {
             task own(key);

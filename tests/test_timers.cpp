@@ -1,14 +1,5 @@
 // The corners of the timer model: texts, lateness, the grid, the last firing, ends, and how far the search looks.
-#include <chrono>
-#include <climits>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "zu/zu.h"
+#include "support/test.h"
 
 namespace {
 

@@ -1,22 +1,8 @@
 // Transports: construction and its failures, time-outs, lost peers, many connections at once.
-#include <sys/resource.h>
-
-#include <atomic>
-#include <memory>
-#include <numeric>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "support/network.h"
-#include "support/threads.h"
+#include "support/test.h"
 #include "zu/zu_trans.h"
 
 namespace {
-
-using namespace zu_test;
 
 constexpr timeval no_time{0, 0};
 constexpr timeval short_time{0, 50000};
