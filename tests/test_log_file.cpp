@@ -298,8 +298,6 @@ void write_from_four_processes(bool gated) {
         if (gated) {
             ASSERT_LE(kept.size(), reported.size());
             EXPECT_TRUE(std::equal(kept.rbegin(), kept.rend(), reported.rbegin())) << "without a gap";
-        } else if (!kept.empty()) {
-            EXPECT_EQ(kept.back(), reported.back()) << "the latest record is there";
         }
     }
 }
