@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "platform/error.h"
+#include "platform/thread_own.h"
 #include "platform/utf8.h"
 
 namespace platform {
@@ -92,8 +93,6 @@ private:
     iconv_t to_wide_ = no_converter;
     iconv_t from_wide_ = no_converter;
 };
-
-thread_local converter thread_converter;
 
 // One step of the host's converter, as far as the input or a small output area goes; 0 or errno. A null input writes
 // what leads back to the initial shift state.
@@ -180,7 +179,7 @@ const single_byte_set& environment_set() {
 } // namespace
 
 const std::string& environment_charset() {
-    static const std::string charset = find_charset();
+    static const std::string& charset = *new std::string(find_charset()); // for exit handlers as well
     return charset;
 }
 
@@ -200,7 +199,7 @@ bool charset_from_wide(const WCHAR* wide, size_t count, bounded_output<char>& ou
         }
         return true;
     }
-    const iconv_t descriptor = thread_converter.from_wide();
+    const iconv_t descriptor = thread_own<converter>::get().from_wide();
     if (descriptor == no_converter)
         return false;
     const char* in = reinterpret_cast<const char*>(wide);
@@ -227,7 +226,7 @@ bool charset_to_wide(const char* narrow, size_t count, bounded_output<WCHAR>& ou
             out.put(set.wide_of_byte[static_cast<unsigned char>(*at)]);
         return true;
     }
-    const iconv_t descriptor = thread_converter.to_wide();
+    const iconv_t descriptor = thread_own<converter>::get().to_wide();
     if (descriptor == no_converter)
         return false;
     const char* in = narrow;

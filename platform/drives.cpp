@@ -13,6 +13,7 @@
 #include "platform/directory_scan.h"
 #include "platform/error.h"
 #include "platform/host_dir.h"
+#include "platform/thread_own.h"
 
 namespace platform {
 
@@ -80,7 +81,7 @@ void load(drive_memory& memory) {
 
 // The thread's memory, read anew when it is old or the host directory is another one.
 drive_memory& memory(bool read_anew = false) {
-    thread_local drive_memory mine;
+    drive_memory& mine = thread_own<drive_memory>::get();
     const char* host = host_directory();
     timespec now;
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);

@@ -14,6 +14,7 @@
 
 #include "platform/api/text.h"
 #include "platform/socket_error.h"
+#include "platform/thread_own.h"
 
 namespace platform {
 
@@ -112,8 +113,6 @@ struct host_record {
     }
 };
 
-thread_local host_record record;
-
 // The addresses of this computer: those that others can reach it by, else the loopback.
 std::vector<in_addr> own_addresses() {
     std::vector<in_addr> found;
@@ -142,6 +141,7 @@ DWORD code_of_lookup(int resolver_error, int error) {
 }
 
 hostent* look_up(const char* name) {
+    host_record& record = thread_own<host_record>::get();
     std::vector<char>& storage = record.resolver_storage;
     storage.resize(std::max<size_t>(storage.size(), 1024));
     for (;;) {
@@ -167,6 +167,7 @@ hostent* gethostbyname(const char* name) {
     if (!sockets_started())
         return nullptr;
     const std::string own = host_name();
+    host_record& record = thread_own<host_record>::get();
     const bool own_name = name && strcasecmp(name, own.c_str()) == 0 && own != "localhost";
     if (!name || !*name || own_name) {
         record.name = own;

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include "platform/thread_own.h"
+
 namespace platform {
 
 namespace {
@@ -13,7 +15,10 @@ namespace {
 constexpr DWORD every_access = 0xFFFFFFFF;
 constexpr DWORD group_attributes = 0x7; // mandatory, enabled by default, enabled
 
-thread_local std::shared_ptr<const identity> impersonated;
+// Empty: the thread stands for its process.
+std::shared_ptr<const identity>& impersonated() {
+    return thread_own<std::shared_ptr<const identity>>::get();
+}
 
 std::shared_ptr<const identity> this_process() {
     std::vector<gid_t> groups(1, getegid());
@@ -55,7 +60,7 @@ BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* out) {
 BOOL OpenThreadToken(HANDLE thread, DWORD access, BOOL, HANDLE* out) {
     if (thread != GetCurrentThread())
         return refuse(ERROR_INVALID_HANDLE);
-    return impersonated ? open_token(impersonated, access, out) : refuse(ERROR_NO_TOKEN);
+    return impersonated() ? open_token(impersonated(), access, out) : refuse(ERROR_NO_TOKEN);
 }
 
 BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID out, DWORD size,
@@ -90,12 +95,12 @@ BOOL ImpersonateLoggedOnUser(HANDLE handle) {
     const token* user = object_of<token>(handle);
     if (!user)
         return FALSE;
-    impersonated = user->of();
+    impersonated() = user->of();
     return TRUE;
 }
 
 BOOL RevertToSelf() {
-    impersonated.reset();
+    impersonated().reset();
     return TRUE;
 }
 
