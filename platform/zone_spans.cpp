@@ -1,10 +1,12 @@
 // The local zone's spans of constant offset. Their data is the C library's, so zone files, rules in TZ and the system's
 // zone mean here what they mean to every program of the host.
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -12,6 +14,8 @@
 #include <utility>
 
 #include "platform/civil.h"
+#include "platform/descriptor.h"
+#include "platform/thread_own.h"
 #include "platform/zone.h"
 
 namespace platform {
@@ -33,7 +37,11 @@ zone_span ask(int64_t time) {
     ::tm local{};
     if (!localtime_r(&host_time, &local))
         return {time, time + 1, 0, false};
-    return {time, time + 1, static_cast<int32_t>(local.tm_gmtoff), local.tm_isdst > 0};
+    // By the fields, not by what the zone calls its offset: a zone may also count leap seconds.
+    const int64_t days = civil::days_of(local.tm_year + int64_t{1900}, local.tm_mon + 1, local.tm_mday);
+    const int64_t shown =
+        days * civil::seconds_per_day + local.tm_hour * hour + local.tm_min * 60 + local.tm_sec;
+    return {time, time + 1, static_cast<int32_t>(shown - time), local.tm_isdst > 0};
 }
 
 bool same_offset(const zone_span& one, const zone_span& other) {
@@ -50,6 +58,12 @@ int64_t change_between(int64_t low, int64_t high) {
     return high;
 }
 
+// The C library reads the zone's file, and takes UTC in its place when it has no descriptor for that.
+bool system_zone_can_be_read() {
+    const descriptor file(::open(system_zone_file, O_RDONLY | O_CLOEXEC));
+    return file || (errno != EMFILE && errno != ENFILE && errno != ENOMEM);
+}
+
 int64_t coarse_milliseconds() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
@@ -62,24 +76,17 @@ constinit std::mutex host_zone;
 [[maybe_unused]] const int fork_handlers =
     pthread_atfork([] { host_zone.lock(); }, [] { host_zone.unlock(); }, [] { host_zone.unlock(); });
 
-// A plain pointer is there for a thread's last breath as well; the guard beside it releases what it points to.
-constinit thread_local zone* thread_zone = nullptr;
-
-struct thread_zone_guard {
-    ~thread_zone_guard() { delete std::exchange(thread_zone, nullptr); }
-    void arm() {}
-};
-thread_local thread_zone_guard guard;
-
 } // namespace
 
-// Brackets questions to the C library: makes it read the setting that this zone stands for, and when another
-// thread has changed the setting meanwhile, the answers serve the present call and are then forgotten. One thread asks
-// at a time, since a second one might make the C library read another setting in between.
+// Brackets questions to the C library: makes it read the setting that this zone stands for, and when it could not, or
+// another thread has changed the setting meanwhile, the answers serve the present call and are then forgotten. One
+// thread asks at a time, since a second one might make the C library read another setting in between.
 class zone::question {
 public:
     explicit question(zone& asked) : zone_(asked) {
         host_zone.lock();
+        if (zone_.setting_.from_system && !system_zone_can_be_read())
+            zone_.usable_ = false;
         ::tzset();
     }
     ~question() {
@@ -112,15 +119,13 @@ zone_setting zone_setting::now() {
 }
 
 zone& zone::of_environment() {
-    if (thread_zone && thread_zone->is_set_now())
-        return *thread_zone;
-    guard.arm();
-    delete std::exchange(thread_zone, nullptr);
-    return *(thread_zone = new zone(zone_setting::now()));
+    zone* known = thread_own<zone>::known();
+    return known && known->is_set_now() ? *known : thread_own<zone>::renew(new zone(zone_setting::now()));
 }
 
 zone& zone::of_thread() {
-    return thread_zone ? *thread_zone : of_environment();
+    zone* known = thread_own<zone>::known();
+    return known ? *known : of_environment();
 }
 
 zone::zone(zone_setting setting) : setting_(std::move(setting)) {
