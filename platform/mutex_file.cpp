@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
+#include <utility>
 
 #include "platform/api/threads.h"
 #include "platform/error.h"
@@ -71,12 +72,15 @@ bool set_rights(int file, bool for_everyone) {
 // refused at a lock for everyone.
 descriptor create_file(const std::string& path, bool for_everyone) {
     descriptor file(::open(folder, O_RDWR | O_CLOEXEC | O_TMPFILE, for_owner));
-    const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
-    if (file
-        && (fchmod(file.get(), mode_of(for_everyone)) != 0
-            || linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0))
+    if (!file || fchmod(file.get(), mode_of(for_everyone)) != 0)
         return {};
-    return file;
+    if (linkat(file.get(), "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0)
+        return file;
+    if (errno != ENOENT) // so it says to an ordinary user
+        return {};
+    const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
+    const bool linked = linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+    return linked ? std::move(file) : descriptor();
 }
 
 std::string path_of(const std::u16string& name) {
@@ -273,7 +277,19 @@ void mutex_file::abandon() {
     set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, ownership);
 }
 
+void mutex_file::reopen(const std::u16string& name) {
+    if (!file_)
+        return;
+    struct stat status;
+    const bool for_everyone = fstat(file_.get(), &status) == 0 && (status.st_mode & for_all) == for_all;
+    munmap(mapping_, held_at + sizeof is_free);
+    bool existed;
+    open(name, true, for_everyone, existed);
+}
+
 void mutex_file::close() {
+    if (!file_)
+        return;
     if (set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, initialisation) && try_lock(file_.get(), liveness)
         && is_still_named())
         unlink(path_.c_str());

@@ -27,6 +27,10 @@ public:
     void unlock();
     void abandon(); // gives the lock up as if the owner had died
 
+    // In a forked child: gives up what it shares with its parent, the parent's lock with it, and opens the file as the
+    // process of its own that it is. Where that fails, so does every call from here on.
+    void reopen(const std::u16string& name);
+
     // Ends the use of the file; the last one removes it. A lock that is held is given up as if its owner had died.
     void close();
 

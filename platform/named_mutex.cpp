@@ -48,10 +48,6 @@ std::mutex& list_lock() {
     return *lock;
 }
 
-// A child forked while another thread holds the lock must find it free.
-[[maybe_unused]] const int fork_handlers =
-    pthread_atfork([] { list_lock().lock(); }, [] { list_lock().unlock(); }, [] { list_lock().unlock(); });
-
 std::map<std::u16string, shared_pointer>& mutexes_by_name() {
     static auto* const list = new std::map<std::u16string, shared_pointer>;
     return *list;
@@ -122,6 +118,24 @@ struct mutex_handle : object {
     const DWORD access;
 };
 
+// A forked child is a process of its own: it owns no named mutex, whatever its parent does, and none of the threads
+// that may have been at the gate exists in it.
+void start_as_child() {
+    for (const auto& [name, mutex] : mutexes_by_name()) {
+        mutex->owner.store(0, std::memory_order_relaxed);
+        mutex->depth = 0;
+        mutex->gate = new shared_mutex::gate_event; // the old one may be in use for ever
+        mutex->file.reopen(name);
+    }
+    if (owned_list* const owned = owned_by_this_thread())
+        std::erase_if(*owned, [](const shared_pointer& one) { return !one->name.empty(); });
+    list_lock().unlock();
+}
+
+// A child forked while another thread holds the lock must find it free.
+[[maybe_unused]] const int fork_handlers =
+    pthread_atfork([] { list_lock().lock(); }, [] { list_lock().unlock(); }, start_as_child);
+
 // A call that uses the mutex of a handle.
 class running_call {
 public:
@@ -143,6 +157,19 @@ public:
     shared_pointer mutex; // null: the handle is not that of a mutex
     DWORD access = 0;
 };
+
+} // namespace
+
+namespace {
+
+// Keeps it among those that its thread owns, in place of those that were closed while they were owned.
+void add_owned(owned_list& owned, const shared_pointer& mutex) {
+    if (!owned.empty()) {
+        const std::lock_guard<std::mutex> held(list_lock());
+        std::erase_if(owned, [](const shared_pointer& one) { return one->users == 0; });
+    }
+    owned.push_back(mutex);
+}
 
 } // namespace
 
@@ -179,7 +206,7 @@ DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
     mutex->abandoned = false;
     mutex->depth = 1;
     mutex->owner.store(self, std::memory_order_relaxed);
-    owned->push_back(call.mutex);
+    add_owned(*owned, call.mutex);
     return abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
 }
 
@@ -295,7 +322,7 @@ BOOL ReleaseMutex(HANDLE handle) {
     if (--mutex->depth > 0)
         return TRUE;
     owned_list& owned = *owned_by_this_thread();
-    owned.erase(std::find(owned.begin(), owned.end(), call.mutex));
+    owned.erase(std::find(owned.rbegin(), owned.rend(), call.mutex).base() - 1); // mostly the latest
     mutex->owner.store(0, std::memory_order_relaxed);
     if (!mutex->name.empty())
         mutex->file.unlock();
