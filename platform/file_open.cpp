@@ -37,6 +37,15 @@ int open_call(place& where, int flags) {
         [&](int at, const char* path) { return openat(at, path, flags | O_CLOEXEC | O_NOCTTY, 0666); });
 }
 
+// Writing to a pipe or a device: it is opened for just that. Who can also read does not wait for a reader, and never
+// learns that it is gone.
+bool is_only_written_to(place& where, const open_request& request) {
+    struct stat status;
+    const auto look = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
+    return request.writes && !request.reads && where.attempt(look) == 0 && !S_ISREG(status.st_mode)
+           && !S_ISDIR(status.st_mode);
+}
+
 // Opens what is there, with more rights than asked for where that helps: who writes also reads, for its locks.
 DWORD open_existing(place& where, const open_request& request, descriptor_rights& rights, descriptor& out) {
     if (!touches_data(request)) {
@@ -45,6 +54,9 @@ DWORD open_existing(place& where, const open_request& request, descriptor_rights
     } else if (!request.writes && !truncates(request)) {
         rights = {true, false};
         out = descriptor(open_call(where, O_RDONLY | request.host_flags));
+    } else if (is_only_written_to(where, request)) {
+        rights = {false, true};
+        out = descriptor(open_call(where, O_WRONLY | request.host_flags));
     } else {
         rights = {true, true};
         out = descriptor(open_call(where, O_RDWR | request.host_flags));
@@ -191,13 +203,6 @@ DWORD set_new_attributes(place& where, const open_request& request, const opened
     return code;
 }
 
-// Writing to a pipe or a device: it is opened for just that, since who can also read never learns that the reader is
-// gone.
-DWORD open_for_writing_only(place& where, opened_file& opened) {
-    opened.number = descriptor(open_call(where, O_WRONLY));
-    return opened.number ? ERROR_SUCCESS : where.code_of(errno);
-}
-
 DWORD check_syntax(const place& where, const open_request& request) {
     if (where.is_volume())
         return ERROR_ACCESS_DENIED;
@@ -240,9 +245,6 @@ DWORD open_place(place& where, const open_request& request, opened_file& out) {
         code = ERROR_SHARING_VIOLATION;
     if (code == ERROR_SUCCESS && !out.existed && (request.attributes & ~FILE_ATTRIBUTE_NORMAL))
         code = set_new_attributes(where, request, out);
-    if (code == ERROR_SUCCESS && out.existed && request.writes && !request.reads
-        && !S_ISREG(out.status.st_mode) && !S_ISDIR(out.status.st_mode))
-        code = open_for_writing_only(where, out);
     return code;
 }
 
