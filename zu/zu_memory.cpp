@@ -11,6 +11,7 @@ FILE* error_stream = nullptr; // null: standard error
 
 [[noreturn]] void report_and_abort(uint32_t bytes) {
     const int error = errno; // that of the failed call, before anything here can change it
+    const platform::quiet_pipes quiet;
     FILE* stream = error_stream ? error_stream : stderr;
     std::fprintf(stream, "error (ZU_memory):Failed to allocate memory. size:%lu. errno:%d.\n",
                  static_cast<unsigned long>(bytes), error);
@@ -88,5 +89,6 @@ FILE* ZU_fopen(const ZU_wchar* path, const ZU_wchar* mode) {
 }
 
 int32_t ZU_fclose(FILE* stream) {
+    const platform::quiet_pipes quiet;
     return platform::fclose(stream);
 }
