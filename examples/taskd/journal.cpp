@@ -1,5 +1,6 @@
 #include "journal.h"
 
+#include "failed.h"
 #include "text.h"
 
 namespace {
@@ -44,6 +45,12 @@ journal::~journal() {
     ZU_log_clear_hook();
     ZU_log_write(ZU_LOG_INFO, ZU_W("%u told, %u warnings, %u errors"), counts.told, counts.warned,
                  counts.complained);
+}
+
+void journal::begin(const std::string& text) const {
+    const uint32_t taken_by = ZU_log_write(ZU_LOG_INFO, ZU_W("%s"), wide(text).c_str());
+    if (!error_file.empty() && !(taken_by & ZU_LOG_OUT_FILE))
+        fail("the log");
 }
 
 void tell(const std::string& text) {

@@ -20,6 +20,9 @@ public:
     ~journal();
     journal(const journal&) = delete;
     journal& operator=(const journal&) = delete;
+
+    // Tells the first line, which its file has to take; throws `failed`.
+    void begin(const std::string& text) const;
 };
 
 // Any thread, while a journal is open.

@@ -68,8 +68,8 @@ exit_status run(const options& chosen) {
         return runs_already;
     }
     const journal open(chosen.log);
-    tell(banner());
     try {
+        open.begin(banner());
         return show_and_serve(chosen);
     } catch (const failed& problem) {
         complain(problem.reason); // a service has nobody at its error stream
@@ -114,6 +114,8 @@ int main(int count, char** arguments) {
     } catch (const failed& problem) {
         show_problem(problem.reason);
     }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
+        status = status == fine ? failure : status;
     ZU_shutdown();
     return status;
 }

@@ -177,6 +177,8 @@ void print_help() {
         "\n"
         "Shows when each task of FILE comes next, then runs the tasks when they are due. Without FILE, the\n"
         "registry names it (HKEY_LOCAL_MACHINE\\%s, value %s), or else it is tasks.txt.\n"
+        "The look ahead goes in whole days from a task's start: in a zone with daylight saving, give a start in the\n"
+        "present season, or a season is left out of what is shown.\n"
         "\n",
         settings_key, task_file_value);
     print_options();

@@ -111,19 +111,20 @@ const kind kinds[] = {
      }},
 };
 
+wide_text moment(std::string_view text, std::string_view what) {
+    const wide_text result = wide(text);
+    if (words(text).size() > 2
+        || ZU_read_time_t(result.c_str()) == -1) // which reads no further than the time
+        refuse(text, "is not " + std::string(what) + ": YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]");
+    return result;
+}
+
 // "2024-01-01 09:00", or with an end: "2024-01-01 09:00 to 2030-12-31 23:59".
 void read_span(inputs& in, std::string_view span) {
     const size_t to = span.find(" to ");
-    const std::string_view start = trimmed(span.substr(0, to));
-    in.start = wide(start);
-    if (ZU_read_time_t(in.start.c_str()) == -1)
-        refuse(start, "is not a start: YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]");
-    if (to == span.npos)
-        return;
-    const std::string_view end = trimmed(span.substr(to + 4));
-    in.end = wide(end);
-    if (ZU_read_time_t(in.end.c_str()) == -1)
-        refuse(end, "is not an end: YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]");
+    in.start = moment(trimmed(span.substr(0, to)), "a start");
+    if (to != span.npos)
+        in.end = moment(trimmed(span.substr(to + 4)), "an end");
 }
 
 // "12-25,01-01"
@@ -151,13 +152,13 @@ void read_exclusions(inputs& in, const kind& of, std::string_view text) {
             refuse(what, "has no values");
         const std::string_view values = pairs[i + 1];
         if (what == "hours")
-            in.hours = list(values, 0, 24);
+            in.hours += list(values, 0, 24);
         else if (what == "months")
-            in.months = list(values, 1, 12);
+            in.months += list(values, 1, 12);
         else if (what == "days")
-            in.days = days(values);
+            in.days += days(values);
         else if (what == "weekdays")
-            in.weekdays = weekdays(values);
+            in.weekdays += weekdays(values);
         else
             read_holidays(in.holidays, values);
     }

@@ -64,6 +64,10 @@ scheduler::scheduler(task_list list) : due_(ZU_queue_create(most_waiting)) {
 
 scheduler::~scheduler() {
     ZU_timer_set_destroy(&set_);
+    for (void* waiting = nullptr; ZU_queue_pop(due_, &waiting, 0, nullptr);) {
+        const std::unique_ptr<firing> due(static_cast<firing*>(waiting));
+        warn(due->what->job->name + " was due, but taskd ends");
+    }
     for (size_t i = 0; i < workers_.size(); ++i)
         ZU_queue_push(due_, nullptr, ZU_WAIT_INFINITE, nullptr); // the end of one worker
     for (ZU_thread* worker : workers_)

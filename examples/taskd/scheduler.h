@@ -12,7 +12,7 @@
 class scheduler {
 public:
     explicit scheduler(task_list list);
-    ~scheduler(); // the workers finish what they have begun
+    ~scheduler(); // the workers finish what they have begun, and leave what waits
     scheduler(const scheduler&) = delete;
     scheduler& operator=(const scheduler&) = delete;
 

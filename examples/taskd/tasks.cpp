@@ -54,17 +54,21 @@ public:
     line_reader& operator=(const line_reader&) = delete;
 
     bool is_open() const { return file_ != nullptr; }
-    bool next(std::string_view& line) {
+    bool next(std::string_view& line) { // false at the end, or when reading fails
+        constexpr uint32_t whole = UINT32_MAX;
         uint32_t length = 0;
         ZU_bool is_short = 0;
-        const char* text = ZU_get_line_i(file_, &buffer_, &length, &is_short, ZU_GET_LINE_MAX);
+        const char* text = ZU_get_line_i(file_, &buffer_, &length, &is_short, whole);
+        has_failed_ = !text && !is_short;
         line = text ? std::string_view(text, length) : std::string_view();
         return text != nullptr;
     }
+    bool has_failed() const { return has_failed_; }
 
 private:
     ZU_file* file_;
     ZU_buf buffer_{};
+    bool has_failed_ = false;
 };
 
 } // namespace
@@ -88,6 +92,8 @@ task_list read_tasks(const std::string& path, void (*report)(const std::string&)
             result.is_complete = false;
         }
     }
+    if (file.has_failed())
+        fail(path);
     return result;
 }
 
