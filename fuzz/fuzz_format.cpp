@@ -1,9 +1,5 @@
 // Formats of any kind over arguments that every conversion can take: pointers to texts. Areas of every size, which
 // must be filled as the measured length says.
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <string>
 #include <utility>
 
 #include "fuzz/check.h"

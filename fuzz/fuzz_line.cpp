@@ -1,10 +1,7 @@
 // The line reader over random bytes, against a reading of the same bytes in memory. The first byte chooses the limit.
-#include <algorithm>
-#include <cstdint>
-#include <string>
-#include <string_view>
-
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "fuzz/check.h"
 #include "zu/zu.h"
@@ -15,12 +12,10 @@ constexpr uint32_t limits[] = {1, 2, 3, 127, 128, 129, 255, 256, 257, 1000, ZU_G
 
 // A file that lives as long as the process and is filled anew for every input.
 ZU_file* scratch_file() {
-    std::u16string path = u"C:\\tmp\\fuzz_line.";
-    for (char digit : std::to_string(getpid()))
-        path += static_cast<char16_t>(digit);
-    ZU_file* file = ZU_open_file(path.c_str(), ZU_FILE_READ | ZU_FILE_WRITE | ZU_FILE_CREATE_ALWAYS, nullptr);
-    check(file != nullptr);
-    unlink(("/tmp/fuzz_line." + std::to_string(getpid())).c_str());
+    const std::string name = "fuzz_line." + std::to_string(getpid());
+    ZU_file* file = ZU_open_file((u"C:\\tmp\\" + std::u16string(name.begin(), name.end())).c_str(),
+                                 ZU_FILE_READ | ZU_FILE_WRITE | ZU_FILE_CREATE_ALWAYS, nullptr);
+    check(file != nullptr && unlink(("/tmp/" + name).c_str()) == 0);
     return file;
 }
 
@@ -42,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     static ZU_file* file = scratch_file();
     static ZU_buf buffer = {};
-    const uint32_t limit = limits[data[0] % (sizeof limits / sizeof limits[0])];
+    const uint32_t limit = limits[data[0] % std::size(limits)];
     std::string_view rest(reinterpret_cast<const char*>(data) + 1, size - 1);
 
     uint32_t done = 0;

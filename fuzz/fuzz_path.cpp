@@ -1,10 +1,5 @@
 // Paths, names and patterns: whatever the text, a path stays on its drive, a name comes back as it was, and matching
 // agrees with a plain model.
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
 #include "fuzz/check.h"
 #include "platform/case_fold.h"
 #include "platform/name_map.h"
@@ -22,9 +17,8 @@ void check_path(const std::u16string& text, path_use use) {
         return;
     check(path.root_size == 0); // C: is /
     check(path.host.find('\0') == std::string::npos);
-    check((path.host + '/').find("//") == std::string::npos);
-    check((path.host + '/').find("/./") == std::string::npos);
-    check((path.host + '/').find("/../") == std::string::npos);
+    for (const char* component : {"//", "/./", "/../"})
+        check((path.host + '/').find(component) == std::string::npos);
     check(path.is_root == (path.host.empty() && path.pattern.empty()));
     check(use == path_use::search || path.pattern.empty());
 }
@@ -45,20 +39,14 @@ void check_names(const std::string& host, const std::u16string& wide) {
     }
 }
 
-bool model_rest(wide_view pattern) {
-    if (pattern.empty())
-        return true;
-    if (pattern[0] == u'*' || pattern[0] == u'?')
-        return model_rest(pattern.substr(1));
-    return pattern[0] == u'.' && pattern.size() > 1 && (pattern[1] == u'*' || pattern[1] == u'?')
-           && model_rest(pattern.substr(1));
-}
-
 bool model(wide_view pattern, wide_view name) {
-    if (name.empty())
-        return model_rest(pattern);
     if (pattern.empty())
-        return false;
+        return name.empty();
+    if (name.empty()) { // what may stand for nothing is left: stars, marks, and dots before them
+        const size_t next = pattern[0] == u'.' ? 1 : 0;
+        return next < pattern.size() && (pattern[next] == u'*' || pattern[next] == u'?')
+               && model(pattern.substr(next + 1), name);
+    }
     if (pattern[0] == u'*')
         return model(pattern.substr(1), name) || model(pattern, name.substr(1));
     if (pattern[0] == u'?')
@@ -79,23 +67,17 @@ void check_pattern(wide_view pattern, wide_view name) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const bool ready = setenv("ZU_HOST", "/nonexistent", 1) == 0;
     check(ready);
-    std::string bytes;
-    for (size_t i = 0; i < size; ++i)
-        if (data[i] != 0 && data[i] != '/')
-            bytes += static_cast<char>(data[i]);
-    std::u16string wide(size / 2, 0);
-    if (!wide.empty())
-        std::memcpy(wide.data(), data, wide.size() * 2);
-    while (!wide.empty() && wide.find(u'\0') != std::u16string::npos)
-        wide.erase(wide.find(u'\0'), 1);
-
+    std::string bytes(data, data + size);
+    std::erase_if(bytes, [](char c) { return c == 0 || c == '/'; });
+    std::u16string wide = units_of(data, size);
+    std::erase(wide, u'\0');
     // Bytes as units too: most of what matters in a path is ASCII.
     const std::u16string narrow(data, data + size);
     for (const path_use use : {path_use::exact, path_use::search}) {
-        check_path(narrow, use);
-        check_path(u"\\\\?\\C:\\" + narrow, use);
-        check_path(u"\\\\?\\C:\\" + wide, use);
-        check_path(wide, use);
+        for (const std::u16string& text : {narrow, wide}) {
+            check_path(text, use);
+            check_path(u"\\\\?\\C:\\" + text, use);
+        }
     }
     check_names(bytes, wide);
     const wide_view whole = narrow;

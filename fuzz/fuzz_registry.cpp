@@ -1,8 +1,4 @@
 // Registry files of any bytes, through the calls: every value that is there has the size it says.
-#include <cstdint>
-#include <cstdio>
-#include <string>
-
 #include "fuzz/check.h"
 #include "platform/registry.h"
 #include "zu/zu.h"

@@ -1,8 +1,5 @@
-// Patterns, tokens, pieces and message templates of any kind.
+// Patterns, tokens and message templates of any kind.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <string>
 
 #include "fuzz/check.h"
 #include "zu/zu.h"
@@ -10,7 +7,8 @@
 namespace {
 
 void tokens(std::u16string text, const std::u16string& separators) {
-    const std::u16string whole = text;
+    const auto expected = std::count_if(
+        text.begin(), text.end(), [&](ZU_wchar c) { return separators.find(c) == std::u16string::npos; });
     size_t letters = 0;
     ZU_wchar* context = nullptr;
     for (ZU_wchar* token = ZU_strtok(text.data(), separators.c_str(), &context); token;
@@ -18,9 +16,7 @@ void tokens(std::u16string text, const std::u16string& separators) {
         check(*token != 0);
         letters += std::char_traits<ZU_wchar>::length(token);
     }
-    check(letters == static_cast<size_t>(std::count_if(whole.begin(), whole.end(), [&](ZU_wchar c) {
-              return separators.find(c) == std::u16string::npos;
-          })));
+    check(letters == static_cast<size_t>(expected));
 }
 
 // Widths of many digits, and those that an insert's address would give, make texts that no memory holds.
@@ -39,27 +35,12 @@ bool has_a_wide_field(const std::u16string& message) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 1)
         return 0;
-    std::u16string all;
-    for (size_t i = 1; i < size; ++i) {
-        if (data[i])
-            all += static_cast<char16_t>(data[i]);
-    }
-    const std::u16string first = all.substr(0, data[0]);
-    const std::u16string second = all.substr(first.size());
-
-    const std::u16string with_stars = u"*" + second + u"*";
-    check(ZU_wildcard_match(with_stars.c_str(), (first + second + first).c_str())
-          || second.find(u'*') != second.npos);
+    std::u16string all(data + 1, data + size);
+    std::erase(all, u'\0');
+    const std::u16string first = all.substr(0, data[0]), second = all.substr(first.size());
     ZU_wildcard_match(first.c_str(), second.c_str());
     ZU_wildcard_match_win32_file(first.c_str(), second.c_str());
     tokens(second, first);
-    if (!first.empty()) {
-        std::u16string left(second.size() + 1, 0), right(second.size() + 1, 0);
-        if (ZU_split(second.c_str(), first.c_str(), left.data(), right.data(),
-                     static_cast<ZU_wchar*>(nullptr))
-            == 0)
-            check(left.c_str() + first + right.c_str() == second);
-    }
     if (!has_a_wide_field(all)) {
         ZU_s s = nullptr;
         const int32_t length =

@@ -1,11 +1,5 @@
 // Date texts of any code units, under zones that the input chooses: what is read is written as it stands and reads
 // back as the same time, unless the local time exists twice or the day does not exist.
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <string>
-
 #include "fuzz/check.h"
 #include "zu/zu.h"
 
@@ -19,13 +13,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2)
         return 0;
     setenv("TZ", zones[data[0] % 4], 1);
-    std::u16string text;
-    if (data[1] % 2) { // one byte is one unit, so that digits come up often
+    std::u16string text = units_of(data + 2, size - 2);
+    if (data[1] % 2) // one byte is one unit, so that digits come up often
         text.assign(data + 2, data + size);
-    } else {
-        text.resize((size - 2) / 2);
-        std::memcpy(text.data(), data + 2, text.size() * 2);
-    }
     ZU_tm local{};
     const ZU_time_t time = ZU_read_tm(text.c_str(), &local);
     check(time >= -1 && ZU_read_time_t(text.c_str()) == time);

@@ -1,9 +1,4 @@
 // Bytes of any kind as UTF-8, and as wide text: what comes out is well formed, as long as measured, and a fixed point.
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <string>
-
 #include "fuzz/check.h"
 #include "platform/utf8.h"
 
@@ -31,13 +26,9 @@ std::string narrowed(const std::u16string& wide) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string bytes(reinterpret_cast<const char*>(data), size);
-    std::u16string units(size / 2, 0);
-    if (!units.empty())
-        std::memcpy(units.data(), data, units.size() * sizeof(char16_t));
-
     const std::u16string from_bytes = widened(bytes);
     check(widened(narrowed(from_bytes)) == from_bytes);
-    const std::string from_units = narrowed(units);
+    const std::string from_units = narrowed(units_of(data, size));
     check(narrowed(widened(from_units)) == from_units);
     for (size_t at = 0; at < from_units.size();) {
         const platform::utf8_piece piece =
