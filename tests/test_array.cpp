@@ -3,36 +3,19 @@
 
 namespace {
 
-std::vector<std::u16string> texts(const ZU_DA& array) {
-    std::vector<std::u16string> all;
+using list = std::vector<std::u16string>;
+
+list texts(const ZU_DA& array) {
+    list all;
     for (uint32_t i = 0; i < array.count; ++i)
         all.emplace_back(static_cast<const ZU_wchar*>(array.items[i]));
     return all;
 }
 
-void add(ZU_DA& array, const std::u16string& text) {
-    ZU_DADupItem(&array, text.c_str(), static_cast<uint32_t>((text.size() + 1) * sizeof(char16_t)));
-}
-
-using list = std::vector<std::u16string>;
-
-// A record filled by hand, its block no larger than it says.
-TEST(array, adds_to_places_that_the_caller_made) {
-    for (const uint32_t places : {1u, 4u, 12u, 20u}) {
-        ZU_DA array{0, places, static_cast<void**>(ZU_malloc(places * sizeof(void*)))};
-        for (uint32_t i = 0; i < places + 5; ++i)
-            ZU_DANewItem(&array, 1);
-        EXPECT_EQ(array.capacity, places + 8) << places;
-        ZU_DAFreeItems(&array);
-    }
-}
-
 TEST(array, random_adds_and_deletes_against_a_model) {
-    ZU_DA array;
-    std::memset(&array, 0xAB, sizeof array);
-    ZU_DAInit(&array);
+    uint32_t capacity = 5; // places that the caller made, in a block no larger than that
+    ZU_DA array{0, capacity, static_cast<void**>(ZU_malloc(capacity * sizeof(void*)))};
     std::vector<void*> model;
-    uint32_t capacity = 0;
     std::mt19937 random(1);
     for (int round = 0; round < 5000; ++round) {
         if (random() % 5 != 0) {
@@ -55,34 +38,30 @@ TEST(array, random_adds_and_deletes_against_a_model) {
                 ASSERT_EQ(array.items[model.size()], nullptr) << "the place that became free";
             }
         }
-        ASSERT_EQ(array.count, model.size());
-        ASSERT_EQ(array.capacity, capacity) << "in fours, and never less";
+        ASSERT_TRUE(array.count == model.size() && array.capacity == capacity) << "in fours, and never less";
     }
     EXPECT_TRUE(std::equal(model.begin(), model.end(), array.items));
     ZU_DAFreeItems(&array);
     EXPECT_TRUE(array.count == 0 && array.capacity == 0 && array.items == nullptr);
-    EXPECT_FALSE(ZU_DADeleteItemByIndex(&array, 0));
-    EXPECT_FALSE(ZU_DADeleteItemByValue(&array, nullptr));
-    EXPECT_FALSE(ZU_DADeleteStringByContent(&array, u""));
+    EXPECT_FALSE(ZU_DADeleteItemByIndex(&array, 0) || ZU_DADeleteItemByValue(&array, nullptr));
     ZU_DAFreeItems(&array);
 }
 
 TEST(array, lists_of_texts) {
-    ZU_DA array{}, copy{};
-    for (const char16_t* text : {u"a", u"bc", u"", u"bc", u"BC", u"bcd"})
-        add(array, text);
+    ZU_DA array, copy{};
+    std::memset(&array, 0xAB, sizeof array);
+    ZU_DAInit(&array);
+    for (const std::u16string text : {u"a", u"bc", u"", u"bc", u"BC", u"bcd"})
+        ZU_DADupItem(&array, text.c_str(), static_cast<uint32_t>((text.size() + 1) * sizeof(char16_t)));
     EXPECT_EQ(ZU_DADupStrings(&copy, &array), 6u);
     EXPECT_TRUE(ZU_DADeleteStringByContent(&array, u"bc"));
     EXPECT_EQ(texts(array), (list{u"a", u"", u"bc", u"BC", u"bcd"})) << "the first alone";
     EXPECT_TRUE(ZU_DADeleteStringByContent(&array, u""));
-    EXPECT_FALSE(ZU_DADeleteStringByContent(&array, u""));
-    EXPECT_FALSE(ZU_DADeleteStringByContent(&array, u"b"));
+    EXPECT_FALSE(ZU_DADeleteStringByContent(&array, u"") || ZU_DADeleteStringByContent(&array, u"b"));
     EXPECT_EQ(texts(copy), (list{u"a", u"bc", u"", u"bc", u"BC", u"bcd"})) << "copies of their own";
-
     EXPECT_EQ(ZU_DADupStrings(&array, &array), 4u) << "from itself";
     EXPECT_EQ(texts(array), (list{u"a", u"bc", u"BC", u"bcd", u"a", u"bc", u"BC", u"bcd"}));
     ZU_DAFreeItems(&copy);
-    EXPECT_EQ(ZU_DADupStrings(&array, &copy), 0u);
     ZU_DAFreeItems(&array);
 }
 

@@ -24,21 +24,17 @@ TEST(bitset, random_calls_against_a_model) {
             const uint32_t index = random() % (growable ? model.size() + 50 : (size + 7) / 8 * 8);
             if (index >= model.size())
                 model.resize(index + 1, fill);
-            const uint32_t call = random() % 3;
-            const uint8_t old = call == 0   ? ZU_set_bit(bitset, index)
-                                : call == 1 ? ZU_clear_bit(bitset, index)
-                                            : ZU_test_bit(bitset, index);
-            ASSERT_EQ(old, model[index]) << index;
-            if (call != 2)
-                model[index] = call == 0;
+            const auto call = std::array{ZU_test_bit, ZU_clear_bit, ZU_set_bit}[random() % 3];
+            ASSERT_EQ(call(bitset, index), model[index]) << index;
+            if (call != ZU_test_bit)
+                model[index] = call == ZU_set_bit;
             ASSERT_EQ(ZU_bitset_size(bitset), growable ? model.size() : size);
         }
         std::u16string text;
         for (uint32_t i = 0; i < ZU_bitset_size(bitset); ++i)
             text.push_back(model[i] ? u'1' : u'0');
         EXPECT_EQ(text_of(bitset, true), text);
-        std::reverse(text.begin(), text.end());
-        EXPECT_EQ(text_of(bitset, false), text);
+        EXPECT_EQ(text_of(bitset, false), std::u16string(text.rbegin(), text.rend()));
         ZU_free_bitset(bitset);
     }
 }
@@ -47,11 +43,7 @@ TEST(bitset, empty_large_and_null) {
     ZU_bitset* bitset = ZU_new_bitset(0, 1, 1);
     EXPECT_EQ(text_of(bitset, true), u"");
     EXPECT_EQ(ZU_clear_bit(bitset, 1000000), 1) << "a bit that was there to be cleared by growing alone";
-    EXPECT_EQ(ZU_test_bit(bitset, 1000000), 0);
-    EXPECT_EQ(ZU_test_bit(bitset, 999999), 1);
-    const std::u16string text = text_of(bitset, true);
-    EXPECT_EQ(text.size(), 1000001u);
-    EXPECT_EQ(text.find(u'0'), 1000000u);
+    EXPECT_TRUE(text_of(bitset, true) == std::u16string(1000000, u'1') + u'0');
     ZU_free_bitset(bitset);
     ZU_free_bitset(nullptr);
 
