@@ -3,17 +3,20 @@
 
 namespace {
 
+std::string text_of(const uint8_t* block, size_t size) {
+    return {reinterpret_cast<const char*>(block), size};
+}
+
 TEST(fixed_string, the_block_follows_the_length_that_was_held) {
     ZU_fixed_s s = {}, copy = {};
     ZU_fixed_s_create(&s, nullptr);
     EXPECT_EQ(s.text, nullptr);
     ZU_fixed_s_create(&s, u"abcdef");
     const ZU_wchar* block = s.text;
-    ZU_fixed_s_assign(&s, u"ab");
+    ZU_fixed_s_assign(&s, s.text + 5);
     EXPECT_EQ(s.text, block) << "large enough by the length held";
-    ZU_fixed_s_assign(&s, s.text + 1);
-    EXPECT_EQ(std::u16string(s.text), u"b");
-    ZU_fixed_s_assign(&s, s.text + 3); // what is left of "abcdef" behind the terminator, longer than "b"
+    EXPECT_EQ(std::u16string(s.text), u"f");
+    ZU_fixed_s_assign(&s, s.text + 3); // what is left of "abcdef" behind the terminator, longer than "f"
     EXPECT_EQ(std::u16string(s.text), u"def") << "the new block is filled before the old one goes";
     EXPECT_EQ(s.length, 3u);
     ZU_fixed_s_assign_s(&s, &s);
@@ -22,8 +25,7 @@ TEST(fixed_string, the_block_follows_the_length_that_was_held) {
     EXPECT_NE(copy.text, s.text);
     ZU_fixed_s_destroy(&s);
     ZU_fixed_s_assign_s(&copy, &s);
-    EXPECT_EQ(copy.text, nullptr);
-    EXPECT_EQ(copy.length, 0u);
+    EXPECT_TRUE(copy.text == nullptr && copy.length == 0);
 }
 
 TEST(fixed_string, the_serialised_form_counts_bytes_of_the_encoding) {
@@ -32,7 +34,6 @@ TEST(fixed_string, the_serialised_form_counts_bytes_of_the_encoding) {
         uint32_t encoding;
         std::string bytes;
     } rows[] = {{nullptr, ZU_ENCODING_UTF8, std::string("\0\0\0\0", 4)},
-                {u"abc", ZU_ENCODING_ANSI, std::string("\3\0\0\0abc", 7)},
                 {u"\u20ac", ZU_ENCODING_UTF8, std::string("\3\0\0\0\xe2\x82\xac", 7)},
                 {u"abc", 77, std::string("\0\0\0\0", 4)}};
     for (const auto& row : rows) {
@@ -40,7 +41,7 @@ TEST(fixed_string, the_serialised_form_counts_bytes_of_the_encoding) {
         ZU_fixed_s_create(&s, row.text);
         uint8_t* block = nullptr;
         const int32_t size = ZU_fixed_s_to_buffer(&s, row.encoding, &block);
-        EXPECT_EQ(std::string(reinterpret_cast<char*>(block), static_cast<size_t>(size)), row.bytes);
+        EXPECT_EQ(text_of(block, static_cast<size_t>(size)), row.bytes);
         ZU_free(block);
         ZU_fixed_s_destroy(&s);
     }
@@ -51,23 +52,21 @@ TEST(buffer, grows_in_fours_keeps_what_it_is_told_and_hands_over) {
     ZU_buf_append(&b, 0, "", 0);
     EXPECT_EQ(b.data, nullptr);
     uint8_t* data = ZU_buf_get_ex(&b, 5, 0);
-    EXPECT_EQ(b.capacity, 8u);
     EXPECT_EQ(ZU_buf_get_ex(&b, 8, 0), data);
     ZU_buf_append(&b, 0, "12345678", 8);
     ZU_buf_append(&b, 8, "9", 1);
-    EXPECT_EQ(b.capacity, 12u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(b.data), 9), "123456789");
-
+    EXPECT_EQ(text_of(b.data, 9), "123456789");
     data = b.data;
     EXPECT_EQ(ZU_buf_swap(&b, &other), &b);
     EXPECT_EQ(b.data, nullptr);
-    EXPECT_EQ(ZU_buf_swap(&other, &other)->data, data);
     uint32_t capacity = 0;
     EXPECT_EQ(ZU_buf_detach(&other, &capacity), data);
     EXPECT_EQ(capacity, 12u);
     EXPECT_EQ(ZU_buf_detach(&other, nullptr), nullptr);
     ZU_free(data);
-    ZU_buf_destroy(&other);
+    ZU_buf_get_ex(&b, 1, 0);
+    ZU_buf_destroy(&b);
+    EXPECT_TRUE(b.data == nullptr && b.capacity == 0);
     ZU_buf_destroy(nullptr);
 }
 
