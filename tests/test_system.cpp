@@ -7,25 +7,29 @@
 
 namespace {
 
+using namespace std::string_literals;
 using platform::OSVERSIONINFOEXW;
 
-OSVERSIONINFOEXW version_of(uint32_t id, uint32_t major, uint32_t minor, uint8_t product, uint16_t suite,
-                            const std::string& service_pack, uint32_t build) {
-    OSVERSIONINFOEXW version{};
-    version.dwPlatformId = id;
-    version.dwMajorVersion = major;
-    version.dwMinorVersion = minor;
-    version.dwBuildNumber = build;
-    version.wProductType = product;
-    version.wSuiteMask = suite;
-    const std::u16string text = wide(service_pack);
-    std::copy(text.begin(), text.end(), version.szCSDVersion);
-    return version;
-}
+struct version {
+    uint32_t id, major, minor;
+    uint8_t product; // 1 workstation, 2 domain controller, 3 server
+    uint16_t suite;
+    const char16_t* service_pack;
+    uint32_t build = 0x0A280A28;
+};
 
-std::string described(const OSVERSIONINFOEXW& version, bool is_extended = true) {
+std::string described(const version& v, bool is_extended = true) {
+    OSVERSIONINFOEXW record{};
+    record.dwPlatformId = v.id;
+    record.dwMajorVersion = v.major;
+    record.dwMinorVersion = v.minor;
+    record.dwBuildNumber = v.build;
+    record.wProductType = v.product;
+    record.wSuiteMask = v.suite;
+    const std::u16string_view service_pack = v.service_pack;
+    std::copy(service_pack.begin(), service_pack.end(), record.szCSDVersion);
     ZU_s text = nullptr;
-    const bool done = zu::describe_version(version, is_extended, &text);
+    const bool done = zu::describe_version(record, is_extended, &text);
     const std::string copy = done ? narrow(ZU_s_text(text)) : "failed " + std::to_string(GetLastError());
     ZU_s_destroy(&text);
     return copy;
@@ -36,78 +40,65 @@ constexpr const char* registry_file = "../host/registry.reg";
 TEST(description, follows_the_table) {
     const file_place place; // with a registry of its own
     constexpr uint16_t enterprise = 0x2, datacenter = 0x80, personal = 0x200, blade = 0x400;
-    const struct {
-        uint32_t id, major, minor;
-        uint8_t product; // 1 workstation, 2 domain controller, 3 server
-        uint16_t suite;
-        const char *service_pack, *text;
-    } rows[] = {
+    const std::pair<version, std::string> rows[] = {
         // clang-format off
-        {0, 3, 1, 0, 0, "", "Microsoft Win32s"},
-        {3, 5, 1, 1, 0, "x", "Microsoft Windows (Unknown Version)"},
-        {1, 4, 0, 0, 0, "", "Microsoft Windows 95"},       {1, 4, 0, 0, 0, " B", "Microsoft Windows 95 OSR2"},
-        {1, 4, 0, 0, 0, "B", "Microsoft Windows 95"},      {1, 4, 0, 0, 0, " C", "Microsoft Windows 95 OSR2"},
-        {1, 4, 10, 0, 0, "", "Microsoft Windows 98"},      {1, 4, 10, 0, 0, " A", "Microsoft Windows 98 SE"},
-        {1, 4, 91, 0, 0, " A", ""},                        {1, 3, 10, 0, 0, " A", ""},
-        {1, 4, 90, 0, 0, " A", "Microsoft Windows Millennium Edition"},
-        {2, 5, 1, 1, 0, "Service Pack 2", "Microsoft Windows XP Professional Service Pack 2 (Build 2600)"},
-        {2, 5, 1, 1, personal, "", "Microsoft Windows XP Home Edition  (Build 2600)"},
-        {2, 5, 0, 1, blade, "SP", "Microsoft Windows 2000 Professional SP (Build 2600)"},
-        {2, 4, 0, 1, personal, "SP", "Microsoft Windows NT Workstation 4.0 SP (Build 2600)"},
-        {2, 3, 51, 1, 0, "SP", "Microsoft Windows NT Professional SP (Build 2600)"},
-        {2, 5, 2, 3, datacenter | enterprise | blade, "SP",
-         "Microsoft Windows Server 2003, Datacenter Edition SP (Build 2600)"},
-        {2, 5, 2, 2, enterprise | blade, "SP", "Microsoft Windows Server 2003, Enterprise Edition SP (Build 2600)"},
-        {2, 5, 2, 3, blade, "SP", "Microsoft Windows Server 2003, Web Edition SP (Build 2600)"},
-        {2, 5, 2, 3, blade | personal, "SP", "Microsoft Windows Server 2003, Standard Edition SP (Build 2600)"},
-        {2, 5, 2, 1, 0, "SP", "Microsoft Windows Server 2003, Professional SP (Build 2600)"},
-        {2, 5, 0, 3, datacenter | enterprise, "SP", "Microsoft Windows 2000 Datacenter Server SP (Build 2600)"},
-        {2, 5, 0, 2, enterprise, "SP", "Microsoft Windows 2000 Advanced Server SP (Build 2600)"},
-        {2, 5, 0, 3, blade, "SP", "Microsoft Windows 2000 Server SP (Build 2600)"},
-        {2, 4, 0, 3, enterprise, "SP", "Microsoft Windows NT Server 4.0, Enterprise Edition SP (Build 2600)"},
-        {2, 5, 1, 3, datacenter, "SP", "Microsoft Windows XP Server 4.0 SP (Build 2600)"},
-        {2, 6, 0, 1, 0, "SP", "Professional SP (Build 2600)"},
-        {2, 6, 1, 3, enterprise, "SP", "Server 4.0, Enterprise Edition SP (Build 2600)"},
-        {2, 5, 3, 1, personal, "SP", "Home Edition SP (Build 2600)"},
-        {2, 5, 1, 4, personal, "SP", "Microsoft Windows XP SP (Build 2600)"},
-        {2, 4, 0, 3, 0, "Service Pack 6", "Microsoft Windows NT Server 4.0 Service Pack 6 (Build 2600)"},
+        {{0, 3, 1, 0, 0, u""}, "Microsoft Win32s"},     {{3, 5, 1, 1, 0, u"x"}, "Microsoft Windows (Unknown Version)"},
+        {{1, 4, 0, 0, 0, u""}, "Microsoft Windows 95"}, {{1, 4, 0, 0, 0, u" B"}, "Microsoft Windows 95 OSR2"},
+        {{1, 4, 0, 0, 0, u"B"}, "Microsoft Windows 95"}, {{1, 4, 0, 0, 0, u" C"}, "Microsoft Windows 95 OSR2"},
+        {{1, 4, 10, 0, 0, u""}, "Microsoft Windows 98"}, {{1, 4, 10, 0, 0, u" A"}, "Microsoft Windows 98 SE"},
+        {{1, 4, 91, 0, 0, u" A"}, ""},                  {{1, 3, 10, 0, 0, u" A"}, ""},
+        {{1, 4, 90, 0, 0, u" A"}, "Microsoft Windows Millennium Edition"},
+    };
+    const std::pair<version, std::string> nt_rows[] = {
+        {{2, 5, 1, 1, 0, u"Service Pack 2"}, "Microsoft Windows XP Professional Service Pack 2"},
+        {{2, 5, 1, 1, personal, u""}, "Microsoft Windows XP Home Edition "},
+        {{2, 5, 0, 1, blade, u"SP"}, "Microsoft Windows 2000 Professional SP"},
+        {{2, 4, 0, 1, personal, u"SP"}, "Microsoft Windows NT Workstation 4.0 SP"},
+        {{2, 3, 51, 1, 0, u"SP"}, "Microsoft Windows NT Professional SP"},
+        {{2, 5, 2, 3, datacenter | enterprise, u"SP"}, "Microsoft Windows Server 2003, Datacenter Edition SP"},
+        {{2, 5, 2, 2, enterprise | blade, u"SP"}, "Microsoft Windows Server 2003, Enterprise Edition SP"},
+        {{2, 5, 2, 3, blade, u"SP"}, "Microsoft Windows Server 2003, Web Edition SP"},
+        {{2, 5, 2, 3, blade | personal, u"SP"}, "Microsoft Windows Server 2003, Standard Edition SP"},
+        {{2, 5, 0, 3, datacenter | enterprise, u"SP"}, "Microsoft Windows 2000 Datacenter Server SP"},
+        {{2, 5, 0, 2, enterprise, u"SP"}, "Microsoft Windows 2000 Advanced Server SP"},
+        {{2, 5, 0, 3, blade, u"SP"}, "Microsoft Windows 2000 Server SP"},
+        {{2, 4, 0, 3, enterprise, u"SP"}, "Microsoft Windows NT Server 4.0, Enterprise Edition SP"},
+        {{2, 5, 1, 3, datacenter, u"SP"}, "Microsoft Windows XP Server 4.0 SP"},
+        {{2, 6, 0, 1, 0, u"SP"}, "Professional SP"},
+        {{2, 5, 1, 4, personal, u"SP"}, "Microsoft Windows XP SP"},
+        {{2, 4, 0, 3, 0, u"Service Pack 6"}, "Microsoft Windows NT Server 4.0 Service Pack 6"},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(described(version_of(row.id, row.major, row.minor, row.product, row.suite, row.service_pack,
-                                       0x0A280A28)),
-                  row.text);
-    }
+    for (const auto& [version, text] : rows)
+        EXPECT_EQ(described(version), text);
+    for (const auto& [version, text] : nt_rows)
+        EXPECT_EQ(described(version), text + " (Build 2600)");
     place.write(registry_file,
                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Hotfix\\Q246009]\n");
-    EXPECT_EQ(described(version_of(2, 4, 0, 1, 0, "SERVICE PACK 6", 1381)),
+    EXPECT_EQ(described({2, 4, 0, 1, 0, u"SERVICE PACK 6", 1381}),
               "Microsoft Windows NT Workstation 4.0 Service Pack 6a (Build 1381)");
-    EXPECT_EQ(described(version_of(2, 4, 0, 1, 0, "Service Pack 6.", 1381)),
-              "Microsoft Windows NT Workstation 4.0 Service Pack 6. (Build 1381)");
-    EXPECT_EQ(described(version_of(2, 5, 0, 1, 0, "Service Pack 6", 1381)),
+    EXPECT_EQ(described({2, 5, 0, 1, 0, u"Service Pack 6", 1381}),
               "Microsoft Windows 2000 Professional Service Pack 6 (Build 1381)");
 }
 
 TEST(description, without_the_extended_record_asks_the_registry) {
     const file_place place;
-    const OSVERSIONINFOEXW version = version_of(2, 4, 0, 3, 2, "SP", 1381);
+    const version nt{2, 4, 0, 3, 2, u"SP", 1381};
     const std::string key = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\ProductOptions]\n";
     for (const std::string& lines : {std::string(), key}) {
         place.write(registry_file, lines);
-        EXPECT_EQ(described(version, false), "failed 2") << lines;
+        EXPECT_EQ(described(nt, false), "failed 2") << lines;
     }
-    const struct {
-        std::string product_type, text;
-    } rows[] = {{"WinNT", "Microsoft Windows NT Workstation 4.0 SP (Build 1381)"},
-                {"lanmannt", "Microsoft Windows NT Server 4.0 SP (Build 1381)"},
-                {"SERVERNT", "Microsoft Windows NT Advanced Server 4.0 SP (Build 1381)"},
-                {std::string(79, 'x'), "Microsoft Windows NT 4.0 SP (Build 1381)"},
-                {std::string(80, 'x'), "failed 234"}};
-    for (const auto& row : rows) {
-        place.write(registry_file, key + "\"ProductType\"=\"" + row.product_type + "\"");
-        EXPECT_EQ(described(version, false), row.text) << row.product_type;
+    const std::pair<std::string, std::string> rows[] = {
+        {"WinNT", "Microsoft Windows NT Workstation 4.0 SP (Build 1381)"},
+        {"lanmannt", "Microsoft Windows NT Server 4.0 SP (Build 1381)"},
+        {"SERVERNT", "Microsoft Windows NT Advanced Server 4.0 SP (Build 1381)"},
+        {std::string(79, 'x'), "Microsoft Windows NT 4.0 SP (Build 1381)"},
+        {std::string(80, 'x'), "failed 234"}};
+    for (const auto& [product_type, text] : rows) {
+        place.write(registry_file, key + "\"ProductType\"=\"" + product_type + "\"");
+        EXPECT_EQ(described(nt, false), text) << product_type;
     }
-    EXPECT_EQ(described(version_of(1, 4, 0, 0, 0, "", 0), false), "Microsoft Windows 95");
 }
 
 TEST(description, of_this_system) {
@@ -127,9 +118,9 @@ TEST(description, of_this_system) {
         version.dwOSVersionInfoSize = size;
         return code_of(platform::GetVersionExW(reinterpret_cast<platform::OSVERSIONINFOW*>(&version)));
     };
-    for (uint32_t size : {0u, 148u, 275u, 280u, 285u})
+    for (uint32_t size : {0u, 275u, 280u, 285u})
         EXPECT_EQ(ask(size), 122u) << size;
-    version.wReserved = version.wProductType = 77;
+    version.wProductType = 77;
     EXPECT_EQ(ask(276), 0u);
     EXPECT_EQ(version.wProductType, 77) << "beyond the basic record";
     EXPECT_EQ(ask(284), 0u);
@@ -138,7 +129,7 @@ TEST(description, of_this_system) {
 
 class libraries : public testing::Test {
 protected:
-    // A library with the given source; false, with the test skipped, without a compiler.
+    // A library with the given source; the test is skipped without a compiler.
     void build(const std::string& relative, const std::string& source, const std::string& options = "") {
         place.write("source.c", source);
         const outcome made = run_command("cc -shared -fPIC -o '" + place.host_path(relative) + "' '"
@@ -149,12 +140,13 @@ protected:
     }
 
     uint32_t load_code(const std::u16string& path) {
-        SetLastError(0);
         HMODULE module = ZU_dll_load(path.c_str());
-        if (!module)
-            return GetLastError();
-        EXPECT_TRUE(ZU_dll_unload(module));
-        return 0;
+        return module ? code_of(ZU_dll_unload(module)) : code_of(false);
+    }
+
+    template <class Function>
+    Function* found(HMODULE module, const char* name) {
+        return reinterpret_cast<Function*>(ZU_dll_get_proc(module, name));
     }
 
     file_place place;
@@ -170,36 +162,27 @@ TEST_F(libraries, are_loaded_counted_and_looked_into) {
     ASSERT_NE(module, nullptr) << GetLastError();
     EXPECT_EQ(GetLastError(), 0u) << "the first load sets it";
     SetLastError(77);
-    for (const std::u16string& path : {place.long_path(u"PLUGIN.SO"), std::u16string(u"t:/./plugin.so"),
-                                       std::u16string(u"plugin"), std::u16string(u"Plugin.SO")})
+    for (const std::u16string& path :
+         {place.long_path(u"PLUGIN.SO"), u"t:/./plugin.so"s, u"plugin"s, u"Plugin.SO"s})
         EXPECT_EQ(ZU_dll_load(path.c_str()), module) << narrow(path);
     EXPECT_EQ(GetLastError(), 77u);
-    const auto answer = reinterpret_cast<int (*)()>(ZU_dll_get_proc(module, "answer"));
+    const auto answer = found<int()>(module, "answer");
     ASSERT_NE(answer, nullptr);
-    EXPECT_EQ(answer(), 42);
-    EXPECT_EQ(*static_cast<int*>(ZU_dll_get_proc(module, "number")), 7);
-    for (const char* name :
-         {"Answer", "", "puts", reinterpret_cast<const char*>(uintptr_t{1}), (const char*)nullptr}) {
-        SetLastError(0);
-        EXPECT_EQ(ZU_dll_get_proc(module, name), nullptr);
-        EXPECT_EQ(GetLastError(), 127u);
-    }
+    EXPECT_EQ(*found<int>(module, "number"), 7);
+    const char* const ordinal = reinterpret_cast<const char*>(uintptr_t{1});
+    for (const char* name : {"Answer", "puts", ordinal, static_cast<const char*>(nullptr)})
+        EXPECT_EQ(code_of(ZU_dll_get_proc(module, name)), 127u);
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(answer(), 42) << "loaded still";
         EXPECT_TRUE(ZU_dll_unload(module));
     }
     EXPECT_EQ(dlopen(place.host_path("Plugin.so").c_str(), RTLD_LAZY | RTLD_NOLOAD), nullptr) << "gone";
     EXPECT_EQ(load_code(u"plugin"), 126u) << "a bare name does not find what is gone";
-    EXPECT_FALSE(ZU_dll_unload(module));
-    EXPECT_EQ(GetLastError(), 126u);
-    EXPECT_EQ(ZU_dll_get_proc(module, "answer"), nullptr);
-    EXPECT_EQ(GetLastError(), 126u);
+    EXPECT_EQ(code_of(ZU_dll_unload(module)), 126u);
+    EXPECT_EQ(code_of(ZU_dll_get_proc(module, "answer")), 126u);
     EXPECT_TRUE(ZU_dll_unload(nullptr));
-    EXPECT_FALSE(ZU_dll_unload(reinterpret_cast<HMODULE>(&module)));
-    EXPECT_FALSE(platform::FreeLibrary(nullptr));
-    EXPECT_EQ(GetLastError(), 6u);
-    EXPECT_EQ(ZU_dll_get_proc(nullptr, "no_such_name"), nullptr);
-    EXPECT_EQ(GetLastError(), 127u);
+    EXPECT_EQ(code_of(platform::FreeLibrary(nullptr)), 6u);
+    EXPECT_EQ(code_of(ZU_dll_get_proc(nullptr, "no_such_name")), 127u);
 }
 
 TEST_F(libraries, failures_have_their_codes) {
@@ -212,22 +195,18 @@ TEST_F(libraries, failures_have_their_codes) {
                                     + "'; for size in 30 3000; do head -c $size "
                                       "/proc/self/exe > cut$size.so; done");
     ASSERT_EQ(cut.exit_code, 0);
-    const struct {
-        const ZU_wchar* path;
-        uint32_t code;
-    } rows[] = {{u"T:\\nosuch.so", 126},      {u"T:\\nosuch\\x.so", 126},
-                {u"Q:\\x.so", 126},           {u"", 126},
-                {u"zu-no-such-library", 126}, {u"T:\\folder", 126},
-                {u"T:\\folder\\", 126},       {u"T:\\named.so", 5},
-                {u"T:\\text.so", 193},        {u"T:\\text", 193},
-                {u"T:\\text.", 126},          {u"T:\\plain.", 193},
-                {u"T:\\empty.so", 193},       {u"T:\\cut30.so", 193},
-                {u"T:\\cut3000.so", 193},     {u"T:\\te*t.so", 126}};
-    for (const auto& row : rows)
-        EXPECT_EQ(load_code(row.path), row.code) << narrow(row.path);
-    EXPECT_EQ(ZU_dll_load(nullptr), nullptr);
-    EXPECT_EQ(GetLastError(), 87u);
-    EXPECT_EQ(load_code(u"libm.so.6"), 0u) << "a bare name, where the system keeps its libraries";
+    const std::pair<const ZU_wchar*, uint32_t> rows[] = {
+        // clang-format off
+        {u"T:\\nosuch.so", 126}, {u"T:\\nosuch\\x.so", 126},    {u"Q:\\x.so", 126},     {u"T:\\folder", 126},
+        {u"", 126},              {u"zu-no-such-library", 126},  {u"T:\\folder\\", 126}, {u"T:\\named.so", 5},
+        {u"T:\\text.so", 193},   {u"T:\\text", 193},            {u"T:\\text.", 126},    {u"T:\\plain.", 193},
+        {u"T:\\empty.so", 193},  {u"T:\\cut30.so", 193},        {u"T:\\cut3000.so", 193},
+        {u"libm.so.6", 0}, // a bare name, where the system keeps its libraries
+        // clang-format on
+    };
+    for (const auto& [path, code] : rows)
+        EXPECT_EQ(load_code(path), code) << narrow(path);
+    EXPECT_EQ(code_of(ZU_dll_load(nullptr)), 87u);
     chmod(place.host_path("text.so").c_str(), 0);
     const outcome child = run_as_ordinary_user([&] { _exit(load_code(u"T:\\text.so") == 5 ? 0 : 1); });
     EXPECT_EQ(child.exit_code, 0);
@@ -256,11 +235,10 @@ TEST_F(libraries, what_a_library_wants_is_searched_in_its_folder_first) {
               + "-lzu-test-base");
     build("parts/top.so", "int middle(void); int top(void) { return middle() + 1; }",
           in_parts + "-lzu-test-middle -Wl,-rpath-link," + place.host_path("parts"));
-    EXPECT_EQ(platform::LoadLibraryW(u"T:\\parts\\top.so"), nullptr) << "without the changed search";
-    EXPECT_EQ(GetLastError(), 126u);
+    EXPECT_EQ(code_of(platform::LoadLibraryW(u"T:\\parts\\top.so")), 126u) << "without the changed search";
     HMODULE module = ZU_dll_load(u"T:\\parts\\top.so");
     ASSERT_NE(module, nullptr);
-    const auto top = reinterpret_cast<int (*)()>(ZU_dll_get_proc(module, "top"));
+    const auto top = found<int()>(module, "top");
     ASSERT_NE(top, nullptr);
     EXPECT_EQ(top(), 7);
     EXPECT_EQ(ZU_dll_get_proc(module, "base"), nullptr) << "not its own";
