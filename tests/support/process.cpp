@@ -1,70 +1,47 @@
 #include "support/process.h"
 
-#include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 namespace zu_test {
 
 namespace {
 
-// Reads both pipes until the child has closed them, so that neither can fill up and stop it.
-void drain(int out, int error, outcome& result) {
-    pollfd watched[] = {{out, POLLIN, 0}, {error, POLLIN, 0}};
-    std::string* texts[] = {&result.output, &result.error_output};
-    for (int open = 2; open > 0;) {
-        poll(watched, 2, -1);
-        for (int i = 0; i < 2; ++i) {
-            if (watched[i].fd < 0 || watched[i].revents == 0)
-                continue;
-            char block[4096];
-            const ssize_t size = read(watched[i].fd, block, sizeof block);
-            if (size > 0) {
-                texts[i]->append(block, static_cast<size_t>(size));
-            } else {
-                watched[i].fd = -1;
-                --open;
-            }
-        }
-    }
+std::string taken_from(int file) {
+    std::string text(static_cast<size_t>(lseek(file, 0, SEEK_END)), 0);
+    text.resize(static_cast<size_t>(pread(file, text.data(), text.size(), 0)));
+    close(file);
+    return text;
 }
 
 } // namespace
 
 outcome run_child(const std::function<void()>& body) {
-    outcome result;
-    int out[2], error[2];
-    if (pipe(out) != 0 || pipe(error) != 0)
-        return result;
+    const int out = memfd_create("output", 0), error = memfd_create("errors", 0); // which never fill up
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0) {
-        dup2(out[1], STDOUT_FILENO);
-        dup2(error[1], STDERR_FILENO);
-        for (int descriptor : {out[0], out[1], error[0], error[1]})
-            close(descriptor);
+        dup2(out, STDOUT_FILENO);
+        dup2(error, STDERR_FILENO);
+        close(out);
+        close(error);
         body();
         std::fflush(nullptr);
         _exit(0);
     }
-    close(out[1]);
-    close(error[1]);
-    if (child > 0) {
-        drain(out[0], error[0], result);
-        int status = 0;
-        waitpid(child, &status, 0);
-        if (WIFSIGNALED(status))
-            result.signal = WTERMSIG(status);
-        else
-            result.exit_code = WEXITSTATUS(status);
+    outcome result;
+    int status = 0;
+    if (waitpid(child, &status, 0) == child) {
+        result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     }
-    close(out[0]);
-    close(error[0]);
+    result.output = taken_from(out);
+    result.error_output = taken_from(error);
     return result;
 }
 
