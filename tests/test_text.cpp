@@ -12,13 +12,13 @@ TEST(text, tokens) {
         texts tokens;
     } rows[] = {
         // clang-format off
-        {u";;a;b;", u";", {u"a", u"b"}},       {u";;;", u";", {}},      {u"", u";", {}},
-        {u"a b-c", u" -", {u"a", u"b", u"c"}}, {u"abc", u"", {u"abc"}}, {u"a", u";", {u"a"}},
+        {u";;a;b;", u";", {u"a", u"b"}}, {u";;;", u";", {}}, {u"", u";", {}}, {u"abc", u"", {u"abc"}},
+        {u"a b-c", u" -", {u"a", u"b", u"c"}},
         // clang-format on
     };
+    ZU_wchar* context = nullptr;
     for (const auto& row : rows) {
         std::u16string text = row.text;
-        ZU_wchar* context = nullptr;
         texts tokens;
         for (ZU_wchar* at = ZU_strtok(text.data(), row.separators, &context); at;
              at = ZU_strtok(nullptr, row.separators, &context))
@@ -26,39 +26,34 @@ TEST(text, tokens) {
         EXPECT_EQ(tokens, row.tokens);
     }
     ZU_wchar text[] = u"name=a;b";
-    ZU_wchar* context = nullptr;
     EXPECT_EQ(std::u16string(ZU_strtok(text, u"=", &context)), u"name");
     EXPECT_EQ(std::u16string(ZU_strtok(nullptr, u";", &context)), u"a") << "other separators, the same place";
 }
 
 TEST(text, splitting) {
-    const std::u16string untouched = u"~";
     const struct {
-        const ZU_wchar *text, *separator;
+        const ZU_wchar* text;
         int32_t result; // with two buffers and a null pointer
         texts pieces;
     } rows[] = {
         // clang-format off
-        {u"a--b", u"--", 0, {u"a", u"b"}},     {u"ab", u"--", -1, {untouched, untouched}},
-        {u"a--b--c", u"--", -1, {u"a", u"b"}}, {u"a--", u"--", 0, {u"a", u""}},
-        {u"a---b", u"--", 0, {u"a", u"-b"}},   {u"--", u"--", 0, {u"", u""}},
+        {u"a--b", 0, {u"a", u"b"}}, {u"ab", -1, {u"~", u"~"}}, {u"a--b--c", -1, {u"a", u"b"}}, {u"--", 0, {u"", u""}},
+        {u"a---b", 0, {u"a", u"-b"}},
         // clang-format on
     };
     for (const auto& row : rows) {
         ZU_wchar first[16] = u"~", second[16] = u"~";
-        EXPECT_EQ(ZU_split(row.text, row.separator, first, second, static_cast<ZU_wchar*>(nullptr)),
-                  row.result);
+        EXPECT_EQ(ZU_split(row.text, u"--", first, second, static_cast<ZU_wchar*>(nullptr)), row.result);
         EXPECT_EQ((texts{first, second}), row.pieces);
     }
 }
 
-TEST(text, trimming_and_short_names) {
-    const ZU_wchar* const paths[][2] = {
+TEST(text, trimming_numbers_and_hashes) {
+    const std::pair<std::u16string, std::u16string> paths[] = {
         {u"C:\\dir\\ \\", u"C:\\dir"}, {u"\\", u"\\"}, {u" \\ ", u" "}, {u"", u""}};
-    for (const auto& row : paths) {
-        std::u16string path = row[0];
+    for (auto [path, trimmed] : paths) {
         ZU_trim_end_path_symbol(path.data());
-        EXPECT_EQ(std::u16string(path.c_str()), row[1]);
+        EXPECT_EQ(std::u16string(path.c_str()), trimmed);
     }
     ZU_wchar all[] = u"xxx";
     ZU_trim_end_char(all, u'x');
@@ -66,24 +61,19 @@ TEST(text, trimming_and_short_names) {
     EXPECT_EQ(taken(ZU_str_make_short_name(u"abcdefgh", 5)), u"abcde...");
     EXPECT_EQ(taken(ZU_str_make_short_name(u"abcdefgh", 8)), u"abcdefgh");
     EXPECT_EQ(taken(ZU_str_make_short_name(u"abc", 0)), u"...");
-}
 
-TEST(text, numbers_and_hashes) {
-    const struct {
-        const ZU_wchar* text;
-        bool with_sign, without;
-    } rows[] = {
+    const std::tuple<const ZU_wchar*, bool, bool> numbers[] = {
+        // with a sign, and without
         // clang-format off
         {u"-12", true, false}, {u"+", true, false},    {u"1.5", false, false}, {u"", false, false},
         {u"007", true, true},  {u"1-", false, false},  {u" 1", false, false},  {u"\uff11", false, false},
         // clang-format on
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(ZU_is_numeric(row.text, 0xFE), row.with_sign) << "only bit 0 counts";
-        EXPECT_EQ(ZU_is_numeric(row.text, 0xFF), row.without);
+    for (const auto& [text, with_sign, without] : numbers) {
+        EXPECT_EQ(ZU_is_numeric(text, 0xFE), with_sign) << "only bit 0 counts";
+        EXPECT_EQ(ZU_is_numeric(text, 0xFF), without);
     }
-    EXPECT_EQ(ZU_hash_string_nocase(u"abc"), 590u);
-    EXPECT_EQ(ZU_hash_string_nocase(u"ABC"), 590u);
+    EXPECT_EQ(ZU_hash_string_nocase(u"aBc"), 590u);
     EXPECT_EQ(ZU_hash_string_nocase(std::u16string(1 << 17, u'\uffff').c_str()), 0xFFFF0000u) << "sums wrap";
 }
 
@@ -105,24 +95,21 @@ TEST(text, wildcards_mean_what_recursion_says) {
         }
         return all;
     };
-    const texts patterns = all_of(u"ab*?"), names = all_of(u"ab");
-    for (const std::u16string& pattern : patterns) {
+    const texts names = all_of(u"ab");
+    for (const std::u16string& pattern : all_of(u"ab*?")) {
         for (const std::u16string& name : names)
             ASSERT_EQ(ZU_wildcard_match(pattern.c_str(), name.c_str()) != 0,
                       matches(pattern.c_str(), name.c_str()));
     }
-    const struct {
-        const ZU_wchar *pattern, *name;
-        bool matches;
-    } files[] = {
+    const std::tuple<const ZU_wchar*, const ZU_wchar*, bool> files[] = {
         // clang-format off
         {u"*.*", u"README", true},  {u"a*.*", u"ABC", true},      {u"*.TXT", u"a.txt", true},
         {u"*.*.*", u"a.b", true},   {u"*.*.*", u"ab", false},     {u".*", u"ab", false},
         {u"*.t?t", u"x.tat", true}, {u"\u00c4", u"\u00e4", false}
         // clang-format on
     };
-    for (const auto& row : files)
-        EXPECT_EQ(ZU_wildcard_match_win32_file(row.pattern, row.name) != 0, row.matches);
+    for (const auto& [pattern, name, fits] : files)
+        EXPECT_EQ(ZU_wildcard_match_win32_file(pattern, name), fits) << narrow(pattern);
 }
 
 } // namespace
