@@ -3,6 +3,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 std::string text_of(const uint8_t* block, size_t size) {
     return {reinterpret_cast<const char*>(block), size};
 }
@@ -29,19 +31,16 @@ TEST(fixed_string, the_block_follows_the_length_that_was_held) {
 }
 
 TEST(fixed_string, the_serialised_form_counts_bytes_of_the_encoding) {
-    const struct {
-        const ZU_wchar* text;
-        uint32_t encoding;
-        std::string bytes;
-    } rows[] = {{nullptr, ZU_ENCODING_UTF8, std::string("\0\0\0\0", 4)},
-                {u"\u20ac", ZU_ENCODING_UTF8, std::string("\3\0\0\0\xe2\x82\xac", 7)},
-                {u"abc", 77, std::string("\0\0\0\0", 4)}};
-    for (const auto& row : rows) {
+    const std::tuple<const ZU_wchar*, uint32_t, std::string> rows[] = {
+        {nullptr, ZU_ENCODING_UTF8, "\0\0\0\0"s},
+        {u"\u20ac", ZU_ENCODING_UTF8, "\3\0\0\0\xe2\x82\xac"s},
+        {u"abc", 77, "\0\0\0\0"s}};
+    for (const auto& [text, encoding, bytes] : rows) {
         ZU_fixed_s s = {};
-        ZU_fixed_s_create(&s, row.text);
+        ZU_fixed_s_create(&s, text);
         uint8_t* block = nullptr;
-        const int32_t size = ZU_fixed_s_to_buffer(&s, row.encoding, &block);
-        EXPECT_EQ(text_of(block, static_cast<size_t>(size)), row.bytes);
+        const int32_t size = ZU_fixed_s_to_buffer(&s, encoding, &block);
+        EXPECT_EQ(text_of(block, static_cast<size_t>(size)), bytes);
         ZU_free(block);
         ZU_fixed_s_destroy(&s);
     }

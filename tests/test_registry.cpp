@@ -149,11 +149,8 @@ TEST_F(registry, texts_and_numbers) {
           + long_text
           + "\"\n\"number\"=dword:fffffffe\n\"four\"=hex:01,02,03,04\n\"quad\"=hex(b):1,2,3,4,5,6,7,8\n"
             "\"expand\"=hex(2):25,00,00,00\n\"odd\"=hex(1):61,00,62\n\"nothing\"=hex(1):\n");
-    const struct {
-        const ZU_wchar* name;
-        std::u16string text;
-        uint32_t number_code;
-    } rows[] = {
+    const std::tuple<const ZU_wchar*, std::u16string, uint32_t> rows[] = {
+        // text, and code of the number
         // clang-format off
         {u"eleven", wide(eleven), 2}, {u"TWELVE", wide(twelve), 2}, {u"long", wide(long_text), 2},
         {u"number", u"<2>", 0},       {u"four", u"<2>", 2},         {u"quad", u"<2>", 234}, {u"expand", u"%", 2},
@@ -165,10 +162,10 @@ TEST_F(registry, texts_and_numbers) {
         number = 7;
         return code_of(ZU_registry_get_uint32(root, subkey, name, &number));
     };
-    for (const auto& row : rows) {
-        EXPECT_TRUE(text(u"k", row.name) == row.text) << narrow(row.name);
-        EXPECT_EQ(read(HKEY_LOCAL_MACHINE, u"k", row.name), row.number_code) << narrow(row.name);
-        EXPECT_EQ(number, row.number_code == 0 ? 0xFFFFFFFEu : 0u);
+    for (const auto& [name, expected, code] : rows) {
+        EXPECT_TRUE(text(u"k", name) == expected) << narrow(name);
+        EXPECT_EQ(read(HKEY_LOCAL_MACHINE, u"k", name), code) << narrow(name);
+        EXPECT_EQ(number, code == 0 ? 0xFFFFFFFEu : 0u);
     }
     EXPECT_EQ(read(HKEY_LOCAL_MACHINE, u"nosuch", u"t"), 2u);
     EXPECT_EQ(number, 0u);

@@ -10,95 +10,83 @@ namespace {
 using namespace std::string_literals;
 using platform::OSVERSIONINFOEXW;
 
-struct version {
-    uint32_t id, major, minor;
-    uint8_t product; // 1 workstation, 2 domain controller, 3 server
-    uint16_t suite;
-    const char16_t* service_pack;
-    uint32_t build = 0x0A280A28;
-};
-
-std::string described(const version& v, bool is_extended = true) {
-    OSVERSIONINFOEXW record{};
-    record.dwPlatformId = v.id;
-    record.dwMajorVersion = v.major;
-    record.dwMinorVersion = v.minor;
-    record.dwBuildNumber = v.build;
-    record.wProductType = v.product;
-    record.wSuiteMask = v.suite;
-    const std::u16string_view service_pack = v.service_pack;
-    std::copy(service_pack.begin(), service_pack.end(), record.szCSDVersion);
+std::string described(const OSVERSIONINFOEXW& version, bool is_extended = true) {
     ZU_s text = nullptr;
-    const bool done = zu::describe_version(record, is_extended, &text);
+    const bool done = zu::describe_version(version, is_extended, &text);
     const std::string copy = done ? narrow(ZU_s_text(text)) : "failed " + std::to_string(GetLastError());
     ZU_s_destroy(&text);
     return copy;
+}
+
+OSVERSIONINFOEXW version_of(uint32_t id, uint32_t major, uint32_t minor, const std::u16string& service_pack,
+                            uint8_t product = 0, uint16_t suite = 0) {
+    OSVERSIONINFOEXW version{0, major, minor, 0x0A280A28, id, {}, 0, 0, suite, product, 0};
+    service_pack.copy(version.szCSDVersion, service_pack.size());
+    return version;
 }
 
 constexpr const char* registry_file = "../host/registry.reg";
 
 TEST(description, follows_the_table) {
     const file_place place; // with a registry of its own
-    constexpr uint16_t enterprise = 0x2, datacenter = 0x80, personal = 0x200, blade = 0x400;
-    const std::pair<version, std::string> rows[] = {
+    const std::tuple<uint32_t, uint32_t, uint32_t, const char16_t*, const char*> rows[] = {
         // clang-format off
-        {{0, 3, 1, 0, 0, u""}, "Microsoft Win32s"},     {{3, 5, 1, 1, 0, u"x"}, "Microsoft Windows (Unknown Version)"},
-        {{1, 4, 0, 0, 0, u""}, "Microsoft Windows 95"}, {{1, 4, 0, 0, 0, u" B"}, "Microsoft Windows 95 OSR2"},
-        {{1, 4, 0, 0, 0, u"B"}, "Microsoft Windows 95"}, {{1, 4, 0, 0, 0, u" C"}, "Microsoft Windows 95 OSR2"},
-        {{1, 4, 10, 0, 0, u""}, "Microsoft Windows 98"}, {{1, 4, 10, 0, 0, u" A"}, "Microsoft Windows 98 SE"},
-        {{1, 4, 91, 0, 0, u" A"}, ""},                  {{1, 3, 10, 0, 0, u" A"}, ""},
-        {{1, 4, 90, 0, 0, u" A"}, "Microsoft Windows Millennium Edition"},
-    };
-    const std::pair<version, std::string> nt_rows[] = {
-        {{2, 5, 1, 1, 0, u"Service Pack 2"}, "Microsoft Windows XP Professional Service Pack 2"},
-        {{2, 5, 1, 1, personal, u""}, "Microsoft Windows XP Home Edition "},
-        {{2, 5, 0, 1, blade, u"SP"}, "Microsoft Windows 2000 Professional SP"},
-        {{2, 4, 0, 1, personal, u"SP"}, "Microsoft Windows NT Workstation 4.0 SP"},
-        {{2, 3, 51, 1, 0, u"SP"}, "Microsoft Windows NT Professional SP"},
-        {{2, 5, 2, 3, datacenter | enterprise, u"SP"}, "Microsoft Windows Server 2003, Datacenter Edition SP"},
-        {{2, 5, 2, 2, enterprise | blade, u"SP"}, "Microsoft Windows Server 2003, Enterprise Edition SP"},
-        {{2, 5, 2, 3, blade, u"SP"}, "Microsoft Windows Server 2003, Web Edition SP"},
-        {{2, 5, 2, 3, blade | personal, u"SP"}, "Microsoft Windows Server 2003, Standard Edition SP"},
-        {{2, 5, 0, 3, datacenter | enterprise, u"SP"}, "Microsoft Windows 2000 Datacenter Server SP"},
-        {{2, 5, 0, 2, enterprise, u"SP"}, "Microsoft Windows 2000 Advanced Server SP"},
-        {{2, 5, 0, 3, blade, u"SP"}, "Microsoft Windows 2000 Server SP"},
-        {{2, 4, 0, 3, enterprise, u"SP"}, "Microsoft Windows NT Server 4.0, Enterprise Edition SP"},
-        {{2, 5, 1, 3, datacenter, u"SP"}, "Microsoft Windows XP Server 4.0 SP"},
-        {{2, 6, 0, 1, 0, u"SP"}, "Professional SP"},
-        {{2, 5, 1, 4, personal, u"SP"}, "Microsoft Windows XP SP"},
-        {{2, 4, 0, 3, 0, u"Service Pack 6"}, "Microsoft Windows NT Server 4.0 Service Pack 6"},
+        {0, 3, 1, u"", "Microsoft Win32s"},       {3, 5, 1, u"x", "Microsoft Windows (Unknown Version)"},
+        {1, 4, 0, u"", "Microsoft Windows 95"},   {1, 4, 0, u" B", "Microsoft Windows 95 OSR2"},
+        {1, 4, 0, u"B", "Microsoft Windows 95"},  {1, 4, 0, u" C", "Microsoft Windows 95 OSR2"},
+        {1, 4, 10, u"", "Microsoft Windows 98"},  {1, 4, 10, u" A", "Microsoft Windows 98 SE"},
+        {1, 4, 91, u" A", ""},                    {1, 4, 90, u" A", "Microsoft Windows Millennium Edition"},
+        {1, 3, 10, u" A", ""},                    {2, 6, 1, u"SP", "SP (Build 2600)"},
         // clang-format on
     };
-    for (const auto& [version, text] : rows)
-        EXPECT_EQ(described(version), text);
-    for (const auto& [version, text] : nt_rows)
-        EXPECT_EQ(described(version), text + " (Build 2600)");
+    for (const auto& [id, major, minor, service_pack, text] : rows)
+        EXPECT_EQ(described(version_of(id, major, minor, service_pack)), text);
+
+    constexpr uint16_t enterprise = 0x2, datacenter = 0x80, personal = 0x200, blade = 0x400;
+    // Of product 1, a workstation, 2, a domain controller, and 3, a server.
+    const std::tuple<uint32_t, uint32_t, uint8_t, uint16_t, std::string> editions[] = {
+        // clang-format off
+        {5, 1, 1, 0, "XP Professional"},         {5, 1, 1, personal, "XP Home Edition"},
+        {5, 0, 1, blade, "2000 Professional"},   {4, 0, 1, personal, "NT Workstation 4.0"},
+        {3, 51, 1, 0, "NT Professional"},        {5, 2, 3, datacenter | enterprise, "Server 2003, Datacenter Edition"},
+        {5, 2, 3, blade, "Server 2003, Web Edition"}, {5, 2, 2, enterprise | blade, "Server 2003, Enterprise Edition"},
+        {5, 0, 3, blade, "2000 Server"},         {5, 2, 3, blade | personal, "Server 2003, Standard Edition"},
+        {5, 0, 2, enterprise, "2000 Advanced Server"}, {5, 0, 3, datacenter | enterprise, "2000 Datacenter Server"},
+        {5, 1, 3, datacenter, "XP Server 4.0"},  {4, 0, 3, enterprise, "NT Server 4.0, Enterprise Edition"},
+        {5, 1, 4, personal, "XP"},
+        // clang-format on
+    };
+    for (const auto& [major, minor, product, suite, text] : editions)
+        EXPECT_EQ(described(version_of(2, major, minor, u"SP", product, suite)),
+                  "Microsoft Windows " + text + " SP (Build 2600)");
+    const auto with_pack_6 = [](uint32_t major) {
+        return described(version_of(2, major, 0, u"SERVICE PACK 6", 1));
+    };
+    EXPECT_EQ(with_pack_6(4), "Microsoft Windows NT Workstation 4.0 SERVICE PACK 6 (Build 2600)");
     place.write(registry_file,
                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Hotfix\\Q246009]\n");
-    EXPECT_EQ(described({2, 4, 0, 1, 0, u"SERVICE PACK 6", 1381}),
-              "Microsoft Windows NT Workstation 4.0 Service Pack 6a (Build 1381)");
-    EXPECT_EQ(described({2, 5, 0, 1, 0, u"Service Pack 6", 1381}),
-              "Microsoft Windows 2000 Professional Service Pack 6 (Build 1381)");
+    EXPECT_EQ(with_pack_6(4), "Microsoft Windows NT Workstation 4.0 Service Pack 6a (Build 2600)");
+    EXPECT_EQ(with_pack_6(5), "Microsoft Windows 2000 Professional SERVICE PACK 6 (Build 2600)");
 }
 
 TEST(description, without_the_extended_record_asks_the_registry) {
     const file_place place;
-    const version nt{2, 4, 0, 3, 2, u"SP", 1381};
+    const OSVERSIONINFOEXW nt = version_of(2, 4, 0, u"SP", 3);
     const std::string key = "[HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Control\\ProductOptions]\n";
     for (const std::string& lines : {std::string(), key}) {
         place.write(registry_file, lines);
         EXPECT_EQ(described(nt, false), "failed 2") << lines;
     }
-    const std::pair<std::string, std::string> rows[] = {
-        {"WinNT", "Microsoft Windows NT Workstation 4.0 SP (Build 1381)"},
-        {"lanmannt", "Microsoft Windows NT Server 4.0 SP (Build 1381)"},
-        {"SERVERNT", "Microsoft Windows NT Advanced Server 4.0 SP (Build 1381)"},
-        {std::string(79, 'x'), "Microsoft Windows NT 4.0 SP (Build 1381)"},
-        {std::string(80, 'x'), "failed 234"}};
-    for (const auto& [product_type, text] : rows) {
+    const std::pair<std::string, std::string> rows[] = {{"WinNT", " Workstation"},
+                                                        {"lanmannt", " Server"},
+                                                        {"SERVERNT", " Advanced Server"},
+                                                        {std::string(79, 'x'), ""}};
+    for (const auto& [product_type, edition] : rows) {
         place.write(registry_file, key + "\"ProductType\"=\"" + product_type + "\"");
-        EXPECT_EQ(described(nt, false), text) << product_type;
+        EXPECT_EQ(described(nt, false), "Microsoft Windows NT" + edition + " 4.0 SP (Build 2600)");
     }
+    place.write(registry_file, key + "\"ProductType\"=\"" + std::string(80, 'x') + "\"");
+    EXPECT_EQ(described(nt, false), "failed 234");
 }
 
 TEST(description, of_this_system) {
@@ -108,8 +96,8 @@ TEST(description, of_this_system) {
     ZU_s_insert(&text, 0, u"replaced");
     ASSERT_TRUE(ZU_get_os_desc_ex(&text));
     const std::string line = narrow(ZU_s_text(text));
-    EXPECT_NE(line.find(std::string("Linux ") + kernel.release + " (Build "), std::string::npos) << line;
-    EXPECT_EQ(line.find("replaced"), std::string::npos);
+    const size_t at = line.find(std::string("Linux ") + kernel.release + " (Build ");
+    EXPECT_TRUE(at != std::string::npos && !line.starts_with("replaced")) << line;
     EXPECT_EQ(narrow(taken(ZU_get_os_desc())), line);
     ZU_s_destroy(&text);
 
@@ -186,21 +174,19 @@ TEST_F(libraries, are_loaded_counted_and_looked_into) {
 }
 
 TEST_F(libraries, failures_have_their_codes) {
-    place.write("text.so", "no library");
-    place.write("empty.so", "");
-    place.write("plain", "no library");
-    place.make_directory("folder");
-    place.make_directory("named.so");
+    for (const char* name : {"text.so", "plain"})
+        place.write(name, "no library");
+    for (const char* name : {"folder", "named.so"})
+        place.make_directory(name);
     const outcome cut = run_command("cd '" + place.host_path()
-                                    + "'; for size in 30 3000; do head -c $size "
-                                      "/proc/self/exe > cut$size.so; done");
+                                    + "'; for i in 0 30 3000; do head -c $i /bin/sh >cut$i.so; done");
     ASSERT_EQ(cut.exit_code, 0);
     const std::pair<const ZU_wchar*, uint32_t> rows[] = {
         // clang-format off
         {u"T:\\nosuch.so", 126}, {u"T:\\nosuch\\x.so", 126},    {u"Q:\\x.so", 126},     {u"T:\\folder", 126},
         {u"", 126},              {u"zu-no-such-library", 126},  {u"T:\\folder\\", 126}, {u"T:\\named.so", 5},
         {u"T:\\text.so", 193},   {u"T:\\text", 193},            {u"T:\\text.", 126},    {u"T:\\plain.", 193},
-        {u"T:\\empty.so", 193},  {u"T:\\cut30.so", 193},        {u"T:\\cut3000.so", 193},
+        {u"T:\\cut0.so", 193},  {u"T:\\cut30.so", 193},        {u"T:\\cut3000.so", 193},
         {u"libm.so.6", 0}, // a bare name, where the system keeps its libraries
         // clang-format on
     };

@@ -6,24 +6,19 @@ namespace {
 using texts = std::vector<std::u16string>;
 
 TEST(text, tokens) {
-    const struct {
-        std::u16string text;
-        const ZU_wchar* separators;
-        texts tokens;
-    } rows[] = {
+    const std::tuple<std::u16string, const ZU_wchar*, texts> rows[] = {
         // clang-format off
         {u";;a;b;", u";", {u"a", u"b"}}, {u";;;", u";", {}}, {u"", u";", {}}, {u"abc", u"", {u"abc"}},
         {u"a b-c", u" -", {u"a", u"b", u"c"}},
         // clang-format on
     };
     ZU_wchar* context = nullptr;
-    for (const auto& row : rows) {
-        std::u16string text = row.text;
+    for (auto [text, separators, expected] : rows) {
         texts tokens;
-        for (ZU_wchar* at = ZU_strtok(text.data(), row.separators, &context); at;
-             at = ZU_strtok(nullptr, row.separators, &context))
+        for (ZU_wchar* at = ZU_strtok(text.data(), separators, &context); at;
+             at = ZU_strtok(nullptr, separators, &context))
             tokens.push_back(at);
-        EXPECT_EQ(tokens, row.tokens);
+        EXPECT_EQ(tokens, expected);
     }
     ZU_wchar text[] = u"name=a;b";
     EXPECT_EQ(std::u16string(ZU_strtok(text, u"=", &context)), u"name");
@@ -31,20 +26,17 @@ TEST(text, tokens) {
 }
 
 TEST(text, splitting) {
-    const struct {
-        const ZU_wchar* text;
-        int32_t result; // with two buffers and a null pointer
-        texts pieces;
-    } rows[] = {
+    const std::tuple<const ZU_wchar*, int, texts> rows[] = {
+        // with two buffers and a null pointer
         // clang-format off
         {u"a--b", 0, {u"a", u"b"}}, {u"ab", -1, {u"~", u"~"}}, {u"a--b--c", -1, {u"a", u"b"}}, {u"--", 0, {u"", u""}},
         {u"a---b", 0, {u"a", u"-b"}},
         // clang-format on
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, result, pieces] : rows) {
         ZU_wchar first[16] = u"~", second[16] = u"~";
-        EXPECT_EQ(ZU_split(row.text, u"--", first, second, static_cast<ZU_wchar*>(nullptr)), row.result);
-        EXPECT_EQ((texts{first, second}), row.pieces);
+        EXPECT_EQ(ZU_split(text, u"--", first, second, static_cast<ZU_wchar*>(nullptr)), result);
+        EXPECT_EQ((texts{first, second}), pieces);
     }
 }
 
