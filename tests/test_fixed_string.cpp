@@ -5,10 +5,6 @@ namespace {
 
 using namespace std::string_literals;
 
-std::string text_of(const uint8_t* block, size_t size) {
-    return {reinterpret_cast<const char*>(block), size};
-}
-
 TEST(fixed_string, the_block_follows_the_length_that_was_held) {
     ZU_fixed_s s = {}, copy = {};
     ZU_fixed_s_create(&s, nullptr);
@@ -40,7 +36,7 @@ TEST(fixed_string, the_serialised_form_counts_bytes_of_the_encoding) {
         ZU_fixed_s_create(&s, text);
         uint8_t* block = nullptr;
         const int32_t size = ZU_fixed_s_to_buffer(&s, encoding, &block);
-        EXPECT_EQ(text_of(block, static_cast<size_t>(size)), bytes);
+        EXPECT_EQ(std::string(block, block + size), bytes);
         ZU_free(block);
         ZU_fixed_s_destroy(&s);
     }
@@ -54,7 +50,7 @@ TEST(buffer, grows_in_fours_keeps_what_it_is_told_and_hands_over) {
     EXPECT_EQ(ZU_buf_get_ex(&b, 8, 0), data);
     ZU_buf_append(&b, 0, "12345678", 8);
     ZU_buf_append(&b, 8, "9", 1);
-    EXPECT_EQ(text_of(b.data, 9), "123456789");
+    EXPECT_EQ(std::string(b.data, b.data + 9), "123456789");
     data = b.data;
     EXPECT_EQ(ZU_buf_swap(&b, &other), &b);
     EXPECT_EQ(b.data, nullptr);

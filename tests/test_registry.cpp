@@ -56,13 +56,12 @@ const char sample[] = "Windows Registry Editor Version 5.00\r\n\r\n"
 
 TEST_F(registry, is_read_in_every_encoding) {
     const std::pair<const ZU_wchar*, value> rows[] = {
-        // clang-format off
-        {nullptr, units(1, u"default\0"s)},   {u"pAtH", units(1, u"C:\\dir \"x\" C:\\new \u00e4\0"s)},
-        {u"lines", units(1, u"one\r\ntwo\0"s)}, {u"number", {4, "\x2A\0\0\0"s}}, {u"binary", {3, "\1\xFF\2\xA"}},
-        {u"none", {0, ""}},                   {u"expand", units(2, u"%A%\0"s)}, {u"raw", {1, "a\0b"s}},
-        {u"eq=\\", {4, "\1\0\0\0"s}},         {u"quad", {11, "\1\0\0\0\0\0\0\x80"s}}, {u"TWICE", {4, "\2\0\0\0"s}},
-        {u"gone", {-2, ""}},
-        // clang-format on
+        {nullptr, units(1, u"default\0"s)},     {u"pAtH", units(1, u"C:\\dir \"x\" C:\\new \u00e4\0"s)},
+        {u"lines", units(1, u"one\r\ntwo\0"s)}, {u"number", {4, "\x2A\0\0\0"s}},
+        {u"binary", {3, "\1\xFF\2\xA"}},        {u"none", {0, ""}},
+        {u"expand", units(2, u"%A%\0"s)},       {u"raw", {1, "a\0b"s}},
+        {u"eq=\\", {4, "\1\0\0\0"s}},           {u"quad", {11, "\1\0\0\0\0\0\0\x80"s}},
+        {u"TWICE", {4, "\2\0\0\0"s}},           {u"gone", {-2, ""}},
     };
     std::string little = "\xFF\xFE", big = "\xFE\xFF";
     for (const char16_t unit : wide(sample)) {
@@ -151,11 +150,10 @@ TEST_F(registry, texts_and_numbers) {
             "\"expand\"=hex(2):25,00,00,00\n\"odd\"=hex(1):61,00,62\n\"nothing\"=hex(1):\n");
     const std::tuple<const ZU_wchar*, std::u16string, uint32_t> rows[] = {
         // text, and code of the number
-        // clang-format off
         {u"eleven", wide(eleven), 2}, {u"TWELVE", wide(twelve), 2}, {u"long", wide(long_text), 2},
-        {u"number", u"<2>", 0},       {u"four", u"<2>", 2},         {u"quad", u"<2>", 234}, {u"expand", u"%", 2},
-        {u"odd", u"ab", 2},           {u"nothing", u"", 2},         {u"missing", u"<2>", 2},
-        // clang-format on
+        {u"number", u"<2>", 0},       {u"four", u"<2>", 2},         {u"quad", u"<2>", 234},
+        {u"expand", u"%", 2},         {u"odd", u"ab", 2},           {u"nothing", u"", 2},
+        {u"missing", u"<2>", 2},
     };
     uint32_t number;
     const auto read = [&](HKEY root, const ZU_wchar* subkey, const ZU_wchar* name) {

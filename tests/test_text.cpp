@@ -7,10 +7,8 @@ using texts = std::vector<std::u16string>;
 
 TEST(text, tokens) {
     const std::tuple<std::u16string, const ZU_wchar*, texts> rows[] = {
-        // clang-format off
-        {u";;a;b;", u";", {u"a", u"b"}}, {u";;;", u";", {}}, {u"", u";", {}}, {u"abc", u"", {u"abc"}},
+        {u";;a;b;", u";", {u"a", u"b"}},       {u";;;", u";", {}}, {u"", u";", {}}, {u"abc", u"", {u"abc"}},
         {u"a b-c", u" -", {u"a", u"b", u"c"}},
-        // clang-format on
     };
     ZU_wchar* context = nullptr;
     for (auto [text, separators, expected] : rows) {
@@ -28,10 +26,8 @@ TEST(text, tokens) {
 TEST(text, splitting) {
     const std::tuple<const ZU_wchar*, int, texts> rows[] = {
         // with two buffers and a null pointer
-        // clang-format off
-        {u"a--b", 0, {u"a", u"b"}}, {u"ab", -1, {u"~", u"~"}}, {u"a--b--c", -1, {u"a", u"b"}}, {u"--", 0, {u"", u""}},
-        {u"a---b", 0, {u"a", u"-b"}},
-        // clang-format on
+        {u"a--b", 0, {u"a", u"b"}}, {u"ab", -1, {u"~", u"~"}},    {u"a--b--c", -1, {u"a", u"b"}},
+        {u"--", 0, {u"", u""}},     {u"a---b", 0, {u"a", u"-b"}},
     };
     for (const auto& [text, result, pieces] : rows) {
         ZU_wchar first[16] = u"~", second[16] = u"~";
@@ -56,10 +52,8 @@ TEST(text, trimming_numbers_and_hashes) {
 
     const std::tuple<const ZU_wchar*, bool, bool> numbers[] = {
         // with a sign, and without
-        // clang-format off
-        {u"-12", true, false}, {u"+", true, false},    {u"1.5", false, false}, {u"", false, false},
-        {u"007", true, true},  {u"1-", false, false},  {u" 1", false, false},  {u"\uff11", false, false},
-        // clang-format on
+        {u"-12", true, false}, {u"+", true, false},   {u"1.5", false, false}, {u"", false, false},
+        {u"007", true, true},  {u"1-", false, false}, {u" 1", false, false},  {u"\uff11", false, false},
     };
     for (const auto& [text, with_sign, without] : numbers) {
         EXPECT_EQ(ZU_is_numeric(text, 0xFE), with_sign) << "only bit 0 counts";
@@ -94,12 +88,9 @@ TEST(text, wildcards_mean_what_recursion_says) {
                       matches(pattern.c_str(), name.c_str()));
     }
     const std::tuple<const ZU_wchar*, const ZU_wchar*, bool> files[] = {
-        // clang-format off
         {u"*.*", u"README", true},  {u"a*.*", u"ABC", true},      {u"*.TXT", u"a.txt", true},
         {u"*.*.*", u"a.b", true},   {u"*.*.*", u"ab", false},     {u".*", u"ab", false},
-        {u"*.t?t", u"x.tat", true}, {u"\u00c4", u"\u00e4", false}
-        // clang-format on
-    };
+        {u"*.t?t", u"x.tat", true}, {u"\u00c4", u"\u00e4", false}};
     for (const auto& [pattern, name, fits] : files)
         EXPECT_EQ(ZU_wildcard_match_win32_file(pattern, name), fits) << narrow(pattern);
 }
