@@ -120,9 +120,7 @@ TEST(format_texts, by_the_rules_of_the_platform) {
     auto* address = reinterpret_cast<void*>(uintptr_t{0xABC});
     const std::u16string zeros(2 * sizeof(void*) - 3, u'0');
     int stored = 7;
-    const struct {
-        std::u16string actual, expected;
-    } rows[] = {
+    const std::pair<std::u16string, std::u16string> rows[] = {
         // clang-format off
         {formatted(u"%s|%ls|%ws|%lS|%Ls", wide, wide, wide, wide, wide), u"wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac"},
         {formatted(u"%S|%hs|%hS", narrow, narrow, narrow), u"nar\u00e9|nar\u00e9|nar\u00e9"},
@@ -146,8 +144,8 @@ TEST(format_texts, by_the_rules_of_the_platform) {
         {formatted(u"%n%d", &stored, 42), u"42"},
         // clang-format on
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.actual, row.expected);
+    for (const auto& [actual, expected] : rows)
+        EXPECT_EQ(actual, expected);
     EXPECT_EQ(stored, 7) << "%n takes its argument and stores nothing";
 }
 

@@ -43,9 +43,7 @@ const char sample[] = "Windows Registry Editor Version 5.00\r\n\r\n"
                       "\"lines\"=\"one\r\ntwo\" ; and a comment\r\n"
                       "\"number\"=dword:0000002A\r\n"
                       "\"binary\"=hex:01,ff,\\\r\n  02,\\\r\n  a\r\n"
-                      "\"none\"=hex(0):\r\n"
                       "\"expand\"=hex(2):25,00,41,00,25,00,00,00\r\n"
-                      "\"raw\"=hex(1):61,00,62\r\n"
                       "\"quad\"=hex(b):01,00,00,00,00,00,00,80\r\n"
                       "\"eq=\\\\\"=dword:1\r\n"
                       "\"gone\"=dword:1\r\n\"GONE\"=-\r\n"
@@ -58,8 +56,7 @@ TEST_F(registry, is_read_in_every_encoding) {
     const std::pair<const ZU_wchar*, value> rows[] = {
         {nullptr, units(1, u"default\0"s)},     {u"pAtH", units(1, u"C:\\dir \"x\" C:\\new \u00e4\0"s)},
         {u"lines", units(1, u"one\r\ntwo\0"s)}, {u"number", {4, "\x2A\0\0\0"s}},
-        {u"binary", {3, "\1\xFF\2\xA"}},        {u"none", {0, ""}},
-        {u"expand", units(2, u"%A%\0"s)},       {u"raw", {1, "a\0b"s}},
+        {u"binary", {3, "\1\xFF\2\xA"}},        {u"expand", units(2, u"%A%\0"s)},
         {u"eq=\\", {4, "\1\0\0\0"s}},           {u"quad", {11, "\1\0\0\0\0\0\0\x80"s}},
         {u"TWICE", {4, "\2\0\0\0"s}},           {u"gone", {-2, ""}},
     };

@@ -34,15 +34,11 @@ outcome run_child(const std::function<void()>& body) {
         std::fflush(nullptr);
         _exit(0);
     }
-    outcome result;
     int status = 0;
-    if (waitpid(child, &status, 0) == child) {
-        result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    }
-    result.output = taken_from(out);
-    result.error_output = taken_from(error);
-    return result;
+    if (waitpid(child, &status, 0) != child)
+        return {};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+            taken_from(out), taken_from(error)};
 }
 
 holder::holder(const std::function<uint32_t()>& body) {
