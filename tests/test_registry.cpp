@@ -76,8 +76,8 @@ TEST_F(registry, is_read_in_every_encoding) {
 
 TEST_F(registry, a_line_that_means_nothing_is_skipped) {
     for (const char* line : {"\"a\"=\"unclosed", "\"a\"=dword:", "\"a\"=dword:1g", "\"a\"=dword:123456789",
-                             "\"a\"=hex(:00", "\"a\"=hex:0g", "\"a\"=hex:1 2", "\"a\"=\"x\" y", "\"a\"",
-                             "\"a", "a=\"x\"", "@", "\xFF\xC0", "=-", "\"a\"=-x"}) {
+                             "\"a\"=", "\"a\"=hex(:00", "\"a\"=hex:0g", "\"a\"=hex:1 2", "\"a\"=\"x\" y",
+                             "\"a\"", "\"a", "a=\"x\"", "@", "\xFF\xC0", "=-", "\"a\"=-x"}) {
         write(std::string("[HKEY_LOCAL_MACHINE\\k]\n") + line + "\n\"b\"=dword:1\n@=\"after\"");
         EXPECT_EQ(get(u"k", u"a").first, -2) << line;
         EXPECT_EQ(get(u"k", u"b").second, "\1\0\0\0"s) << line;
@@ -129,7 +129,8 @@ TEST_F(registry, calls_give_the_platforms_codes) {
     uint8_t data[4];
     EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, nullptr, data, nullptr), 87);
     uint32_t size = 0;
-    EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, nullptr, nullptr, &size), 0);
+    for (uint32_t* asked : {static_cast<uint32_t*>(nullptr), &size})
+        EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, nullptr, nullptr, asked), 0);
     EXPECT_EQ(size, 4u);
     write("");
     EXPECT_EQ(std::get<0>(query(key, u"n", 12)), 1018) << "the key is gone";

@@ -181,7 +181,7 @@ TEST_F(libraries, failures_have_their_codes) {
         {u"T:\\nosuch.so", 126}, {u"T:\\nosuch\\x.so", 126},    {u"Q:\\x.so", 126},     {u"T:\\folder", 126},
         {u"", 126},              {u"zu-no-such-library", 126},  {u"T:\\folder\\", 126}, {u"T:\\named.so", 5},
         {u"T:\\text.so", 193},   {u"T:\\text", 193},            {u"T:\\text.", 126},    {u"T:\\plain.", 193},
-        {u"T:\\cut0.so", 193},  {u"T:\\cut30.so", 193},        {u"T:\\cut3000.so", 193},
+        {u"T:\\cut0.so", 193},  {u"T:\\cut30.so", 193},        {u"T:\\cut3000.so", 193}, {u"T:\\te*t.so", 126},
         {u"libm.so.6", 0},      {u"libc.so", 193}, // where the system keeps its libraries, and texts for the linker
         // clang-format on
     };
