@@ -89,7 +89,8 @@ TEST_F(registry, a_line_that_means_nothing_is_skipped) {
     write("@=\"a\"\n[HKEY_LOCAL_MACHINE\\k]\n@=\"b\"\n[HKEY_LOCAL_MACHINE\\unclosed\n@=\"c\"\n[]\n@=\"d\"\n"
           "[HKEY_LOCAL_MACHINE\\"
           + std::string(256, 'x') + "]\n@=\"e\"\n[HKEY_LOCAL_MACHINE" + deep + "]\n");
-    EXPECT_EQ(get(std::u16string(256, u'x'), nullptr).second, "no key");
+    for (const std::u16string& path : {std::u16string(256, u'x'), wide(deep).substr(1)})
+        EXPECT_EQ(get(path, nullptr).second, "no key");
     EXPECT_EQ(text(u"k"), u"b") << "values after a line that names no key belong to none";
 }
 
