@@ -6,8 +6,7 @@ namespace {
 struct string {
     ZU_s s = nullptr;
 
-    string() = default;
-    explicit string(const std::u16string& text) { append(text); }
+    explicit string(const std::u16string& text = u"") { append(text); }
     ~string() { ZU_s_destroy(&s); }
     string(const string&) = delete;
 
