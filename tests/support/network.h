@@ -7,6 +7,8 @@
 #include <functional>
 #include <utility>
 
+#include <gtest/gtest.h>
+
 #include "zu/zu.h"
 
 namespace zu_test {
@@ -17,9 +19,12 @@ struct started_library {
     ~started_library() { ZU_shutdown(); }
 };
 
-sockaddr_in ipv4(uint32_t address, uint16_t port); // both in host order
-sockaddr_in loopback(uint16_t port);
-sockaddr_in address_of(SOCKET socket); // its own
+struct with_library : testing::Test {
+    started_library library;
+};
+
+sockaddr_in ipv4(uint16_t port, uint32_t address = INADDR_LOOPBACK); // both in host order
+sockaddr_in address_of(SOCKET socket);                               // its own
 uint16_t port_of(SOCKET socket);
 
 // A socket that is closed at the end of its scope, or before.
@@ -28,10 +33,6 @@ public:
     explicit held_socket(SOCKET number) : number_(number) {}
     ~held_socket() { close(); }
     held_socket(held_socket&& other) noexcept : number_(std::exchange(other.number_, INVALID_SOCKET)) {}
-    held_socket& operator=(held_socket&& other) noexcept {
-        std::swap(number_, other.number_);
-        return *this;
-    }
 
     operator SOCKET() const { return number_; }
     void close();
@@ -45,27 +46,21 @@ private:
 held_socket stream_socket();
 held_socket bound_socket(int type, uint16_t port = 0);
 held_socket listening_socket(uint16_t port = 0, int backlog = 16);
-int32_t connect_to(SOCKET socket, uint16_t port);
+held_socket connected_to(SOCKET listener);
+int32_t connect_to(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in));
 
 // Two ends of one connection.
 struct connection {
-    connection() : connection(listening_socket()) {}
-    explicit connection(SOCKET listener);
-
-    held_socket client = stream_socket(), server;
+    held_socket listener = listening_socket(), client = connected_to(listener);
+    held_socket server{ZU_accept(listener, nullptr, nullptr)};
 };
 
 // A port whose listener takes no more connections, so that the next attempt gets no answer.
 struct silent_port {
-    silent_port() { connect_to(waiting, port_of(listener)); }
-
-    held_socket listener = listening_socket(0, 0), waiting = stream_socket();
+    held_socket listener = listening_socket(0, 0), waiting = connected_to(listener);
 };
 
 std::ptrdiff_t count_descriptors(); // that this process has open
-
-// Whether this machine has an address for the name; one without /etc/hosts has none.
-bool knows_localhost();
 
 // Runs the body on a thread in a network namespace of its own that holds a loopback and nothing else, and with mounts
 // of its own. False, with the body not run, where the process may not have them.
