@@ -1,8 +1,6 @@
 // Users of the host for a test: made by root, removed at the end.
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 
 namespace zu_test {
@@ -16,10 +14,7 @@ public:
     temporary_user& operator=(const temporary_user&) = delete;
 
     bool made() const { return made_; } // false where the user is not root or the tools are missing
-    const std::string& name() const { return name_; }
-    std::u16string wide_name() const { return {name_.begin(), name_.end()}; }
-    uid_t id() const;
-
+    std::u16string name() const { return {name_.begin(), name_.end()}; }
     bool change(const std::string& options) const; // as usermod takes them
 
 private:
