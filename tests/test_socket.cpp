@@ -6,8 +6,6 @@
 namespace {
 
 using sockets = with_library;
-using port_test = with_library;
-using names = with_library;
 
 // A call's outcome in one number: its result when it succeeds, else the code.
 int outcome_of(int64_t result) {
@@ -95,10 +93,15 @@ TEST(library, calls_need_it_and_a_socket) {
     for (SOCKET stranger : {INVALID_SOCKET, closed, static_cast<SOCKET>(pipes[0])}) {
         for (int code : all_calls(stranger))
             EXPECT_EQ(code, WSAENOTSOCK) << stranger;
-        EXPECT_EQ(accept_with_short_length(stranger), WSAENOTSOCK) << stranger;
     }
     set = set_of(static_cast<SOCKET>(pipes[1]));
-    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, &set, nullptr, nullptr)), WSAENOTSOCK);
+    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, &set, nullptr, nullptr)), WSAENOTSOCK)
+        << "it could be written";
+    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, nullptr, nullptr, nullptr)), WSAEINVAL);
+    const timeval negative{-1, 0};
+    EXPECT_EQ(outcome_of(ZU_select(0, &set, nullptr, nullptr, &negative)), WSAEINVAL);
+    FD_ZERO(&set);
+    EXPECT_EQ(outcome_of(ZU_select(0, &set, nullptr, &set, nullptr)), WSAEINVAL);
     for (int end : pipes)
         EXPECT_EQ(close(end), 0) << "closing what is no socket leaves it open";
 
@@ -176,8 +179,10 @@ unsigned readiness(SOCKET socket) {
 TEST_F(sockets, each_state_shows_in_its_sets) {
     const held_socket fresh = stream_socket(), idle = bound_socket(SOCK_STREAM),
                       listener = listening_socket(), client = stream_socket();
+    SetLastError(4711);
     for (const held_socket* one : {&fresh, &idle, &listener})
         EXPECT_EQ(readiness(*one), 0u);
+    EXPECT_EQ(GetLastError(), 4711u) << "a time-out leaves it alone";
     let_block(client, false);
     EXPECT_EQ(attempt(client, address_of(idle)), WSAEWOULDBLOCK);
     EXPECT_EQ(readiness(client), error_ready) << "refused";
@@ -240,21 +245,6 @@ TEST_F(sockets, datagrams) {
         EXPECT_EQ(readiness(fresh), write_ready) << "a failure of this side is none of a receive";
         ASSERT_EQ(attempt(fresh, to_nobody), 0);
     }
-}
-
-TEST_F(sockets, select_leaves_the_code_at_a_timeout_and_refuses_what_it_cannot_wait_for) {
-    held_socket listener = listening_socket();
-    SetLastError(4711);
-    EXPECT_EQ(readiness(listener), 0u);
-    EXPECT_EQ(GetLastError(), 4711u);
-    fd_set set = set_of(listener), empty;
-    FD_ZERO(&empty);
-    const timeval negative{-1, 0};
-    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, nullptr, nullptr, nullptr)), WSAEINVAL);
-    EXPECT_EQ(outcome_of(ZU_select(0, &empty, nullptr, &empty, nullptr)), WSAEINVAL);
-    EXPECT_EQ(outcome_of(ZU_select(0, &set, nullptr, nullptr, &negative)), WSAEINVAL);
-    listener.close();
-    EXPECT_EQ(outcome_of(ZU_select(0, &set, nullptr, nullptr, nullptr)), WSAENOTSOCK);
 }
 
 TEST_F(sockets, calls_go_on_after_signals_and_see_what_others_do) {
@@ -345,7 +335,7 @@ std::string tested(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms =
     return std::to_string(result) + ", " + std::to_string(GetLastError());
 }
 
-TEST_F(port_test, verdicts) {
+TEST_F(sockets, port_test_verdicts) {
     const auto descriptors = count_descriptors();
     {
         const held_socket open = listening_socket(), idle = bound_socket(SOCK_STREAM);
@@ -410,14 +400,12 @@ std::u16string looked_up(const ZU_wchar* name) {
     return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
 }
 
-TEST_F(names, of_this_computer_and_what_nobody_is_asked_for) {
+TEST_F(sockets, name_of_this_computer_and_names_what_nobody_is_asked_for) {
     ZU_wchar name[65];
     ASSERT_EQ(ZU_gethostname(name, 65), 1);
     const uint32_t length = static_cast<uint32_t>(std::u16string(name).size());
     for (uint32_t capacity : {0u, length})
         EXPECT_EQ(code_of(ZU_gethostname(name, capacity)), 111u);
-    EXPECT_EQ(ZU_gethostname(name, length + 1), 1);
-
     const std::u16string own = looked_up(u"");
     EXPECT_TRUE(ZU_is_ip_address(own.c_str())) << narrow(own);
     EXPECT_EQ(looked_up(name), narrow(name) == "localhost" ? u"127.0.0.1" : own);
@@ -441,7 +429,7 @@ void answer(int server) {
     }
 }
 
-TEST_F(names, the_resolver_answers_in_codes_and_a_lonely_network_has_no_routes) {
+TEST_F(sockets, the_resolver_answers_in_codes_and_a_lonely_network_has_no_routes) {
     const file_place place;
     place.write("resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
     const std::string configuration = place.host_path("resolv.conf");
