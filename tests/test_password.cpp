@@ -88,7 +88,7 @@ TEST_F(password, right_and_wrong_ones) {
 }
 
 TEST_F(password, administrators) {
-    const temporary_user admin(right_narrow, administrators_group());
+    const temporary_user admin(right_narrow, true);
     quickly([&] {
         EXPECT_FALSE(ZU_user_is_admin(nullptr, name_.c_str(), right));
         EXPECT_FALSE(ZU_user_is_admin(nullptr, admin.name().c_str(), u"wrong"));
@@ -118,60 +118,6 @@ TEST_F(password, nothing_is_right_without_the_authentication_service) {
             EXPECT_FALSE(is_right(right)) << helper;
         }
     });
-}
-
-// An entry point of the package, as a program finds it.
-template <class Function>
-Function entry(const char* name) {
-    static const platform::HMODULE module = platform::LoadLibraryW(u"Secur32.DLL");
-    return reinterpret_cast<Function>(reinterpret_cast<void*>(platform::GetProcAddress(module, name)));
-}
-
-struct token {
-    std::string room = std::string(4096, '\0');
-    platform::SecBuffer buffer{4096, SECBUFFER_TOKEN, room.data()};
-    platform::SecBufferDesc list{SECBUFFER_VERSION, 1, &buffer};
-};
-
-TEST_F(password, tokens_show_nothing_and_serve_once) {
-    const auto acquire = entry<platform::ACQUIRE_CREDENTIALS_HANDLE_FN_W>("AcquireCredentialsHandleW");
-    const auto initialize = entry<platform::INITIALIZE_SECURITY_CONTEXT_FN_W>("InitializeSecurityContextW");
-    const auto accept = entry<platform::ACCEPT_SECURITY_CONTEXT_FN>("AcceptSecurityContext");
-    const auto forget = entry<platform::DELETE_SECURITY_CONTEXT_FN>("DeleteSecurityContext");
-    std::u16string user = name_, given = right, ntlm = u"ntlm";
-    const auto units = [](std::u16string& text) { return reinterpret_cast<platform::WORD*>(text.data()); };
-    platform::SEC_WINNT_AUTH_IDENTITY_W identity{
-        units(user), static_cast<uint32_t>(user.size()), nullptr, 0, units(given), 11, 2};
-    platform::CredHandle credentials[2];
-    platform::CtxtHandle client, server;
-    for (const int way : {SECPKG_CRED_INBOUND, SECPKG_CRED_OUTBOUND})
-        ASSERT_EQ(acquire(nullptr, ntlm.data(), way, nullptr, &identity, nullptr, nullptr,
-                          &credentials[way - 1], nullptr),
-                  0);
-    const auto as_client = [&](platform::CtxtHandle* context, token& in, token& out) {
-        return initialize(&credentials[1], context, nullptr, 0, 0, SECURITY_NATIVE_DREP, &in.list, 0, &client,
-                          &out.list, nullptr, nullptr);
-    };
-    const auto as_server = [&](platform::CtxtHandle* context, token& in, token& out) {
-        return accept(&credentials[0], context, &in.list, 0, SECURITY_NATIVE_DREP, &server, &out.list,
-                      nullptr, nullptr);
-    };
-    token none, first, second, third, last;
-    EXPECT_EQ(as_client(nullptr, none, first), SEC_I_CONTINUE_NEEDED);
-    EXPECT_EQ(as_server(nullptr, first, second), SEC_I_CONTINUE_NEEDED);
-    EXPECT_LT(as_client(&client, first, third), 0) << "not the second token";
-    EXPECT_EQ(as_client(&client, second, third), SEC_E_OK);
-    EXPECT_EQ(third.room.find(std::string(reinterpret_cast<const char*>(right), 8)), std::string::npos);
-    third.buffer.cbBuffer -= 2;
-    EXPECT_LT(as_server(&server, third, last), 0) << "cut";
-    third.buffer.cbBuffer += 2;
-    third.room[12] ^= 1;
-    EXPECT_LT(as_server(&server, third, last), 0) << "another nonce";
-    third.room[12] ^= 1;
-    EXPECT_EQ(as_server(&server, third, last), SEC_E_OK);
-    EXPECT_LT(as_server(&server, third, last), 0) << "a second time";
-    EXPECT_EQ(forget(&client), 0);
-    EXPECT_LT(forget(&client), 0);
 }
 
 // How often a text stands in this process's writable memory.

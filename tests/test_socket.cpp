@@ -161,8 +161,6 @@ TEST_F(sockets, streams_tell_how_their_connection_ended) {
     EXPECT_EQ(outcome_of(ZU_send(left.server, "x", -1, 0)), WSAEFAULT);
 }
 
-// ---- Readiness -------------------------------------------------------------------------------------------------
-
 enum : unsigned { read_ready = 1, write_ready = 2, error_ready = 4 };
 
 unsigned readiness(SOCKET socket) {
@@ -230,7 +228,7 @@ TEST_F(sockets, datagrams) {
 
     // What nobody took is reported to a receive, once each, and keeps no other datagram from going.
     for (bool connected : {false, true}) {
-        SCOPED_TRACE(connected ? "connected" : "not connected");
+        SCOPED_TRACE(connected);
         for (int i = 0; i < 2; ++i) {
             EXPECT_EQ(transmit(fresh, to_nobody), 1);
             EXPECT_EQ(transmit(fresh, to), 1);
@@ -272,8 +270,6 @@ TEST_F(sockets, calls_go_on_after_signals_and_see_what_others_do) {
     other.join();
 }
 
-// ---- Options, ports --------------------------------------------------------------------------------------------
-
 TEST_F(sockets, options_in_the_forms_of_both_sides) {
     const connection pair;
     const int milliseconds = 20;
@@ -301,21 +297,17 @@ TEST_F(sockets, options_in_the_forms_of_both_sides) {
 }
 
 TEST_F(sockets, a_port_is_taken_over_only_from_what_winds_down) {
-    uint16_t free_again; // of a killed server, which lingers
-    {
-        const held_socket listener = bound_socket(SOCK_STREAM), client = stream_socket();
-        free_again = port_of(listener);
-        const pid_t child = fork();
-        if (child == 0) {
-            ZU_listen(listener, 1);
-            attempt(client, address_of(listener));
-            ZU_accept(listener, nullptr, nullptr);
-            raise(SIGKILL);
-        }
-        waitpid(child, nullptr, 0);
-    }
+    held_socket killed = bound_socket(SOCK_STREAM), client = stream_socket(), next = stream_socket();
+    const uint16_t free_again = port_of(killed);
+    run_child([&] {
+        ZU_listen(killed, 1);
+        attempt(client, address_of(killed));
+        ZU_accept(killed, nullptr, nullptr);
+        raise(SIGKILL);
+    });
+    killed.close();
+    client.close();
     const held_socket taken = listening_socket(free_again);
-    held_socket next = stream_socket();
     ASSERT_NE(taken, INVALID_SOCKET) << GetLastError();
     EXPECT_EQ(outcome_of(bound_socket(SOCK_STREAM, free_again)), WSAEADDRINUSE);
     const int on = 1;
@@ -353,8 +345,6 @@ TEST_F(sockets, port_test_verdicts) {
     }
     EXPECT_EQ(count_descriptors(), descriptors) << "every path closes its socket";
 }
-
-// ---- Addresses and names ---------------------------------------------------------------------------------------
 
 TEST(address, dotted_text_both_ways) {
     // clang-format off

@@ -33,9 +33,7 @@ const std::string out_of_time = "code 4711:  timed out"; // the code is as it wa
 // What went is empty unless the transfer was done.
 std::string outcome_of(bool success, const std::string& what_went, ZU_bool timed_out) {
     return (success ? "done: " : "code " + std::to_string(GetLastError()) + ": ") + what_went
-           + (timed_out == 1   ? " timed out"
-              : timed_out == 0 ? ""
-                               : " no flag");
+           + (timed_out ? " timed out" : "");
 }
 
 std::string send(const transport& to, const std::string& data, const timeval* timeout = &long_time) {
@@ -65,8 +63,7 @@ TEST_F(trans, constructors_fail_with_their_codes_and_leave_nothing) {
         const uint16_t port = port_of(server->socket), closed_port = port_of(idle);
         EXPECT_EQ(code_of(bool{server_on(0, ZU_TRANS_KEEPALIVE)}), 87u) << "no protocol";
         EXPECT_EQ(code_of(bool{client_on(port, 0)}), 87u) << "no protocol";
-        for (uint32_t option : {0u, ZU_TRANS_REUSEADDR})
-            EXPECT_EQ(code_of(bool{server_on(port, ZU_TRANS_TCP | option)}), uint32_t{WSAEADDRINUSE});
+        EXPECT_EQ(code_of(bool{server_on(port, ZU_TRANS_TCP | ZU_TRANS_REUSEADDR)}), uint32_t{WSAEADDRINUSE});
         EXPECT_EQ(code_of(bool{client_on(port, ZU_TRANS_TCP, &closed_port)}), uint32_t{WSAEADDRINUSE});
         EXPECT_EQ(code_of(bool{client_on(closed_port)}), uint32_t{WSAECONNREFUSED});
         EXPECT_EQ(code_of(bool{client_on(port, ZU_TRANS_TCP, nullptr, u"no host")}),
@@ -125,13 +122,10 @@ TEST_F(trans, refuses_what_its_kind_and_role_cannot_do) {
 
 TEST_F(trans, lost_and_silent_peers) {
     const transport server = server_on(0);
-    for (const timeval* timeout : {&long_time, static_cast<const timeval*>(nullptr)}) {
-        transport client = client_of(server);
-        const transport reset = accepted_from(server);
-        held_socket(std::exchange(client->socket, INVALID_SOCKET)).close_with_reset();
-        EXPECT_EQ(receive(reset, timeout), lost);
-        EXPECT_EQ(send(reset, "x", timeout), lost);
-    }
+    const transport gone = client_of(server), reset = accepted_from(server);
+    held_socket(std::exchange(gone->socket, INVALID_SOCKET)).close_with_reset();
+    EXPECT_EQ(receive(reset), lost);
+    EXPECT_EQ(send(reset, "x", nullptr), lost);
 
     // A peer that never reads: pieces go until the buffers are full, then the time-out ends the wait, each time.
     const transport client = client_of(server), deaf = accepted_from(server);
@@ -179,34 +173,30 @@ TEST_F(trans, a_thousand_connections_at_once) {
 
 TEST_F(trans, one_thread_sends_while_another_receives) {
     const transport server = server_on(0), client = client_of(server), echo = accepted_from(server);
-    constexpr size_t total = 4 << 20;
-    std::vector<char> data(total), back(total);
+    std::string data(4 << 20, 0), back;
     std::iota(data.begin(), data.end(), char{0});
-    const auto send_all = [](const transport& to, const char* from, size_t size) {
-        for (uint32_t sent; size > 0; from += sent, size -= sent) {
-            if (!ZU_trans_send(to.get(), from, static_cast<uint32_t>(size), &sent, &long_time, nullptr))
+    const auto send_all = [](const transport& to, std::string_view what) {
+        for (uint32_t sent, size; (size = static_cast<uint32_t>(what.size())) > 0; what.remove_prefix(sent)) {
+            if (!ZU_trans_send(to.get(), what.data(), size, &sent, &long_time, nullptr))
                 return;
         }
     };
+    const auto receive_all = [](const transport& from, const auto& take) {
+        char room[5000];
+        for (uint32_t size; ZU_trans_recv(from.get(), room, sizeof room, &size, &long_time, nullptr);)
+            take(std::string_view(room, size));
+    };
     crew others;
     others.add([&] {
-        std::vector<char> room(5000);
-        uint32_t received;
-        while (ZU_trans_recv(echo.get(), room.data(), 5000, &received, &long_time, nullptr))
-            send_all(echo, room.data(), received);
+        receive_all(echo, [&](std::string_view piece) { send_all(echo, piece); });
+        shutdown(static_cast<int>(echo->socket), SHUT_WR);
     });
     others.add([&] {
-        send_all(client, data.data(), total);
+        send_all(client, data);
         shutdown(static_cast<int>(client->socket), SHUT_WR);
     });
-    size_t at = 0;
-    for (uint32_t received; at < total; at += received) {
-        if (!ZU_trans_recv(client.get(), back.data() + at, static_cast<uint32_t>(total - at), &received,
-                           &long_time, nullptr))
-            break;
-    }
+    receive_all(client, [&](std::string_view piece) { back += piece; });
     others.join();
-    EXPECT_EQ(at, total);
     EXPECT_TRUE(back == data);
 }
 

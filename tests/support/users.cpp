@@ -10,11 +10,15 @@ static bool run(const std::string& command) {
     return is_root() && run_command(command).exit_code == 0;
 }
 
-temporary_user::temporary_user(const std::string& password, const std::string& group) {
+temporary_user::temporary_user(const std::string& password, bool is_administrator) {
     static int count = 0;
     name_ = "zu" + std::to_string(getpid()) + "u" + std::to_string(++count);
-    const std::string groups = group.empty() ? "" : " -G " + group;
-    made_ = run("useradd -M -N -s /bin/sh -g nogroup" + groups + " " + name_)
+    std::string groups = "nogroup";
+    for (const char* name : {"root", "admin", "wheel", "sudo"}) {
+        if (is_administrator && getgrnam(name))
+            groups = std::string("nogroup -G ") + name;
+    }
+    made_ = run("useradd -M -N -s /bin/sh -g " + groups + " " + name_)
             && run("printf '%s:%s\\n' " + name_ + " '" + password + "' | chpasswd");
 }
 
@@ -24,14 +28,6 @@ temporary_user::~temporary_user() {
 
 bool temporary_user::change(const std::string& options) const {
     return run("usermod " + options + " " + name_);
-}
-
-std::string administrators_group() {
-    for (const char* name : {"sudo", "wheel", "admin"}) {
-        if (getgrnam(name))
-            return name;
-    }
-    return "root";
 }
 
 } // namespace zu_test

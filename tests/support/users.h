@@ -7,8 +7,8 @@ namespace zu_test {
 
 class temporary_user {
 public:
-    // An account that may log in, with that password, maybe in one more group.
-    explicit temporary_user(const std::string& password, const std::string& group = "");
+    // An account that may log in, with that password; an administrator is in the first group that makes them here.
+    explicit temporary_user(const std::string& password, bool is_administrator = false);
     ~temporary_user();
     temporary_user(const temporary_user&) = delete;
     temporary_user& operator=(const temporary_user&) = delete;
@@ -21,8 +21,5 @@ private:
     std::string name_;
     bool made_;
 };
-
-// The first group that makes its members administrators here.
-std::string administrators_group();
 
 } // namespace zu_test
