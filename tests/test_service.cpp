@@ -402,11 +402,12 @@ TEST_F(service, ordinary_users_look_and_do_not_touch) {
     EXPECT_EQ(user.output, "state 4, stop 5, open 5, install 5");
 
     // Locks that anybody can place on what anybody may read keep nothing from being started.
+    EXPECT_TRUE(stops(u"system"));
     const int reader = ::open((services_ + "/system/status").c_str(), O_RDONLY);
     struct flock lock = {};
     lock.l_type = F_RDLCK;
     EXPECT_EQ(fcntl(reader, F_OFD_SETLK, &lock), 0);
-    EXPECT_TRUE(stops(u"system") && starts(u"system"));
+    EXPECT_TRUE(starts(u"system"));
     ::close(reader);
 }
 

@@ -338,6 +338,12 @@ TEST_F(sockets, port_test_verdicts) {
         EXPECT_EQ(tested(nullptr, port_of(open)), "1, 87");
         EXPECT_EQ(tested(u"localhost", port_of(open)), "1, 10051") << "a name is not looked up";
         EXPECT_EQ(tested(u"127.0.0.1", 0), "1, 10049");
+        const outcome without_descriptors = run_child([&] {
+            const rlimit none{0, 0};
+            setrlimit(RLIMIT_NOFILE, &none);
+            std::printf("%s", tested(u"127.0.0.1", port_of(open)).c_str());
+        });
+        EXPECT_EQ(without_descriptors.output, "1, 10024");
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(tested(u"127.0.0.1", port_of(silent.listener), 1200), "2, 10035");
         EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200))
@@ -405,17 +411,22 @@ TEST_F(sockets, name_of_this_computer_and_names_what_nobody_is_asked_for) {
         EXPECT_EQ(looked_up(unknown), u"code 11001") << narrow(unknown);
 }
 
-// A name server that gives each question the short answer that its first letter names.
+// A name server that answers by the first digit of the name: with its code, from 4 on with an address.
 void answer(int server) {
-    unsigned char question[512];
+    unsigned char packet[512];
+    const unsigned char address[] = {0xC0, 12, 0, 1, 0,  1, 0, 0,
+                                     0,    9,  0, 4, 10, 0, 0, 9}; // of the name at 12
     sockaddr_in from;
     auto* const asker = reinterpret_cast<sockaddr*>(&from);
     socklen_t length = sizeof from;
-    for (ssize_t size; (size = recvfrom(server, question, sizeof question, 0, asker, &length)) > 13;) {
-        question[2] |= 0x80; // a response
-        question[3] = static_cast<unsigned char>(0x80 | (question[13] - '0'));
-        question[11] = 0; // no additional records
-        sendto(server, question, static_cast<size_t>(size), 0, asker, length);
+    for (ssize_t size; (size = recvfrom(server, packet, 400, 0, asker, &length)) > 13;) {
+        const int digit = packet[13] - '0';
+        packet[2] |= 0x80; // a response
+        packet[3] = static_cast<unsigned char>(0x80 | digit % 4);
+        packet[7] = digit >= 4; // answers
+        std::copy_n(address, sizeof address, packet + size);
+        sendto(server, packet, static_cast<size_t>(size) + (digit >= 4 ? sizeof address : 0), 0, asker,
+               length);
     }
 }
 
@@ -432,6 +443,7 @@ TEST_F(sockets, the_resolver_answers_in_codes_and_a_lonely_network_has_no_routes
         EXPECT_EQ(looked_up(u"3.example"), u"code 11001");
         EXPECT_EQ(looked_up(u"2.example"), u"code 11002");
         EXPECT_EQ(looked_up(u"0.example"), u"code 11004");
+        EXPECT_EQ(looked_up(u"4.example"), u"10.0.0.9");
         shutdown(static_cast<int>(server), SHUT_RD);
         answering.join();
         EXPECT_EQ(looked_up(u""), u"127.0.0.1") << "no other address here";
