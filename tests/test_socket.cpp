@@ -60,8 +60,6 @@ fd_set set_of(SOCKET socket) {
 // Every call on one socket.
 std::vector<int> all_calls(SOCKET socket) {
     const sockaddr_in address = ipv4(9);
-    sockaddr_in from;
-    int32_t length = sizeof from;
     unsigned long on = 1;
     return {outcome_of(ZU_accept(socket, nullptr, nullptr)),
             bind_to(socket, address),
@@ -71,8 +69,6 @@ std::vector<int> all_calls(SOCKET socket) {
             outcome_of(platform::ioctlsocket(socket, FIONBIO, &on)),
             transmit(socket),
             receive(socket),
-            transmit(socket, address),
-            outcome_of(ZU_recvfrom(socket, &on, 1, 0, reinterpret_cast<sockaddr*>(&from), &length)),
             outcome_of(ZU_socket_close(socket))};
 }
 
@@ -95,8 +91,7 @@ TEST(library, calls_need_it_and_a_socket) {
             EXPECT_EQ(code, WSAENOTSOCK) << stranger;
     }
     set = set_of(static_cast<SOCKET>(pipes[1]));
-    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, &set, nullptr, nullptr)), WSAENOTSOCK)
-        << "it could be written";
+    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, &set, nullptr, nullptr)), WSAENOTSOCK);
     EXPECT_EQ(outcome_of(ZU_select(0, nullptr, nullptr, nullptr, nullptr)), WSAEINVAL);
     const timeval negative{-1, 0};
     EXPECT_EQ(outcome_of(ZU_select(0, &set, nullptr, nullptr, &negative)), WSAEINVAL);
@@ -197,8 +192,7 @@ TEST_F(sockets, each_state_shows_in_its_sets) {
     EXPECT_EQ(readiness(pair.server), read_ready | write_ready);
     ASSERT_EQ(receive(pair.server), 1);
     ZU_send(pair.client, "!", 1, MSG_OOB);
-    EXPECT_EQ(readiness(pair.server) & (write_ready | error_ready), write_ready | error_ready)
-        << "out of band";
+    EXPECT_EQ(readiness(pair.server) & ~read_ready, write_ready | error_ready) << "out of band";
     closed.client.close();
     EXPECT_EQ(readiness(closed.server), read_ready | write_ready);
     reset.client.close_with_reset();
@@ -338,16 +332,15 @@ TEST_F(sockets, port_test_verdicts) {
         EXPECT_EQ(tested(nullptr, port_of(open)), "1, 87");
         EXPECT_EQ(tested(u"localhost", port_of(open)), "1, 10051") << "a name is not looked up";
         EXPECT_EQ(tested(u"127.0.0.1", 0), "1, 10049");
-        const outcome without_descriptors = run_child([&] {
-            const rlimit none{0, 0};
-            setrlimit(RLIMIT_NOFILE, &none);
-            std::printf("%s", tested(u"127.0.0.1", port_of(open)).c_str());
+        const outcome child = run_child([&] {
+            const rlimit no_descriptors{0, 0};
+            setrlimit(RLIMIT_NOFILE, &no_descriptors);
+            std::printf("%s", tested(u"127.0.0.1", 1).c_str());
         });
-        EXPECT_EQ(without_descriptors.output, "1, 10024");
+        EXPECT_EQ(child.output, "1, 10024");
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(tested(u"127.0.0.1", port_of(silent.listener), 1200), "2, 10035");
-        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200))
-            << "seconds and the rest both count";
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1200));
     }
     EXPECT_EQ(count_descriptors(), descriptors) << "every path closes its socket";
 }
@@ -396,7 +389,7 @@ std::u16string looked_up(const ZU_wchar* name) {
     return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
 }
 
-TEST_F(sockets, name_of_this_computer_and_names_what_nobody_is_asked_for) {
+TEST_F(sockets, name_of_this_computer_and_what_nobody_is_asked_for) {
     ZU_wchar name[65];
     ASSERT_EQ(ZU_gethostname(name, 65), 1);
     const uint32_t length = static_cast<uint32_t>(std::u16string(name).size());
