@@ -8,9 +8,9 @@
 namespace {
 
 // The services are this program itself, started with --service LOG STEP... A step is a report to send (READY=1), behind
-// `first=` only while the log is empty, a number of milliseconds to sleep, `exit=N`, `log` or `log-helper`, which add the
-// process's number, or its helper's, to the log, `child`, which leaves a process behind that hears no SIGTERM and says
-// that it is ready, or `vfork`, which is held up by a child for a while. Then it waits for ever.
+// `first=` only while the log is empty, a number of milliseconds to sleep, `exit=N`, `log` or `log-helper`, which add
+// the process's number, or its helper's, to the log, `child`, which leaves a process behind that hears no SIGTERM and
+// says that it is ready, or `vfork`, which is held up by a child for a while. Then it waits for ever.
 
 void report(const char* text) {
     sockaddr_un address = {};
