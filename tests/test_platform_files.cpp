@@ -7,38 +7,12 @@ using namespace platform;
 
 constexpr DWORD untouched = 0xABCD;
 constexpr DWORD R = GENERIC_READ, W = GENERIC_WRITE, A = FILE_WRITE_ATTRIBUTES;
+constexpr DWORD shared = FILE_SHARE_READ | FILE_SHARE_WRITE;
+constexpr DWORD backup = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS;
 
-// Opens, closes again, and gives the code: what the call has set, also when it succeeds.
-DWORD open_code(const std::u16string& path, DWORD access, DWORD disposition,
-                DWORD flags = FILE_ATTRIBUTE_NORMAL) {
-    SetLastError(untouched);
-    const HANDLE file = CreateFileW(path.c_str(), access, 0, nullptr, disposition, flags, nullptr);
-    const DWORD code = GetLastError();
-    if (file == INVALID_HANDLE_VALUE)
-        return code;
-    EXPECT_TRUE(CloseHandle(file));
-    return code == ERROR_ALREADY_EXISTS ? 1000 + code : code;
+DWORD open_code(const std::u16string& path, DWORD access, DWORD disposition, DWORD flags = 0x80) {
+    return layer_file(path, access, disposition, 0, flags).code;
 }
-
-// A success that tells that the file was there.
-constexpr DWORD existed = 1000 + ERROR_ALREADY_EXISTS;
-
-// An open file, closed at the end of the scope.
-struct opened {
-    opened(const std::u16string& path, DWORD access, DWORD disposition, DWORD share = 0) {
-        handle = CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS,
-                             nullptr);
-        EXPECT_NE(handle, INVALID_HANDLE_VALUE) << GetLastError() << ' ' << narrow(path);
-    }
-    ~opened() { close(); }
-    void close() {
-        if (handle != INVALID_HANDLE_VALUE) {
-            EXPECT_TRUE(CloseHandle(std::exchange(handle, INVALID_HANDLE_VALUE)));
-        }
-    }
-    operator HANDLE() const { return handle; }
-    HANDLE handle;
-};
 
 std::string read_some(HANDLE file, DWORD count) {
     std::string bytes(count, 0);
@@ -56,13 +30,13 @@ DWORD write_code(HANDLE file, const std::string& bytes) {
     return code;
 }
 
-DWORD seek_code(HANDLE file, int64_t distance, DWORD origin, int64_t* position = nullptr) {
+// Checks the position that is reached, unless it is -1; a failure leaves it alone.
+DWORD seek_code(HANDLE file, int64_t distance, DWORD origin, int64_t reached = -1) {
     LARGE_INTEGER by, to;
     by.QuadPart = distance;
     to.QuadPart = -1;
     const DWORD code = code_after(SetFilePointerEx(file, by, &to, origin));
-    if (position)
-        *position = to.QuadPart;
+    EXPECT_TRUE(to.QuadPart == reached || (code == 0 && reached == -1));
     return code;
 }
 
@@ -76,51 +50,43 @@ void furnish(const file_place& place) {
     place.write("full/x", "");
     ASSERT_TRUE(SetFileAttributesW(place.long_path(u"hidden").c_str(), FILE_ATTRIBUTE_HIDDEN));
     ASSERT_TRUE(SetFileAttributesW(place.long_path(u"read-only-dir").c_str(), FILE_ATTRIBUTE_READONLY));
-    for (const auto& [link, target] :
-         {std::pair{"link", "read-only"}, {"dir-link", "full"}, {"dangling", "nowhere"}})
-        ASSERT_EQ(symlink(target, place.host_path(link).c_str()), 0);
+    place.make_link("link", "read-only");
+    place.make_link("dir-link", "full");
+    place.make_link("dangling", "nowhere");
 }
 
 TEST(platform_files, each_situation_of_opening_has_its_code) {
     // The columns: CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS, TRUNCATE_EXISTING.
     // clang-format off
-    const struct {
-        const char16_t* name;
-        DWORD access;
-        DWORD codes[5];
-    } rows[] = {
-        {u"missing", R | W, {0, 0, 2, 0, 2}},           {u"missing", 0, {0, 0, 2, 0, 87}},
-        {u"file", W, {80, existed, 0, existed, 0}},     {u"file", R, {80, existed, 0, existed, 87}},
-        {u"FILE", W, {80, existed, 0, existed, 0}},     {u"none\\file", R | W, {3, 3, 3, 3, 3}},
-        {u"file\\x", W, {3, 3, 3, 3, 3}},               {u"read-only", R, {80, 5, 0, existed, 87}},
-        {u"read-only", 0, {80, 5, 0, existed, 87}},     {u"read-only", R | W, {80, 5, 5, 5, 5}},
-        {u"hidden", W, {80, 5, 0, existed, 0}},         {u"directory", W, {80, 5, 5, 5, 5}},
-        {u"directory", 0, {80, 5, 5, 5, 87}},           {u"directory\\", W, {80, 5, 3, 3, 3}},
-        {u"file\\", W, {123, 123, 123, 123, 123}},      {u"missing\\", W, {123, 123, 123, 123, 123}},
-        {u"a*b", W, {123, 123, 123, 123, 123}},         {u"a:b", W, {123, 123, 123, 123, 123}},
-        {u"directory/file", W, {123, 123, 123, 123, 123}}, {u"", W, {80, 5, 5, 5, 5}},
+    const std::tuple<const char16_t*, DWORD, std::array<DWORD, 5>> rows[] = {
+        {u"missing", R | W, {0, 0, 2, 0, 2}},       {u"missing", 0, {0, 0, 2, 0, 87}},
+        {u"FILE", W, {80, 183, 0, 183, 0}},         {u"file", R, {80, 183, 0, 183, 87}},
+        {u"none\\file", R | W, {3, 3, 3, 3, 3}},    {u"file\\x", W, {3, 3, 3, 3, 3}},
+        {u"read-only", 0, {80, 5, 0, 183, 87}},     {u"read-only", R | W, {80, 5, 5, 5, 5}},
+        {u"hidden", W, {80, 5, 0, 183, 0}},         {u"directory", W, {80, 5, 5, 5, 5}},
+        {u"directory", 0, {80, 5, 5, 5, 87}},       {u"directory\\", W, {80, 5, 3, 3, 3}},
+        {u"file\\", W, {123, 123, 123, 123, 123}},  {u"missing\\", W, {123, 123, 123, 123, 123}},
+        {u"a*b", W, {123, 123, 123, 123, 123}},     {u"", W, {80, 5, 5, 5, 5}},
     };
     // clang-format on
-    for (const auto& row : rows) {
+    for (const auto& [name, access, codes] : rows) {
         for (DWORD disposition = CREATE_NEW; disposition <= TRUNCATE_EXISTING; ++disposition) {
-            SCOPED_TRACE(testing::Message() << narrow(row.name) << std::hex << " access " << row.access
-                                            << " disposition " << disposition);
+            SCOPED_TRACE(testing::Message() << narrow(name) << ' ' << access << ' ' << disposition);
             const file_place place;
             furnish(place);
-            const DWORD code = open_code(place.long_path(row.name), row.access, disposition);
-            EXPECT_EQ(code, row.codes[disposition - 1]);
-            const bool empties = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
-            for (const char* name : {"file", "hidden", "read-only"}) {
-                const bool is_meant =
-                    strcasecmp(narrow(row.name).c_str(), name) == 0 && (code == 0 || code == existed);
-                EXPECT_EQ(place.read(name), empties && is_meant ? "" : name);
-            }
+            const DWORD code = open_code(place.long_path(name), access, disposition);
+            EXPECT_EQ(code, codes[disposition - 1]);
+            const bool empties = (disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING)
+                                 && (code == 0 || code == 183);
+            for (const char* kept : {"file", "hidden", "read-only"})
+                EXPECT_EQ(place.read(kept),
+                          empties && strcasecmp(narrow(name).c_str(), kept) == 0 ? "" : kept);
             EXPECT_FALSE(place.exists("FILE"));
         }
     }
     const file_place place;
-    place.write("file", "data");
-    for (const DWORD disposition : {0u, 6u, 0xFFFFFFFFu})
+    furnish(place);
+    for (const DWORD disposition : {0u, 6u})
         EXPECT_EQ(open_code(place.long_path(u"file"), R, disposition), 87u);
     EXPECT_EQ(open_code(u"", R, OPEN_EXISTING), 87u);
     SECURITY_ATTRIBUTES security{};
@@ -128,29 +94,18 @@ TEST(platform_files, each_situation_of_opening_has_its_code) {
               INVALID_HANDLE_VALUE);
     EXPECT_EQ(GetLastError(), 50u);
     EXPECT_FALSE(place.exists("new"));
-}
 
-TEST(platform_files, access_to_no_data_opens_what_allows_nothing_else) {
-    const file_place place;
-    place.write("file", "data");
-    place.make_directory("directory");
-    chmod(place.host_path("file").c_str(), 0444);
-    constexpr DWORD backup = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS;
-    const struct {
-        const char16_t* name;
-        DWORD access, flags, code;
-    } rows[] = {
-        {u"file", 0, 0x80, 0},          {u"file", A, 0x80, 0},        {u"file", A, backup, 0},
-        {u"directory", A, 0x80, 5},     {u"directory", A, backup, 0}, {u"directory", W, backup, 0},
-        {u"directory\\", R, backup, 0}, {u"missing", A, backup, 2},   {u"", R, backup, 0},
-        {u"file", W, backup, 5},
+    const std::tuple<const char16_t*, DWORD, DWORD, DWORD> existing[] = {
+        {u"read-only", A, 0x80, 0},   {u"read-only", W, backup, 5}, {u"directory", A, 0x80, 5},
+        {u"directory", A, backup, 0}, {u"directory", W, backup, 0}, {u"directory\\", R, backup, 0},
+        {u"missing", A, backup, 2},   {u"", R, backup, 0},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(open_code(place.long_path(row.name), row.access, OPEN_EXISTING, row.flags), row.code)
-            << narrow(row.name) << std::hex << ' ' << row.access << ' ' << row.flags;
+    for (const auto& [name, access, flags, code] : existing)
+        EXPECT_EQ(open_code(place.long_path(name), access, OPEN_EXISTING, flags), code)
+            << narrow(name) << ' ' << access;
     char byte;
     DWORD done;
-    const opened directory(place.long_path(u"directory"), R, OPEN_EXISTING);
+    const layer_file directory(place.long_path(u"directory"), R, OPEN_EXISTING, 0, backup);
     EXPECT_EQ(code_after(ReadFile(directory, &byte, 1, &done, nullptr)), 1u);
 }
 
@@ -158,8 +113,7 @@ TEST(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
     const file_place place;
     place.write("file", "0123456789");
     const std::u16string path = place.long_path(u"file");
-    opened reader(path, R, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
-    opened writer(path, W, OPEN_EXISTING, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    layer_file reader(path, R, OPEN_EXISTING, shared), writer(path, W, OPEN_EXISTING, shared);
     char byte = 0;
     DWORD done = 77;
     for (const char* part : {"012345", "6789", ""})
@@ -173,14 +127,11 @@ TEST(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
     EXPECT_EQ(code_after(SetEndOfFile(reader)), 5u);
     EXPECT_EQ(code_after(FlushFileBuffers(reader)), 5u);
 
-    int64_t position = 0;
-    EXPECT_EQ(seek_code(reader, -3, FILE_END, &position), 0u);
-    EXPECT_EQ(position, 7);
-    EXPECT_EQ(seek_code(reader, -8, FILE_CURRENT, &position), 131u);
-    EXPECT_EQ(position, -1) << "not written";
+    EXPECT_EQ(seek_code(reader, -3, FILE_END, 7), 0u);
+    EXPECT_EQ(seek_code(reader, -8, FILE_CURRENT), 131u);
     EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_CURRENT), 131u);
     EXPECT_EQ(read_some(reader, 9), "789") << "where it was";
-    EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_BEGIN), 0u);
+    EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_BEGIN, INT64_MAX), 0u);
     EXPECT_EQ(read_some(reader, 1), "");
 
     EXPECT_EQ(seek_code(writer, 12, FILE_BEGIN), 0u);
@@ -203,12 +154,11 @@ TEST(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
 TEST(platform_files, reading_ahead_hides_nothing) {
     const file_place place;
     const std::u16string path = place.long_path(u"file");
-    std::string data;
+    std::string data, seen;
     for (int i = 0; data.size() < 200'000; ++i)
         data += "line " + std::to_string(i) + '\n';
     place.write("file", data);
-    opened reader(path, R, OPEN_EXISTING, FILE_SHARE_READ);
-    std::string seen;
+    layer_file reader(path, R, OPEN_EXISTING, FILE_SHARE_READ);
     for (size_t step = 1; seen.size() < data.size(); step = step * 7 % 5003) {
         const std::string part = read_some(reader, static_cast<DWORD>(step));
         seen += part;
@@ -218,13 +168,11 @@ TEST(platform_files, reading_ahead_hides_nothing) {
         ASSERT_TRUE(data.starts_with(seen));
     }
     EXPECT_EQ(read_some(reader, 10), "");
-    FILE* other = std::fopen(place.host_path("file").c_str(), "a");
-    std::fputs("appended", other);
-    std::fclose(other);
+    std::ofstream(place.host_path("file"), std::ios::app) << "appended";
     EXPECT_EQ(read_some(reader, 100), "appended");
     reader.close();
 
-    const opened both(path, R | W, OPEN_EXISTING);
+    const layer_file both(path, R | W, OPEN_EXISTING);
     EXPECT_EQ(read_some(both, 4), "line");
     EXPECT_EQ(write_code(both, "-"), 0u);
     EXPECT_EQ(seek_code(both, 0, FILE_BEGIN), 0u);
@@ -234,25 +182,13 @@ TEST(platform_files, reading_ahead_hides_nothing) {
     EXPECT_EQ(read_some(both, 6), "");
 }
 
-// Writes until the disk is full and gives what the file holds then.
-std::string fill_up(const file_place& place, const char* name, DWORD share) {
-    const opened file(place.long_path(wide(name)), W, OPEN_ALWAYS, share);
-    EXPECT_EQ(seek_code(file, 0, FILE_END), 0u);
-    const std::string line(10'007, 'x');
-    DWORD code = 0;
-    while ((code = write_code(file, line)) == ERROR_SUCCESS) {}
-    EXPECT_EQ(code, 112u);
-    return place.read(name);
-}
-
 TEST(platform_files, pipes_carry_what_is_written_and_a_missing_reader_is_a_failure) {
     const file_place place;
-    ASSERT_EQ(mkfifo(place.host_path("pipe").c_str(), 0666), 0);
-    const int other =
-        open(place.host_path("pipe").c_str(), O_RDWR | O_CLOEXEC); // neither side waits for a peer
-    const std::u16string path = place.long_path(u"pipe");
-    const opened writer(path, W, OPEN_EXISTING);
-    opened reader(path, R, OPEN_EXISTING);
+    const std::string host = place.host_path("pipe");
+    ASSERT_EQ(mkfifo(host.c_str(), 0666), 0);
+    const int other = open(host.c_str(), O_RDWR | O_CLOEXEC); // neither side waits for a peer
+    const layer_file writer(place.long_path(u"pipe"), W, OPEN_EXISTING);
+    layer_file reader(place.long_path(u"pipe"), R, OPEN_EXISTING);
     EXPECT_EQ(write_code(writer, "through"), 0u);
     EXPECT_EQ(read_some(reader, 100), "through");
     EXPECT_EQ(seek_code(writer, 0, FILE_END), 132u);
@@ -265,21 +201,27 @@ TEST(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone) {
     if (!is_root())
         GTEST_SKIP() << "mounting a small file system takes root";
     const file_place place;
+    const std::u16string path = place.long_path(u"file"), missing = place.long_path(u"new");
     const small_file_system disk(place.host_path(), 256 * 1024);
     ASSERT_TRUE(disk.mounted());
-    const std::string alone = fill_up(place, "alone", FILE_SHARE_READ);
-    EXPECT_GT(alone.size(), 0u);
-    EXPECT_EQ(alone.size() % 10'007, 0u);
-    ASSERT_TRUE(DeleteFileW(place.long_path(u"alone").c_str()));
-    EXPECT_NE(fill_up(place, "shared", FILE_SHARE_READ | FILE_SHARE_WRITE).size() % 10'007, 0u);
-
+    const std::string line(10'007, 'x');
+    for (const DWORD share : {DWORD{FILE_SHARE_READ}, shared}) {
+        const layer_file file(path, W, CREATE_ALWAYS, share);
+        EXPECT_EQ(write_code(file, line), 0u);
+        DWORD code = 0;
+        while (code == 0)
+            code = write_code(file, line);
+        EXPECT_EQ(code, 112u);
+        EXPECT_EQ(place.read("file").size() % line.size() == 0, share != shared);
+    }
     ASSERT_TRUE(disk.remount_read_only());
-    EXPECT_EQ(open_code(place.long_path(u"shared"), W, OPEN_EXISTING), 19u);
-    EXPECT_EQ(open_code(place.long_path(u"shared"), R, OPEN_EXISTING), 0u);
-    EXPECT_EQ(open_code(place.long_path(u"new"), W, CREATE_NEW), 19u);
-    EXPECT_EQ(code_after(DeleteFileW(place.long_path(u"shared").c_str())), 19u);
-    EXPECT_EQ(code_after(CreateDirectoryW(place.long_path(u"new").c_str(), nullptr)), 19u);
-    EXPECT_EQ(code_after(SetFileAttributesW(place.long_path(u"shared").c_str(), 1)), 19u);
+    const DWORD codes[] = {open_code(path, W, OPEN_EXISTING), open_code(missing, W, CREATE_NEW),
+                           code_after(DeleteFileW(path.c_str())),
+                           code_after(CreateDirectoryW(missing.c_str(), nullptr)),
+                           code_after(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY))};
+    for (const DWORD code : codes)
+        EXPECT_EQ(code, 19u);
+    EXPECT_EQ(open_code(path, R, OPEN_EXISTING), 0u);
 }
 
 TEST(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
@@ -287,7 +229,7 @@ TEST(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
     const outcome child = run_child([&] {
         const rlimit limit{10'000, 10'000};
         setrlimit(RLIMIT_FSIZE, &limit);
-        const opened file(place.long_path(u"file"), W, CREATE_NEW);
+        const layer_file file(place.long_path(u"file"), W, CREATE_NEW);
         for (const char fill : {'a', 'b'})
             std::printf("%u ", write_code(file, std::string(8'000, fill)));
         seek_code(file, 10'000, FILE_BEGIN);
@@ -303,68 +245,73 @@ TEST(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
 TEST(platform_files, deleting_and_making_directories_have_their_codes) {
     // Of DeleteFileW, RemoveDirectoryW, CreateDirectoryW.
     // clang-format off
-    const struct {
-        const char16_t* name;
-        DWORD codes[3];
-    } rows[] = {
-        {u"file", {0, 267, 183}},       {u"FILE", {0, 267, 183}},      {u"missing", {2, 2, 0}},
-        {u"none\\x", {3, 3, 3}},        {u"file\\x", {3, 3, 3}},       {u"read-only", {5, 267, 183}},
-        {u"directory", {5, 0, 183}},    {u"full", {5, 145, 183}},      {u"read-only-dir", {5, 5, 183}},
-        {u"file\\", {123, 267, 183}},   {u"directory\\", {5, 0, 183}}, {u"missing\\", {2, 2, 0}},
-        {u"a*", {123, 123, 123}},       {u"", {5, 5, 5}},              {u"link", {0, 267, 183}},
-        {u"dir-link", {0, 0, 183}},     {u"dangling", {0, 267, 183}},
+    const std::pair<const char16_t*, std::array<DWORD, 3>> rows[] = {
+        {u"FILE", {0, 267, 183}},       {u"missing", {2, 2, 0}},       {u"none\\x", {3, 3, 3}},
+        {u"file\\x", {3, 3, 3}},        {u"read-only", {5, 267, 183}}, {u"directory", {5, 0, 183}},
+        {u"full", {5, 145, 183}},       {u"file\\", {123, 267, 183}},  {u"read-only-dir", {5, 5, 183}},
+        {u"directory\\", {5, 0, 183}},  {u"missing\\", {2, 2, 0}},     {u"a*", {123, 123, 123}},
+        {u"", {5, 5, 5}},               {u"link", {0, 267, 183}},      {u"dir-link", {0, 0, 183}},
+        {u"dangling", {0, 267, 183}},
     };
     // clang-format on
-    for (const auto& row : rows) {
-        for (int call = 0; call < 3; ++call) {
+    for (const auto& [name, codes] : rows) {
+        for (size_t call = 0; call < codes.size(); ++call) {
             const file_place place;
             furnish(place);
-            const std::u16string path = place.long_path(row.name);
+            const std::u16string path = place.long_path(name);
             SetLastError(untouched);
             const BOOL result = call == 0   ? DeleteFileW(path.c_str())
                                 : call == 1 ? RemoveDirectoryW(path.c_str())
                                             : CreateDirectoryW(path.c_str(), nullptr);
-            EXPECT_EQ(code_after(result), row.codes[call]) << narrow(row.name) << ' ' << call;
-            EXPECT_EQ(GetLastError(), result ? untouched : row.codes[call]);
+            EXPECT_EQ(result, codes[call] == 0) << narrow(name) << ' ' << call;
+            EXPECT_EQ(GetLastError(), result ? untouched : codes[call]) << narrow(name) << ' ' << call;
             EXPECT_TRUE(place.exists("full/x") && place.exists("read-only")) << "only links themselves go";
         }
     }
 }
 
 TEST(platform_files, moving_has_its_codes_and_loses_nothing) {
-    const struct {
-        const char16_t* from;
-        const char16_t* to;
-        DWORD replacing, keeping; // the codes with the flag, and without
-    } rows[] = {
-        {u"file", u"new", 0, 0},        {u"missing", u"new", 2, 2},       {u"missing", u"read-only", 2, 2},
-        {u"none\\x", u"new", 3, 3},     {u"file", u"none\\new", 3, 3},    {u"file", u"other\\new", 3, 3},
-        {u"file", u"other", 0, 183},    {u"file", u"OTHER", 0, 183},      {u"file", u"read-only", 5, 183},
-        {u"read-only", u"new", 0, 0},   {u"read-only", u"other", 0, 183}, {u"file", u"directory", 5, 183},
-        {u"full", u"new", 0, 0},        {u"full", u"file", 5, 183},       {u"full", u"directory", 5, 183},
-        {u"full", u"full\\in", 87, 87}, {u"file", u"file", 0, 0},         {u"file", u"FILE", 0, 0},
-        {u"file", u"hard", 0, 183},     {u"file", u"new\\", 267, 267},    {u"file\\", u"new", 123, 123},
-        {u"file", u"n*w", 123, 123},    {u"link", u"new", 0, 0},          {u"", u"new", 5, 5},
+    // The codes without the flag that lets it replace a file, and with it.
+    const std::tuple<const char16_t*, const char16_t*, std::array<DWORD, 2>> rows[] = {
+        {u"file", u"new", {0, 0}},
+        {u"missing", u"read-only", {2, 2}},
+        {u"none\\x", u"new", {3, 3}},
+        {u"file", u"none\\new", {3, 3}},
+        {u"file", u"other\\new", {3, 3}},
+        {u"file", u"other", {183, 0}},
+        {u"file", u"OTHER", {183, 0}},
+        {u"file", u"read-only", {183, 5}},
+        {u"read-only", u"new", {0, 0}},
+        {u"file", u"directory", {183, 5}},
+        {u"full", u"new", {0, 0}},
+        {u"full", u"file", {183, 5}},
+        {u"full", u"full\\in", {87, 87}},
+        {u"file", u"FILE", {0, 0}},
+        {u"file", u"file", {0, 0}},
+        {u"file", u"hard", {183, 0}},
+        {u"file", u"new\\", {267, 267}},
+        {u"file\\", u"new", {123, 123}},
+        {u"file", u"n*w", {123, 123}},
+        {u"link", u"new", {0, 0}},
+        {u"", u"new", {5, 5}},
     };
-    for (const auto& row : rows) {
-        for (const DWORD flags : {MOVEFILE_REPLACE_EXISTING, 0u}) {
-            const std::string from = narrow(row.from), to = narrow(row.to);
+    for (const auto& [source, destination, codes] : rows) {
+        for (const DWORD flags : {0u, 1u}) {
+            const std::string from = narrow(source), to = narrow(destination);
             SCOPED_TRACE(from + " to " + to + ' ' + std::to_string(flags));
             const file_place place;
             furnish(place);
             ASSERT_EQ(::link(place.host_path("file").c_str(), place.host_path("hard").c_str()), 0);
             const DWORD code = code_after(
-                MoveFileExW(place.long_path(row.from).c_str(), place.long_path(row.to).c_str(), flags));
-            EXPECT_EQ(code, flags ? row.replacing : row.keeping);
-            if (code == 0) {
-                EXPECT_EQ(place.exists(from), from == to);
-                EXPECT_TRUE(place.exists(to));
-            } else {
-                EXPECT_EQ(place.read("file"), "file");
+                MoveFileExW(place.long_path(source).c_str(), place.long_path(destination).c_str(), flags));
+            EXPECT_EQ(code, codes[flags]);
+            if (code != 0) {
+                EXPECT_EQ(place.read("file") + place.read("other"), "fileother");
+                continue;
             }
-            EXPECT_EQ(place.read("other"), code != 0 || strcasecmp(to.c_str(), "other") != 0 ? "other"
-                                           : to == "other"                                   ? from
-                                                                                             : "");
+            const bool replaces = strcasecmp(to.c_str(), "other") == 0;
+            EXPECT_TRUE(place.exists(to) && place.exists(from) == (from == to));
+            EXPECT_TRUE(place.read("other") == (!replaces ? "other" : to == "other" ? from : ""));
         }
     }
     if (!is_root())
@@ -372,9 +319,7 @@ TEST(platform_files, moving_has_its_codes_and_loses_nothing) {
     const file_place place;
     furnish(place);
     const small_file_system other(place.host_path("directory"), 64 * 1024);
-    EXPECT_EQ(code_after(MoveFileExW(place.long_path(u"file").c_str(),
-                                     place.long_path(u"directory\\file").c_str(), 1)),
-              17u);
+    EXPECT_EQ(code_after(MoveFileExW(u"\\\\?\\T:\\file", u"\\\\?\\T:\\directory\\file", 1)), 17u);
     EXPECT_TRUE(place.exists("file"));
 }
 
@@ -388,12 +333,11 @@ TEST(platform_files, a_directory_without_permission_refuses_with_5) {
     const outcome child = run_as_ordinary_user([&] {
         const std::u16string closed = place.long_path(u"closed\\file"),
                              fixed = place.long_path(u"fixed\\file");
-        WIN32_FIND_DATAW found;
         const DWORD codes[] = {
             open_code(closed, R, OPEN_EXISTING),
             code_after(GetFileAttributesW(closed.c_str()) != INVALID_FILE_ATTRIBUTES),
-            code_after(FindFirstFileW(closed.c_str(), &found) != INVALID_HANDLE_VALUE),
-            code_after(FindFirstFileW(place.long_path(u"closed\\*").c_str(), &found) != INVALID_HANDLE_VALUE),
+            list(closed).code,
+            list(place.long_path(u"closed\\*")).code,
             open_code(place.long_path(u"fixed\\new"), W, CREATE_NEW),
             code_after(DeleteFileW(fixed.c_str())),
             code_after(MoveFileExW(fixed.c_str(), place.long_path(u"moved").c_str(), 0)),
@@ -407,47 +351,41 @@ TEST(platform_files, a_directory_without_permission_refuses_with_5) {
 
 TEST(platform_files, streams_open_in_each_mode) {
     const file_place place;
-    constexpr bool no = false, yes = true;
+    // What is left of "data" and of a missing file, after "xy" has been written where that is possible; none: it
+    // is not opened.
+    const std::string none = "none";
     // clang-format off
-    const struct {
-        const char16_t* mode;
-        bool opens_missing, opens_existing;
-        const char* left; // of "data", after "xy" has been written where that is possible
-    } rows[] = {
-        {u"r", no, yes, "data"}, {u"rb", no, yes, "data"}, {u"r+", no, yes, "xyta"}, {u"w", yes, yes, "xy"},
-        {u"w+t", yes, yes, "xy"}, {u"wc", yes, yes, "xy"}, {u"a", yes, yes, "dataxy"}, {u"a+b", yes, yes, "dataxy"},
-        {u"wx", yes, no, "data"}, {u"ax", yes, no, "data"}, {u"rcnSRTN", no, yes, "data"}, {u"", no, no, "data"},
-        {u"q", no, no, "data"}, {u"rx", no, no, "data"}, {u"rD", no, no, "data"},
-    };
+    const std::tuple<const char16_t*, std::string, std::string> rows[] = {
+        {u"r", "data", none}, {u"rcnSRTN", "data", none}, {u"r+", "xyta", none}, {u"w", "xy", "xy"},
+        {u"w+t", "xy", "xy"}, {u"wc", "xy", "xy"}, {u"a+b", "dataxy", "xy"}, {u"wx", none, "xy"}, {u"ax", none, "xy"},
+        {u"", none, none}, {u"q", none, none}, {u"rx", none, none}, {u"rD", none, none}, {u"rw", none, none}};
     // clang-format on
-    for (const auto& row : rows) {
-        SCOPED_TRACE(narrow(row.mode));
+    for (const auto& [mode, existing, missing] : rows) {
+        SCOPED_TRACE(narrow(mode));
         place.write("file", "data");
         unlink(place.host_path("missing").c_str());
-        for (const char16_t* name : {u"missing", u"file"}) {
-            FILE* stream = _wfopen(place.drive_path(name).c_str(), row.mode);
-            ASSERT_EQ(stream != nullptr, name[0] == u'm' ? row.opens_missing : row.opens_existing);
-            if (!stream)
+        for (const auto& [name, left] : {std::pair{"missing", missing}, {"file", existing}}) {
+            FILE* stream = _wfopen(place.drive_path(wide(name)).c_str(), mode);
+            ASSERT_EQ(stream != nullptr, left != none);
+            if (!stream) {
+                EXPECT_EQ(place.read("file"), "data");
                 continue;
+            }
             EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC);
-            const bool writes = std::fputs("xy", stream) >= 0;
-            EXPECT_EQ(writes, row.mode[0] != u'r' || row.mode[1] == u'+');
+            EXPECT_EQ(std::fputs("xy", stream) >= 0, mode[0] != u'r' || mode[1] == u'+');
             platform::fclose(stream);
+            EXPECT_EQ(place.read(name), left);
         }
-        EXPECT_EQ(place.read("file"), row.left);
     }
-    const opened alone(place.long_path(u"file"), R, OPEN_EXISTING);
-    const struct {
-        const char16_t *name, *mode;
-        int error;
-    } failures[] = {{u"file", u"rw", EINVAL}, {u"missing", u"r", ENOENT}, {u"none\\x", u"w", ENOENT},
-                    {u"", u"w", EACCES},      {u"file", u"r", EACCES},    {u"file", u"wx", EEXIST},
-                    {u"a*", u"w", EINVAL}};
-    unlink(place.host_path("missing").c_str());
-    for (const auto& row : failures) {
+    const layer_file alone(place.long_path(u"file"), R, OPEN_EXISTING);
+    const std::tuple<const char16_t*, const char16_t*, int> failures[] = {
+        {u"file", u"rw", EINVAL}, {u"missing", u"r", ENOENT}, {u"none\\x", u"w", ENOENT}, {u"", u"w", EACCES},
+        {u"file", u"r", EACCES},  {u"file", u"wx", EEXIST},   {u"a*", u"w", EINVAL},
+    };
+    for (const auto& [name, mode, error] : failures) {
         errno = 0;
-        EXPECT_EQ(_wfopen(place.drive_path(row.name).c_str(), row.mode), nullptr);
-        EXPECT_EQ(errno, row.error) << narrow(row.name) << ' ' << narrow(row.mode);
+        EXPECT_EQ(_wfopen(place.drive_path(name).c_str(), mode), nullptr);
+        EXPECT_EQ(errno, error) << narrow(name) << ' ' << narrow(mode);
     }
     FILE* nothing = _wfopen(u"NUL", u"w");
     ASSERT_NE(nothing, nullptr);

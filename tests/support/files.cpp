@@ -5,17 +5,16 @@
 #include <grp.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 
 #include <gtest/gtest.h>
-
-#include "zu/zu.h"
 
 namespace zu_test {
 
@@ -37,12 +36,6 @@ int open_directory(const char* path, const struct stat*, int kind, struct FTW*) 
     return 0;
 }
 
-void remove_tree(const std::string& top) {
-    nftw(top.c_str(), open_directory, 16, FTW_PHYS);
-    std::error_code ignored;
-    std::filesystem::remove_all(top, ignored); // however long its paths are
-}
-
 void make_open_directory(const std::string& path) {
     must(mkdir(path.c_str(), 0777) == 0 && chmod(path.c_str(), 0777) == 0, "mkdir", path);
 }
@@ -60,60 +53,29 @@ uint32_t code_after(int result) {
 }
 
 std::u16string wide(std::string_view utf8) {
-    std::u16string out;
-    for (size_t i = 0; i < utf8.size();) {
-        const auto lead = static_cast<unsigned char>(utf8[i++]);
-        int more = lead < 0xC0 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-        char32_t c = more == 0 ? lead : lead & (0x3Fu >> more);
-        for (; more > 0 && i < utf8.size(); --more)
-            c = c << 6 | (static_cast<unsigned char>(utf8[i++]) & 0x3Fu);
-        if (c >= 0x10000) {
-            out += static_cast<char16_t>(0xD7C0 + (c >> 10));
-            out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
-        } else {
-            out += static_cast<char16_t>(c);
-        }
-    }
-    return out;
+    return std::filesystem::path(utf8).u16string();
 }
 
 std::string narrow(std::u16string_view text) {
-    std::string out;
-    for (size_t i = 0; i < text.size(); ++i) {
-        char32_t c = text[i];
-        if ((c & 0xFC00) == 0xD800 && i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00)
-            c = 0x10000 + ((c & 0x3FF) << 10) + (text[++i] & 0x3FF);
-        const int more = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-        const char32_t lead[] = {0, 0xC0, 0xE0, 0xF0};
-        out += static_cast<char>(lead[more] | c >> (6 * more));
-        for (int shift = 6 * (more - 1); shift >= 0; shift -= 6)
-            out += static_cast<char>(0x80 | (c >> shift & 0x3F));
-    }
-    return out;
+    return std::filesystem::path(text).string();
 }
 
 file_place::file_place() {
-    const char* temporary = std::getenv("TMPDIR");
-    top_ = std::string(temporary && *temporary ? temporary : "/tmp") + "/zu-test-XXXXXX";
+    top_ = std::filesystem::temp_directory_path().string() + "/zu-test-XXXXXX";
     must(mkdtemp(top_.data()) != nullptr, "mkdtemp", top_);
     must(chmod(top_.c_str(), 0755) == 0, "chmod", top_);
     for (const char* part : {"/files", "/host", "/host/drives", "/host/drives/unc"})
         make_open_directory(top_ + part);
     map_drive('C', "/");
     map_drive('T', top_ + "/files");
-
-    const char* previous = std::getenv("ZU_HOST");
-    had_host_ = previous != nullptr;
-    previous_host_ = previous ? previous : "";
     setenv("ZU_HOST", (top_ + "/host").c_str(), 1);
 }
 
 file_place::~file_place() {
-    if (had_host_)
-        setenv("ZU_HOST", previous_host_.c_str(), 1);
-    else
-        unsetenv("ZU_HOST");
-    remove_tree(top_);
+    unsetenv("ZU_HOST");
+    nftw(top_.c_str(), open_directory, 16, FTW_PHYS);
+    std::error_code ignored;
+    std::filesystem::remove_all(top_, ignored); // however long its paths are
 }
 
 std::u16string file_place::long_path(std::u16string_view relative) const {
@@ -125,10 +87,8 @@ std::u16string file_place::drive_path(std::u16string_view relative) const {
 }
 
 std::string file_place::host_path(std::string_view relative) const {
-    std::string path = top_ + "/files";
-    if (!relative.empty())
-        path.append("/").append(relative);
-    return path;
+    const std::string root = top_ + "/files";
+    return relative.empty() ? root : root + "/" + std::string(relative);
 }
 
 void file_place::map_drive(char letter, const std::string& directory) const {
@@ -145,21 +105,15 @@ void file_place::map_share(const std::string& server, const std::string& share,
 
 void file_place::write(std::string_view relative, std::string_view bytes) const {
     const std::string path = host_path(relative);
-    FILE* stream = std::fopen(path.c_str(), "we");
-    must(stream != nullptr, "open for writing", path);
-    must(std::fwrite(bytes.data(), 1, bytes.size(), stream) == bytes.size(), "write", path);
-    must(std::fclose(stream) == 0, "close", path);
+    std::ofstream stream(path, std::ios::binary);
+    stream << bytes;
+    stream.close();
+    must(stream.good(), "write", path);
 }
 
 std::string file_place::read(std::string_view relative) const {
-    std::string bytes;
-    if (FILE* stream = std::fopen(host_path(relative).c_str(), "re")) {
-        char block[4096];
-        while (const size_t size = std::fread(block, 1, sizeof block, stream))
-            bytes.append(block, size);
-        std::fclose(stream);
-    }
-    return bytes;
+    std::ifstream stream(host_path(relative), std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 bool file_place::exists(std::string_view relative) const {
@@ -171,10 +125,39 @@ void file_place::make_directory(std::string_view relative) const {
     make_open_directory(host_path(relative));
 }
 
-small_file_system::small_file_system(const std::string& directory, uint64_t bytes, bool read_only)
-    : directory_(directory) {
+void file_place::make_link(std::string_view relative, const std::string& target) const {
+    set_link(host_path(relative), target);
+}
+
+layer_file::layer_file(const std::u16string& path, uint32_t access, uint32_t disposition, uint32_t share,
+                       uint32_t flags) {
+    SetLastError(0xABCD);
+    handle_ = platform::CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr);
+    code = GetLastError();
+    EXPECT_EQ(handle_ != INVALID_HANDLE_VALUE, code == 0 || code == 183) << code << ' ' << narrow(path);
+}
+
+void layer_file::close() {
+    EXPECT_TRUE(handle_ == INVALID_HANDLE_VALUE || platform::CloseHandle(handle_));
+    handle_ = INVALID_HANDLE_VALUE;
+}
+
+listing list(const std::u16string& pattern) {
+    listing out;
+    WIN32_FIND_DATAW found;
+    const platform::HANDLE search = platform::FindFirstFileW(pattern.c_str(), &found);
+    for (bool more = search != INVALID_HANDLE_VALUE; more; more = platform::FindNextFileW(search, &found)) {
+        out.names.push_back(found.cFileName);
+        out.entries[out.names.back()] = found;
+    }
+    out.code = GetLastError();
+    EXPECT_TRUE(search == INVALID_HANDLE_VALUE || platform::FindClose(search));
+    return out;
+}
+
+small_file_system::small_file_system(const std::string& directory, uint64_t bytes) : directory_(directory) {
     const std::string options = "mode=0777,size=" + std::to_string(bytes);
-    mounted_ = mount("zu-test", directory.c_str(), "tmpfs", read_only ? MS_RDONLY : 0, options.c_str()) == 0;
+    mounted_ = mount("zu-test", directory.c_str(), "tmpfs", 0, options.c_str()) == 0;
 }
 
 small_file_system::~small_file_system() {
@@ -186,16 +169,11 @@ bool small_file_system::remount_read_only() const {
     return mount("zu-test", directory_.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }
 
-bool is_root() {
-    return geteuid() == 0;
-}
-
 void become_ordinary_user() {
-    if (!is_root())
-        return;
-    must(setgroups(0, nullptr) == 0 && setresgid(ordinary_user, ordinary_user, ordinary_user) == 0
-             && setresuid(ordinary_user, ordinary_user, ordinary_user) == 0,
-         "giving up root", "");
+    if (is_root())
+        must(setgroups(0, nullptr) == 0 && setresgid(ordinary_user, ordinary_user, ordinary_user) == 0
+                 && setresuid(ordinary_user, ordinary_user, ordinary_user) == 0,
+             "giving up root", "");
 }
 
 outcome run_as_ordinary_user(const std::function<void()>& body) {

@@ -1,12 +1,17 @@
 // Files for a test: a directory of its own as drive T:, in a host directory of its own; a small file system; an
-// ordinary user.
+// ordinary user; files and searches of the layer.
 #pragma once
+
+#include <unistd.h>
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "platform/platform.h"
 #include "support/process.h"
 
 namespace zu_test {
@@ -39,17 +44,42 @@ public:
     std::string read(std::string_view relative) const;                   // empty when there is none
     bool exists(std::string_view relative) const;                        // links are not followed
     void make_directory(std::string_view relative) const;
+    void make_link(std::string_view relative, const std::string& target) const; // as the link spells it
 
 private:
     std::string top_;
-    std::string previous_host_;
-    bool had_host_;
 };
+
+// A file of the layer, closed at the end of the scope.
+class layer_file {
+public:
+    layer_file(const std::u16string& path, uint32_t access, uint32_t disposition, uint32_t share = 0,
+               uint32_t flags = FILE_ATTRIBUTE_NORMAL);
+    ~layer_file() { close(); }
+    layer_file(const layer_file&) = delete;
+    layer_file& operator=(const layer_file&) = delete;
+
+    void close();
+    operator platform::HANDLE() const { return handle_; }
+
+    uint32_t code; // what opening has set: also in a success, where it is 0, or 183 for a file that was there
+
+private:
+    platform::HANDLE handle_;
+};
+
+// What a search of the layer finds, in its order, and the last code.
+struct listing {
+    uint32_t code = 0;
+    std::vector<std::u16string> names;
+    std::map<std::u16string, WIN32_FIND_DATAW> entries;
+};
+listing list(const std::u16string& pattern);
 
 // A file system of `bytes` in memory, mounted on a directory until the end of the scope. Needs root.
 class small_file_system {
 public:
-    small_file_system(const std::string& directory, uint64_t bytes, bool read_only = false);
+    small_file_system(const std::string& directory, uint64_t bytes);
     ~small_file_system();
     small_file_system(const small_file_system&) = delete;
     small_file_system& operator=(const small_file_system&) = delete;
@@ -62,7 +92,9 @@ private:
     bool mounted_;
 };
 
-bool is_root();
+inline bool is_root() {
+    return geteuid() == 0;
+}
 
 // Gives up root for good, if the process has it: from here on it is an ordinary user, without further groups.
 void become_ordinary_user();
