@@ -7,45 +7,31 @@ using text = std::u16string;
 
 constexpr char16_t none[] = u"<null>"; // what `taken` makes of null
 
-text taken(ZU_wchar* result) {
-    text copy = result ? result : none;
-    ZU_free(result);
-    return copy;
-}
-
-TEST(path, long_form_and_fullness) {
+TEST(path, long_form_fullness_and_limits) {
     // clang-format off
-    const struct {
-        const char16_t *path, *long_form;
-        bool full;
-    } rows[] = {{u"C:\\a", u"\\\\?\\C:\\a", true}, {u"c:", u"\\\\?\\c:", true},
-                {u"z:a/.\\..\\", u"\\\\?\\z:a/.\\..\\", true}, {u"\\\\srv\\share\\a", u"\\\\?\\UNC\\srv\\share\\a", true},
-                {u"\\\\", u"\\\\?\\UNC\\", true}, {u"\\\\?\\x", u"\\\\?\\x", true}, {u"\\\\?", u"\\\\?\\UNC\\?", true},
-                {u"a\\b", u"a\\b", false}, {u"\\a", u"\\a", false}, {u"/a", u"/a", false}, {u"1:\\a", u"1:\\a", false},
-                {u"\u00e4:\\a", u"\u00e4:\\a", false}, {u"", u"", false}};
+    const std::tuple<const char16_t*, const char16_t*, bool> rows[] = {
+        {u"C:\\a", u"\\\\?\\C:\\a", true}, {u"c:", u"\\\\?\\c:", true}, {u"z:a/.\\..\\", u"\\\\?\\z:a/.\\..\\", true},
+        {u"\\\\srv\\share\\a", u"\\\\?\\UNC\\srv\\share\\a", true}, {u"\\\\", u"\\\\?\\UNC\\", true},
+        {u"\\\\?\\x", u"\\\\?\\x", true}, {u"\\\\?", u"\\\\?\\UNC\\?", true}, {u"a\\b", u"a\\b", false},
+        {u"\\a", u"\\a", false}, {u"1:\\a", u"1:\\a", false}, {u"\u00e4:\\a", u"\u00e4:\\a", false}, {u"", u"", false}};
     // clang-format on
     ZU_s out = nullptr;
-    for (const auto& row : rows) {
-        ZU_long_path(row.path, &out);
-        EXPECT_EQ(text(ZU_s_text(out)), row.long_form);
-        EXPECT_EQ(ZU_is_full_path(row.path), row.full) << narrow(row.path);
+    for (const auto& [path, long_form, full] : rows) {
+        ZU_long_path(path, &out);
+        EXPECT_EQ(text(ZU_s_text(out)), long_form);
+        EXPECT_EQ(ZU_is_full_path(path), full) << narrow(path);
     }
     ZU_s_destroy(&out);
-}
 
-TEST(path, limits_count_the_long_form_and_single_components) {
-    const auto of_length = [](text path, size_t length) {
-        while (path.size() < length)
+    // The limits count the long form, and single components.
+    const std::pair<text, size_t> forms[] = {
+        {u"C:\\", 32763}, {u"\\\\srv\\", 32761}, {u"\\\\?\\", 32767}, {u"", 32767}, {u"\\a", 32767}};
+    for (const auto& [start, limit] : forms) {
+        text path = start;
+        while (path.size() < limit)
             path += path.size() % 200 == 0 ? u'\\' : u'x';
-        return path;
-    };
-    const struct {
-        text start;
-        size_t limit;
-    } forms[] = {{u"C:\\", 32763}, {u"\\\\srv\\", 32761}, {u"\\\\?\\", 32767}, {u"", 32767}, {u"\\a", 32767}};
-    for (const auto& form : forms) {
-        EXPECT_EQ(ZU_path_too_long(of_length(form.start, form.limit).c_str()), 0) << form.limit;
-        EXPECT_EQ(ZU_path_too_long(of_length(form.start, form.limit + 1).c_str()), 1) << form.limit;
+        EXPECT_EQ(ZU_path_too_long(path.c_str()), 0) << limit;
+        EXPECT_EQ(ZU_path_too_long((path + u"x").c_str()), 1) << limit;
     }
     EXPECT_EQ(ZU_path_too_long((u"C:\\" + text(255, u'x') + u"\\\\").c_str()), 0);
     EXPECT_EQ(ZU_path_too_long((u"C:\\" + text(256, u'x')).c_str()), 1);
@@ -76,10 +62,8 @@ TEST(path, the_actual_path_is_absolute_and_spelled_as_stored) {
     place.map_share("srv", "share", place.host_path("Data"));
     ASSERT_EQ(chdir(place.host_path("Data").c_str()), 0);
     // clang-format off
-    const struct {
-        const char16_t *path, *actual;
-        uint32_t code;
-    } rows[] = {{u"t:\\\\data\\.\\logs\\..", u"T:\\Data", 0}, {u"\\\\?\\t:\\DATA\\Logs\\a.TXT", u"T:\\Data\\LOGS\\A.txt", 0},
+    const std::tuple<const char16_t*, const char16_t*, uint32_t> rows[] = {
+                {u"t:\\\\data\\.\\logs\\..", u"T:\\Data", 0}, {u"\\\\?\\t:\\DATA\\Logs\\a.TXT", u"T:\\Data\\LOGS\\A.txt", 0},
                 {u"t:/data/logs/", u"T:\\Data\\LOGS", 0}, {u"t:data", u"T:\\Data", 0}, {u"T:\\", u"T:", 0},
                 {u"./logs/../LOGS", u"T:\\Data\\LOGS", 0}, {u"..\\data", u"T:\\Data", 0},
                 {u"\\\\srv\\share\\logs\\a.txt", u"\\\\srv\\share\\LOGS\\A.txt", 0},
@@ -90,13 +74,13 @@ TEST(path, the_actual_path_is_absolute_and_spelled_as_stored) {
                 {u"\\data", none, 2}, {u"/data", none, 2}, {u"T:\\data\\missing", none, 2},
                 {u"T:\\missing\\a.txt", none, 2}, {u"T:\\data\\logs\\a.txt\\b", none, 267}, {u"Q:\\data", none, 3}};
     // clang-format on
-    for (const auto& row : rows) {
+    for (const auto& [path, actual, code] : rows) {
         ZU_s out = nullptr;
         ZU_s_append_n(&out, u"before", 6);
         SetLastError(12345);
-        EXPECT_EQ(ZU_get_actual_full_path_ex(row.path, &out), row.code == 0) << narrow(row.path);
-        EXPECT_EQ(text(ZU_s_text(out)), row.code == 0 ? row.actual : u"") << narrow(row.path);
-        EXPECT_EQ(GetLastError(), row.code == 0 ? 12345u : row.code) << narrow(row.path);
+        EXPECT_EQ(ZU_get_actual_full_path_ex(path, &out), code == 0) << narrow(path);
+        EXPECT_EQ(text(ZU_s_text(out)), code == 0 ? actual : u"") << narrow(path);
+        EXPECT_EQ(GetLastError(), code == 0 ? 12345u : code) << narrow(path);
         ZU_s_destroy(&out);
     }
     EXPECT_EQ(taken(ZU_get_current_dir()), u"T:\\Data");
@@ -128,22 +112,19 @@ TEST(path, a_current_directory_beyond_every_buffer_and_one_that_is_gone) {
 TEST(path, the_stored_name_replaces_the_last_component_in_place) {
     const file_place place;
     place.make_directory("Data");
-    place.write("Data/\xc3\x84"
-                "b.TXT",
-                "");
-    const struct {
-        const char16_t *path, *corrected;
-    } rows[] = {{u"t:\\DATA\\", u"t:\\Data"},
-                {u"t:\\DATA\\\u00e4B.txt", u"t:\\DATA\\\u00c4b.TXT"},
-                {u"t:\\", u"T:"},
-                {u"\\\\?\\t:", u"\\\\?\\T:"},
-                {u"t:\\dat?\\x", none},
-                {u"t:\\missing", none}};
-    for (const auto& row : rows) {
+    place.write("Data/\u00c4b.TXT", "");
+    const std::pair<const char16_t*, const char16_t*> rows[] = {
+        {u"t:\\DATA\\", u"t:\\Data"},
+        {u"t:\\DATA\\\u00e4B.txt", u"t:\\DATA\\\u00c4b.TXT"},
+        {u"t:\\", u"T:"},
+        {u"\\\\?\\t:", u"\\\\?\\T:"},
+        {u"t:\\dat?\\x", none},
+        {u"t:\\missing", none}};
+    for (const auto& [path, corrected] : rows) {
         ZU_wchar buffer[64] = {};
-        text(row.path).copy(buffer, 63);
-        EXPECT_EQ(ZU_make_actual_file_name(buffer), row.corrected != none) << narrow(row.path);
-        EXPECT_EQ(text(buffer), row.corrected == none ? row.path : row.corrected);
+        text(path).copy(buffer, 63);
+        EXPECT_EQ(ZU_make_actual_file_name(buffer), corrected != none) << narrow(path);
+        EXPECT_EQ(text(buffer), corrected == none ? path : corrected);
     }
     EXPECT_EQ(taken(ZU_get_actual_file_name(u"T:\\d*a")), u"Data") << "the first match";
     EXPECT_EQ(GetLastError(), 2u);

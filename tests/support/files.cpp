@@ -12,7 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -113,7 +113,9 @@ void file_place::write(std::string_view relative, std::string_view bytes) const 
 
 std::string file_place::read(std::string_view relative) const {
     std::ifstream stream(host_path(relative), std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::ostringstream bytes;
+    bytes << stream.rdbuf();
+    return bytes.str();
 }
 
 bool file_place::exists(std::string_view relative) const {
