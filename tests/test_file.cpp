@@ -1,6 +1,4 @@
 // File handles: ways to open and their second attempt, positions, gathered writes.
-#include <sys/time.h>
-
 #include "support/test.h"
 
 namespace {
@@ -99,27 +97,6 @@ TEST(file, a_gather_list_is_one_write_of_at_most_1024_pieces) {
         EXPECT_EQ(done, wanted) << count;
     }
     EXPECT_EQ(place.read("f"), std::string(1023, 'a') + "abcd");
-    ZU_close_file(file);
-}
-
-TEST(file, a_signal_during_a_read_is_not_seen) {
-    const file_place place;
-    ASSERT_EQ(mkfifo(place.host_path("pipe").c_str(), 0600), 0);
-    struct sigaction ignore = {};
-    ignore.sa_handler = [](int) {};
-    ASSERT_EQ(sigaction(SIGALRM, &ignore, nullptr), 0);
-    std::thread writer([&] {
-        std::ofstream stream(place.host_path("pipe"));
-        usleep(50000);
-        stream << "whole";
-    });
-    ZU_file* file =
-        ZU_open_file(u"T:\\pipe", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_WRITE, nullptr);
-    const itimerval often = {{0, 1000}, {0, 1000}}, never = {};
-    setitimer(ITIMER_REAL, &often, nullptr);
-    EXPECT_EQ(read(file, 5), "whole");
-    setitimer(ITIMER_REAL, &never, nullptr);
-    writer.join();
     ZU_close_file(file);
 }
 

@@ -6,16 +6,56 @@
 namespace {
 
 // A name of this test alone, and the file behind it.
-struct lock_name {
-    ~lock_name() { unlink(path.c_str()); }
+struct process_lock : testing::Test {
+    ~process_lock() override { unlink(path.c_str()); }
     bool has_file() const { return access(path.c_str(), F_OK) == 0; }
-    ZU_lock_process create() const { return ZU_lock_process_create(wide.c_str()); }
-    ZU_lock_process create_everyone() const { return ZU_lock_process_create_everyone(wide.c_str()); }
-    ZU_lock_process open() const { return ZU_lock_process_open(wide.c_str()); }
+    ZU_lock_process create() const { return ZU_lock_process_create(wide_name.c_str()); }
+    ZU_lock_process create_everyone() const { return ZU_lock_process_create_everyone(wide_name.c_str()); }
+    ZU_lock_process open() const { return ZU_lock_process_open(wide_name.c_str()); }
 
-    const std::string text = "zutest" + std::to_string(getpid());
-    const std::u16string wide{text.begin(), text.end()};
-    const std::string path = "/dev/shm/zu.mutex." + text;
+    // Another process, which has the lock open or holds it until it is killed.
+    holder held_elsewhere(bool locks = true, bool everyone = false) const {
+        return holder([&] {
+            ZU_lock_process lock = everyone ? create_everyone() : create();
+            return code_after(lock && (!locks || ZU_lock_process_lock(lock)));
+        });
+    }
+
+    // Goes in and out, with a new handle each time where it closes.
+    void take_and_leave(int rounds, uint32_t timeout_ms, bool closes) const {
+        ZU_lock_process lock = create();
+        const int32_t self = getpid();
+        for (int i = 0; i < rounds; ++i) {
+            const platform::DWORD result = platform::WaitForSingleObject(lock, timeout_ms);
+            if (result == WAIT_ABANDONED)
+                shared->inside = 0; // whoever was inside is dead
+            else if (result != WAIT_OBJECT_0)
+                continue;
+            shared->doubles += shared->inside != 0;
+            shared->inside = self;
+            ++shared->counter;
+            if (closes)
+                sched_yield();
+            shared->doubles += shared->inside != self;
+            shared->inside = 0;
+            ZU_lock_process_unlock(lock);
+            if (closes) {
+                ZU_lock_process_close(lock);
+                lock = create();
+            }
+        }
+        ZU_lock_process_close(lock);
+    }
+
+    // What the processes share beside the lock: one of them at most may be inside.
+    struct arena {
+        int64_t counter;
+        int32_t inside, doubles;
+    };
+    arena* const shared =
+        new (mmap(nullptr, sizeof(arena), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) arena{};
+    const std::string name = "zutest" + std::to_string(getpid()), path = "/dev/shm/zu.mutex." + name;
+    const std::u16string wide_name{name.begin(), name.end()};
 };
 
 pid_t fork_child(const std::function<void()>& body) {
@@ -40,24 +80,15 @@ int kill_child(pid_t child) {
     return ended(child);
 }
 
-// Another process, which has the lock open or holds it until it is killed.
-holder held_elsewhere(const lock_name& name, bool locks = true, bool everyone = false) {
-    return holder([&] {
-        ZU_lock_process lock = everyone ? name.create_everyone() : name.create();
-        return code_after(lock && (!locks || ZU_lock_process_lock(lock)));
-    });
-}
-
 // A thread that ends with the lock.
 void lock_in_thread(ZU_lock_process lock) {
     std::thread([&] { ZU_lock_process_lock(lock); }).join();
 }
 
-TEST(process_lock, recursion_ownership_and_results) {
-    const lock_name name;
-    ZU_lock_process lock = name.create(), again = name.create_everyone();
+TEST_F(process_lock, recursion_ownership_and_results) {
+    ZU_lock_process lock = create(), again = create_everyone();
     EXPECT_EQ(GetLastError(), 183u);
-    ZU_lock_process opened = name.open();
+    ZU_lock_process opened = open();
     EXPECT_EQ(code_after(ZU_lock_process_unlock(lock)), 288u);
     EXPECT_TRUE(ZU_lock_process_lock(lock));
     EXPECT_TRUE(ZU_lock_process_lock_timeout(again, 0)) << "the owner, through another handle";
@@ -78,22 +109,21 @@ TEST(process_lock, recursion_ownership_and_results) {
         EXPECT_TRUE(ZU_lock_process_close(one));
     for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock})
         EXPECT_EQ(code_after(call(lock)), 6u) << "it is closed";
-    EXPECT_FALSE(name.has_file());
-    EXPECT_EQ(code_after(name.open() != nullptr), 2u);
+    EXPECT_FALSE(has_file());
+    EXPECT_EQ(code_after(open() != nullptr), 2u);
     EXPECT_TRUE(ZU_lock_process_close(nullptr) && ZU_lock_process_destroy(nullptr));
 }
 
-TEST(process_lock, names) {
-    const lock_name name;
+TEST_F(process_lock, names) {
     const std::u16string long_name(254, u'\u00e9');
-    ZU_lock_process lock = name.create();
+    ZU_lock_process lock = create();
     ZU_lock_process long_lock = ZU_lock_process_create((long_name + u"A").c_str());
     // clang-format off
     const std::pair<std::u16string, uint32_t> rows[] = {
-        {u"Local\\" + name.wide, 183}, {u"Global\\" + name.wide, 183}, {u"Session\\12\\" + name.wide, 183},
+        {u"Local\\" + wide_name, 183}, {u"Global\\" + wide_name, 183}, {u"Session\\12\\" + wide_name, 183},
         {long_name + u"A", 183}, {long_name + u"a", 0}, // case matters, also at the end of a long name
-        {u"", 0}, {u"Local\\", 123}, {u"Session\\1", 3}, {u"Session\\\\" + name.wide, 3},
-        {u"local\\" + name.wide, 3}, {u"\\a", 161}, {u"Global", 6}, {std::u16string(261, u'x'), 206}};
+        {u"", 0}, {u"Local\\", 123}, {u"Session\\1", 3}, {u"Session\\\\" + wide_name, 3},
+        {u"local\\" + wide_name, 3}, {u"\\a", 161}, {u"Global", 6}, {std::u16string(261, u'x'), 206}};
     // clang-format on
     for (const auto& [wanted, code] : rows) {
         ZU_lock_process opened = ZU_lock_process_create(wanted.c_str());
@@ -112,18 +142,17 @@ TEST(process_lock, names) {
 }
 
 // Who waits for a while is asleep meanwhile, and looks now and then whether the owner has died.
-TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
-    const lock_name name;
-    held_elsewhere(name).end();
-    EXPECT_TRUE(name.has_file());
-    EXPECT_EQ(code_after(name.open() != nullptr), 2u) << "nobody has it";
-    held_elsewhere(name).end();
-    ZU_lock_process lock = name.create(), unnamed = ZU_lock_process_create(nullptr);
+TEST_F(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
+    held_elsewhere().end();
+    EXPECT_TRUE(has_file());
+    EXPECT_EQ(code_after(open() != nullptr), 2u) << "nobody has it";
+    held_elsewhere().end();
+    ZU_lock_process lock = create(), unnamed = ZU_lock_process_create(nullptr);
     EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_close(lock)) << "a new one";
-    EXPECT_FALSE(name.has_file());
+    EXPECT_FALSE(has_file());
 
-    holder owner = held_elsewhere(name);
-    lock = name.create();
+    holder owner = held_elsewhere();
+    lock = create();
     rusage before, after;
     getrusage(RUSAGE_THREAD, &before);
     EXPECT_EQ(platform::WaitForSingleObject(lock, 500), static_cast<platform::DWORD>(WAIT_TIMEOUT));
@@ -144,24 +173,23 @@ TEST(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     lock_in_thread(lock);
     EXPECT_EQ(platform::WaitForSingleObject(lock, 0), WAIT_ABANDONED) << "a thread ended";
     EXPECT_TRUE(ZU_lock_process_close(lock));
-    EXPECT_FALSE(name.has_file());
+    EXPECT_FALSE(has_file());
 }
 
 // A handle closed under a waiting thread leaves the wait its lock; otherwise a call works on the lock that its handle
 // was for, or fails with 6.
-TEST(process_lock, handles_may_be_closed_while_others_use_them) {
-    const lock_name name;
-    holder owner = held_elsewhere(name);
-    ZU_lock_process kept = name.create();
+TEST_F(process_lock, handles_may_be_closed_while_others_use_them) {
+    holder owner = held_elsewhere();
+    ZU_lock_process kept = create();
     std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(kept)) << "the owner was killed"; });
     platform::Sleep(100); // until it sleeps in the kernel
     EXPECT_TRUE(ZU_lock_process_close(kept));
     owner.end();
     waiting.join();
-    EXPECT_FALSE(name.has_file());
+    EXPECT_FALSE(has_file());
 
-    kept = name.create();
-    std::atomic<ZU_lock_process> changing{name.create()};
+    kept = create();
+    std::atomic<ZU_lock_process> changing{create()};
     std::atomic<int> taken{0};
     std::atomic<bool> over{false};
     int counter = 0; // plain: only the lock keeps it right
@@ -179,90 +207,24 @@ TEST(process_lock, handles_may_be_closed_while_others_use_them) {
         });
     }
     for (int i = 0; i < 20000; ++i)
-        EXPECT_TRUE(ZU_lock_process_close(changing.exchange(name.create())));
+        EXPECT_TRUE(ZU_lock_process_close(changing.exchange(create())));
     over = true;
     users.join();
     EXPECT_EQ(counter, taken);
     EXPECT_TRUE(ZU_lock_process_close(changing) && ZU_lock_process_close(kept));
-    EXPECT_FALSE(name.has_file());
+    EXPECT_FALSE(has_file());
 }
 
-TEST(process_lock, giving_it_up_wakes_a_limited_wait) {
-    const lock_name name;
-    const pid_t taker = fork_child([&] {
-        ZU_lock_process lock = name.create();
-        while (ZU_lock_process_lock_timeout(lock, 60000)) {
-            platform::Sleep(30);
-            ZU_lock_process_unlock(lock);
-            platform::Sleep(1); // so that the other one gets it
-        }
-    });
-    ZU_lock_process lock = name.create();
-    int slept_on = 0;
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_TRUE(ZU_lock_process_lock(lock));
-        platform::Sleep(5);
-        EXPECT_TRUE(ZU_lock_process_unlock(lock));
-        platform::Sleep(15); // less than a sleeper sleeps by itself
-        slept_on += ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_unlock(lock);
-    }
-    EXPECT_LT(slept_on, 5);
-    kill_child(taker);
-    EXPECT_TRUE(ZU_lock_process_close(lock));
-}
-
-// What the processes share beside the lock: one of them at most may be inside.
-struct arena {
-    int64_t counter;
-    int32_t inside, doubles;
-};
-
-arena* new_arena() {
-    void* memory = mmap(nullptr, sizeof(arena), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    return memory == MAP_FAILED ? nullptr : new (memory) arena{};
-}
-
-void take_and_leave(const lock_name& name, arena& shared, int rounds, uint32_t timeout_ms, bool closes) {
-    ZU_lock_process lock = name.create();
-    const int32_t self = getpid();
-    for (int i = 0; i < rounds; ++i) {
-        const platform::DWORD result = platform::WaitForSingleObject(lock, timeout_ms);
-        if (result == WAIT_ABANDONED)
-            shared.inside = 0; // whoever was inside is dead
-        else if (result != WAIT_OBJECT_0)
-            continue;
-        shared.doubles += shared.inside != 0;
-        shared.inside = self;
-        ++shared.counter;
-        if (closes)
-            sched_yield();
-        shared.doubles += shared.inside != self;
-        shared.inside = 0;
-        ZU_lock_process_unlock(lock);
-        if (closes) {
-            ZU_lock_process_close(lock);
-            lock = name.create();
-        }
-    }
-    ZU_lock_process_close(lock);
-}
-
-TEST(process_lock, processes_exclude_each_other_also_where_the_file_comes_and_goes) {
-    const lock_name name;
-    arena* shared = new_arena();
-    ASSERT_NE(shared, nullptr);
-    const auto body = [&] { take_and_leave(name, *shared, 10000, ZU_WAIT_INFINITE, true); };
+TEST_F(process_lock, processes_exclude_each_other_also_where_the_file_comes_and_goes) {
+    const auto body = [&] { take_and_leave(10000, ZU_WAIT_INFINITE, true); };
     for (const pid_t child : {fork_child(body), fork_child(body)})
         EXPECT_EQ(ended(child), 0);
     EXPECT_EQ(shared->counter, 20000);
     EXPECT_EQ(shared->doubles, 0);
-    EXPECT_FALSE(name.has_file());
+    EXPECT_FALSE(has_file());
 }
 
-TEST(process_lock, processes_killed_at_random_leave_no_trace) {
-    const lock_name name;
-    arena* shared = new_arena();
-    ASSERT_NE(shared, nullptr);
+TEST_F(process_lock, processes_killed_at_random_leave_no_trace) {
     pid_t children[8] = {};
     std::srand(7);
     const auto random_wait = [] { return std::rand() % 2 ? 3 : ZU_WAIT_INFINITE; };
@@ -270,27 +232,26 @@ TEST(process_lock, processes_killed_at_random_leave_no_trace) {
     while (ZU_get_tick_count() - start < 10000) {
         pid_t& child = children[std::rand() % 8];
         kill_child(child);
-        child = fork_child([&] { take_and_leave(name, *shared, 1 << 30, random_wait(), false); });
+        child = fork_child([&] { take_and_leave(1 << 30, random_wait(), false); });
         usleep(static_cast<useconds_t>(std::rand() % 5000));
     }
     std::for_each(children, children + 8, kill_child);
     EXPECT_EQ(shared->doubles, 0);
     EXPECT_GT(shared->counter, 0);
-    ZU_lock_process lock = name.create();
+    ZU_lock_process lock = create();
     EXPECT_EQ(GetLastError(), 0u);
     EXPECT_TRUE(ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock) && ZU_lock_process_close(lock));
-    EXPECT_FALSE(name.has_file());
+    EXPECT_FALSE(has_file());
 }
 
-TEST(process_lock, another_user_needs_the_everyone_form_and_is_never_refused_while_it_is_made) {
+TEST_F(process_lock, another_user_needs_the_everyone_form_and_is_never_refused_while_it_is_made) {
     if (!is_root())
         GTEST_SKIP() << "needs root to become another user";
-    const lock_name name;
     for (bool everyone : {false, true}) {
         // Held open by a process of its own, since a forked child would find this one's handle.
-        const holder other = held_elsewhere(name, false, everyone);
+        const holder other = held_elsewhere(false, everyone);
         const outcome user = run_as_ordinary_user([&] {
-            ZU_lock_process lock = name.create();
+            ZU_lock_process lock = create();
             std::printf("%u ", GetLastError());
             std::printf("%d",
                         lock && ZU_lock_process_lock_timeout(lock, 1000) && ZU_lock_process_unlock(lock));
@@ -298,12 +259,12 @@ TEST(process_lock, another_user_needs_the_everyone_form_and_is_never_refused_whi
         EXPECT_EQ(user.output, everyone ? "183 1" : "5 0");
     }
     const pid_t maker = fork_child([&] {
-        while (ZU_lock_process lock = name.create_everyone())
+        while (ZU_lock_process lock = create_everyone())
             ZU_lock_process_close(lock);
     });
     const outcome user = run_as_ordinary_user([&] {
         for (int i = 0; i < 50000; ++i) {
-            ZU_lock_process lock = name.open();
+            ZU_lock_process lock = open();
             if (!lock && GetLastError() != 2)
                 std::printf("%u ", GetLastError());
             ZU_lock_process_close(lock);
@@ -313,11 +274,9 @@ TEST(process_lock, another_user_needs_the_everyone_form_and_is_never_refused_whi
     EXPECT_TRUE(WIFSIGNALED(kill_child(maker))) << "nor has it disturbed its maker";
 }
 
-TEST(process_lock, hostile_files_under_its_name_are_refused) {
-    const lock_name name;
-    const char* path = name.path.c_str();
+TEST_F(process_lock, hostile_files_under_its_name_are_refused) {
     const auto code = [&] {
-        ZU_lock_process lock = name.create();
+        ZU_lock_process lock = create();
         return code_after(lock && ZU_lock_process_close(lock));
     };
     std::vector<std::pair<std::string, uint32_t>> rows = {
@@ -327,17 +286,17 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     for (const auto& [make, wanted] : rows) {
         ASSERT_EQ(run_command(make + path).exit_code, 0) << make;
         EXPECT_EQ(code(), wanted) << make;
-        ASSERT_EQ(std::remove(path), 0);
+        ASSERT_EQ(std::remove(path.c_str()), 0);
     }
     // A file that nobody holds open as a lock is set right, whatever is in it.
-    ASSERT_EQ(run_command(std::string("umask 077; truncate -s 100000 ") + path).exit_code, 0);
+    ASSERT_EQ(run_command("umask 077; truncate -s 100000 " + path).exit_code, 0);
     EXPECT_EQ(code(), 0u);
-    EXPECT_FALSE(name.has_file());
+    EXPECT_FALSE(has_file());
     // Spoiled under the feet of a holder: the next one refuses it, the holder goes on.
     for (const bool cut : {true, false}) {
         const holder spoiler([&] {
-            ZU_lock_process lock = name.create();
-            const int file = open(path, O_RDWR | O_CLOEXEC);
+            ZU_lock_process lock = create();
+            const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
             const bool spoiled = cut ? ftruncate(file, 0) == 0 : pwrite(file, "Z", 1, 0) == 1;
             return code_after(spoiled && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock));
         });
@@ -346,7 +305,7 @@ TEST(process_lock, hostile_files_under_its_name_are_refused) {
     }
 }
 
-TEST(access_lists, hold_their_entries_and_refuse_what_they_cannot) {
+TEST_F(process_lock, access_lists_hold_their_entries_and_refuse_what_they_cannot) {
     platform::SID_IDENTIFIER_AUTHORITY world = {SECURITY_WORLD_SID_AUTHORITY};
     platform::PSID everyone = nullptr;
     ASSERT_TRUE(platform::AllocateAndInitializeSid(&world, 1, 0, 0, 0, 0, 0, 0, 0, 0, &everyone));
@@ -359,7 +318,6 @@ TEST(access_lists, hold_their_entries_and_refuse_what_they_cannot) {
     EXPECT_EQ(code_after(platform::InitializeSecurityDescriptor(&descriptor, 2)), 1305u);
 
     // Without an entry for everyone, or with too few rights in it, the lock stays its user's.
-    const lock_name name;
     for (platform::DWORD rights : {MUTEX_ALL_ACCESS, MUTEX_MODIFY_STATE}) {
         entry.grfAccessPermissions = rights;
         ASSERT_EQ(platform::SetEntriesInAclW(1, &entry, nullptr, &list), 0u);
@@ -369,9 +327,9 @@ TEST(access_lists, hold_their_entries_and_refuse_what_they_cannot) {
         ASSERT_TRUE(platform::InitializeSecurityDescriptor(&descriptor, 1));
         ASSERT_TRUE(platform::SetSecurityDescriptorDacl(&descriptor, 1, list, 0));
         platform::SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor, 0};
-        platform::HANDLE lock = platform::CreateMutexW(&attributes, 1, name.wide.c_str());
+        platform::HANDLE lock = platform::CreateMutexW(&attributes, 1, wide_name.c_str());
         struct stat status = {};
-        EXPECT_EQ(stat(name.path.c_str(), &status), 0);
+        EXPECT_EQ(stat(path.c_str(), &status), 0);
         EXPECT_EQ(status.st_mode & 0777, rights == MUTEX_ALL_ACCESS ? 0666u : 0600u);
         EXPECT_TRUE(platform::ReleaseMutex(lock)) << "owned from the start";
         EXPECT_TRUE(platform::CloseHandle(lock));

@@ -4,24 +4,22 @@
 namespace {
 
 using namespace platform;
+using sharing = file_test;
 
-// One of the sixteen ways to open a file.
+// One of the sixteen ways to open a file: what it does with the data and what it shares, in the bits of share modes.
 struct way {
-    explicit way(int number) : access(accesses[number / 4]), share(static_cast<DWORD>(number % 4)) {}
-
-    bool reads() const { return (access & GENERIC_READ) != 0; }
-    bool writes() const { return (access & GENERIC_WRITE) != 0; }
-    DWORD needs() const { return (reads() ? FILE_SHARE_READ : 0) | (writes() ? FILE_SHARE_WRITE : 0); }
-
-    static constexpr DWORD accesses[] = {FILE_WRITE_ATTRIBUTES, GENERIC_READ, GENERIC_WRITE,
-                                         GENERIC_READ | GENERIC_WRITE};
-    DWORD access, share;
+    explicit way(DWORD number) : needs(number / 4), share(number % 4) {}
+    DWORD access() const {
+        const DWORD read = needs & FILE_SHARE_READ ? GENERIC_READ : 0;
+        return needs == 0 ? FILE_WRITE_ATTRIBUTES : read | (needs & FILE_SHARE_WRITE ? GENERIC_WRITE : 0);
+    }
+    DWORD needs, share;
 };
 const way read_alone(4), write_alone(8), all_alone(12);
 
 struct opened : layer_file {
     opened(const std::u16string& path, const way& how, DWORD disposition = OPEN_EXISTING)
-        : layer_file(path, how.access, disposition, how.share) {}
+        : layer_file(path, how.access(), disposition, how.share) {}
 };
 
 // A child that has a file open until it is killed; its result is the code.
@@ -48,14 +46,14 @@ void make_kinds(const file_place& place) {
 
 // What opening says as long as nobody else has the file open.
 DWORD code_alone(const file_kind& kind, const way& how, bool as_root) {
-    if (how.writes() && kind.mode == 0444)
+    if ((how.needs & FILE_SHARE_WRITE) && kind.mode == 0444)
         return 5;
-    return how.reads() && kind.mode == 0222 && !as_root ? 5 : 0;
+    return (how.needs & FILE_SHARE_READ) && kind.mode == 0222 && !as_root ? 5 : 0;
 }
 
 bool go_together(const way& first, const way& second) {
-    return first.needs() == 0 || second.needs() == 0
-           || ((first.needs() & ~second.share) == 0 && (second.needs() & ~first.share) == 0);
+    return first.needs == 0 || second.needs == 0
+           || ((first.needs & ~second.share) == 0 && (second.needs & ~first.share) == 0);
 }
 
 // Runs all pairs, the first in a child, the second here. Returns what was wrong.
@@ -63,16 +61,16 @@ std::string run_matrix(const file_place& place, bool first_is_root, bool second_
     std::ostringstream wrong;
     for (const file_kind& kind : kinds) {
         const std::u16string path = place.long_path(wide(kind.name));
-        for (int i = 0; i < 16; ++i) {
+        for (DWORD i = 0; i < 16; ++i) {
             const way first(i);
             const holder child = opened_elsewhere(path, first, !first_is_root);
             if (child.result() != code_alone(kind, first, first_is_root))
                 wrong << kind.name << " alone " << i << ": " << child.result() << "; ";
-            for (int j = 0; child.result() == 0 && j < 16; ++j) {
+            for (DWORD j = 0; child.result() == 0 && j < 16; ++j) {
                 const way second(j);
                 // A descriptor that can only write has no shared locks: two writers that would share the file
                 // exclude each other.
-                const bool by_mistake = kind.mode == 0222 && first.writes() && second.writes()
+                const bool by_mistake = kind.mode == 0222 && (first.needs & second.needs & FILE_SHARE_WRITE)
                                         && !(first_is_root && second_is_root);
                 DWORD wanted = code_alone(kind, second, second_is_root);
                 if (wanted == 0 && (by_mistake || !go_together(first, second)))
@@ -86,8 +84,7 @@ std::string run_matrix(const file_place& place, bool first_is_root, bool second_
     return wrong.str();
 }
 
-TEST(sharing, all_pairs_between_two_processes_of_the_same_or_different_users) {
-    const file_place place;
+TEST_F(sharing, all_pairs_between_two_processes_of_the_same_or_different_users) {
     make_kinds(place);
     EXPECT_EQ(run_matrix(place, is_root(), is_root()), "");
     if (!is_root())
@@ -99,8 +96,7 @@ TEST(sharing, all_pairs_between_two_processes_of_the_same_or_different_users) {
     EXPECT_EQ(child.exit_code, 0);
 }
 
-TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
-    const file_place place;
+TEST_F(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
     make_kinds(place);
     const std::u16string path = place.long_path(u"plain"), read_only = place.long_path(u"read-only");
     {
@@ -111,7 +107,7 @@ TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
         EXPECT_EQ(place.read("plain"), "data");
     }
     // Who has emptied it without access for writing does not count as a writer afterwards.
-    for (const int number : {1, 5, 6, 4}) {
+    for (const DWORD number : {1u, 5u, 6u, 4u}) {
         const opened emptied(path, way(number), CREATE_ALWAYS);
         EXPECT_EQ(emptied.code, 183u);
         EXPECT_EQ(opened_elsewhere(path, way(5)).result(), go_together(way(number), way(5)) ? 0u : 32u);
@@ -122,8 +118,7 @@ TEST(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
     EXPECT_EQ(code_after(DeleteFileW(read_only.c_str())), 32u);
 }
 
-TEST(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
-    const file_place place;
+TEST_F(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
     place.write("file", "data");
     const std::u16string path = place.long_path(u"file");
     holder killed = opened_elsewhere(path, all_alone);
@@ -137,16 +132,15 @@ TEST(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
     EXPECT_EQ(opened(path, all_alone).code, 0u);
 }
 
-TEST(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
-    const file_place place;
+TEST_F(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
     const std::u16string path = place.long_path(u"file"), other = place.long_path(u"other"),
                          moved = place.long_path(u"moved");
-    for (int i = 0; i < 16; ++i) {
+    for (DWORD i = 0; i < 16; ++i) {
         SCOPED_TRACE(i);
         place.write("file", "file");
         place.write("other", "other");
         const holder child = opened_elsewhere(path, way(i));
-        const DWORD in_use = way(i).needs() != 0 ? 32 : 0;
+        const DWORD in_use = way(i).needs != 0 ? 32 : 0;
         EXPECT_EQ(code_after(MoveFileExW(path.c_str(), moved.c_str(), 0)), in_use);
         MoveFileExW(moved.c_str(), path.c_str(), 0);
         EXPECT_EQ(code_after(MoveFileExW(other.c_str(), path.c_str(), 1)), in_use ? 5u : 0u);
@@ -157,8 +151,7 @@ TEST(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
 
 // Writers that open, append and close for each line while the file is moved away and deleted: a line that was reported
 // as written is in one of the files that are left or were moved away.
-TEST(sharing, no_line_goes_to_a_file_that_is_gone) {
-    const file_place place;
+TEST_F(sharing, no_line_goes_to_a_file_that_is_gone) {
     const std::u16string live = place.long_path(u"log"), away = place.long_path(u"away");
     const char* const reports[] = {"written0", "written1", "written2"};
     for (const char* report : reports) {

@@ -4,6 +4,8 @@
 namespace {
 
 using text = std::u16string;
+using stat = file_test;
+using enum_dir = file_test;
 
 void set_modification(const file_place& place, const char* name, time_t seconds) {
     const timespec times[] = {{seconds, 0}, {seconds, 0}};
@@ -16,9 +18,8 @@ ZU_stat status_of(const char16_t* path) {
     return status;
 }
 
-TEST(stat, mode_size_and_drive) {
+TEST_F(stat, mode_size_and_drive) {
     constexpr uint32_t read_only = FILE_ATTRIBUTE_READONLY, hidden = FILE_ATTRIBUTE_HIDDEN;
-    const file_place place;
     for (const char* name : {"run.EXE", "ro.cmd", "notes.txt", "a.exe.txt", "exe", ".bat", "x.exed"})
         place.write(name, "12345");
     place.make_directory("x.exe");
@@ -39,7 +40,6 @@ TEST(stat, mode_size_and_drive) {
         EXPECT_EQ(status.st_nlink, 1);
         EXPECT_TRUE(status.st_dev == 19u && status.st_rdev == 19u) << "T:";
     }
-    ASSERT_EQ(chdir("/"), 0);
 
     // Roots have no entry and a fixed time.
     place.map_share("srv", "share", place.host_path());
@@ -55,8 +55,7 @@ TEST(stat, mode_size_and_drive) {
     }
 }
 
-TEST(stat, failures_leave_a_record_of_zeros_and_two_codes) {
-    const file_place place;
+TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
     place.write("f", "");
     place.map_share("srv", "share", place.host_path());
     // clang-format off
@@ -79,8 +78,7 @@ TEST(stat, failures_leave_a_record_of_zeros_and_two_codes) {
 }
 
 // The offset in force now is taken for every date: a file of the other season is an hour off.
-TEST(stat, times_are_converted_with_the_offset_in_force_now) {
-    const file_place place;
+TEST_F(stat, times_are_converted_with_the_offset_in_force_now) {
     place.write("f", "");
     constexpr int32_t summer = 1152626400, winter = 1137000000; // July and January 2006
     constexpr char north[] = "CET-1CEST,M3.5.0,M10.5.0/3", south[] = "AEST-10AEDT,M10.1.0,M4.1.0/3";
@@ -124,9 +122,8 @@ walked walk(const char16_t* directory, uint32_t flags) {
     return result;
 }
 
-TEST(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for) {
+TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for) {
     setenv("TZ", "UTC0", 1);
-    const file_place place;
     place.make_directory("dir");
     place.make_directory("dir/sub");
     place.write("dir/a.txt", "12345");
@@ -152,7 +149,6 @@ TEST(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for) 
         EXPECT_EQ(all[0].second.size, 5u);
         EXPECT_TRUE(all[0].second.modification_time == 1137000000 && all[0].second.access_time == 1137000000);
     }
-    ASSERT_EQ(chdir("/"), 0);
     const auto plain = walk(u"T:\\dir", 0);
     ASSERT_EQ(plain.size(), 6u) << "with . and ..";
     EXPECT_EQ(plain[1].first, u"T:\\dir\\..");

@@ -14,8 +14,6 @@
 #include <fstream>
 #include <sstream>
 
-#include <gtest/gtest.h>
-
 namespace zu_test {
 
 namespace {
@@ -73,8 +71,9 @@ file_place::file_place() {
 
 file_place::~file_place() {
     unsetenv("ZU_HOST");
-    nftw(top_.c_str(), open_directory, 16, FTW_PHYS);
     std::error_code ignored;
+    std::filesystem::current_path("/", ignored); // a test may have gone into it
+    nftw(top_.c_str(), open_directory, 16, FTW_PHYS);
     std::filesystem::remove_all(top_, ignored); // however long its paths are
 }
 

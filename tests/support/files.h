@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "platform/platform.h"
 #include "support/process.h"
 
@@ -48,6 +50,11 @@ public:
 
 private:
     std::string top_;
+};
+
+// For tests with a place of their own.
+struct file_test : testing::Test {
+    const file_place place;
 };
 
 // A file of the layer, closed at the end of the scope.
