@@ -19,25 +19,23 @@ mode_t mode_of(const std::string& path) {
 }
 
 TEST(attributes, each_bit_reads_back_as_it_should) {
-    // clang-format off
-    const struct {
-        DWORD set, file, directory;
-    } rows[] = {
-        {0, 0x80, 0x10}, {0x81, 0x01, 0x11}, {0x10, 0x80, 0x10}, {0x20, 0x20, 0x30}, {0x01, 0x01, 0x11},
-        {0x02, 0x02, 0x12}, {0x04, 0x04, 0x14}, {0x27, 0x27, 0x37}, {0x100, 0x100, 0x10}, {0x2000, 0x2000, 0x2010},
-        {0xFFFFFFFF, 0x2127, 0x2037}, {0x800, 0x80, 0x10}};
-    // clang-format on
+    // What is set, and what a file and a directory have then.
+    const std::array<DWORD, 3> rows[] = {
+        {0, 0x80, 0x10},      {0x81, 0x01, 0x11},       {0x10, 0x80, 0x10},           {0x20, 0x20, 0x30},
+        {0x01, 0x01, 0x11},   {0x02, 0x02, 0x12},       {0x04, 0x04, 0x14},           {0x27, 0x27, 0x37},
+        {0x100, 0x100, 0x10}, {0x2000, 0x2000, 0x2010}, {0xFFFFFFFF, 0x2127, 0x2037}, {0x800, 0x80, 0x10}};
     as_both_users([&](const file_place& place) {
         place.write("file", "data");
         place.make_directory("directory");
-        for (const auto& row : rows) {
+        for (const auto& [set, of_file, of_directory] : rows) {
+            SCOPED_TRACE(set);
             for (const auto& [path, wanted] :
-                 {std::pair{u"T:\\file", row.file}, {u"T:\\directory", row.directory}}) {
-                EXPECT_TRUE(SetFileAttributesW(path, row.set)) << GetLastError() << ' ' << row.set;
-                EXPECT_EQ(GetFileAttributesW(path), wanted) << std::hex << row.set;
+                 {std::pair{u"T:\\file", of_file}, {u"T:\\directory", of_directory}}) {
+                EXPECT_TRUE(SetFileAttributesW(path, set)) << GetLastError();
+                EXPECT_EQ(GetFileAttributesW(path), wanted);
                 const listing found = list(path);
                 ASSERT_EQ(found.names.size(), 1u);
-                EXPECT_EQ(found.entries.begin()->second.dwFileAttributes, wanted) << std::hex << row.set;
+                EXPECT_EQ(found.entries.begin()->second.dwFileAttributes, wanted);
             }
             // A directory's read-only says nothing about what is in it, and leaves the mode alone.
             EXPECT_EQ(mode_of(place.host_path("directory")), 0777u);
@@ -62,35 +60,32 @@ TEST(attributes, read_only_is_the_mode_and_the_rest_is_text_that_others_share) {
         EXPECT_EQ(setxattr(host.c_str(), "user.DOSATTRIB", text.data(), text.size(), 0), 0);
         EXPECT_EQ(GetFileAttributesW(path), wanted);
     }
-    const struct {
-        mode_t mask, before, after;
-    } rows[] = {{022, 0444, 0644}, {002, 0444, 0664}, {022, 0440, 0640},
-                {022, 0000, 0200}, {022, 0555, 0755}, {0222, 0444, 0644}};
-    for (const auto& row : rows) {
-        chmod(host.c_str(), row.before);
-        const mode_t before = umask(row.mask);
+    const std::array<mode_t, 3> rows[] = {{022, 0444, 0644}, {002, 0444, 0664}, {022, 0440, 0640},
+                                          {022, 0000, 0200}, {022, 0555, 0755}, {0222, 0444, 0644}};
+    for (const auto& [mask, before, after] : rows) {
+        chmod(host.c_str(), before);
+        const mode_t outside = umask(mask);
         EXPECT_TRUE(SetFileAttributesW(path, FILE_ATTRIBUTE_NORMAL));
-        EXPECT_EQ(umask(before), row.mask);
-        EXPECT_EQ(mode_of(host), row.after) << std::oct << row.mask << ' ' << row.before;
+        EXPECT_EQ(umask(outside), mask);
+        EXPECT_EQ(mode_of(host), after) << std::oct << mask << ' ' << before;
     }
 }
 
 TEST(attributes, opening_keeps_to_them_and_gives_them) {
     const file_place place;
-    const struct {
-        DWORD before, disposition, given, code, after; // before: 0 for what the row above has left
-    } rows[] = {{0, CREATE_NEW, 0x05, 0, 0x05},
-                {0, OPEN_EXISTING, 0x80, 5, 0x05},
-                {0x04, CREATE_ALWAYS, 0x02, 5, 0x04},
-                {0, CREATE_ALWAYS, 0x24, 183, 0x24},
-                {0x20, CREATE_ALWAYS, 0x80, 183, 0x80}};
-    for (const auto& row : rows) {
-        EXPECT_TRUE(row.before == 0 || SetFileAttributesW(u"T:\\file", row.before));
-        const layer_file file(u"T:\\file", GENERIC_WRITE, row.disposition, 0, row.given);
-        EXPECT_EQ(file.code, row.code);
+    const std::array<DWORD, 5> rows[] = {{0, CREATE_NEW, 0x05, 0, 0x05},
+                                         {0, OPEN_EXISTING, 0x80, 5, 0x05},
+                                         {0x04, CREATE_ALWAYS, 0x02, 5, 0x04},
+                                         {0, CREATE_ALWAYS, 0x24, 183, 0x24},
+                                         {0x20, CREATE_ALWAYS, 0x80, 183, 0x80}};
+    for (const auto& [before, disposition, given, code, after] :
+         rows) { // before: 0 for what the row above left
+        EXPECT_TRUE(before == 0 || SetFileAttributesW(u"T:\\file", before));
+        const layer_file file(u"T:\\file", GENERIC_WRITE, disposition, 0, given);
+        EXPECT_EQ(file.code, code);
         DWORD done; // also with the read-only that it has got itself
-        EXPECT_EQ(WriteFile(file, "x", 1, &done, nullptr), row.code != 5);
-        EXPECT_EQ(GetFileAttributesW(u"T:\\file"), row.after);
+        EXPECT_EQ(WriteFile(file, "x", 1, &done, nullptr), code != 5);
+        EXPECT_EQ(GetFileAttributesW(u"T:\\file"), after);
         EXPECT_EQ(place.read("file"), "x");
     }
 }
@@ -118,22 +113,17 @@ TEST(attributes, fail_with_50_where_they_cannot_be_kept) {
     umount2(place.host_path().c_str(), MNT_DETACH);
 }
 
-uint64_t units(const FILETIME& time) {
-    return uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-}
-
-FILETIME time_of(uint64_t units) {
-    return {static_cast<uint32_t>(units), static_cast<uint32_t>(units >> 32)};
-}
-
 TEST(attributes, times_come_back_exactly_and_one_by_one) {
     as_both_users([](const file_place& place) {
         place.write("file", "data");
         chmod(place.host_path("file").c_str(), 0444);
         place.make_directory("directory");
         const uint64_t base = 0x01C8000012345678, early = 116444736000000000 - 12'345'678; // before 1970
-        const FILETIME created = time_of(base), accessed = time_of(early), written = time_of(base + 2),
-                       none = time_of(0), keep = time_of(UINT64_MAX), bad = time_of(uint64_t{1} << 63);
+        const FILETIME created = std::bit_cast<FILETIME>(base), accessed = std::bit_cast<FILETIME>(early),
+                       written = std::bit_cast<FILETIME>(base + 2),
+                       none = std::bit_cast<FILETIME>(uint64_t{0}),
+                       keep = std::bit_cast<FILETIME>(UINT64_MAX),
+                       bad = std::bit_cast<FILETIME>(uint64_t{1} << 63);
         for (const char16_t* path : {u"T:\\file", u"T:\\directory"}) {
             const layer_file file(path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING, 0, FILE_FLAG_BACKUP_SEMANTICS);
             EXPECT_TRUE(SetFileTime(file, &created, &accessed, &written)) << GetLastError();
@@ -141,9 +131,9 @@ TEST(attributes, times_come_back_exactly_and_one_by_one) {
             EXPECT_EQ(code_after(SetFileTime(file, &written, &bad, nullptr)), 87u);
             FILETIME times[3];
             EXPECT_TRUE(GetFileTime(file, &times[0], &times[1], &times[2]));
-            EXPECT_EQ(units(times[0]), base);
-            EXPECT_EQ(units(times[1]), early);
-            EXPECT_EQ(units(times[2]), base + 2);
+            EXPECT_EQ(std::bit_cast<uint64_t>(times[0]), base);
+            EXPECT_EQ(std::bit_cast<uint64_t>(times[1]), early);
+            EXPECT_EQ(std::bit_cast<uint64_t>(times[2]), base + 2);
         }
         EXPECT_EQ(mode_of(place.host_path("file")), 0444u);
         const layer_file reader(u"T:\\file", GENERIC_READ, OPEN_EXISTING);

@@ -248,12 +248,10 @@ TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     for (const char16_t* device : {u"Q:", u"T:\\", u"T", u""})
         EXPECT_EQ(code_after(QueryDosDeviceW(device, text, 300) != 0), 2u) << narrow(device);
 
-    // clang-format off
     const std::pair<const char16_t*, DWORD> volumes[] = {
-        {u"T:\\", 0}, {u"\\\\?\\T:\\", 0}, {u"\\", 0}, {u"\\\\srv\\share\\", 0}, {u"T:", 123}, {u"file.txt", 123},
-        {u"T:\\dir", 123}, {u"T:\\dir\\", 144}, {u"\\\\?\\T:", 144}, {u"Q:\\", 3}, {u"", 3},
-        {u"\\\\none\\share\\", 53}};
-    // clang-format on
+        {u"T:\\", 0},        {u"\\\\?\\T:\\", 0}, {u"\\", 0},        {u"\\\\srv\\share\\", 0},
+        {u"T:", 123},        {u"file.txt", 123},  {u"T:\\dir", 123}, {u"T:\\dir\\", 144},
+        {u"\\\\?\\T:", 144}, {u"Q:\\", 3},        {u"", 3},          {u"\\\\none\\share\\", 53}};
     const auto volume_code = [&](const char16_t* root) {
         return code_after(GetVolumeInformationW(root, text, 300, nullptr, nullptr, nullptr, nullptr, 0));
     };

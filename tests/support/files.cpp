@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -46,18 +45,6 @@ void set_link(const std::string& link, const std::string& target) {
 
 } // namespace
 
-uint32_t code_after(int result) {
-    return result ? 0 : GetLastError();
-}
-
-std::u16string wide(std::string_view utf8) {
-    return std::filesystem::path(utf8).u16string();
-}
-
-std::string narrow(std::u16string_view text) {
-    return std::filesystem::path(text).string();
-}
-
 file_place::file_place() {
     top_ = std::filesystem::temp_directory_path().string() + "/zu-test-XXXXXX";
     must(mkdtemp(top_.data()) != nullptr, "mkdtemp", top_);
@@ -66,23 +53,19 @@ file_place::file_place() {
         make_open_directory(top_ + part);
     map_drive('C', "/");
     map_drive('T', top_ + "/files");
+    if (const char* previous = std::getenv("ZU_HOST"))
+        previous_host_ = previous;
     setenv("ZU_HOST", (top_ + "/host").c_str(), 1);
 }
 
 file_place::~file_place() {
     unsetenv("ZU_HOST");
+    if (!previous_host_.empty())
+        setenv("ZU_HOST", previous_host_.c_str(), 1);
     std::error_code ignored;
     std::filesystem::current_path("/", ignored); // a test may have gone into it
     nftw(top_.c_str(), open_directory, 16, FTW_PHYS);
     std::filesystem::remove_all(top_, ignored); // however long its paths are
-}
-
-std::u16string file_place::long_path(std::u16string_view relative) const {
-    return u"\\\\?\\" + drive_path(relative);
-}
-
-std::u16string file_place::drive_path(std::u16string_view relative) const {
-    return u"T:\\" + std::u16string(relative);
 }
 
 std::string file_place::host_path(std::string_view relative) const {

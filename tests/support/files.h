@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
@@ -19,10 +20,17 @@
 namespace zu_test {
 
 // 0, or the code that a call which failed has set.
-uint32_t code_after(int result);
+inline uint32_t code_after(int result) {
+    return result ? 0 : GetLastError();
+}
 
-std::u16string wide(std::string_view utf8);
-std::string narrow(std::u16string_view text);
+inline std::u16string wide(std::string_view utf8) {
+    return std::filesystem::path(utf8).u16string();
+}
+
+inline std::string narrow(std::u16string_view text) {
+    return std::filesystem::path(text).string();
+}
 
 // Makes a directory under the temporary folder, makes it drive T: of a private host directory (ZU_HOST) where C: is
 // /, and removes all of it at the end. Open to every user, so that children of another user can work in it.
@@ -34,9 +42,11 @@ public:
     file_place& operator=(const file_place&) = delete;
 
     // `relative` has backslashes; empty gives the drive's root.
-    std::u16string long_path(std::u16string_view relative) const;  // \\?\T:\relative
-    std::u16string drive_path(std::u16string_view relative) const; // T:\relative
-    std::string host_path(std::string_view relative = "") const;   // as the host names it, with slashes
+    std::u16string drive_path(std::u16string_view relative) const {
+        return u"T:\\" + std::u16string(relative);
+    }
+    std::u16string long_path(std::u16string_view relative) const { return u"\\\\?\\" + drive_path(relative); }
+    std::string host_path(std::string_view relative = "") const; // as the host names it, with slashes
 
     // Letter to directory, and \\server\share to directory; an empty directory takes the mapping away.
     void map_drive(char letter, const std::string& directory) const;
@@ -49,7 +59,7 @@ public:
     void make_link(std::string_view relative, const std::string& target) const; // as the link spells it
 
 private:
-    std::string top_;
+    std::string top_, previous_host_;
 };
 
 // For tests with a place of their own.
