@@ -362,9 +362,13 @@ TEST_F(platform_files, streams_open_in_each_mode) {
         }
     }
     const layer_file alone(place.long_path(u"file"), R, OPEN_EXISTING);
-    for (const auto& [mode, error] : {std::pair{u"rw", EINVAL}, {u"r", EACCES}, {u"wx", EEXIST}}) {
-        EXPECT_EQ(_wfopen(u"T:\\file", mode), nullptr);
-        EXPECT_EQ(errno, error) << narrow(mode);
+    for (const auto& [path, mode, error] : {std::tuple{u"T:\\file", u"rw", EINVAL},
+                                            {u"T:\\file", u"wx", EEXIST},
+                                            {u"T:\\file", u"r", EACCES},
+                                            {u"T:\\", u"w", EACCES},
+                                            {u"T:\\a*", u"w", EINVAL}}) {
+        EXPECT_EQ(_wfopen(path, mode), nullptr);
+        EXPECT_EQ(errno, error) << narrow(path) << ' ' << narrow(mode);
     }
     FILE* nothing = _wfopen(u"NUL", u"w");
     ASSERT_NE(nothing, nullptr);

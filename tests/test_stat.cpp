@@ -162,6 +162,7 @@ TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for
         EXPECT_EQ(ZU_enum_dir_begin(directory, ZU_ENUM_DIR_SKIP_DOTS), nullptr) << narrow(directory);
         EXPECT_EQ(GetLastError(), code) << narrow(directory);
     }
+    ZU_enum_dir_end(nullptr);
 }
 
 } // namespace
