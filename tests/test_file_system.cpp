@@ -101,22 +101,4 @@ TEST(file_system, a_move_replaces_files_and_keeps_a_destination_that_it_cannot_r
     });
 }
 
-TEST(file_system, times_are_set_one_by_one) {
-    as_both_users([](const file_place& place) {
-        make(place, "f", "", read_only);
-        place.make_directory("d");
-        for (const char16_t* path : {u"T:\\f", u"T:\\d\\"}) {
-            ZU_stat before, after;
-            ASSERT_EQ(ZU_stat64(path, &before), 0);
-            EXPECT_EQ(code_after(ZU_set_file_time(path, -1, 1137000000, -1)), 0u);
-            ASSERT_EQ(ZU_stat64(path, &after), 0);
-            EXPECT_EQ(after.st_mtime, 1137000000);
-            EXPECT_EQ(after.st_atime, before.st_atime);
-            EXPECT_EQ(after.st_ctime, before.st_ctime);
-        }
-        EXPECT_EQ(code_after(ZU_set_file_time(u"T:\\", 1, 1, 1)), 0u) << "a drive's root: nothing to do";
-        EXPECT_EQ(code_after(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), 2u);
-    });
-}
-
 } // namespace

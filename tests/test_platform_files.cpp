@@ -248,13 +248,11 @@ TEST_F(platform_files, deleting_and_making_directories_have_their_codes) {
     // Of DeleteFileW, RemoveDirectoryW, CreateDirectoryW.
     // clang-format off
     const std::pair<const char16_t*, std::array<DWORD, 3>> rows[] = {
-        {u"FILE", {0, 267, 183}},       {u"missing", {2, 2, 0}},       {u"none\\x", {3, 3, 3}},
-        {u"file\\x", {3, 3, 3}},        {u"read-only", {5, 267, 183}}, {u"directory", {5, 0, 183}},
-        {u"full", {5, 145, 183}},       {u"file\\", {123, 267, 183}},  {u"read-only-dir", {5, 5, 183}},
-        {u"directory\\", {5, 0, 183}},  {u"missing\\", {2, 2, 0}},     {u"a*", {123, 123, 123}},
-        {u"", {5, 5, 5}},               {u"link", {0, 267, 183}},      {u"dir-link", {0, 0, 183}},
-        {u"dangling", {0, 267, 183}},
-    };
+        {u"FILE", {0, 267, 183}}, {u"missing", {2, 2, 0}}, {u"none\\x", {3, 3, 3}}, {u"file\\x", {3, 3, 3}},
+        {u"read-only", {5, 267, 183}}, {u"directory", {5, 0, 183}}, {u"full", {5, 145, 183}},
+        {u"file\\", {123, 267, 183}}, {u"read-only-dir", {5, 5, 183}}, {u"directory\\", {5, 0, 183}},
+        {u"missing\\", {2, 2, 0}}, {u"a*", {123, 123, 123}}, {u"", {5, 5, 5}}, {u"link", {0, 267, 183}},
+        {u"dir-link", {0, 0, 183}}, {u"dangling", {0, 267, 183}}};
     // clang-format on
     for (const auto& [name, codes] : rows) {
         for (size_t call = 0; call < codes.size(); ++call) {

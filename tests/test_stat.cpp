@@ -79,14 +79,14 @@ TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
 
 // The offset in force now is taken for every date: a file of the other season is an hour off.
 TEST_F(stat, times_are_converted_with_the_offset_in_force_now) {
+    place.make_directory("d");
     place.write("f", "");
+    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\f", FILE_ATTRIBUTE_READONLY));
     constexpr int32_t summer = 1152626400, winter = 1137000000; // July and January 2006
     constexpr char north[] = "CET-1CEST,M3.5.0,M10.5.0/3", south[] = "AEST-10AEDT,M10.1.0,M4.1.0/3";
-    const std::tuple<const char*, int32_t, long> rows[] = {// with the offset of that day
-                                                           {north, summer, 7200},
-                                                           {north, winter, 3600},
-                                                           {south, summer, 36000},
-                                                           {south, winter, 39600}};
+    // With the offset of that day.
+    const std::tuple<const char*, int32_t, long> rows[] = {
+        {north, summer, 7200}, {north, winter, 3600}, {south, summer, 36000}, {south, winter, 39600}};
     for (const auto& [zone, day, offset] : rows) {
         setenv("TZ", zone, 1);
         tzset();
@@ -95,12 +95,17 @@ TEST_F(stat, times_are_converted_with_the_offset_in_force_now) {
         localtime_r(&present, &now);
         set_modification(place, "f", day);
         EXPECT_EQ(status_of(u"T:\\f").st_mtime, day + now.tm_gmtoff - offset) << zone;
-        ASSERT_TRUE(ZU_set_file_time(u"T:\\f", day - 86400, day, day + 1));
-        const ZU_stat status = status_of(u"T:\\f");
-        EXPECT_EQ(status.st_ctime, day - 86400) << "what was set comes back to the second";
-        EXPECT_EQ(status.st_mtime, day);
-        EXPECT_EQ(status.st_atime, day + 1);
+        for (const char16_t* path : {u"T:\\f", u"T:\\d\\"}) {
+            EXPECT_TRUE(ZU_set_file_time(path, day - 86400, day, day + 1));
+            EXPECT_TRUE(ZU_set_file_time(path, -1, day + 7, -1)) << "one alone";
+            const ZU_stat status = status_of(path);
+            EXPECT_EQ(status.st_ctime, day - 86400) << "what was set comes back to the second";
+            EXPECT_EQ(status.st_mtime, day + 7);
+            EXPECT_EQ(status.st_atime, day + 1);
+        }
     }
+    EXPECT_TRUE(ZU_set_file_time(u"T:\\", 1, 1, 1)) << "a drive's root: nothing to do";
+    EXPECT_EQ(code_after(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), 2u);
     set_modification(place, "f", 5'000'000'000);
     EXPECT_EQ(status_of(u"T:\\f").st_mtime, -1) << "a time past 2038 is none";
 }

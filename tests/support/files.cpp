@@ -144,11 +144,6 @@ small_file_system::small_file_system(const std::string& directory, uint64_t byte
     mounted_ = mount("zu-test", directory.c_str(), "tmpfs", 0, options.c_str()) == 0;
 }
 
-small_file_system::~small_file_system() {
-    if (mounted_)
-        umount2(directory_.c_str(), MNT_DETACH);
-}
-
 bool small_file_system::remount_read_only() const {
     return mount("zu-test", directory_.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }

@@ -2,6 +2,7 @@
 // ordinary user; files and searches of the layer.
 #pragma once
 
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -97,10 +98,9 @@ listing list(const std::u16string& pattern);
 class small_file_system {
 public:
     small_file_system(const std::string& directory, uint64_t bytes);
-    ~small_file_system();
+    ~small_file_system() { umount2(directory_.c_str(), MNT_DETACH); }
     small_file_system(const small_file_system&) = delete;
     small_file_system& operator=(const small_file_system&) = delete;
-
     bool mounted() const { return mounted_; }
     bool remount_read_only() const;
 
