@@ -140,6 +140,7 @@ TEST_F(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     held_elsewhere().end();
     EXPECT_TRUE(has_file());
     EXPECT_EQ(code_after(open() != nullptr), 2u) << "nobody has it";
+    EXPECT_FALSE(has_file());
     held_elsewhere().end();
     ZU_lock_process lock = create(), unnamed = ZU_lock_process_create(nullptr);
     EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_close(lock)) << "a new one";
@@ -207,6 +208,29 @@ TEST_F(process_lock, handles_may_be_closed_while_others_use_them) {
     EXPECT_EQ(counter, taken);
     EXPECT_TRUE(ZU_lock_process_close(changing) && ZU_lock_process_close(kept));
     EXPECT_FALSE(has_file());
+}
+
+TEST_F(process_lock, giving_it_up_wakes_a_limited_wait) {
+    const pid_t taker = fork_child([&] {
+        ZU_lock_process lock = create();
+        while (ZU_lock_process_lock_timeout(lock, 60000)) {
+            platform::Sleep(30);
+            ZU_lock_process_unlock(lock);
+            platform::Sleep(1); // so that the other one gets it
+        }
+    });
+    ZU_lock_process lock = create();
+    int slept_on = 0;
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_TRUE(ZU_lock_process_lock(lock));
+        platform::Sleep(5);
+        EXPECT_TRUE(ZU_lock_process_unlock(lock));
+        platform::Sleep(15); // less than a sleeper sleeps by itself
+        slept_on += ZU_lock_process_lock_timeout(lock, 0) && ZU_lock_process_unlock(lock);
+    }
+    EXPECT_LT(slept_on, 5);
+    kill_child(taker);
+    EXPECT_TRUE(ZU_lock_process_close(lock));
 }
 
 TEST_F(process_lock, processes_exclude_each_other_also_where_the_file_comes_and_goes) {

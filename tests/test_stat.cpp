@@ -20,13 +20,13 @@ ZU_stat status_of(const char16_t* path) {
 
 TEST_F(stat, mode_size_and_drive) {
     constexpr uint32_t read_only = FILE_ATTRIBUTE_READONLY, hidden = FILE_ATTRIBUTE_HIDDEN;
-    for (const char* name : {"run.EXE", "ro.cmd", "notes.txt", "a.exe.txt", "exe", ".bat", "x.exed"})
+    for (const char* name : {"r.un.EXE", "ro.cmd", "notes.txt", "a.exe.txt", "exe", ".bat", "x.exed"})
         place.write(name, "12345");
     place.make_directory("x.exe");
     ASSERT_EQ(truncate(place.host_path("a.exe.txt").c_str(), 5'000'000'000), 0);
     // clang-format off
     const std::tuple<const char16_t*, uint32_t, uint16_t, int64_t> rows[] = {
-        {u"T:\\run.EXE", 0, 0x81FF, 5}, {u"T:\\RO.cmd", read_only, 0x816D, 5}, {u"T:\\.bat", 0, 0x81FF, 5},
+        {u"T:\\r.un.EXE", 0, 0x81FF, 5}, {u"T:\\RO.cmd", read_only, 0x816D, 5}, {u"T:\\.bat", 0, 0x81FF, 5},
                 {u"notes.txt", read_only, 0x8124, 5}, {u"\\\\?\\T:\\a.exe.txt", 0, 0x81B6, 5'000'000'000},
                 {u"exe", hidden, 0x81B6, 5}, {u"t:\\x.exed", 0, 0x81B6, 5}, {u"t:\\x.exe\\\\", 0, 0x41FF, 0},
                 {u"x.exe", read_only, 0x416D, 0}};
