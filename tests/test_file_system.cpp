@@ -23,9 +23,9 @@ TEST(file_system, single_items_and_their_attributes) {
         EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a")), 145u);
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\b", read_only | hidden));
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\", read_only | system_));
-        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a\\")), 145u) << "the code of the second attempt";
-        EXPECT_EQ(ZU_path_attributes(u"T:\\a"), ZU_PATH_DIR | ZU_PATH_READONLY | ZU_PATH_SYSTEM)
-            << "put back";
+        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a\\")), 145u)
+            << "of the second attempt, whose bits are put back";
+        EXPECT_EQ(ZU_path_attributes(u"T:\\a"), ZU_PATH_DIR | ZU_PATH_READONLY | ZU_PATH_SYSTEM);
         for (const auto& [path, code] : {std::pair{u"T:\\A\\B\\", 0u}, {u"T:\\a", 0u}, {u"T:\\a", 2u}})
             EXPECT_EQ(code_after(ZU_delete_dir(path)), code);
 
@@ -62,15 +62,13 @@ TEST(file_system, a_recursive_delete_takes_the_tree_and_leaves_what_links_point_
         for (const char16_t* path : {u"T:\\tree\\\u00e4", u"T:\\tree\\d2"})
             ASSERT_TRUE(ZU_set_file_platform_attributes(path, read_only | system_));
         ZU_file* open = ZU_open_file(u"T:\\tree\\d1\\f3", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING, nullptr);
-        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\tree")), 145u)
-            << "what is in use stays, and the way to it";
+        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\tree")), 145u) << "what is in use stays";
         EXPECT_TRUE(place.exists("tree/d1/f3"));
         EXPECT_FALSE(place.exists("tree/d1/f4") || place.exists("tree/d2") || place.exists("tree/down"));
         ZU_close_file(open);
         EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\tree\\")), 0u);
         EXPECT_EQ(place.read("kept/f"), "kept");
-        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\top")), 0u)
-            << "a link that is named itself is followed";
+        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\top")), 0u) << "followed when named itself";
         EXPECT_FALSE(place.exists("top") || place.exists("kept/f"));
         EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\top")), 2u);
     });

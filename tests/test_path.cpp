@@ -1,10 +1,12 @@
-// Paths: their forms and limits, and the actual form of what exists.
+// Paths: their forms and limits, and the actual form of what exists. File status and directory enumeration.
 #include "support/test.h"
 
 namespace {
 
 using text = std::u16string;
 using paths = file_test;
+using stat = file_test;
+using enum_dir = file_test;
 
 constexpr char16_t none[] = u"<null>"; // what `taken` makes of null
 
@@ -131,6 +133,165 @@ TEST_F(paths, the_program_and_what_lies_beside_it) {
     EXPECT_EQ(taken(ZU_generate_local_path(u"x\\run.ini")), folder + u"\\x\\run.ini");
     for (const char16_t* path : {u"", u"1:\\", u"C:", u"Q:\\a", u"\\\\srv\\share"})
         EXPECT_FALSE(ZU_is_floppy_drive(path));
+}
+
+void set_modification(const file_place& place, const char* name, time_t seconds) {
+    const timespec times[] = {{seconds, 0}, {seconds, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, place.host_path(name).c_str(), times, 0), 0);
+}
+
+ZU_stat status_of(const char16_t* path) {
+    ZU_stat status;
+    EXPECT_EQ(ZU_stat64(path, &status), 0) << GetLastError() << ' ' << narrow(path);
+    return status;
+}
+
+TEST_F(stat, mode_size_and_drive) {
+    constexpr uint32_t read_only = FILE_ATTRIBUTE_READONLY, hidden = FILE_ATTRIBUTE_HIDDEN;
+    for (const char* name : {"r.un.EXE", "ro.cmd", "notes.txt", "a.exe.txt", "exe", ".bat", "x.exed"})
+        place.write(name, "12345");
+    place.make_directory("x.exe");
+    ASSERT_EQ(truncate(place.host_path("a.exe.txt").c_str(), 5'000'000'000), 0);
+    // clang-format off
+    const std::tuple<const char16_t*, uint32_t, uint16_t, int64_t> rows[] = {
+        {u"T:\\r.un.EXE", 0, 0x81FF, 5}, {u"T:\\RO.cmd", read_only, 0x816D, 5}, {u"T:\\.bat", 0, 0x81FF, 5},
+                {u"notes.txt", read_only, 0x8124, 5}, {u"\\\\?\\T:\\a.exe.txt", 0, 0x81B6, 5'000'000'000},
+                {u"exe", hidden, 0x81B6, 5}, {u"t:\\x.exed", 0, 0x81B6, 5}, {u"t:\\x.exe\\\\", 0, 0x41FF, 0},
+                {u"x.exe", read_only, 0x416D, 0}};
+    // clang-format on
+    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    for (const auto& [path, attributes, mode, size] : rows) {
+        ASSERT_TRUE(ZU_set_file_platform_attributes(path, attributes));
+        const ZU_stat status = status_of(path);
+        EXPECT_EQ(status.st_mode, mode) << narrow(path);
+        EXPECT_EQ(status.st_size, size) << narrow(path);
+        EXPECT_EQ(status.st_nlink, 1);
+        EXPECT_TRUE(status.st_dev == 19u && status.st_rdev == 19u) << "T:";
+    }
+
+    // Roots have no entry and a fixed time.
+    place.map_share("srv", "share", place.host_path());
+    setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
+    for (const char16_t* root :
+         {u"C:\\", u"C:", u"\\\\?\\c:\\", u"\\\\srv\\share", u"\\\\?\\unc\\SRV\\Share\\"}) {
+        const ZU_stat status = status_of(root);
+        EXPECT_TRUE(status.st_mode == 0x41FF && status.st_size == 0);
+        EXPECT_EQ(status.st_dev, root[1] == u':' || root[4] == u'c' ? 2u : 0u);
+        for (ZU_time_t time : {status.st_atime, status.st_mtime, status.st_ctime})
+            EXPECT_EQ(time, 315532800 + 5 * 3600);
+    }
+}
+
+TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
+    place.write("f", "");
+    place.map_share("srv", "share", place.host_path());
+    // clang-format off
+    const std::pair<const char16_t*, uint32_t> rows[] = {
+        {u"", 2}, {u"/x", 2}, {u"\\x", 2}, {u"T:\\*.txt", 2}, {u"f?", 2}, {u"\\\\?\\", 2}, {u"T:\\missing", 2},
+        {u"T:\\missing\\x", 3}, {u"T:\\f\\x", 267}, {u"Q:\\", 3}, {u"\\\\srv\\share\\missing", 2},
+        {u"\\\\srv\\nosuch", 3}, {u"\\\\nosuch\\share\\", 3}};
+    // clang-format on
+    const ZU_stat zeros = {};
+    for (const auto& [path, code] : rows) {
+        SCOPED_TRACE(narrow(path));
+        ZU_stat status;
+        std::memset(&status, 0x55, sizeof status);
+        errno = 0;
+        EXPECT_EQ(ZU_stat64(path, &status), -1);
+        EXPECT_EQ(errno, ENOENT);
+        EXPECT_EQ(GetLastError(), code);
+        EXPECT_EQ(std::memcmp(&status, &zeros, sizeof zeros), 0);
+    }
+}
+
+// The offset in force now is taken for every date: a file of the other season is an hour off.
+TEST_F(stat, times_are_converted_with_the_offset_in_force_now) {
+    place.make_directory("d");
+    place.write("f", "");
+    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\f", FILE_ATTRIBUTE_READONLY));
+    constexpr int32_t summer = 1152626400, winter = 1137000000; // July and January 2006
+    constexpr char north[] = "CET-1CEST,M3.5.0,M10.5.0/3", south[] = "AEST-10AEDT,M10.1.0,M4.1.0/3";
+    // With the offset of that day.
+    const std::tuple<const char*, int32_t, long> rows[] = {
+        {north, summer, 7200}, {north, winter, 3600}, {south, summer, 36000}, {south, winter, 39600}};
+    for (const auto& [zone, day, offset] : rows) {
+        setenv("TZ", zone, 1);
+        tzset();
+        const time_t present = std::time(nullptr);
+        struct tm now;
+        localtime_r(&present, &now);
+        set_modification(place, "f", day);
+        EXPECT_EQ(status_of(u"T:\\f").st_mtime, day + now.tm_gmtoff - offset) << zone;
+        for (const char16_t* path : {u"T:\\f", u"T:\\d\\"}) {
+            EXPECT_TRUE(ZU_set_file_time(path, day - 86400, day, day + 1));
+            EXPECT_TRUE(ZU_set_file_time(path, -1, day + 7, -1)) << "one alone";
+            const ZU_stat status = status_of(path);
+            EXPECT_EQ(status.st_ctime, day - 86400) << "what was set comes back to the second";
+            EXPECT_EQ(status.st_mtime, day + 7);
+            EXPECT_EQ(status.st_atime, day + 1);
+        }
+    }
+    EXPECT_TRUE(ZU_set_file_time(u"T:\\", 1, 1, 1)) << "a drive's root: nothing to do";
+    EXPECT_EQ(code_after(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), 2u);
+    set_modification(place, "f", 5'000'000'000);
+    EXPECT_EQ(status_of(u"T:\\f").st_mtime, -1) << "a time past 2038 is none";
+}
+
+// Copies of all entries, by path; the walk's last code stays.
+auto walk(const char16_t* directory, uint32_t flags) {
+    std::vector<std::pair<text, ZU_enum_dir_entry>> result;
+    ZU_enum_dir* dir = ZU_enum_dir_begin(directory, flags);
+    for (bool more = dir != nullptr; more; more = ZU_enum_dir_next(dir)) {
+        const ZU_enum_dir_entry* entry = ZU_enum_dir_get(dir);
+        EXPECT_EQ(entry->record_size, sizeof *entry);
+        EXPECT_TRUE(text(entry->path).ends_with(u"\\" + text(entry->name)));
+        EXPECT_EQ(text(entry->find_data->cFileName), entry->name);
+        result.emplace_back(entry->path, *entry);
+    }
+    ZU_enum_dir_end(dir);
+    std::sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    return result;
+}
+
+TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for) {
+    setenv("TZ", "UTC0", 1);
+    place.make_directory("dir");
+    place.make_directory("dir/sub");
+    place.write("dir/a.txt", "12345");
+    place.write("dir/b\xff:", ""); // neither UTF-8 nor a name of the platform
+    place.make_link("dir/link", "/");
+    set_modification(place, "dir/a.txt", 1137000000);
+    place.map_share("srv", "share", place.host_path("dir"));
+    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    // clang-format off
+    const char16_t* forms[][2] = {{u"T:\\dir", u"T:\\dir\\"}, {u"t:\\Dir\\\\", u"t:\\Dir\\"}, {u"dir", u"dir\\"},
+                                  {u"\\\\?\\T:\\dir", u"T:\\dir\\"}, {u"\\\\srv\\share", u"\\\\srv\\share\\"}};
+    // clang-format on
+    const char16_t* names[] = {u"a.txt", u"b\xdcff\xf03a", u"link", u"sub"};
+    for (const auto& [given, prefix] : forms) {
+        const auto all = walk(given, ZU_ENUM_DIR_SIZE | ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS);
+        EXPECT_EQ(GetLastError(), 18u);
+        ASSERT_EQ(all.size(), 4u) << narrow(given);
+        for (size_t i = 0; i < all.size(); ++i) {
+            EXPECT_EQ(all[i].first, text(prefix) + names[i]);
+            EXPECT_EQ(all[i].second.attributes, i == 3 ? ZU_PATH_DIR : ZU_PATH_FILE) << "a link: FILE";
+            EXPECT_NE(all[i].second.creation_time, -1);
+        }
+        EXPECT_EQ(all[0].second.size, 5u);
+        EXPECT_TRUE(all[0].second.modification_time == 1137000000 && all[0].second.access_time == 1137000000);
+    }
+    const auto plain = walk(u"T:\\dir", 0);
+    ASSERT_EQ(plain.size(), 6u) << "with . and ..";
+    EXPECT_EQ(plain[1].first, u"T:\\dir\\..");
+    EXPECT_TRUE(plain[2].second.size == 0 && plain[2].second.modification_time == -1) << "not asked for";
+    place.make_directory("empty");
+    const std::pair<const char16_t*, uint32_t> failures[] = {
+        {u"", 3}, {u"T:\\empty", 18}, {u"T:\\missing", 3}, {u"T:\\dir\\a.txt", 267}, {u"Q:\\", 3}};
+    for (const auto& [directory, code] : failures) {
+        EXPECT_EQ(ZU_enum_dir_begin(directory, ZU_ENUM_DIR_SKIP_DOTS), nullptr) << narrow(directory);
+        EXPECT_EQ(GetLastError(), code) << narrow(directory);
+    }
+    ZU_enum_dir_end(nullptr);
 }
 
 } // namespace
