@@ -41,14 +41,12 @@ TEST_F(lookup, letter_case_is_ignored_in_every_component) {
     EXPECT_EQ(found_name(u"\\\\?\\T:\\dATA\\GRÖSSE"), u"code 2") << "one letter stays one";
     EXPECT_EQ(found_name(u"\\\\?\\T:\\dATA\\GRÖßE\\σίσυφος.TXT"), u"ΣΊΣΥΦΟΣ.txt");
     EXPECT_EQ(found_name(u"T:\\DATA/größe/../GRÖßE"), u"Größe");
-
     // Nothing is made beside another spelling of its name.
     EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt"), 80u);
     EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt", CREATE_ALWAYS), 183u);
     EXPECT_EQ(code_after(CreateDirectoryW(u"T:\\data", nullptr)), 183u);
     EXPECT_EQ(create_code(u"T:\\DATA\\New"), 0u);
     EXPECT_EQ(listed(u"T:\\data"), (names{u"Größe", u"New"}));
-
     // An exact match wins, else the first in byte order.
     for (const char* name : {"abc", "ABC", "Abc"})
         place.write(name, name);
@@ -56,7 +54,6 @@ TEST_F(lookup, letter_case_is_ignored_in_every_component) {
     EXPECT_EQ(found_name(u"T:\\aBC"), u"ABC");
     EXPECT_TRUE(DeleteFileW(u"T:\\aBC"));
     EXPECT_EQ(found_name(u"T:\\aBC"), u"Abc");
-
     // A new spelling is taken on, also over a file that is replaced.
     EXPECT_TRUE(MoveFileExW(u"T:\\abc", u"T:\\xyz", 0) && MoveFileExW(u"T:\\XYZ", u"T:\\xYz", 0));
     EXPECT_EQ(place.read("xYz"), "abc");
@@ -94,7 +91,6 @@ TEST_F(lookup, every_name_of_the_host_is_listed_opened_renamed_and_deleted) {
     // No file of the host can have these names: there would be two for one, or none.
     for (const char16_t* name : {u"\xDCC3\xDCA9", u"\xD800", u"\xDC00", u"\xDC7F", u"\xDD00", u"a/b", u"a:b"})
         EXPECT_EQ(attribute_code(place.long_path(name)), 123u);
-
     // Each name of one to four bytes out of a critical set comes back from its spelling, and no two share one.
     const std::string bytes = "a:\x01\x80\x82\xA0\xBA\xBF\xC2\xC3\xE2\xED\xEF\xF0\xF4\xFF";
     names spellings;
@@ -117,7 +113,6 @@ TEST_F(lookup, lengths_end_where_they_should) {
     EXPECT_EQ(attribute_code(place.long_path(longest + u"n")), 123u);
     EXPECT_EQ(attribute_code(place.long_path(longest + u"n\\x")), 123u);
     EXPECT_EQ(attribute_code(place.long_path(std::u16string(200, u'\x4E00'))), 206u); // 600 bytes
-
     // Down to the last unit of 32,767, well beyond what the host takes in one call.
     const std::u16string step = u"\\" + std::u16string(249, u'd');
     std::u16string parent, directory = u"\\\\?\\T:";

@@ -25,7 +25,6 @@ TEST_F(paths, long_form_fullness_and_limits) {
         EXPECT_EQ(ZU_is_full_path(path), full) << narrow(path);
     }
     ZU_s_destroy(&out);
-
     // The limits count the long form, and single components.
     const std::pair<text, size_t> forms[] = {
         {u"C:\\", 32763}, {u"\\\\srv\\", 32761}, {u"\\\\?\\", 32767}, {u"", 32767}, {u"\\a", 32767}};
@@ -168,7 +167,6 @@ TEST_F(stat, mode_size_and_drive) {
         EXPECT_EQ(status.st_nlink, 1);
         EXPECT_TRUE(status.st_dev == 19u && status.st_rdev == 19u) << "T:";
     }
-
     // Roots have no entry and a fixed time.
     place.map_share("srv", "share", place.host_path());
     setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);

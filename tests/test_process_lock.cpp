@@ -12,7 +12,6 @@ struct process_lock : testing::Test {
     ZU_lock_process create() const { return ZU_lock_process_create(wide_name.c_str()); }
     ZU_lock_process create_everyone() const { return ZU_lock_process_create_everyone(wide_name.c_str()); }
     ZU_lock_process open() const { return ZU_lock_process_open(wide_name.c_str()); }
-
     // Another process, which has the lock open or holds it until it is killed.
     holder held_elsewhere(bool locks = true, bool everyone = false) const {
         return holder([&] {
@@ -20,7 +19,6 @@ struct process_lock : testing::Test {
             return code_after(lock && (!locks || ZU_lock_process_lock(lock)));
         });
     }
-
     // Goes in and out, with a new handle each time where it closes.
     void take_and_leave(int rounds, uint32_t timeout_ms, bool closes) const {
         ZU_lock_process lock = create();
@@ -46,7 +44,6 @@ struct process_lock : testing::Test {
         }
         ZU_lock_process_close(lock);
     }
-
     // What the processes share beside the lock: one of them at most may be inside.
     struct arena {
         int64_t counter;
