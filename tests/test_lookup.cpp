@@ -222,17 +222,6 @@ TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     place.make_directory("dir");
     place.write("file", "");
     place.map_share("srv", "share", place.host_path("dir"));
-    const UINT type = GetDriveTypeW(u"T:\\");
-    EXPECT_TRUE(type >= DRIVE_REMOVABLE && GetDriveTypeW(nullptr) >= DRIVE_REMOVABLE);
-    // clang-format off
-    const std::pair<const char16_t*, UINT> roots[] = {
-        {u"t:", type}, {u"T:/", type}, {u"\\\\?\\T:\\", type}, {u"T:\\dir\\", type}, {u"Q:\\", DRIVE_NO_ROOT_DIR},
-        {u"", DRIVE_NO_ROOT_DIR}, {u"T:\\dir", DRIVE_NO_ROOT_DIR}, {u"T:\\file\\", DRIVE_NO_ROOT_DIR},
-        {u"\\\\srv\\none\\", DRIVE_NO_ROOT_DIR}, {u"\\\\srv\\share\\", DRIVE_REMOTE}};
-    // clang-format on
-    for (const auto& [root, wanted] : roots)
-        EXPECT_EQ(GetDriveTypeW(root), wanted) << narrow(root);
-
     char16_t text[300];
     const DWORD size = QueryDosDeviceW(u"t:", text, 300);
     EXPECT_EQ(size, std::u16string(text).size() + 2);
@@ -240,12 +229,19 @@ TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     EXPECT_EQ(code_after(QueryDosDeviceW(u"t:", text, size - 1) != 0), 122u);
     for (const char16_t* device : {u"Q:", u"T:\\", u"T", u""})
         EXPECT_EQ(code_after(QueryDosDeviceW(device, text, 300) != 0), 2u) << narrow(device);
-    const std::pair<const char16_t*, DWORD> volumes[] = {
-        {u"T:\\", 0},        {u"\\\\?\\T:\\", 0}, {u"\\", 0},        {u"\\\\srv\\share\\", 0},
-        {u"T:", 123},        {u"file.txt", 123},  {u"T:\\dir", 123}, {u"T:\\dir\\", 144},
-        {u"\\\\?\\T:", 144}, {u"Q:\\", 3},        {u"", 3},          {u"\\\\none\\share\\", 53}};
     ASSERT_EQ(chdir(place.host_path("dir").c_str()), 0);
-    for (const auto& [root, code] : volumes) {
+    const UINT type = GetDriveTypeW(nullptr), none = DRIVE_NO_ROOT_DIR;
+    EXPECT_GE(type, DRIVE_REMOVABLE);
+    // The kind of the drive, and the code of a question about its volume.
+    // clang-format off
+    const std::tuple<const char16_t*, UINT, DWORD> roots[] = {
+        {u"T:\\", type, 0}, {u"\\\\?\\T:\\", type, 0}, {u"\\", type, 0}, {u"T:/", type, 0}, {u"t:", type, 123},
+        {u"T:\\dir\\", type, 144}, {u"T:\\dir", none, 123}, {u"file.txt", none, 123}, {u"T:\\file\\", none, 144},
+        {u"Q:\\", none, 3}, {u"", none, 3}, {u"\\\\none\\share\\", none, 53},
+        {u"\\\\srv\\none\\", none, 67}, {u"\\\\srv\\share\\", DRIVE_REMOTE, 0}};
+    // clang-format on
+    for (const auto& [root, kind, code] : roots) {
+        EXPECT_EQ(GetDriveTypeW(root), kind) << narrow(root);
         const int done = GetVolumeInformationW(root, text, 300, nullptr, nullptr, nullptr, nullptr, 0);
         EXPECT_EQ(code_after(done), code) << narrow(root);
     }
