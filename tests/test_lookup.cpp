@@ -237,7 +237,7 @@ TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     const std::tuple<const char16_t*, UINT, DWORD> roots[] = {
         {u"T:\\", type, 0}, {u"\\\\?\\T:\\", type, 0}, {u"\\", type, 0}, {u"T:/", type, 0}, {u"t:", type, 123},
         {u"T:\\dir\\", type, 144}, {u"T:\\dir", none, 123}, {u"file.txt", none, 123}, {u"T:\\file\\", none, 144},
-        {u"Q:\\", none, 3}, {u"", none, 3}, {u"\\\\none\\share\\", none, 53},
+        {u"\\\\?\\T:", DRIVE_UNKNOWN, 144}, {u"Q:\\", none, 3}, {u"", none, 3}, {u"\\\\none\\share\\", none, 53},
         {u"\\\\srv\\none\\", none, 67}, {u"\\\\srv\\share\\", DRIVE_REMOTE, 0}};
     // clang-format on
     for (const auto& [root, kind, code] : roots) {
