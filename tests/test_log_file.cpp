@@ -7,17 +7,6 @@ namespace {
 
 using texts = std::vector<std::string>;
 
-int before_calls, after_calls;
-ZU_bool before_answer;
-ZU_bool before_write() {
-    ++before_calls;
-    return before_answer;
-}
-ZU_bool after_write() {
-    ++after_calls;
-    return 0;
-}
-
 // The library started, writing nothing but to a file in a directory of the test's own.
 struct file_log {
     file_place place;
@@ -28,13 +17,12 @@ struct file_log {
         ZU_init();
         ZU_log_set_level(0x3F);
         ZU_log_set_output(ZU_LOG_OUT_FILE);
-        before_calls = after_calls = 0;
-        before_answer = 1;
     }
     ~file_log() { ZU_shutdown(); }
 
-    void set(uint32_t max_size, uint32_t generations, uint32_t encoding = ZU_ENCODING_UTF8) const {
-        ZU_log_set_log_file_ex(name.c_str(), 0, encoding, max_size, generations, before_write, after_write);
+    void set(uint32_t max_size, uint32_t generations, uint32_t encoding = ZU_ENCODING_UTF8,
+             ZU_log_file_callback before = nullptr, ZU_log_file_callback after = nullptr) const {
+        ZU_log_set_log_file_ex(name.c_str(), 0, encoding, max_size, generations, before, after);
     }
     static std::string generation(int number) {
         return number == 0 ? "app.log" : "app.log." + std::to_string(number);
@@ -64,13 +52,13 @@ struct file_log {
 TEST(log_file, callbacks_may_refuse_a_line_and_another_file_takes_one) {
     file_log log;
     EXPECT_FALSE(log.write(u"no file set"));
-    log.set(1 << 20, 3);
-    before_answer = 0;
+    static int before_calls = 0, after_calls = 0;
+    const auto refuse_the_first = []() -> ZU_bool { return ++before_calls > 1; };
+    const auto after = []() -> ZU_bool { return ++after_calls < 0; };
+    log.set(1 << 20, 3, ZU_ENCODING_UTF8, refuse_the_first, after);
     EXPECT_FALSE(log.write(u"refused"));
     EXPECT_FALSE(log.place.exists("app.log"));
-    EXPECT_EQ(before_calls, 1);
     EXPECT_EQ(after_calls, 0);
-    before_answer = 1;
     EXPECT_TRUE(log.write(u"taken"));
     EXPECT_EQ(after_calls, 1);
 
@@ -93,7 +81,6 @@ TEST(log_file, characters_that_the_encoding_lacks) {
         std::string in_file, on_stream;
     } rows[] = {{"x.CP1252", ZU_ENCODING_ANSI, in_1252, in_1252},
                 {"x.CP1252", ZU_ENCODING_UTF8, in_utf8, in_1252},
-                {"C.UTF-8", ZU_ENCODING_ANSI, in_utf8, in_utf8},
                 {"C.UTF-8", 0, "", in_utf8}}; // an unknown encoding gives nothing, wholly written
     for (const auto& row : rows) {
         SCOPED_TRACE(row.locale + std::to_string(row.encoding));
@@ -133,14 +120,10 @@ TEST(log_file, the_limit_counts_bytes_of_the_line_to_come) {
     log.set(UINT32_MAX, 3);
     ASSERT_TRUE(log.write(u"one \u20ac"));
     log.set(2 * static_cast<uint32_t>(fs::file_size(log.path)), 3);
-    EXPECT_TRUE(log.write(u"two \u20ac"));
-    EXPECT_EQ(log.messages().size(), 2u) << "exactly full";
-    EXPECT_TRUE(log.write(u"3"));
+    for (const char16_t* message : {u"two \u20ac", u"3"})
+        EXPECT_TRUE(log.write(message));
+    EXPECT_EQ(log.messages("app.log.1"), (texts{"one \xE2\x82\xAC", "two \xE2\x82\xAC"})) << "exactly full";
     EXPECT_EQ(log.messages(), texts{"3"});
-    EXPECT_EQ(log.messages("app.log.1").size(), 2u);
-    log.set(2, 3);
-    EXPECT_TRUE(log.write(u"longer than the limit"));
-    EXPECT_EQ(log.messages().size(), 1u);
 }
 
 TEST(log_file, a_name_relative_to_the_executable_is_joined_whatever_it_is) {
@@ -198,9 +181,7 @@ TEST(log_file, a_full_disk_leaves_no_half_line_and_logging_goes_on_when_there_is
     size_t written = 0;
     while (written < 1000 && log.write(message))
         ++written;
-    ASSERT_LT(written, 1000u);
-    ASSERT_GT(written, 10u);
-    EXPECT_FALSE(log.write(message));
+    ASSERT_TRUE(written > 10 && written < 1000) << written;
     EXPECT_EQ(log.messages().size(), written);
     ASSERT_EQ(truncate(log.path.c_str(), 0), 0);
     EXPECT_TRUE(log.write(message));
@@ -209,30 +190,22 @@ TEST(log_file, a_full_disk_leaves_no_half_line_and_logging_goes_on_when_there_is
 
 TEST(log_file, a_forked_child_that_lives_on_does_not_hold_the_file) {
     file_log log;
-    log.set(1 << 20, 3);
+    log.set(UINT32_MAX, 3);
     std::atomic<bool> stop{false};
     std::atomic<size_t> failed{0}, written{0};
     std::thread writer([&] {
         while (!stop)
             ++(log.write(u"x") ? written : failed);
     });
-    std::vector<pid_t> children;
-    while (written < 200) {
-        if (children.size() < 40) {
-            const pid_t child = fork();
-            if (child == 0) {
-                pause();
-                _exit(0);
-            }
-            children.push_back(child);
+    {
+        std::vector<std::unique_ptr<holder>> children; // forked in the midst of a line, now and then
+        for (size_t i = 1; i <= 40; ++i) {
+            children.push_back(std::make_unique<holder>([] { return 0u; }));
+            while (written + failed < 5 * i)
+                std::this_thread::yield();
         }
-        std::this_thread::yield();
-    }
-    stop = true;
-    writer.join();
-    for (pid_t child : children) {
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
+        stop = true;
+        writer.join();
     }
     EXPECT_EQ(failed, 0u);
     EXPECT_EQ(log.messages().size(), written);
@@ -247,24 +220,17 @@ void write_records(const std::string& writer, int count, const std::string& list
             reported << i << "\n";
 }
 
-// One process at a time writes, and rotates, between the two callbacks.
-int gate = -1;
-ZU_bool take_gate() {
-    return flock(gate, LOCK_EX) == 0;
-}
-ZU_bool leave_gate() {
-    return flock(gate, LOCK_UN) == 0;
-}
-
-// Four processes of two threads each write into one set of files. Afterwards every line is whole, and what remains of
-// each writer's records is in order, each once, and was reported. `gated`: it is the end of what was reported, without
-// a gap. Without a gate two processes may rotate at the same time, and one may then move a generation over another.
-void write_from_four_processes(bool gated) {
+// Four processes of two threads each write into one set of files, and one process at a time writes, and rotates,
+// between the two callbacks. Afterwards every line is whole, and what remains of each writer's records is the end of
+// what was reported, in order and without a gap.
+TEST(log_file, four_processes_that_take_turns_lose_nothing) {
     const int count = address_space_is_not_limited() ? 2000 : 20000; // a sanitizer is slow
     constexpr int generations = 6;
+    static int gate = -1;
+    const auto take_gate = []() -> ZU_bool { return flock(gate, LOCK_EX) == 0; };
+    const auto leave_gate = []() -> ZU_bool { return flock(gate, LOCK_UN) == 0; };
     file_log log;
-    ZU_log_set_log_file_ex(log.name.c_str(), 0, ZU_ENCODING_UTF8, 400'000, generations,
-                           gated ? take_gate : nullptr, gated ? leave_gate : nullptr);
+    log.set(400'000, generations, ZU_ENCODING_UTF8, take_gate, leave_gate);
     const auto list_of = [&](const std::string& writer) { return log.place.host_path("list" + writer); };
     std::vector<pid_t> children;
     for (const std::string process : {"a", "b", "c", "d"}) {
@@ -292,22 +258,9 @@ void write_from_four_processes(bool gated) {
         std::ifstream list(list_of(writer));
         const std::vector<int> reported((std::istream_iterator<int>(list)), std::istream_iterator<int>());
         const std::vector<int>& kept = found[writer];
-        EXPECT_FALSE(reported.empty());
-        EXPECT_TRUE(std::is_sorted(kept.begin(), kept.end(), std::less_equal<>())) << "in order, each once";
-        EXPECT_TRUE(std::includes(reported.begin(), reported.end(), kept.begin(), kept.end()));
-        if (gated) {
-            ASSERT_LE(kept.size(), reported.size());
-            EXPECT_TRUE(std::equal(kept.rbegin(), kept.rend(), reported.rbegin())) << "without a gap";
-        }
+        ASSERT_TRUE(!reported.empty() && kept.size() <= reported.size());
+        EXPECT_TRUE(std::equal(kept.rbegin(), kept.rend(), reported.rbegin())) << writer;
     }
-}
-
-TEST(log_file, four_processes_that_take_turns_lose_nothing) {
-    write_from_four_processes(true);
-}
-
-TEST(log_file, four_processes_on_their_own_tear_and_invent_nothing) {
-    write_from_four_processes(false);
 }
 
 } // namespace
