@@ -9,10 +9,6 @@ uint32_t give_back(void* argument) {
     return *static_cast<uint32_t*>(argument);
 }
 
-long threads_of_process() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-}
-
 TEST(threads, hand_on_their_exit_codes) {
     uint32_t collected = 4711;
     for (uint32_t code : {42u, 0u, 259u, 0xFFFFFFFFu}) {
@@ -33,21 +29,22 @@ TEST(threads, are_gone_when_their_end_has_been_waited_for) {
             ++destroyed;
         }
     };
-    // The first thread of all brings a helper of the thread sanitizer with it, which stays.
-    ZU_thread_wait_for_termination(ZU_thread_create([](void*) -> uint32_t { return 0; }, nullptr), nullptr);
-    const long before = threads_of_process();
-    for (int round = 0; round < 200; ++round) {
-        ZU_thread* thread = ZU_thread_create(
-            [](void*) -> uint32_t {
-                static thread_local counted variable;
-                return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(&variable) != 0);
-            },
-            nullptr);
-        ASSERT_EQ(ZU_thread_wait_for_termination(thread, nullptr), 0);
-        ASSERT_EQ(destroyed.load(), round + 1) << "the thread's variables end before it does";
+    const auto touch = [](void*) -> uint32_t {
+        static thread_local counted variable;
+        return reinterpret_cast<uintptr_t>(&variable) != 0;
+    };
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    long after_the_first = 0; // which brings a helper of the thread sanitizer with it, which stays
+    for (int round = 1; round <= 200; ++round) {
+        ASSERT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(touch, nullptr), nullptr), 0);
+        ASSERT_EQ(destroyed.load(), round) << "the thread's variables end before it does";
+        if (round == 1)
+            after_the_first = threads();
     }
     // The kernel takes an ended thread off its list a moment after the join.
-    while (threads_of_process() > before)
+    while (threads() > after_the_first)
         platform::Sleep(1);
 }
 
@@ -76,8 +73,6 @@ TEST(threads, running_ones_and_their_identifiers) {
     EXPECT_EQ(code, WAIT_OBJECT_0);
     EXPECT_EQ(own, identifier);
     EXPECT_NE(own, ZU_get_current_thread_id());
-    EXPECT_FALSE(platform::GetExitCodeThread(go_on, &code));
-    EXPECT_EQ(GetLastError(), 6u);
     EXPECT_TRUE(platform::CloseHandle(thread));
 }
 
@@ -96,12 +91,10 @@ TEST(threads, stack_sizes_are_reservations_with_a_floor) {
     uint32_t by_default = 0, given = 0;
     ZU_thread_wait_for_termination(ZU_thread_create(usable_stack, nullptr), &by_default);
     EXPECT_GE(by_default, 1u << 20);
-    ZU_thread_wait_for_termination(ZU_thread_create_ex(usable_stack, nullptr, 0), &given);
-    EXPECT_EQ(given, by_default);
-    for (uint32_t size : {1u, 300000u, 64u << 20}) {
+    for (uint32_t size : {0u, 1u, 300000u, 64u << 20}) {
         ZU_thread_wait_for_termination(ZU_thread_create_ex(usable_stack, nullptr, size), &given);
-        EXPECT_GE(given, size);
-        EXPECT_LT(given, size + (1u << 20)) << "the size asked for, not the default";
+        const uint32_t least = size == 0 ? by_default : size;
+        EXPECT_TRUE(given >= least && given < least + (1u << 20)) << given << " of " << size;
     }
 }
 
@@ -128,18 +121,13 @@ TEST(identifiers, are_new_in_a_forked_child) {
     EXPECT_EQ(run_child([&] { _exit(are_the_hosts() ? 0 : 1); }).exit_code, 0);
 }
 
-TEST(clocks, sleep_lasts_at_least_as_long_as_asked) {
-    for (uint32_t milliseconds : {0u, 1u, 30u}) {
-        const uint32_t before = ZU_get_tick_count();
-        ZU_sleep(milliseconds);
-        // The count is cut to whole milliseconds at both ends.
-        EXPECT_GE(ZU_get_tick_count() - before + 1, milliseconds);
-    }
+TEST(clocks, count_milliseconds_since_the_system_started) {
     double uptime = 0;
     std::ifstream("/proc/uptime") >> uptime;
-    const uint32_t elapsed =
-        ZU_get_tick_count() - static_cast<uint32_t>(static_cast<uint64_t>(uptime * 1000));
-    EXPECT_LT(elapsed, 60000u) << "milliseconds since the system started";
+    const uint32_t before = ZU_get_tick_count();
+    EXPECT_LT(before - static_cast<uint32_t>(static_cast<uint64_t>(uptime * 1000)), 60000u);
+    ZU_sleep(30);
+    EXPECT_GE(ZU_get_tick_count() - before + 1, 30u) << "cut to whole milliseconds at both ends";
 }
 
 } // namespace
