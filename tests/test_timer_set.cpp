@@ -19,27 +19,24 @@ struct task {
     std::atomic<int> calls{0}, freed{0};
     ZU_event* called = ZU_create_event(false);
 
-    task(
-        int k, std::function<void(ZU_timer*)> a = [](ZU_timer*) {})
-        : key(k), action(std::move(a)) {}
+    task(int k, std::function<void(ZU_timer*)> a = nullptr) : key(k), action(std::move(a)) {}
     ~task() { ZU_destroy_event(called); }
     bool wait() { return ZU_wait_for_event(called, long_enough_ms) == 1; }
 };
 void call(void* user_data, ZU_timer* timer) {
     auto* t = static_cast<task*>(user_data);
     ++t->calls;
-    t->action(timer);
+    if (t->action)
+        t->action(timer);
     ZU_set_event(t->called);
 }
 
 struct scoped_set : ZU_timer_set {
     explicit scoped_set(uint32_t seconds) {
-        ZU_timer_set_init(
-            this, seconds,
-            [](void* data, const void* key) {
-                return static_cast<task*>(data)->key - *static_cast<const int*>(key);
-            },
-            [](void* data) { ++static_cast<task*>(data)->freed; });
+        const auto by_key = [](void* data, const void* key) {
+            return static_cast<task*>(data)->key - *static_cast<const int*>(key);
+        };
+        ZU_timer_set_init(this, seconds, by_key, [](void* data) { ++static_cast<task*>(data)->freed; });
     }
     ~scoped_set() { ZU_timer_set_destroy(this); }
 
@@ -80,14 +77,11 @@ TEST(timer_set, keeps_its_entries_in_order) {
         set.add(not_for_years(), one);
         EXPECT_EQ(set.visit([](task&) { return 1; }), "2") << "stopped at the first";
         EXPECT_EQ(set.visit([](task& t) { return t.key == 3 ? 2 : -1; }), "231");
-        EXPECT_EQ(set.visit([](task&) { return 2; }), "21");
-        set.add(not_for_years(), two);
-        set.add(not_for_years(), two);
         EXPECT_EQ(ZU_timer_set_clear(&set), 2u);
         EXPECT_EQ(ZU_timer_set_count(&set), 0);
         set.add(not_for_years(), three);
     }
-    EXPECT_EQ(one.freed + two.freed * 10 + three.freed * 100, 4 + 30 + 200) << "the last one by destroy";
+    EXPECT_EQ(one.freed * 100 + two.freed * 10 + three.freed, 412) << "the last one by destroy";
     ZU_timer_set_destroy(nullptr);
 }
 
@@ -102,7 +96,6 @@ TEST(timer_set, calls_back_what_is_due_and_starts_again) {
     });
     task sleeping(2);
     set.add(every_second(), due);
-    set.add(not_for_years(), sleeping);
     ZU_wchar a_moment_ago[20];
     ZU_write_time_t(ZU_time() - 5, a_moment_ago);
     set.add(ZU_timer_new_daily(a_moment_ago, u"", u"", 1, u"", u"", u"", nullptr), sleeping);
@@ -111,9 +104,8 @@ TEST(timer_set, calls_back_what_is_due_and_starts_again) {
         const ZU_time_t started = ZU_time();
         ASSERT_TRUE(ZU_timer_set_startup(&set));
         const ZU_thread* thread = set.thread;
-        EXPECT_TRUE(ZU_timer_set_startup(&set));
+        EXPECT_TRUE(ZU_timer_set_startup(&set) && ZU_timer_set_alive(&set));
         EXPECT_EQ(set.thread, thread) << "no second thread";
-        EXPECT_TRUE(ZU_timer_set_alive(&set));
         ASSERT_TRUE(due.wait());
         if (round == 1) { // as if the clock had gone back since the start: the low mark follows
             ZU_lock_thread_lock(&set.lock);
@@ -160,9 +152,8 @@ TEST(timer_set, stops_after_the_entry_that_it_is_at) {
 TEST(timer_set, run_now_needs_no_schedule) {
     task tasks[] = {1, 2, 3, 4};
     scoped_set set(3600), other(1);
-    ZU_timer* stranger = other.add(not_for_years(), tasks[0]);
     ASSERT_TRUE(ZU_timer_set_startup(&set));
-    ZU_timer_set_run_now(&set, stranger);
+    ZU_timer_set_run_now(&set, other.add(not_for_years(), tasks[0]));
     EXPECT_FALSE(set.has_request());
     std::vector<ZU_timer*> timers;
     for (task& t : tasks)
@@ -185,23 +176,18 @@ TEST(timer_set, run_now_needs_no_schedule) {
 TEST(timer_set, a_request_ends_with_its_entry_or_with_the_next_start) {
     scoped_set set(1);
     task one(1), two(2);
-    ZU_timer* first = set.add(not_for_years(), one);
-    ZU_timer* second = set.add(not_for_years(), two);
-    ZU_timer_set_run_now(&set, first);
-    EXPECT_TRUE(set.has_request()) << "nobody serves it";
-    ZU_timer_set_run_now(&set, second); // dropped, and does not wait
-    EXPECT_EQ(set.del(2), 1);
-    EXPECT_TRUE(set.has_request());
-    EXPECT_EQ(set.del(1), 1);
-    EXPECT_FALSE(set.has_request());
-
-    first = set.add(not_for_years(), one);
-    ZU_timer_set_run_now(&set, first);
-    ASSERT_TRUE(ZU_timer_set_startup(&set));
-    EXPECT_FALSE(set.has_request());
-    // Under the lock, so that the thread cannot serve it before the entry is removed.
-    set.visit([&](task&) { return ZU_timer_set_run_now(&set, first), 2; });
-    EXPECT_FALSE(set.has_request());
+    for (const bool starts : {false, true}) {
+        ZU_timer_set_run_now(&set, set.add(not_for_years(), one));
+        EXPECT_TRUE(set.has_request()) << "nobody serves it";
+        ZU_timer_set_run_now(&set, set.add(not_for_years(), two)); // dropped, and does not wait
+        EXPECT_EQ(set.del(2), 1);
+        EXPECT_TRUE(set.has_request());
+        if (starts)
+            ASSERT_TRUE(ZU_timer_set_startup(&set));
+        else
+            EXPECT_EQ(set.del(1), 1);
+        EXPECT_FALSE(set.has_request());
+    }
     ZU_timer_set_run_now(&set, set.add(not_for_years(), two));
     EXPECT_TRUE(two.wait());
     EXPECT_EQ(one.calls, 0);
