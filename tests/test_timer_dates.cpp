@@ -8,7 +8,7 @@ using namespace std::chrono;
 
 // A zone with the same pair of changes each year, or none.
 struct zone_model {
-    const char *name, *rule;
+    const char* name;
     seconds standard, daylight;
     sys_seconds (*begins)(year) = nullptr;
     sys_seconds (*ends)(year) = nullptr;
@@ -102,15 +102,15 @@ struct schedule {
 };
 
 // clang-format off
-// By name with rules that held from 2009 to 2019, and by rule, so that a change of law cannot spoil a test of the present.
+// With the rules that held from 2009 to 2019.
 const zone_model zones[] = {
-    {"Europe/Berlin", "CET-1CEST,M3.5.0,M10.5.0/3", 1h, 2h,
+    {"Europe/Berlin", 1h, 2h,
      [](year y) { return sys_days(y/March/Sunday[last]) + 3600s; }, [](year y) { return sys_days(y/October/Sunday[last]) + 3600s; }},
-    {"America/New_York", "EST5EDT,M3.2.0,M11.1.0", -5h, -4h,
+    {"America/New_York", -5h, -4h,
      [](year y) { return sys_days(y/March/Sunday[2]) + 25200s; }, [](year y) { return sys_days(y/November/Sunday[1]) + 21600s; }},
-    {"Australia/Lord_Howe", "<+1030>-10:30<+11>-11,M10.1.0,M4.1.0", 630min, 11h,
+    {"Australia/Lord_Howe", 630min, 11h,
      [](year y) { return sys_days(y/October/Sunday[1]) - 30600s; }, [](year y) { return sys_days(y/April/Sunday[1]) - 32400s; }},
-    {"Asia/Kolkata", "IST-5:30", 330min, 330min},
+    {"Asia/Kolkata", 330min, 330min},
 };
 
 // All of them keep the holidays free. Some start in the hour of the changes on purpose.
@@ -148,39 +148,33 @@ const schedule schedules[] = {
 };
 // clang-format on
 
-class timer_dates : public testing::TestWithParam<zone_model> {
-protected:
-    timer_dates() {
-        ZU_timer_holidays_init(&holidays_);
-        const ZU_holiday all[] = {{12, 25}, {2, 29}, {1, 1}, {2, 30}};
-        for (const ZU_holiday& each : all)
-            ZU_timer_holidays_add(&holidays_, &each);
-    }
-    ~timer_dates() override { ZU_timer_holidays_destroy(&holidays_); }
-
-    ZU_timer_holidays holidays_;
-};
+class timer_dates : public testing::TestWithParam<zone_model> {};
 
 // Each half hour from 2009 to 2019: all changes and firings lie on half hours. And late at odd times, without a limit.
 TEST_P(timer_dates, ten_years) {
-    setenv("TZ", GetParam().name, 1);
+    const zone_model& zone = GetParam();
+    setenv("TZ", zone.name, 1);
+    ZU_timer_holidays free_days;
+    ZU_timer_holidays_init(&free_days);
+    for (const ZU_holiday& each : {ZU_holiday{12, 25}, {2, 29}, {1, 1}, {2, 30}})
+        ZU_timer_holidays_add(&free_days, &each);
     const sys_seconds low = sys_days(2009y / 1 / 1), end = sys_days(2019y / 1 / 1);
     for (const seconds late : {60s, 0s}) {
         ZU_timer_set_valid_offset_seconds(static_cast<int32_t>(late.count()));
         for (const schedule& each : schedules) {
-            ZU_timer* timer = each.timer(&holidays_);
+            ZU_timer* timer = each.timer(&free_days);
             int firings = 0;
             int64_t fired = 0;
-            bool was_daylight = GetParam().is_daylight(low);
+            bool was_daylight = zone.is_daylight(low);
             seconds step = 30min;
             for (sys_seconds t = low; t < end; t += step) {
-                if (late == 60s && !each.is_worth_a_test(GetParam().local(t)))
+                if (late == 60s && !each.is_worth_a_test(zone.local(t)))
                     continue;
-                if (each.period != 0s && GetParam().is_daylight(t) != was_daylight)
+                if (each.period != 0s && zone.is_daylight(t) != was_daylight)
                     fired = 0; // the grid has moved, and the last firing does not lie on it
-                was_daylight = GetParam().is_daylight(t);
+                was_daylight = zone.is_daylight(t);
                 const auto now = static_cast<ZU_time_t>(t.time_since_epoch().count());
-                const int64_t found = each.due_at(GetParam(), low, t, late);
+                const int64_t found = each.due_at(zone, low, t, late);
                 const bool is_due = found != -1 && found != fired;
                 ASSERT_EQ(timer->ops->due(timer, 1230768000, now), is_due ? 0 : -1)
                     << each.name << ", " << now;
@@ -195,45 +189,7 @@ TEST_P(timer_dates, ten_years) {
             timer->ops->destroy(timer);
         }
     }
-}
-
-// Whole steps of UTC from the start, each of them tested with the first as the low mark.
-int64_t next_by_model(const schedule& each, const zone_model& zone, sys_seconds now, seconds late) {
-    const seconds step = each.period != 0s ? each.period : seconds(24h);
-    const int64_t tries = each.period == 0s ? 3651 : days(step >= 12h ? 3650 : 365) / step + 1;
-    sys_seconds first = zone.utc(each.start());
-    while (first < now)
-        first += step;
-    for (int64_t i = 0; i < tries && first + i * step <= sys_seconds(seconds(INT32_MAX)); ++i) {
-        const int64_t found = each.due_at(zone, first - 1s, first + i * step, late);
-        if (found != -1)
-            return found;
-    }
-    return -2;
-}
-
-TEST_P(timer_dates, next_firing) {
-    setenv("TZ", GetParam().rule, 1);
-    for (schedule each : schedules) {
-        for (const int month : {1, 2, 5, 7, 10, 12}) {
-            const year present = year_month_day(floor<days>(system_clock::now())).year();
-            each.start_day = (month == 12 ? present + years(1) : 2009y) / month / 27;
-            ZU_timer* timer = each.timer(&holidays_);
-            timer->last = 5; // fits nothing, is cleared by the tests, and must be put back
-            for (const seconds late : {60s, 0s, 7200s}) {
-                ZU_timer_set_valid_offset_seconds(static_cast<int32_t>(late.count()));
-                ZU_time_t now, found;
-                do { // the answer must be that of one second
-                    now = ZU_time();
-                    found = timer->ops->next(timer);
-                } while (now != ZU_time());
-                ASSERT_EQ(found, next_by_model(each, GetParam(), sys_seconds(seconds(now)), late))
-                    << each.name << ", " << month << ", " << late.count() << ", " << now;
-                ASSERT_EQ(timer->last, 5);
-            }
-            timer->ops->destroy(timer);
-        }
-    }
+    ZU_timer_holidays_destroy(&free_days);
 }
 
 INSTANTIATE_TEST_SUITE_P(zones, timer_dates, testing::ValuesIn(zones),

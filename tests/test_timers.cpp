@@ -49,7 +49,10 @@ std::u16string all_but(int out, int high) {
 
 class timers : public testing::Test {
 protected:
-    timers() { setenv("TZ", "UTC", 1); }
+    timers() {
+        setenv("TZ", "UTC", 1);
+        ZU_timer_set_valid_offset_seconds(60);
+    }
 };
 
 TEST_F(timers, list_texts) {
@@ -214,6 +217,7 @@ TEST_F(timers, what_the_search_finds) {
         const ZU_time_t found = next(row.timer);
         EXPECT_TRUE(row.expected == 0 ? found > at(2024, 1, 1) : found == row.expected)
             << row.name << ": " << found;
+        EXPECT_EQ(row.timer->last, 0) << row.name;
     }
 
     ZU_time_t now, found;
@@ -242,6 +246,11 @@ TEST_F(timers, a_change_of_zone_is_seen_at_the_next_test) {
         for (int other : {6, 8, 12})
             EXPECT_EQ(due(timer, 0, at(2012, 7, 9, other)), other == hour) << "eight o'clock in summer there";
     }
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    const timer_ptr over_the_change = daily(u"2037-03-27 08:00", u"", u"", 1, u"", u"", u"5,6");
+    EXPECT_EQ(next(over_the_change), at(2037, 10, 25, 7)) << "whole days are an hour late all summer";
+    ZU_timer_set_valid_offset_seconds(3600);
+    EXPECT_EQ(next(over_the_change), at(2037, 3, 29, 6));
 }
 
 } // namespace
