@@ -51,16 +51,14 @@ TEST(threads, are_gone_when_their_end_has_been_waited_for) {
 TEST(threads, running_ones_and_their_identifiers) {
     using platform::HANDLE;
     static const HANDLE go_on = platform::CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const auto body = [](void* own_id) -> unsigned {
+        *static_cast<uint32_t*>(own_id) = ZU_get_current_thread_id();
+        return platform::WaitForSingleObject(go_on, INFINITE) + 7;
+    };
     unsigned identifier = 0;
-    uint32_t own = 0;
-    const HANDLE thread = reinterpret_cast<HANDLE>(platform::_beginthreadex(
-        nullptr, 0,
-        [](void* out) -> unsigned {
-            *static_cast<uint32_t*>(out) = ZU_get_current_thread_id();
-            return platform::WaitForSingleObject(go_on, INFINITE);
-        },
-        &own, 0, &identifier));
-    ASSERT_NE(thread, nullptr);
+    uint32_t own_id = 0;
+    const HANDLE thread =
+        reinterpret_cast<HANDLE>(platform::_beginthreadex(nullptr, 0, body, &own_id, 0, &identifier));
     wait_until_asleep(static_cast<int>(identifier));
     platform::DWORD code = 0;
     EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
@@ -70,9 +68,9 @@ TEST(threads, running_ones_and_their_identifiers) {
     const HANDLE both[] = {go_on, thread};
     EXPECT_EQ(platform::WaitForMultipleObjects(2, both, TRUE, INFINITE), WAIT_OBJECT_0);
     EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
-    EXPECT_EQ(code, WAIT_OBJECT_0);
-    EXPECT_EQ(own, identifier);
-    EXPECT_NE(own, ZU_get_current_thread_id());
+    EXPECT_EQ(code, 7u);
+    EXPECT_EQ(own_id, identifier);
+    EXPECT_NE(own_id, ZU_get_current_thread_id());
     EXPECT_TRUE(platform::CloseHandle(thread));
 }
 
