@@ -66,12 +66,6 @@ struct schedule {
         return make(std::u16string(date, date + std::strlen(date)).c_str(), h);
     }
 
-    // Day-based kinds are tested around their time of day, and now and then besides.
-    bool is_worth_a_test(local_seconds now) const {
-        const auto beside = now - floor<days>(now) - start_time;
-        return period != 0s || abs(beside) <= 1h || now.time_since_epoch() % 7h == 0s;
-    }
-
     // The firing that is due at t, or -1; `late` is the valid offset.
     int64_t due_at(const zone_model& zone, sys_seconds low, sys_seconds t, seconds late) const {
         const local_seconds now = zone.local(t);
@@ -121,8 +115,6 @@ const schedule schedules[] = {
      2009y/2/28, 90min, 72h, [](const occasion& o) { return o.month != 8 && o.day != 13 && o.from_end != -1 && o.weekday != 7; }},
     {"90 minutes by day", [](text s, holidays h) { return ZU_timer_new_interval(s, u"", u"", 1, 30, 0, u"24,1,22;23|2", u"", u"", u"6", h); },
      2009y/1/1, 30min, 90min, [](const occasion& o) { return o.hour >= 3 && o.hour < 22 && o.weekday != 6; }},
-    {"36 hours", [](text s, holidays h) { return ZU_timer_new_interval(s, u"", u"", 37, -60, 0, u"", u"", u"", u"", h); },
-     2009y/6/1, 12h, 36h, [](const occasion&) { return true; }},
     {"weekly", [](text s, holidays h) { return ZU_timer_new_weekly(s, u"", u"", u"1,3:7", 1, u"2", u"-3", h); },
      2009y/1/1, 2h, 0s, [](const occasion& o) { return o.on({1, 3, 7}) && o.month != 2 && o.from_end != -3; }},
     {"2 weeks from winter", [](text s, holidays h) { return ZU_timer_new_weekly(s, u"", u"", u"1,3,5", 2, u"", u"", h); },
@@ -131,16 +123,10 @@ const schedule schedules[] = {
      2009y/7/19, 90min, 0s, [](const occasion& o) { return o.on({2, 7}) && o.is_nth_week(3); }},
     {"monthly", [](text s, holidays h) { return ZU_timer_new_monthly(s, u"", u"", u"1;29|-1,-30", u"", u"1", h); },
      2009y/1/31, 150min, 0s, [](const occasion& o) { return (o.any_of(o.day, {1, 29}) || o.any_of(o.from_end, {-1, -30})) && o.weekday != 1; }},
-    {"monthly on the 31st", [](text s, holidays h) { return ZU_timer_new_monthly(s, u"", u"", u"31", u"3", u"", h); },
-     2009y/1/1, 1410min, 0s, [](const occasion& o) { return o.day == 31 && o.month != 3; }},
     {"first week", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", 1, u"1,2,3,4,5,6,7", u"", u"", h); },
      2009y/1/1, 8h, 0s, [](const occasion& o) { return o.week == 1; }},
-    {"last week", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", -1, u"1,3,6", u"11", u"", h); },
-     2009y/1/1, 0h, 0s, [](const occasion& o) { return o.week_from_end == -1 && o.on({1, 3, 6}) && o.month != 11; }},
     {"last week but one", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", -2, u"1,7", u"", u"", h); },
      2009y/1/1, 12h, 0s, [](const occasion& o) { return o.week_from_end == -2 && o.on({1, 7}); }},
-    {"first Monday and Sunday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", 1, u"1,7", u"", u"", h); },
-     2009y/1/1, 2h, 0s, [](const occasion& o) { return o.day <= 7 && o.on({1, 7}); }},
     {"fifth of every weekday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", 5, u"1,2,3,4,5,6,7", u"", u"", h); },
      2009y/1/1, 8h, 0s, [](const occasion& o) { return o.day >= 29; }},
     {"last Friday and Sunday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", -1, u"5,7", u"", u"", h); },
@@ -165,14 +151,12 @@ TEST_P(timer_dates, ten_years) {
             ZU_timer* timer = each.timer(&free_days);
             int firings = 0;
             int64_t fired = 0;
-            bool was_daylight = zone.is_daylight(low);
+            bool was_daylight = false;
             seconds step = 30min;
             for (sys_seconds t = low; t < end; t += step) {
-                if (late == 60s && !each.is_worth_a_test(zone.local(t)))
-                    continue;
-                if (each.period != 0s && zone.is_daylight(t) != was_daylight)
+                const bool is_daylight = zone.is_daylight(t);
+                if (std::exchange(was_daylight, is_daylight) != is_daylight && each.period != 0s)
                     fired = 0; // the grid has moved, and the last firing does not lie on it
-                was_daylight = zone.is_daylight(t);
                 const auto now = static_cast<ZU_time_t>(t.time_since_epoch().count());
                 const int64_t found = each.due_at(zone, low, t, late);
                 const bool is_due = found != -1 && found != fired;
