@@ -341,8 +341,7 @@ TEST(date_text, is_read_field_by_field) {
         }
         const int32_t in_order[] = {fields.tm_year, fields.tm_mon, fields.tm_mday,
                                     fields.tm_hour, fields.tm_min, fields.tm_sec};
-        for (int i = 0; i < 6; ++i)
-            EXPECT_EQ(in_order[i] != -9, i < row.fields_stored) << &row - rows;
+        EXPECT_EQ(6 - std::count(in_order, in_order + 6, -9), row.fields_stored) << &row - rows;
     }
     set_zone("Europe/Berlin");
     EXPECT_EQ(ZU_read_time_t(u"2006-07-01 12:00"), 1151748000) << "in summer time, without being told so";
