@@ -31,12 +31,21 @@ struct zone_model {
 
 // A day that may see a firing: the local time of the test, and what lies between the start and the firing.
 struct occasion {
-    int month, day, hour;
-    int from_end;            // -1 is the last day of the month
-    int weekday;             // Monday = 1 to Sunday = 7
-    int week, week_from_end; // calendar weeks from Monday to Sunday
+    local_seconds now;
     seconds since_start;
     int start_weekday;
+    local_days today = floor<days>(now);
+    year_month_day date{today};
+    local_days first{date.year() / date.month() / 1}, last_day{date.year() / date.month() / last};
+    int month = int(unsigned(date.month())), day = int(unsigned(date.day()));
+    int from_end = day - int(unsigned(year_month_day(last_day).day())) - 1; // -1 is the last day of the month
+    int weekday = iso(today);                                               // Monday = 1 to Sunday = 7
+
+    static int iso(local_days d) { return int(std::chrono::weekday(d).iso_encoding()); }
+    static local_days monday(local_days d) { return d - days(iso(d) - 1); }
+    int week() const { return int((monday(today) - monday(first)) / weeks(1)) + 1; }
+    int week_from_end() const { return int((monday(today) - monday(last_day)) / weeks(1)) - 1; }
+    int hour() const { return int((now - today) / 1h); }
 
     static bool any_of(int value, std::initializer_list<int> values) {
         return std::find(values.begin(), values.end(), value) != values.end();
@@ -69,8 +78,7 @@ struct schedule {
     // The firing that is due at t, or -1; `late` is the valid offset.
     int64_t due_at(const zone_model& zone, sys_seconds low, sys_seconds t, seconds late) const {
         const local_seconds now = zone.local(t);
-        const local_days today = floor<days>(now);
-        sys_seconds firing = zone.utc(today + start_time), begin = zone.utc(start());
+        sys_seconds firing = zone.utc(floor<days>(now) + start_time), begin = zone.utc(start());
         if (period != 0s) { // the start's wall-clock time, in the daylight-saving state of t
             begin = sys_seconds(start().time_since_epoch() - zone.offset(t));
             const sys_seconds first = begin >= low ? begin : begin + ((low - begin) / period + 1) * period;
@@ -78,19 +86,7 @@ struct schedule {
         }
         if (begin > t || firing < begin || firing < low || firing > t || (late != 0s && t - firing > late))
             return -1;
-        const year_month_day date(today);
-        const local_days first(date.year() / date.month() / 1), end(date.year() / date.month() / last);
-        const auto iso = [](local_days d) { return int(weekday(d).iso_encoding()); };
-        const auto monday = [&](local_days d) { return d - days(iso(d) - 1); };
-        const occasion o{int(unsigned(date.month())),
-                         int(unsigned(date.day())),
-                         int((now - today) / 1h),
-                         int((today - end).count()) - 1,
-                         iso(today),
-                         int((monday(today) - monday(first)) / weeks(1)) + 1,
-                         int((monday(today) - monday(end)) / weeks(1)) - 1,
-                         firing - begin,
-                         iso(local_days(start_day))};
+        const occasion o{now, firing - begin, occasion::iso(local_days(start_day))};
         return !o.is_holiday() && fires(o) ? firing.time_since_epoch().count() : -1;
     }
 };
@@ -114,7 +110,7 @@ const schedule schedules[] = {
     {"every 3 days, filtered", [](text s, holidays h) { return ZU_timer_new_daily(s, u"", u"", 3, u"8", u"-1;13", u"7", h); },
      2009y/2/28, 90min, 72h, [](const occasion& o) { return o.month != 8 && o.day != 13 && o.from_end != -1 && o.weekday != 7; }},
     {"90 minutes by day", [](text s, holidays h) { return ZU_timer_new_interval(s, u"", u"", 1, 30, 0, u"24,1,22;23|2", u"", u"", u"6", h); },
-     2009y/1/1, 30min, 90min, [](const occasion& o) { return o.hour >= 3 && o.hour < 22 && o.weekday != 6; }},
+     2009y/1/1, 30min, 90min, [](const occasion& o) { return o.hour() >= 3 && o.hour() < 22 && o.weekday != 6; }},
     {"weekly", [](text s, holidays h) { return ZU_timer_new_weekly(s, u"", u"", u"1,3:7", 1, u"2", u"-3", h); },
      2009y/1/1, 2h, 0s, [](const occasion& o) { return o.on({1, 3, 7}) && o.month != 2 && o.from_end != -3; }},
     {"2 weeks from winter", [](text s, holidays h) { return ZU_timer_new_weekly(s, u"", u"", u"1,3,5", 2, u"", u"", h); },
@@ -124,9 +120,9 @@ const schedule schedules[] = {
     {"monthly", [](text s, holidays h) { return ZU_timer_new_monthly(s, u"", u"", u"1;29|-1,-30", u"", u"1", h); },
      2009y/1/31, 150min, 0s, [](const occasion& o) { return (o.any_of(o.day, {1, 29}) || o.any_of(o.from_end, {-1, -30})) && o.weekday != 1; }},
     {"first week", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", 1, u"1,2,3,4,5,6,7", u"", u"", h); },
-     2009y/1/1, 8h, 0s, [](const occasion& o) { return o.week == 1; }},
+     2009y/1/1, 8h, 0s, [](const occasion& o) { return o.week() == 1; }},
     {"last week but one", [](text s, holidays h) { return ZU_timer_new_week_of_month(s, u"", u"", -2, u"1,7", u"", u"", h); },
-     2009y/1/1, 12h, 0s, [](const occasion& o) { return o.week_from_end == -2 && o.on({1, 7}); }},
+     2009y/1/1, 12h, 0s, [](const occasion& o) { return o.week_from_end() == -2 && o.on({1, 7}); }},
     {"fifth of every weekday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", 5, u"1,2,3,4,5,6,7", u"", u"", h); },
      2009y/1/1, 8h, 0s, [](const occasion& o) { return o.day >= 29; }},
     {"last Friday and Sunday", [](text s, holidays h) { return ZU_timer_new_weekday_of_month(s, u"", u"", -1, u"5,7", u"", u"", h); },
