@@ -66,30 +66,20 @@ TEST(log_file, callbacks_may_refuse_a_line_and_another_file_takes_one) {
     EXPECT_EQ(log.messages(), texts{"taken"});
 }
 
-// The environment's character set is looked up once in a process, so that each row has a child of its own.
+// The environment's character set is looked up once in a process, so that it has to be set in a child.
 TEST(log_file, characters_that_the_encoding_lacks) {
-    const std::string in_utf8 = "\xE2\x82\xAC \xD0\xB6 \xF0\x9F\x98\x80 \xEF\xBF\xBD",
-                      in_1252 = "\x80 ? ?? ?";
-    const struct {
-        const char* locale;
-        uint32_t encoding;
-        std::string in_file, on_stream;
-    } rows[] = {{"x.CP1252", ZU_ENCODING_ANSI, in_1252, in_1252},
-                {"x.CP1252", ZU_ENCODING_UTF8, in_utf8, in_1252},
-                {"C.UTF-8", ZU_ENCODING_ANSI, in_utf8, in_utf8}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.locale + std::to_string(row.encoding));
-        const file_log log;
-        const outcome child = run_child([&] {
-            setenv("LC_ALL", row.locale, 1);
-            log.set(1 << 20, 3, row.encoding);
-            ZU_log_add_output(ZU_LOG_OUT_STDOUT);
-            _exit(static_cast<int>(ZU_log_write(ZU_LOG_INFO, u"\u20ac \u0436 \U0001F600 \xD800")));
-        });
-        EXPECT_EQ(child.exit_code, 0x12);
-        EXPECT_EQ(child.output.substr(child.output.find("s| ") + 3), row.on_stream + "\n");
-        EXPECT_EQ(log.messages(), texts{row.in_file});
-    }
+    const file_log log;
+    const outcome child = run_child([&] {
+        setenv("LC_ALL", "x.CP1252", 1);
+        ZU_log_add_output(ZU_LOG_OUT_STDOUT);
+        log.set(1 << 20, 3, ZU_ENCODING_ANSI);
+        ZU_log_write(ZU_LOG_INFO, u"\u20ac \u0436 \U0001F600 \xD800");
+        log.set(1 << 20, 3);
+        _exit(static_cast<int>(ZU_log_write(ZU_LOG_INFO, u"\u20ac \xD800")));
+    });
+    EXPECT_EQ(child.exit_code, 0x12);
+    EXPECT_EQ(log.messages(), (texts{"\x80 ? ?? ?", "\xE2\x82\xAC \xEF\xBF\xBD"}));
+    EXPECT_NE(child.output.find("s| \x80 ? ?? ?\n"), std::string::npos) << child.output;
 }
 
 TEST(log_file, rotation_keeps_the_generations_asked_for) {

@@ -22,12 +22,10 @@ TEST(queue, is_first_in_first_out_within_its_bounds) {
         SetLastError(4711);
         EXPECT_FALSE(ZU_queue_pop(queue, &out, timeout_ms, &timed_out));
         EXPECT_TRUE(!out && timed_out == 1);
-        EXPECT_TRUE(ZU_queue_push(queue, value(1), timeout_ms, &timed_out));
-        EXPECT_EQ(timed_out, 0);
+        EXPECT_TRUE(ZU_queue_push(queue, value(1), timeout_ms, &timed_out) && timed_out == 0);
         EXPECT_TRUE(ZU_queue_push(queue, nullptr, timeout_ms, nullptr)) << "null is a value like any other";
         EXPECT_FALSE(ZU_queue_push(queue, value(3), timeout_ms, nullptr));
-        EXPECT_FALSE(ZU_queue_push(queue, value(3), timeout_ms, &timed_out));
-        EXPECT_EQ(timed_out, 1);
+        EXPECT_TRUE(!ZU_queue_push(queue, value(3), timeout_ms, &timed_out) && timed_out == 1);
         EXPECT_EQ(ZU_queue_size(queue), 2);
         EXPECT_EQ(GetLastError(), 4711u) << "time-outs leave the code alone";
         for (void* expected : {value(1), value(0)}) {
@@ -61,7 +59,6 @@ TEST(queue, serves_those_who_wait) {
         sleeping_crew producer(
             1, [&](int) { return ZU_queue_push(queue, value(6), ZU_WAIT_INFINITE, nullptr); });
         EXPECT_EQ(pop(0), 5u);
-        EXPECT_EQ(producer.results(), std::vector<uint32_t>(1, 1));
     }
     EXPECT_EQ(pop(0), 6u);
     ZU_queue_destroy(queue);

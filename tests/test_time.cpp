@@ -1,4 +1,5 @@
 // Local time both ways, file times, and the text forms of dates.
+#include <bit>
 #include <ranges>
 
 #include "support/test.h"
@@ -235,14 +236,7 @@ TEST(zone_setting, threads_agree_with_a_zone_that_changes_under_them) {
     readers.join();
 }
 
-FILETIME file_time_of(int64_t units) {
-    return {static_cast<uint32_t>(units), static_cast<uint32_t>(units >> 32)};
-}
-
-int64_t units_of(const FILETIME& file_time) {
-    return static_cast<int64_t>(uint64_t{file_time.dwHighDateTime} << 32 | file_time.dwLowDateTime);
-}
-
+// File times count in tenths of a microsecond.
 constexpr int64_t units_1970 = 116444736000000000;
 constexpr int64_t second = 10000000;
 
@@ -254,11 +248,12 @@ TEST(file_time, takes_the_offset_in_force_now) {
         const auto offset_at = [](int64_t time) { return static_cast<int64_t>(host_time(time).tm_gmtoff); };
         const int64_t now = offset_at(::time(nullptr));
         for (int64_t time = 5 * 86400 + 45296; time < last_time - 5 * 86400; time += 10 * 86400) {
-            FILETIME file_time = file_time_of(units_1970 + time * second + 9999999);
+            FILETIME file_time = std::bit_cast<FILETIME>(units_1970 + time * second + 9999999);
             const int64_t found = ZU_FILETIME_2_time_t(&file_time);
             ASSERT_EQ(found + offset_at(found), time + now);
             ASSERT_EQ(Zu_time_t_2_FILETIME(static_cast<ZU_time_t>(time), &file_time), &file_time);
-            ASSERT_EQ(units_of(file_time), units_1970 + (time + offset_at(time) - now) * second) << time;
+            ASSERT_EQ(std::bit_cast<int64_t>(file_time), units_1970 + (time + offset_at(time) - now) * second)
+                << time;
         }
     }
 }
@@ -267,18 +262,18 @@ TEST(file_time, what_does_not_convert) {
     set_zone("UTC");
     FILETIME file_time;
     for (int64_t units : {int64_t{0}, units_1970 - 1, units_1970 + (last_time + 1) * second, int64_t{-1}}) {
-        file_time = file_time_of(units);
+        file_time = std::bit_cast<FILETIME>(units);
         EXPECT_EQ(ZU_FILETIME_2_time_t(&file_time), -1) << units;
     }
     EXPECT_EQ(GetLastError(), 87u);
-    file_time = file_time_of(77);
+    file_time = std::bit_cast<FILETIME>(int64_t{77});
     for (ZU_time_t time : {-1, -2})
         EXPECT_EQ(Zu_time_t_2_FILETIME(time, &file_time), nullptr);
-    EXPECT_EQ(units_of(file_time), 77);
+    EXPECT_EQ(std::bit_cast<int64_t>(file_time), 77);
     set_zone("AAA3");
     const FILETIME zero{};
     EXPECT_TRUE(platform::FileTimeToLocalFileTime(&zero, &file_time));
-    EXPECT_EQ(units_of(file_time), -3 * hour * second) << "the sum wraps";
+    EXPECT_EQ(std::bit_cast<int64_t>(file_time), -3 * hour * second) << "the sum wraps";
 }
 
 TEST(system_time, is_checked_and_round_trips) {
@@ -292,10 +287,10 @@ TEST(system_time, is_checked_and_round_trips) {
     const SYSTEMTIME valid[] = {{1601, 1, 1, 1, 0, 0, 0, 0}, {2000, 2, 2, 29, 0, 0, 0, 1},
                                 {30827, 12, 5, 31, 23, 59, 59, 999}};
     // clang-format on
-    FILETIME file_time = file_time_of(77);
+    FILETIME file_time = std::bit_cast<FILETIME>(int64_t{77});
     for (const SYSTEMTIME& time : refused)
         EXPECT_EQ(code_of(platform::SystemTimeToFileTime(&time, &file_time)), 87u) << &time - refused;
-    EXPECT_EQ(units_of(file_time), 77);
+    EXPECT_EQ(std::bit_cast<int64_t>(file_time), 77);
     for (const SYSTEMTIME& time : valid) {
         SYSTEMTIME given = time;
         given.wDayOfWeek = 9; // ignored

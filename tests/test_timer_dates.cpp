@@ -130,11 +130,8 @@ const schedule schedules[] = {
 };
 // clang-format on
 
-class timer_dates : public testing::TestWithParam<zone_model> {};
-
 // Each half hour from 2009 to 2019: all changes and firings lie on half hours. And late at odd times, without a limit.
-TEST_P(timer_dates, ten_years) {
-    const zone_model& zone = GetParam();
+void check_ten_years(const zone_model& zone) {
     setenv("TZ", zone.name, 1);
     ZU_timer_holidays free_days;
     ZU_timer_holidays_init(&free_days);
@@ -157,7 +154,7 @@ TEST_P(timer_dates, ten_years) {
                 const int64_t found = each.due_at(zone, low, t, late);
                 const bool is_due = found != -1 && found != fired;
                 ASSERT_EQ(timer->ops->due(timer, 1230768000, now), is_due ? 0 : -1)
-                    << each.name << ", " << now;
+                    << zone.name << ", " << each.name << ", " << now;
                 if (is_due) {
                     ASSERT_EQ(fired = timer->last, found) << each.name << ", " << now;
                     ++firings;
@@ -172,7 +169,9 @@ TEST_P(timer_dates, ten_years) {
     ZU_timer_holidays_destroy(&free_days);
 }
 
-INSTANTIATE_TEST_SUITE_P(zones, timer_dates, testing::ValuesIn(zones),
-                         [](const auto& zone) { return std::string(std::strchr(zone.param.name, '/') + 1); });
+TEST(timer_dates, of_ten_years) {
+    for (const zone_model& zone : zones)
+        check_ten_years(zone);
+}
 
 } // namespace
