@@ -54,13 +54,6 @@ TEST(queue, serves_those_who_wait) {
         EXPECT_TRUE(ZU_queue_push(queue, value(2), ZU_WAIT_INFINITE, nullptr));
         EXPECT_EQ(consumers.results(), (std::vector<uint32_t>{1, 2}));
     }
-    ASSERT_TRUE(ZU_queue_push(queue, value(5), 0, nullptr));
-    {
-        sleeping_crew producer(
-            1, [&](int) { return ZU_queue_push(queue, value(6), ZU_WAIT_INFINITE, nullptr); });
-        EXPECT_EQ(pop(0), 5u);
-    }
-    EXPECT_EQ(pop(0), 6u);
     ZU_queue_destroy(queue);
 }
 

@@ -189,20 +189,17 @@ TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
 }
 
 TEST(zone_setting, a_changed_system_zone_is_seen) {
-    const outcome child = run_child([] {
+    const bool has_mounts = in_private_network([] {
         set_zone(nullptr);
         const int before = hour_now_at_0();
         const char* other = before == 5 ? "/usr/share/zoneinfo/UTC" : "/usr/share/zoneinfo/Asia/Kolkata";
-        if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0
-            || mount(other, "/etc/localtime", nullptr, MS_BIND, nullptr) != 0)
-            _exit(77);
+        ASSERT_EQ(mount(other, "/etc/localtime", nullptr, MS_BIND, nullptr), 0);
         for (int i = 0; i < 300 && hour_now_at_0() == before; ++i)
             usleep(10000);
-        _exit(hour_now_at_0() == (before == 5 ? 0 : 5) ? 0 : 1);
+        EXPECT_EQ(hour_now_at_0(), before == 5 ? 0 : 5);
     });
-    if (child.exit_code == 77)
+    if (!has_mounts)
         GTEST_SKIP() << "needs the right to mount in a namespace of its own";
-    EXPECT_EQ(child.exit_code, 0);
 }
 
 // Readers on several threads while the zone goes to and fro: every answer is one of the two, and none stays behind.
