@@ -36,7 +36,7 @@ TEST(log_configuration, switches_outlast_a_stop_and_lists_and_files_do_not) {
     EXPECT_EQ(ZU_log_get_level(), 0x38u);
     EXPECT_EQ(ZU_log_get_output(), 0x1Au);
     uint32_t to_nothing = 0;
-    recorder first, second;
+    recorder first;
     ZU_log_file_settings settings;
     {
         started_library started;
@@ -48,9 +48,8 @@ TEST(log_configuration, switches_outlast_a_stop_and_lists_and_files_do_not) {
         ZU_log_del_output(0x100);
         EXPECT_TRUE(ZU_log_add_hook(record_hook, &first));
         EXPECT_FALSE(ZU_log_add_hook(record_hook, &first));
-        EXPECT_TRUE(ZU_log_add_hook(record_hook, &second));
         EXPECT_FALSE(ZU_log_del_hook(record_hook, &to_nothing));
-        EXPECT_EQ(ZU_log_get_hook_count(), 2);
+        EXPECT_EQ(ZU_log_get_hook_count(), 1);
         ZU_log_set_filter(constant_filter, &to_nothing);
 
         std::u16string name = u"C:\\logs\\a.log";

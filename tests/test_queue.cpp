@@ -10,12 +10,8 @@ void* value(uintptr_t number) {
 TEST(queue, is_first_in_first_out_within_its_bounds) {
     for (int32_t size : {0, INT32_MIN})
         EXPECT_EQ(code_of(ZU_queue_create(size)), 87u) << size;
-    ZU_queue* largest = ZU_queue_create(INT32_MAX);
-    EXPECT_EQ(ZU_queue_max_size(largest), INT32_MAX);
-    ZU_queue_destroy(largest);
-    ZU_queue_destroy(nullptr);
-
     ZU_queue* queue = ZU_queue_create(2);
+    EXPECT_EQ(ZU_queue_max_size(queue), 2);
     for (uint32_t timeout_ms : {0u, 2u}) {
         ZU_bool timed_out = 77;
         void* out = value(1);
@@ -37,6 +33,7 @@ TEST(queue, is_first_in_first_out_within_its_bounds) {
     }
     ZU_queue_push(queue, value(1), 0, nullptr);
     ZU_queue_destroy(queue); // with a value in it, which is not the queue's
+    ZU_queue_destroy(nullptr);
 }
 
 TEST(queue, serves_those_who_wait) {

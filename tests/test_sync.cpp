@@ -136,10 +136,8 @@ TEST(waits_for_several, results_refusals_and_what_is_taken) {
     }
     for (int i : {5, 3, 4})
         ZU_set_event(events[i]);
-    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 0), 4) << "the lowest index that is signalled";
-    ZU_event* mixed[] = {events[5], events[4]};
-    EXPECT_EQ(ZU_wait_for_multiple_events(2, mixed, 1, 0), 1);
-    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 0), 0) << "all taken, each once";
+    for (int expected : {4, 5, 6, 0})
+        EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 0), expected) << "the lowest index, each once";
     ZU_event* twice[] = {events[1], events[0], events[1]};
     EXPECT_EQ(code_of(ZU_wait_for_multiple_events(3, twice, 1, 0) != -1), 87u);
     EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 1), 0);
