@@ -83,6 +83,10 @@ TEST(log_record, prefix_message_and_letters) {
                       ZU_get_current_thread_id(), letter);
         EXPECT_EQ(log.prefix, u"|D:" + std::u16string(when) + wide(tail));
     }
+    for (const std::u16string& message : {std::u16string(2'000'000, u'h'), std::u16string(u"small again")}) {
+        ASSERT_EQ(ZU_log_write(1, u"%s", message.c_str()), 0x04u);
+        EXPECT_TRUE(log.messages.back() == message);
+    }
     EXPECT_EQ(ZU_log_write(0x40, u"outside the mask"), 0u);
     ZU_log_set_output(0);
     EXPECT_EQ(ZU_log_write(0x01, u"no output"), 0u);

@@ -14,7 +14,8 @@ TEST(threads, hand_on_their_exit_codes) {
     for (uint32_t code : {42u, 0u, 259u, 0xFFFFFFFFu}) {
         EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(give_back, &code), &collected), 0);
         EXPECT_EQ(collected, code);
-        EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create_ex(give_back, &code, 1), nullptr), 0);
+        EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create_ex(give_back, &code, code % 2), nullptr),
+                  0);
     }
     ZU_thread* exits = ZU_thread_create([](void*) -> uint32_t { pthread_exit(nullptr); }, nullptr);
     EXPECT_EQ(ZU_thread_wait_for_termination(exits, &collected), 0) << "it ends without returning";

@@ -3,8 +3,6 @@
 
 namespace {
 
-constexpr uint32_t long_enough_ms = 20000; // to be told of what must happen
-
 ZU_timer* every_second() {
     return ZU_timer_new_interval(u"2006-05-01 00:00", u"", u"", 0, 0, 1, u"", u"", u"", u"", nullptr);
 }
@@ -21,7 +19,7 @@ struct task {
 
     task(int k, std::function<void(ZU_timer*)> a = nullptr) : key(k), action(std::move(a)) {}
     ~task() { ZU_destroy_event(called); }
-    bool wait() { return ZU_wait_for_event(called, long_enough_ms) == 1; }
+    bool wait() { return ZU_wait_for_event(called, 20000) == 1; } // long enough for what must happen
 };
 void call(void* user_data, ZU_timer* timer) {
     auto* t = static_cast<task*>(user_data);
