@@ -38,19 +38,16 @@ TEST(queue, is_first_in_first_out_within_its_bounds) {
 
 TEST(queue, serves_those_who_wait) {
     ZU_queue* queue = ZU_queue_create(1);
-    const auto pop = [&](int) {
-        void* out = nullptr;
-        ZU_queue_pop(queue, &out, ZU_WAIT_INFINITE, nullptr);
-        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(out));
-    };
-    {
-        sleeping_crew consumers(2, pop);
-        EXPECT_TRUE(ZU_queue_push(queue, value(1), 0, nullptr));
-        void* out;
-        EXPECT_FALSE(ZU_queue_pop(queue, &out, 0, nullptr)) << "it belongs to the one that waits";
-        EXPECT_TRUE(ZU_queue_push(queue, value(2), ZU_WAIT_INFINITE, nullptr));
-        EXPECT_EQ(consumers.results(), (std::vector<uint32_t>{1, 2}));
-    }
+    void* out = nullptr;
+    sleeping_crew consumers(2, [&](int) {
+        void* popped = nullptr;
+        ZU_queue_pop(queue, &popped, ZU_WAIT_INFINITE, nullptr);
+        return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(popped));
+    });
+    EXPECT_TRUE(ZU_queue_push(queue, value(1), 0, nullptr));
+    EXPECT_FALSE(ZU_queue_pop(queue, &out, 0, nullptr)) << "it belongs to the one that waits";
+    EXPECT_TRUE(ZU_queue_push(queue, value(2), ZU_WAIT_INFINITE, nullptr));
+    EXPECT_EQ(consumers.results(), (std::vector<uint32_t>{1, 2}));
     ZU_queue_destroy(queue);
 }
 

@@ -95,9 +95,6 @@ TEST_F(taskd, tells_how_it_is_used) {
         EXPECT_EQ(result.exit_code, 2) << options;
         EXPECT_EQ((result.output + result.error_output).rfind("usage: taskd ", 0), 0u) << options;
     }
-    const outcome missing = run("--next");
-    EXPECT_EQ(missing.exit_code, 1);
-    EXPECT_EQ(missing.error_output, path_ + ": There is no file of that name.\n");
 }
 
 TEST_F(taskd, runs_once_under_a_name_and_again_after_a_killed_one) {
