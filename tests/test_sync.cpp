@@ -221,33 +221,43 @@ TEST(sleepers, no_signal_is_lost_or_doubled) {
     EXPECT_GT(passes.load(), 100u);
 }
 
-// Five threads that each need two neighbouring forks. Taking one while waiting for the other would end in a circle, and
-// a fork that is lost, for example to a wait that has timed out, would let its neighbours starve.
-TEST(sleepers, philosophers_who_wait_for_both_forks_all_eat) {
-    constexpr int seats = 5;
-    HANDLE forks[seats];
-    for (HANDLE& fork : forks)
-        fork = event(false, true);
-    std::atomic<int> in_use[seats] = {};
-    const HANDLE all_seated = event(true, false);
-    crew philosophers;
-    for (int left = 0; left < seats; ++left) {
-        philosophers.add([&, left, right = (left + 1) % seats] {
-            const HANDLE both[] = {forks[left], forks[right]};
-            WaitForSingleObject(all_seated, INFINITE);
-            for (unsigned meal = 0; meal < 5000; ++meal) {
-                const DWORD limit = meal % 4 != 0 ? INFINITE : meal % 3;
-                while (WaitForMultipleObjects(2, both, 1, limit) != WAIT_OBJECT_0)
-                    ASSERT_NE(limit, INFINITE);
-                EXPECT_EQ(in_use[left]++ + in_use[right]++, 0);
-                --in_use[left];
-                --in_use[right];
-                SetEvent(forks[right]);
-                SetEvent(forks[left]);
+// Whatever is posted is either taken by one wait or left over.
+TEST(sleepers, waits_for_all_never_take_a_part) {
+    constexpr unsigned kinds = 4;
+    HANDLE sems[kinds];
+    std::atomic<int64_t> posted[kinds] = {}, taken[kinds] = {};
+    for (HANDLE& one : sems)
+        one = semaphore(0, 1000);
+    std::atomic<bool> over{false};
+    crew workers;
+    for (unsigned i = 0; i < 8; ++i) {
+        workers.add([&, i] {
+            std::minstd_rand random(i + 77);
+            while (!over) {
+                const unsigned first = random() % kinds, step = 1 + random() % (kinds - 1);
+                const unsigned second = (first + step) % kinds;
+                if (random() % 4 == 0) {
+                    posted[first] +=
+                        ReleaseSemaphore(sems[first], static_cast<int>(step), nullptr) ? step : 0;
+                    continue;
+                }
+                const HANDLE pair[] = {sems[first], sems[second]};
+                const bool all = random() % 3 == 0;
+                const DWORD which = WaitForMultipleObjects(2, pair, all, random() % 3);
+                taken[first] += which == 0;
+                taken[second] += which == 1 || (which == 0 && all);
             }
         });
     }
-    SetEvent(all_seated);
+    Sleep(1000);
+    over = true;
+    workers.join();
+    for (unsigned k = 0; k < kinds; ++k) {
+        while (WaitForSingleObject(sems[k], 0) == WAIT_OBJECT_0)
+            ++taken[k];
+        EXPECT_EQ(posted[k].load(), taken[k].load()) << k;
+        EXPECT_GT(posted[k].load(), 100);
+    }
 }
 
 // A waiter may end the object as soon as it is released, while its signaller is still on the way out.
