@@ -255,8 +255,7 @@ TEST(sleepers, waits_for_all_never_take_a_part) {
     for (unsigned k = 0; k < kinds; ++k) {
         while (WaitForSingleObject(sems[k], 0) == WAIT_OBJECT_0)
             ++taken[k];
-        EXPECT_EQ(posted[k].load(), taken[k].load()) << k;
-        EXPECT_GT(posted[k].load(), 100);
+        EXPECT_TRUE(posted[k] == taken[k] && posted[k] > 100) << posted[k] << " and " << taken[k];
     }
 }
 
