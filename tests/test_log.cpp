@@ -131,6 +131,7 @@ TEST(log_record, traces_and_templates) {
     EXPECT_EQ(log.messages, expected);
     ZU_log_set_level(0x38);
     EXPECT_EQ(ZU_trace_enter(u"f", nullptr) + ZU_trace_leave(u"f", nullptr) + ZU_trace(u"f", u"x"), 0u);
+    EXPECT_EQ(ZU_log_format_message(ZU_LOG_INFO, u"%1", u"x"), 0u);
 }
 
 TEST(log_streams, the_result_tells_what_was_taken_and_a_pipe_without_reader_costs_its_bit_only) {

@@ -62,14 +62,12 @@ TEST(threads, running_ones_and_their_identifiers) {
         reinterpret_cast<HANDLE>(platform::_beginthreadex(nullptr, 0, body, &own_id, 0, &identifier));
     wait_until_asleep(static_cast<int>(identifier));
     platform::DWORD code = 0;
-    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
-    EXPECT_EQ(code, STILL_ACTIVE);
+    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code) && code == STILL_ACTIVE) << code;
     EXPECT_EQ(platform::WaitForSingleObject(thread, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
     platform::SetEvent(go_on);
     const HANDLE both[] = {go_on, thread};
     EXPECT_EQ(platform::WaitForMultipleObjects(2, both, TRUE, INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
-    EXPECT_EQ(code, 7u);
+    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code) && code == 7) << code;
     EXPECT_EQ(own_id, identifier);
     EXPECT_TRUE(platform::CloseHandle(thread));
 }

@@ -152,6 +152,7 @@ TEST_F(timers, sums_beyond_32_bits) {
     const text start = u"2006-05-01 08:00";
     const timer_ptr rare = daily(start, u"", u"", INT_MAX),
                     last_second = interval(u"2038-01-19 03:14:07", 0, 0, 1);
+    EXPECT_TRUE(due(rare, 0, at(2006, 5, 1, 8, 30)));
     EXPECT_FALSE(due(rare, 0, INT_MAX)) << "the next is millions of years away";
     EXPECT_EQ(next(rare), -2);
     EXPECT_EQ(next(last_second), INT_MAX);
