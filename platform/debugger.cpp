@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -15,6 +14,7 @@
 #include <string_view>
 
 #include "platform/api/text.h"
+#include "platform/descriptor.h"
 #include "platform/error.h"
 
 namespace platform {
@@ -77,14 +77,13 @@ bool deliver(const WCHAR* text) {
     // Looked up first, since without a listener the line need not be converted.
     if (access(address.sun_path, F_OK) != 0)
         return false;
-    const int sender = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (sender < 0)
+    const descriptor sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!sender)
         return false;
     const std::string line = to_datagram(text);
-    const ssize_t sent = sendto(sender, line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
-                                reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    close(sender);
-    return sent >= 0;
+    return sendto(sender.get(), line.data(), line.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
+                  reinterpret_cast<const sockaddr*>(&address), sizeof address)
+           >= 0;
 }
 
 } // namespace

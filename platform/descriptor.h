@@ -1,6 +1,7 @@
-// Inside the layer: a descriptor that closes itself.
+// Inside the layer: a descriptor that closes itself, and never takes the place of a standard stream.
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,10 +9,22 @@
 
 namespace platform {
 
+// The same under another number, should it be one of the three that stand for the standard streams: a program may have
+// closed those, and what it then writes there must not end in its own files. -1, with errno, for none.
+inline int beyond_standard(int number) {
+    if (number < 0 || number > STDERR_FILENO) [[likely]]
+        return number;
+    const int moved = fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    close(number);
+    errno = error;
+    return moved;
+}
+
 class descriptor {
 public:
     descriptor() = default;
-    explicit descriptor(int number) : number_(number) {}
+    explicit descriptor(int number) : number_(beyond_standard(number)) {}
     ~descriptor() { reset(); }
     descriptor(descriptor&& other) noexcept : number_(other.release()) {}
     descriptor& operator=(descriptor&& other) noexcept {

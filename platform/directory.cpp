@@ -33,12 +33,8 @@ DWORD make_directory(const WCHAR* path) {
     place where;
     if (const DWORD code = where.set(path))
         return code;
-    if (where.is_volume())
-        return ERROR_ALREADY_EXISTS;
-    if (where.is_root())
-        return ERROR_ACCESS_DENIED;
     if (where.find())
-        return ERROR_ALREADY_EXISTS;
+        return where.is_root() && !where.is_volume() ? ERROR_ACCESS_DENIED : ERROR_ALREADY_EXISTS;
     if (const DWORD code = where.code_of(errno); code != ERROR_FILE_NOT_FOUND)
         return code;
     if (where.attempt([](int at, const char* name) { return mkdirat(at, name, 0777); }) == 0)

@@ -12,6 +12,7 @@
 
 #include "platform/api/files.h"
 #include "platform/api/text.h"
+#include "platform/api/threads.h"
 #include "platform/error.h"
 #include "platform/retry.h"
 
@@ -50,10 +51,10 @@ file::file(opened_file&& opened, const open_request& request)
     : object(kind), number_(std::move(opened.number)), reads_(request.reads), writes_(request.writes),
       writes_attributes_(request.writes_attributes), has_claim_(opened.has_claim),
       keeps_writers_away_(opened.has_claim && request.denies_writes), mode_(opened.status.st_mode),
-      size_(static_cast<uint64_t>(opened.status.st_size)) {}
+      opener_(GetCurrentProcessId()), size_(static_cast<uint64_t>(opened.status.st_size)) {}
 
 DWORD file::close() {
-    if (has_claim_)
+    if (has_claim_ && opener_ == GetCurrentProcessId()) // a forked child leaves its parent's claim alone
         give_back_claim(number_.get());
     // What a network file system could not write any more, it says now.
     if (::close(number_.release()) != 0 && errno != EINTR)

@@ -73,6 +73,7 @@ private:
     const bool has_claim_;
     const bool keeps_writers_away_; // by its claim
     const mode_t mode_;
+    const DWORD opener_; // the process
 
     uint64_t position_ = 0;
     static constexpr uint64_t not_asked = UINT64_MAX - 1;

@@ -2,6 +2,7 @@
 #include "platform/registry.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <time.h>
 
@@ -67,6 +68,10 @@ state_cache& cache() {
     static state_cache* const made = new state_cache;
     return *made;
 }
+
+// A child forked while another thread copies must find the lock free.
+[[maybe_unused]] const int fork_handlers =
+    pthread_atfork([] { cache().lock.lock(); }, [] { cache().lock.unlock(); }, [] { cache().lock.unlock(); });
 
 // 0, or an errno. Files of all sizes have room; what is no file is refused.
 int read_file(int number, const struct stat& status, std::string& content) {

@@ -121,8 +121,9 @@ DWORD start_service(int directory) {
     const descriptor starting(openat(directory, "start", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!starting)
         return code_of_errno(errno);
-    if (retried([&] { return flock(starting.get(), LOCK_EX | LOCK_NB); }) != 0)
-        return ERROR_SERVICE_ALREADY_RUNNING; // somebody else starts it
+    // While somebody else starts it, it may not look alive yet.
+    if (retried([&] { return flock(starting.get(), LOCK_EX); }) != 0)
+        return code_of_errno(errno);
     finish_off_service(directory);
     if (watch.look(directory).is_alive)
         return ERROR_SERVICE_ALREADY_RUNNING;

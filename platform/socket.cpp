@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "platform/datagram.h"
+#include "platform/descriptor.h"
 #include "platform/retry.h"
 #include "platform/socket_error.h"
 #include "platform/socket_state.h"
@@ -175,7 +176,7 @@ bool shut_by_ourselves(int descriptor) {
 SOCKET socket(int family, int type, int protocol) {
     if (!sockets_started())
         return INVALID_SOCKET;
-    const int descriptor = ::socket(family, type | SOCK_CLOEXEC, protocol);
+    const int descriptor = beyond_standard(::socket(family, type | SOCK_CLOEXEC, protocol));
     const int plain_type = type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (descriptor < 0) {
         if (errno != EINVAL)
@@ -199,8 +200,8 @@ SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
         return INVALID_SOCKET;
     }
     const int mode = SOCK_CLOEXEC | (socket_blocks(listener) ? 0 : SOCK_NONBLOCK);
-    const int descriptor =
-        retried([&] { return ::accept4(listener, address, reinterpret_cast<socklen_t*>(length), mode); });
+    const int descriptor = beyond_standard(
+        retried([&] { return ::accept4(listener, address, reinterpret_cast<socklen_t*>(length), mode); }));
     if (descriptor < 0) {
         SetLastError(errno == EAGAIN ? code_of_wait(listener, 0) : code_of_socket_errno(errno));
         return INVALID_SOCKET;

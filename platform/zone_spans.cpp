@@ -88,16 +88,21 @@ public:
         if (zone_.setting_.from_system && !system_zone_can_be_read())
             zone_.usable_ = false;
         ::tzset();
+        check_setting(); // also here, for it may be changed back before the answers are complete
     }
     ~question() {
         host_zone.unlock();
-        if (zone_setting::now() != zone_.setting_)
-            zone_.usable_ = false;
+        check_setting();
     }
     question(const question&) = delete;
     question& operator=(const question&) = delete;
 
 private:
+    void check_setting() {
+        if (zone_setting::now() != zone_.setting_)
+            zone_.usable_ = false;
+    }
+
     zone& zone_;
 };
 

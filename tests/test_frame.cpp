@@ -1,4 +1,5 @@
 // Lifecycle, error texts, memory, and what the built library shows to the outside.
+#include <dlfcn.h>
 #include <regex>
 
 #include "support/test.h"
@@ -100,6 +101,37 @@ TEST(memory, exhaustion_writes_one_line_and_aborts) {
                   "error (ZU_memory):Failed to allocate memory. size:" + rows[i].first + ". errno:12.\n");
         EXPECT_EQ(redirected ? child.error_output : child.output, "");
     }
+}
+
+// The library as others have it, which a program may load and let go while it runs.
+template <class Function>
+Function* in_library(void* library, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(library, name));
+}
+
+TEST(library, can_be_loaded_and_let_go_and_reports_what_runs_out_in_its_containers) {
+    void* const library = dlopen(ZU_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    std::thread([&] {
+        ZU_lock_process lock =
+            in_library<decltype(ZU_lock_process_create)>(library, "ZU_lock_process_create")(nullptr);
+        EXPECT_TRUE(in_library<decltype(ZU_lock_process_lock)>(library, "ZU_lock_process_lock")(lock));
+        dlclose(library);
+    }).join();
+    if (address_space_is_not_limited())
+        return;
+    const outcome child = run_child([&] {
+        const auto open_stream = in_library<decltype(ZU_fopen)>(library, "ZU_fopen");
+        const rlimit limit{1u << 28, 1u << 28};
+        setrlimit(RLIMIT_AS, &limit);
+        for (size_t size = 1 << 20; size >= 16; size -= size > 1024 ? size / 2 : 8) {
+            while (std::malloc(size)) {}
+        }
+        open_stream(u"C:\\a directory with a long name\\file", u"r");
+    });
+    EXPECT_EQ(child.signal, SIGABRT);
+    EXPECT_TRUE(child.error_output.starts_with("error (ZU_memory):Failed to allocate memory. size:"))
+        << child.error_output;
 }
 
 } // namespace

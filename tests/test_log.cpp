@@ -156,6 +156,23 @@ TEST(log_streams, the_result_tells_what_was_taken_and_a_pipe_without_reader_cost
     EXPECT_EQ(messages, taken_twice + taken_twice + "s| to one");
 }
 
+TEST(log_streams, files_and_sockets_never_take_the_place_of_a_closed_one) {
+    const file_place place;
+    const outcome child = run_child([&] {
+        started_library started;
+        for (int stream = 0; stream < 3; ++stream)
+            close(stream);
+        ZU_file* const files[] = {ZU_open_file(u"T:\\a", ZU_FILE_WRITE | ZU_FILE_CREATE_ALWAYS, nullptr),
+                                  ZU_open_file(u"T:\\b", ZU_FILE_WRITE | ZU_FILE_CREATE_ALWAYS, nullptr)};
+        const held_socket sockets[] = {stream_socket(), stream_socket()};
+        ZU_log_set_output(ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT);
+        const uint32_t taken_by = ZU_log_write(ZU_LOG_ALERT, u"a line");
+        _exit(static_cast<int>(taken_by) + (files[0] && files[1] && sockets[1] > 2 ? 0 : 100));
+    });
+    EXPECT_EQ(child.exit_code, 0);
+    EXPECT_EQ(place.read("a") + place.read("b"), "");
+}
+
 TEST(log_concurrency, hooks_and_filters_change_while_eight_threads_write) {
     started_library started;
     ZU_log_set_level(0x3F);

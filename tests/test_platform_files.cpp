@@ -185,6 +185,15 @@ TEST_F(platform_files, pipes_carry_what_is_written_whatever_signals_come_and_tel
     ASSERT_EQ(sigaction(SIGALRM, &nothing, nullptr), 0);
     const std::string host = place.host_path("pipe");
     ASSERT_EQ(mkfifo(host.c_str(), 0666), 0);
+    std::atomic<bool> reads{false};
+    std::thread waits([&] {
+        usleep(50000);
+        reads = true;
+        close(open(host.c_str(), O_RDONLY));
+    });
+    layer_file(place.long_path(u"pipe"), W, OPEN_EXISTING).close();
+    EXPECT_TRUE(reads) << "opening waits for a reader";
+    waits.join();
     const int other = open(host.c_str(), O_RDWR | O_CLOEXEC); // neither side waits for a peer
     const layer_file writer(place.long_path(u"pipe"), W, OPEN_EXISTING);
     layer_file reader(place.long_path(u"pipe"), R, OPEN_EXISTING);

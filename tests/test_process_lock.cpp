@@ -111,6 +111,24 @@ TEST_F(process_lock, recursion_ownership_and_results) {
     EXPECT_TRUE(ZU_lock_process_close(nullptr) && ZU_lock_process_destroy(nullptr));
 }
 
+TEST_F(process_lock, a_forked_child_is_another_process) {
+    const ZU_lock_process lock = create();
+    EXPECT_TRUE(ZU_lock_process_lock(lock));
+    ended(fork_child([&] {
+        shared->counter = code_after(ZU_lock_process_unlock(lock));
+        shared->doubles = ZU_lock_process_lock_timeout(lock, 0);
+        ZU_lock_process_close(lock);
+    }));
+    EXPECT_EQ(shared->counter, 288);
+    EXPECT_EQ(shared->doubles, 0) << "the parent owns it";
+    const pid_t later = fork_child([&] { shared->inside = ZU_lock_process_lock(lock); });
+    EXPECT_TRUE(has_file()) << "although a child has closed it";
+    EXPECT_TRUE(ZU_lock_process_unlock(lock));
+    ended(later);
+    EXPECT_EQ(shared->inside, 1);
+    EXPECT_TRUE(ZU_lock_process_close(lock));
+}
+
 TEST_F(process_lock, names) {
     const std::u16string long_name(254, u'\u00e9');
     ZU_lock_process lock = create(), unnamed = ZU_lock_process_create(nullptr);

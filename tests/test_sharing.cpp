@@ -126,6 +126,8 @@ TEST_F(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
     opened mine(path, all_alone);
     EXPECT_EQ(mine.code, 0u);
     EXPECT_EQ(opened(path, all_alone).code, 32u) << "within one process too";
+    run_child([&] { mine.close(); });
+    EXPECT_EQ(opened(path, all_alone).code, 32u) << "a child has closed its copy";
     const holder copy([] { return 0u; }); // has one of the descriptor until it ends
     mine.close();
     EXPECT_EQ(opened(path, all_alone).code, 0u);

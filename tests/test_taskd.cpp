@@ -29,6 +29,8 @@ TEST_F(taskd, reports_what_it_cannot_understand_and_shows_what_comes) {
         {"a | daily 0" + start + " | print x", "\"daily 0\" never comes"},
         {"a | weekly 1 mon,fry" + start + " | print x", "\"fry\" is not a weekday: mon to sun, or 1 to 7"},
         {"a | daily 1 | soon | | print x", "\"soon\" is not a start: YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]"},
+        {"a | daily 1 | 2024-01-01 00:00 until 2025-01-01 | | print x",
+         "\"2024-01-01 00:00 until 2025-01-01\" is not a start: YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]"},
         {"a | daily 1" + start + "holidays 12-25,5 | print x", "\"5\" is not a holiday: MONTH-DAY"},
         {"a | daily 1" + start + " | sing x", "\"sing\" is no action"},
     };
@@ -43,7 +45,8 @@ TEST_F(taskd, reports_what_it_cannot_understand_and_shows_what_comes) {
             "c | weekly 2 mon,7 | 2037-01-01 08:00 | days 4 holidays 1-12 | print x\n"
             "d | interval 1:30:0 | 2037-01-01 23:00 | hours 23,24 | print x\n"
             "e | week-of-month 2 1 | 2006-01-01 08:00 to 2006-01-02 08:00 | | print x\n"
-            "f | monthly 30 | 2037-01-01 08:00 | months 1,3,4,5,6,7,8,9,10,11,12 | print x\n");
+            "f | monthly 30 | 2037-01-01 08:00 | months 1,3,4,5,6 months 7,8,9,10,11,12 | print x\n#"
+          + std::string(102400, '-') + "g | daily 1 | 2037-01-01 08:00 | | print x\n");
     const outcome result = run("--next");
     EXPECT_EQ(result.error_output, reports);
     EXPECT_EQ(result.output, "task      rule                      next firing\n"

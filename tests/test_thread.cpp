@@ -49,6 +49,42 @@ TEST(threads, are_gone_when_their_end_has_been_waited_for) {
         platform::Sleep(1);
 }
 
+// Asks what the layer remembers for each thread, in a destructor that runs when that is gone.
+struct late_questions {
+    void ask() {
+        char* const narrow_text = ZU_wchar_2_char(ZU_ENCODING_ANSI, u"\u65e5", -1, nullptr);
+        ZU_tm local{};
+        ZU_localtime(1'000'000'000, &local);
+        ZU_stat status;
+        const int32_t found = ZU_stat64(u"C:\\file", &status);
+        const platform::hostent* const host = platform::gethostbyname("127.0.0.1");
+        answers = narrow_text + std::to_string(local.tm_hour) + std::to_string(found) + host->h_name;
+        ZU_free(narrow_text);
+    }
+    ~late_questions() {
+        const std::string before = answers;
+        ask();
+        std::puts(before == answers ? "same" : answers.c_str());
+        std::fflush(stdout);
+    }
+    std::string answers;
+};
+
+TEST(threads, ask_the_library_to_their_last_breath) {
+    const outcome child = run_child([] {
+        setenv("LC_ALL", "ja_JP.EUC-JP", 1);
+        setenv("ZU_HOST", "/a/host/directory/that/is/not/there", 1);
+        ZU_init();
+        for (int i = 0; i < 2; ++i) {
+            std::thread([] {
+                static thread_local late_questions last;
+                last.ask();
+            }).join();
+        }
+    });
+    EXPECT_EQ(child.output, "same\nsame\n") << child.signal;
+}
+
 TEST(threads, running_ones_and_their_identifiers) {
     using platform::HANDLE;
     static const HANDLE go_on = platform::CreateEventW(nullptr, TRUE, FALSE, nullptr);
