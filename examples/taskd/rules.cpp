@@ -112,7 +112,7 @@ const kind kinds[] = {
 };
 
 wide_text moment(std::string_view text, std::string_view what) {
-    const wide_text result = wide(text);
+    wide_text result = wide(text);
     if (words(text).size() > 2
         || ZU_read_time_t(result.c_str()) == -1) // which reads no further than the time
         refuse(text, "is not " + std::string(what) + ": YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]");
