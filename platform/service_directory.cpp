@@ -279,21 +279,22 @@ std::string services_path() {
     return in_host_directory("services");
 }
 
-services_lock::services_lock(const std::string& path, use how)
-    : file_(open((path + "/.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
-    if (!file_) {
-        code_ = code_of_errno(errno);
-        return;
-    }
-    const int operation = (how == use::alone ? LOCK_EX : LOCK_SH) | LOCK_NB;
-    for (int attempt = 0; retried([&] { return flock(file_.get(), operation); }) != 0; ++attempt) {
-        if (attempt == 100) {
-            code_ = ERROR_SERVICE_DATABASE_LOCKED;
-            return;
-        }
+bool lock_within_a_moment(int file, int operation) {
+    for (int attempt = 0; retried([&] { return flock(file, operation | LOCK_NB); }) != 0; ++attempt) {
+        if (attempt == 100)
+            return false;
         const timespec pause = {0, 10'000'000};
         nanosleep(&pause, nullptr);
     }
+    return true;
+}
+
+services_lock::services_lock(const std::string& path, use how)
+    : file_(open((path + "/.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
+    if (!file_)
+        code_ = code_of_errno(errno);
+    else if (!lock_within_a_moment(file_.get(), how == use::alone ? LOCK_EX : LOCK_SH))
+        code_ = ERROR_SERVICE_DATABASE_LOCKED;
 }
 
 bool read_service(int directory, service_record& out) {

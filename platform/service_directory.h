@@ -18,6 +18,9 @@ namespace platform {
 
 std::string services_path();
 
+// Takes the lock of a file, LOCK_EX or LOCK_SH, waiting a second at most: false when others keep it.
+bool lock_within_a_moment(int file, int operation);
+
 // Holds `.lock` for a scope, waiting a moment for it.
 class services_lock {
 public:

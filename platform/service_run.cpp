@@ -18,6 +18,7 @@
 #include "platform/error.h"
 #include "platform/helper.h"
 #include "platform/retry.h"
+#include "platform/service_directory.h"
 
 namespace platform {
 
@@ -121,9 +122,9 @@ DWORD start_service(int directory) {
     const descriptor starting(openat(directory, "start", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!starting)
         return code_of_errno(errno);
-    // While somebody else starts it, it may not look alive yet.
-    if (retried([&] { return flock(starting.get(), LOCK_EX); }) != 0)
-        return code_of_errno(errno);
+    // While somebody else starts it, it may not look alive yet: the code comes when it does.
+    if (!lock_within_a_moment(starting.get(), LOCK_EX))
+        return ERROR_SERVICE_ALREADY_RUNNING;
     finish_off_service(directory);
     if (watch.look(directory).is_alive)
         return ERROR_SERVICE_ALREADY_RUNNING;

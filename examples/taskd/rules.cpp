@@ -111,10 +111,10 @@ const kind kinds[] = {
      }},
 };
 
+// A date and a time. The library reads no further than that; here nothing may follow.
 wide_text moment(std::string_view text, std::string_view what) {
     wide_text result = wide(text);
-    if (words(text).size() > 2
-        || ZU_read_time_t(result.c_str()) == -1) // which reads no further than the time
+    if (words(text).size() > 2 || ZU_read_time_t(result.c_str()) == -1)
         refuse(text, "is not " + std::string(what) + ": YEAR-MONTH-DAY HOUR:MINUTE[:SECOND]");
     return result;
 }
