@@ -1,10 +1,10 @@
 // Paths, names and patterns: whatever the text, a path stays on its drive, a name comes back as it was, and matching
 // agrees with a plain model.
 #include "fuzz/check.h"
-#include "platform/case_fold.h"
-#include "platform/name_map.h"
-#include "platform/path.h"
-#include "platform/wildcard.h"
+#include "platform/files/name_map.h"
+#include "platform/files/path.h"
+#include "platform/files/wildcard.h"
+#include "platform/text/case_fold.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Registry files of any bytes: every name is folded, found again and within the limits.
 #include "fuzz/check.h"
-#include "platform/registry.h"
+#include "platform/system/registry.h"
 
 namespace {
 

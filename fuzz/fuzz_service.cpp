@@ -1,7 +1,7 @@
 // Records of services and command lines: any bytes are read, and what was read is written so that it is read the same.
 #include "fuzz/check.h"
-#include "platform/command_line.h"
-#include "platform/service_record.h"
+#include "platform/services/service_record.h"
+#include "platform/text/command_line.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string text(reinterpret_cast<const char*>(data), size);

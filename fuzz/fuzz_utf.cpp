@@ -1,6 +1,6 @@
 // Bytes of any kind as UTF-8, and as wide text: what comes out is well formed, as long as measured, and a fixed point.
 #include "fuzz/check.h"
-#include "platform/utf8.h"
+#include "platform/text/utf8.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <initializer_list>
 
 #include "helper/helper.h"
-#include "platform/logon_request.h"
+#include "platform/accounts/logon_request.h"
 #include "zu/zu_platform.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "platform/retry.h"
+#include "platform/core/retry.h"
 
 namespace zu_helper {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/descriptor.h"
+#include "platform/core/descriptor.h"
 
 namespace zu_helper {
 

@@ -1,9 +1,9 @@
 // Paths: letter case, odd names, long and deep paths, drives, shares, the current directory. Searches: patterns, dots,
 // links, directories that change or are large.
-#include "platform/drives.h"
-#include "platform/name_map.h"
-#include "platform/volume.h"
-#include "platform/wildcard.h"
+#include "platform/files/drives.h"
+#include "platform/files/name_map.h"
+#include "platform/files/volume.h"
+#include "platform/files/wildcard.h"
 #include "support/test.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Password validation against PAM, with users of the host; without PAM, without the helper, without the package.
 #include <dlfcn.h>
 
-#include "platform/module.h"
+#include "platform/system/module.h"
 #include "support/test.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <cctype>
 #include <sstream>
 
-#include "platform/command_line.h"
+#include "platform/text/command_line.h"
 #include "support/test.h"
 
 namespace {

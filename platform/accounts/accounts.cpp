@@ -1,0 +1,142 @@
+// The host's users and groups, and the identifiers that stand for them.
+#include "platform/accounts/accounts.h"
+
+#include <grp.h>
+#include <pwd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace platform {
+
+// ---- The host's data bases -------------------------------------------------------------------------------------
+
+namespace {
+
+// Calls a re-entrant look-up with as much storage as it wants. False with errno 0 when there is no such entry.
+template <class Entry, class Call>
+bool look_up(Entry& entry, std::vector<char>& storage, Call call) {
+    storage.resize(1024);
+    for (;;) {
+        Entry* found = nullptr;
+        const int error = call(&entry, storage.data(), storage.size(), &found);
+        if (error != ERANGE) {
+            const bool is_missing =
+                error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
+            errno = is_missing ? 0 : error;
+            return found != nullptr;
+        }
+        storage.resize(storage.size() * 2);
+    }
+}
+
+template <class Call>
+std::optional<host_user> user_by(Call call) {
+    passwd entry;
+    std::vector<char> storage;
+    if (!look_up(entry, storage, call))
+        return std::nullopt;
+    return host_user{entry.pw_name, entry.pw_uid, entry.pw_gid, entry.pw_shell ? entry.pw_shell : ""};
+}
+
+std::optional<host_user> find_exact_user(const std::string& name) {
+    return user_by([&](passwd* entry, char* storage, size_t size, passwd** found) {
+        return getpwnam_r(name.c_str(), entry, storage, size, found);
+    });
+}
+
+std::string in_lower_case(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    return text;
+}
+
+} // namespace
+
+std::optional<host_user> find_user(const std::string& name) {
+    if (auto user = find_exact_user(name))
+        return user;
+    const std::string lower = in_lower_case(name);
+    return lower == name || errno != 0 ? std::nullopt : find_exact_user(lower);
+}
+
+std::optional<host_user> find_user(uid_t id) {
+    return user_by([&](passwd* entry, char* storage, size_t size, passwd** found) {
+        return getpwuid_r(id, entry, storage, size, found);
+    });
+}
+
+std::optional<gid_t> find_group(const std::string& name) {
+    group entry;
+    std::vector<char> storage;
+    const bool found = look_up(entry, storage, [&](group* out, char* room, size_t size, group** result) {
+        return getgrnam_r(name.c_str(), out, room, size, result);
+    });
+    return found ? std::optional(entry.gr_gid) : std::nullopt;
+}
+
+std::vector<gid_t> groups_of(const host_user& user) {
+    std::vector<gid_t> groups;
+    int count = 32;
+    do
+        groups.resize(static_cast<size_t>(count));
+    while (getgrouplist(user.name.c_str(), user.group, groups.data(), &count) < 0);
+    groups.resize(static_cast<size_t>(count));
+    return groups;
+}
+
+// ---- Identifiers -----------------------------------------------------------------------------------------------
+
+namespace {
+
+// The host's groups whose members count as members of a built-in one.
+constexpr const char* administrators[] = {"root", "wheel", "sudo", "admin"};
+constexpr const char* power_users[] = {"staff"};
+constexpr const char* guest = "nobody";
+
+template <size_t count>
+bool any_among(const char* const (&names)[count], const std::vector<gid_t>& groups) {
+    return std::any_of(names, names + count, [&](const char* name) {
+        const std::optional<gid_t> id = find_group(name);
+        return id && std::find(groups.begin(), groups.end(), *id) != groups.end();
+    });
+}
+
+// An account whose shell ends a session at once is not one to log in with.
+bool may_log_in(const host_user& user) {
+    const std::string program = user.shell.substr(user.shell.rfind('/') + 1);
+    return program != "nologin" && program != "false";
+}
+
+} // namespace
+
+sid_value sid_of_user(uid_t id) {
+    return {host_authority, {1, id}};
+}
+
+sid_value sid_of_group(gid_t id) {
+    return {host_authority, {2, id}};
+}
+
+sid_value sid_of_alias(DWORD number) {
+    return {nt_authority, {SECURITY_BUILTIN_DOMAIN_RID, number}};
+}
+
+std::vector<sid_value> groups_in_token(uid_t id, const std::vector<gid_t>& groups) {
+    const std::optional<host_user> user = find_user(id);
+    std::vector<sid_value> sids;
+    if (id == 0 || any_among(administrators, groups))
+        sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_ADMINS));
+    if (user && may_log_in(*user))
+        sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_USERS));
+    if (user && user->name == guest)
+        sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_GUESTS));
+    if (any_among(power_users, groups))
+        sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_POWER_USERS));
+    sids.push_back({world_authority, {SECURITY_WORLD_RID}});
+    for (const gid_t group : groups)
+        sids.push_back(sid_of_group(group));
+    return sids;
+}
+
+} // namespace platform

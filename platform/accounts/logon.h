@@ -1,0 +1,19 @@
+// Inside the layer: the verdict on a password.
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "platform/accounts/accounts.h"
+
+namespace platform {
+
+struct verdict {
+    DWORD code;                    // 0 for yes
+    std::optional<host_user> user; // with a yes
+};
+
+// Asks the host's authentication service. An empty domain and "." mean this machine, the only one there is.
+verdict ask_about(std::u16string_view domain, std::u16string_view user, std::u16string_view password);
+
+} // namespace platform

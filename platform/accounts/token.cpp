@@ -1,0 +1,113 @@
+// Tokens: who this process is, and who this thread stands for.
+#include "platform/accounts/token.h"
+
+#include <unistd.h>
+
+#include <cstring>
+#include <new>
+
+#include "platform/core/thread_own.h"
+
+namespace platform {
+
+namespace {
+
+constexpr DWORD every_access = 0xFFFFFFFF;
+constexpr DWORD group_attributes = 0x7; // mandatory, enabled by default, enabled
+
+// Empty: the thread stands for its process.
+std::shared_ptr<const identity>& impersonated() {
+    return thread_own<std::shared_ptr<const identity>>::get();
+}
+
+std::shared_ptr<const identity> this_process() {
+    std::vector<gid_t> groups(1, getegid());
+    const int count = getgroups(0, nullptr);
+    if (count > 0) {
+        groups.resize(1 + static_cast<size_t>(count));
+        const int filled = getgroups(count, groups.data() + 1);
+        groups.resize(1 + static_cast<size_t>(filled < 0 ? 0 : filled));
+    }
+    const uid_t user = geteuid();
+    return std::make_shared<const identity>(identity{user, groups_in_token(user, groups), true});
+}
+
+BOOL open_token(std::shared_ptr<const identity> of, DWORD access, HANDLE* out) {
+    *out = new_handle(new (std::nothrow) token(std::move(of), access));
+    return *out != nullptr;
+}
+
+BOOL refuse(DWORD code) {
+    SetLastError(code);
+    return FALSE;
+}
+
+} // namespace
+
+HANDLE GetCurrentProcess() {
+    return reinterpret_cast<HANDLE>(intptr_t{-1});
+}
+
+HANDLE GetCurrentThread() {
+    return reinterpret_cast<HANDLE>(intptr_t{-2});
+}
+
+BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* out) {
+    return process == GetCurrentProcess() ? open_token(this_process(), access, out)
+                                          : refuse(ERROR_INVALID_HANDLE);
+}
+
+BOOL OpenThreadToken(HANDLE thread, DWORD access, BOOL, HANDLE* out) {
+    if (thread != GetCurrentThread())
+        return refuse(ERROR_INVALID_HANDLE);
+    return impersonated() ? open_token(impersonated(), access, out) : refuse(ERROR_NO_TOKEN);
+}
+
+BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID out, DWORD size,
+                         DWORD* length) {
+    const token* asked = object_of<token>(handle);
+    if (!asked)
+        return FALSE;
+    if (!asked->allows(TOKEN_QUERY))
+        return refuse(ERROR_ACCESS_DENIED);
+    if (wanted != TokenGroups)
+        return refuse(ERROR_INVALID_PARAMETER);
+    const std::vector<sid_value>& groups = asked->of()->groups;
+    size_t need = offsetof(TOKEN_GROUPS, Groups) + groups.size() * sizeof(SID_AND_ATTRIBUTES);
+    BYTE* text = static_cast<BYTE*>(out) + need;
+    for (const sid_value& sid : groups)
+        need += sid.size();
+    *length = static_cast<DWORD>(need);
+    if (size < need)
+        return refuse(ERROR_INSUFFICIENT_BUFFER);
+    auto* list = static_cast<TOKEN_GROUPS*>(out);
+    list->GroupCount = static_cast<DWORD>(groups.size());
+    SID_AND_ATTRIBUTES* entry = list->Groups;
+    for (const sid_value& sid : groups) {
+        *entry++ = {text, group_attributes};
+        std::memcpy(text, sid.data(), sid.size());
+        text += sid.size();
+    }
+    return TRUE;
+}
+
+BOOL ImpersonateLoggedOnUser(HANDLE handle) {
+    const token* user = object_of<token>(handle);
+    if (!user)
+        return FALSE;
+    impersonated() = user->of();
+    return TRUE;
+}
+
+BOOL RevertToSelf() {
+    impersonated().reset();
+    return TRUE;
+}
+
+HANDLE new_token(const host_user& user) {
+    HANDLE out;
+    const identity of{user.id, groups_in_token(user.id, groups_of(user)), false};
+    return open_token(std::make_shared<const identity>(of), every_access, &out) ? out : nullptr;
+}
+
+} // namespace platform

@@ -1,0 +1,117 @@
+// Sleeping on a word of memory: the kernel's futex, with deadlines on the monotonic clock.
+#include "platform/core/futex.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+namespace platform {
+
+namespace {
+
+constexpr DWORD infinite = 0xFFFFFFFF;
+constexpr long nanoseconds_per_second = 1'000'000'000;
+constexpr long nanoseconds_per_millisecond = 1'000'000;
+
+constexpr long nanoseconds_of_first_turn = 25;
+
+bool is_earlier(const timespec& a, const timespec& b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
+}
+
+} // namespace
+
+deadline::deadline(DWORD milliseconds) : never_(milliseconds == infinite) {
+    if (never_)
+        return;
+    clock_gettime(CLOCK_MONOTONIC, &moment_);
+    moment_.tv_sec += milliseconds / 1000;
+    moment_.tv_nsec += static_cast<long>(milliseconds % 1000) * nanoseconds_per_millisecond;
+    if (moment_.tv_nsec >= nanoseconds_per_second) {
+        moment_.tv_nsec -= nanoseconds_per_second;
+        ++moment_.tv_sec;
+    }
+}
+
+bool deadline::has_passed() const {
+    if (never_)
+        return false;
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return !is_earlier(now, moment_);
+}
+
+deadline deadline::within(DWORD milliseconds) const {
+    const deadline limit(milliseconds);
+    return never_ || is_earlier(limit.moment_, moment_) ? limit : *this;
+}
+
+bool sleep_on(const std::atomic<uint32_t>* word, uint32_t expected, const deadline& until) {
+    // The bitset form is the one that takes an absolute time on the monotonic clock.
+    const long result = syscall(SYS_futex, word, FUTEX_WAIT_BITSET_PRIVATE, expected, until.moment(), nullptr,
+                                FUTEX_BITSET_MATCH_ANY);
+    return result == 0 || errno != ETIMEDOUT;
+}
+
+void wake_on(const std::atomic<uint32_t>* word, int count) {
+    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count);
+}
+
+namespace {
+
+void pause_processor() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || defined(__arm__)
+    asm volatile("yield");
+#endif
+}
+
+bool has_several_processors() {
+    static const bool several = sysconf(_SC_NPROCESSORS_ONLN) > 1;
+    return several;
+}
+
+// The instruction takes from a few nanoseconds to more than a hundred, depending on the processor.
+unsigned pauses_in_first_turn() {
+    static const unsigned measured = [] {
+        constexpr long sample = 64;
+        timespec before, after;
+        clock_gettime(CLOCK_MONOTONIC, &before);
+        for (long i = 0; i < sample; ++i)
+            pause_processor();
+        clock_gettime(CLOCK_MONOTONIC, &after);
+        const long taken =
+            (after.tv_sec - before.tv_sec) * nanoseconds_per_second + after.tv_nsec - before.tv_nsec;
+        return static_cast<unsigned>(
+            std::clamp(sample * nanoseconds_of_first_turn / std::max(taken, 1L), 1L, 250L));
+    }();
+    return measured;
+}
+
+} // namespace
+
+bool backoff::turn() {
+    if (left_ == 0 || !has_several_processors())
+        return false;
+    for (unsigned i = pauses_in_first_turn() * length_; i > 0; --i)
+        pause_processor();
+    --left_;
+    length_ *= 2;
+    return true;
+}
+
+void lock_word::lock_slowly(std::atomic<uint32_t>& word) {
+    for (backoff waiting; waiting.turn();) {
+        if (word.load(std::memory_order_relaxed) == is_free && try_lock(word))
+            return;
+    }
+    // Taken as contended: others may sleep besides us, and one wake too many is harmless. Acquire: as in try_lock.
+    while (word.exchange(is_contended, std::memory_order_acquire) != is_free)
+        sleep_on(&word, is_contended, deadline(infinite));
+}
+
+} // namespace platform

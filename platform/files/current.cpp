@@ -1,0 +1,74 @@
+// Where the process is: its working directory and its executable.
+#include <limits.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "platform/api/files.h"
+#include "platform/core/error.h"
+#include "platform/files/drives.h"
+
+namespace platform {
+
+namespace {
+
+// The host path of the executable; empty, with errno, when it cannot be told.
+std::string executable() {
+    std::string path(PATH_MAX, 0);
+    for (;;) {
+        const ssize_t size = readlink("/proc/self/exe", path.data(), path.size());
+        if (size < 0)
+            return {};
+        if (static_cast<size_t>(size) < path.size()) {
+            path.resize(static_cast<size_t>(size));
+            break;
+        }
+        path.resize(2 * path.size());
+    }
+    // The host marks a file that has been deleted or replaced since the start.
+    constexpr std::string_view mark = " (deleted)";
+    if (path.ends_with(mark) && access(path.c_str(), F_OK) != 0)
+        path.resize(path.size() - mark.size());
+    return path;
+}
+
+} // namespace
+
+DWORD GetCurrentDirectoryW(DWORD size, WCHAR* out) {
+    const std::u16string path = current_directory();
+    if (path.empty())
+        return 0;
+    if (size <= path.size())
+        return static_cast<DWORD>(path.size() + 1);
+    std::memcpy(out, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
+    return static_cast<DWORD>(path.size());
+}
+
+DWORD GetModuleFileNameW(HMODULE module, WCHAR* out, DWORD size) {
+    if (module) {
+        SetLastError(ERROR_MOD_NOT_FOUND); // libraries are not asked for
+        return 0;
+    }
+    const std::string host = executable();
+    if (host.empty()) {
+        set_last_error_from_errno();
+        return 0;
+    }
+    const std::u16string path = drive_path_of(host);
+    if (path.empty()) {
+        SetLastError(ERROR_PATH_NOT_FOUND);
+        return 0;
+    }
+    if (size > path.size()) {
+        std::memcpy(out, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
+        SetLastError(ERROR_SUCCESS);
+        return static_cast<DWORD>(path.size());
+    }
+    std::memcpy(out, path.data(), size * sizeof(WCHAR));
+    if (size == 0)
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return size;
+}
+
+} // namespace platform

@@ -1,0 +1,91 @@
+// Inside the layer: open files.
+#pragma once
+
+#include <memory>
+
+#include "platform/api/files.h"
+#include "platform/core/object.h"
+#include "platform/files/attributes.h"
+#include "platform/files/sharing.h"
+
+namespace platform {
+
+struct open_request {
+    bool reads = false;
+    bool writes = false;
+    bool writes_attributes = false;
+    bool denies_reads = true;
+    bool denies_writes = true;
+    bool takes_directories = false;
+    DWORD disposition = OPEN_EXISTING;
+    DWORD attributes = 0; // of a file that is made or replaced
+    int host_flags = 0;   // more flags of open
+};
+
+// What opening leaves behind when it succeeds: a descriptor that holds the claim, if there is one to hold.
+struct opened_file {
+    descriptor number;
+    struct stat status = {};
+    bool existed = false;
+    bool has_claim = false;
+};
+
+// Opens what a path names, or the null device. 0 or a code. The sharing test comes before the data of an existing
+// file is touched.
+DWORD open_file(const WCHAR* path, const open_request& request, opened_file& out);
+
+// The object of a file's handle.
+class file : public object {
+public:
+    static constexpr object_kind kind{};
+
+    file(opened_file&& opened, const open_request& request);
+
+    DWORD close() override;
+
+    DWORD read(char* out, size_t count, size_t& done);
+    DWORD write(const char* data, size_t count);
+    DWORD seek(int64_t distance, DWORD origin, int64_t& position);
+    DWORD set_end();
+    DWORD flush();
+
+    int number() const { return number_.get(); }
+    bool is_directory() const { return S_ISDIR(mode_); }
+    bool reads() const { return reads_; }
+    bool writes() const { return writes_; }
+    bool writes_attributes() const { return writes_ || writes_attributes_; }
+
+private:
+    DWORD read_regular(char* out, size_t count, size_t& done);
+    ssize_t read_at(char* out, size_t count) const;
+    size_t take_from_block(char* out, size_t count);
+    bool is_sequential() const;
+    bool fill_block();
+    void drop_block() { block_size_ = 0; }
+    DWORD write_regular(const char* data, size_t count);
+    void cut_back(uint64_t written_to);
+    uint64_t size_limit();
+
+    descriptor number_;
+    const bool reads_;
+    const bool writes_;
+    const bool writes_attributes_;
+    const bool has_claim_;
+    const bool keeps_writers_away_; // by its claim
+    const mode_t mode_;
+    const DWORD opener_; // the process
+
+    uint64_t position_ = 0;
+    static constexpr uint64_t not_asked = UINT64_MAX - 1;
+    uint64_t size_limit_ = not_asked; // of the process, for each file
+    uint64_t size_;                   // of the file, while other writers are kept away
+
+    // Read ahead: the bytes of the file from block_start_ on. And where the latest read began and ended.
+    std::unique_ptr<char[]> block_;
+    uint64_t block_start_ = 0;
+    size_t block_size_ = 0;
+    uint64_t latest_start_ = 0;
+    uint64_t latest_end_ = 0;
+};
+
+} // namespace platform

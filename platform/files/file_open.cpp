@@ -1,0 +1,296 @@
+// Opening files.
+#include <fcntl.h>
+
+#include <cerrno>
+#include <new>
+
+#include "platform/api/files.h"
+#include "platform/core/error.h"
+#include "platform/files/file.h"
+
+namespace platform {
+
+namespace {
+
+// The bits of the platform's flags that are a new file's attributes.
+constexpr DWORD attribute_bits = 0xFFFF;
+
+constexpr DWORD opens_again =
+    0xFFFFFFFF; // in place of a code: what was opened is not what the path names any more
+
+constexpr int tries = 16;
+
+bool truncates(const open_request& request) {
+    return request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING;
+}
+
+bool creates(const open_request& request) {
+    return request.disposition != OPEN_EXISTING && request.disposition != TRUNCATE_EXISTING;
+}
+
+bool touches_data(const open_request& request) {
+    return request.reads || request.writes || truncates(request);
+}
+
+int open_call(place& where, int flags) {
+    return where.attempt(
+        [&](int at, const char* path) { return openat(at, path, flags | O_CLOEXEC | O_NOCTTY, 0666); });
+}
+
+// Writing to a pipe or a device: it is opened for just that. Who can also read does not wait for a reader, and never
+// learns that it is gone.
+bool is_only_written_to(place& where, const open_request& request) {
+    struct stat status;
+    const auto look = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
+    return request.writes && !request.reads && where.attempt(look) == 0 && !S_ISREG(status.st_mode)
+           && !S_ISDIR(status.st_mode);
+}
+
+// Opens what is there, with more rights than asked for where that helps: who writes also reads, for its locks.
+DWORD open_existing(place& where, const open_request& request, descriptor_rights& rights, descriptor& out) {
+    if (!touches_data(request)) {
+        rights = {false, false};
+        out = descriptor(open_call(where, O_PATH));
+    } else if (!request.writes && !truncates(request)) {
+        rights = {true, false};
+        out = descriptor(open_call(where, O_RDONLY | request.host_flags));
+    } else if (is_only_written_to(where, request)) {
+        rights = {false, true};
+        out = descriptor(open_call(where, O_WRONLY | request.host_flags));
+    } else {
+        rights = {true, true};
+        out = descriptor(open_call(where, O_RDWR | request.host_flags));
+        if (!out && errno == EACCES && !request.reads) {
+            rights.reads = false;
+            out = descriptor(open_call(where, O_WRONLY | request.host_flags));
+        } else if (!out && errno == EISDIR && request.takes_directories) {
+            rights = {true, false};
+            out = descriptor(open_call(where, O_RDONLY | O_DIRECTORY));
+        }
+    }
+    return out ? ERROR_SUCCESS : where.code_of(errno);
+}
+
+// Makes the file: `opens_again` when there is one by now.
+DWORD create(place& where, const open_request& request, descriptor& out) {
+    const int flags = O_RDWR | O_CREAT | request.host_flags;
+    out = descriptor(open_call(where, flags | O_EXCL));
+    if (out)
+        return ERROR_SUCCESS;
+    if (errno != EEXIST)
+        return where.code_of(errno);
+    if (request.disposition == CREATE_NEW)
+        return ERROR_FILE_EXISTS;
+    // Somebody was faster, or there is a link that leads nowhere yet: then the file comes to be where it leads.
+    struct stat status;
+    const auto follow = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
+    if (where.attempt(follow) == 0)
+        return opens_again;
+    out = descriptor(open_call(where, flags));
+    return out ? ERROR_SUCCESS : where.code_of(errno);
+}
+
+bool is_same(const struct stat& status, const struct stat& other) {
+    return status.st_ino == other.st_ino && status.st_dev == other.st_dev;
+}
+
+// Whether what was opened is still the file of that name, now that nobody can delete or move it any more. Who only reads
+// may have what was moved meanwhile, as if it had been opened before; what is written must not go elsewhere.
+bool is_still_there(place& where, const share_claim& claim, const struct stat& status) {
+    struct stat now;
+    const auto look = [&](int at, const char* path) { return fstatat(at, path, &now, 0); };
+    return status.st_nlink > 0 && (!claim.writes || (where.attempt(look) == 0 && is_same(now, status)));
+}
+
+// What an existing file says to being opened like this, before anybody else is asked.
+DWORD check_kind(const open_request& request, const struct stat& status) {
+    if (S_ISDIR(status.st_mode))
+        return request.takes_directories && !truncates(request) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+    const bool changes = request.writes || truncates(request);
+    return changes && is_read_only(status.st_mode) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+}
+
+share_claim claim_of(const open_request& request, bool existed) {
+    return {request.reads, request.writes || (existed && truncates(request)), request.denies_reads,
+            request.denies_writes};
+}
+
+// Truncation. A replaced file also gets the attributes of the request, which must name those that hide the old one.
+DWORD empty(int number, const open_request& request, struct stat& status) {
+    if (request.disposition == CREATE_ALWAYS) {
+        const DWORD stored = read_stored_bits(holder(number));
+        if (stored & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM) & ~request.attributes)
+            return ERROR_ACCESS_DENIED;
+        if (attributes_of(status.st_mode, stored) != attributes_of(status.st_mode, request.attributes)
+            || (request.attributes & FILE_ATTRIBUTE_READONLY))
+            if (const DWORD code = write_attributes(holder(number), status.st_mode, request.attributes))
+                return code;
+    }
+    if (status.st_size > 0 && retried([&] { return ftruncate(number, 0); }) != 0)
+        return code_of_errno(errno);
+    status.st_size = 0;
+    return ERROR_SUCCESS;
+}
+
+// The claim, then all that has to be true of the file while nobody else can change it. On failure the claim is given
+// back.
+DWORD claim_and_check(place& where, const open_request& request, const descriptor_rights& rights,
+                      opened_file& out) {
+    const int number = out.number.get();
+    const share_claim claim = claim_of(request, out.existed);
+    share_result shared = share_result::unsupported;
+    if (claim.matters())
+        shared = take_claim(number, claim, rights);
+    out.has_claim = shared == share_result::granted;
+    if (fstat(number, &out.status) != 0)
+        return code_of_errno(errno);
+    if (out.existed)
+        if (const DWORD code = check_kind(request, out.status))
+            return code;
+    if (!S_ISREG(out.status.st_mode)) {
+        // The claims are about data that lies in a file.
+        if (out.has_claim)
+            give_back_claim(number);
+        out.has_claim = false;
+        return ERROR_SUCCESS;
+    }
+    if (shared == share_result::conflict)
+        return ERROR_SHARING_VIOLATION;
+    if (claim.matters() && !is_still_there(where, claim, out.status))
+        return opens_again;
+    if (!out.existed || !truncates(request))
+        return ERROR_SUCCESS;
+    const DWORD code = empty(number, request, out.status);
+    if (code == ERROR_SUCCESS && out.has_claim && !request.writes) {
+        end_writing(number, claim);
+        out.has_claim = request.reads;
+    }
+    return code;
+}
+
+DWORD open_once(place& where, const open_request& request, opened_file& out) {
+    descriptor_rights rights{true, true};
+    out.existed = false;
+    DWORD code = ERROR_FILE_NOT_FOUND;
+    if (request.disposition == CREATE_NEW) {
+        if (where.find())
+            return ERROR_FILE_EXISTS;
+        code = where.code_of(errno);
+    } else {
+        code = open_existing(where, request, rights, out.number);
+        out.existed = code == ERROR_SUCCESS;
+    }
+    if (code == ERROR_FILE_NOT_FOUND && creates(request)) {
+        rights = {true, true};
+        code = create(where, request, out.number);
+    }
+    if (code == ERROR_SUCCESS)
+        code = claim_and_check(where, request, rights, out);
+    if (code != ERROR_SUCCESS && out.number) {
+        if (out.has_claim)
+            give_back_claim(out.number.get());
+        out.number.reset();
+    }
+    return code;
+}
+
+// A new file with attributes other than none: it does not stay when they cannot be kept.
+DWORD set_new_attributes(place& where, const open_request& request, const opened_file& opened) {
+    const DWORD code =
+        write_attributes(holder(opened.number.get()), opened.status.st_mode, request.attributes);
+    if (code != ERROR_SUCCESS)
+        where.attempt([](int at, const char* path) { return unlinkat(at, path, 0); });
+    return code;
+}
+
+DWORD check_syntax(const place& where, const open_request& request) {
+    if (where.is_volume())
+        return ERROR_ACCESS_DENIED;
+    if (where.is_root() && !(request.takes_directories && request.disposition == OPEN_EXISTING))
+        return request.disposition == CREATE_NEW ? ERROR_FILE_EXISTS : ERROR_ACCESS_DENIED;
+    return ERROR_SUCCESS;
+}
+
+// What a name with a separator at its end says, when it is not a directory that may be opened.
+DWORD check_directory_name(place& where, const open_request& request) {
+    struct stat status;
+    const auto look = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
+    if (where.attempt(look) != 0) {
+        const DWORD code = where.code_of(errno);
+        return code == ERROR_FILE_NOT_FOUND ? ERROR_INVALID_NAME : code;
+    }
+    if (!S_ISDIR(status.st_mode))
+        return ERROR_INVALID_NAME;
+    if (request.takes_directories)
+        return ERROR_SUCCESS;
+    switch (request.disposition) {
+    case CREATE_NEW: return ERROR_FILE_EXISTS;
+    case CREATE_ALWAYS: return ERROR_ACCESS_DENIED;
+    default: return ERROR_PATH_NOT_FOUND;
+    }
+}
+
+DWORD open_place(place& where, const open_request& request, opened_file& out) {
+    if (const DWORD code = check_syntax(where, request))
+        return code;
+    if (where.ends_with_separator())
+        if (const DWORD code = check_directory_name(where, request))
+            return code;
+    // Each further try is for a file that was deleted or moved between opening it and claiming it. A file that
+    // never stays is one that others hold: nothing may be written to what is no longer of that name.
+    DWORD code = opens_again;
+    for (int i = 0; code == opens_again && i < tries; ++i)
+        code = open_once(where, request, out);
+    if (code == opens_again)
+        code = ERROR_SHARING_VIOLATION;
+    if (code == ERROR_SUCCESS && !out.existed && (request.attributes & ~FILE_ATTRIBUTE_NORMAL))
+        code = set_new_attributes(where, request, out);
+    return code;
+}
+
+} // namespace
+
+DWORD open_file(const WCHAR* path, const open_request& request, opened_file& out) {
+    place where;
+    if (is_null_device(path))
+        where.set_host_path("/dev/null");
+    else if (const DWORD code = where.set(path))
+        return code;
+    return open_place(where, request, out);
+}
+
+HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share_mode, SECURITY_ATTRIBUTES* attributes,
+                   DWORD disposition, DWORD flags, HANDLE template_file) {
+    open_request request;
+    request.reads = (access & GENERIC_READ) != 0;
+    request.writes = (access & GENERIC_WRITE) != 0;
+    request.writes_attributes = (access & FILE_WRITE_ATTRIBUTES) != 0;
+    request.denies_reads = !(share_mode & FILE_SHARE_READ);
+    request.denies_writes = !(share_mode & FILE_SHARE_WRITE);
+    request.takes_directories = (flags & FILE_FLAG_BACKUP_SEMANTICS) != 0;
+    request.disposition = disposition;
+    request.attributes = flags & attribute_bits;
+
+    opened_file opened;
+    DWORD code = ERROR_SUCCESS;
+    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING || !path || !*path
+        || (disposition == TRUNCATE_EXISTING && !request.writes))
+        code = ERROR_INVALID_PARAMETER;
+    else if (attributes || template_file)
+        code = ERROR_NOT_SUPPORTED;
+    else
+        code = open_file(path, request, opened);
+    if (code != ERROR_SUCCESS) {
+        SetLastError(code);
+        return INVALID_HANDLE_VALUE;
+    }
+    const bool existed = opened.existed;
+    const HANDLE handle = new_handle(new (std::nothrow) file(std::move(opened), request));
+    if (!handle)
+        return INVALID_HANDLE_VALUE;
+    const bool tells = existed && (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS);
+    SetLastError(tells ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return handle;
+}
+
+} // namespace platform

@@ -1,0 +1,222 @@
+// Searches: FindFirstFileW, FindNextFileW, FindClose.
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <cerrno>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "platform/api/files.h"
+#include "platform/core/error.h"
+#include "platform/core/object.h"
+#include "platform/files/directory_scan.h"
+#include "platform/files/lookup.h"
+#include "platform/files/status.h"
+#include "platform/files/wildcard.h"
+
+namespace platform {
+
+namespace {
+
+// A search that has found its one entry.
+class search : public object {
+public:
+    static constexpr object_kind kind{};
+    search() : object(kind) {}
+
+    // The next entry: false with the code set, 18 at the end.
+    virtual bool next(WIN32_FIND_DATAW&) {
+        SetLastError(ERROR_NO_MORE_FILES);
+        return false;
+    }
+};
+
+// A search with wildcards. Entries are taken from the directory a block at a time, each with its status. What fits
+// into one block is read whole at the start, and its directory closed: so a walk down a deep tree keeps none open.
+class directory_search : public search {
+public:
+    directory_search(descriptor directory, const std::u16string& pattern)
+        : pattern_(pattern), reader_(std::move(directory)) {}
+
+    // Reads the first block. `has_dots`: "." and ".." come first. 0 or a code.
+    DWORD begin(bool has_dots);
+    bool next(WIN32_FIND_DATAW& out) override;
+
+private:
+    struct known_entry {
+        size_t name_end; // in names_
+        entry_status status;
+    };
+
+    bool is_wanted(std::string_view name) const;
+    bool look_at(const char* name, unsigned char type, entry_status& out) const;
+    void keep_if_wanted(const char* name, unsigned char type);
+
+    const std::u16string pattern_;
+    directory_reader reader_;
+    std::string names_;
+    std::vector<known_entry> known_; // read already: the dots, or all of a small directory
+    size_t position_ = 0;            // in known_
+    size_t name_start_ = 0;
+};
+
+DWORD directory_search::begin(bool has_dots) {
+    if (!reader_.fill() && errno != 0) // ENOENT: it was removed after it had been opened
+        return errno == ENOENT ? ERROR_PATH_NOT_FOUND : code_of_errno(errno);
+    if (has_dots) {
+        keep_if_wanted(".", DT_DIR);
+        keep_if_wanted("..", DT_DIR);
+    }
+    if (reader_.at_end()) {
+        for (directory_reader::entry entry; reader_.take(entry);)
+            keep_if_wanted(entry.name.data(), entry.type);
+        reader_.close();
+    }
+    return ERROR_SUCCESS;
+}
+
+bool directory_search::is_wanted(std::string_view name) const {
+    if (matches_all(pattern_))
+        return true;
+    std::u16string text;
+    append_wide_name(name, text);
+    return matches(pattern_, text);
+}
+
+// False: the entry is gone.
+bool directory_search::look_at(const char* name, unsigned char type, entry_status& out) const {
+    struct statx status = {};
+    stored_attributes stored;
+    if (status_of(reader_.directory(), name, AT_SYMLINK_NOFOLLOW, status) != 0) {
+        if (errno == ENOENT)
+            return false;
+        // A directory may be readable, but not what is in it: the entries are there all the same.
+        status.stx_mode = type == DT_DIR ? S_IFDIR | 0777 : S_IFREG | 0666;
+    } else if (can_store(status.stx_mode)) {
+        stored = read_stored({reader_.directory(), name});
+    }
+    out = entry_of(status, stored);
+    return true;
+}
+
+void directory_search::keep_if_wanted(const char* name, unsigned char type) {
+    known_entry entry;
+    if (!is_wanted(name) || !look_at(name, type, entry.status))
+        return;
+    names_ += name;
+    entry.name_end = names_.size();
+    known_.push_back(entry);
+}
+
+bool directory_search::next(WIN32_FIND_DATAW& out) {
+    if (position_ < known_.size()) {
+        const known_entry& entry = known_[position_++];
+        fill_find_data({names_.data() + name_start_, entry.name_end - name_start_}, entry.status, out);
+        name_start_ = entry.name_end;
+        return true;
+    }
+    while (reader_.directory() >= 0) {
+        for (directory_reader::entry entry; reader_.take(entry);) {
+            entry_status status;
+            if (!is_wanted(entry.name) || !look_at(entry.name.data(), entry.type, status))
+                continue;
+            fill_find_data(entry.name, status, out);
+            return true;
+        }
+        if (!reader_.fill()) {
+            if (errno != 0 && errno != ENOENT) { // ENOENT: it was removed meanwhile, and has no more entries
+                set_last_error_from_errno();
+                return false;
+            }
+            reader_.close();
+        }
+    }
+    SetLastError(ERROR_NO_MORE_FILES);
+    return false;
+}
+
+HANDLE failed(DWORD code) {
+    SetLastError(code);
+    return INVALID_HANDLE_VALUE;
+}
+
+HANDLE handle_of(search* opened) {
+    const HANDLE handle = new_handle(opened);
+    return handle ? handle : INVALID_HANDLE_VALUE;
+}
+
+// ENOTDIR comes for a file in any place of the path. Its own code is for one that is searched itself.
+DWORD code_of_search(place& where, int error, bool is_directory) {
+    if (error == ENOENT && is_directory)
+        return ERROR_PATH_NOT_FOUND;
+    if (error != ENOTDIR)
+        return where.code_of(error);
+    if (!is_directory && !where.set_to_parent())
+        return ERROR_PATH_NOT_FOUND;
+    return where.find() ? ERROR_DIRECTORY : ERROR_PATH_NOT_FOUND;
+}
+
+HANDLE find_name(place& where, WIN32_FIND_DATAW& found) {
+    if (where.is_volume())
+        return failed(ERROR_INVALID_NAME);
+    if (where.is_root())
+        return failed(ERROR_FILE_NOT_FOUND);
+    struct statx status;
+    int flags = 0;
+    const auto look = [&](int at, const char* path) { return status_of(at, path, flags, status); };
+    int result = where.attempt(look);
+    if (result != 0 && errno == ENOENT) {
+        flags = AT_SYMLINK_NOFOLLOW; // a link that leads nowhere stands for itself
+        result = where.attempt(look);
+    }
+    if (where.ends_with_separator()) {
+        if (result != 0)
+            return failed(code_of_search(where, errno, true));
+        return failed(S_ISDIR(status.stx_mode) ? ERROR_FILE_NOT_FOUND : ERROR_DIRECTORY);
+    }
+    if (result != 0)
+        return failed(code_of_search(where, errno, false));
+    const stored_attributes stored =
+        can_store(status.stx_mode) ? read_stored(holder(where)) : stored_attributes{};
+    fill_find_data(where.last_name(), entry_of(status, stored), found);
+    return handle_of(new (std::nothrow) search);
+}
+
+HANDLE find_pattern(place& where, WIN32_FIND_DATAW& found) {
+    descriptor directory(where.attempt(
+        [](int at, const char* path) { return openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (!directory)
+        return failed(code_of_search(where, errno, true));
+    auto* opened = new (std::nothrow) directory_search(std::move(directory), where.pattern());
+    const HANDLE handle = handle_of(opened);
+    if (handle == INVALID_HANDLE_VALUE)
+        return handle;
+    DWORD code = opened->begin(!where.is_drive_directory());
+    if (code == ERROR_SUCCESS && !opened->next(found))
+        code = GetLastError() == ERROR_NO_MORE_FILES ? ERROR_FILE_NOT_FOUND : GetLastError();
+    if (code == ERROR_SUCCESS)
+        return handle;
+    CloseHandle(handle);
+    return failed(code);
+}
+
+} // namespace
+
+HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* found) {
+    place where;
+    if (const DWORD code = where.set(pattern, path_use::search))
+        return failed(code);
+    return where.pattern().empty() ? find_name(where, *found) : find_pattern(where, *found);
+}
+
+BOOL FindNextFileW(HANDLE handle, WIN32_FIND_DATAW* found) {
+    search* opened = object_of<search>(handle);
+    return opened && opened->next(*found);
+}
+
+BOOL FindClose(HANDLE handle) {
+    return object_of<search>(handle) && CloseHandle(handle);
+}
+
+} // namespace platform

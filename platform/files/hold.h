@@ -1,0 +1,35 @@
+// Inside the layer: keeping everybody away from a file while it is deleted, moved or replaced.
+#pragma once
+
+#include <sys/stat.h>
+
+#include "platform/core/descriptor.h"
+#include "platform/files/lookup.h"
+
+namespace platform {
+
+// Holds a claim on all use of a file's data until the end of the scope. An opener that has waited for that finds out by
+// itself that its file is gone.
+class hold {
+public:
+    hold() = default;
+    ~hold() { reset(); }
+    hold(const hold&) = delete;
+    hold& operator=(const hold&) = delete;
+
+    // 0 with the status of what is now held, a link itself, not what it leads to; 32 when a handle is open, or another
+    // code. Directories, links and special files have no data to claim, and a file that may not be opened at all is left
+    // to the host's permissions.
+    DWORD take(place& where, struct stat& status);
+
+    void reset();
+
+private:
+    // False: something else bears the name by now.
+    bool try_take(place& where, struct stat& status, DWORD& code);
+
+    descriptor number_;
+    bool has_claim_ = false;
+};
+
+} // namespace platform

@@ -1,0 +1,157 @@
+// Finding what a path names on the host.
+#include "platform/files/lookup.h"
+
+#include "platform/core/error.h"
+#include "platform/files/directory_scan.h"
+
+namespace platform {
+
+namespace {
+
+// The host takes 4,096 bytes in one call; what stands in front of a piece in whole_name needs room as well.
+constexpr size_t longest_piece = 4000;
+
+descriptor enter(int at, const char* directory) {
+    return descriptor(retried([&] { return openat(at, directory, O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+}
+
+// Makes the name that of an entry: false, with errno, when the directory has none.
+bool respell(int at, std::string& component) {
+    struct stat status;
+    if (retried([&] { return fstatat(at, component.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0)
+        return true;
+    if (errno != ENOENT)
+        return false;
+    std::string stored = find_in_directory(open_directory(at, "."), component);
+    errno = ENOENT;
+    if (stored.empty())
+        return false;
+    component = std::move(stored);
+    return true;
+}
+
+} // namespace
+
+DWORD place::set(const WCHAR* path, path_use use) {
+    return parse_path(path, use, path_);
+}
+
+void place::set_host_path(const char* path) {
+    path_.host = path;
+}
+
+std::string_view place::last_name() const {
+    const std::string_view host = path_.host;
+    return is_drive_directory() ? std::string_view() : host.substr(host.rfind('/') + 1);
+}
+
+bool place::set_to_parent() {
+    if (is_drive_directory())
+        return false;
+    path_.host.resize(path_.host.rfind('/'));
+    given_name_.clear();
+    searched_ = false;
+    if (start_ > path_.host.size()) {
+        start_ = 0;
+        at_.reset();
+    }
+    return true;
+}
+
+// Puts another spelling in the place of the last component.
+void place::spell_last(std::string_view stored) {
+    std::string given(last_name());
+    path_.host.resize(path_.host.size() - given.size());
+    path_.host += stored;
+    given_name_ = std::move(given);
+}
+
+std::string place::whole_name() const {
+    return start_ ? "/proc/self/fd/" + std::to_string(at_.get()) + '/' + name() : name();
+}
+
+// Walks a long path so far that the rest fits into one call.
+bool place::reach() {
+    while (path_.host.size() - start_ > longest_piece) {
+        const size_t cut = path_.host.rfind('/', start_ + longest_piece);
+        std::string piece = path_.host.substr(start_, cut - start_);
+        descriptor next = enter(directory(), piece.c_str());
+        if (!next)
+            return errno == ENOENT && !searched_ && find_spelling();
+        at_ = std::move(next);
+        start_ = cut + 1;
+    }
+    return true;
+}
+
+bool place::find_spelling() {
+    if (searched_)
+        return false;
+    searched_ = true;
+    if (is_drive_directory()) {
+        directory_missing_ = true;
+        errno = ENOENT;
+        return false;
+    }
+    if (path_.host.size() - start_ > longest_piece)
+        return walk();
+    // Most often only the last component is missing, and its directory has the right spelling.
+    const size_t end = path_.host.size() - last_name().size();
+    const std::string folder = end > start_ ? path_.host.substr(start_, end - start_) : ".";
+    descriptor opened = open_directory(directory(), folder.c_str());
+    if (!opened && errno == ENOENT)
+        return walk();
+    if (!opened && errno != EACCES)
+        return false;
+    const std::string stored = find_in_directory(std::move(opened), last_name());
+    const bool found = !stored.empty() && stored != last_name();
+    if (found)
+        spell_last(stored);
+    errno = ENOENT;
+    return found;
+}
+
+// From the drive's directory on, one component at a time.
+bool place::walk() {
+    const std::string wanted = path_.host;
+    std::string found = wanted.substr(0, path_.root_size);
+    descriptor here = enter(AT_FDCWD, found.empty() ? "/" : found.c_str());
+    for (size_t at = path_.root_size; here;) {
+        const size_t end = std::min(wanted.find('/', at + 1), wanted.size());
+        std::string component = wanted.substr(at + 1, end - at - 1);
+        const bool is_there = respell(here.get(), component);
+        if (end == wanted.size()) {
+            // There or not, this is the directory for it.
+            start_ = found.size() + 1;
+            path_.host = std::move(found) + wanted.substr(at);
+            at_ = std::move(here);
+            if (component != last_name())
+                spell_last(component);
+            return is_there;
+        }
+        if (!is_there)
+            break;
+        here = enter(here.get(), component.c_str());
+        found += '/' + component;
+        at = end;
+    }
+    directory_missing_ = errno == ENOENT;
+    return false;
+}
+
+bool place::find() {
+    struct stat status;
+    return attempt([&](int at, const char* path) { return fstatat(at, path, &status, AT_SYMLINK_NOFOLLOW); })
+           == 0;
+}
+
+DWORD place::code_of(int error) const {
+    switch (error) {
+    case ENOENT:
+        return directory_missing_ || is_drive_directory() ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND;
+    case ENOTDIR: return ERROR_PATH_NOT_FOUND;
+    default: return code_of_errno(error);
+    }
+}
+
+} // namespace platform

@@ -1,0 +1,173 @@
+// Share modes, as locks on four bytes far beyond any data.
+//
+// The locks belong to the open file description, so they exclude within a process as well as between processes, and
+// end with the last descriptor, whatever kills its holder. A handle locks its own bytes, for what it does (reads,
+// writes) and what it denies; it may be there only while nobody else holds one of the opposite bytes. First the own
+// bytes are locked, then the opposite ones are tested: of two that exclude each other, both may give way in a race,
+// but never can both stay, so who has given way tries again a few times.
+//
+//                     second: access and share mode (1: reads, 2: writes, 3: both, 0: neither)
+//                     R0 R1 R2 R3   W0 W1 W2 W3   B0 B1 B2 B3
+//          first R0    .  .  .  .    .  .  .  .    .  .  .  .       B: reads and writes
+//                R1    .  +  .  +    .  .  .  .    .  .  .  .       +: both can be open
+//                R2    .  .  .  .    .  +  .  +    .  .  .  .       Access to neither goes with everything.
+//                R3    .  +  .  +    .  +  .  +    .  +  .  +
+//                W0    .  .  .  .    .  .  .  .    .  .  .  .
+//                W1    .  .  +  +    .  .  .  .    .  .  .  .
+//                W2    .  .  .  .    .  .  *  *    .  .  .  .
+//                W3    .  .  +  +    .  .  *  *    .  .  *  *
+//                B0    .  .  .  .    .  .  .  .    .  .  .  .
+//                B1    .  .  .  +    .  .  .  .    .  .  .  .
+//                B2    .  .  .  .    .  .  .  *    .  .  .  .
+//                B3    .  .  .  +    .  .  .  *    .  .  .  +
+//
+// Shared locks need a descriptor that can read, so files are opened for reading as well whenever that is permitted.
+// A descriptor that can only write takes its own bytes exclusively: then the pairs marked *, which can both be open, exclude
+// each other as soon as one of the two is such a descriptor. All other pairs are as they should be.
+#include "platform/files/sharing.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <time.h>
+
+#include <cerrno>
+
+#include "platform/core/retry.h"
+
+namespace platform {
+
+namespace {
+
+// In this order, the bytes of the commoner claims lie side by side, and one call locks or tests them.
+enum claim_byte : unsigned {
+    denying_reads = 1,
+    writing = 2,
+    denying_writes = 4,
+    reading = 8,
+    all_bytes = 15,
+};
+constexpr unsigned byte_count = 4;
+constexpr off_t first_byte = 0x7FFF'FFFF'FFFF'FF00;
+
+constexpr int tries = 4;
+
+unsigned own_bytes(const share_claim& claim) {
+    return (claim.reads ? reading : 0u) | (claim.writes ? writing : 0u)
+           | (claim.denies_reads ? denying_reads : 0u) | (claim.denies_writes ? denying_writes : 0u);
+}
+
+unsigned opposite_bytes(const share_claim& claim) {
+    return (claim.reads ? denying_reads : 0u) | (claim.writes ? denying_writes : 0u)
+           | (claim.denies_reads ? reading : 0u) | (claim.denies_writes ? writing : 0u);
+}
+
+struct byte_range {
+    unsigned first;
+    unsigned count;
+};
+
+bool lock_call(int descriptor, int command, short type, byte_range range, struct flock& lock) {
+    lock = {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = first_byte + range.first;
+    lock.l_len = range.count;
+    return retried([&] { return fcntl(descriptor, command, &lock); }) == 0;
+}
+
+// Calls `use` on each run of neighbouring bytes, until it gives false.
+template <class Use>
+bool each_range(unsigned bytes, Use use) {
+    for (unsigned first = 0; first < byte_count; ++first) {
+        unsigned count = 0;
+        while (bytes >> (first + count) & 1)
+            ++count;
+        if (count > 0 && !use(byte_range{first, count}))
+            return false;
+        first += count;
+    }
+    return true;
+}
+
+byte_range hull_of(unsigned bytes) {
+    const auto first = static_cast<unsigned>(__builtin_ctz(bytes));
+    const auto end = 32 - static_cast<unsigned>(__builtin_clz(bytes));
+    return {first, end - first};
+}
+
+share_result result_of_failure() {
+    return errno == EAGAIN || errno == EACCES ? share_result::conflict : share_result::unsupported;
+}
+
+share_result lock_bytes(int descriptor, short type, unsigned bytes) {
+    struct flock lock;
+    const bool locked = each_range(
+        bytes, [&](byte_range range) { return lock_call(descriptor, F_OFD_SETLK, type, range, lock); });
+    return locked ? share_result::granted : result_of_failure();
+}
+
+// Whether nobody else has a lock there.
+bool is_free(int descriptor, byte_range range) {
+    struct flock lock;
+    return !lock_call(descriptor, F_OFD_GETLK, F_WRLCK, range, lock) || lock.l_type == F_UNLCK;
+}
+
+bool are_free(int descriptor, unsigned bytes) {
+    // Mostly nobody is there at all, and one call tells. What lies between the tested bytes may be taken.
+    return is_free(descriptor, hull_of(bytes))
+           || each_range(bytes, [&](byte_range range) { return is_free(descriptor, range); });
+}
+
+share_result try_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights) {
+    unsigned own = own_bytes(claim);
+    unsigned opposite = opposite_bytes(claim);
+    // Who denies everything can be there with nobody, so taking all bytes excludes nobody who could stay.
+    if (claim.denies_reads && claim.denies_writes)
+        own = opposite = all_bytes;
+    const bool one_call_decides = own == opposite && rights.writes;
+    const bool exclusive = one_call_decides || !rights.reads;
+    const share_result result = lock_bytes(descriptor, exclusive ? F_WRLCK : F_RDLCK, own);
+    if (result != share_result::granted || one_call_decides || are_free(descriptor, opposite))
+        return result;
+    return share_result::conflict;
+}
+
+// A moment of a length that the other side of a race does not choose as well.
+void wait_a_little(int after_try) {
+    if (after_try == 0) {
+        sched_yield();
+        return;
+    }
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const timespec pause{0, 50'000L * after_try + now.tv_nsec % 100'000};
+    nanosleep(&pause, nullptr);
+}
+
+} // namespace
+
+share_result take_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights) {
+    for (int i = 0;; ++i) {
+        const share_result result = try_claim(descriptor, claim, rights);
+        if (result == share_result::granted)
+            return result;
+        give_back_claim(descriptor);
+        if (result == share_result::unsupported || i + 1 == tries)
+            return result;
+        wait_a_little(i);
+    }
+}
+
+void end_writing(int descriptor, const share_claim& claim) {
+    if (!claim.reads)
+        give_back_claim(descriptor);
+    else
+        lock_bytes(descriptor, F_UNLCK, writing);
+}
+
+void give_back_claim(int descriptor) {
+    struct flock lock;
+    lock_call(descriptor, F_OFD_SETLK, F_UNLCK, {0, byte_count}, lock);
+}
+
+} // namespace platform

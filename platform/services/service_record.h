@@ -1,0 +1,28 @@
+// Inside the layer: the record of an installed service as the text of a file, and its name as that of a directory.
+//
+//     zu service 1
+//     name Print spooler
+//     type 16
+//     command "C:\spool\spooler" -quiet
+//     depends network
+//
+// One line for each value, in any order; lines of another kind are left alone. Values are UTF-8, but for control
+// characters, the percent sign and halves of surrogate pairs: %25, %uD800.
+#pragma once
+
+#include <string>
+
+#include "platform/services/service_manager.h"
+
+namespace platform {
+
+std::string text_of(const service_record& record);
+
+// False when the text is no record.
+bool read_record(std::string_view text, service_record& out);
+
+// A name that is the same for all spellings of a service's name, and different for different ones but for very long
+// names, which are cut and told apart by a number computed from them.
+std::string directory_name_of(wide_view service_name);
+
+} // namespace platform

@@ -1,0 +1,370 @@
+// The calls on sockets.
+#include <fcntl.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/core/descriptor.h"
+#include "platform/core/retry.h"
+#include "platform/sockets/datagram.h"
+#include "platform/sockets/socket_error.h"
+#include "platform/sockets/socket_state.h"
+
+namespace platform {
+
+namespace {
+
+int descriptor_of(SOCKET socket) {
+    return static_cast<int>(socket);
+}
+
+int failure_from_errno() {
+    return socket_failure(code_of_socket_errno(errno));
+}
+
+// These calls clear the last-error code when they succeed; accept, connect and closesocket leave it.
+int cleared(ssize_t result) {
+    SetLastError(ERROR_SUCCESS);
+    return static_cast<int>(result);
+}
+
+// EAGAIN is also how a blocking socket reports that the time-out among its options has passed, and how one that does
+// not block reports an attempt to connect that goes on.
+DWORD code_of_wait(int descriptor, int flags) {
+    if (stream_state_of(descriptor) == stream_state::pending)
+        return WSAENOTCONN;
+    return !(flags & MSG_DONTWAIT) && socket_blocks(descriptor) ? WSAETIMEDOUT : WSAEWOULDBLOCK;
+}
+
+bool too_short(const sockaddr* address, int length) {
+    return !address || length < static_cast<int>(sizeof(sockaddr_in));
+}
+
+// ---- Ports -----------------------------------------------------------------------------------------------------
+
+// The kernel gives a port to a second socket only when both have this option, and never beside a listener. Sockets
+// get it when they listen, and what they accept inherits it, so that whatever lingers of a server, even after a kill,
+// makes way. Others get it when they are closed: until then they keep their port to themselves.
+void give_way(int descriptor, int on) {
+    ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+}
+
+int bind_where_others_gave_way(int descriptor, const sockaddr* address, int length) {
+    give_way(descriptor, 1);
+    const int result = ::bind(descriptor, address, static_cast<socklen_t>(length));
+    const int error = errno;
+    give_way(descriptor, 0);
+    errno = error;
+    return result;
+}
+
+// ---- Connecting ------------------------------------------------------------------------------------------------
+
+// What the kernel would take in another sense: a zero address is the loopback, no family dissolves a connection.
+DWORD code_of_destination(int family, int type, const sockaddr* address, int length) {
+    if (too_short(address, length))
+        return WSAEFAULT;
+    if (address->sa_family == AF_UNSPEC)
+        return WSAEAFNOSUPPORT;
+    if (family != AF_INET || type != SOCK_STREAM || address->sa_family != AF_INET)
+        return ERROR_SUCCESS;
+    sockaddr_in target;
+    std::memcpy(&target, address, sizeof target);
+    return target.sin_addr.s_addr == INADDR_ANY || target.sin_port == 0 ? WSAEADDRNOTAVAIL : ERROR_SUCCESS;
+}
+
+// An interrupted attempt goes on by itself; asking for it again would fail with EALREADY.
+int wait_for_attempt(int descriptor) {
+    pollfd watched{descriptor, POLLOUT, 0};
+    while (poll(&watched, 1, -1) < 0 && errno == EINTR) {}
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0)
+        return 0;
+    errno = error;
+    return -1;
+}
+
+// ---- Accepting -------------------------------------------------------------------------------------------------
+
+// What is wrong with the socket comes before what is wrong with the caller's record.
+DWORD code_of_bad_place_for_peer(int listener) {
+    if (const int type = socket_type(listener); type != SOCK_STREAM)
+        return type < 0 ? WSAENOTSOCK : WSAEOPNOTSUPP;
+    if (stream_state_of(listener) != stream_state::listening)
+        return WSAEINVAL;
+    pollfd waiting{listener, POLLIN, 0};
+    return socket_blocks(listener) || poll(&waiting, 1, 0) > 0 ? WSAEFAULT : WSAEWOULDBLOCK;
+}
+
+// ---- Options ---------------------------------------------------------------------------------------------------
+
+bool is_switch(int level, int option) {
+    if (level == IPPROTO_TCP)
+        return option == TCP_NODELAY;
+    return level == SOL_SOCKET
+           && (option == SO_KEEPALIVE || option == SO_REUSEADDR || option == SO_BROADCAST
+               || option == SO_OOBINLINE || option == SO_DONTROUTE);
+}
+
+bool is_timeout(int level, int option) {
+    return level == SOL_SOCKET && (option == SO_RCVTIMEO || option == SO_SNDTIMEO);
+}
+
+// A caller's wish would undo the layer's own use of the option.
+bool is_kept_by_the_layer(int descriptor, int level, int option) {
+    return level == SOL_SOCKET && option == SO_REUSEADDR && socket_type(descriptor) == SOCK_STREAM;
+}
+
+int set_option(int descriptor, int level, int option, const void* value, int length) {
+    return ::setsockopt(descriptor, level, option, value, static_cast<socklen_t>(length));
+}
+
+// A time-out as the platform has it, a count of milliseconds. The length tells it from the host's record.
+int set_timeout(int descriptor, int option, const char* value) {
+    uint32_t milliseconds;
+    std::memcpy(&milliseconds, value, sizeof milliseconds);
+    timeval time;
+    time.tv_sec = milliseconds / 1000;
+    time.tv_usec = milliseconds % 1000 * 1000;
+    return set_option(descriptor, SOL_SOCKET, option, &time, sizeof time);
+}
+
+// ---- Sending and receiving -------------------------------------------------------------------------------------
+
+DWORD code_of_failed_send(int descriptor, int flags, const sockaddr* address, int address_length) {
+    const int error = errno;
+    switch (error) {
+    case EAGAIN: return code_of_wait(descriptor, flags);
+    case EDESTADDRREQ: return WSAENOTCONN;
+    case EINVAL: return address && too_short(address, address_length) ? WSAEFAULT : WSAEINVAL;
+    case ECONNREFUSED: return socket_type(descriptor) == SOCK_DGRAM ? WSAECONNRESET : WSAENOTCONN;
+    case EPIPE:
+        switch (stream_state_of(descriptor)) {
+        case stream_state::fresh:
+        case stream_state::failed:
+        case stream_state::listening: return WSAENOTCONN;
+        case stream_state::half_shut:
+        case stream_state::both_shut: return WSAESHUTDOWN;
+        default: return WSAECONNRESET;
+        }
+    default: return code_of_socket_errno(error);
+    }
+}
+
+DWORD code_of_failed_receive(int descriptor, int flags) {
+    const int error = errno;
+    switch (error) {
+    case EAGAIN: return code_of_wait(descriptor, flags);
+    // A datagram that nobody took; a connection that never came about.
+    case ECONNREFUSED: return socket_type(descriptor) == SOCK_DGRAM ? WSAECONNRESET : WSAENOTCONN;
+    default: return code_of_socket_errno(error);
+    }
+}
+
+// The end of a stream whose peer has closed nothing is this side's own doing.
+bool shut_by_ourselves(int descriptor) {
+    const stream_state state = stream_state_of(descriptor);
+    return state == stream_state::open || state == stream_state::half_shut;
+}
+
+} // namespace
+
+SOCKET socket(int family, int type, int protocol) {
+    if (!sockets_started())
+        return INVALID_SOCKET;
+    const int descriptor = beyond_standard(::socket(family, type | SOCK_CLOEXEC, protocol));
+    const int plain_type = type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (descriptor < 0) {
+        if (errno != EINVAL)
+            failure_from_errno();
+        else
+            SetLastError(plain_type < SOCK_STREAM || plain_type > SOCK_PACKET ? WSAESOCKTNOSUPPORT
+                                                                              : WSAEPROTONOSUPPORT);
+        return INVALID_SOCKET;
+    }
+    if (plain_type == SOCK_DGRAM)
+        begin_datagrams(descriptor);
+    return static_cast<SOCKET>(cleared(descriptor));
+}
+
+SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
+    if (!sockets_started())
+        return INVALID_SOCKET;
+    const int listener = descriptor_of(socket);
+    if (address && (!length || too_short(address, *length))) { // before a connection is taken, and lost
+        SetLastError(code_of_bad_place_for_peer(listener));
+        return INVALID_SOCKET;
+    }
+    const int mode = SOCK_CLOEXEC | (socket_blocks(listener) ? 0 : SOCK_NONBLOCK);
+    const int descriptor = beyond_standard(
+        retried([&] { return ::accept4(listener, address, reinterpret_cast<socklen_t*>(length), mode); }));
+    if (descriptor < 0) {
+        SetLastError(errno == EAGAIN ? code_of_wait(listener, 0) : code_of_socket_errno(errno));
+        return INVALID_SOCKET;
+    }
+    return static_cast<SOCKET>(descriptor);
+}
+
+int closesocket(SOCKET socket) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    const int type = socket_type(descriptor);
+    if (type < 0) // a stray number must not close a file
+        return socket_failure(WSAENOTSOCK);
+    if (type == SOCK_STREAM)
+        give_way(descriptor, 1);
+    ::close(descriptor); // gone whatever it reports
+    return 0;
+}
+
+int bind(SOCKET socket, const sockaddr* address, int length) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    int result = ::bind(descriptor, address, static_cast<socklen_t>(length));
+    if (result < 0 && errno == EADDRINUSE && socket_type(descriptor) == SOCK_STREAM)
+        result = bind_where_others_gave_way(descriptor, address, length);
+    if (result == 0)
+        return cleared(0);
+    if (errno == EINVAL && too_short(address, length))
+        return socket_failure(WSAEFAULT);
+    return failure_from_errno();
+}
+
+int connect(SOCKET socket, const sockaddr* address, int length) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    const int type = socket_type(descriptor);
+    if (type < 0)
+        return failure_from_errno();
+    if (const DWORD code = code_of_destination(socket_family(descriptor), type, address, length))
+        return socket_failure(code);
+    // The kernel reports an attempt that has failed since when the next one is made, and does not make it.
+    const bool has_failed_before = stream_state_of(descriptor) == stream_state::failed;
+    const auto attempt = [&] { return ::connect(descriptor, address, static_cast<socklen_t>(length)); };
+    int result = attempt();
+    if (result < 0 && has_failed_before)
+        result = attempt();
+    if (result < 0 && errno == EINTR)
+        result = wait_for_attempt(descriptor);
+    if (result == 0)
+        return 0;
+    if (errno == EINPROGRESS)
+        return socket_failure(socket_blocks(descriptor) ? WSAETIMEDOUT : WSAEWOULDBLOCK);
+    return failure_from_errno();
+}
+
+int listen(SOCKET socket, int backlog) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    if (socket_type(descriptor) == SOCK_STREAM) {
+        if (!socket_is_bound(descriptor)) // the kernel would choose a port
+            return socket_failure(WSAEINVAL);
+        give_way(descriptor, 1);
+    }
+    return ::listen(descriptor, backlog < 0 ? 0 : backlog) == 0 ? cleared(0) : failure_from_errno();
+}
+
+int setsockopt(SOCKET socket, int level, int option, const char* value, int length) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    if (socket_type(descriptor) < 0)
+        return failure_from_errno();
+    if (!value || length <= 0)
+        return socket_failure(WSAEFAULT);
+    int number = 0;
+    constexpr int number_size = sizeof number;
+    int result;
+    if (is_timeout(level, option) && length == number_size) {
+        result = set_timeout(descriptor, option, value);
+    } else if (is_switch(level, option)) {
+        std::memcpy(&number, value, static_cast<size_t>(length < number_size ? length : number_size));
+        result = is_kept_by_the_layer(descriptor, level, option)
+                     ? 0
+                     : set_option(descriptor, level, option, &number, number_size);
+    } else {
+        result = set_option(descriptor, level, option, value, length);
+    }
+    if (result == 0)
+        return cleared(0);
+    return errno == EINVAL && length < number_size ? socket_failure(WSAEFAULT) : failure_from_errno();
+}
+
+int ioctlsocket(SOCKET socket, long command, unsigned long* argument) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    if (socket_type(descriptor) < 0)
+        return failure_from_errno();
+    if (static_cast<unsigned long>(command) != FIONBIO)
+        return socket_failure(WSAEINVAL);
+    if (!argument)
+        return socket_failure(WSAEFAULT);
+    int on = *argument != 0;
+    return ::ioctl(descriptor, FIONBIO, &on) == 0 ? cleared(0) : failure_from_errno();
+}
+
+int send(SOCKET socket, const char* buffer, int length, int flags) {
+    return platform::sendto(socket, buffer, length, flags, nullptr, 0);
+}
+
+int sendto(SOCKET socket, const char* buffer, int length, int flags, const sockaddr* address,
+           int address_length) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    if (length < 0)
+        return socket_failure(WSAEFAULT);
+    const auto attempt = [&] {
+        return retried([&] {
+            return ::sendto(descriptor, buffer, static_cast<size_t>(length), flags | MSG_NOSIGNAL, address,
+                            static_cast<socklen_t>(address_length));
+        });
+    };
+    ssize_t sent = attempt();
+    for (int again = 0; sent < 0 && again < 3 && may_tell_of_an_earlier_datagram(descriptor); ++again)
+        sent = attempt(); // a failure of its own comes again
+    return sent >= 0 ? cleared(sent)
+                     : socket_failure(code_of_failed_send(descriptor, flags, address, address_length));
+}
+
+int recv(SOCKET socket, char* buffer, int capacity, int flags) {
+    return platform::recvfrom(socket, buffer, capacity, flags, nullptr, nullptr);
+}
+
+int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* address, int* address_length) {
+    if (!sockets_started())
+        return SOCKET_ERROR;
+    const int descriptor = descriptor_of(socket);
+    if (capacity < 0 || (address && !address_length))
+        return socket_failure(WSAEFAULT);
+    const bool maybe_datagram = datagrams_in_use();
+    if (maybe_datagram && waits_in_vain(descriptor))
+        return socket_failure(WSAEINVAL);
+    const size_t size = static_cast<size_t>(capacity);
+    auto* length = reinterpret_cast<socklen_t*>(address_length);
+    bool truncated = false;
+    const ssize_t received =
+        maybe_datagram
+            ? receive_maybe_datagram(descriptor, buffer, size, flags, address, length, truncated)
+            : retried([&] { return ::recvfrom(descriptor, buffer, size, flags, address, length); });
+    if (received < 0)
+        return socket_failure(code_of_failed_receive(descriptor, flags));
+    if (truncated)
+        return socket_failure(WSAEMSGSIZE);
+    if (received == 0 && capacity > 0 && shut_by_ourselves(descriptor))
+        return socket_failure(WSAESHUTDOWN);
+    if (received == 0 && capacity > 0 && stream_state_of(descriptor) == stream_state::failed)
+        return socket_failure(WSAENOTCONN);
+    return cleared(received);
+}
+
+} // namespace platform

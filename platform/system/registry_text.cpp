@@ -1,0 +1,291 @@
+// The text form of the registry:
+//
+//     [HKEY_LOCAL_MACHINE\Software\Zu]      a key; with - behind the bracket it is removed again
+//     "name"="text, with \\ and \""         a text may go over several lines
+//     @=dword:0000000a                      the default value
+//     "list"=hex(7):61,00,\                 bytes of any type; plain hex is binary
+//       00,00,00,00
+//     "name"=-                              removed again
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "platform/api/system.h"
+#include "platform/system/registry.h"
+#include "platform/text/case_fold.h"
+#include "platform/text/utf8.h"
+
+namespace platform {
+
+std::u16string folded_name(wide_view name) {
+    std::u16string folded(name);
+    for (WCHAR& unit : folded)
+        unit = static_cast<WCHAR>(fold_case(unit));
+    return folded;
+}
+
+wide_view take_key_name(wide_view& path) {
+    path.remove_prefix(std::min(path.find_first_not_of(u'\\'), path.size()));
+    const wide_view name = path.substr(0, path.find(u'\\'));
+    path.remove_prefix(name.size());
+    return name;
+}
+
+const registry_node* registry_node::find(wide_view path) const {
+    const registry_node* at = this;
+    for (wide_view name; !(name = take_key_name(path)).empty();) {
+        const auto found = at->keys.find(folded_name(name));
+        if (found == at->keys.end())
+            return nullptr;
+        at = found->second.get();
+    }
+    return at;
+}
+
+namespace {
+
+std::u16string wide_text(std::string_view file) {
+    const bool little = file.starts_with("\xFF\xFE"), big = file.starts_with("\xFE\xFF");
+    if (little || big) {
+        std::u16string text(file.size() / 2 - 1, 0);
+        std::memcpy(text.data(), file.data() + 2, text.size() * sizeof(WCHAR));
+        if (little != (std::endian::native == std::endian::little)) {
+            for (WCHAR& unit : text)
+                unit = static_cast<WCHAR>(unit << 8 | unit >> 8);
+        }
+        return text;
+    }
+    if (file.starts_with("\xEF\xBB\xBF"))
+        file.remove_prefix(3);
+    std::u16string text(wide_size(file.data(), file.size()), 0);
+    wide_from_utf8(file.data(), file.size(), text.data(), text.size());
+    return text;
+}
+
+int hex_digit(WCHAR unit) {
+    if (unit >= u'0' && unit <= u'9')
+        return unit - u'0';
+    const int letter = (unit | 0x20) - u'a';
+    return letter >= 0 && letter < 6 ? letter + 10 : -1;
+}
+
+// A place in the text. What is taken is gone; what does not fit is left.
+class cursor {
+public:
+    explicit cursor(wide_view text) : rest_(text) {}
+
+    bool at_end() const { return rest_.empty(); }
+    void skip(size_t units) { rest_.remove_prefix(units); }
+
+    bool take(wide_view word) {
+        const bool fits = rest_.size() >= word.size()
+                          && std::equal(word.begin(), word.end(), rest_.begin(),
+                                        [](WCHAR wanted, WCHAR unit) { return fold_case(unit) == wanted; });
+        if (fits)
+            skip(word.size());
+        return fits;
+    }
+
+    void skip_blanks() { skip(std::min(rest_.find_first_not_of(u" \t\r"), rest_.size())); }
+
+    // The end of the line, after blanks and perhaps a comment.
+    bool is_at_line_end() {
+        skip_blanks();
+        return rest_.empty() || rest_[0] == u'\n' || rest_[0] == u';';
+    }
+
+    wide_view take_line() {
+        const wide_view line = rest_.substr(0, rest_.find(u'\n'));
+        skip(std::min(line.size() + 1, rest_.size()));
+        return line;
+    }
+
+    // Up to `most` hexadecimal digits; false for none.
+    bool take_hex(int most, DWORD& value) {
+        value = 0;
+        int taken = 0;
+        for (int digit; taken < most && !at_end() && (digit = hex_digit(rest_[0])) >= 0; ++taken, skip(1))
+            value = value << 4 | static_cast<DWORD>(digit);
+        return taken > 0;
+    }
+
+    // A text in quotation marks, where a backslash stands before a backslash or a quotation mark that is meant.
+    bool take_quoted(std::u16string& text, bool over_lines) {
+        if (!take(u"\""))
+            return false;
+        for (size_t i = 0; i < rest_.size(); ++i) {
+            const WCHAR unit = rest_[i];
+            if (unit == u'"') {
+                skip(i + 1);
+                return true;
+            }
+            if (unit == u'\n' && !over_lines)
+                return false;
+            const bool escapes =
+                unit == u'\\' && i + 1 < rest_.size() && (rest_[i + 1] == u'\\' || rest_[i + 1] == u'"');
+            text += rest_[escapes ? ++i : i];
+        }
+        return false;
+    }
+
+    // Bytes between commas; a backslash at the end of a line goes on in the next.
+    bool take_bytes(std::vector<BYTE>& bytes) {
+        do {
+            skip_continuation();
+            if (is_at_line_end())
+                return true;
+            DWORD byte;
+            if (!take_hex(2, byte))
+                return false;
+            bytes.push_back(static_cast<BYTE>(byte));
+            skip_continuation();
+        } while (take(u","));
+        return true;
+    }
+
+private:
+    void skip_continuation() {
+        skip_blanks();
+        while (!at_end() && rest_[0] == u'\\') {
+            cursor after = *this;
+            after.skip(1);
+            if (!after.is_at_line_end())
+                return;
+            after.take_line();
+            after.skip_blanks();
+            *this = after;
+        }
+    }
+
+    wide_view rest_;
+};
+
+// The right side of a value's line.
+bool take_data(cursor& at, registry_value& value) {
+    std::u16string text;
+    DWORD number;
+    if (at.take_quoted(text, true)) {
+        value.type = REG_SZ;
+        const auto* bytes = reinterpret_cast<const BYTE*>(text.c_str());
+        value.data.assign(bytes, bytes + (text.size() + 1) * sizeof(WCHAR));
+    } else if (at.take(u"dword:")) {
+        at.skip_blanks();
+        if (!at.take_hex(8, number))
+            return false;
+        value.type = REG_DWORD;
+        value.data.resize(sizeof number);
+        std::memcpy(value.data.data(), &number, sizeof number);
+    } else if (at.take(u"hex")) {
+        value.type = REG_BINARY;
+        if (at.take(u"(") && !(at.take_hex(8, value.type) && at.take(u")")))
+            return false;
+        if (!at.take(u":") || !at.take_bytes(value.data))
+            return false;
+    } else {
+        return false;
+    }
+    return at.is_at_line_end();
+}
+
+class reader {
+public:
+    reader(wide_view text, registry_node& roots) : at_(text), roots_(roots) {}
+
+    void read() {
+        while (!at_.at_end()) {
+            at_.skip_blanks();
+            if (at_.take(u"[")) {
+                read_key(at_.take_line());
+                continue;
+            }
+            cursor after = at_;
+            if (key_ && take_value(after))
+                at_ = after;
+            at_.take_line();
+        }
+    }
+
+private:
+    // `line` follows the bracket. The values after a line that names no key belong to none.
+    void read_key(wide_view line) {
+        key_ = nullptr;
+        const size_t bracket = line.rfind(u']');
+        if (bracket == wide_view::npos)
+            return;
+        wide_view path = line.substr(0, bracket);
+        if (path.starts_with(u'-'))
+            remove_key(path.substr(1));
+        else
+            key_ = make_key(path);
+    }
+
+    registry_node* make_key(wide_view path) {
+        if (!is_possible(path))
+            return nullptr;
+        registry_node* at = &roots_;
+        for (wide_view name; !(name = take_key_name(path)).empty();) {
+            std::unique_ptr<registry_node>& key = at->keys[folded_name(name)];
+            if (!key)
+                key = std::make_unique<registry_node>();
+            at = key.get();
+        }
+        return at;
+    }
+
+    static bool is_possible(wide_view path) {
+        size_t depth = 0;
+        for (wide_view name; !(name = take_key_name(path)).empty(); ++depth) {
+            if (name.size() > longest_key_name || depth == deepest_key)
+                return false;
+        }
+        return depth > 0;
+    }
+
+    void remove_key(wide_view path) {
+        registry_node* at = &roots_;
+        for (wide_view name = take_key_name(path); !name.empty();) {
+            const auto found = at->keys.find(folded_name(name));
+            if (found == at->keys.end())
+                return;
+            name = take_key_name(path);
+            if (name.empty())
+                at->keys.erase(found);
+            else
+                at = found->second.get();
+        }
+    }
+
+    bool take_value(cursor& line) {
+        std::u16string name;
+        if (!line.take(u"@") && !line.take_quoted(name, false))
+            return false;
+        line.skip_blanks();
+        if (!line.take(u"="))
+            return false;
+        line.skip_blanks();
+        name = folded_name(name);
+        if (line.take(u"-")) {
+            if (line.is_at_line_end())
+                key_->values.erase(name);
+            return line.is_at_line_end();
+        }
+        registry_value value{};
+        if (!take_data(line, value))
+            return false;
+        key_->values.insert_or_assign(std::move(name), std::move(value));
+        return true;
+    }
+
+    cursor at_;
+    registry_node& roots_;
+    registry_node* key_ = nullptr;
+};
+
+} // namespace
+
+void read_registry_text(std::string_view file, registry_node& roots) {
+    const std::u16string text = wide_text(file);
+    reader(text, roots).read();
+}
+
+} // namespace platform

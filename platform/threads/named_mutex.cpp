@@ -1,0 +1,333 @@
+// Mutexes: the object that a process has for each, its owner, and the waits.
+#include <pthread.h>
+
+#include <algorithm>
+#include <climits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+#include <vector>
+
+#include "platform/access/access_list.h"
+#include "platform/api/threads.h"
+#include "platform/core/waitable.h"
+#include "platform/threads/mutex_file.h"
+
+namespace platform {
+
+namespace {
+
+constexpr size_t longest_name = 260;
+
+// What all handles of one mutex in this process share. Threads of the process exclude each other by the gate, and
+// whoever has passed it competes with other processes for the file.
+struct shared_mutex {
+    struct gate_event : waitable {
+        static constexpr object_kind kind{};
+        gate_event() : waitable(kind, when_taken::counts_down, 1) {}
+    };
+
+    ~shared_mutex() { gate->release(); }
+
+    std::u16string name; // empty: of this process alone
+    mutex_file file;
+    int users = 0; // handles and running waits; guarded by the lock of the list of mutexes
+    gate_event* gate = new gate_event;
+    std::atomic<uintptr_t> owner{0};
+    uint32_t depth = 0;     // of the owner
+    bool abandoned = false; // without a file to say so; guarded by the gate
+};
+
+using shared_pointer = std::shared_ptr<shared_mutex>;
+
+// Both live until the very end of the process, where threads may still end.
+std::mutex& list_lock() {
+    static std::mutex* const lock = new std::mutex;
+    return *lock;
+}
+
+std::map<std::u16string, shared_pointer>& mutexes_by_name() {
+    static auto* const list = new std::map<std::u16string, shared_pointer>;
+    return *list;
+}
+
+uintptr_t this_thread() {
+    return reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()));
+}
+
+// The last user of a mutex closes its file. A call that uses it is one, since another thread may close the handle.
+void leave(shared_mutex& mutex) {
+    const std::lock_guard<std::mutex> held(list_lock());
+    if (--mutex.users > 0 || mutex.name.empty())
+        return;
+    mutexes_by_name().erase(mutex.name);
+    mutex.file.close();
+}
+
+// The mutexes that this thread owns, so that its end abandons them.
+using owned_list = std::vector<shared_pointer>;
+
+void abandon_all(void* ending) {
+    auto* owned = static_cast<owned_list*>(ending);
+    for (const shared_pointer& one : *owned) {
+        const std::lock_guard<std::mutex> held(list_lock());
+        one->owner.store(0, std::memory_order_relaxed);
+        one->abandoned = one->name.empty();
+        if (!one->name.empty() && one->users > 0)
+            one->file.abandon();
+        one->gate->set();
+    }
+    delete owned;
+}
+
+owned_list* owned_by_this_thread() {
+    static const pthread_key_t key = [] {
+        pthread_key_t made;
+        return pthread_key_create(&made, abandon_all) == 0 ? made
+                                                           : static_cast<pthread_key_t>(PTHREAD_KEYS_MAX);
+    }();
+    auto* owned = static_cast<owned_list*>(pthread_getspecific(key));
+    if (owned)
+        return owned;
+    owned = new (std::nothrow) owned_list;
+    if (owned && pthread_setspecific(key, owned) == 0)
+        return owned;
+    delete owned;
+    return nullptr;
+}
+
+// Guarded by the lock of the list: `close` takes it.
+struct mutex_handle : object {
+    static constexpr object_kind kind{};
+    mutex_handle(shared_pointer of, DWORD rights) : object(kind), mutex(std::move(of)), access(rights) {}
+
+    DWORD close() override {
+        leave(*mutex);
+        return ERROR_SUCCESS;
+    }
+
+    // A wait for several objects cannot take a lock that lives in the kernel together with the others.
+    waitable* as_waitable() override {
+        SetLastError(access & SYNCHRONIZE ? ERROR_NOT_SUPPORTED : ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+
+    const shared_pointer mutex;
+    const DWORD access;
+};
+
+// A forked child is a process of its own: it owns no named mutex, whatever its parent does, and none of the threads
+// that may have been at the gate exists in it.
+void start_as_child() {
+    for (const auto& [name, mutex] : mutexes_by_name()) {
+        mutex->owner.store(0, std::memory_order_relaxed);
+        mutex->depth = 0;
+        mutex->gate = new shared_mutex::gate_event; // the old one may be in use for ever
+        mutex->file.reopen(name);
+    }
+    if (owned_list* const owned = owned_by_this_thread())
+        std::erase_if(*owned, [](const shared_pointer& one) { return !one->name.empty(); });
+    list_lock().unlock();
+}
+
+// A child forked while another thread holds the lock must find it free.
+[[maybe_unused]] const int fork_handlers =
+    pthread_atfork([] { list_lock().lock(); }, [] { list_lock().unlock(); }, start_as_child);
+
+// A call that uses the mutex of a handle.
+class running_call {
+public:
+    explicit running_call(HANDLE handle) {
+        const std::lock_guard<std::mutex> held(list_lock());
+        if (const auto* const found = static_cast<mutex_handle*>(guarded_object_of(handle))) {
+            mutex = found->mutex;
+            access = found->access;
+            ++mutex->users;
+        }
+    }
+    ~running_call() {
+        if (mutex)
+            leave(*mutex);
+    }
+    running_call(const running_call&) = delete;
+    running_call& operator=(const running_call&) = delete;
+
+    shared_pointer mutex; // null: the handle is not that of a mutex
+    DWORD access = 0;
+};
+
+} // namespace
+
+namespace {
+
+// Keeps it among those that its thread owns, in place of those that were closed while they were owned.
+void add_owned(owned_list& owned, const shared_pointer& mutex) {
+    if (!owned.empty()) {
+        const std::lock_guard<std::mutex> held(list_lock());
+        std::erase_if(owned, [](const shared_pointer& one) { return one->users == 0; });
+    }
+    owned.push_back(mutex);
+}
+
+} // namespace
+
+DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
+    const running_call call(handle);
+    shared_mutex* const mutex = call.mutex.get();
+    if (!mutex || !(call.access & SYNCHRONIZE)) {
+        SetLastError(mutex ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE);
+        return WAIT_FAILED;
+    }
+    const uintptr_t self = this_thread();
+    // Relaxed: only this thread ever writes its own address here.
+    if (mutex->owner.load(std::memory_order_relaxed) == self) {
+        ++mutex->depth;
+        return WAIT_OBJECT_0;
+    }
+    owned_list* const owned = owned_by_this_thread();
+    if (!owned) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return WAIT_FAILED;
+    }
+    const deadline until(milliseconds);
+    if (const DWORD result = mutex->gate->wait(milliseconds); result != WAIT_OBJECT_0)
+        return result;
+    bool abandoned = mutex->abandoned;
+    if (!mutex->name.empty()) {
+        const mutex_file::taken taken = mutex->file.lock(until);
+        if (taken == mutex_file::taken::too_late || taken == mutex_file::taken::failed) {
+            mutex->gate->set();
+            return taken == mutex_file::taken::failed ? WAIT_FAILED : static_cast<DWORD>(WAIT_TIMEOUT);
+        }
+        abandoned = taken == mutex_file::taken::abandoned;
+    }
+    mutex->abandoned = false;
+    mutex->depth = 1;
+    mutex->owner.store(self, std::memory_order_relaxed);
+    add_owned(*owned, call.mutex);
+    return abandoned ? WAIT_ABANDONED_0 : WAIT_OBJECT_0;
+}
+
+namespace {
+
+// What a name may begin with, and what makes no difference on a machine with one space of names: the length of
+// `Local\`, `Global\` or `Session\N\`.
+size_t prefix_length(std::u16string_view name) {
+    constexpr std::u16string_view local = u"Local\\", global = u"Global\\", session = u"Session\\";
+    for (const std::u16string_view prefix : {local, global}) {
+        if (name.starts_with(prefix))
+            return prefix.size();
+    }
+    if (!name.starts_with(session))
+        return 0;
+    const size_t end = std::min(name.find_first_not_of(u"0123456789", session.size()), name.size() - 1);
+    return end > session.size() && name[end] == u'\\' ? end + 1 : 0;
+}
+
+// The name without that. 0 or the code.
+DWORD plain_name(const WCHAR* name, std::u16string& plain) {
+    plain = name;
+    if (plain.size() > longest_name)
+        return ERROR_FILENAME_EXCED_RANGE;
+    plain.erase(0, prefix_length(plain));
+    if (plain.empty())
+        return ERROR_INVALID_NAME;
+    if (plain == u"Global") // the name of the space itself
+        return ERROR_INVALID_HANDLE;
+    if (plain[0] == u'\\')
+        return ERROR_BAD_PATHNAME;
+    return plain.find(u'\\') == std::u16string::npos ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+}
+
+// The mutex of a name, in the list, with the caller's handle counted. Null with the code set.
+shared_pointer find_or_open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed) {
+    const std::lock_guard<std::mutex> held(list_lock());
+    auto& list = mutexes_by_name();
+    const auto known = list.find(name);
+    if (known != list.end()) {
+        existed = true;
+        ++known->second->users;
+        return known->second;
+    }
+    auto made = std::make_shared<shared_mutex>();
+    made->name = name;
+    made->users = 1;
+    const DWORD code = made->file.open(name, may_create, for_everyone, existed);
+    if (code != ERROR_SUCCESS) {
+        SetLastError(code);
+        return nullptr;
+    }
+    list.emplace(name, made);
+    return made;
+}
+
+// A handle of a mutex on which the caller counts; null, with the code set, when there can be none.
+HANDLE handle_of(const shared_pointer& mutex, DWORD access) {
+    auto* const opened = new (std::nothrow) mutex_handle(mutex, access);
+    if (!opened)
+        leave(*mutex);
+    return new_handle(opened, guarded_mark);
+}
+
+} // namespace
+
+HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name) {
+    bool existed = false;
+    shared_pointer mutex;
+    if (!name || !*name) {
+        mutex = std::make_shared<shared_mutex>();
+        mutex->users = 1;
+    } else {
+        std::u16string plain;
+        if (const DWORD code = plain_name(name, plain); code != ERROR_SUCCESS) {
+            SetLastError(code);
+            return nullptr;
+        }
+        mutex = find_or_open(plain, true, allows_everyone(attributes, MUTEX_ALL_ACCESS), existed);
+    }
+    if (!mutex)
+        return nullptr;
+    const HANDLE handle = handle_of(mutex, MUTEX_ALL_ACCESS);
+    if (!handle)
+        return nullptr;
+    if (initially_owned && !existed)
+        WaitForSingleObject(handle, 0);
+    SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return handle;
+}
+
+HANDLE OpenMutexW(DWORD access, BOOL, const WCHAR* name) {
+    std::u16string plain;
+    const DWORD code = !name    ? ERROR_INVALID_PARAMETER
+                       : !*name ? ERROR_INVALID_HANDLE
+                                : plain_name(name, plain);
+    if (code != ERROR_SUCCESS) {
+        SetLastError(code);
+        return nullptr;
+    }
+    bool existed = false;
+    const shared_pointer mutex = find_or_open(plain, false, false, existed);
+    return mutex ? handle_of(mutex, access) : nullptr;
+}
+
+BOOL ReleaseMutex(HANDLE handle) {
+    const running_call call(handle);
+    shared_mutex* const mutex = call.mutex.get();
+    if (!mutex || mutex->owner.load(std::memory_order_relaxed) != this_thread()) {
+        SetLastError(mutex ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE);
+        return FALSE;
+    }
+    if (--mutex->depth > 0)
+        return TRUE;
+    owned_list& owned = *owned_by_this_thread();
+    owned.erase(std::find(owned.rbegin(), owned.rend(), call.mutex).base() - 1); // mostly the latest
+    mutex->owner.store(0, std::memory_order_relaxed);
+    if (!mutex->name.empty())
+        mutex->file.unlock();
+    mutex->gate->set();
+    return TRUE;
+}
+
+} // namespace platform

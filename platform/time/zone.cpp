@@ -1,0 +1,114 @@
+// The runtime library's calendar calls: local time both ways, over a 32-bit time value.
+#include "platform/time/zone.h"
+
+#include <ctime>
+
+#include "platform/api/time.h"
+#include "platform/time/civil.h"
+
+namespace platform {
+
+namespace {
+
+// What a record says on a clock without a zone. Fields beyond their range carry.
+struct clock_reading {
+    int64_t seconds; // since 1970-01-01 00:00:00 on that clock
+    int64_t days;
+    int day_of_year;
+    bool carries;
+};
+
+clock_reading reading_of(const tm& local) {
+    int64_t year = local.tm_year + int64_t{1900};
+    int month = local.tm_mon;
+    bool carries = false;
+    if (month < 0 || month > 11) {
+        const int64_t years = civil::floor_divide(month, 12);
+        year += years;
+        month = static_cast<int>(month - years * 12);
+        carries = true;
+    }
+    const int64_t day_of_year = civil::days_before_month(year, month + 1) + int64_t{local.tm_mday} - 1;
+    const int64_t days = civil::days_before_year(year) + day_of_year;
+    const int64_t time_of_day = local.tm_hour * int64_t{3600} + local.tm_min * int64_t{60} + local.tm_sec;
+    carries = carries || local.tm_sec < 0 || local.tm_sec > 59 || local.tm_min < 0 || local.tm_min > 59
+              || local.tm_hour < 0 || local.tm_hour > 23 || local.tm_mday < 1
+              || local.tm_mday > civil::days_in_month(year, month + 1);
+    return {days * civil::seconds_per_day + time_of_day, days, static_cast<int>(day_of_year), carries};
+}
+
+void set_day(int64_t days, tm& local) {
+    const civil::date date = civil::date_of(days);
+    local.tm_mday = date.day;
+    local.tm_mon = date.month - 1;
+    local.tm_year = static_cast<int32_t>(date.year - 1900);
+    local.tm_wday = civil::weekday_of(days);
+    local.tm_yday = date.day_of_year;
+}
+
+void set_time_of_day(int32_t seconds, tm& local) {
+    local.tm_sec = seconds % 60;
+    local.tm_min = seconds / 60 % 60;
+    local.tm_hour = seconds / 3600;
+}
+
+constexpr int64_t two_days = 2 * civil::seconds_per_day;
+
+} // namespace
+
+void _tzset() {
+    zone::of_environment();
+}
+
+int32_t time(int32_t* out) {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    const int32_t value = now.tv_sec >= 0 && now.tv_sec <= last_time ? static_cast<int32_t>(now.tv_sec) : -1;
+    if (out)
+        *out = value;
+    return value;
+}
+
+int32_t mktime(tm* local) {
+    const clock_reading given = reading_of(*local);
+    if (given.seconds < -two_days || given.seconds > last_time + two_days)
+        return -1;
+    zone& here = zone::of_thread();
+    const int64_t time = here.time_of_local(given.seconds, local->tm_isdst);
+    if (time < 0 || time > last_time)
+        return -1;
+    const zone_span& span = here.at(time);
+    const int64_t seconds = time + span.offset;
+    if (seconds == given.seconds && !given.carries) {
+        local->tm_wday = civil::weekday_of(given.days);
+        local->tm_yday = given.day_of_year;
+    } else {
+        const int64_t days = civil::floor_divide(seconds, civil::seconds_per_day);
+        set_day(days, *local);
+        set_time_of_day(static_cast<int32_t>(seconds - days * civil::seconds_per_day), *local);
+    }
+    local->tm_isdst = span.daylight ? 1 : 0;
+    return static_cast<int32_t>(time);
+}
+
+const tm* localtime(const int32_t* value) {
+    struct thread_record {
+        int64_t days; // whose fields the record holds
+        tm local;
+    };
+    static constinit thread_local thread_record latest{INT64_MIN, {}};
+    if (!value || *value < 0)
+        return nullptr;
+    const zone_span& span = zone::of_thread().at(*value);
+    const int64_t seconds = *value + int64_t{span.offset};
+    const int64_t days = civil::floor_divide(seconds, civil::seconds_per_day);
+    if (days != latest.days) {
+        set_day(days, latest.local);
+        latest.days = days;
+    }
+    set_time_of_day(static_cast<int32_t>(seconds - days * civil::seconds_per_day), latest.local);
+    latest.local.tm_isdst = span.daylight ? 1 : 0;
+    return &latest.local;
+}
+
+} // namespace platform
