@@ -26,7 +26,7 @@
 #include "platform/core/error.h"
 #include "platform/core/retry.h"
 #include "platform/files/drives.h"
-#include "platform/files/lookup.h"
+#include "platform/files/place.h"
 #include "platform/services/service_directory.h"
 #include "platform/services/service_record.h"
 #include "platform/services/service_run.h"

@@ -14,9 +14,9 @@
 #include "platform/accounts/machine.h"
 #include "platform/accounts/token.h"
 #include "platform/core/descriptor.h"
-#include "platform/core/helper.h"
 #include "platform/core/retry.h"
 #include "platform/core/secret.h"
+#include "platform/core/start_helper.h"
 #include "platform/text/utf8.h"
 
 namespace platform {

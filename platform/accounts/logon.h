@@ -4,7 +4,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/accounts/accounts.h"
+#include "platform/accounts/host_users.h"
 
 namespace platform {
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/accounts/accounts.h"
+#include "platform/accounts/host_users.h"
 #include "platform/core/object.h"
 
 namespace platform {

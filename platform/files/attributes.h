@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "platform/files/lookup.h"
+#include "platform/files/place.h"
 
 namespace platform {
 

@@ -8,8 +8,8 @@
 #include "platform/api/files.h"
 #include "platform/core/error.h"
 #include "platform/files/attributes.h"
-#include "platform/files/hold.h"
-#include "platform/files/lookup.h"
+#include "platform/files/exclusive_claim.h"
+#include "platform/files/place.h"
 
 namespace platform {
 

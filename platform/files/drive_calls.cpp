@@ -5,8 +5,8 @@
 #include "platform/api/files.h"
 #include "platform/core/error.h"
 #include "platform/files/drives.h"
-#include "platform/files/lookup.h"
 #include "platform/files/name_map.h"
+#include "platform/files/place.h"
 #include "platform/files/volume.h"
 
 namespace platform {

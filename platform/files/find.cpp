@@ -11,8 +11,8 @@
 #include "platform/core/error.h"
 #include "platform/core/object.h"
 #include "platform/files/directory_scan.h"
-#include "platform/files/lookup.h"
-#include "platform/files/status.h"
+#include "platform/files/find_record.h"
+#include "platform/files/place.h"
 #include "platform/files/wildcard.h"
 
 namespace platform {

@@ -4,7 +4,7 @@
 #include "platform/api/files.h"
 #include "platform/core/error.h"
 #include "platform/files/attributes.h"
-#include "platform/files/lookup.h"
+#include "platform/files/place.h"
 
 namespace platform {
 

@@ -16,8 +16,8 @@
 
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
-#include "platform/core/helper.h"
 #include "platform/core/retry.h"
+#include "platform/core/start_helper.h"
 #include "platform/services/service_directory.h"
 
 namespace platform {

@@ -14,7 +14,7 @@
 #include "platform/api/files.h"
 #include "platform/api/text.h"
 #include "platform/core/error.h"
-#include "platform/files/lookup.h"
+#include "platform/files/place.h"
 
 namespace platform {
 

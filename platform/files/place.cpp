@@ -1,5 +1,5 @@
 // Finding what a path names on the host.
-#include "platform/files/lookup.h"
+#include "platform/files/place.h"
 
 #include "platform/core/error.h"
 #include "platform/files/directory_scan.h"

@@ -1,5 +1,5 @@
 // Keeping everybody away from a file.
-#include "platform/files/hold.h"
+#include "platform/files/exclusive_claim.h"
 
 #include <fcntl.h>
 

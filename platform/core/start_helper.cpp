@@ -1,5 +1,5 @@
 // Finding and starting zu-helper.
-#include "platform/core/helper.h"
+#include "platform/core/start_helper.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // The host's users and groups, and the identifiers that stand for them.
-#include "platform/accounts/accounts.h"
+#include "platform/accounts/host_users.h"
 
 #include <grp.h>
 #include <pwd.h>

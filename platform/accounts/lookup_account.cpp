@@ -1,7 +1,7 @@
 // LookupAccountNameW: what a name stands for.
 #include <cerrno>
 
-#include "platform/accounts/accounts.h"
+#include "platform/accounts/host_users.h"
 #include "platform/accounts/machine.h"
 #include "platform/core/error.h"
 

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "platform/core/descriptor.h"
-#include "platform/files/lookup.h"
+#include "platform/files/place.h"
 
 namespace platform {
 

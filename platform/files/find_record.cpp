@@ -1,5 +1,5 @@
 // Search records.
-#include "platform/files/status.h"
+#include "platform/files/find_record.h"
 
 #include <iterator>
 

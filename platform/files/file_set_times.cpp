@@ -8,7 +8,7 @@
 #include "platform/api/files.h"
 #include "platform/core/error.h"
 #include "platform/files/file.h"
-#include "platform/files/status.h"
+#include "platform/files/find_record.h"
 #include "platform/time/host_time.h"
 
 namespace platform {
