@@ -45,12 +45,6 @@ constexpr DWORD silent_start_ms = 500;
 // What the program's own children get to end by themselves, once it has ended.
 constexpr DWORD children_limit_ms = 5000;
 
-std::string utf8_of(wide_view text) {
-    std::string bytes(utf8_size(text.data(), text.size()), '\0');
-    utf8_from_wide(text.data(), text.size(), bytes.data(), bytes.size());
-    return bytes;
-}
-
 bool is_drive_path(wide_view path) {
     return (path.size() > 1 && is_drive_letter(path[0]) && path[1] == u':') || path.substr(0, 2) == u"\\\\";
 }

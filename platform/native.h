@@ -269,7 +269,7 @@ inline const tm* localtime(const int32_t* value) {
     return ::_localtime64(&time);
 }
 
-// A write to a pipe without a reader is an ordinary failure here.
+// A write to a pipe without a reader is an ordinary failure here: nothing has to be held back.
 struct quiet_pipes {
     quiet_pipes() {}
     ~quiet_pipes() {}

@@ -1,4 +1,4 @@
-// Inside the layer: the host's users and groups, and the identifiers that stand for them.
+// Inside this folder: the host's users and groups, and the identifiers that stand for them.
 #pragma once
 
 #include <sys/types.h>

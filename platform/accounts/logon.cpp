@@ -11,12 +11,13 @@
 #include <csignal>
 
 #include "platform/accounts/logon_request.h"
-#include "platform/accounts/machine.h"
 #include "platform/accounts/token.h"
 #include "platform/core/descriptor.h"
 #include "platform/core/retry.h"
 #include "platform/core/secret.h"
 #include "platform/core/start_helper.h"
+#include "platform/system/computer.h"
+#include "platform/text/case_fold.h"
 #include "platform/text/utf8.h"
 
 namespace platform {
@@ -64,7 +65,7 @@ DWORD answer_to(const secret& request) {
 }
 
 bool is_this_domain(std::u16string_view domain) {
-    return domain.empty() || domain == u"." || same_word(domain, this_machine());
+    return domain.empty() || domain == u"." || equal_without_case(domain, computer_name());
 }
 
 } // namespace
@@ -72,7 +73,7 @@ bool is_this_domain(std::u16string_view domain) {
 verdict ask_about(std::u16string_view domain, std::u16string_view user, std::u16string_view password) {
     std::optional<host_user> account;
     if (is_this_domain(domain))
-        account = find_user(narrow_text(user));
+        account = find_user(utf8_of(user));
     // On its way through the service, a zero would end the password: none has one.
     if (!account || password.find(u'\0') != std::u16string_view::npos)
         return {ERROR_LOGON_FAILURE, std::nullopt};

@@ -1,4 +1,4 @@
-// Inside the layer: the verdict on a password.
+// Inside this folder: the verdict on a password.
 #pragma once
 
 #include <optional>

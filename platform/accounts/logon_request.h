@@ -1,4 +1,4 @@
-// What passes between the layer and its helper about a logon, over a pair of packet sockets:
+// Inside the layer: what passes between the layer and its helper about a logon, over a pair of packet sockets:
 //   there: the account's name, a zero byte, the password;
 //   back: the 32-bit code of the verdict, 0 for yes. No answer is no.
 #pragma once

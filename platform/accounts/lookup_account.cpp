@@ -2,8 +2,10 @@
 #include <cerrno>
 
 #include "platform/accounts/host_users.h"
-#include "platform/accounts/machine.h"
 #include "platform/core/error.h"
+#include "platform/system/computer.h"
+#include "platform/text/case_fold.h"
+#include "platform/text/utf8.h"
 
 namespace platform {
 
@@ -45,7 +47,8 @@ account domain_account(std::u16string_view name) {
 
 std::optional<account> find_known(std::u16string_view domain, std::u16string_view name, bool any_domain) {
     for (const known_account& known : known_accounts) {
-        if (!same_word(known.name, name) || (!any_domain && !same_word(known.domain, domain)))
+        if (!equal_without_case(known.name, name)
+            || (!any_domain && !equal_without_case(known.domain, domain)))
             continue;
         const sid_value sid = known.kind == SidTypeAlias ? sid_of_alias(known.number)
                                                          : sid_value(known.authority, {known.number});
@@ -56,10 +59,10 @@ std::optional<account> find_known(std::u16string_view domain, std::u16string_vie
 
 // A user wins over everything else of its name. errno is 0 when nothing has that name.
 std::optional<account> find_account(std::u16string_view domain, std::u16string_view name) {
-    const std::u16string machine = this_machine();
+    const std::u16string machine = computer_name();
     const bool anywhere = domain.empty();
-    const bool here = anywhere || domain == u"." || same_word(domain, machine);
-    const std::string narrow = narrow_text(name);
+    const bool here = anywhere || domain == u"." || equal_without_case(domain, machine);
+    const std::string narrow = utf8_of(name);
     errno = 0;
     if (here) {
         if (const auto user = find_user(narrow))
@@ -69,8 +72,8 @@ std::optional<account> find_account(std::u16string_view domain, std::u16string_v
     }
     if (auto known = find_known(domain, name, anywhere))
         return known;
-    if (anywhere && (same_word(name, machine) || same_word(name, builtin)))
-        return domain_account(same_word(name, builtin) ? builtin : std::u16string_view(machine));
+    if (anywhere && (equal_without_case(name, machine) || equal_without_case(name, builtin)))
+        return domain_account(equal_without_case(name, builtin) ? builtin : std::u16string_view(machine));
     if (here) {
         if (const auto group = find_group(narrow))
             return account{sid_of_group(*group), machine, SidTypeAlias};
@@ -96,7 +99,7 @@ std::optional<account> find_account(std::u16string_view full_name) {
 
 BOOL LookupAccountNameW(const WCHAR* machine, const WCHAR* name, PSID sid, DWORD* sid_size, WCHAR* domain,
                         DWORD* domain_size, SID_NAME_USE* kind) {
-    if (!is_this_machine(machine)) {
+    if (!is_this_computer(machine)) {
         SetLastError(RPC_S_SERVER_UNAVAILABLE);
         return FALSE;
     }

@@ -1,8 +1,10 @@
 // Privileges: their names, and which of them this process has switched on.
 #include <atomic>
 
-#include "platform/accounts/machine.h"
 #include "platform/accounts/token.h"
+#include "platform/core/error.h"
+#include "platform/system/computer.h"
+#include "platform/text/case_fold.h"
 
 namespace platform {
 
@@ -64,23 +66,18 @@ DWORD size_of_list(DWORD count) {
     return static_cast<DWORD>(offsetof(TOKEN_PRIVILEGES, Privileges) + count * sizeof(LUID_AND_ATTRIBUTES));
 }
 
-BOOL refuse(DWORD code) {
-    SetLastError(code);
-    return FALSE;
-}
-
 } // namespace
 
 BOOL LookupPrivilegeValueW(const WCHAR* machine, const WCHAR* name, LUID* value) {
-    if (!is_this_machine(machine))
-        return refuse(RPC_S_SERVER_UNAVAILABLE);
+    if (!is_this_computer(machine))
+        return fail(RPC_S_SERVER_UNAVAILABLE);
     for (DWORD i = 0; name && i < std::size(names); ++i) {
-        if (same_word(names[i], name)) {
+        if (equal_without_case(names[i], name)) {
             *value = {first_privilege + i, 0};
             return TRUE;
         }
     }
-    return refuse(ERROR_NO_SUCH_PRIVILEGE);
+    return fail(ERROR_NO_SUCH_PRIVILEGE);
 }
 
 BOOL AdjustTokenPrivileges(HANDLE handle, BOOL disable_all, TOKEN_PRIVILEGES* wanted, DWORD size,
@@ -89,9 +86,9 @@ BOOL AdjustTokenPrivileges(HANDLE handle, BOOL disable_all, TOKEN_PRIVILEGES* wa
     if (!adjusted)
         return FALSE;
     if (!adjusted->allows(TOKEN_ADJUST_PRIVILEGES | (previous ? TOKEN_QUERY : 0)))
-        return refuse(ERROR_ACCESS_DENIED);
+        return fail(ERROR_ACCESS_DENIED);
     if (disable_all || !wanted)
-        return refuse(ERROR_INVALID_PARAMETER);
+        return fail(ERROR_INVALID_PARAMETER);
     DWORD held = 0, changing = 0;
     for (DWORD i = 0; i < wanted->PrivilegeCount; ++i) {
         const LUID_AND_ATTRIBUTES& entry = wanted->Privileges[i];
@@ -103,7 +100,7 @@ BOOL AdjustTokenPrivileges(HANDLE handle, BOOL disable_all, TOKEN_PRIVILEGES* wa
     if (previous) {
         *length = size_of_list(changing);
         if (size < *length)
-            return refuse(ERROR_INSUFFICIENT_BUFFER);
+            return fail(ERROR_INSUFFICIENT_BUFFER);
         previous->PrivilegeCount = 0;
     }
     for (DWORD i = 0; i < wanted->PrivilegeCount; ++i) {

@@ -18,9 +18,9 @@
 #include <string>
 
 #include "platform/accounts/logon.h"
-#include "platform/accounts/machine.h"
 #include "platform/api/security_package.h"
 #include "platform/core/secret.h"
+#include "platform/text/case_fold.h"
 
 namespace platform {
 
@@ -238,7 +238,7 @@ SECURITY_STATUS judge_credentials(context& server, SecBufferDesc* input, SecBuff
 // ---- The entry points ------------------------------------------------------------------------------------------
 
 bool is_package(const SEC_WCHAR* name) {
-    return name && same_word(name, package_name);
+    return name && equal_without_case(name, package_name);
 }
 
 SECURITY_STATUS query_package_info(SEC_WCHAR* package, SecPkgInfoW** info) {

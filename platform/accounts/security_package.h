@@ -1,4 +1,4 @@
-// Inside the layer: the security package's modules, under the two names that it has had.
+// Inside this folder: the security package's modules, under the two names that it has had.
 #pragma once
 
 #include "platform/system/module.h"

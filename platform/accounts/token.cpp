@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "platform/core/error.h"
 #include "platform/core/thread_own.h"
 
 namespace platform {
@@ -37,11 +38,6 @@ BOOL open_token(std::shared_ptr<const identity> of, DWORD access, HANDLE* out) {
     return *out != nullptr;
 }
 
-BOOL refuse(DWORD code) {
-    SetLastError(code);
-    return FALSE;
-}
-
 } // namespace
 
 HANDLE GetCurrentProcess() {
@@ -54,13 +50,13 @@ HANDLE GetCurrentThread() {
 
 BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* out) {
     return process == GetCurrentProcess() ? open_token(this_process(), access, out)
-                                          : refuse(ERROR_INVALID_HANDLE);
+                                          : fail(ERROR_INVALID_HANDLE);
 }
 
 BOOL OpenThreadToken(HANDLE thread, DWORD access, BOOL, HANDLE* out) {
     if (thread != GetCurrentThread())
-        return refuse(ERROR_INVALID_HANDLE);
-    return impersonated() ? open_token(impersonated(), access, out) : refuse(ERROR_NO_TOKEN);
+        return fail(ERROR_INVALID_HANDLE);
+    return impersonated() ? open_token(impersonated(), access, out) : fail(ERROR_NO_TOKEN);
 }
 
 BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID out, DWORD size,
@@ -69,9 +65,9 @@ BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID o
     if (!asked)
         return FALSE;
     if (!asked->allows(TOKEN_QUERY))
-        return refuse(ERROR_ACCESS_DENIED);
+        return fail(ERROR_ACCESS_DENIED);
     if (wanted != TokenGroups)
-        return refuse(ERROR_INVALID_PARAMETER);
+        return fail(ERROR_INVALID_PARAMETER);
     const std::vector<sid_value>& groups = asked->of()->groups;
     size_t need = offsetof(TOKEN_GROUPS, Groups) + groups.size() * sizeof(SID_AND_ATTRIBUTES);
     BYTE* text = static_cast<BYTE*>(out) + need;
@@ -79,7 +75,7 @@ BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID o
         need += sid.size();
     *length = static_cast<DWORD>(need);
     if (size < need)
-        return refuse(ERROR_INSUFFICIENT_BUFFER);
+        return fail(ERROR_INSUFFICIENT_BUFFER);
     auto* list = static_cast<TOKEN_GROUPS*>(out);
     list->GroupCount = static_cast<DWORD>(groups.size());
     SID_AND_ATTRIBUTES* entry = list->Groups;

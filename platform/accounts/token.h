@@ -1,4 +1,4 @@
-// Inside the layer: what stands behind a token's handle.
+// Inside this folder: what stands behind a token's handle.
 #pragma once
 
 #include <memory>

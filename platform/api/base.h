@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "zu/zu_platform.h"
 
@@ -18,13 +19,14 @@ using UINT = uint32_t;
 using LONGLONG = int64_t;
 using ULONGLONG = uint64_t;
 using WCHAR = char16_t;
+using wide_view = std::basic_string_view<WCHAR>; // a name of ours: the layer's own text
 using HANDLE = void*;
 using HLOCAL = void*;
 using LPVOID = void*;
 using LPCVOID = const void*;
 using ::FILETIME;
 
-// No caller can make security attributes here, so only null is accepted: anything else fails with 50.
+// CreateMutexW takes them; CreateFileW takes null alone and fails with 50 (ERROR_NOT_SUPPORTED) otherwise.
 struct SECURITY_ATTRIBUTES {
     DWORD nLength;
     LPVOID lpSecurityDescriptor;

@@ -42,7 +42,7 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
 // Readiness. A time-out leaves the last-error code alone, and the sets empty.
 int select(int ignored, fd_set* read, fd_set* write, fd_set* error, const timeval* timeout);
 
-// A set of one socket, whatever its number: the host's fd_set ends at descriptor 1,023.
+// A name of ours: a set of one socket, whatever its number: the host's fd_set ends at descriptor 1,023.
 struct one_socket_set {
     SOCKET member; // INVALID_SOCKET when it is not, or not any more, in the set
 
@@ -57,9 +57,5 @@ uint32_t inet_addr(const char* text);
 
 // The record belongs to the calling thread, until its next look-up. Null or "" asks for this computer's own entry.
 hostent* gethostbyname(const char* name);
-
-// The host's name up to its first full stop. `size` goes in as the capacity and comes out as the length, or with
-// code 111 as the capacity that is needed.
-BOOL GetComputerNameW(WCHAR* buffer, DWORD* size);
 
 } // namespace platform

@@ -1,4 +1,4 @@
-// The registry, the version record, and dynamic libraries.
+// The registry, the computer's name, the version record, and dynamic libraries.
 #pragma once
 
 #include "platform/api/base.h"
@@ -23,6 +23,12 @@ LONG RegOpenKeyExW(HKEY root, const WCHAR* subkey, DWORD options, REGSAM access,
 LONG RegQueryValueExW(HKEY key, const WCHAR* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size);
 
 LONG RegCloseKey(HKEY key);
+
+// ---- Computer ----
+
+// The host's name up to its first full stop. `size` goes in as the capacity and comes out as the length, or with
+// code 111 (ERROR_BUFFER_OVERFLOW) as the capacity that is needed.
+BOOL GetComputerNameW(WCHAR* buffer, DWORD* size);
 
 // ---- Version ----
 

@@ -25,7 +25,7 @@ int _wtoi(const WCHAR* text);
 // Which text comes first when case does not count: below 0, 0 or above 0. Null comes before every text.
 int lstrcmpiW(const WCHAR* text, const WCHAR* other);
 
-// While one lives, writing to a stream whose reader is gone fails instead of ending the process.
+// A name of ours. While one lives, writing to a stream whose reader is gone fails instead of ending the process.
 class quiet_pipes {
 public:
     quiet_pipes();
@@ -34,7 +34,7 @@ public:
     quiet_pipes& operator=(const quiet_pipes&) = delete;
 
 private:
-    bool blocked_; // the signal was let through before, and is held back by this scope
+    bool blocked_; // the thread held SIGPIPE back already
     bool pending_; // one was waiting before: it is not ours to take
 };
 

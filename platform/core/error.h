@@ -14,13 +14,25 @@ DWORD code_of_errno(int error);
 // Sets the last-error code to that of the present errno.
 void set_last_error_from_errno();
 
+// Sets the last-error code and gives a failed result: FALSE, null, or the one that is named.
+template <class Result = BOOL>
+Result fail(DWORD code, Result result = {}) {
+    SetLastError(code);
+    return result;
+}
+
+// The result of a call whose work has ended with a code: TRUE for ERROR_SUCCESS, else FALSE with the code set.
+inline BOOL result_of(DWORD code) {
+    return code == ERROR_SUCCESS ? TRUE : fail(code);
+}
+
 // Puts the thread's last-error code back at the end of a scope.
-class last_error_kept {
+class keep_last_error {
 public:
-    last_error_kept() : code_(GetLastError()) {}
-    ~last_error_kept() { SetLastError(code_); }
-    last_error_kept(const last_error_kept&) = delete;
-    last_error_kept& operator=(const last_error_kept&) = delete;
+    keep_last_error() : code_(GetLastError()) {}
+    ~keep_last_error() { SetLastError(code_); }
+    keep_last_error(const keep_last_error&) = delete;
+    keep_last_error& operator=(const keep_last_error&) = delete;
 
 private:
     DWORD code_;

@@ -142,9 +142,6 @@ bool waitable::change(Next next) {
                          &next);
 }
 
-// The wait for a mutex: its object is guarded.
-DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds);
-
 // An object that is never signalled: what the pseudo handles stand for.
 waitable* what_never_ends();
 

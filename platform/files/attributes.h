@@ -1,4 +1,4 @@
-// Inside the layer: the platform's attributes and creation times on files of the host.
+// Inside this folder: the platform's attributes and creation times on files of the host.
 //
 //   - read-only is a file without any write permission; the layer enforces it, also for root;
 //   - the other bits, and a directory's read-only, lie in the extended attribute user.DOSATTRIB, as text (`0x22`), where

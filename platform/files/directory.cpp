@@ -15,13 +15,6 @@ namespace platform {
 
 namespace {
 
-BOOL done_with(DWORD code) {
-    if (code == ERROR_SUCCESS)
-        return TRUE;
-    SetLastError(code);
-    return FALSE;
-}
-
 DWORD unlink_place(place& where, int flags) {
     if (where.attempt([&](int at, const char* path) { return unlinkat(at, path, flags); }) == 0)
         return ERROR_SUCCESS;
@@ -88,15 +81,15 @@ DWORD delete_file(const WCHAR* path) {
 } // namespace
 
 BOOL CreateDirectoryW(const WCHAR* path, SECURITY_ATTRIBUTES* attributes) {
-    return done_with(attributes ? ERROR_NOT_SUPPORTED : make_directory(path));
+    return result_of(attributes ? ERROR_NOT_SUPPORTED : make_directory(path));
 }
 
 BOOL RemoveDirectoryW(const WCHAR* path) {
-    return done_with(remove_directory(path));
+    return result_of(remove_directory(path));
 }
 
 BOOL DeleteFileW(const WCHAR* path) {
-    return done_with(delete_file(path));
+    return result_of(delete_file(path));
 }
 
 } // namespace platform

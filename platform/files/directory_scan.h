@@ -1,4 +1,4 @@
-// Inside the layer: reading directories of the host.
+// Inside this folder: reading directories of the host.
 #pragma once
 
 #include <memory>

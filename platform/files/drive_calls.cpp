@@ -55,11 +55,6 @@ DWORD find_root(const WCHAR* root, place& where) {
     return where.find() ? ERROR_DIR_NOT_ROOT : where.code_of(errno);
 }
 
-BOOL failed(DWORD code) {
-    SetLastError(code);
-    return FALSE;
-}
-
 } // namespace
 
 UINT GetDriveTypeW(const WCHAR* root) {
@@ -85,11 +80,11 @@ DWORD QueryDosDeviceW(const WCHAR* device, WCHAR* target, DWORD size) {
     mount_facts facts;
     if (!is_bare_drive(text) || !append_drive_directory(static_cast<char>(text[0]), directory)
         || !read_mount_facts(directory.empty() ? "/" : directory, facts))
-        return failed(ERROR_FILE_NOT_FOUND);
+        return fail(ERROR_FILE_NOT_FOUND);
     const std::u16string name = device_name_of(facts, static_cast<char>(text[0] & ~0x20));
     const size_t needed = name.size() + 2; // a list of names, ended by an empty one
     if (!target || size < needed)
-        return failed(ERROR_INSUFFICIENT_BUFFER);
+        return fail(ERROR_INSUFFICIENT_BUFFER);
     std::memcpy(target, name.c_str(), (name.size() + 1) * sizeof(WCHAR));
     target[name.size() + 1] = 0;
     return static_cast<DWORD>(needed);
@@ -100,13 +95,13 @@ BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD label_size, DW
                            DWORD file_system_size) {
     place where;
     if (const DWORD code = find_root(root, where))
-        return failed(code);
+        return fail(code);
     mount_facts facts;
     if (!read_mount_facts(where.whole_name(), facts))
-        return failed(ERROR_PATH_NOT_FOUND);
+        return fail(ERROR_PATH_NOT_FOUND);
     if (!copy_text(wide_of(facts.label), label, label_size)
         || !copy_text(wide_of(facts.file_system), file_system, file_system_size))
-        return failed(ERROR_MORE_DATA);
+        return fail(ERROR_MORE_DATA);
     if (serial)
         *serial = facts.major << 20 | facts.minor;
     if (component_length)

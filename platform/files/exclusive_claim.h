@@ -1,4 +1,4 @@
-// Inside the layer: keeping everybody away from a file while it is deleted, moved or replaced.
+// Inside this folder: keeping everybody away from a file while it is deleted, moved or replaced.
 #pragma once
 
 #include <sys/stat.h>

@@ -15,6 +15,7 @@
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
 #include "platform/core/retry.h"
+#include "platform/core/signals.h"
 
 namespace platform {
 
@@ -24,25 +25,6 @@ constexpr size_t block_capacity = 64 * 1024;
 
 bool is_stream(mode_t mode) {
     return S_ISFIFO(mode) || S_ISCHR(mode) || S_ISSOCK(mode);
-}
-
-// Makes a call that may break the process's limit for the size of files, which would end the process by default. The
-// signal goes to the thread that made the call, and is taken there before anybody sees it.
-template <class Call>
-auto without_size_signal(Call call) {
-    sigset_t size_signal, before;
-    sigemptyset(&size_signal);
-    sigaddset(&size_signal, SIGXFSZ);
-    pthread_sigmask(SIG_BLOCK, &size_signal, &before);
-    const auto result = call();
-    const int error = errno;
-    if (!sigismember(&before, SIGXFSZ)) {
-        const timespec now{0, 0};
-        sigtimedwait(&size_signal, nullptr, &now);
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    }
-    errno = error;
-    return result;
 }
 
 } // namespace
@@ -167,7 +149,7 @@ DWORD file::write_regular(const char* data, size_t count) {
                 [&] { return pwrite(number_.get(), data + done, count - done, static_cast<off_t>(at)); });
         };
         // Only a write that begins at the limit raises the signal; one that crosses it is cut short.
-        const ssize_t size = at >= size_limit() ? without_size_signal(call) : call();
+        const ssize_t size = at >= size_limit() ? without_signal(SIGXFSZ, call) : call();
         if (size < 0) {
             const int error = errno;
             cut_back(at);
@@ -204,7 +186,7 @@ DWORD file::set_end() {
     const auto call = [&] {
         return retried([&] { return ftruncate(number_.get(), static_cast<off_t>(position_)); });
     };
-    if ((position_ > size_limit() ? without_size_signal(call) : call()) != 0)
+    if ((position_ > size_limit() ? without_signal(SIGXFSZ, call) : call()) != 0)
         return code_of_errno(errno);
     size_ = position_;
     return ERROR_SUCCESS;
@@ -241,16 +223,7 @@ DWORD file::seek(int64_t distance, DWORD origin, int64_t& position) {
 
 // ---- The calls -------------------------------------------------------------------------------------------------
 
-namespace {
-
-BOOL done_with(DWORD code) {
-    if (code == ERROR_SUCCESS)
-        return TRUE;
-    SetLastError(code);
-    return FALSE;
-}
-
-} // namespace
+namespace {} // namespace
 
 BOOL ReadFile(HANDLE handle, void* out, DWORD bytes, DWORD* bytes_done, void* overlapped) {
     if (bytes_done)
@@ -259,18 +232,18 @@ BOOL ReadFile(HANDLE handle, void* out, DWORD bytes, DWORD* bytes_done, void* ov
     if (!opened)
         return FALSE;
     if (overlapped)
-        return done_with(ERROR_INVALID_PARAMETER);
+        return result_of(ERROR_INVALID_PARAMETER);
     if (opened->is_directory())
-        return done_with(ERROR_INVALID_FUNCTION);
+        return result_of(ERROR_INVALID_FUNCTION);
     if (!opened->reads())
-        return done_with(ERROR_ACCESS_DENIED);
+        return result_of(ERROR_ACCESS_DENIED);
     if (!out && bytes > 0)
-        return done_with(ERROR_NOACCESS);
+        return result_of(ERROR_NOACCESS);
     size_t done = 0;
     const DWORD code = bytes > 0 ? opened->read(static_cast<char*>(out), bytes, done) : ERROR_SUCCESS;
     if (bytes_done)
         *bytes_done = static_cast<DWORD>(done);
-    return done_with(code);
+    return result_of(code);
 }
 
 BOOL WriteFile(HANDLE handle, const void* data, DWORD bytes, DWORD* bytes_done, void* overlapped) {
@@ -280,15 +253,15 @@ BOOL WriteFile(HANDLE handle, const void* data, DWORD bytes, DWORD* bytes_done, 
     if (!opened)
         return FALSE;
     if (overlapped)
-        return done_with(ERROR_INVALID_PARAMETER);
+        return result_of(ERROR_INVALID_PARAMETER);
     if (!opened->writes())
-        return done_with(ERROR_ACCESS_DENIED);
+        return result_of(ERROR_ACCESS_DENIED);
     if (!data && bytes > 0)
-        return done_with(ERROR_NOACCESS);
+        return result_of(ERROR_NOACCESS);
     const DWORD code = bytes > 0 ? opened->write(static_cast<const char*>(data), bytes) : ERROR_SUCCESS;
     if (bytes_done && code == ERROR_SUCCESS)
         *bytes_done = bytes;
-    return done_with(code);
+    return result_of(code);
 }
 
 BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* new_position, DWORD origin) {
@@ -299,21 +272,21 @@ BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* new_
     const DWORD code = opened->seek(distance.QuadPart, origin, position);
     if (code == ERROR_SUCCESS && new_position)
         new_position->QuadPart = position;
-    return done_with(code);
+    return result_of(code);
 }
 
 BOOL SetEndOfFile(HANDLE handle) {
     file* opened = object_of<file>(handle);
     if (!opened)
         return FALSE;
-    return done_with(opened->writes() ? opened->set_end() : ERROR_ACCESS_DENIED);
+    return result_of(opened->writes() ? opened->set_end() : ERROR_ACCESS_DENIED);
 }
 
 BOOL FlushFileBuffers(HANDLE handle) {
     file* opened = object_of<file>(handle);
     if (!opened)
         return FALSE;
-    return done_with(opened->writes() ? opened->flush() : ERROR_ACCESS_DENIED);
+    return result_of(opened->writes() ? opened->flush() : ERROR_ACCESS_DENIED);
 }
 
 BOOL GetFileSizeEx(HANDLE handle, LARGE_INTEGER* size) {
@@ -322,7 +295,7 @@ BOOL GetFileSizeEx(HANDLE handle, LARGE_INTEGER* size) {
         return FALSE;
     struct stat now;
     if (fstat(opened->number(), &now) != 0)
-        return done_with(code_of_errno(errno));
+        return result_of(code_of_errno(errno));
     size->QuadPart = S_ISDIR(now.st_mode) ? 0 : now.st_size;
     return TRUE;
 }

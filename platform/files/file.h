@@ -1,4 +1,4 @@
-// Inside the layer: open files.
+// Inside this folder: open files.
 #pragma once
 
 #include <memory>

@@ -136,11 +136,6 @@ bool directory_search::next(WIN32_FIND_DATAW& out) {
     return false;
 }
 
-HANDLE failed(DWORD code) {
-    SetLastError(code);
-    return INVALID_HANDLE_VALUE;
-}
-
 HANDLE handle_of(search* opened) {
     const HANDLE handle = new_handle(opened);
     return handle ? handle : INVALID_HANDLE_VALUE;
@@ -159,9 +154,9 @@ DWORD code_of_search(place& where, int error, bool is_directory) {
 
 HANDLE find_name(place& where, WIN32_FIND_DATAW& found) {
     if (where.is_volume())
-        return failed(ERROR_INVALID_NAME);
+        return fail(ERROR_INVALID_NAME, INVALID_HANDLE_VALUE);
     if (where.is_root())
-        return failed(ERROR_FILE_NOT_FOUND);
+        return fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     struct statx status;
     int flags = 0;
     const auto look = [&](int at, const char* path) { return status_of(at, path, flags, status); };
@@ -172,11 +167,11 @@ HANDLE find_name(place& where, WIN32_FIND_DATAW& found) {
     }
     if (where.ends_with_separator()) {
         if (result != 0)
-            return failed(code_of_search(where, errno, true));
-        return failed(S_ISDIR(status.stx_mode) ? ERROR_FILE_NOT_FOUND : ERROR_DIRECTORY);
+            return fail(code_of_search(where, errno, true), INVALID_HANDLE_VALUE);
+        return fail(S_ISDIR(status.stx_mode) ? ERROR_FILE_NOT_FOUND : ERROR_DIRECTORY, INVALID_HANDLE_VALUE);
     }
     if (result != 0)
-        return failed(code_of_search(where, errno, false));
+        return fail(code_of_search(where, errno, false), INVALID_HANDLE_VALUE);
     const stored_attributes stored =
         can_store(status.stx_mode) ? read_stored(holder(where)) : stored_attributes{};
     fill_find_data(where.last_name(), entry_of(status, stored), found);
@@ -187,7 +182,7 @@ HANDLE find_pattern(place& where, WIN32_FIND_DATAW& found) {
     descriptor directory(where.attempt(
         [](int at, const char* path) { return openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (!directory)
-        return failed(code_of_search(where, errno, true));
+        return fail(code_of_search(where, errno, true), INVALID_HANDLE_VALUE);
     auto* opened = new (std::nothrow) directory_search(std::move(directory), where.pattern());
     const HANDLE handle = handle_of(opened);
     if (handle == INVALID_HANDLE_VALUE)
@@ -198,7 +193,7 @@ HANDLE find_pattern(place& where, WIN32_FIND_DATAW& found) {
     if (code == ERROR_SUCCESS)
         return handle;
     CloseHandle(handle);
-    return failed(code);
+    return fail(code, INVALID_HANDLE_VALUE);
 }
 
 } // namespace
@@ -206,7 +201,7 @@ HANDLE find_pattern(place& where, WIN32_FIND_DATAW& found) {
 HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* found) {
     place where;
     if (const DWORD code = where.set(pattern, path_use::search))
-        return failed(code);
+        return fail(code, INVALID_HANDLE_VALUE);
     return where.pattern().empty() ? find_name(where, *found) : find_pattern(where, *found);
 }
 

@@ -1,4 +1,4 @@
-// Inside the layer: what a search reports of one entry, from what the host says.
+// Inside this folder: what a search reports of one entry, from what the host says.
 #pragma once
 
 #include <fcntl.h>

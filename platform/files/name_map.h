@@ -17,8 +17,6 @@
 
 namespace platform {
 
-using wide_view = std::basic_string_view<WCHAR>;
-
 // Writes the wide spelling of a host name and gives its length: never more units than the name has bytes.
 size_t wide_name(std::string_view host, WCHAR* out);
 

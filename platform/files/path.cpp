@@ -19,11 +19,6 @@ constexpr auto is_backslash = [](WCHAR unit) { return unit == u'\\'; };
 constexpr auto is_separator = [](WCHAR unit) { return unit == u'\\' || unit == u'/'; };
 constexpr auto is_wildcard = [](WCHAR unit) { return unit == u'*' || unit == u'?'; };
 
-bool equal_without_case(wide_view text, wide_view other) {
-    return std::equal(text.begin(), text.end(), other.begin(), other.end(),
-                      [](WCHAR a, WCHAR b) { return fold_case(a) == fold_case(b); });
-}
-
 bool is_drive_name(wide_view text) {
     return text.size() == 2 && is_drive_letter(text[0]) && text[1] == u':';
 }

@@ -1,4 +1,4 @@
-// Inside the layer: from a path of the platform to the spelling of a path of the host.
+// Inside this folder: from a path of the platform to the spelling of a path of the host.
 //
 // A long form (`\\?\`) is taken literally: `\` alone separates, and what no name can be is refused. Everything else
 // is resolved lexically first, against the current directory where it is relative, and then taken the same way: so

@@ -1,4 +1,4 @@
-// Inside the layer: share modes, which hold between all handles of all processes.
+// Inside this folder: share modes, which hold between all handles of all processes.
 #pragma once
 
 #include "platform/api/base.h"

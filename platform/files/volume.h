@@ -1,4 +1,4 @@
-// Inside the layer: what the host says about the mount behind a drive, and what the platform would call that.
+// Inside this folder: what the host says about the mount behind a drive, and what the platform would call that.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Inside the layer: names and patterns of searches.
+// Inside this folder: names and patterns of searches.
 #pragma once
 
 #include "platform/files/name_map.h"

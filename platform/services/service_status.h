@@ -1,4 +1,4 @@
-// Inside the layer: the live status of a service, and who of it is alive.
+// Inside this folder: the live status of a service, and who of it is alive.
 //
 // Each start makes a new file `status`. Two of its bytes are locked for as long as something lives, and the kernel
 // takes the locks away whatever ends it:

@@ -3,10 +3,11 @@
 
 #include <algorithm>
 
-#include "platform/api/sockets.h"
 #include "platform/api/threads.h"
+#include "platform/core/error.h"
 #include "platform/core/object.h"
 #include "platform/services/service_manager.h"
+#include "platform/system/computer.h"
 
 namespace platform {
 
@@ -21,15 +22,6 @@ constexpr DWORD delete_right = 0x10000;
 constexpr DWORD rights_to_read_manager = 0x20000 | SC_MANAGER_CONNECT | 0x4 | 0x10;
 constexpr DWORD rights_to_read_service = 0x20000 | SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS
                                          | SERVICE_ENUMERATE_DEPENDENTS | SERVICE_INTERROGATE;
-
-bool fail(DWORD code) {
-    SetLastError(code);
-    return false;
-}
-
-BOOL result(DWORD code) {
-    return code == ERROR_SUCCESS || fail(code);
-}
 
 class manager_handle : public object {
 public:
@@ -63,15 +55,6 @@ T* with_rights(SC_HANDLE handle, DWORD wanted) {
         return nullptr;
     }
     return found;
-}
-
-bool is_this_machine(const WCHAR* machine) {
-    wide_view name = machine ? machine : u"";
-    if (name.substr(0, 2) == u"\\\\")
-        name.remove_prefix(2);
-    WCHAR own[256];
-    DWORD size = 256;
-    return name.empty() || (GetComputerNameW(own, &size) && same_service_name(name, own));
 }
 
 // 0, 487 for null, or 123 for what can be no service's name.
@@ -221,7 +204,7 @@ bool depends_on_itself(service_manager& manager, const service_record& record) {
 }
 
 SC_HANDLE OpenSCManagerW(const WCHAR* machine, const WCHAR* database, DWORD access) {
-    if (!is_this_machine(machine)) {
+    if (!is_this_computer(machine)) {
         SetLastError(RPC_S_SERVER_UNAVAILABLE);
         return nullptr;
     }
@@ -285,14 +268,14 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, const WCHAR* name, const WCHAR* disp
 
 BOOL DeleteService(SC_HANDLE service) {
     const auto* const opened = with_rights<service_handle>(service, delete_right);
-    return opened && result(opened->service->mark());
+    return opened && result_of(opened->service->mark());
 }
 
 BOOL StartServiceW(SC_HANDLE service, DWORD count, const WCHAR**) {
     const auto* const opened = with_rights<service_handle>(service, SERVICE_START);
     if (!opened)
         return FALSE;
-    return result(count != 0 ? ERROR_NOT_SUPPORTED : start_with_dependencies(*opened->service));
+    return result_of(count != 0 ? ERROR_NOT_SUPPORTED : start_with_dependencies(*opened->service));
 }
 
 BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status) {
@@ -306,7 +289,7 @@ BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status) {
         opened->service->finish_off();
     const DWORD code = pass_on(*opened->service, control, opened->service->status());
     *status = opened->service->status();
-    return result(code);
+    return result_of(code);
 }
 
 BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status) {

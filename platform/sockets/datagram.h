@@ -1,4 +1,4 @@
-// Inside the layer: datagram sockets, and what the network reports about datagrams that were sent.
+// Inside this folder: datagram sockets, and what the network reports about datagrams that were sent.
 #pragma once
 
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-// Inside the layer: how a socket call fails.
+// Inside this folder: how a socket call fails.
 #pragma once
 
 #include "platform/api/sockets.h"

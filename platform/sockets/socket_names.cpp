@@ -186,19 +186,4 @@ hostent* gethostbyname(const char* name) {
     return record.fill();
 }
 
-BOOL GetComputerNameW(WCHAR* buffer, DWORD* size) {
-    const std::string name = host_name();
-    // Host names are ASCII, so a unit each.
-    const DWORD length = static_cast<DWORD>(name.size());
-    if (!buffer || *size <= length) {
-        *size = length + 1;
-        SetLastError(ERROR_BUFFER_OVERFLOW);
-        return FALSE;
-    }
-    std::transform(name.begin(), name.end(), buffer, [](char c) { return static_cast<WCHAR>(c & 0x7F); });
-    buffer[length] = 0;
-    *size = length;
-    return TRUE;
-}
-
 } // namespace platform

@@ -1,4 +1,4 @@
-// Inside the layer: what the kernel knows of a socket, where errno and poll say too little.
+// Inside this folder: what the kernel knows of a socket, where errno and poll say too little.
 #pragma once
 
 namespace platform {

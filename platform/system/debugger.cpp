@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "platform/api/text.h"
+#include "platform/core/clock.h"
 #include "platform/core/descriptor.h"
 #include "platform/core/error.h"
 
@@ -26,12 +27,6 @@ constexpr int64_t pause_after_failure_ms = 1000;
 
 // When the next attempt may be made, on the monotonic clock. A race costs one attempt too many, no more.
 std::atomic<int64_t> next_attempt_ms{0};
-
-int64_t now_ms() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
 
 // False when there is no runtime directory, or its name leaves no room in a socket's address.
 bool find_listener(sockaddr_un& address) {
@@ -91,10 +86,10 @@ bool deliver(const WCHAR* text) {
 void OutputDebugStringW(const WCHAR* text) {
     if (!text)
         return;
-    const int64_t now = now_ms();
+    const int64_t now = coarse_now_ms();
     if (now < next_attempt_ms.load(std::memory_order_relaxed))
         return;
-    const last_error_kept code;
+    const keep_last_error code;
     const int error = errno;
     if (!deliver(text))
         next_attempt_ms.store(now + pause_after_failure_ms, std::memory_order_relaxed);

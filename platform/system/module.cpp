@@ -85,11 +85,6 @@ bool is_loaded(void* module) {
     return modules.entries.contains(module);
 }
 
-HMODULE failed(DWORD code) {
-    SetLastError(code);
-    return nullptr;
-}
-
 const built_in_module* find_built_in(const WCHAR* name) {
     for (const built_in_module* const* at = built_in_modules; *at && built_in_modules_offered; ++at) {
         if (lstrcmpiW((*at)->name, name) == 0)
@@ -163,7 +158,7 @@ DWORD code_of_loader_failure() {
 HMODULE load_file(const std::string& path, wide_view name, DWORD flags) {
     std::vector<std::string> needed;
     if (const DWORD code = inspect_library(path.c_str(), needed))
-        return failed(code);
+        return fail<HMODULE>(code);
     const std::string folder = path.substr(0, path.rfind('/') + 1);
     std::set<std::string> seen;
     std::vector<std::string> wanted;
@@ -171,11 +166,11 @@ HMODULE load_file(const std::string& path, wide_view name, DWORD flags) {
         collect_from_folder(folder, needed, seen, wanted);
     const library_folder there(wanted, folder);
     void* library = dlopen(path.c_str(), load_mode);
-    return library ? loaded(library, name) : failed(code_of_loader_failure());
+    return library ? loaded(library, name) : fail<HMODULE>(code_of_loader_failure());
 }
 
 std::u16string beside_executable(wide_view name) {
-    const last_error_kept code;
+    const keep_last_error code;
     std::u16string path(longest_path + 1, 0);
     const DWORD size = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     path.resize(std::min<size_t>(size, path.size()));
@@ -193,7 +188,7 @@ HMODULE load_bare_name(const std::u16string& name, DWORD flags) {
     void* library = nullptr;
     if (append_host_name(name, host_name) && !host_name.empty())
         library = dlopen(host_name.c_str(), load_mode);
-    return library ? loaded(library, name) : failed(code_of_loader_failure());
+    return library ? loaded(library, name) : fail<HMODULE>(code_of_loader_failure());
 }
 
 // ---- Entry points -----------------------------------------------------------------------------------------------
@@ -225,7 +220,7 @@ void* executable() {
 
 HMODULE LoadLibraryExW(const WCHAR* path, HANDLE file, DWORD flags) {
     if (!path || file)
-        return failed(ERROR_INVALID_PARAMETER);
+        return fail<HMODULE>(ERROR_INVALID_PARAMETER);
     const std::u16string complete = with_extension(path);
     if (const built_in_module* module = find_built_in(complete.c_str()))
         return loaded(const_cast<built_in_module*>(module), module->name);
@@ -234,7 +229,7 @@ HMODULE LoadLibraryExW(const WCHAR* path, HANDLE file, DWORD flags) {
         return load_bare_name(complete, flags);
     std::string host_path;
     if (const DWORD code = find_library(complete, host_path))
-        return failed(code);
+        return fail<HMODULE>(code);
     return load_file(host_path, name, flags);
 }
 

@@ -227,7 +227,7 @@ LONG copy_value(const registry_value& value, DWORD* type, BYTE* data, DWORD* siz
 } // namespace
 
 LONG RegOpenKeyExW(HKEY root, const WCHAR* subkey, DWORD, REGSAM access, HKEY* key) {
-    const last_error_kept keep;
+    const keep_last_error keep;
     if (!key)
         return ERROR_INVALID_PARAMETER;
     *key = nullptr;
@@ -253,7 +253,7 @@ LONG RegOpenKeyExW(HKEY root, const WCHAR* subkey, DWORD, REGSAM access, HKEY* k
 }
 
 LONG RegQueryValueExW(HKEY key, const WCHAR* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size) {
-    const last_error_kept keep;
+    const keep_last_error keep;
     if (reserved || (data && !size))
         return ERROR_INVALID_PARAMETER;
     key_place where;
@@ -272,7 +272,7 @@ LONG RegQueryValueExW(HKEY key, const WCHAR* name, DWORD* reserved, DWORD* type,
 }
 
 LONG RegCloseKey(HKEY key) {
-    const last_error_kept keep;
+    const keep_last_error keep;
     if (is_root(key))
         return ERROR_SUCCESS;
     if (!object_of<open_key>(key))

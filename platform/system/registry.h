@@ -1,4 +1,4 @@
-// Inside the layer: the registry as it stands in its file, keys by name within keys.
+// Inside this folder: the registry as it stands in its file, keys by name within keys.
 #pragma once
 
 #include <map>
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/files/name_map.h"
+#include "platform/api/base.h"
 
 namespace platform {
 

@@ -84,4 +84,9 @@ char32_t fold_beyond_ascii(char32_t character) {
     return static_cast<char32_t>(static_cast<int32_t>(character) + run->distance);
 }
 
+bool equal_without_case(wide_view one, wide_view other) {
+    return std::equal(one.begin(), one.end(), other.begin(), other.end(),
+                      [](WCHAR a, WCHAR b) { return fold_case(a) == fold_case(b); });
+}
+
 } // namespace platform

@@ -1,4 +1,4 @@
-// The environment's character set: what narrow text outside UTF-8 is written in.
+// Inside this folder: the environment's character set: what narrow text outside UTF-8 is written in.
 #pragma once
 
 #include <cstddef>

@@ -3,17 +3,13 @@
 #include <cstring>
 
 #include "platform/api/text.h"
+#include "platform/core/error.h"
 #include "platform/text/charset.h"
 #include "platform/text/utf8.h"
 
 namespace platform {
 
 namespace {
-
-int failed(DWORD code) {
-    SetLastError(code);
-    return 0;
-}
 
 DWORD check(UINT code_page, DWORD flags, const void* in, int count, const void* out, int size) {
     if (!in || count == 0 || size < 0 || (size > 0 && (!out || out == in)))
@@ -29,8 +25,8 @@ bool is_utf8(UINT code_page) {
 
 int result_of(size_t written, int size) {
     if (size > 0 && written > static_cast<size_t>(size)) // does_not_fit is the largest of all
-        return failed(ERROR_INSUFFICIENT_BUFFER);
-    return written > INT_MAX ? failed(ERROR_ARITHMETIC_OVERFLOW) : static_cast<int>(written);
+        return fail(ERROR_INSUFFICIENT_BUFFER);
+    return written > INT_MAX ? fail(ERROR_ARITHMETIC_OVERFLOW) : static_cast<int>(written);
 }
 
 } // namespace
@@ -38,9 +34,9 @@ int result_of(size_t written, int size) {
 int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int count, char* out, int size,
                         const char* default_char, BOOL* used_default) {
     if (const DWORD code = check(code_page, flags, wide, count, out, size))
-        return failed(code);
+        return fail(code);
     if (default_char || used_default)
-        return failed(ERROR_INVALID_PARAMETER);
+        return fail(ERROR_INVALID_PARAMETER);
     const size_t units = count < 0 ? std::char_traits<WCHAR>::length(wide) + 1 : static_cast<size_t>(count);
     const size_t room = static_cast<size_t>(size);
     if (is_utf8(code_page))
@@ -51,7 +47,7 @@ int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int coun
 
 int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int count, WCHAR* out, int size) {
     if (const DWORD code = check(code_page, flags, narrow, count, out, size))
-        return failed(code);
+        return fail(code);
     const size_t bytes = count < 0 ? std::strlen(narrow) + 1 : static_cast<size_t>(count);
     const size_t room = static_cast<size_t>(size);
     if (is_utf8(code_page))

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/files/name_map.h"
+#include "platform/api/base.h"
 
 namespace platform {
 

@@ -1,4 +1,5 @@
-// Inside the wide formatter: where the output goes, where the arguments come from, and one conversion of a format.
+// Inside this folder: the parts of the wide formatter. Where the output goes, where the arguments come from, and one
+// conversion of a format.
 #pragma once
 
 #include <cstdarg>

@@ -1,11 +1,6 @@
-// The runtime library's wide calls that families name, and the quiet stretch around console output.
-#include <pthread.h>
-
+// The runtime library's wide calls that families name.
 #include <algorithm>
-#include <cerrno>
 #include <climits>
-#include <csignal>
-#include <ctime>
 #include <iterator>
 
 #include "platform/api/text.h"
@@ -67,34 +62,6 @@ int _wtoi(const WCHAR* text) {
     for (int digit; (digit = digit_value(*text)) >= 0; ++text)
         value = value * 10 + static_cast<uint32_t>(digit);
     return static_cast<int>(negative ? 0 - value : value);
-}
-
-quiet_pipes::quiet_pipes() : blocked_(false), pending_(false) {
-    sigset_t waiting;
-    sigemptyset(&waiting);
-    sigpending(&waiting);
-    pending_ = sigismember(&waiting, SIGPIPE) == 1;
-    if (pending_)
-        return; // so the thread holds the signal back already
-    sigset_t pipe_signal, before;
-    sigemptyset(&pipe_signal);
-    sigaddset(&pipe_signal, SIGPIPE);
-    if (pthread_sigmask(SIG_BLOCK, &pipe_signal, &before) == 0)
-        blocked_ = sigismember(&before, SIGPIPE) == 0;
-}
-
-quiet_pipes::~quiet_pipes() {
-    if (pending_)
-        return;
-    const int error = errno;
-    sigset_t pipe_signal;
-    sigemptyset(&pipe_signal);
-    sigaddset(&pipe_signal, SIGPIPE);
-    const timespec at_once = {0, 0};
-    while (sigtimedwait(&pipe_signal, nullptr, &at_once) == -1 && errno == EINTR) {}
-    if (blocked_)
-        pthread_sigmask(SIG_UNBLOCK, &pipe_signal, nullptr);
-    errno = error;
 }
 
 } // namespace platform

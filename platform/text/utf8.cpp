@@ -205,4 +205,16 @@ size_t wide_from_utf8(const char* utf8, size_t count, WCHAR* out, size_t size) {
     return written;
 }
 
+std::string utf8_of(wide_view wide) {
+    std::string bytes(utf8_size(wide.data(), wide.size()), '\0');
+    utf8_from_wide(wide.data(), wide.size(), bytes.data(), bytes.size());
+    return bytes;
+}
+
+std::u16string wide_from(std::string_view utf8) {
+    std::u16string wide(wide_size(utf8.data(), utf8.size()), u'\0');
+    wide_from_utf8(utf8.data(), utf8.size(), wide.data(), wide.size());
+    return wide;
+}
+
 } // namespace platform

@@ -1,7 +1,9 @@
-// UTF-8 and UTF-16, both ways. Malformed input never stops a conversion, and what comes out is always well formed.
+// Inside the layer: UTF-8 and UTF-16, both ways. Malformed input never stops a conversion, and what comes out is always
+// well formed.
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 #include "platform/api/base.h"
 
@@ -31,6 +33,10 @@ size_t wide_size(const char* utf8, size_t count);
 
 // Writes them in the same way.
 size_t wide_from_utf8(const char* utf8, size_t count, WCHAR* out, size_t size);
+
+// The same in strings of their own.
+std::string utf8_of(wide_view wide);
+std::u16string wide_from(std::string_view utf8);
 
 // What stands at the head of a piece of UTF-8 that is not empty.
 struct utf8_piece {

@@ -1,4 +1,4 @@
-// Inside the layer: the file that a named mutex shares between processes.
+// Inside this folder: the file that a named mutex shares between processes.
 //
 // One file per name under /dev/shm. Ownership is an open-file-description lock on one of its bytes, so that it ends
 // with the process, whatever kills it. A word of the text says "held" while it is held: who gets the lock and finds

@@ -14,6 +14,7 @@
 #include "platform/api/threads.h"
 #include "platform/core/waitable.h"
 #include "platform/threads/mutex_file.h"
+#include "platform/threads/named_mutex.h"
 
 namespace platform {
 

@@ -4,6 +4,7 @@
 
 #include "platform/api/threads.h"
 #include "platform/core/waitable.h"
+#include "platform/threads/named_mutex.h"
 
 namespace platform {
 

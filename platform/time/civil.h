@@ -1,4 +1,4 @@
-// Inside the layer: the Gregorian calendar as plain arithmetic over days since 1970-01-01, without a zone.
+// Inside this folder: the Gregorian calendar as plain arithmetic over days since 1970-01-01, without a zone.
 #pragma once
 
 #include <cstdint>

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/core/clock.h"
 #include "platform/core/descriptor.h"
 #include "platform/core/thread_own.h"
 #include "platform/time/civil.h"
@@ -62,12 +63,6 @@ int64_t change_between(int64_t low, int64_t high) {
 bool system_zone_can_be_read() {
     const descriptor file(::open(system_zone_file, O_RDONLY | O_CLOEXEC));
     return file || (errno != EMFILE && errno != ENFILE && errno != ENOMEM);
-}
-
-int64_t coarse_milliseconds() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return now.tv_sec * int64_t{1000} + now.tv_nsec / 1000000;
 }
 
 constinit std::mutex host_zone;
@@ -134,7 +129,7 @@ zone& zone::of_thread() {
 }
 
 zone::zone(zone_setting setting) : setting_(std::move(setting)) {
-    next_check_ms_ = coarse_milliseconds() + system_zone_check_ms;
+    next_check_ms_ = coarse_now_ms() + system_zone_check_ms;
     fill(0);
 }
 
@@ -164,7 +159,7 @@ bool zone::is_set_now() {
     const char* text = variable();
     if (text || !setting_.from_system)
         return text && !setting_.from_system && std::strcmp(text, setting_.text.c_str()) == 0;
-    const int64_t now = coarse_milliseconds();
+    const int64_t now = coarse_now_ms();
     if (now < next_check_ms_)
         return true;
     next_check_ms_ = now + system_zone_check_ms;

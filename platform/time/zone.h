@@ -1,4 +1,4 @@
-// Inside the layer: the local zone, as spans of time in which its offset is constant.
+// Inside this folder: the local zone, as spans of time in which its offset is constant.
 #pragma once
 
 #include <algorithm>
