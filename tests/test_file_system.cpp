@@ -19,24 +19,24 @@ TEST(file_system, single_items_and_their_attributes) {
     as_both_users([](const file_place& place) {
         for (const auto& [path, code] :
              {std::pair{u"T:\\a\\b", 3u}, {u"T:\\a\\\\", 0u}, {u"t:\\A", 183u}, {u"T:\\a\\b", 0u}})
-            EXPECT_EQ(code_after(ZU_create_dir(path, nullptr)), code);
-        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a")), 145u);
+            EXPECT_EQ(code_of(ZU_create_dir(path, nullptr)), code);
+        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), 145u);
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\b", read_only | hidden));
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\", read_only | system_));
-        EXPECT_EQ(code_after(ZU_delete_dir(u"T:\\a\\")), 145u)
+        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a\\")), 145u)
             << "of the second attempt, whose bits are put back";
         EXPECT_EQ(ZU_path_attributes(u"T:\\a"), ZU_PATH_DIR | ZU_PATH_READONLY | ZU_PATH_SYSTEM);
         for (const auto& [path, code] : {std::pair{u"T:\\A\\B\\", 0u}, {u"T:\\a", 0u}, {u"T:\\a", 2u}})
-            EXPECT_EQ(code_after(ZU_delete_dir(path)), code);
+            EXPECT_EQ(code_of(ZU_delete_dir(path)), code);
 
         make(place, "f", "", read_only | hidden | system_);
         for (const uint32_t code : {0u, 2u})
-            EXPECT_EQ(code_after(ZU_delete_file(u"T:\\F")), code);
+            EXPECT_EQ(code_of(ZU_delete_file(u"T:\\F")), code);
         EXPECT_FALSE(place.exists("f"));
         make(place, "f", "", read_only | hidden);
         ZU_file* open =
             ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ, nullptr);
-        EXPECT_EQ(code_after(ZU_delete_file(u"T:\\f")), 32u);
+        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\f")), 32u);
         ZU_close_file(open);
         EXPECT_EQ(ZU_path_attributes(u"T:\\f"), 0x282u);
 
@@ -62,15 +62,15 @@ TEST(file_system, a_recursive_delete_takes_the_tree_and_leaves_what_links_point_
         for (const char16_t* path : {u"T:\\tree\\\u00e4", u"T:\\tree\\d2"})
             ASSERT_TRUE(ZU_set_file_platform_attributes(path, read_only | system_));
         ZU_file* open = ZU_open_file(u"T:\\tree\\d1\\f3", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING, nullptr);
-        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\tree")), 145u) << "what is in use stays";
+        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree")), 145u) << "what is in use stays";
         EXPECT_TRUE(place.exists("tree/d1/f3"));
         EXPECT_FALSE(place.exists("tree/d1/f4") || place.exists("tree/d2") || place.exists("tree/down"));
         ZU_close_file(open);
-        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\tree\\")), 0u);
+        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree\\")), 0u);
         EXPECT_EQ(place.read("kept/f"), "kept");
-        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\top")), 0u) << "followed when named itself";
+        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\top")), 0u) << "followed when named itself";
         EXPECT_FALSE(place.exists("top") || place.exists("kept/f"));
-        EXPECT_EQ(code_after(ZU_delete_dir_recursive(u"T:\\top")), 2u);
+        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\top")), 2u);
     });
 }
 
@@ -90,13 +90,13 @@ TEST(file_system, a_move_replaces_files_and_keeps_a_destination_that_it_cannot_r
             place.write("src", "src");
             if (bits != 0)
                 make(place, name.c_str(), "dst", bits);
-            EXPECT_EQ(code_after(ZU_move_file(source, destination)), code) << name;
+            EXPECT_EQ(code_of(ZU_move_file(source, destination)), code) << name;
             EXPECT_EQ(place.read(name), contents) << name;
             const bool kept = code != 0 && bits != 0;
             EXPECT_TRUE(!kept || ZU_get_file_platform_attributes(destination) == bits) << "put back";
         }
         place.map_drive('U', "/dev/shm");
-        EXPECT_EQ(code_after(ZU_move_file(u"T:\\src", u"U:\\zu-test-moved")), 17u);
+        EXPECT_EQ(code_of(ZU_move_file(u"T:\\src", u"U:\\zu-test-moved")), 17u);
     });
 }
 
@@ -135,7 +135,7 @@ TEST(file, ways_to_open_and_the_second_attempt) {
                 place.write("f", "old");
             ZU_set_file_platform_attributes(u"T:\\f", attributes);
             ZU_file* file = ZU_open_file(u"T:\\f", ZU_FILE_WRITE | flags, nullptr);
-            EXPECT_EQ(code_after(file != nullptr), code);
+            EXPECT_EQ(code_of(file != nullptr), code);
             ZU_close_file(file);
             EXPECT_EQ(place.read("f"), contents);
             EXPECT_TRUE(attributes == missing || ZU_get_file_platform_attributes(u"T:\\f") == attributes);

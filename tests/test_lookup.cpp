@@ -14,7 +14,7 @@ using lookup = file_test;
 using find = file_test;
 
 DWORD attribute_code(const std::u16string& path) {
-    return code_after(GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES);
+    return code_of(GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES);
 }
 
 DWORD create_code(const std::u16string& path, DWORD disposition = CREATE_NEW) {
@@ -44,7 +44,7 @@ TEST_F(lookup, letter_case_is_ignored_in_every_component) {
     // Nothing is made beside another spelling of its name.
     EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt"), 80u);
     EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt", CREATE_ALWAYS), 183u);
-    EXPECT_EQ(code_after(CreateDirectoryW(u"T:\\data", nullptr)), 183u);
+    EXPECT_EQ(code_of(CreateDirectoryW(u"T:\\data", nullptr)), 183u);
     EXPECT_EQ(create_code(u"T:\\DATA\\New"), 0u);
     EXPECT_EQ(listed(u"T:\\data"), (names{u"Größe", u"New"}));
     // An exact match wins, else the first in byte order.
@@ -226,9 +226,9 @@ TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     const DWORD size = QueryDosDeviceW(u"t:", text, 300);
     EXPECT_EQ(size, std::u16string(text).size() + 2);
     EXPECT_EQ(text[size - 1], 0);
-    EXPECT_EQ(code_after(QueryDosDeviceW(u"t:", text, size - 1) != 0), 122u);
+    EXPECT_EQ(code_of(QueryDosDeviceW(u"t:", text, size - 1) != 0), 122u);
     for (const char16_t* device : {u"Q:", u"T:\\", u"T", u""})
-        EXPECT_EQ(code_after(QueryDosDeviceW(device, text, 300) != 0), 2u) << narrow(device);
+        EXPECT_EQ(code_of(QueryDosDeviceW(device, text, 300) != 0), 2u) << narrow(device);
     ASSERT_EQ(chdir(place.host_path("dir").c_str()), 0);
     const UINT type = GetDriveTypeW(nullptr), none = DRIVE_NO_ROOT_DIR;
     EXPECT_GE(type, DRIVE_REMOVABLE);
@@ -243,7 +243,7 @@ TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     for (const auto& [root, kind, code] : roots) {
         EXPECT_EQ(GetDriveTypeW(root), kind) << narrow(root);
         const int done = GetVolumeInformationW(root, text, 300, nullptr, nullptr, nullptr, nullptr, 0);
-        EXPECT_EQ(code_after(done), code) << narrow(root);
+        EXPECT_EQ(code_of(done), code) << narrow(root);
     }
 }
 
@@ -295,8 +295,8 @@ TEST_F(find, each_pattern_has_its_code) {
     EXPECT_EQ(list(u"T:\\empty\\*").names, (std::vector<std::u16string>{u".", u".."}));
     WIN32_FIND_DATAW found;
     for (const HANDLE bad : {HANDLE{}, INVALID_HANDLE_VALUE, CreateEventW(nullptr, 0, 0, nullptr)}) {
-        EXPECT_EQ(code_after(FindNextFileW(bad, &found)), 6u);
-        EXPECT_EQ(code_after(FindClose(bad)), 6u);
+        EXPECT_EQ(code_of(FindNextFileW(bad, &found)), 6u);
+        EXPECT_EQ(code_of(FindClose(bad)), 6u);
     }
 }
 

@@ -30,7 +30,7 @@ std::string read_some(HANDLE file, DWORD count) {
 DWORD write_code(HANDLE file, const std::string& bytes) {
     DWORD done = 77;
     const DWORD code =
-        code_after(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr));
+        code_of(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr));
     EXPECT_EQ(done, code == ERROR_SUCCESS ? bytes.size() : 0);
     return code;
 }
@@ -40,7 +40,7 @@ DWORD seek_code(HANDLE file, int64_t distance, DWORD origin, int64_t reached = -
     LARGE_INTEGER by, to;
     by.QuadPart = distance;
     to.QuadPart = -1;
-    const DWORD code = code_after(SetFilePointerEx(file, by, &to, origin));
+    const DWORD code = code_of(SetFilePointerEx(file, by, &to, origin));
     EXPECT_TRUE(to.QuadPart == reached || (code == 0 && reached == -1));
     return code;
 }
@@ -106,7 +106,7 @@ TEST_F(platform_files, each_situation_of_opening_has_its_code) {
     char byte;
     DWORD done;
     const layer_file directory(place.long_path(u"directory"), R, OPEN_EXISTING, 0, backup);
-    EXPECT_EQ(code_after(ReadFile(directory, &byte, 1, &done, nullptr)), 1u);
+    EXPECT_EQ(code_of(ReadFile(directory, &byte, 1, &done, nullptr)), 1u);
 }
 
 TEST_F(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
@@ -118,13 +118,13 @@ TEST_F(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
     for (const char* part : {"012345", "6789", ""})
         EXPECT_EQ(read_some(reader, 6), part);
     for (const DWORD count : {0u, 1u})
-        EXPECT_EQ(code_after(ReadFile(writer, &byte, count, &done, nullptr)), 5u);
+        EXPECT_EQ(code_of(ReadFile(writer, &byte, count, &done, nullptr)), 5u);
     EXPECT_EQ(write_code(reader, ""), 5u);
-    EXPECT_EQ(code_after(ReadFile(reader, nullptr, 1, &done, nullptr)), 998u);
-    EXPECT_EQ(code_after(WriteFile(writer, nullptr, 1, &done, nullptr)), 998u);
+    EXPECT_EQ(code_of(ReadFile(reader, nullptr, 1, &done, nullptr)), 998u);
+    EXPECT_EQ(code_of(WriteFile(writer, nullptr, 1, &done, nullptr)), 998u);
     EXPECT_EQ(done, 0u);
-    EXPECT_EQ(code_after(SetEndOfFile(reader)), 5u);
-    EXPECT_EQ(code_after(FlushFileBuffers(reader)), 5u);
+    EXPECT_EQ(code_of(SetEndOfFile(reader)), 5u);
+    EXPECT_EQ(code_of(FlushFileBuffers(reader)), 5u);
 
     EXPECT_EQ(seek_code(reader, -3, FILE_END, 7), 0u);
     EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_CURRENT), 131u);
@@ -142,7 +142,7 @@ TEST_F(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
     const HANDLE closed = reader;
     reader.close();
     for (const HANDLE bad : {closed, HANDLE{}, INVALID_HANDLE_VALUE}) {
-        EXPECT_EQ(code_after(ReadFile(bad, &byte, 1, &done, nullptr)), 6u);
+        EXPECT_EQ(code_of(ReadFile(bad, &byte, 1, &done, nullptr)), 6u);
         EXPECT_EQ(write_code(bad, "x"), 6u);
         EXPECT_EQ(seek_code(bad, 0, FILE_BEGIN), 6u);
     }
@@ -230,9 +230,9 @@ TEST_F(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone)
     }
     ASSERT_TRUE(disk.remount_read_only());
     const DWORD codes[] = {open_code(path, W, OPEN_EXISTING), open_code(missing, W, CREATE_NEW),
-                           code_after(DeleteFileW(path.c_str())),
-                           code_after(CreateDirectoryW(missing.c_str(), nullptr)),
-                           code_after(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY))};
+                           code_of(DeleteFileW(path.c_str())),
+                           code_of(CreateDirectoryW(missing.c_str(), nullptr)),
+                           code_of(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY))};
     for (const DWORD code : codes)
         EXPECT_EQ(code, 19u);
     EXPECT_EQ(open_code(path, R, OPEN_EXISTING), 0u);
@@ -248,7 +248,7 @@ TEST_F(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
         seek_code(file, 10'000, FILE_BEGIN);
         std::printf("%u ", write_code(file, "c"));
         seek_code(file, 20'000, FILE_BEGIN);
-        std::printf("%u", code_after(SetEndOfFile(file)));
+        std::printf("%u", code_of(SetEndOfFile(file)));
     });
     EXPECT_EQ(child.signal, 0);
     EXPECT_EQ(child.output, "0 112 112 112");
@@ -300,7 +300,7 @@ TEST_F(platform_files, moving_has_its_codes_and_loses_nothing) {
             const file_place fresh;
             furnish(fresh);
             ASSERT_EQ(::link(fresh.host_path("file").c_str(), fresh.host_path("hard").c_str()), 0);
-            const DWORD code = code_after(
+            const DWORD code = code_of(
                 MoveFileExW(fresh.long_path(source).c_str(), fresh.long_path(destination).c_str(), flags));
             EXPECT_EQ(code, codes[flags]);
             if (code != 0) {
@@ -323,12 +323,12 @@ TEST_F(platform_files, a_directory_without_permission_refuses_with_5_what_it_doe
     const outcome child = run_as_ordinary_user([] {
         const char16_t *closed = u"T:\\closed\\file", *fixed = u"T:\\fixed\\file";
         const DWORD codes[] = {open_code(closed, R, OPEN_EXISTING),
-                               code_after(GetFileAttributesW(closed) != INVALID_FILE_ATTRIBUTES),
+                               code_of(GetFileAttributesW(closed) != INVALID_FILE_ATTRIBUTES),
                                list(closed).code,
                                list(u"T:\\closed\\*").code,
                                open_code(u"T:\\fixed\\new", W, CREATE_NEW),
-                               code_after(DeleteFileW(fixed)),
-                               code_after(MoveFileExW(fixed, u"T:\\moved", 0))};
+                               code_of(DeleteFileW(fixed)),
+                               code_of(MoveFileExW(fixed, u"T:\\moved", 0))};
         for (const DWORD code : codes)
             std::printf("%u ", code);
         const listing found = list(u"T:\\listed\\*"); // nothing in it may be looked at
@@ -467,13 +467,13 @@ TEST(attributes, fail_with_50_where_they_cannot_be_kept) {
     for (const DWORD kept : {0x01u, 0x80u}) {
         EXPECT_TRUE(SetFileAttributesW(u"T:\\file", kept));
         for (const DWORD bits : {0x02u, 0x03u})
-            EXPECT_EQ(code_after(SetFileAttributesW(u"T:\\file", bits)), 50u);
+            EXPECT_EQ(code_of(SetFileAttributesW(u"T:\\file", bits)), 50u);
         EXPECT_EQ(GetFileAttributesW(u"T:\\file"), kept);
     }
     layer_file file(u"T:\\file", FILE_WRITE_ATTRIBUTES, OPEN_EXISTING);
     FILETIME before, after, time{0x12345678, 0x1C00000};
     EXPECT_TRUE(GetFileTime(file, nullptr, nullptr, &before));
-    EXPECT_EQ(code_after(SetFileTime(file, &time, nullptr, &time)), 50u);
+    EXPECT_EQ(code_of(SetFileTime(file, &time, nullptr, &time)), 50u);
     EXPECT_TRUE(GetFileTime(file, nullptr, nullptr, &after));
     EXPECT_EQ(before.dwLowDateTime, after.dwLowDateTime);
     file.close();
@@ -497,7 +497,7 @@ TEST(attributes, times_come_back_exactly_and_one_by_one) {
             const layer_file file(path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING, 0, FILE_FLAG_BACKUP_SEMANTICS);
             EXPECT_TRUE(SetFileTime(file, &created, &accessed, &written)) << GetLastError();
             EXPECT_TRUE(SetFileTime(file, nullptr, &none, &keep)) << "nothing changes";
-            EXPECT_EQ(code_after(SetFileTime(file, &written, &bad, nullptr)), 87u);
+            EXPECT_EQ(code_of(SetFileTime(file, &written, &bad, nullptr)), 87u);
             FILETIME times[3];
             EXPECT_TRUE(GetFileTime(file, &times[0], &times[1], &times[2]));
             EXPECT_EQ(std::bit_cast<uint64_t>(times[0]), base);
@@ -506,7 +506,7 @@ TEST(attributes, times_come_back_exactly_and_one_by_one) {
         }
         EXPECT_EQ(mode_of(place.host_path("file")), 0444u);
         const layer_file reader(u"T:\\file", GENERIC_READ, OPEN_EXISTING);
-        EXPECT_EQ(code_after(SetFileTime(reader, nullptr, nullptr, &created)), 5u);
+        EXPECT_EQ(code_of(SetFileTime(reader, nullptr, nullptr, &created)), 5u);
     });
 }
 
@@ -518,7 +518,7 @@ TEST(attributes, links_pass_questions_on) {
     EXPECT_TRUE(SetFileAttributesW(u"T:\\link", 0x03));
     EXPECT_EQ(GetFileAttributesW(u"T:\\target"), 0x03u);
     EXPECT_EQ(GetFileAttributesW(u"T:\\dangling"), 0x80u);
-    EXPECT_EQ(code_after(SetFileAttributesW(u"T:\\dangling", FILE_ATTRIBUTE_HIDDEN)), 50u);
+    EXPECT_EQ(code_of(SetFileAttributesW(u"T:\\dangling", FILE_ATTRIBUTE_HIDDEN)), 50u);
     EXPECT_EQ(layer_file(u"T:\\dangling", GENERIC_WRITE, OPEN_ALWAYS).code, 0u);
     EXPECT_TRUE(place.exists("nowhere"));
 }

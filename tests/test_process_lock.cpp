@@ -16,7 +16,7 @@ struct process_lock : testing::Test {
     holder held_elsewhere(bool locks = true, bool everyone = false) const {
         return holder([&] {
             ZU_lock_process lock = everyone ? create_everyone() : create();
-            return code_after(lock && (!locks || ZU_lock_process_lock(lock)));
+            return code_of(lock && (!locks || ZU_lock_process_lock(lock)));
         });
     }
     // Goes in and out, with a new handle each time where it closes.
@@ -86,7 +86,7 @@ TEST_F(process_lock, recursion_ownership_and_results) {
     ZU_lock_process lock = create(), again = create_everyone();
     EXPECT_EQ(GetLastError(), 183u);
     ZU_lock_process opened = open();
-    EXPECT_EQ(code_after(ZU_lock_process_unlock(lock)), 288u);
+    EXPECT_EQ(code_of(ZU_lock_process_unlock(lock)), 288u);
     EXPECT_TRUE(ZU_lock_process_lock(lock));
     EXPECT_TRUE(ZU_lock_process_lock_timeout(again, 0)) << "the owner, through another handle";
     EXPECT_TRUE(ZU_lock_process_unlock(lock));
@@ -99,15 +99,15 @@ TEST_F(process_lock, recursion_ownership_and_results) {
     EXPECT_TRUE(ZU_lock_process_unlock(again));
     std::thread([&] { EXPECT_TRUE(ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock)); }).join();
 
-    EXPECT_EQ(code_after(ZU_lock_process_lock(opened)), 5u);
+    EXPECT_EQ(code_of(ZU_lock_process_lock(opened)), 5u);
     for (const auto& [one, code] : {std::pair{opened, 5u}, {lock, 50u}}) // a wait for several takes none
-        EXPECT_EQ(code_after(platform::WaitForMultipleObjects(1, &one, 0, 0) != WAIT_FAILED), code);
+        EXPECT_EQ(code_of(platform::WaitForMultipleObjects(1, &one, 0, 0) != WAIT_FAILED), code);
     for (ZU_lock_process one : {opened, again, lock})
         EXPECT_TRUE(ZU_lock_process_close(one));
     for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock})
-        EXPECT_EQ(code_after(call(lock)), 6u) << "it is closed";
+        EXPECT_EQ(code_of(call(lock)), 6u) << "it is closed";
     EXPECT_FALSE(has_file());
-    EXPECT_EQ(code_after(open() != nullptr), 2u);
+    EXPECT_EQ(code_of(open() != nullptr), 2u);
     EXPECT_TRUE(ZU_lock_process_close(nullptr) && ZU_lock_process_destroy(nullptr));
 }
 
@@ -115,7 +115,7 @@ TEST_F(process_lock, a_forked_child_is_another_process) {
     const ZU_lock_process lock = create();
     EXPECT_TRUE(ZU_lock_process_lock(lock));
     ended(fork_child([&] {
-        shared->counter = code_after(ZU_lock_process_unlock(lock));
+        shared->counter = code_of(ZU_lock_process_unlock(lock));
         shared->doubles = ZU_lock_process_lock_timeout(lock, 0);
         ZU_lock_process_close(lock);
     }));
@@ -154,7 +154,7 @@ TEST_F(process_lock, names) {
 TEST_F(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     held_elsewhere().end();
     EXPECT_TRUE(has_file());
-    EXPECT_EQ(code_after(open() != nullptr), 2u) << "nobody has it";
+    EXPECT_EQ(code_of(open() != nullptr), 2u) << "nobody has it";
     EXPECT_FALSE(has_file());
     held_elsewhere().end();
     ZU_lock_process lock = create(), unnamed = ZU_lock_process_create(nullptr);
@@ -309,7 +309,7 @@ TEST_F(process_lock, another_user_needs_the_everyone_form_and_is_never_refused_w
 TEST_F(process_lock, hostile_files_under_its_name_are_refused) {
     const auto code = [&] {
         ZU_lock_process lock = create();
-        return code_after(lock && ZU_lock_process_close(lock));
+        return code_of(lock && ZU_lock_process_close(lock));
     };
     std::vector<std::pair<std::string, uint32_t>> rows = {
         {"mkfifo -m 666 ", 6}, {"ln -s /etc/passwd ", 6}, {"mkdir -m 777 ", 6}};
@@ -330,7 +330,7 @@ TEST_F(process_lock, hostile_files_under_its_name_are_refused) {
             ZU_lock_process lock = create();
             const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
             const bool spoiled = cut ? ftruncate(file, 0) == 0 : pwrite(file, "Z", 1, 0) == 1;
-            return code_after(spoiled && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock));
+            return code_of(spoiled && ZU_lock_process_lock(lock) && ZU_lock_process_unlock(lock));
         });
         EXPECT_EQ(spoiler.result(), 0u);
         EXPECT_EQ(code(), 6u) << cut;
@@ -350,7 +350,7 @@ TEST_F(process_lock, access_lists_open_it_to_everyone_with_all_rights_only) {
         entry.grfAccessPermissions = rights;
         ASSERT_EQ(platform::SetEntriesInAclW(1, &entry, nullptr, &list), 0u);
         EXPECT_EQ(platform::SetEntriesInAclW(1, &entry, list, &merged), 50u) << "nothing is added to a list";
-        EXPECT_EQ(code_after(platform::InitializeSecurityDescriptor(&descriptor, 2)), 1305u);
+        EXPECT_EQ(code_of(platform::InitializeSecurityDescriptor(&descriptor, 2)), 1305u);
         ASSERT_TRUE(platform::InitializeSecurityDescriptor(&descriptor, 1));
         ASSERT_TRUE(platform::SetSecurityDescriptorDacl(&descriptor, 1, list, 0));
         platform::SECURITY_ATTRIBUTES attributes = {sizeof attributes, &descriptor, 0};

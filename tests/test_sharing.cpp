@@ -114,7 +114,7 @@ TEST_F(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) 
     const holder child = opened_elsewhere(read_only, read_alone);
     EXPECT_EQ(opened(read_only, write_alone).code, 5u);
     EXPECT_EQ(opened(read_only, read_alone).code, 32u);
-    EXPECT_EQ(code_after(DeleteFileW(read_only.c_str())), 32u);
+    EXPECT_EQ(code_of(DeleteFileW(read_only.c_str())), 32u);
 }
 
 TEST_F(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
@@ -142,10 +142,10 @@ TEST_F(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
         place.write("other", "other");
         const holder child = opened_elsewhere(path, way(i));
         const DWORD in_use = way(i).needs != 0 ? 32 : 0;
-        EXPECT_EQ(code_after(MoveFileExW(path.c_str(), moved.c_str(), 0)), in_use);
+        EXPECT_EQ(code_of(MoveFileExW(path.c_str(), moved.c_str(), 0)), in_use);
         MoveFileExW(moved.c_str(), path.c_str(), 0);
-        EXPECT_EQ(code_after(MoveFileExW(other.c_str(), path.c_str(), 1)), in_use ? 5u : 0u);
-        EXPECT_EQ(code_after(DeleteFileW(path.c_str())), in_use);
+        EXPECT_EQ(code_of(MoveFileExW(other.c_str(), path.c_str(), 1)), in_use ? 5u : 0u);
+        EXPECT_EQ(code_of(DeleteFileW(path.c_str())), in_use);
         EXPECT_EQ(place.read("file"), in_use ? "file" : "");
     }
 }

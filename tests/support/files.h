@@ -17,13 +17,9 @@
 
 #include "platform/platform.h"
 #include "support/process.h"
+#include "support/results.h"
 
 namespace zu_test {
-
-// 0, or the code that a call which failed has set.
-inline uint32_t code_after(int result) {
-    return result ? 0 : GetLastError();
-}
 
 inline std::u16string wide(std::string_view utf8) {
     return std::filesystem::path(utf8).u16string();
