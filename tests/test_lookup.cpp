@@ -170,6 +170,46 @@ TEST_F(lookup, drives_and_shares_are_links_that_are_seen_when_they_change) {
     setenv("ZU_HOST", (place.host_path() + "/../host").c_str(), 1);
     EXPECT_EQ(attribute_code(u"C:\\file"), 0u);
     EXPECT_EQ(attribute_code(u"Z:" + host_file), 0u);
+    // A relative value counts from where the process was at first.
+    ASSERT_EQ(chdir(place.host_path("..").c_str()), 0);
+    setenv("ZU_HOST", "host", 1);
+    for (const char* directory : {".", "/"}) {
+        ASSERT_EQ(chdir(directory), 0);
+        EXPECT_EQ(attribute_code(u"Q:\\file"), 0u) << directory;
+    }
+}
+
+// What cannot be looked up is a failure: a path never comes to mean another file.
+TEST_F(lookup, drives_stay_what_they_are_for_want_of_descriptors_and_permission) {
+    place.make_directory("disk");
+    place.write("disk/file", "");
+    place.map_drive('C', place.host_path("disk"));
+    place.map_share("srv", "share", place.host_path("disk"));
+    const std::string drives = place.host_path("../host/drives");
+    const auto print_codes = [] {
+        for (const char16_t* path : {u"C:\\file", u"C:\\etc", u"Z:\\etc", u"\\\\srv\\share\\file"})
+            std::printf("%u ", attribute_code(path));
+    };
+    EXPECT_EQ(run_child([&] {
+                  const rlimit no_more{0, 0};
+                  setrlimit(RLIMIT_NOFILE, &no_more);
+                  print_codes();
+              }).output,
+              "0 4 0 4 ");
+    for (const auto& [mode, codes] : {std::pair{0700, "5 5 5 5 "}, {0711, "0 2 0 0 "}}) {
+        chmod(drives.c_str(), static_cast<mode_t>(mode));
+        EXPECT_EQ(run_as_ordinary_user(print_codes).output, codes) << std::oct << mode;
+    }
+    // What a thread has read stays in use.
+    chmod(drives.c_str(), 0777);
+    EXPECT_EQ(run_as_ordinary_user([&] {
+                  print_codes();
+                  rename(drives.c_str(), (drives + "-").c_str());
+                  symlink(drives.c_str(), drives.c_str()); // which leads nowhere
+                  sleep(1);
+                  print_codes();
+              }).output,
+              "0 2 0 0 0 2 0 0 ");
 }
 
 TEST_F(lookup, relative_paths_start_from_the_current_directory) {
@@ -202,6 +242,20 @@ TEST_F(lookup, relative_paths_start_from_the_current_directory) {
     EXPECT_EQ(GetModuleFileNameW(nullptr, text, 5), 5u);
     EXPECT_EQ(text[5], u'?');
     EXPECT_EQ(GetModuleFileNameW(nullptr, text, 0), 0u);
+
+    // Where no drive leads, a share does; without that there is no path.
+    setenv("ZU_HOST", (place.host_path() + "/../host/.").c_str(), 1);
+    for (const char letter : {'C', 'T', 'Z'})
+        place.map_drive(letter, place.host_path("work/a:b"));
+    EXPECT_EQ(code_of(GetCurrentDirectoryW(300, text) != 0), codes::path_not_found);
+    for (const auto& [share, directory] : {std::pair{"far", ""}, {"near", "work"}})
+        place.map_share("srv", share, place.host_path(directory));
+    setenv("ZU_HOST", (place.host_path() + "/../host").c_str(), 1);
+    EXPECT_EQ(GetCurrentDirectoryW(300, text), 10u);
+    EXPECT_EQ(std::u16string(text), u"\\\\srv\\near");
+    for (const auto& [path, code] :
+         {std::pair{u"file", 0u}, {u"..\\FILE", 0u}, {u"\\file", 0u}, {u"T:file", 2u}})
+        EXPECT_EQ(attribute_code(path), code) << narrow(path);
 }
 
 TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {

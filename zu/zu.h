@@ -771,7 +771,11 @@ ZU_API ZU_bool ZU_is_full_path(const ZU_wchar* path);
 /* 1 when a path, or one of its components, is longer than a path can be; 0 otherwise. */
 ZU_API int32_t ZU_path_too_long(const ZU_wchar* path);
 
-/* The current directory without a backslash at its end (the root of C: is "C:"); in new memory, null on failure. */
+/*
+ * The current directory without a backslash at its end (the root of C: is "C:"); in new memory, null on failure. On
+ * Linux it is a network path where only a share leads there, and code 3 (ERROR_PATH_NOT_FOUND) where neither a drive
+ * nor a share does.
+ */
 ZU_API ZU_bool ZU_get_current_dir_ex(ZU_s* out);
 ZU_API ZU_wchar* ZU_get_current_dir(void);
 

@@ -1,18 +1,77 @@
 // Where the host directory is.
 #include "platform/core/host_dir.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
+#include <cstring>
+#include <forward_list>
+#include <mutex>
 
 namespace platform {
 
+namespace {
+
+constexpr char variable[] = "ZU_HOST";
+
+struct relative_value {
+    std::string given;
+    std::string absolute;
+};
+
+// The relative values that the process has seen. A path that has been given out stays where it is.
+const char* absolute_path_of(const char* given) {
+    static std::mutex lock;
+    static std::forward_list<relative_value>& seen = *new std::forward_list<relative_value>;
+    const std::lock_guard held(lock);
+    for (const relative_value& value : seen) {
+        if (value.given == given)
+            return value.absolute.c_str();
+    }
+    char* directory = getcwd(nullptr, 0);
+    if (!directory)
+        return given; // for the calls of the host to fail on
+    seen.push_front({given, std::string(directory) + '/' + given});
+    std::free(directory);
+    return seen.front().absolute.c_str();
+}
+
+// A relative value that is there when the library is loaded counts from where the process is then.
+[[maybe_unused]] const char* const at_the_start = host_directory();
+
+bool is_variable(const char* entry) {
+    constexpr size_t length = sizeof variable - 1;
+    return std::strncmp(entry, variable, length) == 0 && entry[length] == '=';
+}
+
+} // namespace
+
 const char* host_directory() {
     // secure_getenv: a set-id program must not take its drives and services from whoever starts it.
-    const char* given = secure_getenv("ZU_HOST");
-    return given && *given ? given : "/var/lib/zu";
+    const char* given = secure_getenv(variable);
+    if (!given || !*given)
+        return "/var/lib/zu";
+    return *given == '/' ? given : absolute_path_of(given);
 }
 
 std::string in_host_directory(const char* relative) {
     return std::string(host_directory()) + '/' + relative;
+}
+
+bool host_directory_watch::may_have_changed() {
+    // setenv and putenv add behind the last variable, replace an entry in its place, or move to a new list; unsetenv
+    // moves the entries behind its own forward.
+    if (environ && environ == environment_ && environ[at_] == entry_ && (is_set_ || !environ[at_ + 1]))
+        return false;
+    environment_ = nullptr;
+    is_set_ = false;
+    for (size_t i = 0; environ && environ[i] && !is_set_; ++i) {
+        environment_ = environ;
+        at_ = i;
+        entry_ = environ[i];
+        is_set_ = is_variable(entry_);
+    }
+    return true;
 }
 
 } // namespace platform

@@ -1,9 +1,12 @@
 // Where the process is: its working directory and its executable.
+#include "platform/files/current.h"
+
 #include <limits.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "platform/api/files.h"
 #include "platform/core/error.h"
@@ -35,10 +38,20 @@ std::string executable() {
 
 } // namespace
 
+DWORD current_directory(std::u16string& out) {
+    char* host = getcwd(nullptr, 0);
+    if (!host)
+        return code_of_errno(errno);
+    // A directory outside the process's root has no path that starts at it.
+    const DWORD code = host[0] == '/' ? path_of_host_path(host, out) : DWORD{ERROR_PATH_NOT_FOUND};
+    std::free(host);
+    return code;
+}
+
 DWORD GetCurrentDirectoryW(DWORD size, WCHAR* out) {
-    const std::u16string path = current_directory();
-    if (path.empty())
-        return 0;
+    std::u16string path;
+    if (const DWORD code = current_directory(path))
+        return fail<DWORD>(code);
     if (size <= path.size())
         return static_cast<DWORD>(path.size() + 1);
     std::memcpy(out, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
@@ -46,20 +59,14 @@ DWORD GetCurrentDirectoryW(DWORD size, WCHAR* out) {
 }
 
 DWORD GetModuleFileNameW(HMODULE module, WCHAR* out, DWORD size) {
-    if (module) {
-        SetLastError(ERROR_MOD_NOT_FOUND); // libraries are not asked for
-        return 0;
-    }
+    if (module)
+        return fail<DWORD>(ERROR_MOD_NOT_FOUND); // libraries are not asked for
     const std::string host = executable();
-    if (host.empty()) {
-        set_last_error_from_errno();
-        return 0;
-    }
-    const std::u16string path = drive_path_of(host);
-    if (path.empty()) {
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return 0;
-    }
+    if (host.empty())
+        return fail<DWORD>(code_of_errno(errno));
+    std::u16string path;
+    if (const DWORD code = path_of_host_path(host, path))
+        return fail<DWORD>(code);
     if (size > path.size()) {
         std::memcpy(out, path.c_str(), (path.size() + 1) * sizeof(WCHAR));
         SetLastError(ERROR_SUCCESS);

@@ -8,8 +8,6 @@
 #include <cstring>
 
 #include "platform/core/retry.h"
-#include "platform/files/name_map.h"
-#include "platform/text/case_fold.h"
 
 namespace platform {
 
@@ -67,26 +65,6 @@ bool directory_reader::take(entry& out) {
 
 descriptor open_directory(int at, const char* path) {
     return descriptor(retried([&] { return openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-}
-
-std::string find_in_directory(descriptor directory, std::string_view wanted) {
-    std::string found;
-    directory_reader reader(std::move(directory));
-    std::string_view rest = wanted;
-    const char32_t first = fold_case(take_character(rest));
-    while (reader.directory() >= 0 && reader.fill()) {
-        for (directory_reader::entry entry; reader.take(entry);) {
-            rest = entry.name;
-            // Most names differ in their first letter.
-            if (fold_case(take_character(rest)) != first || !same_name(entry.name, wanted))
-                continue;
-            if (entry.name == wanted)
-                return std::string(wanted);
-            if (found.empty() || entry.name < found)
-                found = entry.name;
-        }
-    }
-    return found;
 }
 
 } // namespace platform

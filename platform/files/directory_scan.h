@@ -2,7 +2,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
 #include <string_view>
 
 #include "platform/core/descriptor.h"
@@ -48,9 +47,5 @@ private:
 
 // Opens a directory for reading.
 descriptor open_directory(int at, const char* path);
-
-// The entry of the directory that has the wanted name but for the case of letters: an exact match first, else the
-// first in byte order. Empty when there is none, or no descriptor.
-std::string find_in_directory(descriptor directory, std::string_view wanted);
 
 } // namespace platform

@@ -76,11 +76,14 @@ UINT GetDriveTypeW(const WCHAR* root) {
 
 DWORD QueryDosDeviceW(const WCHAR* device, WCHAR* target, DWORD size) {
     const wide_view text = device ? wide_view(device) : wide_view();
+    if (!is_bare_drive(text))
+        return fail<DWORD>(ERROR_FILE_NOT_FOUND);
     std::string directory;
+    if (const DWORD code = append_drive_directory(static_cast<char>(text[0]), directory))
+        return fail<DWORD>(code == ERROR_PATH_NOT_FOUND ? DWORD{ERROR_FILE_NOT_FOUND} : code);
     mount_facts facts;
-    if (!is_bare_drive(text) || !append_drive_directory(static_cast<char>(text[0]), directory)
-        || !read_mount_facts(directory.empty() ? "/" : directory, facts))
-        return fail(ERROR_FILE_NOT_FOUND);
+    if (!read_mount_facts(directory.empty() ? "/" : directory, facts))
+        return fail<DWORD>(ERROR_FILE_NOT_FOUND);
     const std::u16string name = device_name_of(facts, static_cast<char>(text[0] & ~0x20));
     const size_t needed = name.size() + 2; // a list of names, ended by an empty one
     if (!target || size < needed)

@@ -5,202 +5,320 @@
 #include <limits.h>
 #include <time.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
-#include <optional>
 #include <vector>
 
 #include "platform/core/error.h"
 #include "platform/core/host_dir.h"
+#include "platform/core/retry.h"
 #include "platform/core/thread_own.h"
 #include "platform/files/directory_scan.h"
+#include "platform/files/spelling.h"
 
 namespace platform {
 
 namespace {
 
-using host_target = std::optional<std::string>;
-
 constexpr size_t letter_count = 26;
-constexpr int64_t memory_seconds = 1;
+constexpr size_t system_drive = 'c' - 'a';
+constexpr size_t whole_drive = 'z' - 'a';
+
+constexpr time_t never = -1;
+constexpr time_t memory_seconds = 1;
+constexpr size_t most_shares = 64; // that a thread remembers
+
+struct known_drive {
+    time_t read_at = never;
+    std::string directory; // without a slash at its end: empty for /
+};
 
 struct known_share {
     std::u16string server;
     std::u16string share;
-    std::string target;
+    time_t read_at;
+    std::string directory;
+};
+
+// A directory without links in its path, and the path of the platform that leads there.
+struct way_back {
+    std::string directory;
+    std::u16string root; // C: or \\srv\share
 };
 
 // What the thread has read of the host directory.
 struct drive_memory {
+    host_directory_watch watch;
     std::string host_directory;
-    timespec read_at{};
-    std::array<host_target, letter_count> drives;
-    std::array<host_target, letter_count> real_drives; // without links, for the way back from a host path
-    bool has_real_drives = false;
+    std::array<known_drive, letter_count> drives;
     std::vector<known_share> shares;
+    time_t drive_ways_read_at = never;
+    std::vector<way_back> drive_ways;
+    time_t share_ways_read_at = never;
+    std::vector<way_back> share_ways;
 };
 
-size_t index_of(char letter) {
-    return static_cast<size_t>((letter | 0x20) - 'a');
-}
-
-// The directory that an entry of the host directory stands for: a link's text is taken as it is, so that a drive
-// costs no look at the file system behind it.
-std::string target_of(int at, const char* entry, const std::string& folder) {
-    char text[PATH_MAX];
-    const ssize_t size = readlinkat(at, entry, text, sizeof text);
-    std::string target = size > 0 ? std::string(text, static_cast<size_t>(size)) : entry;
-    if (target[0] != '/')
-        target = folder + '/' + target;
-    while (!target.empty() && target.back() == '/')
-        target.pop_back();
-    return target;
-}
-
-void load(drive_memory& memory) {
-    memory.drives.fill(std::nullopt);
-    memory.has_real_drives = false;
-    memory.shares.clear();
-    const std::string folder = memory.host_directory + "/drives";
-    directory_reader reader(open_directory(AT_FDCWD, folder.c_str()));
-    while (reader.directory() >= 0 && reader.fill()) {
-        for (directory_reader::entry entry; reader.take(entry);) {
-            if (entry.name.size() == 2 && entry.name[1] == ':'
-                && is_drive_letter(static_cast<unsigned char>(entry.name[0])))
-                memory.drives[index_of(entry.name[0])] =
-                    target_of(reader.directory(), entry.name.data(), folder);
-        }
-    }
-    host_target& system = memory.drives[index_of('c')];
-    host_target& whole = memory.drives[index_of('z')];
-    if (!system)
-        system = "";
-    else if (!system->empty() && !whole)
-        whole = "";
-}
-
-// The thread's memory, read anew when it is old or the host directory is another one.
-drive_memory& memory(bool read_anew = false) {
-    drive_memory& mine = thread_own<drive_memory>::get();
-    const char* host = host_directory();
+time_t seconds_now() {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    if (read_anew || mine.host_directory != host || now.tv_sec - mine.read_at.tv_sec >= memory_seconds) {
-        mine.host_directory = host;
-        mine.read_at = now;
-        load(mine);
+    return now.tv_sec;
+}
+
+bool is_fresh(time_t read_at, time_t now) {
+    return read_at != never && now - read_at < memory_seconds;
+}
+
+// The thread's memory, empty when the host directory is another one than before.
+drive_memory& memory() {
+    drive_memory& mine = thread_own<drive_memory>::get();
+    if (mine.watch.may_have_changed() && mine.host_directory != host_directory()) {
+        mine = {};
+        mine.watch.may_have_changed();
+        mine.host_directory = host_directory();
     }
     return mine;
 }
 
-void load_real_drives(drive_memory& drives) {
-    for (size_t i = 0; i < letter_count; ++i) {
-        drives.real_drives[i] = drives.drives[i];
-        if (!drives.drives[i] || drives.drives[i]->empty())
-            continue;
-        char* real = realpath(drives.drives[i]->c_str(), nullptr);
-        drives.real_drives[i] = real ? host_target(real) : std::nullopt;
-        std::free(real);
+bool is_absence(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+// The directory that an entry of the host directory stands for: a link's text is taken as it is, so that a drive
+// costs neither a descriptor nor a look at the file system behind it. 0, 2 for no such entry, or another code.
+DWORD read_entry(const std::string& folder, std::string_view entry, std::string& directory) {
+    const std::string path = folder + '/' + std::string(entry);
+    char text[PATH_MAX];
+    const ssize_t size = readlink(path.c_str(), text, sizeof text);
+    if (size < 0 && errno != EINVAL) // of a directory that is no link
+        return is_absence(errno) ? DWORD{ERROR_FILE_NOT_FOUND} : code_of_errno(errno);
+    directory = size < 0 ? path : std::string(text, static_cast<size_t>(size));
+    if (directory[0] != '/')
+        directory = folder + '/' + directory;
+    while (!directory.empty() && directory.back() == '/')
+        directory.pop_back();
+    return ERROR_SUCCESS;
+}
+
+// ---- Drives ----------------------------------------------------------------------------------------------------
+
+// The directory of a letter's own entry, in either case.
+DWORD read_letter(const std::string& folder, size_t letter, std::string& directory) {
+    const char lower[] = {static_cast<char>('a' + letter), ':', 0},
+               upper[] = {static_cast<char>('A' + letter), ':', 0};
+    const DWORD code = read_entry(folder, lower, directory);
+    return code == ERROR_FILE_NOT_FOUND ? read_entry(folder, upper, directory) : code;
+}
+
+DWORD read_drive(const std::string& host_directory, size_t letter, std::string& directory) {
+    const std::string folder = host_directory + "/drives";
+    const DWORD code = read_letter(folder, letter, directory);
+    if (code != ERROR_FILE_NOT_FOUND || (letter != system_drive && letter != whole_drive))
+        return code;
+    // Without entries, C: is /, and Z: is / when C: is elsewhere.
+    std::string system;
+    if (letter == whole_drive)
+        if (const DWORD system_code = read_letter(folder, system_drive, system))
+            return system_code;
+    if (letter == whole_drive && system.empty())
+        return ERROR_FILE_NOT_FOUND;
+    directory.clear();
+    return ERROR_SUCCESS;
+}
+
+// 0 with the letter's directory as it was read not long ago.
+DWORD find_drive(drive_memory& drives, size_t letter, time_t now) {
+    known_drive& drive = drives.drives[letter];
+    if (is_fresh(drive.read_at, now))
+        return ERROR_SUCCESS;
+    std::string directory;
+    const DWORD code = read_drive(drives.host_directory, letter, directory);
+    if (code == ERROR_SUCCESS)
+        drive = {now, std::move(directory)};
+    else if (code == ERROR_FILE_NOT_FOUND)
+        drive.read_at = never;
+    else if (drive.read_at != never)
+        return ERROR_SUCCESS;
+    return code;
+}
+
+// ---- Shares ----------------------------------------------------------------------------------------------------
+
+// An entry of a folder under the name that it has there. 0, `missing`, or another code.
+DWORD find_entry(const std::string& folder, wide_view name, DWORD missing, std::string& entry) {
+    if (!append_host_name(name, entry) || entry.empty())
+        return missing;
+    descriptor opened = open_directory(AT_FDCWD, folder.c_str());
+    if (opened)
+        entry = find_spelling_in(std::move(opened), entry);
+    else
+        entry.clear();
+    return !entry.empty() ? DWORD{ERROR_SUCCESS} : is_absence(errno) ? missing : code_of_errno(errno);
+}
+
+DWORD read_share(const std::string& host_directory, wide_view server, wide_view share,
+                 std::string& directory) {
+    std::string folder = host_directory + "/drives/unc", entry;
+    if (const DWORD code = find_entry(folder, server, ERROR_BAD_NETPATH, entry))
+        return code;
+    folder += '/' + entry;
+    entry.clear();
+    if (const DWORD code = find_entry(folder, share, ERROR_BAD_NET_NAME, entry))
+        return code;
+    const DWORD code = read_entry(folder, entry, directory);
+    return code == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_BAD_NET_NAME} : code;
+}
+
+// ---- From the host's paths -------------------------------------------------------------------------------------
+
+// Adds a way back from what a directory is without links. One that leads nowhere, or where the user may not go, leads
+// nobody back.
+DWORD add_way(const std::string& directory, std::u16string root, std::vector<way_back>& ways) {
+    char* real = directory.empty() ? nullptr : realpath(directory.c_str(), nullptr);
+    if (!real && !directory.empty()) {
+        const bool leads_nowhere =
+            is_absence(errno) || errno == ELOOP || errno == EACCES || errno == ENAMETOOLONG;
+        return leads_nowhere ? DWORD{ERROR_SUCCESS} : code_of_errno(errno);
     }
-    drives.has_real_drives = true;
+    const std::string_view path = real ? real : "";
+    ways.push_back({path == "/" ? std::string() : std::string(path), std::move(root)});
+    std::free(real);
+    return ERROR_SUCCESS;
+}
+
+DWORD read_drive_ways(drive_memory& drives, time_t now) {
+    std::vector<way_back> ways;
+    for (size_t letter = 0; letter < letter_count; ++letter) {
+        DWORD code = find_drive(drives, letter, now);
+        if (code == ERROR_SUCCESS)
+            code = add_way(drives.drives[letter].directory, {static_cast<WCHAR>(u'A' + letter), u':'}, ways);
+        if (code != ERROR_SUCCESS && code != ERROR_FILE_NOT_FOUND)
+            return code;
+    }
+    drives.drive_ways = std::move(ways);
+    drives.drive_ways_read_at = now;
+    return ERROR_SUCCESS;
+}
+
+// The names in a folder: 0, also when it is missing, or a code.
+DWORD list_folder(const std::string& folder, std::vector<std::string>& names) {
+    directory_reader reader(open_directory(AT_FDCWD, folder.c_str()));
+    if (reader.directory() < 0)
+        return is_absence(errno) ? DWORD{ERROR_SUCCESS} : code_of_errno(errno);
+    while (reader.fill())
+        for (directory_reader::entry entry; reader.take(entry);)
+            names.emplace_back(entry.name);
+    return code_of_errno(errno);
+}
+
+DWORD read_share_ways(drive_memory& drives, time_t now) {
+    const std::string folder = drives.host_directory + "/drives/unc";
+    std::vector<way_back> ways;
+    std::vector<std::string> servers;
+    DWORD code = list_folder(folder, servers);
+    for (const std::string& server : servers) {
+        std::vector<std::string> shares;
+        if (code == ERROR_SUCCESS)
+            code = list_folder(folder + '/' + server, shares);
+        for (const std::string& share : shares) {
+            std::string directory;
+            std::u16string root = u"\\\\";
+            append_wide_name(server, root);
+            append_wide_name(share, root += u'\\');
+            if (code == ERROR_SUCCESS && read_entry(folder + '/' + server, share, directory) == ERROR_SUCCESS)
+                code = add_way(directory, std::move(root), ways);
+        }
+    }
+    if (code != ERROR_SUCCESS)
+        return code;
+    drives.share_ways = std::move(ways);
+    drives.share_ways_read_at = now;
+    return ERROR_SUCCESS;
 }
 
 bool lies_in(std::string_view path, std::string_view directory) {
     return path.starts_with(directory) && (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
-// 0, 53 or 67, and the share's directory.
-DWORD find_share(const drive_memory& drives, wide_view server, wide_view share, std::string& target) {
-    const std::string folder = drives.host_directory + "/drives/unc";
-    std::string server_name, share_name;
-    if (!append_host_name(server, server_name) || server_name.empty())
-        return ERROR_BAD_NETPATH;
-    server_name = find_in_directory(open_directory(AT_FDCWD, folder.c_str()), server_name);
-    if (server_name.empty())
-        return ERROR_BAD_NETPATH;
-    const std::string server_folder = folder + '/' + server_name;
-    if (!append_host_name(share, share_name) || share_name.empty())
-        return ERROR_BAD_NET_NAME;
-    share_name = find_in_directory(open_directory(AT_FDCWD, server_folder.c_str()), share_name);
-    if (share_name.empty())
-        return ERROR_BAD_NET_NAME;
-    const descriptor server_directory = open_directory(AT_FDCWD, server_folder.c_str());
-    target = target_of(server_directory.get(), share_name.c_str(), server_folder);
-    return ERROR_SUCCESS;
+const way_back* longest_way(const std::vector<way_back>& ways, std::string_view path) {
+    const way_back* longest = nullptr;
+    for (const way_back& way : ways) {
+        if (lies_in(path, way.directory) && (!longest || way.directory.size() > longest->directory.size()))
+            longest = &way;
+    }
+    return longest;
 }
 
 } // namespace
 
-bool append_drive_directory(char letter, std::string& out) {
-    const size_t index = index_of(letter);
-    const host_target* target = &memory().drives[index];
-    if (!*target)
-        target = &memory(true).drives[index];
-    if (!*target)
-        return false;
-    out += **target;
-    return true;
+DWORD append_drive_directory(char letter, std::string& out) {
+    drive_memory& drives = memory();
+    const auto index = static_cast<size_t>((letter | 0x20) - 'a');
+    const DWORD code = find_drive(drives, index, seconds_now());
+    if (code != ERROR_SUCCESS)
+        return code == ERROR_FILE_NOT_FOUND ? DWORD{ERROR_PATH_NOT_FOUND} : code;
+    out += drives.drives[index].directory;
+    return ERROR_SUCCESS;
 }
 
 DWORD append_share_directory(wide_view server, wide_view share, std::string& out) {
     drive_memory& drives = memory();
-    for (const known_share& known : drives.shares) {
-        if (known.server == server && known.share == share) {
-            out += known.target;
-            return ERROR_SUCCESS;
-        }
+    const time_t now = seconds_now();
+    const auto is_it = [&](const known_share& known) {
+        return known.server == server && known.share == share;
+    };
+    const auto known = std::find_if(drives.shares.begin(), drives.shares.end(), is_it);
+    const bool is_known = known != drives.shares.end();
+    if (is_known && is_fresh(known->read_at, now)) {
+        out += known->directory;
+        return ERROR_SUCCESS;
     }
-    std::string target;
-    const DWORD code = find_share(drives, server, share, target);
+    std::string directory;
+    const DWORD code = read_share(drives.host_directory, server, share, directory);
+    const bool is_missing = code == ERROR_BAD_NETPATH || code == ERROR_BAD_NET_NAME;
+    if (code != ERROR_SUCCESS && !is_missing && is_known) {
+        out += known->directory;
+        return ERROR_SUCCESS;
+    }
+    if (is_known)
+        drives.shares.erase(known);
     if (code != ERROR_SUCCESS)
         return code;
-    out += target;
-    drives.shares.push_back({std::u16string(server), std::u16string(share), std::move(target)});
+    out += directory;
+    if (drives.shares.size() == most_shares)
+        drives.shares.clear();
+    drives.shares.push_back({std::u16string(server), std::u16string(share), now, std::move(directory)});
     return ERROR_SUCCESS;
 }
 
-std::u16string drive_path_of(std::string_view host_path) {
+DWORD path_of_host_path(std::string_view host_path, std::u16string& out) {
     drive_memory& drives = memory();
-    if (!drives.has_real_drives)
-        load_real_drives(drives);
-    const std::string* longest = nullptr;
-    size_t letter = 0;
-    for (size_t i = 0; i < letter_count; ++i) {
-        const host_target& real = drives.real_drives[i];
-        if (real && lies_in(host_path, *real) && (!longest || real->size() > longest->size())) {
-            longest = &*real;
-            letter = i;
-        }
+    const time_t now = seconds_now();
+    if (!is_fresh(drives.drive_ways_read_at, now))
+        if (const DWORD code = read_drive_ways(drives, now); code && drives.drive_ways_read_at == never)
+            return code;
+    const way_back* way = longest_way(drives.drive_ways, host_path);
+    if (!way) {
+        if (!is_fresh(drives.share_ways_read_at, now))
+            if (const DWORD code = read_share_ways(drives, now); code && drives.share_ways_read_at == never)
+                return code;
+        way = longest_way(drives.share_ways, host_path);
     }
-    std::u16string path;
-    if (!longest)
-        return path;
-    path = {static_cast<WCHAR>(u'A' + letter), u':'};
-    host_path.remove_prefix(longest->size());
+    if (!way)
+        return ERROR_PATH_NOT_FOUND;
+    out = way->root;
+    host_path.remove_prefix(way->directory.size());
     while (!host_path.empty()) {
         host_path.remove_prefix(1);
         const std::string_view component = host_path.substr(0, host_path.find('/'));
-        path += u'\\';
-        append_wide_name(component, path);
+        out += u'\\';
+        append_wide_name(component, out);
         host_path.remove_prefix(component.size());
     }
-    if (path.size() == 2)
-        path += u'\\';
-    return path;
-}
-
-std::u16string current_directory() {
-    char* host = getcwd(nullptr, 0);
-    if (!host) {
-        set_last_error_from_errno();
-        return {};
-    }
-    // A directory outside the process's root has no path that starts at it.
-    std::u16string path = host[0] == '/' ? drive_path_of(host) : std::u16string();
-    std::free(host);
-    if (path.empty())
-        SetLastError(ERROR_PATH_NOT_FOUND);
-    return path;
+    if (out.size() == 2)
+        out += u'\\';
+    return ERROR_SUCCESS;
 }
 
 } // namespace platform

@@ -4,7 +4,8 @@
 //     drives/unc/srv/share    likewise for \\srv\share
 //
 // Each thread remembers what it has read for a second, so that a path costs no call for its drive; a letter or share
-// that is not known is always looked up anew.
+// that is not known is always looked up anew. What could not be asked is never taken for "there is none": what the
+// thread has read before stays in use, and without that the call fails with the host's code.
 #pragma once
 
 #include <string>
@@ -14,19 +15,16 @@
 
 namespace platform {
 
-// Adds the host path of the drive's directory, without a slash at its end (nothing for /); false: no such drive.
-bool append_drive_directory(char letter, std::string& out);
+// Adds the host path of the drive's directory, without a slash at its end (nothing for /). 0, 3 for no such drive, or
+// the code of what kept it from being looked up.
+DWORD append_drive_directory(char letter, std::string& out);
 
-// Likewise for a share: 0, or 53 for an unknown server, 67 for a share that the server does not have.
+// Likewise for a share: 53 for an unknown server, 67 for a share that the server does not have.
 DWORD append_share_directory(wide_view server, wide_view share, std::string& out);
 
-// The drive path (C:\dir) of a host path: of all drives, the one whose directory is the longest prefix. Empty when
-// no drive leads there.
-std::u16string drive_path_of(std::string_view host_path);
-
-// The host's working directory as a drive path, without a separator at its end but that of a root; empty, with the
-// code set, when it is gone or on no drive.
-std::u16string current_directory();
+// The drive path (C:\dir) of a host path: of all drives, the one whose directory is the longest prefix. Where no drive
+// leads, the network path (\\srv\share\dir) by the share whose directory is. 0, 3 where neither leads, or another code.
+DWORD path_of_host_path(std::string_view host_path, std::u16string& out);
 
 inline bool is_drive_letter(WCHAR unit) {
     return (unit | 0x20u) - 'a' < 26u;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "platform/files/current.h"
 #include "platform/files/drives.h"
 #include "platform/text/case_fold.h"
 
@@ -91,8 +92,8 @@ DWORD parse_literal(wide_view rest, path_use use, parsed_path& out) {
         return parse_network(rest, use, out);
     if (!is_drive_name(device))
         return has_more ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND;
-    if (!append_drive_directory(static_cast<char>(device[0]), out.host))
-        return ERROR_PATH_NOT_FOUND;
+    if (const DWORD code = append_drive_directory(static_cast<char>(device[0]), out.host))
+        return code;
     out.root_size = out.host.size();
     out.is_volume = !has_more;
     return append_components(rest, use, out);
@@ -101,7 +102,6 @@ DWORD parse_literal(wide_view rest, path_use use, parsed_path& out) {
 // ---- Other paths -----------------------------------------------------------------------------------------------
 
 // What the components of a path are added to: `\\?\C:` or `\\?\UNC\srv\share`, and those of the current directory.
-// Takes what it has understood off the path; false, with `code`, when there is no current directory.
 struct base {
     std::u16string root;
     std::vector<wide_view> components;
@@ -120,6 +120,12 @@ void add_components(wide_view rest, std::vector<wide_view>& components) {
     }
 }
 
+void set_drive_root(WCHAR letter, base& out) {
+    out.root = long_prefix;
+    out.root.append({letter, u':'});
+}
+
+// Takes server and share off the path, which follows two separators.
 void take_network_root(wide_view& path, base& out) {
     const wide_view server = take_component(path, is_separator);
     const wide_view share = take_component(path, is_separator);
@@ -127,57 +133,70 @@ void take_network_root(wide_view& path, base& out) {
     out.root.append(network_name).append(u"\\").append(server).append(u"\\").append(share);
 }
 
-// The current directory as a base; on a drive other than `letter` (0: any), that drive's root.
-bool take_current_directory(WCHAR letter, base& out) {
-    out.current = current_directory();
-    if (out.current.empty())
-        return false;
-    const bool elsewhere = letter != 0 && fold_case(letter) != fold_case(out.current[0]);
-    out.root = long_prefix;
-    out.root.append({elsewhere ? letter : out.current[0], u':'});
-    if (!elsewhere)
-        add_components(wide_view(out.current).substr(2), out.components);
-    return true;
+// The current directory, on a drive or a share. 0 or a code.
+DWORD set_current_directory(base& out) {
+    if (const DWORD code = current_directory(out.current))
+        return code;
+    wide_view rest = out.current;
+    const bool is_network = rest[0] == u'\\';
+    rest.remove_prefix(2);
+    if (is_network)
+        take_network_root(rest, out);
+    else
+        set_drive_root(out.current[0], out);
+    add_components(rest, out.components);
+    return ERROR_SUCCESS;
 }
 
-bool take_base(wide_view& path, base& out) {
+// A path that follows a letter and a colon, and no separator: the current directory where that is on the same drive,
+// else the drive's root.
+DWORD set_directory_on(WCHAR letter, base& out) {
+    if (const DWORD code = set_current_directory(out))
+        return code;
+    if (fold_case(letter) != fold_case(out.current[0])) {
+        set_drive_root(letter, out);
+        out.components.clear();
+    }
+    return ERROR_SUCCESS;
+}
+
+// Takes what says where a path begins off its front. 0, or the code for why there is no current directory.
+DWORD take_base(wide_view& path, base& out) {
     const auto separator_at = [&](size_t at) { return at < path.size() && is_separator(path[at]); };
     if (separator_at(0) && separator_at(1)) {
         const bool is_device = path.size() > 3 && (path[2] == u'?' || path[2] == u'.') && separator_at(3);
         path.remove_prefix(is_device ? 4 : 2);
         if (!is_device) {
             take_network_root(path, out);
-            return true;
+            return ERROR_SUCCESS;
         }
         const wide_view device = take_component(path, is_separator);
         if (equal_without_case(device, network_name))
             take_network_root(path, out);
         else
             out.root.append(long_prefix).append(device);
-        return true;
+        return ERROR_SUCCESS;
     }
     if (path.size() >= 2 && is_drive_name(path.substr(0, 2))) {
         const WCHAR letter = path[0];
         path.remove_prefix(2);
         if (!separator_at(0))
-            return take_current_directory(letter, out);
-        out.root = long_prefix;
-        out.root.append({letter, u':'});
-        return true;
+            return set_directory_on(letter, out);
+        set_drive_root(letter, out);
+        return ERROR_SUCCESS;
     }
     const bool from_root = separator_at(0);
-    if (!take_current_directory(0, out))
-        return false;
+    const DWORD code = set_current_directory(out);
     if (from_root)
         out.components.clear();
-    return true;
+    return code;
 }
 
-// The literal form of a path that is not in long form; empty, with the code set, without a current directory.
-std::u16string resolve(wide_view path) {
+// The literal form of a path that is not in long form. 0, or the code for why there is no current directory.
+DWORD resolve(wide_view path, std::u16string& literal) {
     base found;
-    if (!take_base(path, found))
-        return {};
+    if (const DWORD code = take_base(path, found))
+        return code;
     add_components(path, found.components);
     bool ends_with_separator = !path.empty() && is_separator(path.back());
     if (!ends_with_separator && !path.empty() && !found.components.empty()) {
@@ -190,12 +209,12 @@ std::u16string resolve(wide_view path) {
             ends_with_separator = true;
         }
     }
-    std::u16string literal = std::move(found.root);
+    literal = std::move(found.root);
     for (const wide_view component : found.components)
         literal.append(u"\\").append(component);
     if (found.components.empty() || ends_with_separator)
         literal += u'\\';
-    return literal;
+    return ERROR_SUCCESS;
 }
 
 } // namespace
@@ -217,9 +236,9 @@ DWORD parse_path(const WCHAR* path, path_use use, parsed_path& out) {
         return ERROR_PATH_NOT_FOUND;
     if (is_long_form(text))
         return parse_literal(text.substr(long_prefix.size()), use, out);
-    const std::u16string literal = resolve(text);
-    if (literal.empty())
-        return GetLastError();
+    std::u16string literal;
+    if (const DWORD code = resolve(text, literal))
+        return code;
     return parse_literal(wide_view(literal).substr(long_prefix.size()), use, out);
 }
 

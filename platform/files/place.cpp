@@ -3,6 +3,7 @@
 
 #include "platform/core/error.h"
 #include "platform/files/directory_scan.h"
+#include "platform/files/spelling.h"
 
 namespace platform {
 
@@ -15,6 +16,16 @@ descriptor enter(int at, const char* directory) {
     return descriptor(retried([&] { return openat(at, directory, O_PATH | O_DIRECTORY | O_CLOEXEC); }));
 }
 
+// Looks for a name in another case. Empty with errno: ENOENT also for a directory that may not be listed, in which
+// names count as they are spelled.
+std::string look_in(descriptor directory, std::string_view wanted) {
+    if (directory)
+        return find_spelling_in(std::move(directory), wanted);
+    if (errno == EACCES)
+        errno = ENOENT;
+    return {};
+}
+
 // Makes the name that of an entry: false, with errno, when the directory has none.
 bool respell(int at, std::string& component) {
     struct stat status;
@@ -22,8 +33,7 @@ bool respell(int at, std::string& component) {
         return true;
     if (errno != ENOENT)
         return false;
-    std::string stored = find_in_directory(open_directory(at, "."), component);
-    errno = ENOENT;
+    std::string stored = look_in(open_directory(at, "."), component);
     if (stored.empty())
         return false;
     component = std::move(stored);
@@ -101,14 +111,12 @@ bool place::find_spelling() {
     descriptor opened = open_directory(directory(), folder.c_str());
     if (!opened && errno == ENOENT)
         return walk();
-    if (!opened && errno != EACCES)
+    const std::string stored = look_in(std::move(opened), last_name());
+    if (stored.empty())
         return false;
-    const std::string stored = find_in_directory(std::move(opened), last_name());
-    const bool found = !stored.empty() && stored != last_name();
-    if (found)
+    if (stored != last_name()) // else somebody has made the file since
         spell_last(stored);
-    errno = ENOENT;
-    return found;
+    return true;
 }
 
 // From the drive's directory on, one component at a time.

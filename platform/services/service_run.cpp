@@ -16,6 +16,7 @@
 
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
+#include "platform/core/host_dir.h"
 #include "platform/core/retry.h"
 #include "platform/core/start_helper.h"
 #include "platform/services/service_directory.h"
@@ -61,8 +62,8 @@ DWORD read_answer(int pipe) {
 
 // What names no program and no library.
 std::vector<std::string> service_environment() {
-    std::vector<std::string> environment;
-    for (const char* name : {"LANG", "LC_ALL", "LC_CTYPE", "TZ", "ZU_HOST", "XDG_RUNTIME_DIR"}) {
+    std::vector<std::string> environment = {std::string("ZU_HOST=") + host_directory()};
+    for (const char* name : {"LANG", "LC_ALL", "LC_CTYPE", "TZ", "XDG_RUNTIME_DIR"}) {
         if (const char* value = secure_getenv(name))
             environment.push_back(std::string(name) + '=' + value);
     }
