@@ -64,6 +64,18 @@ TEST(log_file, callbacks_may_refuse_a_line_and_another_file_takes_one) {
     EXPECT_EQ(ZU_log_format_message_another_file(ZU_LOG_ERROR, &other, u"%1", u"2"), 0x10u);
     EXPECT_EQ(log.messages("errors.log"), (texts{"1", "2"}));
     EXPECT_EQ(log.messages(), texts{"taken"});
+
+    // A record that is not wanted waits for nobody, not even for one that is being written to another file.
+    const auto write_unwanted = []() -> ZU_bool {
+        std::thread([] {
+            const ZU_log_file_settings none{};
+            EXPECT_EQ(ZU_log_write_another_file(0x40, &none, u"outside the mask"), 0u);
+        }).join();
+        return 0;
+    };
+    const ZU_log_file_settings held = {other_name.c_str(), 0,      ZU_ENCODING_UTF8, 0, 2,
+                                       write_unwanted,     nullptr};
+    EXPECT_EQ(ZU_log_write_another_file(ZU_LOG_ERROR, &held, u"refused"), 0u);
 }
 
 // The environment's character set is looked up once in a process, so that it has to be set in a child.
@@ -83,8 +95,10 @@ TEST(log_file, characters_that_the_encoding_lacks) {
 }
 
 TEST(log_file, rotation_keeps_the_generations_asked_for) {
+    const texts all = {"4", "3", "2", "1", "0"};
     const std::pair<uint32_t, texts> rows[] = {
-        {0, {"4"}}, {1, {"4"}}, {2, {"4", "3"}}, {4, {"4", "3", "2", "1"}}, {9, {"4", "3", "2", "1", "0"}}};
+        {0, {"4"}}, {1, {"4"}},        {2, {"4", "3"}},  {4, {"4", "3", "2", "1"}},
+        {9, all},   {0x80000001, all}, {0xFFFFFFFF, all}};
     for (const auto& [generations, kept] : rows) {
         file_log log;
         log.set(0, generations);
@@ -92,8 +106,50 @@ TEST(log_file, rotation_keeps_the_generations_asked_for) {
             EXPECT_TRUE(log.write(message));
         for (int file = 0; file < 6; ++file)
             EXPECT_EQ(log.messages(log.generation(file)),
-                      file < std::ssize(kept) ? texts{kept[file]} : texts{});
+                      file < std::ssize(kept) ? texts{kept[file]} : texts{})
+                << generations << " generations, number " << file;
     }
+}
+
+// Where the directory cannot be listed, numbers are tried one by one, unless they are too many.
+TEST(log_file, rotation_moves_what_is_there_and_nothing_else) {
+    as_both_users([](const file_place& place) {
+        const started_library started;
+        ZU_log_set_output(ZU_LOG_OUT_FILE);
+        const struct {
+            std::string directory, spelling;
+            int mode;
+            uint32_t generations;
+            std::string suffixes_and_contents;
+        } rows[] = {
+            {"a", "App.Log", 0755, 6, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7"},
+            {"b", "app.log", 0755, 2000, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7"},
+            {"c", "app.log", 0333, 6, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7"},
+            {"d", "app.log", is_root() ? 0755 : 0333, 2000,
+             is_root() ? " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7"
+                       : " .05=.05 .1.1=.1.1 .1=.1 .3=.3 .5=.5 .7=.7"},
+        };
+        for (const auto& row : rows) {
+            place.make_directory(row.directory);
+            place.write(row.directory + "/app.log", "");
+            for (const std::string suffix : {".1", ".3", ".5", ".05", ".7", ".1.1"})
+                place.write(row.directory + "/" + row.spelling + suffix, suffix);
+            const fs::path directory = place.host_path(row.directory);
+            fs::permissions(directory, fs::perms(row.mode));
+            ZU_log_set_log_file_ex(place.drive_path(wide(row.directory + "\\app.log")).c_str(), 0,
+                                   ZU_ENCODING_UTF8, 0, row.generations, nullptr, nullptr);
+            EXPECT_EQ(ZU_log_write(ZU_LOG_ALERT, u"x"), 0x10u) << row.directory;
+            fs::permissions(directory, fs::perms(0755));
+            std::set<std::string> found;
+            for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+                const std::string file = entry.path().filename();
+                if (file.size() > 7)
+                    found.insert(" " + file.substr(7) + "=" + place.read(row.directory + "/" + file));
+            }
+            EXPECT_EQ(std::accumulate(found.begin(), found.end(), std::string()), row.suffixes_and_contents)
+                << row.directory;
+        }
+    });
 }
 
 TEST(log_file, the_limit_counts_bytes_of_the_line_to_come) {

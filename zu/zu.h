@@ -1057,8 +1057,9 @@ ZU_API uint32_t ZU_get_file_platform_attributes(const ZU_wchar* path);
  * One logging service for the process: a mask of levels that are written, a mask of outputs that they go to, a filter
  * that may change the outputs record by record, and hooks that receive the records. It is started by ZU_init and
  * stopped by ZU_shutdown; but for the get functions nothing here may be called outside that pair. Masks and filter
- * outlast a stop, hooks and file settings do not. Any thread. The filter, the hooks and the file callbacks run with
- * the service's lock held: they see one record at a time, and must not call any function of logging themselves.
+ * outlast a stop, hooks and file settings do not. Any thread, but no signal handler: a record takes locks and memory.
+ * The filter, the hooks and the file callbacks run with the service's lock held: they see one record at a time, and
+ * must not call any function of logging themselves.
  */
 
 /* Levels: one bit each, printed as T D I W E A; any other value prints "?". At the start: warning, error, alert. */
@@ -1116,7 +1117,11 @@ ZU_API void ZU_log_set_filter(ZU_log_filter function, void* user_data);
  * A record is one line: "|D:2006-03-07 14:05:09|P: 1234|T:  567|L:W|O:Windows| " and the message. The outputs are served
  * in the order standard error, standard output, hooks, debugger, file, and the result is the mask of those that took
  * the record: a stream that took and flushed the line, at least one hook that answered true, a file that holds the
- * whole line; never the debugger. 0: no output took it, or its level or every output is switched off.
+ * whole line; never the debugger. 0: no output took it, or its level or every output is switched off; such a record
+ * waits for no lock.
+ *
+ * Texts are not escaped. A message with a line end in it makes lines of its own, which may look like records, and its
+ * control characters reach the terminal: take them out of what others supply, and never use such a text as the format.
  */
 
 struct ZU_log_record {
@@ -1148,8 +1153,14 @@ ZU_API uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_se
 /*
  * The file output appends each record as a line ended by CR LF, opening and closing the file for it, so that other
  * processes may move or delete the file at any time. When a line would make it larger than max_size, the file is
- * rotated first: name.1 is the latest older file, name.2 the one before it, up to generations - 1. While one process
- * writes, another's write to the same file fails and is not in its result.
+ * rotated first: name.1 is the latest older file, name.2 the one before it, up to generations - 1. A generation that
+ * cannot be moved stays, and the line is appended.
+ *
+ * While one process writes, another's write to the same file fails and is not in its result. Whoever may read the file
+ * can keep every record out of it in the same way, by holding it open without sharing it with writers: where users of
+ * the machine are not trusted, give the file or its directory a mode such as 0640 or 0750. Processes that rotate one
+ * set of files without taking turns lose records that were reported as written; before_write and after_write are the
+ * place for turns. A process that is killed while it writes can leave a half line, to which the next one is appended.
  */
 
 /* Runs around every write to the file. */
@@ -1158,9 +1169,11 @@ typedef ZU_bool (*ZU_log_file_callback)(void);
 struct ZU_log_file_settings {
     const ZU_wchar* file_name;   /* null or empty: no file */
     ZU_bool relative_to_exe_dir; /* the name is taken below the executable's directory */
-    uint32_t encoding;           /* ZU_ENCODING_ANSI or ZU_ENCODING_UTF8 */
-    uint32_t max_size;           /* bytes */
-    uint32_t generations;        /* files kept, the live one included; 0 and 1: older lines are deleted */
+    uint32_t encoding;    /* ZU_ENCODING_ANSI or ZU_ENCODING_UTF8; with any other, lines are empty: the file
+                                    is made, nothing is written, and records count as written */
+    uint32_t max_size;    /* bytes; 0: the file is rotated before every line */
+    uint32_t generations; /* files kept, the live one included; 0 and 1: older lines are deleted. Without a
+                                    bound: a rotation lists the directory and moves the files that are there */
     ZU_log_file_callback before_write; /* null, or: false keeps the record out of the file */
     ZU_log_file_callback
         after_write; /* null, or: called after every write that before_write has let through */
@@ -1200,7 +1213,9 @@ ZU_API uint32_t ZU_log_format_message_another_file_i(uint32_t level, const ZU_lo
 /* ---- Calendar time and conversions -------------------------------------------------------------------------- */
 /*
  * Local times are those of the environment's zone, read again on every call: that of TZ, else the system's, whose file
- * is looked at once a second. Times from 1970 to 2038-01-19 03:14:07 UTC convert; -1 stands for all others. Any
+ * is looked at once a second. The text of TZ means what it means to every program of the host: a name or a rule, and
+ * UTC when it is empty or names nothing. Only without TZ is it the system's zone, also where the native platform
+ * takes that for an empty text too. Times from 1970 to 2038-01-19 03:14:07 UTC convert; -1 stands for all others. Any
  * thread; a program that changes TZ while threads ask must not let the environment move meanwhile (see setenv).
  */
 
@@ -1213,8 +1228,8 @@ ZU_API ZU_time_t ZU_time(void);
 /*
  * The time of a local time, whose fields are carried into range in place; -1, and the record as it was, for a time
  * that does not convert. A negative tm_isdst lets the zone decide: of a local time that exists twice the later is
- * meant, and one that a change skips goes back by what is skipped. A tm_isdst that the zone contradicts at that time
- * takes the offset of the nearest season with it, and counts for nothing in a zone without one.
+ * meant, and one that a change skips goes back by what is skipped. If tm_isdst contradicts the zone at that time, the
+ * nearest period with that flag gives the offset; a zone without one ignores it.
  */
 ZU_API ZU_time_t ZU_mktime(ZU_tm* local);
 
@@ -1236,7 +1251,7 @@ ZU_API ZU_bool ZU_write_time_t(ZU_time_t time, ZU_wchar* buffer);
 /*
  * Between file times and times, by the zone's offset in force now, not at the date: in a zone with daylight saving, a
  * summer's file time read in winter is an hour off, and back again exact. Fractions of a second are dropped. -1, and
- * null, when a time does not convert.
+ * null, when a time does not convert; the second name begins with "Zu" (sic).
  */
 ZU_API ZU_time_t ZU_FILETIME_2_time_t(const FILETIME* file_time);
 ZU_API FILETIME* Zu_time_t_2_FILETIME(ZU_time_t time, FILETIME* file_time);
@@ -1328,7 +1343,8 @@ struct ZU_timer {
 
 /*
  * The valid offset: a firing is due only up to this many seconds after its scheduled time; 0: however late. 60 at the
- * start, one value for the process, seen by every timer at its next test. Set returns the value before.
+ * start. It belongs to the process, not to a timer or a set; every timer sees it at its next test. Set returns the
+ * value before.
  */
 ZU_API int32_t ZU_timer_set_valid_offset_seconds(int32_t seconds);
 ZU_API int32_t ZU_timer_get_valid_offset_seconds(void);
@@ -1465,8 +1481,8 @@ ZU_API ZU_bool ZU_timer_set_alive(ZU_timer_set* set);
 
 /*
  * Asks the thread to call a timer's callback at once, whatever its schedule: within about 200 milliseconds, or after
- * the scan that runs. Waits while another request is pending; without a thread that serves it, the new one is dropped.
- * A request that finds no thread stays until the next start, which drops it. A timer that is not in the set is ignored.
+ * the scan that runs. Waits for a pending request. While no thread runs, a new request is dropped if one is pending
+ * already, and else stays pending until the next start, which drops it. A timer that is not in the set is ignored.
  */
 ZU_API void ZU_timer_set_run_now(ZU_timer_set* set, ZU_timer* timer);
 

@@ -56,4 +56,8 @@ void stop();
 // held.
 bool write_to_file(const ZU_log_file_settings& settings, text_view prefix, text_view message);
 
+// Makes room for a new file at the path: moves every generation one number up and lets the oldest go. A generation that
+// cannot be moved is passed over; the next line is then appended to whatever the path names.
+void rotate(uint32_t generations, text_view path);
+
 } // namespace zu::log

@@ -1,5 +1,5 @@
-// Log file management: the settings of the default file, and the output that appends one line to a file, rotating its
-// generations before the size limit is passed. No file is held open between records.
+// Log file management: the settings of the default file, and the output that appends one line to a file, which it has
+// rotated before the size limit is passed. No file is held open between records.
 #include "zu/zu_log.h"
 
 namespace {
@@ -8,31 +8,6 @@ using zu::owned;
 using zu::scoped_string;
 using zu::text_view;
 using zu::log::module;
-
-// The path of a generation: the live file for 0, else the path with ".number".
-void make_generation(scoped_string& out, text_view path, int32_t number) {
-    ZU_s_clear(out.address());
-    ZU_s_append_n(out.address(), path.data(), static_cast<uint32_t>(path.size()));
-    if (number > 0)
-        ZU_s_append_sprintf(out.address(), ZU_W(".%d"), number);
-}
-
-// Moves every generation one number up and lets the oldest go. A generation that is missing, or cannot be moved, is
-// passed over: the line is then appended to whatever the path names.
-void rotate(uint32_t generations, text_view path) {
-    if (generations <= 1) {
-        ZU_delete_file(path.data());
-        return;
-    }
-    scoped_string source, target;
-    for (uint32_t i = generations; i >= 2; --i) {
-        make_generation(target, path, static_cast<int32_t>(i - 1));
-        make_generation(source, path, static_cast<int32_t>(i - 2));
-        if (i == generations)
-            ZU_delete_file(target.text());
-        ZU_move_file(source.text(), target.text());
-    }
-}
 
 void make_path(scoped_string& path, const ZU_log_file_settings& settings) {
     if (settings.relative_to_exe_dir && !zu::is_empty(module.exe_directory))
@@ -70,7 +45,7 @@ bool write_line(const ZU_log_file_settings& settings, text_view prefix, text_vie
     ZU_stat status;
     if (ZU_stat64(path.text(), &status) == 0
         && static_cast<uint64_t>(status.st_size) + bytes > settings.max_size)
-        rotate(settings.generations, path.view());
+        zu::log::rotate(settings.generations, path.view());
     return append_to_file(path.text(), line.get(), bytes);
 }
 

@@ -153,6 +153,8 @@ uint32_t ZU_log_write_another_file(uint32_t level, const ZU_log_file_settings* s
 
 uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_settings* settings,
                                      const ZU_wchar* format, va_list arguments) {
+    if (!zu::log::is_wanted(level))
+        return 0; // without a wait for whoever writes to another file now
     zu::held lock(module.another_file_lock);
     return write_record(level, *settings, format, arguments);
 }

@@ -113,8 +113,8 @@ bool is_listed_weekday(const ZU_timer& timer, const ZU_tm& today) {
     return zu::contains(as<T>(timer).weekdays, zu::weekday(today));
 }
 
-// Counts the seconds between the instants, not calendar days: while the other daylight-saving state than the start's
-// holds, no difference is a whole number of weeks. Callers know this.
+// Callers rely on it: seconds are counted, not calendar days. So with n above 1 nothing fires while daylight saving
+// differs from the start's: no difference is then a whole number of weeks.
 bool is_nth_week(const ZU_timer& timer, const zu::firing& candidate) {
     const int32_t n = as<weekly_timer>(timer).every_n_weeks;
     if (n == 1)
