@@ -136,22 +136,38 @@ protected:
 };
 
 TEST_F(libraries, are_loaded_counted_and_looked_into) {
-    build("Plugin.so",
-          "#include <stdio.h>\nint answer(void) { return puts(\"\") * 0 + 42; }\nint number = 7;");
+    place.make_directory("Parts");
+    build("Parts/Plugin.so", "#include <stdio.h>\nint answer(void) { return puts(\"\") * 0 + 42; }\n"
+                             "int number = 7; __thread int of_thread = 8;");
     if (IsSkipped())
         return;
+    const outcome copied =
+        run_command("from=$PWD; n=$(printf %0240d 0); cd '" + place.host_path()
+                    + "'; p=$PWD/Parts/Plugin.so; for i in {1..18}; do mkdir $n; cd $n; done;"
+                      " cp $p deep.so");
+    ASSERT_EQ(copied.exit_code, 0) << copied.error_output;
+    std::u16string deep = u"\\\\?\\T:";
+    for (int i = 0; i < 18; ++i)
+        deep += u'\\' + std::u16string(240, u'0');
+    HMODULE far_away = ZU_dll_load((deep + u"\\Deep.so").c_str());
+    ASSERT_NE(far_away, nullptr) << GetLastError();
+
     SetLastError(77);
-    HMODULE module = ZU_dll_load(place.drive_path(u"plugin").c_str());
+    HMODULE module = ZU_dll_load(place.drive_path(u"PARTS\\plugin").c_str());
+    EXPECT_NE(module, far_away);
     ASSERT_NE(module, nullptr) << GetLastError();
     EXPECT_EQ(GetLastError(), 0u) << "the first load sets it";
     SetLastError(77);
     for (const std::u16string& path :
-         {place.long_path(u"PLUGIN.SO"), u"t:/./plugin.so"s, u"plugin"s, u"Plugin.SO"s})
+         {place.long_path(u"parts\\PLUGIN.SO"), u"t:/./Parts/plugin.so"s, u"plugin"s, u"Plugin.SO"s})
         EXPECT_EQ(ZU_dll_load(path.c_str()), module) << narrow(path);
     EXPECT_EQ(GetLastError(), 77u);
     const auto answer = reinterpret_cast<int (*)()>(ZU_dll_get_proc(module, "answer"));
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(*static_cast<int*>(ZU_dll_get_proc(module, "number")), 7);
+    auto* const of_thread = static_cast<int*>(ZU_dll_get_proc(module, "of_thread"));
+    ASSERT_NE(of_thread, nullptr);
+    EXPECT_EQ(*of_thread, 8);
     const char* const ordinal = reinterpret_cast<const char*>(uintptr_t{1});
     for (const char* name : {"Answer", "puts", ordinal, static_cast<const char*>(nullptr)})
         EXPECT_EQ(code_of(ZU_dll_get_proc(module, name)), 127u);
@@ -159,13 +175,22 @@ TEST_F(libraries, are_loaded_counted_and_looked_into) {
         EXPECT_EQ(answer(), 42) << "loaded still";
         EXPECT_TRUE(ZU_dll_unload(module));
     }
-    EXPECT_EQ(dlopen(place.host_path("Plugin.so").c_str(), RTLD_LAZY | RTLD_NOLOAD), nullptr) << "gone";
+    EXPECT_EQ(dlopen(place.host_path("Parts/Plugin.so").c_str(), RTLD_LAZY | RTLD_NOLOAD), nullptr) << "gone";
     EXPECT_EQ(load_code(u"plugin"), 126u) << "a bare name does not find what is gone";
     EXPECT_EQ(code_of(ZU_dll_unload(module)), 126u);
     EXPECT_EQ(code_of(ZU_dll_get_proc(module, "answer")), 126u);
     EXPECT_TRUE(ZU_dll_unload(nullptr));
     EXPECT_EQ(code_of(platform::FreeLibrary(nullptr)), 6u);
-    EXPECT_EQ(code_of(ZU_dll_get_proc(nullptr, "no_such_name")), 127u);
+    for (const char* name : {"no_such_name", "puts"})
+        EXPECT_EQ(code_of(ZU_dll_get_proc(nullptr, name)), 127u);
+
+    // Functions of the vDSO, and of libraries that are left as shells.
+    const std::pair<const ZU_wchar*, const char*> of_the_system[] = {{u"libc.so.6", "time"},
+                                                                     {u"libc.so.6", "gettimeofday"},
+                                                                     {u"libpthread.so.0", "pthread_create"},
+                                                                     {u"libdl.so.2", "dlopen"}};
+    for (const auto& [library, name] : of_the_system)
+        EXPECT_EQ(ZU_dll_get_proc(ZU_dll_load(library), name), dlsym(RTLD_DEFAULT, name)) << name;
 }
 
 TEST_F(libraries, failures_have_their_codes) {
@@ -191,6 +216,13 @@ TEST_F(libraries, failures_have_their_codes) {
     chmod(place.host_path("text.so").c_str(), 0);
     const outcome child = run_as_ordinary_user([&] { _exit(load_code(u"T:\\text.so") == 5 ? 0 : 1); });
     EXPECT_EQ(child.exit_code, 0);
+    const outcome starved = run_child([&] {
+        const rlimit no_descriptors{0, 0};
+        setrlimit(RLIMIT_NOFILE, &no_descriptors);
+        for (const ZU_wchar* path : {u"T:\\text.so", u"libm.so.6"})
+            std::printf("%u ", load_code(path));
+    });
+    EXPECT_EQ(starved.output, "4 4 ");
 }
 
 TEST_F(libraries, what_a_library_wants_is_searched_in_its_folder_first) {

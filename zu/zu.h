@@ -1756,15 +1756,18 @@ ZU_API ZU_wchar* ZU_get_os_desc(void);
  * Loads a library. A path with a folder is looked up as every path, and what the library depends on is searched in its
  * folder first; a bare name is that of a library loaded already, else it is searched beside the executable, then where
  * the system keeps its libraries. Without an extension the system's own is added, unless a dot ends the name. Null on
- * failure: 126 not found or not to be loaded, 193 not a library, 5 no right to read it, 87 null.
+ * failure: 126 (ERROR_MOD_NOT_FOUND) not found or not to be loaded, 193 (ERROR_BAD_EXE_FORMAT) not a library, 5
+ * (ERROR_ACCESS_DENIED) a directory or no right to read it, 4 (ERROR_TOO_MANY_OPEN_FILES) no descriptor to look with,
+ * 87 (ERROR_INVALID_PARAMETER) null. The first load of a library sets the code 0, further ones leave it alone.
  */
 ZU_API HMODULE ZU_dll_load(const ZU_wchar* path);
 
 /* Takes a load back. True for null, where there is nothing to do; false, code 126, for what is not loaded. */
 ZU_API ZU_bool ZU_dll_unload(HMODULE module);
 
-/* The address of what the library exports under a narrow name, case counting; null and code 127 when it exports no such
-   name. A null module is the program itself. */
+/* The address of the function or variable that the library itself exports under a narrow name, case counting; of a
+   thread-local variable, the calling thread's. Null and code 127 (ERROR_PROC_NOT_FOUND) when it exports no such name,
+   126 for a module that is not loaded. A null module is the program itself. */
 ZU_API void* ZU_dll_get_proc(HMODULE module, const char* name);
 
 #ifdef __cplusplus

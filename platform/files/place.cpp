@@ -77,7 +77,9 @@ void place::spell_last(std::string_view stored) {
 }
 
 std::string place::whole_name() const {
-    return start_ ? "/proc/self/fd/" + std::to_string(at_.get()) + '/' + name() : name();
+    if (!is_too_long())
+        return path_.host.empty() ? "/" : path_.host;
+    return "/proc/self/fd/" + std::to_string(at_.get()) + '/' + name();
 }
 
 // Walks a long path so far that the rest fits into one call.

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <climits>
 #include <string>
 
 #include "platform/core/descriptor.h"
@@ -66,8 +67,10 @@ public:
     int directory() const { return start_ ? at_.get() : AT_FDCWD; }
     const char* name() const { return path_.host.empty() ? "/" : path_.host.c_str() + start_; }
 
-    // A path for the calls that take no directory.
+    // A path for the calls that take no directory. One that is too long for them goes by the number of the place's own
+    // descriptor, and means nothing once the place is gone.
     std::string whole_name() const;
+    bool is_too_long() const { return path_.host.size() >= PATH_MAX; }
 
 private:
     bool reach();

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "platform/core/descriptor.h"
+#include "platform/core/error.h"
 #include "platform/core/retry.h"
 #include "platform/system/module.h"
 
@@ -108,13 +109,22 @@ const file_header& this_library_s_header() {
     return __ehdr_start;
 }
 
+DWORD code_of_missing_library(int error) {
+    switch (error) {
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+    case EIO:
+    case EACCES: return code_of_errno(error);
+    default: return ERROR_MOD_NOT_FOUND;
+    }
+}
+
 DWORD inspect_library(const char* path, std::vector<std::string>& needed) {
     const descriptor file(retried([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
-    if (!file)
-        return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_MOD_NOT_FOUND;
     struct stat status;
-    if (fstat(file.get(), &status) != 0)
-        return ERROR_MOD_NOT_FOUND;
+    if (!file || fstat(file.get(), &status) != 0)
+        return code_of_missing_library(errno);
     if (S_ISDIR(status.st_mode))
         return ERROR_ACCESS_DENIED;
     elf_file content(file, static_cast<uint64_t>(status.st_size));

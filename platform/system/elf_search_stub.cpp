@@ -1,16 +1,18 @@
 // Loading libraries of one folder under their bare names.
 //
-// The host's loader finds a library that is wanted under a bare name when it is there under the name in its file,
-// which not every library has, or when it was asked for by just that name; and it searches a folder only for a library
-// that names the folder. So one is made, in memory, that wants those of the folder and names it.
+// dlopen finds a dependency by its bare name only if it was loaded under that name or has it as its SONAME, and searches
+// a folder only if an RPATH names it. So a tiny library is built in memory, with the folder as its RPATH and a DT_NEEDED
+// for each library.
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string_view>
 
+#include "platform/core/error.h"
 #include "platform/system/module.h"
 
 namespace platform {
@@ -93,12 +95,16 @@ std::string library_that_wants(const std::vector<std::string>& names, const std:
 } // namespace
 
 library_folder::library_folder(const std::vector<std::string>& names, const std::string& folder)
-    : image_(names.empty() ? -1 : memfd_create("libraries", MFD_CLOEXEC)) {
-    if (!image_)
+    : image_(names.empty() ? -1 : memfd_create("libraries", MFD_CLOEXEC)), is_there_(names.empty()) {
+    if (is_there_)
         return;
     const std::string bytes = library_that_wants(names, folder);
-    if (write(image_.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()))
-        library_ = dlopen(("/proc/self/fd/" + std::to_string(image_.get())).c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!image_ || write(image_.get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        SetLastError(code_of_errno(errno));
+        return;
+    }
+    library_ = open_library("/proc/self/fd/" + std::to_string(image_.get()));
+    is_there_ = library_ != nullptr;
 }
 
 library_folder::~library_folder() {

@@ -2,7 +2,9 @@
 #include "platform/system/module.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <link.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -133,19 +135,53 @@ std::u16string with_extension(wide_view path) {
     return complete;
 }
 
+// A number for a directory that stays its number. The loader keeps the names of what it has loaded, and takes a library
+// of the same name for the same library, so a number in a name must never come to mean another directory. There is one
+// for each directory that libraries were loaded from whose path is too long for the host. -1 with errno.
+int lasting_number(int directory) {
+    static std::mutex lock;
+    static auto* const numbers = new std::map<std::pair<dev_t, ino_t>, int>;
+    struct stat status;
+    if (fstat(directory, &status) != 0)
+        return -1;
+    const std::lock_guard hold(lock);
+    const auto [entry, is_new] = numbers->try_emplace({status.st_dev, status.st_ino}, -1);
+    if (is_new && (entry->second = fcntl(directory, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)) < 0) {
+        numbers->erase(entry);
+        return -1;
+    }
+    return entry->second;
+}
+
+// The codes that the text of a path can bring: what has no such name, drive or share is not there.
+bool is_about_the_name(DWORD code) {
+    return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND || code == ERROR_INVALID_NAME
+           || code == ERROR_BAD_NETPATH || code == ERROR_BAD_NET_NAME;
+}
+
 // The host path of a file; 0, or a code.
 DWORD find_library(const std::u16string& path, std::string& host_path) {
     place where;
-    if (where.set(path.c_str()) != ERROR_SUCCESS || where.ends_with_separator())
+    if (const DWORD code = where.set(path.c_str()))
+        return is_about_the_name(code) ? DWORD{ERROR_MOD_NOT_FOUND} : code;
+    if (where.ends_with_separator())
         return ERROR_MOD_NOT_FOUND;
     if (!where.find())
-        return errno == EACCES ? ERROR_ACCESS_DENIED : ERROR_MOD_NOT_FOUND;
+        return code_of_missing_library(errno);
     host_path = where.whole_name();
+    if (where.is_too_long()) {
+        const int folder = lasting_number(where.directory());
+        if (folder < 0)
+            return code_of_errno(errno);
+        host_path = "/proc/self/fd/" + std::to_string(folder) + '/' + where.name();
+    }
     return ERROR_SUCCESS;
 }
 
 // The loader tells only in words why it failed. A file that it found and did not like stands in front of them.
 DWORD code_of_loader_failure() {
+    if (const DWORD code = code_of_missing_library(errno); code != ERROR_MOD_NOT_FOUND)
+        return code;
     const char* words = dlerror();
     const std::string path = words ? words : "";
     std::vector<std::string> needed;
@@ -165,8 +201,8 @@ HMODULE load_file(const std::string& path, wide_view name, DWORD flags) {
     if (flags & LOAD_WITH_ALTERED_SEARCH_PATH)
         collect_from_folder(folder, needed, seen, wanted);
     const library_folder there(wanted, folder);
-    void* library = dlopen(path.c_str(), load_mode);
-    return library ? loaded(library, name) : fail<HMODULE>(code_of_loader_failure());
+    void* library = there ? open_library(path) : nullptr;
+    return library ? loaded(library, name) : nullptr;
 }
 
 std::u16string beside_executable(wide_view name) {
@@ -182,13 +218,14 @@ HMODULE load_bare_name(const std::u16string& name, DWORD flags) {
     if (HMODULE module = load_again(name))
         return module;
     std::string path;
-    if (find_library(beside_executable(name), path) == ERROR_SUCCESS)
+    const DWORD code = find_library(beside_executable(name), path);
+    if (code == ERROR_SUCCESS)
         return load_file(path, name, flags);
     std::string host_name;
-    void* library = nullptr;
-    if (append_host_name(name, host_name) && !host_name.empty())
-        library = dlopen(host_name.c_str(), load_mode);
-    return library ? loaded(library, name) : fail<HMODULE>(code_of_loader_failure());
+    if (code != ERROR_MOD_NOT_FOUND || !append_host_name(name, host_name) || host_name.empty())
+        return fail<HMODULE>(code);
+    void* library = open_library(host_name);
+    return library ? loaded(library, name) : nullptr;
 }
 
 // ---- Entry points -----------------------------------------------------------------------------------------------
@@ -201,14 +238,21 @@ FARPROC find_entry_point(const built_in_module& module, const char* name) {
     return nullptr;
 }
 
+bool lies_in(const link_map* library, void* address) {
+    dl_find_object owner;
+    return _dl_find_object(address, &owner) == 0 && owner.dlfo_link_map == library;
+}
+
 // The host's loader finds what the dependencies of a library export as well: that does not count.
-FARPROC find_entry_point(void* library, const char* name) {
+FARPROC find_entry_point(void* library, const char* name, bool is_executable) {
     void* address = dlsym(library, name);
     link_map* own = nullptr;
-    dl_find_object owner;
-    const bool is_own = address && dlinfo(library, RTLD_DI_LINKMAP, &own) == 0
-                        && _dl_find_object(address, &owner) == 0 && owner.dlfo_link_map == own;
-    return is_own ? reinterpret_cast<FARPROC>(address) : nullptr;
+    if (!address || dlinfo(library, RTLD_DI_LINKMAP, &own) != 0)
+        return nullptr;
+    exporter whose = lies_in(own, address) ? exporter::itself : exporter_of(*own, name);
+    if (is_executable && whose == exporter::dependencies)
+        whose = exporter::nobody;
+    return whose == exporter::nobody ? nullptr : reinterpret_cast<FARPROC>(address);
 }
 
 void* executable() {
@@ -217,6 +261,12 @@ void* executable() {
 }
 
 } // namespace
+
+void* open_library(const std::string& name) {
+    errno = 0;
+    void* library = dlopen(name.c_str(), load_mode);
+    return library ? library : fail<void*>(code_of_loader_failure());
+}
 
 HMODULE LoadLibraryExW(const WCHAR* path, HANDLE file, DWORD flags) {
     if (!path || file)
@@ -238,19 +288,15 @@ HMODULE LoadLibraryW(const WCHAR* path) {
 }
 
 BOOL FreeLibrary(HMODULE module) {
-    if (!module) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
+    if (!module)
+        return fail(ERROR_INVALID_HANDLE);
     module_table& modules = table();
     bool is_last = false;
     {
         const std::lock_guard hold(modules.lock);
         const auto found = modules.entries.find(module);
-        if (found == modules.entries.end()) {
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return FALSE;
-        }
+        if (found == modules.entries.end())
+            return fail(ERROR_MOD_NOT_FOUND);
         is_last = --found->second.loads == 0;
         if (is_last)
             modules.entries.erase(found);
@@ -265,19 +311,15 @@ BOOL FreeLibrary(HMODULE module) {
 
 FARPROC GetProcAddress(HMODULE module, const char* name) {
     constexpr uintptr_t last_ordinal = 0xFFFF; // a number in place of a name; no module here has numbers
-    if (module && !is_loaded(module)) {
-        SetLastError(ERROR_MOD_NOT_FOUND);
-        return nullptr;
-    }
+    if (module && !is_loaded(module))
+        return fail<FARPROC>(ERROR_MOD_NOT_FOUND);
     FARPROC found = nullptr;
     if (reinterpret_cast<uintptr_t>(name) > last_ordinal) {
         found = module && is_built_in(module)
                     ? find_entry_point(*reinterpret_cast<const built_in_module*>(module), name)
-                    : find_entry_point(module ? module : executable(), name);
+                    : find_entry_point(module ? module : executable(), name, !module);
     }
-    if (!found)
-        SetLastError(ERROR_PROC_NOT_FOUND);
-    return found;
+    return found ? found : fail<FARPROC>(ERROR_PROC_NOT_FOUND);
 }
 
 } // namespace platform
