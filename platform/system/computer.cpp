@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "platform/core/error.h"
 #include "platform/text/case_fold.h"
@@ -15,7 +16,7 @@ std::u16string computer_name() {
     char name[HOST_NAME_MAX + 1] = "";
     ::gethostname(name, sizeof name - 1);
     // Host names are ASCII, so a unit each.
-    return std::u16string(name, std::find(name, name + sizeof name - 1, '.'));
+    return std::u16string(name, name + std::strcspn(name, "."));
 }
 
 bool is_this_computer(const WCHAR* name) {
