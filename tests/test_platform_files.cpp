@@ -185,6 +185,8 @@ TEST_F(platform_files, pipes_carry_what_is_written_whatever_signals_come_and_tel
     ASSERT_EQ(sigaction(SIGALRM, &nothing, nullptr), 0);
     const std::string host = place.host_path("pipe");
     ASSERT_EQ(mkfifo(host.c_str(), 0666), 0);
+    EXPECT_EQ(read_some(layer_file(place.long_path(u"pipe"), R, OPEN_EXISTING), 1), "")
+        << "no writer, no wait";
     std::atomic<bool> reads{false};
     std::thread waits([&] {
         usleep(50000);
@@ -207,6 +209,14 @@ TEST_F(platform_files, pipes_carry_what_is_written_whatever_signals_come_and_tel
     setitimer(ITIMER_REAL, &never, nullptr);
     late.join();
     EXPECT_EQ(seek_code(writer, 0, FILE_END), 132u);
+    // Another user's pipe, which its writer keeps open and silent, holds nobody up.
+    if (is_root()) {
+        ASSERT_EQ(chown(host.c_str(), 12345, 12345), 0);
+        const layer_file others(place.long_path(u"pipe"), R, OPEN_EXISTING);
+        char byte;
+        DWORD done;
+        EXPECT_EQ(code_of(ReadFile(others, &byte, 1, &done, nullptr)), codes::no_data);
+    }
     reader.close();
     close(other);
     EXPECT_EQ(write_code(writer, "nowhere"), 109u);

@@ -781,14 +781,14 @@ ZU_API ZU_wchar* ZU_get_current_dir(void);
 
 /*
  * The full path of something that exists: absolute, no "." or "..", drive letter in upper case, every component as the
- * file system stores it, no backslash at the end. Slashes count as backslashes, and C:dir as C:\dir. Fails with 2 for
- * a path that is empty, begins with a single backslash or a slash, holds ? or *, leaves its root, or names a server
+ * file system stores it, no backslash at the end. Slashes count as backslashes, and C:dir as C:\dir. Fails with 2
+ * (ERROR_FILE_NOT_FOUND) for a path that is empty, begins with a single backslash or a slash, holds ? or *, leaves its root, or names a server
  * alone; otherwise with the platform's code. On failure `out` is empty, or the result null instead of new memory.
  */
 ZU_API ZU_bool ZU_get_actual_full_path_ex(const ZU_wchar* path, ZU_s* out);
 ZU_API ZU_wchar* ZU_get_actual_full_path(const ZU_wchar* path);
 
-/* The program's own path in new memory; null when it has 260 code units or more. */
+/* The program's own path in new memory; null when it has 260 code units or more, and where no drive leads there. */
 ZU_API ZU_wchar* ZU_get_exe_path(void);
 
 /* A file name appended to the directory of the program, in new memory; null where ZU_get_exe_path is null. */
@@ -813,8 +813,10 @@ ZU_API ZU_wchar* ZU_get_filename(const ZU_wchar* path);
 ZU_API ZU_wchar* ZU_get_actual_file_name(const ZU_wchar* path);
 
 /*
- * Corrects the last component of a path in place, and drops backslashes and spaces at the end. The buffer must have
- * room for the stored name. False, the path unchanged, as ZU_get_actual_file_name.
+ * Corrects the last component of a path in place, and drops backslashes and spaces at the end. A name that differs in
+ * letter case alone needs no more room; one that is given as a short alias or by wildcards does: then the buffer must
+ * hold the path's length plus ZU_PATH_COMPONENT_MAX + 1 code units. False, the path unchanged, as
+ * ZU_get_actual_file_name.
  */
 ZU_API ZU_bool ZU_make_actual_file_name(ZU_wchar* path);
 
@@ -825,26 +827,41 @@ ZU_API ZU_bool ZU_is_floppy_drive(const ZU_wchar* path);
 /*
  * Files with a 64-bit position of their own, which every call keeps: asking for it is free. Failures leave the
  * platform's code; a failed read, write or seek makes the position unknown until the next seek or tell. One thread at
- * a time per file; any number of ZU_files may be open on the same file, as far as they share it.
+ * a time per file; any number of ZU_files may be open on the same file, as far as they share it. Pointers to results
+ * must not be null, unless it is said.
  */
 typedef struct ZU_file ZU_file;
 
-/* How to open. Of the five that follow, the first one given counts. */
+/* What for. With neither, the data can be neither read nor written (5, ERROR_ACCESS_DENIED), and no share mode minds. */
 #define ZU_FILE_READ 0x001u
 #define ZU_FILE_WRITE 0x002u
-#define ZU_FILE_CREATE_ALWAYS 0x004u     /* new, or emptied */
-#define ZU_FILE_CREATE_NEW 0x008u        /* fails when the file exists (code 80) */
-#define ZU_FILE_OPEN_ALWAYS 0x010u       /* the file as it is, or new */
-#define ZU_FILE_OPEN_EXISTING 0x020u     /* fails when there is none (code 2) */
-#define ZU_FILE_TRUNCATE_EXISTING 0x040u /* emptied; fails when there is none */
-#define ZU_FILE_SHARE_READ 0x080u        /* others may open it for reading meanwhile */
-#define ZU_FILE_SHARE_WRITE 0x100u       /* others may open it for writing meanwhile */
+
+/* How. Exactly one counts, the first in this order. */
+#define ZU_FILE_CREATE_ALWAYS 0x004u /* new, or emptied */
+#define ZU_FILE_CREATE_NEW 0x008u    /* fails when the file exists (code 80) */
+#define ZU_FILE_OPEN_ALWAYS 0x010u   /* the file as it is, or new */
+#define ZU_FILE_OPEN_EXISTING 0x020u /* fails when there is none (code 2) */
+#define ZU_FILE_TRUNCATE_EXISTING                                                                            \
+    0x040u /* emptied; needs ZU_FILE_WRITE (87); fails when there is none (code 2) */
+
+/* What others may do meanwhile. */
+#define ZU_FILE_SHARE_READ 0x080u  /* others may open it for reading meanwhile */
+#define ZU_FILE_SHARE_WRITE 0x100u /* others may open it for writing meanwhile */
 
 /*
- * Opens a file; null on failure: 87 without one of the five ways, 32 while somebody has it open in a way that the two
- * do not share. A read-only or hidden file that refuses is opened all the same, unless by ZU_FILE_CREATE_NEW or
- * ZU_FILE_TRUNCATE_EXISTING alone, and keeps its attributes. `security` is the platform's SECURITY_ATTRIBUTES or
- * null, and only null where the platform is not native (50).
+ * Opens a file; null on failure: 87 (ERROR_INVALID_PARAMETER) without one of the five ways, 32
+ * (ERROR_SHARING_VIOLATION) while somebody has it open in a way that the two do not share. A read-only or hidden file
+ * that refuses (5) is opened in a second attempt without these attributes, unless by ZU_FILE_CREATE_NEW or
+ * ZU_FILE_TRUNCATE_EXISTING alone, and has them back afterwards. That attempt does not help with
+ * ZU_FILE_CREATE_ALWAYS on a system file, nor where the user may not change the attributes. `security` is the
+ * platform's SECURITY_ATTRIBUTES or null, and only null where the platform is not native (50, ERROR_NOT_SUPPORTED).
+ *
+ * A slash does not separate in a drive path or a network path: C:/a is not found. Paths of the host: see the guide.
+ *
+ * On Linux, a pipe that is opened for writing alone waits for its reader, and keeps what was written until that has
+ * read it. Opened for reading alone it does not wait: without a writer it reads as empty. A read waits while a writer
+ * has the pipe open, but in a pipe that belongs to another user than root or the caller it fails with 232
+ * (ERROR_NO_DATA) instead, since nobody else may hold a reader up.
  */
 ZU_API ZU_file* ZU_open_file(const ZU_wchar* path, uint32_t flags, void* security);
 
@@ -853,7 +870,8 @@ ZU_API void ZU_close_file(ZU_file* file);
 
 /*
  * Read or write at the position and move it. *bytes_done is the number of bytes moved, 0 on failure; a read moves
- * fewer than asked only when the file ends, and none at its end, which is no failure.
+ * fewer than asked only when the file ends, and none at its end, which is no failure. From a pipe or a terminal it
+ * moves what is there, as soon as there is something.
  */
 ZU_API ZU_bool ZU_read_file(ZU_file* file, void* bytes, uint32_t count, uint32_t* bytes_done);
 ZU_API ZU_bool ZU_write_file(ZU_file* file, const void* bytes, uint32_t count, uint32_t* bytes_done);
@@ -876,23 +894,24 @@ ZU_API ZU_bool ZU_write_file_v(ZU_file* file, const ZU_file_vec* pieces, int32_t
 
 /*
  * Moves the position; it may lie beyond the end. The new one goes to *new_position (may be null), 0 on failure: 87 for
- * another origin, 131 for a position below 0.
+ * another origin, 131 (ERROR_NEGATIVE_SEEK) for a position below 0.
  */
 ZU_API ZU_bool ZU_seek_file(ZU_file* file, int64_t offset, uint64_t* new_position, uint32_t origin);
 
 /* Gives the position. */
 ZU_API ZU_bool ZU_tell_file(ZU_file* file, uint64_t* position);
 
-/* Makes the file end at the position: it is cut, or grows by zero bytes. */
+/* Makes the file end at the position: it is cut, or grows by zero bytes. Needs ZU_FILE_WRITE (5). */
 ZU_API ZU_bool ZU_set_end_of_file(ZU_file* file);
 
-/* Makes what was written reach the device. */
+/* Makes what was written reach the device. Needs ZU_FILE_WRITE (5). */
 ZU_API ZU_bool ZU_flush_file(ZU_file* file);
 
 /* ---- Line reader -------------------------------------------------------------------------------------------- */
 /*
  * Lines of 8-bit text, as they stand in the file. A line ends at a line feed or a zero byte, which is not part of it;
- * a carriage return before that goes as well. The reader's only place is the file's position, which is left at the
+ * a carriage return before that goes as well, and so does one that ends the file or a piece of a line that is longer
+ * than its limit. The reader's only place is the file's position, which is left at the
  * start of the next line. Read until the result is null: at the end of the file *short_read is then 1; after a failed
  * read, which leaves the platform's code, it is 0. With a line, *short_read tells that the file's end was met.
  */

@@ -27,6 +27,12 @@ bool is_stream(mode_t mode) {
     return S_ISFIFO(mode) || S_ISCHR(mode) || S_ISSOCK(mode);
 }
 
+// EAGAIN comes from what is not waited for: another user's pipe that is open and empty, a file that is a queue of the
+// kernel's.
+DWORD code_of_read(int error) {
+    return error == EAGAIN ? DWORD{ERROR_NO_DATA} : code_of_errno(error);
+}
+
 } // namespace
 
 file::file(opened_file&& opened, const open_request& request)
@@ -51,7 +57,7 @@ DWORD file::read(char* out, size_t count, size_t& done) {
         return read_regular(out, count, done);
     const ssize_t size = retried([&] { return ::read(number_.get(), out, count); });
     if (size < 0)
-        return code_of_errno(errno);
+        return code_of_read(errno);
     done = static_cast<size_t>(size);
     return ERROR_SUCCESS;
 }
@@ -70,7 +76,7 @@ DWORD file::read_regular(char* out, size_t count, size_t& done) {
         } else if (size == 0) {
             const ssize_t read = read_at(out + done, count - done);
             if (read < 0)
-                code = code_of_errno(errno);
+                code = code_of_read(errno);
             size = read > 0 ? static_cast<size_t>(read) : 0;
         }
         position_ += size;
@@ -222,8 +228,6 @@ DWORD file::seek(int64_t distance, DWORD origin, int64_t& position) {
 }
 
 // ---- The calls -------------------------------------------------------------------------------------------------
-
-namespace {} // namespace
 
 BOOL ReadFile(HANDLE handle, void* out, DWORD bytes, DWORD* bytes_done, void* overlapped) {
     if (bytes_done)

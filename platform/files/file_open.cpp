@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <new>
+#include <string>
 
 #include "platform/api/files.h"
 #include "platform/core/error.h"
@@ -37,6 +38,35 @@ int open_call(place& where, int flags) {
         [&](int at, const char* path) { return openat(at, path, flags | O_CLOEXEC | O_NOCTTY, 0666); });
 }
 
+// Opens a file at once, whatever bears its name by now: a pipe without a writer and a line without a carrier would keep
+// the caller waiting for as long as their owner likes. Only a file that the host has lent to somebody (a lease) is
+// waited for, since it is asked back.
+int open_without_waiting(place& where, int flags) {
+    const int number = open_call(where, flags | O_NONBLOCK);
+    if (number >= 0 || errno != EAGAIN)
+        return number;
+    const descriptor lent(open_call(where, O_PATH));
+    struct stat status;
+    if (!lent || fstat(lent.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        errno = EAGAIN;
+        return -1;
+    }
+    const std::string same_file = "/proc/self/fd/" + std::to_string(lent.get());
+    return retried([&] { return open(same_file.c_str(), flags | O_CLOEXEC | O_NOCTTY); });
+}
+
+// Reads and writes of pipes and devices wait, but for reads from a pipe of another user's, who could keep it open and
+// silent. Root's pipes count as the user's own.
+DWORD let_calls_wait(int number, const open_request& request, const struct stat& status) {
+    const bool is_anothers =
+        S_ISFIFO(status.st_mode) && !request.writes && status.st_uid != 0 && status.st_uid != geteuid();
+    const int flags = fcntl(number, F_GETFL);
+    const int wanted = is_anothers ? flags | O_NONBLOCK : flags & ~O_NONBLOCK;
+    if (flags < 0 || (wanted != flags && fcntl(number, F_SETFL, wanted) != 0))
+        return code_of_errno(errno);
+    return ERROR_SUCCESS;
+}
+
 // Writing to a pipe or a device: it is opened for just that. Who can also read does not wait for a reader, and never
 // learns that it is gone.
 bool is_only_written_to(place& where, const open_request& request) {
@@ -53,7 +83,7 @@ DWORD open_existing(place& where, const open_request& request, descriptor_rights
         out = descriptor(open_call(where, O_PATH));
     } else if (!request.writes && !truncates(request)) {
         rights = {true, false};
-        out = descriptor(open_call(where, O_RDONLY | request.host_flags));
+        out = descriptor(open_without_waiting(where, O_RDONLY | request.host_flags));
     } else if (is_only_written_to(where, request)) {
         rights = {false, true};
         out = descriptor(open_call(where, O_WRONLY | request.host_flags));
@@ -152,7 +182,8 @@ DWORD claim_and_check(place& where, const open_request& request, const descripto
         if (out.has_claim)
             give_back_claim(number);
         out.has_claim = false;
-        return ERROR_SUCCESS;
+        return S_ISDIR(out.status.st_mode) ? DWORD{ERROR_SUCCESS}
+                                           : let_calls_wait(number, request, out.status);
     }
     if (shared == share_result::conflict)
         return ERROR_SHARING_VIOLATION;

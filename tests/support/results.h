@@ -37,6 +37,7 @@ inline constexpr uint32_t directory_not_empty = 145;
 inline constexpr uint32_t already_exists = 183;
 inline constexpr uint32_t bad_exe_format = 193;
 inline constexpr uint32_t filename_too_long = 206;
+inline constexpr uint32_t no_data = 232;
 inline constexpr uint32_t more_data = 234;
 inline constexpr uint32_t directory_name_invalid = 267;
 inline constexpr uint32_t not_owner = 288;
