@@ -51,12 +51,18 @@ TEST(buffer, grows_in_fours_keeps_what_it_is_told_and_hands_over) {
     ZU_buf_append(&b, 0, "12345678", 8);
     ZU_buf_append(&b, 8, "9", 1);
     EXPECT_EQ(std::string(b.data, b.data + 9), "123456789");
+    ZU_buf_append(&b, 9, b.data + 4, 5); // its own bytes, which move to a larger block
+    ZU_buf_append(&b, 10, b.data + 9, 4);
+    EXPECT_EQ(std::string(b.data, b.data + 14), "12345678955678");
+    ZU_buf_append(&other, 1000, "beyond what there is", 20);
+    EXPECT_EQ(std::string(other.data + 1000, other.data + 1020), "beyond what there is");
+    ZU_buf_destroy(&other);
     data = b.data;
     EXPECT_EQ(ZU_buf_swap(&b, &other), &b);
     EXPECT_EQ(b.data, nullptr);
     uint32_t capacity = 0;
     EXPECT_EQ(ZU_buf_detach(&other, &capacity), data);
-    EXPECT_EQ(capacity, 12u);
+    EXPECT_EQ(capacity, 16u);
     EXPECT_EQ(ZU_buf_detach(&other, nullptr), nullptr);
     ZU_free(data);
     ZU_buf_get_ex(&b, 1, 0);

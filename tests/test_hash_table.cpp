@@ -129,6 +129,14 @@ TEST(hash_table, empty_tables_clear_use_after_destroy_and_other_callbacks) {
         EXPECT_EQ(ZU_hash_table_clear(&table), 5u);
         both.check_and_forget_released({0, 3, 4, 7, 5}); // in the order of a walk
     }
+    static ZU_hash_table* const changed = &table;
+    static item last{0, 5}, first{0, 3};
+    ZU_hash_table_insert(&table, &last);
+    table.release = [](void* stored) { // against its contract, stores an item in a bucket that is done
+        if (stored == &last)
+            ZU_hash_table_insert(changed, &first);
+    };
+    EXPECT_EQ(ZU_hash_table_clear(&table), 1u) << "which ends with the last bucket";
     ZU_hash_table_destroy(&table);
     ZU_hash_table_destroy(nullptr);
     ZU_hash_table_init(&table, 1, offsetof(item, key), modulo_3, ascending, nullptr);

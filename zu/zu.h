@@ -75,10 +75,16 @@ typedef struct tm ZU_tm; /* the nine fields of broken-down local time; see zu_pl
  * only the first start and the last stop do anything. The count has no lock: call both from one thread.
  */
 
-/* Starts the library: the socket library (2.2, else 1.1), then logging. Call it before anything else. */
+/*
+ * Starts the library: the socket library (2.2, else 1.1), then logging. Call it before anything else. A socket library
+ * that does not start is not reported here: every socket call then fails with 10093 (WSANOTINITIALISED).
+ */
 ZU_API void ZU_init(void);
 
-/* Takes one ZU_init back; the last one stops logging, then the socket library. */
+/*
+ * Takes one ZU_init back; the last one stops logging, then the socket library. Without a ZU_init before it the count
+ * falls below 0, and the next ZU_init, which brings it back to 0, starts nothing.
+ */
 ZU_API void ZU_shutdown(void);
 
 /* The version of the library, a constant text. Any thread. */
@@ -88,8 +94,9 @@ ZU_API const ZU_wchar* ZU_version(void);
 ZU_API const ZU_wchar* ZU_compilation_timestamp(void);
 
 /*
- * The text of a last-error code, without its line end, in new memory.
- * Returns null for a code that has no text (last-error code 317). Any thread.
+ * The text of a last-error code, without its line end, in new memory. Returns null with code 317
+ * (ERROR_MR_MID_NOT_FOUND) for a code without a text, with 8 (ERROR_NOT_ENOUGH_MEMORY) when the platform has no memory
+ * for it. On Linux 383 codes have one: those of this library, of files, services, accounts and sockets. Any thread.
  */
 ZU_API ZU_wchar* ZU_get_error_msg(uint32_t code);
 
@@ -105,7 +112,8 @@ ZU_API void* ZU_malloc(uint32_t bytes);
 /* A new block of count elements of size bytes, all zero. */
 ZU_API void* ZU_calloc(uint32_t count, uint32_t size);
 
-/* The block with its size changed, moved or in place; null makes a new one. */
+/* The block with its size changed, moved or in place; null makes a new one. Do not ask for 0 bytes: the runtime then
+   frees the block and returns null, which ends the process as memory that ran out. */
 ZU_API void* ZU_realloc(void* block, uint32_t bytes);
 
 /* Releases what this family, or a function that returns new memory, has given. Null: nothing happens. */
@@ -132,7 +140,8 @@ ZU_API void ZU_memory_set_assert_size(uint32_t bytes);
 
 /*
  * Opens a C stream by a wide path. Mode: r, w or a, then any of + b t c n S R T N x; no line end is changed in any of
- * them. The file is shared for everything. Null with errno and the last-error code set; EINVAL for another mode.
+ * them. The file is shared for everything. Null with errno and the last-error code set; a mode of another kind sets
+ * errno to EINVAL alone.
  */
 ZU_API FILE* ZU_fopen(const ZU_wchar* path, const ZU_wchar* mode);
 
@@ -146,10 +155,15 @@ ZU_API int32_t ZU_fclose(FILE* stream);
  * the address of the variable, since growing moves the text: a copy of the pointer is void after the next call that
  * changes the string.
  *
- * Room grows in steps of 64 characters: n characters ask for the capacity n | 63. A buffer with a reference count above
- * 1 is shared: it is copied before it is written to, and releasing it lowers the count. Positions and indexes are not
- * checked. Texts to insert or append may lie in the string's own buffer. A string that is given more room ends at its
- * first zero character.
+ * Room grows in steps of 64 characters: n characters ask for the capacity n | 63, and each step copies the text. So
+ * reserve first where the length is known. Appending and inserting make room for the n characters that are allowed, not
+ * for those that the text has. The longest string has 0x7FFFFFBF characters; more end the process as memory that ran
+ * out.
+ *
+ * A buffer with a reference count above 1 is shared: it is copied before it is written to, and releasing it lowers the
+ * count. Positions and indexes are not checked. Texts to insert or append may lie in the string's own buffer. A string
+ * that is given more room ends at its first zero character. Functions that return a ZU_s* return s, so that calls can
+ * be chained.
  */
 typedef ZU_wchar* ZU_s;
 
@@ -197,7 +211,8 @@ ZU_API ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n);
  *    the width of a pointer.
  *  - %p prints an address with all its digits. %n takes its argument and stores nothing. A letter without a meaning
  *    prints itself, an unfinished conversion nothing.
- * Arguments must not lie in the string's own buffer.
+ * Arguments must not lie in the string's own buffer. A format must not come from outside: it can read what nobody
+ * passed and ask for more characters than there is memory.
  */
 ZU_API ZU_s* ZU_s_append_sprintf(ZU_s* s, const ZU_wchar* format, ...);
 ZU_API ZU_s* ZU_s_append_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments);
@@ -232,8 +247,13 @@ ZU_API ZU_wchar* ZU_strupr(ZU_wchar* text);
 
 /*
  * Replaces s by a template's text: %1, %2 ... stand for the wide texts that follow (null: "(null)"), each as often as
- * wanted, %n for a line end CR LF, %% for one percent sign. There must be an argument for each number. Returns the
- * length. A number below 1 or more than 128 inserts fail: 0, and s is empty.
+ * wanted, %n for a line end CR LF, %% for one percent sign. There must be an argument for each number, and none may lie
+ * in s. Returns the length. A number below 1, more than 128 inserts, or a star for a width or a precision fail: 0, and s
+ * is empty.
+ *
+ * Everything else behind a percent sign is a conversion as in ZU_s_sprintf, and takes the next insert of the list: in
+ * "50% done, %1" the "% d" prints a part of the insert's address, and %1 what follows it. Write "50%% done". A template
+ * is thus as dangerous as a format, and must not come from outside either.
  */
 ZU_API int32_t ZU_s_format_message(ZU_s* s, const ZU_wchar* message, ...);
 ZU_API int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list arguments);
@@ -274,11 +294,16 @@ typedef struct ZU_buf {
 
 /*
  * The data, which has room for `size` bytes. When the block had to grow, its first `keep` bytes (at most its capacity)
- * were moved along and the others are undefined; a block that is large enough stays as it is.
+ * were moved along and the others are undefined; a block that is large enough stays as it is. An empty buffer of which
+ * 0 bytes are asked gives null.
  */
 ZU_API uint8_t* ZU_buf_get_ex(ZU_buf* buffer, uint32_t size, uint32_t keep);
 
-/* Writes `count` bytes at an offset and keeps what stands before it. No bytes: nothing happens. */
+/*
+ * Writes `count` bytes at an offset and keeps what stands before it. The bytes may lie in the buffer itself. Behind the
+ * capacity the bytes up to the offset are undefined. An end beyond 2^32 - 1 ends the process as memory that ran out. No
+ * bytes: nothing happens.
+ */
 ZU_API void ZU_buf_append(ZU_buf* buffer, uint32_t offset, const void* bytes, uint32_t count);
 
 /* Hands the block to the caller, to be released with ZU_free, and its size to *capacity (may be null). The buffer is
@@ -294,7 +319,7 @@ ZU_API void ZU_buf_destroy(ZU_buf* buffer);
 /* ---- Character conversion and text helpers ------------------------------------------------------------------ */
 /*
  * Functions on plain texts. None keeps state between calls, none checks its arguments, none touches the last-error
- * code of a successful call. Any thread.
+ * code. Any thread.
  */
 
 /* Narrow encodings: the system's ANSI code page (on Linux the character set that LC_ALL, LC_CTYPE or LANG names, UTF-8
@@ -303,10 +328,11 @@ ZU_API void ZU_buf_destroy(ZU_buf* buffer);
 #define ZU_ENCODING_UTF8 2u
 
 /*
- * Convert `length` units (bytes of the narrow text) in new, terminated memory, never null; -1 measures the text.
- * Trailing zero units are left out of a length that is given. The number of units written goes to *result_length unless
- * that is null. What has no meaning in the text, or no place in the encoding, becomes U+FFFD or a question mark. An
- * unknown encoding or a failed conversion gives the empty text and 0.
+ * Convert `length` units (bytes of the narrow text) in new, terminated memory, never null; -1 measures the text, and
+ * any other number below 0 converts its terminator as well. Trailing zero units are left out of a length that is given.
+ * The number of units written goes to *result_length unless that is null. What has no meaning in the text, or no place
+ * in the encoding, becomes U+FFFD or a question mark. An unknown encoding or a failed conversion gives the empty text
+ * and 0: also when more than 2^31 - 1 units go in or come out.
  */
 ZU_API char* ZU_wchar_2_char(uint32_t encoding, const ZU_wchar* text, int32_t length,
                              uint32_t* result_length);
@@ -315,7 +341,8 @@ ZU_API ZU_wchar* ZU_char_2_wchar(uint32_t encoding, const char* text, int32_t le
 
 /*
  * The next piece of a text between any of the separator characters, or null at the end; empty pieces are skipped. The
- * first call passes the text, which is written to; further calls pass null. The place is kept in *context.
+ * first call passes the text, which is written to; further calls pass null. The place is kept in *context, which a
+ * call that finds nothing leaves as it was: give it a value before a first call that may find nothing.
  */
 ZU_API ZU_wchar* ZU_strtok(ZU_wchar* text, const ZU_wchar* separators, ZU_wchar** context);
 
@@ -358,7 +385,7 @@ ZU_API ZU_bool ZU_wildcard_match_win32_file(const ZU_wchar* pattern, const ZU_wc
  * Text from bytes over an alphabet of 2^b characters, b bits to a symbol, and back. The bytes are one stream of bits,
  * the least significant bit of each byte first, and nothing is padded: texts differ from RFC 4648's base64 and base32.
  * Where the address of a size is asked for, it goes in as the room of the output area and comes back as what was used
- * or, with result 2, is needed. Nothing here touches the last-error code. Any thread.
+ * or, with result 2, is needed. `bits`, the b, is from 1 to 31. Nothing here touches the last-error code. Any thread.
  */
 
 /* The value of a character, of which only the low 16 bits count; 0xFFFFFFFF for one outside the alphabet. */
@@ -690,8 +717,8 @@ ZU_API void ZU_hash_table_delete_at(ZU_hash_table_iter* iter);
 /* ---- Dynamic array ------------------------------------------------------------------------------------------ */
 /*
  * Items in the order in which they were added, each a block of its own that the array owns and frees. An item stays
- * where it is until it is deleted; later items then move down by one index. At most 2^29 - 4 items. Nothing here touches
- * the last-error code.
+ * where it is until it is deleted; later items then move down by one index. At most 2^29 - 4 items (2^30 - 4 where
+ * pointers have 32 bits): one more ends the process as memory that ran out. Nothing here touches the last-error code.
  */
 
 /* The caller's record, all zero when empty. Read it, and change it through the functions. */
@@ -1220,8 +1247,8 @@ ZU_API uint32_t ZU_trace_leave(const ZU_wchar* function, const ZU_wchar* format,
 /* Something to tell in between. */
 ZU_API uint32_t ZU_trace(const ZU_wchar* function, const ZU_wchar* format, ...);
 
-/* Write a record whose text is a template with numbered inserts, as ZU_s_format_message takes it; one that cannot be
-   built gives an empty message. */
+/* Write a record whose text is a template with numbered inserts, as ZU_s_format_message takes it: as dangerous as a
+   format, and never from outside. One that cannot be built gives an empty message. */
 ZU_API uint32_t ZU_log_format_message(uint32_t level, const ZU_wchar* format, ...);
 ZU_API uint32_t ZU_log_format_message_i(uint32_t level, const ZU_wchar* format, va_list arguments);
 ZU_API uint32_t ZU_log_format_message_another_file(uint32_t level, const ZU_log_file_settings* settings,

@@ -11,11 +11,9 @@ static_assert(offsetof(ZU_DA, items) == 8);
 constexpr uint32_t step = 4;
 
 void grow(ZU_DA* array) {
-    if (array->capacity > UINT32_MAX / sizeof(void*) - step)
-        zu::report_too_long();
+    const uint64_t bytes = (uint64_t{array->capacity} + step) * sizeof(void*);
+    array->items = static_cast<void**>(ZU_realloc(array->items, zu::block_size(bytes)));
     array->capacity += step;
-    array->items =
-        static_cast<void**>(ZU_realloc(array->items, array->capacity * static_cast<uint32_t>(sizeof(void*))));
 }
 
 // Deletes the first item that the test picks.
@@ -52,7 +50,7 @@ uint32_t ZU_DADupStrings(ZU_DA* array, const ZU_DA* source) {
     const uint32_t count = source->count;
     for (uint32_t i = 0; i < count; ++i) {
         const zu::text_view text = static_cast<const ZU_wchar*>(source->items[i]);
-        ZU_DADupItem(array, text.data(), static_cast<uint32_t>((text.size() + 1) * sizeof(ZU_wchar)));
+        ZU_DADupItem(array, text.data(), zu::block_size((uint64_t{text.size()} + 1) * sizeof(ZU_wchar)));
     }
     return count;
 }

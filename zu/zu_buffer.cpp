@@ -1,4 +1,5 @@
 // Byte buffer: a block and its capacity; the callers know how much of it is in use.
+#include <algorithm>
 #include <utility>
 
 #include "zu/zu_support.h"
@@ -12,24 +13,31 @@ uint32_t rounded_up(uint32_t size) {
     return rounded >= size ? rounded : size; // the last three sizes of 32 bits have no multiple above them
 }
 
+// Makes room for `size` bytes. The block that was left for a larger one is handed to the caller.
+zu::owned<uint8_t> grow(ZU_buf* buffer, uint32_t size, uint32_t keep) {
+    if (buffer->capacity >= size)
+        return zu::owned<uint8_t>();
+    const uint32_t capacity = rounded_up(size);
+    auto* const data = zu::allocate<uint8_t>(capacity);
+    if (keep != 0)
+        std::memcpy(data, buffer->data, keep);
+    return zu::owned<uint8_t>(std::exchange(*buffer, {data, capacity}).data);
+}
+
 } // namespace
 
 uint8_t* ZU_buf_get_ex(ZU_buf* buffer, uint32_t size, uint32_t keep) {
-    if (buffer->capacity >= size)
-        return buffer->data;
-    const uint32_t capacity = rounded_up(size);
-    auto* data = zu::allocate<uint8_t>(capacity);
-    if (keep != 0)
-        std::memcpy(data, buffer->data, keep);
-    ZU_free(buffer->data);
-    *buffer = {data, capacity};
-    return data;
+    grow(buffer, size, keep);
+    return buffer->data;
 }
 
 void ZU_buf_append(ZU_buf* buffer, uint32_t offset, const void* bytes, uint32_t count) {
     if (count == 0)
         return;
-    std::memcpy(ZU_buf_get_ex(buffer, offset + count, offset) + offset, bytes, count);
+    const uint32_t end = zu::block_size(uint64_t{offset} + count);
+    const zu::owned<uint8_t> left =
+        grow(buffer, end, std::min(offset, buffer->capacity)); // may hold the bytes
+    std::memmove(buffer->data + offset, bytes, count);
 }
 
 uint8_t* ZU_buf_detach(ZU_buf* buffer, uint32_t* capacity) {

@@ -26,11 +26,15 @@ int convert(platform::UINT page, const char* text, int32_t length, ZU_wchar* out
     return platform::MultiByteToWideChar(page, 0, text, length, out, size);
 }
 
+// What is to be converted. A text of more units than the platform counts cannot be, and nothing stands for it.
 template <class Unit>
 int32_t effective_length(const Unit* text, int32_t length) {
     while (length > 0 && text[length - 1] == 0)
         --length;
-    return length == -1 ? static_cast<int32_t>(std::char_traits<Unit>::length(text)) : length;
+    if (length != -1)
+        return length;
+    const size_t measured = std::char_traits<Unit>::length(text);
+    return measured <= INT32_MAX ? static_cast<int32_t>(measured) : 0;
 }
 
 // Both directions take the same steps.

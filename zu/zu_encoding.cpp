@@ -219,8 +219,7 @@ template <class F>
 ZU_wchar* encode_new(F&& encode_to, uint32_t* length) {
     uint32_t size = 0;
     encode_to(static_cast<ZU_wchar*>(nullptr), &size);
-    // Of the allocation functions, the one that takes two numbers is the one whose size cannot wrap.
-    auto* const text = static_cast<ZU_wchar*>(ZU_calloc(size, sizeof(ZU_wchar)));
+    auto* const text = zu::allocate<ZU_wchar>(size);
     encode_to(text, &size);
     if (length)
         *length = size - 1;

@@ -132,8 +132,7 @@ void ZU_hash_table_init(ZU_hash_table* table, uint32_t bucket_count, uint32_t ke
     table->bucket_count = bucket_count;
     table->key_offset = key_offset;
     ZU_hash_table_reset_callback(table, hash, compare, release);
-    // Of the allocation functions, the one that takes two numbers is the one whose size cannot wrap.
-    table->buckets = static_cast<list_link*>(ZU_calloc(bucket_count, sizeof(list_link)));
+    table->buckets = zu::allocate<list_link>(bucket_count);
     for (uint32_t i = 0; i < bucket_count; ++i)
         table->buckets[i] = {&table->buckets[i], &table->buckets[i]};
 }
@@ -185,7 +184,7 @@ int32_t ZU_hash_table_delete(ZU_hash_table* table, const void* key) {
 
 uint32_t ZU_hash_table_clear(ZU_hash_table* table) {
     const uint32_t count = table->count;
-    for (uint32_t i = 0; table->count != 0; ++i) {
+    for (uint32_t i = 0; i < table->bucket_count && table->count != 0; ++i) {
         list_link* const head = &table->buckets[i];
         while (head->next != head)
             remove(table, head->next);

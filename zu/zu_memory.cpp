@@ -9,12 +9,12 @@ namespace {
 
 FILE* error_stream = nullptr; // null: standard error
 
-[[noreturn]] void report_and_abort(uint32_t bytes) {
+[[noreturn]] void report_and_abort(uint64_t bytes) {
     const int error = errno; // that of the failed call, before anything here can change it
     const platform::quiet_pipes quiet;
     FILE* stream = error_stream ? error_stream : stderr;
-    std::fprintf(stream, "error (ZU_memory):Failed to allocate memory. size:%lu. errno:%d.\n",
-                 static_cast<unsigned long>(bytes), error);
+    std::fprintf(stream, "error (ZU_memory):Failed to allocate memory. size:%llu. errno:%d.\n",
+                 static_cast<unsigned long long>(bytes), error);
     std::fflush(stream);
     std::abort();
 }
@@ -26,10 +26,15 @@ void* checked(void* block, uint32_t bytes) {
 }
 
 uint32_t bytes_with_terminator(const ZU_wchar* text) {
-    return (static_cast<uint32_t>(zu::text_view(text).size()) + 1) * static_cast<uint32_t>(sizeof(ZU_wchar));
+    return zu::block_size((uint64_t{zu::text_view(text).size()} + 1) * sizeof(ZU_wchar));
 }
 
 } // namespace
+
+void zu::report_too_long(uint64_t bytes) {
+    errno = ENOMEM; // no call failed that could have set it
+    report_and_abort(bytes);
+}
 
 void* ZU_malloc(uint32_t bytes) {
     return checked(std::malloc(bytes), bytes);

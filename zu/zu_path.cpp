@@ -29,11 +29,6 @@ bool is_network_path(zu::text_view path) {
     return path.size() >= 5 && path.starts_with(zu::two_backslashes);
 }
 
-bool fail_with(uint32_t code) {
-    platform::SetLastError(code);
-    return false;
-}
-
 } // namespace
 
 namespace zu {
@@ -175,12 +170,12 @@ struct resolution {
 // Makes `absolute` a full path with backslashes alone, and none at its end.
 bool make_absolute(const ZU_wchar* path, zu::scoped_string& absolute) {
     if (*path == 0 || zu::begins_at_no_root(path))
-        return fail_with(ERROR_FILE_NOT_FOUND);
+        return zu::fail(ERROR_FILE_NOT_FOUND);
     zu::short_path(path, absolute.address());
     ZU_s_replace_c(absolute.address(), '/', '\\');
     ZU_s_trim_end_c(absolute.address(), '\\');
     if (absolute.length() == 0 || absolute.view().find_first_of(zu::wildcards) != not_found)
-        return fail_with(ERROR_FILE_NOT_FOUND);
+        return zu::fail(ERROR_FILE_NOT_FOUND);
     if (zu::is_drive_path(absolute.view()) || is_network_path(absolute.view()))
         return true;
 
@@ -207,7 +202,7 @@ bool begin_at_share(resolution& r) {
     const zu::text_view server = path.substr(0, path.find('\\'));
     const size_t share_at = path.find_first_not_of('\\', server.size());
     if (server.empty() || share_at == not_found)
-        return fail_with(ERROR_FILE_NOT_FOUND);
+        return zu::fail(ERROR_FILE_NOT_FOUND);
     append(r.actual.address(), zu::long_network_prefix);
     append(r.actual.address(), server);
     r.root_length = r.actual.length();
@@ -224,7 +219,7 @@ bool begin_at_root(resolution& r) {
     if (zu::is_drive_path(r.absolute.view()))
         begin_at_drive(r);
     else if (!is_network_path(r.absolute.view()))
-        return fail_with(ERROR_FILE_NOT_FOUND); // the current directory itself has neither form
+        return zu::fail(ERROR_FILE_NOT_FOUND); // the current directory itself has neither form
     else if (!begin_at_share(r))
         return false;
 
@@ -237,7 +232,7 @@ bool begin_at_root(resolution& r) {
 bool step_up(resolution& r) {
     const size_t last = r.actual.view().rfind('\\');
     if (last == not_found || last < r.root_length)
-        return fail_with(ERROR_FILE_NOT_FOUND);
+        return zu::fail(ERROR_FILE_NOT_FOUND);
     ZU_s_resize(r.actual.address(), static_cast<uint32_t>(last));
     return true;
 }

@@ -24,23 +24,18 @@ struct item {
     zu::file_times times;
 };
 
-bool fail_with(platform::DWORD code) {
-    platform::SetLastError(code);
-    return false;
-}
-
 // Refuses what no search must see, and makes the rest a long form; "." and ".." stay in it.
 bool make_absolute(const ZU_wchar* path, zu::scoped_string& absolute) {
     zu::text_view named(path);
     if (named.empty() || zu::begins_at_no_root(named))
-        return fail_with(ERROR_FILE_NOT_FOUND);
+        return zu::fail(ERROR_FILE_NOT_FOUND);
     if (zu::is_long_path(named))
         named.remove_prefix(zu::long_prefix.size());
     if (named.empty() || named.find_first_of(zu::wildcards) != zu::text_view::npos)
-        return fail_with(ERROR_FILE_NOT_FOUND);
+        return zu::fail(ERROR_FILE_NOT_FOUND);
     zu::trimmed_long_path(path, absolute.address());
     if (absolute.length() == 0)
-        return fail_with(ERROR_FILE_NOT_FOUND);
+        return zu::fail(ERROR_FILE_NOT_FOUND);
     if (zu::is_long_path(absolute.view()))
         return true;
 
@@ -72,7 +67,7 @@ bool query_root(const zu::scoped_string& absolute, item& found) {
     ZU_s_append_n(root.address(), ZU_W("\\"), 1);
     const platform::UINT type = platform::GetDriveTypeW(root.text());
     if (type == DRIVE_UNKNOWN || type == DRIVE_NO_ROOT_DIR)
-        return fail_with(ERROR_PATH_NOT_FOUND);
+        return zu::fail(ERROR_PATH_NOT_FOUND);
     ZU_tm first_day = {};
     first_day.tm_year = root_year;
     first_day.tm_mday = 1;

@@ -39,9 +39,8 @@ void set_length(ZU_s s, uint32_t length) {
     s[length] = 0;
 }
 
-uint32_t block_bytes(uint32_t capacity) {
-    return (capacity + 1) * static_cast<uint32_t>(sizeof(ZU_wchar))
-           + static_cast<uint32_t>(sizeof(ZU_s_header));
+uint32_t block_bytes(uint64_t capacity) {
+    return zu::block_size((capacity + 1) * sizeof(ZU_wchar) + sizeof(ZU_s_header));
 }
 
 // The place of the first zero character within the first `length` ones, or `length`.
@@ -61,18 +60,19 @@ uint32_t find_zero(const ZU_wchar* text, uint32_t length) {
 
 // A buffer that is not shared keeps its block as far as the allocator can. Out of line, so that the operations stay
 // short where there is room.
-[[gnu::noinline]] void move_to_capacity(ZU_s* s, uint32_t capacity) {
+[[gnu::noinline]] void move_to_capacity(ZU_s* s, uint64_t capacity) {
     const ZU_s old = *s;
+    const uint32_t bytes = block_bytes(capacity);
     const uint32_t kept = find_zero(old, ZU_s_length(old)); // what lies behind a zero character is let go
     ZU_s_header* header;
     if (old && header_of(old)->reference_count > count_alone) {
-        header = static_cast<ZU_s_header*>(ZU_malloc(block_bytes(capacity)));
+        header = static_cast<ZU_s_header*>(ZU_malloc(bytes));
         std::memcpy(characters_of(header), old, kept * sizeof(ZU_wchar));
         --header_of(old)->reference_count;
     } else {
-        header = static_cast<ZU_s_header*>(ZU_realloc(old ? header_of(old) : nullptr, block_bytes(capacity)));
+        header = static_cast<ZU_s_header*>(ZU_realloc(old ? header_of(old) : nullptr, bytes));
     }
-    header->capacity = capacity;
+    header->capacity = static_cast<uint32_t>(capacity);
     header->reference_count = count_alone;
     *s = characters_of(header);
     set_length(*s, kept);
@@ -82,9 +82,7 @@ uint32_t find_zero(const ZU_wchar* text, uint32_t length) {
 void grow(ZU_s* s, uint64_t n, bool private_copy) {
     if (capacity_of(*s) >= n && !(private_copy && is_shared(*s)))
         return;
-    if (n > largest_capacity)
-        zu::report_too_long();
-    move_to_capacity(s, static_cast<uint32_t>(n) | (capacity_step - 1));
+    move_to_capacity(s, n | (capacity_step - 1));
 }
 
 void make_private(ZU_s* s) {
@@ -140,7 +138,9 @@ void ZU_s_clear(ZU_s* s) {
 ZU_s* ZU_s_insert(ZU_s* s, uint32_t position, const ZU_wchar* text) {
     if (zu::is_empty(text))
         return s;
-    return ZU_s_insert_n(s, position, text, static_cast<uint32_t>(zu::text_view(text).size()));
+    const size_t length = zu::text_view(text).size();
+    zu::block_size(uint64_t{length} * sizeof(ZU_wchar)); // a longer one has no place in any string
+    return ZU_s_insert_n(s, position, text, static_cast<uint32_t>(length));
 }
 
 ZU_s* ZU_s_insert_n(ZU_s* s, uint32_t position, const ZU_wchar* text, uint32_t n) {
@@ -364,6 +364,16 @@ bool take_insert(const ZU_wchar*& at, va_list arguments, insert_table& inserts) 
     return true;
 }
 
+// Whether the conversion behind a percent sign has its width or precision from an argument. Every argument is a text
+// here, whose address would be the number.
+bool takes_a_number(const ZU_wchar* conversion) {
+    bool star = false;
+    for (; zu::text_view(ZU_W("-+ #.*0123456789")).find(*conversion) != zu::text_view::npos; ++conversion)
+        star |= *conversion == '*';
+    const auto letter = static_cast<ZU_wchar>(*conversion | 0x20);
+    return star && letter >= 'a' && letter <= 'z';
+}
+
 // Rewrites a message template into a format whose k-th "%s" stands for the k-th insert taken.
 bool rewrite_template(const ZU_wchar* message, va_list arguments, ZU_wchar* out, insert_table& inserts) {
     while (*message) {
@@ -378,6 +388,8 @@ bool rewrite_template(const ZU_wchar* message, va_list arguments, ZU_wchar* out,
             out[-1] = '\r';
             *out++ = '\n';
             ++message;
+        } else if (takes_a_number(message)) {
+            return false;
         } else {
             *out++ = *message++;
         }
@@ -397,8 +409,7 @@ void format_inserts(ZU_s* s, const ZU_wchar* format, const insert_table& inserts
 
 int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list arguments) {
     ZU_s_clear(s);
-    const zu::owned<ZU_wchar> format(
-        zu::allocate<ZU_wchar>(static_cast<uint32_t>(zu::text_view(message).size()) + 1));
+    const zu::owned<ZU_wchar> format(zu::allocate<ZU_wchar>(uint64_t{zu::text_view(message).size()} + 1));
     insert_table inserts;
     if (!rewrite_template(message, arguments, format.get(), inserts))
         return 0;

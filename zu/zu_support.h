@@ -30,6 +30,13 @@ private:
     platform::DWORD code_;
 };
 
+// Sets the last-error code and gives a failed result: false, null, or the one that is named.
+template <class Result = bool>
+Result fail(platform::DWORD code, Result result = {}) {
+    platform::SetLastError(code);
+    return result;
+}
+
 // Holds a thread lock for the length of a scope.
 class held {
 public:
@@ -84,18 +91,21 @@ private:
     ZU_s text_ = nullptr;
 };
 
-// What no block can hold is memory that ran out: this asks for more than there is, and does not return.
-inline void report_too_long() {
-    ZU_free(ZU_calloc(0xFFFFFFFF, 0xFFFFFFFF));
+// Ends the process as out of memory: no block holds so many bytes.
+[[noreturn]] void report_too_long(uint64_t bytes);
+
+// Bytes in 32 bits, as the memory family counts them. Sizes are computed in 64 bits up to here, so that none wraps.
+inline uint32_t block_size(uint64_t bytes) {
+    if (bytes > UINT32_MAX)
+        report_too_long(bytes);
+    return static_cast<uint32_t>(bytes);
 }
 
 // Room for `count` elements of T, not initialised.
 template <class T>
-T* allocate(uint32_t count = 1) {
+T* allocate(uint64_t count = 1) {
     static_assert(std::is_trivial_v<T>, "blocks of the memory family hold plain records");
-    if (count > UINT32_MAX / sizeof(T))
-        report_too_long();
-    return static_cast<T*>(ZU_malloc(count * static_cast<uint32_t>(sizeof(T))));
+    return static_cast<T*>(ZU_malloc(block_size(count * sizeof(T))));
 }
 
 } // namespace zu

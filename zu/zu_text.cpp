@@ -85,7 +85,7 @@ ZU_wchar* ZU_str_make_short_name(const ZU_wchar* text, uint32_t maximum) {
     if (whole.size() <= maximum)
         return ZU_strdup(text);
     constexpr zu::text_view ellipsis = ZU_W("...");
-    auto* result = zu::allocate<ZU_wchar>(maximum + static_cast<uint32_t>(ellipsis.size()) + 1);
+    auto* result = zu::allocate<ZU_wchar>(uint64_t{maximum} + ellipsis.size() + 1);
     whole.copy(result, maximum);
     copy_terminated(result + maximum, ellipsis);
     return result;

@@ -14,11 +14,6 @@ void clear(ZU_bool* timed_out) {
         *timed_out = 0;
 }
 
-bool refuse() {
-    platform::SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
-}
-
 bool is_stream(const ZU_trans* transport) {
     return transport->kind == zu::trans_kind::socket && transport->flags & ZU_TRANS_TCP;
 }
@@ -44,7 +39,7 @@ bool begin_transfer(const ZU_trans* transport, direction wanted, uint32_t* count
     *count = 0;
     clear(timed_out);
     if (!is_stream(transport) || transport->role == zu::trans_role::server)
-        return refuse();
+        return zu::fail(ERROR_INVALID_PARAMETER);
     return wait_until_ready(transport->socket, wanted, timeout, timed_out);
 }
 
@@ -115,10 +110,8 @@ struct buffer_sizes {
 
 // A socket that is bound, if a local port is given, and has its options.
 SOCKET set_up(const uint16_t* local_port, uint32_t flags, buffer_sizes sizes) {
-    if (!(flags & (ZU_TRANS_TCP | ZU_TRANS_UDP))) {
-        refuse();
-        return INVALID_SOCKET;
-    }
+    if (!(flags & (ZU_TRANS_TCP | ZU_TRANS_UDP)))
+        return zu::fail(ERROR_INVALID_PARAMETER, INVALID_SOCKET);
     const SOCKET socket = flags & ZU_TRANS_TCP ? ZU_socket(AF_INET, SOCK_STREAM, IPPROTO_TCP)
                                                : ZU_socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
     if (socket == INVALID_SOCKET)
@@ -160,10 +153,8 @@ ZU_trans* ZU_trans_socket_create_server(uint16_t port, int32_t backlog, uint32_t
 ZU_trans* ZU_trans_socket_accept(ZU_trans* server, struct sockaddr* peer, int32_t* peer_length,
                                  const struct timeval* timeout, ZU_bool* timed_out) {
     clear(timed_out);
-    if (!is_stream(server) || server->role != zu::trans_role::server) {
-        refuse();
-        return nullptr;
-    }
+    if (!is_stream(server) || server->role != zu::trans_role::server)
+        return zu::fail<ZU_trans*>(ERROR_INVALID_PARAMETER);
     if (!wait_until_ready(server->socket, direction::read, timeout, timed_out))
         return nullptr;
     const SOCKET accepted = ZU_accept(server->socket, peer, peer_length);

@@ -6,9 +6,7 @@
 #include "zu/zu_support.h"
 
 void* operator new(size_t bytes) {
-    if (bytes > UINT32_MAX)
-        zu::report_too_long();
-    return ZU_malloc(static_cast<uint32_t>(bytes));
+    return ZU_malloc(zu::block_size(bytes));
 }
 
 void* operator new[](size_t bytes) {
