@@ -171,6 +171,59 @@ int hour_now_at_0() {
     return ZU_localtime(0, &fields) ? fields.tm_hour : -1;
 }
 
+// A zone file of one change in 1996 and a rule for the time after it.
+std::string small_zone_file() {
+    const auto number = [](int64_t value, int bytes) {
+        std::string text;
+        while (bytes-- > 0)
+            text += static_cast<char>(value >> 8 * bytes);
+        return text;
+    };
+    const auto head = [&](int changes, int kinds, int names) {
+        return "TZif2" + std::string(27, '\0') + number(changes, 4) + number(kinds, 4) + number(names, 4);
+    };
+    return head(0, 0, 0) + head(1, 2, 9) + number(846378000, 8) + '\0' + number(3600, 4)
+           + std::string(2, '\0') + number(7200, 4) + "\1\4" + std::string("CET\0CEST\0", 9)
+           + "\nCET-1CEST,M3.5.0,M10.5.0/3\n";
+}
+
+// Whole, cut short in front of its rule, and with other bytes there: each file means what it means to the C library.
+TEST(local_time, zone_files_are_read_as_the_host_reads_them) {
+    const file_place place;
+    std::mt19937 random(1);
+    const std::string whole = small_zone_file();
+    const size_t rule = whole.rfind('\n', whole.size() - 2);
+    for (size_t n = 0; n < 3 * rule; ++n) {
+        std::string bytes = whole.substr(0, n > 0 && n <= rule ? n : whole.size());
+        for (size_t changed = n <= rule ? 0 : 1 + n % 3; changed > 0; --changed)
+            bytes[random() % rule] = static_cast<char>(random());
+        const std::string name = "zone" + std::to_string(n); // the C library reads a name once
+        place.write(name, bytes);
+        set_zone(place.host_path(name).c_str());
+        for (int i = 0; i < 40; ++i) {
+            const ZU_time_t time = i == 0 ? 846378000 : static_cast<ZU_time_t>(random() & last_time);
+            ASSERT_EQ(shown(time), shown(host_time(time))) << testing::PrintToString(bytes);
+        }
+    }
+}
+
+// A zone that could not be read serves one call, and one that another thread has read needs no descriptor.
+TEST(zone_setting, a_thread_without_descriptors_gets_the_zone_as_soon_as_it_can) {
+    set_zone("Asia/Kolkata");
+    ASSERT_EQ(hour_now_at_0(), 5);
+    const outcome child = run_child([] {
+        const rlimit none{3, 64};
+        setrlimit(RLIMIT_NOFILE, &none);
+        std::thread([] { std::printf("%d", hour_now_at_0()); }).join();
+        setenv("TZ", "Australia/Sydney", 1);
+        hour_now_at_0();
+        const rlimit some{64, 64};
+        setrlimit(RLIMIT_NOFILE, &some);
+        std::printf(" %d", hour_now_at_0());
+    });
+    EXPECT_EQ(child.output, "5 10");
+}
+
 TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
     char own[] = "TZ=AAA-5";
     putenv(own);
@@ -181,8 +234,8 @@ TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
         setenv("TZ", "AAA-7", 1);
         EXPECT_EQ(hour_now_at_0(), 7);
         whole_environment ? clearenv() : unsetenv("TZ");
-        const int hour_there = hour_now_at_0();
-        EXPECT_EQ(hour_there, host_time(0).tm_hour) << "without TZ, the system's zone";
+        tzset();
+        EXPECT_EQ(hour_now_at_0(), host_time(0).tm_hour) << "without TZ, the system's zone";
     }
 }
 

@@ -92,6 +92,7 @@ int32_t mktime(tm* local) {
 }
 
 const tm* localtime(const int32_t* value) {
+    // The next time is mostly one of the same day, and breaking a day down costs more than the rest.
     struct thread_record {
         int64_t days; // whose fields the record holds
         tm local;

@@ -1,5 +1,5 @@
-// The local zone's spans of constant offset. Their data is the C library's, so zone files, rules in TZ and the system's
-// zone mean here what they mean to every program of the host.
+// The local zone's spans of constant offset. They come from its file, read as the C library reads it, or else from the C
+// library itself: zones mean here what they mean to every program of the host.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -18,17 +18,16 @@
 #include "platform/core/thread_own.h"
 #include "platform/time/civil.h"
 #include "platform/time/zone.h"
+#include "platform/time/zone_file.h"
 
 namespace platform {
 
 namespace {
 
-constexpr char system_zone_file[] = "/etc/localtime";
 constexpr int64_t system_zone_check_ms = 1000;
 
-// Where both ends of an hour have the same offset, so has the hour. Blocks are what one miss asks for.
+// Where both ends of an hour have the same offset, so has the hour.
 constexpr int64_t hour = 3600;
-constexpr int64_t block = 72 * hour;
 
 // No offset reaches it; 24:59:59 is the largest that TZ can spell.
 constexpr int64_t offset_limit = 25 * hour;
@@ -71,11 +70,23 @@ constinit std::mutex host_zone;
 [[maybe_unused]] const int fork_handlers =
     pthread_atfork([] { host_zone.lock(); }, [] { host_zone.unlock(); }, [] { host_zone.unlock(); });
 
+// The zones that were read last in this process, so that a thread's first local time costs no reading. Under the lock;
+// never destroyed, since the destructors of a program may still ask for the time.
+struct read_zone {
+    zone_setting setting;
+    std::vector<zone_span> spans;
+};
+constexpr size_t read_zones_kept = 4;
+
+std::vector<read_zone>& read_zones() {
+    static auto* const zones = new std::vector<read_zone>;
+    return *zones;
+}
+
 } // namespace
 
-// Brackets questions to the C library: makes it read the setting that this zone stands for, and when it could not, or
-// another thread has changed the setting meanwhile, the answers serve the present call and are then forgotten. One
-// thread asks at a time, since a second one might make the C library read another setting in between.
+// Holds the lock and calls tzset while the C library is asked: another thread might make it read another setting. If TZ
+// changes meanwhile, or the zone could not be read, the answers are used once and not cached.
 class zone::question {
 public:
     explicit question(zone& asked) : zone_(asked) {
@@ -130,14 +141,39 @@ zone& zone::of_thread() {
 
 zone::zone(zone_setting setting) : setting_(std::move(setting)) {
     next_check_ms_ = coarse_now_ms() + system_zone_check_ms;
-    fill(0);
+    read();
+    if (is_read_)
+        make_index();
+    else
+        fill(0);
 }
 
-// What getenv gives, without its search as long as the variable stays where it was found.
+void zone::read() {
+    const std::lock_guard lock(host_zone);
+    std::vector<read_zone>& zones = read_zones();
+    const auto known = std::find_if(zones.begin(), zones.end(),
+                                    [&](const read_zone& other) { return other.setting == setting_; });
+    if (known != zones.end()) {
+        spans_ = known->spans;
+        is_read_ = true;
+        return;
+    }
+    usable_ = read_spans(setting_, spans_);
+    is_read_ = !spans_.empty();
+    if (setting_.from_system && zone_setting::now() != setting_)
+        usable_ = false; // the file was exchanged meanwhile
+    if (!is_read_ || !usable_)
+        return;
+    if (zones.size() == read_zones_kept)
+        zones.erase(zones.begin());
+    zones.push_back({setting_, spans_});
+}
+
+// The result of getenv, without its search as long as the variable stays where it was found.
 const char* zone::variable() {
     constexpr size_t name_length = 3;
     const auto is_it = [](const char* entry) {
-        return entry && std::strncmp(entry, "TZ=", name_length) == 0;
+        return entry && entry[0] == 'T' && entry[1] == 'Z' && entry[2] == '=';
     };
     if (environ && environ[0] && environ == environment_ && is_it(environ[variable_index_]))
         return environ[variable_index_] + name_length;
@@ -173,14 +209,14 @@ const zone_span& zone::find(int64_t time) {
     latest_ = place;
     if (spans_[place].contains(time))
         return spans_[place];
-    fill(civil::floor_divide(time, block) * block);
+    fill(civil::floor_divide(time, zone_block) * zone_block);
     return find(time);
 }
 
 void zone::fill(int64_t block_begin) {
     const question bracket(*this);
     zone_span current = ask(block_begin);
-    for (int64_t time = block_begin + hour; time <= block_begin + block; time += hour) {
+    for (int64_t time = block_begin + hour; time <= block_begin + zone_block; time += hour) {
         zone_span next = ask(time);
         if (!same_offset(current, next)) {
             current.end = next.begin = change_between(time - hour, time);
@@ -188,7 +224,7 @@ void zone::fill(int64_t block_begin) {
             current = next;
         }
     }
-    current.end = block_begin + block;
+    current.end = block_begin + zone_block;
     if (current.begin < current.end)
         add(current);
 }
@@ -207,6 +243,10 @@ void zone::add(const zone_span& span) {
         at->end = (at + 1)->end;
         spans_.erase(at + 1);
     }
+    make_index();
+}
+
+void zone::make_index() {
     latest_ = 0;
     size_t place = 0;
     for (size_t entry = 0; entry < index_.size(); ++entry) {
@@ -304,12 +344,16 @@ zone::absence zone::look_around(int64_t time, bool daylight) {
 
 // A time with the flag, in steps of a day, which no season is shorter than; -1 when there is none.
 int64_t zone::nearest_day(int64_t time, int64_t step, bool daylight) {
+    const auto search = [&](auto is_daylight) {
+        int64_t day = std::clamp<int64_t>(time, 0, last_time);
+        while (day >= 0 && day <= last_time && is_daylight(day) != daylight)
+            day += step;
+        return day >= 0 && day <= last_time ? day : -1;
+    };
+    if (is_read_)
+        return search([&](int64_t day) { return at(day).daylight; });
     const question bracket(*this);
-    for (int64_t day = std::clamp<int64_t>(time, 0, last_time); day >= 0 && day <= last_time; day += step) {
-        if (ask(day).daylight == daylight)
-            return day;
-    }
-    return -1;
+    return search([](int64_t day) { return ask(day).daylight; });
 }
 
 } // namespace platform

@@ -11,6 +11,9 @@ namespace platform {
 
 inline constexpr int64_t last_time = 0x7FFFFFFF; // 2038-01-19 03:14:07 UTC
 
+// The C library is asked for this much of a zone at a time, in seconds.
+inline constexpr int64_t zone_block = int64_t{72} * 3600;
+
 struct zone_span {
     int64_t begin;
     int64_t end;    // not included
@@ -33,8 +36,9 @@ struct zone_setting {
     bool operator==(const zone_setting&) const = default;
 };
 
-// One zone, as one thread knows it. The C library is asked for a block of days when a time in it is wanted for the
-// first time; after that, both ways are arithmetic.
+// One zone, as one thread knows it: the spans of its file, read once in a process. Of a zone without a file that can be
+// read here, the C library is asked for a block of days when a time in it is wanted for the first time. After that, both
+// ways are arithmetic.
 class zone {
 public:
     // The zone that is set now. The calling thread's own, and valid until its next call of this function.
@@ -58,7 +62,7 @@ public:
 private:
     class question;
 
-    // A stretch of time in which a daylight flag is never seen, and the offsets of the spans with it on both sides.
+    // A time range without any span of this daylight flag, and the offsets of the nearest such spans on both sides.
     struct absence {
         int64_t begin, end;
         bool known_before, known_after;
@@ -73,11 +77,13 @@ private:
         return static_cast<size_t>(std::clamp(time >> index_shift, int64_t{0}, index_size - 1));
     }
 
+    void read();
     bool is_set_now();
     const char* variable();
     const zone_span& find(int64_t time);
     void fill(int64_t block_begin);
     void add(const zone_span& span);
+    void make_index();
     int64_t time_near_change(int64_t local, int daylight_flag);
     int64_t time_with_other_flag(int64_t local, const zone_span& span, bool daylight);
     const absence& absence_around(int64_t time, bool daylight);
@@ -87,7 +93,8 @@ private:
     zone_setting setting_;
     char** environment_ = nullptr; // that the variable was found in, at this index
     size_t variable_index_ = 0;
-    bool usable_ = true;
+    bool usable_ = true;           // for more than the present call
+    bool is_read_ = false;         // from its file or its rule; the C library need not be asked
     int64_t next_check_ms_ = 0;    // of the system's file
     std::vector<zone_span> spans_; // ascending, not overlapping, with holes where nothing was asked yet
     std::array<uint16_t, index_size>
