@@ -70,9 +70,60 @@ TEST(thread_lock, excludes_counts_and_serves_a_forked_child) {
         std::thread([&] { ZU_lock_thread_lock(&lock); }).join();
     });
     EXPECT_EQ(child.exit_code, 0);
+    // A thread that ends with the lock leaves it taken, also for a thread that gets its place in memory.
+    const outcome orphan = run_child([&] {
+        ZU_lock_thread_unlock(&lock);
+        std::thread([&] { ZU_lock_thread_lock(&lock); }).join();
+        sleeping_crew next(1, [&](int) {
+            ZU_lock_thread_lock(&lock);
+            _exit(1);
+            return 0u;
+        });
+        _exit(0);
+    });
+    EXPECT_EQ(orphan.exit_code, 0);
     ZU_lock_thread_unlock(&lock);
     EXPECT_EQ(ZU_lock_thread_destroy(&lock), 1);
     EXPECT_EQ(ZU_lock_thread_destroy(nullptr), 1);
+}
+
+// Two threads on two processors: a thread that is woken needs longer to get to the lock than the one that is there.
+void keep_to_processor(int number) {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(number, &one);
+    sched_setaffinity(0, sizeof one, &one);
+}
+
+// Counted are the times that a thread takes the lock again while another one sleeps for it.
+TEST(thread_lock, goes_to_a_sleeper_that_has_been_overtaken) {
+    ZU_lock_thread lock;
+    ZU_lock_thread_init(&lock);
+    std::atomic<int> takings{0};
+    std::atomic<bool> over{false};
+    crew workers;
+    keep_to_processor(0);
+    workers.add([&] {
+        keep_to_processor(1);
+        while (!over) {
+            ZU_lock_thread_lock(&lock);
+            ++takings;
+            for (const uint32_t start = ZU_get_tick_count(); ZU_get_tick_count() - start < 2;) {}
+            ZU_lock_thread_unlock(&lock);
+        }
+    });
+    std::vector<int> overtakings;
+    for (int before = 0; overtakings.size() < 15;) {
+        while (takings == before)
+            platform::Sleep(1);
+        before = takings;
+        ZU_lock_thread_lock(&lock);
+        overtakings.push_back(takings - before);
+        ZU_lock_thread_unlock(&lock);
+    }
+    over = true;
+    std::sort(overtakings.begin(), overtakings.end());
+    EXPECT_LE(overtakings[7], 3) << "half of the times";
 }
 
 TEST(atomics, wrap_around) {

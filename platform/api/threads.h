@@ -9,9 +9,9 @@ namespace platform {
 
 // A re-entrant lock in storage of the caller's, within the 64 bytes that are kept for one.
 struct CRITICAL_SECTION {
-    std::atomic<uint32_t> state;  // 0 free, 1 held, 2 held and somebody may sleep
+    std::atomic<uint32_t> state;  // of the lock: 0 when it is free
     uint32_t depth;               // how many times the owner has entered
-    std::atomic<uintptr_t> owner; // the address of the owner's thread, 0 when free
+    std::atomic<uintptr_t> owner; // the serial number of the owner's thread, 0 when free
 };
 
 void InitializeCriticalSection(CRITICAL_SECTION* section);

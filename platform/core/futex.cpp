@@ -17,6 +17,7 @@ constexpr long nanoseconds_per_second = 1'000'000'000;
 constexpr long nanoseconds_per_millisecond = 1'000'000;
 
 constexpr long nanoseconds_of_first_turn = 25;
+constexpr DWORD longest_overtaking_ms = 1;
 
 bool is_earlier(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
@@ -109,9 +110,35 @@ void lock_word::lock_slowly(std::atomic<uint32_t>& word) {
         if (word.load(std::memory_order_relaxed) == is_free && try_lock(word))
             return;
     }
-    // Taken as contended: others may sleep besides us, and one wake too many is harmless. Acquire: as in try_lock.
-    while (word.exchange(is_contended, std::memory_order_acquire) != is_free)
-        sleep_on(&word, is_contended, deadline(infinite));
+    const deadline patience(longest_overtaking_ms);
+    bool has_slept = false;
+    for (;;) {
+        uint32_t state = word.load(std::memory_order_relaxed);
+        if (state == is_free || (state == is_handed && has_slept)) {
+            // Taken as contended: others may sleep besides us, and one wake too many is harmless. Acquire: as in
+            // try_lock.
+            if (word.compare_exchange_weak(state, is_contended, std::memory_order_acquire,
+                                           std::memory_order_relaxed))
+                return;
+            continue;
+        }
+        const uint32_t wanted = has_slept && patience.has_passed() ? is_starving : is_contended;
+        if (state < wanted && !word.compare_exchange_weak(state, wanted, std::memory_order_relaxed))
+            continue;
+        sleep_on(&word, std::max(state, wanted), deadline(infinite));
+        has_slept = true;
+    }
+}
+
+void lock_word::unlock_slowly(std::atomic<uint32_t>& word) {
+    // Another thread may turn contended into starving meanwhile.
+    uint32_t state = word.load(std::memory_order_relaxed);
+    // Release: as in unlock.
+    while (!word.compare_exchange_weak(state, state == is_starving ? is_handed : is_free,
+                                       std::memory_order_release, std::memory_order_relaxed)) {}
+    // Handed over, the lock goes to the thread that this wakes, or to one that is awake after a sleep: the thread that
+    // set the mark is asleep or on its way here.
+    wake_on(&word, 1);
 }
 
 } // namespace platform

@@ -53,13 +53,20 @@ private:
 
 // Locks of one word, for records that are locked for a few instructions at a time. The word may be gone as soon as
 // the last holder has unlocked it, even before that call has returned.
+//
+// A free lock goes to whoever comes first, which is mostly a thread that runs: so it is fast, and a thread that gives
+// the lock up and takes it again at once overtakes the one it has just woken. A thread that has been overtaken for a
+// millisecond therefore marks the lock, and the next holder hands it over instead of freeing it.
 namespace lock_word {
 
 inline constexpr uint32_t is_free = 0;
 inline constexpr uint32_t is_held = 1;
 inline constexpr uint32_t is_contended = 2; // held, and somebody may sleep
+inline constexpr uint32_t is_starving = 3;  // held, and to be handed over
+inline constexpr uint32_t is_handed = 4;    // free for those that have slept
 
 void lock_slowly(std::atomic<uint32_t>& word);
+void unlock_slowly(std::atomic<uint32_t>& word);
 
 inline bool try_lock(std::atomic<uint32_t>& word) {
     uint32_t expected = is_free;
@@ -74,9 +81,11 @@ inline void lock(std::atomic<uint32_t>& word) {
 }
 
 inline void unlock(std::atomic<uint32_t>& word) {
+    uint32_t expected = is_held;
     // Release: the next holder sees what was written under the lock. Nothing of the word is read after it.
-    if (word.exchange(is_free, std::memory_order_release) == is_contended) [[unlikely]]
-        wake_on(&word, 1);
+    if (!word.compare_exchange_strong(expected, is_free, std::memory_order_release,
+                                      std::memory_order_relaxed)) [[unlikely]]
+        unlock_slowly(word);
 }
 
 } // namespace lock_word

@@ -1,31 +1,20 @@
 // Thread locks: a futex lock that its owner may enter again, in the caller's storage.
-#include <pthread.h>
-
 #include <atomic>
 #include <new>
 
 #include "platform/api/threads.h"
 #include "platform/core/futex.h"
+#include "platform/threads/thread_serial.h"
 
 namespace platform {
-
-namespace {
-
-// Unlike a thread identifier, the thread's own address costs no look-up, and a forked child's thread keeps it: it
-// still owns the locks that it held when it forked.
-uintptr_t this_thread() {
-    return reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()));
-}
-
-} // namespace
 
 void InitializeCriticalSection(CRITICAL_SECTION* section) {
     new (section) CRITICAL_SECTION{};
 }
 
 void EnterCriticalSection(CRITICAL_SECTION* section) {
-    const uintptr_t self = this_thread();
-    // Relaxed: only this thread ever writes its own address here, so what it reads equals it only when it is true.
+    const uintptr_t self = thread_serial();
+    // Relaxed: only this thread ever writes its own number here, so what it reads equals it only when it is true.
     if (section->owner.load(std::memory_order_relaxed) == self) {
         ++section->depth;
         return;

@@ -15,6 +15,7 @@
 #include "platform/core/waitable.h"
 #include "platform/threads/mutex_file.h"
 #include "platform/threads/named_mutex.h"
+#include "platform/threads/thread_serial.h"
 
 namespace platform {
 
@@ -52,10 +53,6 @@ std::mutex& list_lock() {
 std::map<std::u16string, shared_pointer>& mutexes_by_name() {
     static auto* const list = new std::map<std::u16string, shared_pointer>;
     return *list;
-}
-
-uintptr_t this_thread() {
-    return reinterpret_cast<uintptr_t>(reinterpret_cast<void*>(pthread_self()));
 }
 
 // The last user of a mutex closes its file. A call that uses it is one, since another thread may close the handle.
@@ -181,8 +178,8 @@ DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
         SetLastError(mutex ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE);
         return WAIT_FAILED;
     }
-    const uintptr_t self = this_thread();
-    // Relaxed: only this thread ever writes its own address here.
+    const uintptr_t self = thread_serial();
+    // Relaxed: only this thread ever writes its own number here.
     if (mutex->owner.load(std::memory_order_relaxed) == self) {
         ++mutex->depth;
         return WAIT_OBJECT_0;
@@ -316,7 +313,7 @@ HANDLE OpenMutexW(DWORD access, BOOL, const WCHAR* name) {
 BOOL ReleaseMutex(HANDLE handle) {
     const running_call call(handle);
     shared_mutex* const mutex = call.mutex.get();
-    if (!mutex || mutex->owner.load(std::memory_order_relaxed) != this_thread()) {
+    if (!mutex || mutex->owner.load(std::memory_order_relaxed) != thread_serial()) {
         SetLastError(mutex ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE);
         return FALSE;
     }
