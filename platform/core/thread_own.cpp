@@ -1,0 +1,39 @@
+// The end of a thread: what it owns is released, through one key for all kinds of objects.
+#include "platform/core/thread_own.h"
+
+#include <pthread.h>
+
+#include <climits>
+
+namespace platform {
+
+namespace {
+
+constinit std::atomic<owned_kind*> kinds{nullptr};
+
+void release_all(void*) {
+    for (owned_kind* kind = kinds.load(std::memory_order_acquire); kind; kind = kind->next)
+        kind->release();
+}
+
+pthread_key_t ending_key() {
+    static const pthread_key_t key = [] {
+        pthread_key_t made;
+        return pthread_key_create(&made, release_all) == 0 ? made
+                                                           : static_cast<pthread_key_t>(PTHREAD_KEYS_MAX);
+    }();
+    return key;
+}
+
+} // namespace
+
+void release_at_thread_end(owned_kind& kind) {
+    if (!kind.is_listed.exchange(true, std::memory_order_relaxed)) {
+        kind.next = kinds.load(std::memory_order_relaxed);
+        while (!kinds.compare_exchange_weak(kind.next, &kind, std::memory_order_release)) {}
+    }
+    pthread_setspecific(ending_key(),
+                        &kinds); // any value but null; a destructor that asks again is called again
+}
+
+} // namespace platform
