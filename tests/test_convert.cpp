@@ -86,6 +86,18 @@ TEST(code_pages, the_environment_names_the_character_set) {
         const outcome outcome = run_child([&] {
             clearenv();
             setenv(row.variable, row.value, 1);
+            const bool is_asked_for = std::strchr(row.value, '.') && !std::strstr(row.value, "utf8");
+            rlimit descriptors; // of which there are none at first
+            getrlimit(RLIMIT_NOFILE, &descriptors);
+            const rlim_t usual = std::exchange(descriptors.rlim_cur, 0);
+            setrlimit(RLIMIT_NOFILE, &descriptors);
+            EXPECT_EQ(narrow_of(row.wide, ZU_ENCODING_ANSI), is_asked_for ? "" : row.narrow) << row.value;
+            EXPECT_EQ(wide_of(row.narrow, ZU_ENCODING_ANSI), is_asked_for ? u"" : row.back) << row.value;
+            EXPECT_EQ(
+                code_of(platform::WideCharToMultiByte(CP_ACP, 0, u"x", 1, nullptr, 0, nullptr, nullptr)),
+                is_asked_for ? codes::too_many_open_files : 0);
+            descriptors.rlim_cur = usual;
+            setrlimit(RLIMIT_NOFILE, &descriptors);
             for (int i = 0; i < 2; ++i) { // no shift state is left behind
                 EXPECT_EQ(narrow_of(row.wide, ZU_ENCODING_ANSI), row.narrow) << row.value;
                 EXPECT_EQ(wide_of(row.narrow, ZU_ENCODING_ANSI), row.back) << row.value;

@@ -27,14 +27,16 @@ private:
     size_t count_ = 0;
 };
 
-// The character set that LC_ALL, LC_CTYPE or LANG names, as they stand at the first question; "UTF-8" for none, "C"
-// and "POSIX".
-const std::string& environment_charset();
-bool environment_is_utf8();
+// The character set that LC_ALL, LC_CTYPE or LANG names; UTF-8 for none, "C", "POSIX" and for a set that the host does
+// not know. It stands from the first question on that could be answered: null with a code while the host is short of
+// the descriptors or the memory that finding it takes.
+struct charset;
+const charset* environment_charset();
+bool is_utf8(const charset& set);
 
-// Conversions through the environment's character set where it is not UTF-8. Wide characters that it lacks become
-// '?', one for each unit; bytes without a meaning U+FFFD. False with a code when the host cannot convert at all.
-bool charset_from_wide(const WCHAR* wide, size_t count, bounded_output<char>& out);
-bool charset_to_wide(const char* narrow, size_t count, bounded_output<WCHAR>& out);
+// Conversions through a set that is not UTF-8. Wide characters that it lacks become '?', one for each unit; bytes
+// without a meaning U+FFFD. False with a code when the host cannot convert now.
+bool charset_from_wide(const charset& to, const WCHAR* wide, size_t count, bounded_output<char>& out);
+bool charset_to_wide(const charset& from, const char* narrow, size_t count, bounded_output<WCHAR>& out);
 
 } // namespace platform

@@ -19,8 +19,16 @@ DWORD check(UINT code_page, DWORD flags, const void* in, int count, const void* 
     return flags == 0 ? ERROR_SUCCESS : ERROR_INVALID_FLAGS;
 }
 
-bool is_utf8(UINT code_page) {
-    return code_page == CP_UTF8 || environment_is_utf8();
+// The set of a code page, or null when that is UTF-8. False, with a code, when it could not be found.
+bool find_set(UINT code_page, const charset*& set) {
+    if (code_page == CP_UTF8)
+        return true;
+    set = environment_charset();
+    if (!set)
+        return false;
+    if (is_utf8(*set))
+        set = nullptr;
+    return true;
 }
 
 int result_of(size_t written, int size) {
@@ -39,10 +47,13 @@ int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int coun
         return fail(ERROR_INVALID_PARAMETER);
     const size_t units = count < 0 ? std::char_traits<WCHAR>::length(wide) + 1 : static_cast<size_t>(count);
     const size_t room = static_cast<size_t>(size);
-    if (is_utf8(code_page))
+    const charset* set = nullptr;
+    if (!find_set(code_page, set))
+        return 0;
+    if (!set)
         return result_of(room == 0 ? utf8_size(wide, units) : utf8_from_wide(wide, units, out, room), size);
     bounded_output<char> output(out, room);
-    return charset_from_wide(wide, units, output) ? result_of(output.count(), size) : 0;
+    return charset_from_wide(*set, wide, units, output) ? result_of(output.count(), size) : 0;
 }
 
 int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int count, WCHAR* out, int size) {
@@ -50,11 +61,14 @@ int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int cou
         return fail(code);
     const size_t bytes = count < 0 ? std::strlen(narrow) + 1 : static_cast<size_t>(count);
     const size_t room = static_cast<size_t>(size);
-    if (is_utf8(code_page))
+    const charset* set = nullptr;
+    if (!find_set(code_page, set))
+        return 0;
+    if (!set)
         return result_of(room == 0 ? wide_size(narrow, bytes) : wide_from_utf8(narrow, bytes, out, room),
                          size);
     bounded_output<WCHAR> output(out, room);
-    return charset_to_wide(narrow, bytes, output) ? result_of(output.count(), size) : 0;
+    return charset_to_wide(*set, narrow, bytes, output) ? result_of(output.count(), size) : 0;
 }
 
 } // namespace platform
