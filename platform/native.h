@@ -223,6 +223,11 @@ inline int __WSAFDIsSet(SOCKET socket, one_socket_set* set) {
     return ::__WSAFDIsSet(socket, &set->members);
 }
 
+// Once the write set has shown room, the system's own send takes the whole piece without blocking.
+inline int send_what_fits(SOCKET socket, const char* buffer, int length) {
+    return ::send(socket, buffer, length, 0);
+}
+
 using ::CloseServiceHandle;
 using ::ControlService;
 using ::CreateServiceW;

@@ -1,4 +1,6 @@
 // Sockets: codes by situation, readiness, ports, the port test, addresses, names.
+#include <sys/time.h>
+
 #include "support/test.h"
 
 namespace {
@@ -15,8 +17,8 @@ int receive(SOCKET socket, int flags = 0) {
     return outcome_of(ZU_recv(socket, &byte, 1, flags));
 }
 
-int transmit(SOCKET socket) {
-    return outcome_of(ZU_send(socket, "x", 1, 0));
+int transmit(SOCKET socket, const std::string& data = "x") {
+    return outcome_of(ZU_send(socket, data.data(), static_cast<int32_t>(data.size()), 0));
 }
 
 int transmit(SOCKET socket, const sockaddr_in& to, const std::string& data = "x",
@@ -47,6 +49,23 @@ void let_block(SOCKET socket, bool blocks) {
 int set_option(SOCKET socket, int option, const void* value, int32_t length = 4) {
     return outcome_of(ZU_setsockopt(socket, SOL_SOCKET, option, value, length));
 }
+
+// A signal comes to this thread over and over until the end of the scope.
+class alarms_every_10_ms {
+public:
+    alarms_every_10_ms() { set(10000); }
+    ~alarms_every_10_ms() { set(0); }
+
+private:
+    static void set(suseconds_t period_us) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval timer{{0, period_us}, {0, period_us}};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+};
 
 fd_set set_of(SOCKET socket) {
     fd_set set;
@@ -123,6 +142,12 @@ TEST_F(sockets, streams_that_are_not_connected_fail_with_the_code_of_their_state
     EXPECT_EQ(attempt(fresh, ipv4(0)), WSAEADDRNOTAVAIL);
     EXPECT_EQ(attempt(fresh, ipv4(port_of(listener), INADDR_ANY)), WSAEADDRNOTAVAIL);
     EXPECT_EQ(attempt(fresh, sockaddr_in{}), WSAEAFNOSUPPORT);
+    for (bool blocks : {true, false}) { // from its own port, where nobody listens
+        const held_socket lonely = bound_socket(SOCK_STREAM);
+        let_block(lonely, blocks);
+        EXPECT_EQ(attempt(lonely, address_of(lonely)), WSAECONNREFUSED);
+        EXPECT_EQ(transmit(lonely), WSAENOTCONN);
+    }
     EXPECT_EQ(attempt(fresh, address), 0) << "usable after all these";
     EXPECT_EQ(attempt(fresh, address), WSAEISCONN);
 
@@ -262,13 +287,57 @@ TEST_F(sockets, calls_go_on_after_signals_and_see_what_others_do) {
     other.join();
 }
 
+TEST_F(sockets, addresses_of_other_families_have_rules_of_their_own) {
+    const file_place place;
+    sockaddr_un path{AF_UNIX, ""};
+    const std::string name = place.host_path("s");
+    const auto length = static_cast<int32_t>(offsetof(sockaddr_un, sun_path) + name.copy(path.sun_path, 100));
+    const auto of = [](auto& address) { return reinterpret_cast<sockaddr*>(&address); };
+    const held_socket listener(ZU_socket(AF_UNIX, SOCK_STREAM, 0)),
+        client(ZU_socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(outcome_of(ZU_bind(listener, of(path), length)), 0);
+    ASSERT_EQ(outcome_of(ZU_listen(listener, 1)), 0);
+    EXPECT_EQ(outcome_of(ZU_connect(client, of(path), 1)), WSAEFAULT);
+    EXPECT_EQ(outcome_of(ZU_connect(client, of(path), length)), 0);
+
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    const held_socket six(ZU_socket(AF_INET6, SOCK_STREAM, 0)), from(ZU_socket(AF_INET6, SOCK_STREAM, 0));
+    if (ZU_bind(six, of(address), sizeof address) != 0)
+        GTEST_SKIP() << "no IPv6 on this machine";
+    ASSERT_EQ(outcome_of(ZU_listen(six, 1)), 0);
+    EXPECT_EQ(outcome_of(ZU_connect(from, of(address), sizeof address)), WSAEADDRNOTAVAIL) << "port 0";
+    address.sin6_port = htons(port_of(six));
+    EXPECT_EQ(outcome_of(ZU_connect(from, of(address), 27)), WSAEFAULT);
+    EXPECT_EQ(outcome_of(ZU_connect(from, of(address), sizeof address)), WSAEADDRNOTAVAIL) << "no address";
+    address.sin6_addr = in6addr_loopback;
+    EXPECT_EQ(outcome_of(ZU_connect(from, of(address), sizeof address)), 0);
+    int32_t room = 20;
+    EXPECT_EQ(outcome_of(ZU_accept(six, of(address), &room)), WSAEFAULT);
+    room = sizeof address;
+    const held_socket accepted(ZU_accept(six, of(address), &room));
+    EXPECT_EQ(ntohs(address.sin6_port), port_of(from)) << "it was not lost over that";
+}
+
 TEST_F(sockets, options_in_the_forms_of_both_sides) {
-    const connection pair;
-    const int milliseconds = 20;
+    const connection pair, full;
+    const int milliseconds = 200;
     const timeval time{0, 20000};
     const char on = 1;
     EXPECT_EQ(set_option(pair.server, SO_RCVTIMEO, &milliseconds), 0);
-    EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
+    EXPECT_EQ(set_option(pair.listener, SO_RCVTIMEO, &milliseconds), 0);
+    EXPECT_EQ(set_option(full.client, SO_SNDTIMEO, &milliseconds), 0);
+    {
+        const alarms_every_10_ms interruptions; // none of which starts the time anew
+        const held_socket datagrams = bound_socket(SOCK_DGRAM);
+        EXPECT_EQ(set_option(datagrams, SO_RCVTIMEO, &milliseconds), 0);
+        EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
+        EXPECT_EQ(receive(datagrams), WSAETIMEDOUT);
+        EXPECT_EQ(outcome_of(ZU_accept(pair.listener, nullptr, nullptr)), WSAETIMEDOUT);
+        int sent;
+        while ((sent = transmit(full.client, std::string(5000, 'x'))) <= 5000) {}
+        EXPECT_EQ(sent, WSAETIMEDOUT);
+    }
     EXPECT_EQ(receive(pair.server, MSG_DONTWAIT), WSAEWOULDBLOCK);
     EXPECT_EQ(set_option(pair.client, SO_RCVTIMEO, &time, sizeof time), 0);
     EXPECT_EQ(receive(pair.client), WSAETIMEDOUT);
@@ -439,6 +508,8 @@ TEST_F(sockets, the_resolver_answers_in_codes_and_a_lonely_network_has_no_routes
         shutdown(static_cast<int>(server), SHUT_RD);
         answering.join();
         EXPECT_EQ(looked_up(u""), u"127.0.0.1") << "no other address here";
+        std::ofstream("/proc/sys/net/ipv4/ip_local_port_range") << "40000 40000"; // all come from this one
+        EXPECT_EQ(tested(u"127.0.0.1", 40000), "1, 10061") << "and meet themselves there";
         EXPECT_EQ(tested(u"10.1.2.3", 80), "1, 10051");
     });
     if (!ran)

@@ -1561,7 +1561,8 @@ ZU_API int32_t ZU_socket_close(SOCKET socket);
 /* 0, or -1. */
 ZU_API int32_t ZU_bind(SOCKET socket, const struct sockaddr* address, int32_t address_length);
 
-/* 0, or -1; 10035 for an attempt that goes on, on a socket that does not block. */
+/* 0, or -1: 10035 (WSAEWOULDBLOCK) for an attempt that goes on, on a socket that does not block; 10061
+   (WSAECONNREFUSED) where nobody listens, also when the attempt has met itself on a port of this computer. */
 ZU_API int32_t ZU_connect(SOCKET socket, const struct sockaddr* address, int32_t address_length);
 
 /* 0, or -1. */
@@ -1612,7 +1613,9 @@ ZU_API ZU_bool ZU_is_ip_address(const ZU_wchar* text);
 
 /*
  * The first IPv4 address of a host as dotted text in new memory; what ZU_is_ip_address accepts is copied, all else
- * is looked up, which may take as long as the system's resolver does. Null: 11001 unknown, 11002 no answer now.
+ * is looked up, which may take as long as the system's resolver does. Null: 11001 (WSAHOST_NOT_FOUND) unknown, 11002
+ * (WSATRY_AGAIN) no answer now, 11003 (WSANO_RECOVERY) the resolver failed, 11004 (WSANO_DATA) a name without such an
+ * address. "" and this computer's own name give an address that others reach it by, whatever the hosts file says.
  */
 ZU_API ZU_wchar* ZU_get_ip_address_by_host_name(const ZU_wchar* name);
 
@@ -1650,7 +1653,8 @@ ZU_API ZU_trans* ZU_trans_socket_create_server(uint16_t port, int32_t backlog, u
                                                int32_t send_buffer_bytes, int32_t receive_buffer_bytes);
 
 /* The next connection of a server as a transport of its own; null on failure (87 for what is no TCP server). The
-   peer's address and its length in bytes may be null. */
+   peer's address and its length in bytes may be null. When several threads accept from one server, the time-out bounds
+   the wait for a connection alone: who then loses it to another thread waits for the next. */
 ZU_API ZU_trans* ZU_trans_socket_accept(ZU_trans* server, struct sockaddr* peer, int32_t* peer_length,
                                         const struct timeval* timeout, ZU_bool* timed_out);
 
@@ -1662,9 +1666,10 @@ ZU_API ZU_trans* ZU_trans_socket_connect(const ZU_wchar* host, uint16_t port, co
 
 /*
  * Send or receive once: true, and at *sent or *received the bytes that went, which may be fewer than asked for. The
- * time-out bounds the wait for room or data; a send that has started blocks until its piece is taken. One call moves
- * 2,147,483,647 bytes at most. False otherwise, with 0 bytes: 87 for a server or datagram transport, 10054 when the
- * peer has closed.
+ * time-out bounds the whole call: a send with one takes what there is room for, where one without waits until all is
+ * taken. One call moves 2,147,483,647 bytes at most. False otherwise, with 0 bytes: 87 (ERROR_INVALID_PARAMETER) for a
+ * server or datagram transport, 10054 (WSAECONNRESET) when the peer has closed, 10035 (WSAEWOULDBLOCK) when another
+ * thread's send took the room in between.
  */
 ZU_API ZU_bool ZU_trans_send(ZU_trans* transport, const void* buffer, uint32_t length, uint32_t* sent,
                              const struct timeval* timeout, ZU_bool* timed_out);

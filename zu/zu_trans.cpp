@@ -60,7 +60,11 @@ ZU_bool socket_send(ZU_trans* transport, const void* buffer, uint32_t length, ui
                     const struct timeval* timeout, ZU_bool* timed_out) {
     if (!begin_transfer(transport, direction::write, sent, timeout, timed_out))
         return false;
-    const int32_t result = ZU_send(transport->socket, buffer, one_call(length), 0);
+    const int32_t size = one_call(length);
+    // A peer that reads slowly would hold a send that blocks for longer than the time-out.
+    const int32_t result =
+        timeout ? platform::send_what_fits(transport->socket, static_cast<const char*>(buffer), size)
+                : ZU_send(transport->socket, buffer, size, 0);
     if (result < 0)
         return false;
     *sent = static_cast<uint32_t>(result);

@@ -34,6 +34,8 @@ int listen(SOCKET socket, int backlog);
 int setsockopt(SOCKET socket, int level, int option, const char* value, int length);
 int ioctlsocket(SOCKET socket, long command, unsigned long* argument); // FIONBIO alone
 int send(SOCKET socket, const char* buffer, int length, int flags);
+// A name of ours: send without flags, once a wait has shown room, takes what there is room for and never blocks.
+int send_what_fits(SOCKET socket, const char* buffer, int length);
 int recv(SOCKET socket, char* buffer, int capacity, int flags);
 int sendto(SOCKET socket, const char* buffer, int length, int flags, const sockaddr* address,
            int address_length);

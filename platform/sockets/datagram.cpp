@@ -13,7 +13,7 @@
 #include <atomic>
 #include <cerrno>
 
-#include "platform/core/retry.h"
+#include "platform/sockets/interrupted.h"
 #include "platform/sockets/socket_state.h"
 
 namespace platform {
@@ -95,7 +95,9 @@ ssize_t receive_maybe_datagram(int descriptor, char* buffer, size_t capacity, in
         message.msg_namelen = address ? *length : 0;
         message.msg_iov = &piece;
         message.msg_iovlen = 1;
-        const ssize_t received = retried([&] { return ::recvmsg(descriptor, &message, flags); });
+        const ssize_t received = resumed({descriptor, SO_RCVTIMEO, POLLIN}, [&](int further_flags) {
+            return ::recvmsg(descriptor, &message, flags | further_flags);
+        });
         if (received >= 0) {
             if (address)
                 *length = message.msg_namelen;

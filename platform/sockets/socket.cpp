@@ -2,14 +2,15 @@
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "platform/core/descriptor.h"
-#include "platform/core/retry.h"
 #include "platform/sockets/datagram.h"
+#include "platform/sockets/interrupted.h"
 #include "platform/sockets/socket_error.h"
 #include "platform/sockets/socket_state.h"
 
@@ -39,8 +40,23 @@ DWORD code_of_wait(int descriptor, int flags) {
     return !(flags & MSG_DONTWAIT) && socket_blocks(descriptor) ? WSAETIMEDOUT : WSAEWOULDBLOCK;
 }
 
+// The bytes of an address of a family. A UNIX address ends with its path, so its family alone may be all of it.
+int least_length(int family) {
+    switch (family) {
+    case AF_INET: return sizeof(sockaddr_in);
+    case AF_INET6: return sizeof(sockaddr_in6);
+    default: return sizeof(sa_family_t);
+    }
+}
+
 bool too_short(const sockaddr* address, int length) {
-    return !address || length < static_cast<int>(sizeof(sockaddr_in));
+    return !address || length < least_length(AF_UNIX) || length < least_length(address->sa_family);
+}
+
+// Whether an address that the socket gives would be cut.
+bool too_little_room(int descriptor, int length) {
+    const int family = socket_family(descriptor);
+    return length < (family == AF_UNIX ? int{sizeof(sockaddr_un)} : least_length(family));
 }
 
 // ---- Ports -----------------------------------------------------------------------------------------------------
@@ -63,29 +79,85 @@ int bind_where_others_gave_way(int descriptor, const sockaddr* address, int leng
 
 // ---- Connecting ------------------------------------------------------------------------------------------------
 
-// What the kernel would take in another sense: a zero address is the loopback, no family dissolves a connection.
+// The kernel takes a zero address for the loopback.
+bool names_nobody(const sockaddr* address) {
+    if (address->sa_family == AF_INET) {
+        sockaddr_in target;
+        std::memcpy(&target, address, sizeof target);
+        return target.sin_addr.s_addr == INADDR_ANY || target.sin_port == 0;
+    }
+    sockaddr_in6 target;
+    std::memcpy(&target, address, sizeof target);
+    const uint32_t* const words = target.sin6_addr.s6_addr32;
+    const bool is_mapped = IN6_IS_ADDR_V4MAPPED(&target.sin6_addr);
+    return target.sin6_port == 0 || IN6_IS_ADDR_UNSPECIFIED(&target.sin6_addr)
+           || (is_mapped && words[3] == 0);
+}
+
+bool is_internet(int family) {
+    return family == AF_INET || family == AF_INET6;
+}
+
+// What the kernel would take in another sense: no family dissolves a connection.
 DWORD code_of_destination(int family, int type, const sockaddr* address, int length) {
-    if (too_short(address, length))
+    if (too_short(address, length) || length < least_length(family))
         return WSAEFAULT;
     if (address->sa_family == AF_UNSPEC)
         return WSAEAFNOSUPPORT;
-    if (family != AF_INET || type != SOCK_STREAM || address->sa_family != AF_INET)
+    if (type != SOCK_STREAM || !is_internet(family) || !is_internet(address->sa_family))
         return ERROR_SUCCESS;
-    sockaddr_in target;
-    std::memcpy(&target, address, sizeof target);
-    return target.sin_addr.s_addr == INADDR_ANY || target.sin_port == 0 ? WSAEADDRNOTAVAIL : ERROR_SUCCESS;
+    return names_nobody(address) ? WSAEADDRNOTAVAIL : ERROR_SUCCESS;
 }
 
 // An interrupted attempt goes on by itself; asking for it again would fail with EALREADY.
-int wait_for_attempt(int descriptor) {
+int wait_for_attempt(int descriptor, int64_t start_ms) {
+    bool has_limit = false;
+    if (!wait_for_the_rest({descriptor, SO_SNDTIMEO, POLLOUT}, start_ms, has_limit)) {
+        errno = EINPROGRESS;
+        return -1;
+    }
     pollfd watched{descriptor, POLLOUT, 0};
-    while (poll(&watched, 1, -1) < 0 && errno == EINTR) {}
+    while (!has_limit && poll(&watched, 1, -1) < 0 && errno == EINTR) {}
     int error = 0;
     socklen_t size = sizeof error;
     if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0)
         return 0;
     errno = error;
     return -1;
+}
+
+bool same_end(const sockaddr_storage& own, const sockaddr* target) {
+    if (own.ss_family == AF_INET) {
+        sockaddr_in a, b;
+        std::memcpy(&a, &own, sizeof a);
+        std::memcpy(&b, target, sizeof b);
+        return a.sin_port == b.sin_port && a.sin_addr.s_addr == b.sin_addr.s_addr;
+    }
+    sockaddr_in6 a, b;
+    std::memcpy(&a, &own, sizeof a);
+    std::memcpy(&b, target, sizeof b);
+    return a.sin6_port == b.sin6_port && IN6_ARE_ADDR_EQUAL(&a.sin6_addr, &b.sin6_addr);
+}
+
+// A port of this computer where nobody listens may be the very one that the kernel gives the attempt to come from. The
+// two ends then meet, and the socket is connected to itself. errno stays.
+bool is_connected_to_itself(int descriptor, const sockaddr* target) {
+    const int error = errno;
+    sockaddr_storage own{};
+    socklen_t size = sizeof own;
+    const bool is_itself = getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &size) == 0
+                           && own.ss_family == target->sa_family && same_end(own, target);
+    errno = error;
+    return is_itself;
+}
+
+void dissolve(int descriptor) {
+    sockaddr nobody{};
+    nobody.sa_family = AF_UNSPEC;
+    ::connect(descriptor, &nobody, sizeof nobody);
+    int reset = 0; // which this is to the kernel, until somebody has asked
+    socklen_t size = sizeof reset;
+    getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &reset, &size);
 }
 
 // ---- Accepting -------------------------------------------------------------------------------------------------
@@ -195,13 +267,15 @@ SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
     if (!sockets_started())
         return INVALID_SOCKET;
     const int listener = descriptor_of(socket);
-    if (address && (!length || too_short(address, *length))) { // before a connection is taken, and lost
+    if (address
+        && (!length || too_little_room(listener, *length))) { // before a connection is taken, and lost
         SetLastError(code_of_bad_place_for_peer(listener));
         return INVALID_SOCKET;
     }
     const int mode = SOCK_CLOEXEC | (socket_blocks(listener) ? 0 : SOCK_NONBLOCK);
-    const int descriptor = beyond_standard(
-        retried([&] { return ::accept4(listener, address, reinterpret_cast<socklen_t*>(length), mode); }));
+    const int descriptor = beyond_standard(resumed({listener, SO_RCVTIMEO, POLLIN}, [&](int) {
+        return ::accept4(listener, address, reinterpret_cast<socklen_t*>(length), mode);
+    }));
     if (descriptor < 0) {
         SetLastError(errno == EAGAIN ? code_of_wait(listener, 0) : code_of_socket_errno(errno));
         return INVALID_SOCKET;
@@ -248,11 +322,17 @@ int connect(SOCKET socket, const sockaddr* address, int length) {
     // The kernel reports an attempt that has failed since when the next one is made, and does not make it.
     const bool has_failed_before = stream_state_of(descriptor) == stream_state::failed;
     const auto attempt = [&] { return ::connect(descriptor, address, static_cast<socklen_t>(length)); };
+    const int64_t start_ms = coarse_now_ms();
     int result = attempt();
     if (result < 0 && has_failed_before)
         result = attempt();
     if (result < 0 && errno == EINTR)
-        result = wait_for_attempt(descriptor);
+        result = wait_for_attempt(descriptor, start_ms);
+    if ((result == 0 || errno == EINPROGRESS) && type == SOCK_STREAM && is_internet(address->sa_family)
+        && is_connected_to_itself(descriptor, address)) {
+        dissolve(descriptor);
+        return socket_failure(WSAECONNREFUSED);
+    }
     if (result == 0)
         return 0;
     if (errno == EINPROGRESS)
@@ -312,6 +392,10 @@ int ioctlsocket(SOCKET socket, long command, unsigned long* argument) {
     return ::ioctl(descriptor, FIONBIO, &on) == 0 ? cleared(0) : failure_from_errno();
 }
 
+int send_what_fits(SOCKET socket, const char* buffer, int length) {
+    return platform::sendto(socket, buffer, length, MSG_DONTWAIT, nullptr, 0);
+}
+
 int send(SOCKET socket, const char* buffer, int length, int flags) {
     return platform::sendto(socket, buffer, length, flags, nullptr, 0);
 }
@@ -324,8 +408,9 @@ int sendto(SOCKET socket, const char* buffer, int length, int flags, const socka
     if (length < 0)
         return socket_failure(WSAEFAULT);
     const auto attempt = [&] {
-        return retried([&] {
-            return ::sendto(descriptor, buffer, static_cast<size_t>(length), flags | MSG_NOSIGNAL, address,
+        return resumed({descriptor, SO_SNDTIMEO, POLLOUT}, [&](int further_flags) {
+            return ::sendto(descriptor, buffer, static_cast<size_t>(length),
+                            flags | further_flags | MSG_NOSIGNAL, address,
                             static_cast<socklen_t>(address_length));
         });
     };
@@ -346,6 +431,8 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
     const int descriptor = descriptor_of(socket);
     if (capacity < 0 || (address && !address_length))
         return socket_failure(WSAEFAULT);
+    if (address && socket_type(descriptor) == SOCK_DGRAM && too_little_room(descriptor, *address_length))
+        return socket_failure(WSAEFAULT); // before a datagram is taken, and its sender lost
     const bool maybe_datagram = datagrams_in_use();
     if (maybe_datagram && waits_in_vain(descriptor))
         return socket_failure(WSAEINVAL);
@@ -355,7 +442,9 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
     const ssize_t received =
         maybe_datagram
             ? receive_maybe_datagram(descriptor, buffer, size, flags, address, length, truncated)
-            : retried([&] { return ::recvfrom(descriptor, buffer, size, flags, address, length); });
+            : resumed({descriptor, SO_RCVTIMEO, POLLIN}, [&](int further_flags) {
+                  return ::recvfrom(descriptor, buffer, size, flags | further_flags, address, length);
+              });
     if (received < 0)
         return socket_failure(code_of_failed_receive(descriptor, flags));
     if (truncated)
