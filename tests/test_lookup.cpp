@@ -1,9 +1,13 @@
 // Paths: letter case, odd names, long and deep paths, drives, shares, the current directory. Searches: patterns, dots,
 // links, directories that change or are large.
+#include <random>
+
 #include "platform/files/drives.h"
+#include "platform/files/folded_names.h"
 #include "platform/files/name_map.h"
 #include "platform/files/volume.h"
 #include "platform/files/wildcard.h"
+#include "platform/text/case_fold.h"
 #include "support/test.h"
 
 namespace {
@@ -54,6 +58,12 @@ TEST_F(lookup, letter_case_is_ignored_in_every_component) {
     EXPECT_EQ(found_name(u"T:\\aBC"), u"ABC");
     EXPECT_TRUE(DeleteFileW(u"T:\\aBC"));
     EXPECT_EQ(found_name(u"T:\\aBC"), u"Abc");
+    for (char32_t character = 1; character < 0x20000; ++character) {
+        const char32_t folded = fold_case(character);
+        ASSERT_TRUE(folded == character || (has_other_case(character) && has_other_case(folded)))
+            << uint32_t{character};
+    }
+    EXPECT_FALSE(has_other_case(U'1') || has_other_case(U'_') || has_other_case(U'\x4E00'));
     // A new spelling is taken on, also over a file that is replaced.
     EXPECT_TRUE(MoveFileExW(u"T:\\abc", u"T:\\xyz", 0) && MoveFileExW(u"T:\\XYZ", u"T:\\xYz", 0));
     EXPECT_EQ(place.read("xYz"), "abc");
@@ -104,6 +114,51 @@ TEST_F(lookup, every_name_of_the_host_is_listed_opened_renamed_and_deleted) {
         ASSERT_EQ(back, name);
         ASSERT_TRUE(spellings.insert(spelling).second) << number;
     }
+}
+
+// What is kept of a large directory gives the same answers as a look at it, whoever changes it.
+TEST_F(lookup, large_directories_hold_what_they_hold) {
+    place.write("file", "");
+    place.make_directory("large");
+    for (int i = 0; i < 300; ++i) // of more than one block
+        place.write("large/" + std::to_string(i) + std::string(240, 'x'), "");
+    const int directory = open(place.host_path("large").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    EXPECT_EQ(attribute_code(u"T:\\large\\missing"), codes::file_not_found);
+    EXPECT_TRUE(is_known_to_lack(directory, folded_hash("MISSING")));
+    EXPECT_FALSE(is_known_to_lack(directory, folded_hash("0" + std::string(240, 'X'))));
+    const std::array<std::string, 6> names_there = {"large/same",  "large/SAME",  "large/Same",
+                                                    "large/other", "large/OTHER", "large/Other"};
+    std::minstd_rand random(7);
+    for (int step = 0; step < 400; ++step) {
+        const std::string& name = names_there[random() % 6];
+        const std::string path = place.host_path(name), second = place.host_path(names_there[random() % 6]);
+        switch (random() % 4) {
+        case 0: place.write(name, ""); break;
+        case 1: unlink(path.c_str()); break;
+        case 2: rename(second.c_str(), path.c_str()); break; // over what is there, too
+        default: EXPECT_TRUE(link(place.host_path("file").c_str(), path.c_str()) == 0 || errno == EEXIST);
+        }
+        size_t first = 0; // of the three spellings
+        for (const auto* asked : {u"T:\\large\\sAME", u"T:\\large\\oTHER"}) {
+            const auto exists = [&](size_t i) { return place.exists(names_there[first + i]); };
+            ASSERT_EQ(found_name(asked) != u"code 2", exists(0) || exists(1) || exists(2)) << step;
+            first += 3;
+        }
+    }
+    for (const std::string& name : names_there)
+        unlink(place.host_path(name).c_str());
+    // A child has its own knowledge, and takes none of its parent's.
+    EXPECT_EQ(run_child([&] {
+                  std::printf("%u ", attribute_code(u"T:\\large\\sAME"));
+                  place.write("large/Same", "");
+                  std::printf("%u", attribute_code(u"T:\\large\\sAME"));
+              }).output,
+              "2 0");
+    EXPECT_EQ(attribute_code(u"T:\\large\\sAME"), codes::none);
+    std::filesystem::remove_all(place.host_path("large"));
+    place.make_directory("large");
+    EXPECT_EQ(attribute_code(u"T:\\large\\0" + std::u16string(240, u'X')), codes::file_not_found);
+    close(directory);
 }
 
 TEST_F(lookup, lengths_end_where_they_should) {

@@ -3,10 +3,9 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <forward_list>
-#include <mutex>
 
 namespace platform {
 
@@ -14,26 +13,26 @@ namespace {
 
 constexpr char variable[] = "ZU_HOST";
 
+// The relative values that the process has seen, which stay where they are.
 struct relative_value {
     std::string given;
     std::string absolute;
+    const relative_value* next;
 };
 
-// The relative values that the process has seen. A path that has been given out stays where it is.
 const char* absolute_path_of(const char* given) {
-    static std::mutex lock;
-    static std::forward_list<relative_value>& seen = *new std::forward_list<relative_value>;
-    const std::lock_guard held(lock);
-    for (const relative_value& value : seen) {
-        if (value.given == given)
-            return value.absolute.c_str();
+    static std::atomic<const relative_value*> seen{nullptr};
+    for (const relative_value* value = seen.load(std::memory_order_acquire); value; value = value->next) {
+        if (value->given == given)
+            return value->absolute.c_str();
     }
     char* directory = getcwd(nullptr, 0);
     if (!directory)
         return given; // for the calls of the host to fail on
-    seen.push_front({given, std::string(directory) + '/' + given});
+    auto* const fresh = new relative_value{given, std::string(directory) + '/' + given, seen.load()};
     std::free(directory);
-    return seen.front().absolute.c_str();
+    while (!seen.compare_exchange_weak(fresh->next, fresh, std::memory_order_acq_rel)) {}
+    return fresh->absolute.c_str();
 }
 
 // A relative value that is there when the library is loaded counts from where the process is then.

@@ -1,9 +1,13 @@
 // Finding what a path names on the host.
 #include "platform/files/place.h"
 
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+
 #include "platform/core/error.h"
 #include "platform/files/directory_scan.h"
 #include "platform/files/spelling.h"
+#include "platform/text/case_fold.h"
 
 namespace platform {
 
@@ -16,12 +20,25 @@ descriptor enter(int at, const char* directory) {
     return descriptor(retried([&] { return openat(at, directory, O_PATH | O_DIRECTORY | O_CLOEXEC); }));
 }
 
+bool may_have_other_spelling(std::string_view name) {
+    while (!name.empty())
+        if (has_other_case(take_character(name)))
+            return true;
+    return false;
+}
+
+// The host itself takes every spelling in such a directory.
+bool ignores_case(int directory) {
+    int flags = 0;
+    return ioctl(directory, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_CASEFOLD_FL);
+}
+
 // Looks for a name in another case. Empty with errno: ENOENT also for a directory that may not be listed, in which
 // names count as they are spelled.
 std::string look_in(descriptor directory, std::string_view wanted) {
-    if (directory)
+    if (directory && !ignores_case(directory.get()))
         return find_spelling_in(std::move(directory), wanted);
-    if (errno == EACCES)
+    if (directory || errno == EACCES)
         errno = ENOENT;
     return {};
 }
@@ -31,7 +48,7 @@ bool respell(int at, std::string& component) {
     struct stat status;
     if (retried([&] { return fstatat(at, component.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0)
         return true;
-    if (errno != ENOENT)
+    if (errno != ENOENT || !may_have_other_spelling(component))
         return false;
     std::string stored = look_in(open_directory(at, "."), component);
     if (stored.empty())
@@ -110,6 +127,13 @@ bool place::find_spelling() {
     // Most often only the last component is missing, and its directory has the right spelling.
     const size_t end = path_.host.size() - last_name().size();
     const std::string folder = end > start_ ? path_.host.substr(start_, end - start_) : ".";
+    if (!may_have_other_spelling(last_name())) {
+        struct stat status;
+        if (retried([&] { return fstatat(directory(), folder.c_str(), &status, 0); }) != 0)
+            return errno == ENOENT && walk();
+        errno = ENOENT;
+        return false;
+    }
     descriptor opened = open_directory(directory(), folder.c_str());
     if (!opened && errno == ENOENT)
         return walk();

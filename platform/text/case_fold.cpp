@@ -84,6 +84,17 @@ char32_t fold_beyond_ascii(char32_t character) {
     return static_cast<char32_t>(static_cast<int32_t>(character) + run->distance);
 }
 
+bool has_other_case(char32_t character) {
+    if (character < 0x80)
+        return (character | 0x20) - U'a' < 26u;
+    const auto leads_here = [&](const fold_run& run) {
+        const auto source = static_cast<char32_t>(static_cast<int32_t>(character) - run.distance);
+        return source >= run.first && source <= run.last && (source - run.first) % run.step == 0;
+    };
+    return fold_beyond_ascii(character) != character
+           || std::any_of(std::begin(runs), std::end(runs), leads_here);
+}
+
 bool equal_without_case(wide_view one, wide_view other) {
     return std::equal(one.begin(), one.end(), other.begin(), other.end(),
                       [](WCHAR a, WCHAR b) { return fold_case(a) == fold_case(b); });

@@ -13,6 +13,9 @@ inline char32_t fold_case(char32_t character) {
     return fold_beyond_ascii(character);
 }
 
+// Whether another character folds to the same as this one.
+bool has_other_case(char32_t character);
+
 // Equal but for the case of letters, unit by unit.
 bool equal_without_case(wide_view one, wide_view other);
 
