@@ -225,8 +225,23 @@ TEST(sleepers, are_released_by_the_signal_itself) {
             << "who waits for all holds nothing back";
         SetEvent(automatic);
         ReleaseSemaphore(sem, 1, nullptr);
+        EXPECT_EQ(WaitForMultipleObjects(2, both, 0, 0), timed_out) << "both are taken by now";
         EXPECT_EQ(one.results(), std::vector<uint32_t>(1, 0));
-        EXPECT_EQ(WaitForMultipleObjects(2, both, 0, 0), timed_out);
+    }
+    const HANDLE gates[] = {manual, event(true, true)}, mixed[] = {automatic, manual};
+    {
+        sleeping_crew three(3, [&](int i) {
+            return i == 2 ? WaitForSingleObject(automatic, INFINITE)
+                          : WaitForMultipleObjects(2, i == 0 ? gates : mixed, 1, INFINITE);
+        });
+        SetEvent(automatic);
+        EXPECT_EQ(WaitForSingleObject(automatic, 0), timed_out)
+            << "the second cannot have it yet, so the third has";
+        SetEvent(automatic);
+        SetEvent(manual); // completes the first and the second
+        ResetEvent(manual);
+        EXPECT_EQ(three.results(), std::vector<uint32_t>(3, 0));
+        EXPECT_EQ(WaitForSingleObject(automatic, 0), timed_out);
     }
 }
 

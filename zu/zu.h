@@ -508,7 +508,7 @@ ZU_API ZU_event* ZU_create_event(ZU_bool manual_reset);
 /* Ends the event; false when its handle could not be closed (the record is gone all the same). Null: true. */
 ZU_API ZU_bool ZU_destroy_event(ZU_event* event);
 
-/* Make the event signalled, or not; false with code 6 for an event that is no more. */
+/* Make the event signalled, or not. True; using an event that has been destroyed is undefined. */
 ZU_API ZU_bool ZU_set_event(ZU_event* event);
 ZU_API ZU_bool ZU_reset_event(ZU_event* event);
 
@@ -517,8 +517,9 @@ ZU_API int32_t ZU_wait_for_event(ZU_event* event, uint32_t timeout_ms);
 
 /*
  * Waits for one of the events, or with wait_all for all at once. Returns k + 1 for the first signalled event number k
- * (1 for all), 0 timed out, -1 failed: code 87 for a count of 0 or above 64, 6 for a bad event. Waiting for all
- * takes no event before it can take every one.
+ * (1 for all), 0 timed out, -1 failed: 87 (ERROR_INVALID_PARAMETER) for a count below 1 or above 64, and for the same
+ * event twice with wait_all; without it, twice is accepted. Waiting for all takes no event before it can take every
+ * one, and a set that makes them complete has released the waiter when it returns, whatever is reset after it.
  */
 ZU_API int32_t ZU_wait_for_multiple_events(int32_t count, ZU_event* const* events, ZU_bool wait_all,
                                            uint32_t timeout_ms);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/accounts/host_users.h"
-#include "platform/core/object.h"
+#include "platform/core/handle.h"
 
 namespace platform {
 

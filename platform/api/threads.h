@@ -41,7 +41,8 @@ BOOL ReleaseMutex(HANDLE mutex);                                  // 288 unless 
 // WAIT_FAILED with the code. One signal releases one waiter, in the order in which they began to sleep.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
-// The lowest index that is signalled is taken. For all: none is taken before every one can be; no object twice (87).
+// The lowest index that is signalled is taken. For all: none is taken before every one can be, which the signal does that
+// makes them complete; no object twice (87).
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all, DWORD milliseconds);
 
 // Indivisible, with a full barrier; the new value, which wraps around.

@@ -1,7 +1,4 @@
-// Inside the layer: what stands behind a handle.
-//
-// A handle is a number that names a place in one table of the process; the place holds the object. So null, closed
-// and made-up handles are told apart from good ones without touching memory that may be gone, and fail with code 6.
+// Inside the layer: what stands behind a handle, as handle.h has it.
 //
 // A source that offers objects of its own derives a class from `object`:
 //
@@ -20,7 +17,6 @@
 #pragma once
 
 #include <atomic>
-#include <bit>
 
 #include "platform/api/base.h"
 
@@ -77,60 +73,5 @@ public:
 private:
     object* object_;
 };
-
-// A handle of a new object, whose first reference it takes over. Null, with the code set, for a null object (no
-// memory: 8) and when the process has all the handles it can have (1450); the object is closed and released then.
-HANDLE new_handle(object* opened, uintptr_t mark = 0);
-
-// The table: a place holds the address of an object, maybe with the mark, or is free, which its lowest bit or 0 says.
-inline constexpr uintptr_t free_mark = 1;
-inline constexpr uintptr_t guarded_mark = 2;
-inline constexpr uintptr_t handles_at_most = uintptr_t{1} << 20;
-inline constexpr int handle_shift = 2;          // handles are multiples of 4, and never 0
-extern uintptr_t handle_table[handles_at_most]; // plain, so that no start-up code touches its eight megabytes
-
-inline std::atomic_ref<uintptr_t> handle_slot(uintptr_t number) {
-    return std::atomic_ref<uintptr_t>(handle_table[number]);
-}
-
-// For a value that names no object in the table.
-object* pseudo_object_of(HANDLE handle);
-
-// The object of a handle; null with code 6 when there is none. The pseudo handles -1 and -2, this process and this
-// thread, have one that is never signalled.
-inline object* object_of(HANDLE handle) {
-    // Rotated, a value that is no multiple of 4 is far beyond the table.
-    const uintptr_t number = std::rotr(reinterpret_cast<uintptr_t>(handle), handle_shift);
-    if (number < handles_at_most) [[likely]] {
-        // Acquire: the object is found as it was built.
-        const uintptr_t content = handle_slot(number).load(std::memory_order_acquire);
-        if (content != 0 && !(content & free_mark)) [[likely]]
-            return reinterpret_cast<object*>(content & ~guarded_mark);
-    }
-    return pseudo_object_of(handle);
-}
-
-// The object of a handle if it has the mark, else null. Whoever closes a handle takes it out of the table first, and
-// calls `close` then: a guarded object takes a lock there, and who looks it up under that lock, and counts on it
-// before the lock is given back, is not left with an object that another thread has closed.
-inline object* guarded_object_of(HANDLE handle) {
-    const uintptr_t number = std::rotr(reinterpret_cast<uintptr_t>(handle), handle_shift);
-    const uintptr_t content =
-        number < handles_at_most ? handle_slot(number).load(std::memory_order_acquire) : 0;
-    const bool guarded = (content & (free_mark | guarded_mark)) == guarded_mark;
-    return guarded ? reinterpret_cast<object*>(content & ~guarded_mark) : nullptr;
-}
-
-template <class T>
-T* object_of(HANDLE handle) {
-    object* found = object_of(handle);
-    if (!found)
-        return nullptr;
-    if (!found->is(T::kind)) [[unlikely]] {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    return static_cast<T*>(found);
-}
 
 } // namespace platform

@@ -1,9 +1,30 @@
 // Objects that threads wait for: the count, the queue of sleepers, and the wait for one object.
 #include "platform/core/waitable.h"
 
-#include "platform/api/threads.h"
+#include <pthread.h>
+
+#include <algorithm>
+#include <optional>
 
 namespace platform {
+
+namespace {
+
+constinit std::atomic<uint32_t> several_lock{lock_word::is_free};
+
+// In a forked child no other thread is there to give it back.
+[[maybe_unused]] const int fork_handler =
+    pthread_atfork(nullptr, nullptr, [] { several_lock.store(lock_word::is_free); });
+
+} // namespace
+
+several_locked::several_locked() {
+    lock_word::lock(several_lock);
+}
+
+several_locked::~several_locked() {
+    lock_word::unlock(several_lock);
+}
 
 // The sleepers to wake once the lock is free, so that they do not run into it. Only addresses are kept: a sleeper
 // that has been settled may be gone before it is woken.
@@ -33,35 +54,65 @@ bool waitable::change_queued(step next, void* context) {
     // A sleeper that is released may close the object before this thread has left the lock.
     const kept here(this);
     wakes woken;
+    std::optional<several_locked> in_turn;
     lock();
+    if (for_all_ > 0) {
+        // Nothing has changed yet, so nothing is lost while the lock is given up to be taken in the right order.
+        unlock();
+        in_turn.emplace();
+        lock();
+    }
     uint32_t count = state_.load(std::memory_order_relaxed) & count_mask;
     const bool changed = next(context, count);
-    if (changed)
-        state_.store(hand_out_locked(count, woken) | queued, std::memory_order_seq_cst);
+    if (changed) {
+        state_.store(count | queued, std::memory_order_seq_cst);
+        hand_out_locked(woken);
+    }
     unlock();
     return changed;
 }
 
-// Gives the count to the sleepers, as far as it goes; returns what is left.
-uint32_t waitable::hand_out_locked(uint32_t count, wakes& woken) {
-    for (queue_entry* entry = first_; entry && count > 0;) {
+// Gives the count to the sleepers, as far as it goes.
+void waitable::hand_out_locked(wakes& woken) {
+    for (queue_entry* entry = first_; entry && is_signalled_locked();) {
         queue_entry* const next = entry->next;
         sleeper* const who = entry->who;
         const std::atomic<uint32_t>* const word = &who->outcome;
-        if (who->wants_all) {
-            // It stays in the queue, and so alive, until it has this lock.
-            who->outcome.store(sleeper::poked, std::memory_order_release);
-            woken.add(word);
+        bool released;
+        if (who->all) {
+            released = complete_locked(*who);
         } else {
             dequeue_locked(*entry);
-            if (who->settle(entry->index)) {
-                woken.add(word);
-                count -= stays_ ? 0 : 1;
-            }
+            released = who->settle(entry->index);
+            if (released)
+                take_locked();
         }
+        if (released)
+            woken.add(word);
         entry = next;
     }
-    return count;
+}
+
+// Takes all the objects of a sleeper in this object's queue if every one is signalled. The sleeper looks at each of them
+// under its lock before it goes on, so its entries stay while this object is locked.
+bool waitable::complete_locked(sleeper& who) {
+    queue_entry* const end = who.all + who.all_count;
+    for (queue_entry* entry = who.all; entry != end; ++entry) {
+        if (entry->of != this)
+            entry->of->lock();
+    }
+    const bool complete =
+        std::all_of(who.all, end, [](const queue_entry& entry) { return entry.of->is_signalled_locked(); })
+        && who.settle(0);
+    for (queue_entry* entry = who.all; entry != end; ++entry) {
+        if (complete) {
+            entry->of->take_locked();
+            entry->of->dequeue_locked(*entry);
+        }
+        if (entry->of != this)
+            entry->of->unlock();
+    }
+    return complete;
 }
 
 void waitable::lock() {
@@ -90,6 +141,7 @@ void waitable::enqueue_locked(queue_entry& entry) {
     entry.link = last_link_;
     *last_link_ = &entry;
     last_link_ = &entry.next;
+    for_all_ += entry.who->all ? 1 : 0;
 }
 
 void waitable::dequeue_locked(queue_entry& entry) {
@@ -101,12 +153,7 @@ void waitable::dequeue_locked(queue_entry& entry) {
     else
         last_link_ = entry.link;
     entry.link = nullptr;
-}
-
-DWORD waitable::wait(DWORD milliseconds) {
-    if (take())
-        return WAIT_OBJECT_0;
-    return milliseconds == 0 ? WAIT_TIMEOUT : sleep(milliseconds);
+    for_all_ -= entry.who->all ? 1 : 0;
 }
 
 // How long to spin is learnt per object: longer after it has paid, shorter when nothing came.
@@ -127,7 +174,7 @@ DWORD waitable::sleep(DWORD milliseconds) {
     if (spin())
         return WAIT_OBJECT_0;
     const deadline until(milliseconds);
-    sleeper self(false);
+    sleeper self;
     queue_entry entry;
     entry.who = &self;
 
@@ -140,15 +187,13 @@ DWORD waitable::sleep(DWORD milliseconds) {
     enqueue_locked(entry);
     unlock();
 
-    while (self.outcome.load(std::memory_order_acquire) == sleeper::waiting) {
-        if (sleep_on(&self.outcome, sleeper::waiting, until) || !self.settle(sleeper::timed_out))
-            continue;
-        lock();
-        dequeue_locked(entry);
-        unlock();
-        return WAIT_TIMEOUT;
-    }
-    return WAIT_OBJECT_0;
+    self.sleep_until_settled(until);
+    if (self.outcome.load(std::memory_order_relaxed) != sleeper::timed_out)
+        return WAIT_OBJECT_0;
+    lock();
+    dequeue_locked(entry);
+    unlock();
+    return WAIT_TIMEOUT;
 }
 
 waitable* what_never_ends() {

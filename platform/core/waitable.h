@@ -5,22 +5,28 @@
 // then on changes are made under the object's lock, where a signaller hands what it adds to the sleepers, first come
 // first served, before anybody else can take it. So two signals release two sleepers even when the first has not run
 // yet, a reset takes nothing back from those who were released, and nobody is woken in vain.
+//
+// A thread that sleeps for all of several objects is in the queue of each, and is released by the signal that completes
+// them: under the locks of all of them the signaller takes all or none, before its call returns.
 #pragma once
 
 #include <atomic>
 
+#include "platform/api/threads.h"
 #include "platform/core/futex.h"
-#include "platform/core/object.h"
+#include "platform/core/handle.h"
 
 namespace platform {
+
+struct queue_entry;
 
 // A thread that sleeps until one of its objects, or all of them, release it. It lives on that thread's stack.
 struct sleeper {
     static constexpr uint32_t waiting = 0xFFFFFFFF;
     static constexpr uint32_t timed_out = 0xFFFFFFFE;
-    static constexpr uint32_t poked = 0xFFFFFFFD; // look again: one of all the objects has changed
 
-    explicit sleeper(bool for_all) : wants_all(for_all) {}
+    sleeper() = default; // for any of its objects
+    sleeper(queue_entry* entries, uint32_t count) : all(entries), all_count(count) {}
 
     // Settles how the wait ends: with the index of the object that releases it, or timed_out. Only the first one who
     // tries succeeds. A signaller must not touch the sleeper afterwards: its stack may be gone.
@@ -31,13 +37,27 @@ struct sleeper {
                                                std::memory_order_acquire);
     }
 
+    // Sleeps until the wait is settled, as timed_out at the latest when the deadline has passed.
+    void sleep_until_settled(const deadline& until) {
+        // Acquire: as in settle.
+        while (outcome.load(std::memory_order_acquire) == waiting) {
+            if (!sleep_on(&outcome, waiting, until))
+                settle(timed_out);
+        }
+    }
+
     std::atomic<uint32_t> outcome{waiting};
-    const bool wants_all;
+    queue_entry* const all =
+        nullptr; // its places in the queues of all its objects; null: it wants any of them
+    const uint32_t all_count = 0;
 };
+
+class waitable;
 
 // A sleeper's place in the queue of one object, guarded by that object's lock.
 struct queue_entry {
     sleeper* who = nullptr;
+    waitable* of = nullptr;
     uint32_t index = 0; // of the object among those that the sleeper waits for
     queue_entry* next = nullptr;
     queue_entry** link = nullptr; // what points here; null: in no queue
@@ -51,7 +71,11 @@ public:
     waitable(const object_kind& of, when_taken rule, uint32_t count)
         : object(of), stays_(rule == when_taken::stays), state_(count) {}
 
-    DWORD wait(DWORD milliseconds) override;
+    DWORD wait(DWORD milliseconds) override {
+        if (take()) [[likely]]
+            return WAIT_OBJECT_0;
+        return milliseconds == 0 ? WAIT_TIMEOUT : sleep(milliseconds);
+    }
     waitable* as_waitable() override { return this; }
 
     // Makes the count 1.
@@ -88,7 +112,8 @@ public:
         return change([](uint32_t& count) { return count > 0 && count-- > 0; });
     }
 
-    // For waits on several objects. Between lock and unlock only the caller changes the state.
+    // For waits on several objects. Between lock and unlock only the caller changes the state. A thread that is about to
+    // lock more than one object at a time counts on `several_locked` first.
     void lock();
     void unlock();
     bool is_signalled_locked() const;
@@ -105,7 +130,8 @@ private:
     template <class Next>
     bool change(Next next);
     bool change_queued(step next, void* context);
-    uint32_t hand_out_locked(uint32_t count, wakes& woken);
+    void hand_out_locked(wakes& woken);
+    bool complete_locked(sleeper& who);
     bool spin();
     DWORD sleep(DWORD milliseconds);
 
@@ -116,8 +142,19 @@ private:
     std::atomic<uint8_t> turns_{backoff::turns_at_most}; // of spinning before a sleep
     std::atomic<uint32_t> state_;
     std::atomic<uint32_t> lock_{lock_word::is_free};
+    uint32_t for_all_ = 0; // how many in the queue want all of their objects
     queue_entry* first_ = nullptr;
     queue_entry** last_link_ = &first_;
+};
+
+// Only the thread that has this holds the locks of several objects, or waits for one while it holds another: so the
+// order in which it takes them does not matter.
+class several_locked {
+public:
+    several_locked();
+    ~several_locked();
+    several_locked(const several_locked&) = delete;
+    several_locked& operator=(const several_locked&) = delete;
 };
 
 // `next` gets the count, changes it and says whether the change may be made.
@@ -128,16 +165,14 @@ private:
 template <class Next>
 bool waitable::change(Next next) {
     uint32_t old = state_.load(std::memory_order_relaxed);
-    while ((old & queued) == 0)
-        [[likely]] {
-            uint32_t count = old;
-            if (!next(count))
-                return false;
-            // Nothing of the object is touched after this: a thread that takes the signal may close it.
-            if (state_.compare_exchange_weak(old, count, std::memory_order_seq_cst,
-                                             std::memory_order_relaxed))
-                return true;
-        }
+    while ((old & queued) == 0) {
+        uint32_t count = old;
+        if (!next(count))
+            return false;
+        // Nothing of the object is touched after this: a thread that takes the signal may close it.
+        if (state_.compare_exchange_weak(old, count, std::memory_order_seq_cst, std::memory_order_relaxed))
+            return true;
+    }
     return change_queued([](void* context, uint32_t& count) { return (*static_cast<Next*>(context))(count); },
                          &next);
 }

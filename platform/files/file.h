@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "platform/api/files.h"
-#include "platform/core/object.h"
+#include "platform/core/handle.h"
 #include "platform/files/attributes.h"
 #include "platform/files/sharing.h"
 

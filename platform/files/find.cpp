@@ -9,7 +9,7 @@
 
 #include "platform/api/files.h"
 #include "platform/core/error.h"
-#include "platform/core/object.h"
+#include "platform/core/handle.h"
 #include "platform/files/directory_scan.h"
 #include "platform/files/find_record.h"
 #include "platform/files/place.h"

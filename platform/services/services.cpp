@@ -5,7 +5,7 @@
 
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
-#include "platform/core/object.h"
+#include "platform/core/handle.h"
 #include "platform/services/service_manager.h"
 #include "platform/system/computer.h"
 

@@ -14,8 +14,8 @@
 #include "platform/api/system.h"
 #include "platform/core/descriptor.h"
 #include "platform/core/error.h"
+#include "platform/core/handle.h"
 #include "platform/core/host_dir.h"
-#include "platform/core/object.h"
 #include "platform/core/retry.h"
 
 namespace platform {

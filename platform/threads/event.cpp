@@ -2,6 +2,7 @@
 #include <new>
 
 #include "platform/api/threads.h"
+#include "platform/core/error.h"
 #include "platform/core/waitable.h"
 
 namespace platform {
@@ -26,13 +27,12 @@ struct semaphore : waitable {
 bool is_plain(const SECURITY_ATTRIBUTES* attributes, const WCHAR* name) {
     if (!attributes && !name)
         return true;
-    SetLastError(ERROR_NOT_SUPPORTED);
-    return false;
+    return fail<bool>(ERROR_NOT_SUPPORTED);
 }
 
 // The platform reports "new" by a code of 0.
 HANDLE new_handle_reported(object* opened) {
-    const HANDLE handle = new_handle(opened);
+    const HANDLE handle = new_handle(opened, waitable_mark);
     if (handle)
         SetLastError(ERROR_SUCCESS);
     return handle;
@@ -65,10 +65,8 @@ BOOL ResetEvent(HANDLE handle) {
 
 HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES* attributes, LONG initial_count, LONG maximum_count,
                         const WCHAR* name) {
-    if (maximum_count < 1 || initial_count < 0 || initial_count > maximum_count) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
+    if (maximum_count < 1 || initial_count < 0 || initial_count > maximum_count)
+        return fail<HANDLE>(ERROR_INVALID_PARAMETER);
     if (!is_plain(attributes, name))
         return nullptr;
     return new_handle_reported(new (std::nothrow) semaphore(static_cast<uint32_t>(initial_count),
@@ -79,15 +77,11 @@ BOOL ReleaseSemaphore(HANDLE handle, LONG release_count, LONG* previous_count) {
     semaphore* posted = object_of<semaphore>(handle);
     if (!posted)
         return FALSE;
-    if (release_count < 1) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
+    if (release_count < 1)
+        return fail(ERROR_INVALID_PARAMETER);
     uint32_t before = 0;
-    if (!posted->add(static_cast<uint32_t>(release_count), posted->maximum, before)) {
-        SetLastError(ERROR_TOO_MANY_POSTS);
-        return FALSE;
-    }
+    if (!posted->add(static_cast<uint32_t>(release_count), posted->maximum, before))
+        return fail(ERROR_TOO_MANY_POSTS);
     if (previous_count)
         *previous_count = static_cast<LONG>(before);
     return TRUE;

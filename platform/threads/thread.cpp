@@ -7,6 +7,7 @@
 #include <new>
 
 #include "platform/api/threads.h"
+#include "platform/core/error.h"
 #include "platform/core/waitable.h"
 
 namespace platform {
@@ -102,19 +103,16 @@ bool start(thread& self, unsigned stack_size, bool is_reservation) {
 
 uintptr_t _beginthreadex(void* security, unsigned stack_size, unsigned (*function)(void*), void* argument,
                          unsigned flags, unsigned* thread_id) {
-    if (security || (flags & ~STACK_SIZE_PARAM_IS_A_RESERVATION) != 0) {
-        SetLastError(ERROR_NOT_SUPPORTED);
-        return 0;
-    }
+    if (security || (flags & ~STACK_SIZE_PARAM_IS_A_RESERVATION) != 0)
+        return fail<uintptr_t>(ERROR_NOT_SUPPORTED);
     thread* const self = new (std::nothrow) thread(function, argument);
-    const HANDLE handle = new_handle(self);
+    const HANDLE handle = new_handle(self, waitable_mark);
     if (!handle)
         return 0;
     const kept here(self);
     if (!start(*self, stack_size, (flags & STACK_SIZE_PARAM_IS_A_RESERVATION) != 0)) {
         CloseHandle(handle);
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return 0;
+        return fail<uintptr_t>(ERROR_NOT_ENOUGH_MEMORY);
     }
     // Only the new thread can find out its identifier.
     while (thread_id && (*thread_id = self->identifier.load(std::memory_order_relaxed)) == 0)

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "platform/api/threads.h"
+#include "platform/core/error.h"
 #include "platform/core/waitable.h"
 #include "platform/threads/named_mutex.h"
 
@@ -10,11 +11,18 @@ namespace platform {
 
 namespace {
 
-// The objects of one wait, each of which is kept alive until the wait is over.
+// The object of a handle as one that can be waited for together with others; null, with the code set, when it cannot.
+waitable* waitable_of(HANDLE handle) {
+    if (object* const marked = marked_object_in(content_of(handle), waitable_mark)) [[likely]]
+        return static_cast<waitable*>(marked);
+    object* const found = object_of(handle);
+    return found ? found->as_waitable() : nullptr;
+}
+
+// A wait for several objects that may have to sleep. The objects are kept alive until it is over.
 class several {
 public:
-    // False, with the code set, when the arguments are refused.
-    bool gather(DWORD count, const HANDLE* handles, bool wait_all);
+    several(waitable* const* objects, DWORD count);
     ~several();
 
     DWORD wait_for_any(DWORD milliseconds);
@@ -23,55 +31,40 @@ public:
 private:
     // Queues the sleeper at each object, unless one is found signalled on the way.
     void settle_or_enqueue(sleeper& self);
-    void dequeue();
-    void lock_all();
-    void unlock_all();
-    bool all_signalled_locked() const;
+    DWORD sleep(sleeper& self, const deadline& until);
 
-    DWORD count_ = 0;
-    waitable* objects_[MAXIMUM_WAIT_OBJECTS];
-    waitable* ordered_[MAXIMUM_WAIT_OBJECTS]; // by address: the order in which they are locked
+    template <class Step>
+    void for_each(Step step) {
+        std::for_each(entries_, entries_ + count_, step);
+    }
+
+    const DWORD count_;
     queue_entry entries_[MAXIMUM_WAIT_OBJECTS];
 };
 
-bool several::gather(DWORD count, const HANDLE* handles, bool wait_all) {
-    if (count == 0 || count > MAXIMUM_WAIT_OBJECTS || !handles) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return false;
-    }
+several::several(waitable* const* objects, DWORD count) : count_(count) {
     for (DWORD i = 0; i < count; ++i) {
-        object* const found = object_of(handles[i]);
-        waitable* const one = found ? found->as_waitable() : nullptr;
-        if (!one)
-            return false;
-        one->keep();
-        objects_[count_++] = one;
+        objects[i]->keep();
+        entries_[i].of = objects[i];
+        entries_[i].index = i;
     }
-    if (!wait_all)
-        return true;
-    std::copy_n(objects_, count, ordered_);
-    std::sort(ordered_, ordered_ + count, std::less<>());
-    if (std::adjacent_find(ordered_, ordered_ + count) == ordered_ + count)
-        return true;
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return false;
 }
 
 several::~several() {
-    for (DWORD i = 0; i < count_; ++i)
-        objects_[i]->release();
+    for_each([](const queue_entry& entry) { entry.of->release(); });
 }
 
 void several::settle_or_enqueue(sleeper& self) {
     for (DWORD i = 0; i < count_; ++i) {
-        waitable& one = *objects_[i];
-        entries_[i].who = &self;
-        entries_[i].index = i;
+        queue_entry& entry = entries_[i];
+        waitable& one = *entry.of;
+        entry.who = &self;
         one.lock();
         const bool signalled = one.is_signalled_locked();
         if (!signalled)
-            one.enqueue_locked(entries_[i]);
-        else if (self.settle(i)) // else one of those before released us first, and this one keeps its signal
+            one.enqueue_locked(entry);
+        else if (self.settle(
+                     i)) // If it fails, an earlier object already ended the wait: leave this one signalled.
             one.take_locked();
         one.unlock();
         if (signalled)
@@ -79,91 +72,86 @@ void several::settle_or_enqueue(sleeper& self) {
     }
 }
 
-void several::dequeue() {
-    for (DWORD i = 0; i < count_; ++i) {
-        objects_[i]->lock();
-        objects_[i]->dequeue_locked(entries_[i]);
-        objects_[i]->unlock();
-    }
-}
-
-DWORD several::wait_for_any(DWORD milliseconds) {
-    for (DWORD i = 0; i < count_; ++i) {
-        if (objects_[i]->take())
-            return WAIT_OBJECT_0 + i;
-    }
-    if (milliseconds == 0)
-        return WAIT_TIMEOUT;
-    const deadline until(milliseconds);
-    sleeper self(false);
-    settle_or_enqueue(self);
-    while (self.outcome.load(std::memory_order_acquire) == sleeper::waiting) {
-        if (!sleep_on(&self.outcome, sleeper::waiting, until))
-            self.settle(sleeper::timed_out);
-    }
+DWORD several::sleep(sleeper& self, const deadline& until) {
+    self.sleep_until_settled(until);
     // No signaller settles the wait any more, but some may still look at it: they hold the lock of their object.
-    dequeue();
+    for_each([](queue_entry& entry) {
+        entry.of->lock();
+        entry.of->dequeue_locked(entry);
+        entry.of->unlock();
+    });
     const uint32_t outcome = self.outcome.load(std::memory_order_relaxed);
     return outcome == sleeper::timed_out ? WAIT_TIMEOUT : WAIT_OBJECT_0 + outcome;
 }
 
-void several::lock_all() {
-    for (DWORD i = 0; i < count_; ++i)
-        ordered_[i]->lock();
-}
-
-void several::unlock_all() {
-    for (DWORD i = 0; i < count_; ++i)
-        ordered_[i]->unlock();
-}
-
-bool several::all_signalled_locked() const {
-    return std::all_of(objects_, objects_ + count_,
-                       [](const waitable* one) { return one->is_signalled_locked(); });
+DWORD several::wait_for_any(DWORD milliseconds) {
+    const deadline until(milliseconds);
+    sleeper self;
+    settle_or_enqueue(self);
+    return sleep(self, until);
 }
 
 DWORD several::wait_for_all(DWORD milliseconds) {
     const deadline until(milliseconds);
-    sleeper self(true);
-    lock_all();
-    for (DWORD i = 0; i < count_; ++i) {
-        entries_[i].who = &self;
-        objects_[i]->enqueue_locked(entries_[i]);
+    sleeper self(entries_, count_);
+    bool complete;
+    {
+        const several_locked in_turn;
+        for_each([&](queue_entry& entry) {
+            entry.who = &self;
+            entry.of->lock();
+        });
+        complete = std::all_of(entries_, entries_ + count_,
+                               [](const queue_entry& entry) { return entry.of->is_signalled_locked(); });
+        for_each([&](queue_entry& entry) {
+            if (complete)
+                entry.of->take_locked();
+            else if (milliseconds != 0)
+                entry.of->enqueue_locked(entry);
+            entry.of->unlock();
+        });
     }
-    bool complete = false;
-    for (bool in_time = milliseconds != 0;;) {
-        complete = all_signalled_locked();
-        if (complete || !in_time)
-            break;
-        // Signallers poke under the lock of their object: what changes from here on is not missed.
-        self.outcome.store(sleeper::waiting, std::memory_order_relaxed);
-        unlock_all();
-        in_time = sleep_on(&self.outcome, sleeper::waiting, until);
-        lock_all();
-    }
-    for (DWORD i = 0; i < count_; ++i) {
-        objects_[i]->dequeue_locked(entries_[i]);
-        if (complete)
-            objects_[i]->take_locked();
-    }
-    unlock_all();
-    return complete ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+    if (complete)
+        return WAIT_OBJECT_0;
+    return milliseconds == 0 ? WAIT_TIMEOUT : sleep(self, until);
+}
+
+bool has_duplicates(waitable* const* objects, DWORD count) {
+    waitable* sorted[MAXIMUM_WAIT_OBJECTS];
+    waitable** const end = std::copy_n(objects, count, sorted);
+    std::sort(sorted, end, std::less<>());
+    return std::adjacent_find(sorted, end) != end;
 }
 
 } // namespace
 
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
-    if (guarded_object_of(handle)) [[unlikely]]
+    const uintptr_t content = content_of(handle);
+    if (object* const marked = marked_object_in(content, waitable_mark)) [[likely]]
+        return static_cast<waitable*>(marked)->waitable::wait(milliseconds);
+    if (marked_object_in(content, guarded_mark))
         return wait_for_mutex(handle, milliseconds);
     object* const awaited = object_of(handle);
     return awaited ? awaited->wait(milliseconds) : WAIT_FAILED;
 }
 
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all, DWORD milliseconds) {
-    several objects;
-    if (!objects.gather(count, handles, wait_all))
-        return WAIT_FAILED;
-    return wait_all ? objects.wait_for_all(milliseconds) : objects.wait_for_any(milliseconds);
+    if (count == 0 || count > MAXIMUM_WAIT_OBJECTS || !handles)
+        return fail<DWORD>(ERROR_INVALID_PARAMETER, WAIT_FAILED);
+    waitable* objects[MAXIMUM_WAIT_OBJECTS];
+    for (DWORD i = 0; i < count; ++i) {
+        objects[i] = waitable_of(handles[i]);
+        if (!objects[i])
+            return WAIT_FAILED;
+    }
+    if (wait_all)
+        return has_duplicates(objects, count) ? fail<DWORD>(ERROR_INVALID_PARAMETER, WAIT_FAILED)
+                                              : several(objects, count).wait_for_all(milliseconds);
+    for (DWORD i = 0; i < count; ++i) {
+        if (objects[i]->take())
+            return WAIT_OBJECT_0 + i;
+    }
+    return milliseconds == 0 ? WAIT_TIMEOUT : several(objects, count).wait_for_any(milliseconds);
 }
 
 } // namespace platform
