@@ -315,16 +315,15 @@ TEST_F(lookup, relative_paths_start_from_the_current_directory) {
 
 TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     const std::tuple<mount_facts, UINT, const char16_t*> rows[] = {
-        {{"ext4", "/dev/sda1", 8, 1, false, ""}, DRIVE_FIXED, u"\\Device\\HarddiskVolume5"},
-        {{"vfat", "/dev/sdb1", 8, 17, true, "STICK"}, DRIVE_REMOVABLE, u"\\Device\\HarddiskVolume5"},
-        {{"vfat", "/dev/fd1", 2, 1, true, ""}, DRIVE_REMOVABLE, u"\\Device\\Floppy1"},
-        {{"nfs4", "srv:/x", 0, 50, false, ""}, DRIVE_REMOTE, u"\\Device\\LanmanRedirector\\E:"},
-        {{"iso9660", "/dev/sr1", 11, 1, true, "DISC"}, DRIVE_CDROM, u"\\Device\\CdRom1"},
-        {{"tmpfs", "tmpfs", 0, 30, false, ""}, DRIVE_RAMDISK, u"\\Device\\RamdiskE"},
-        {{"overlay", "overlay", 0, 31, false, ""}, DRIVE_FIXED, u"\\Device\\HarddiskVolume5"},
+        {{medium::fixed, 8, 1, false}, DRIVE_FIXED, u"\\Device\\HarddiskVolume5"},
+        {{medium::fixed, 8, 17, true}, DRIVE_REMOVABLE, u"\\Device\\HarddiskVolume5"},
+        {{medium::fixed, 2, 1, true}, DRIVE_REMOVABLE, u"\\Device\\Floppy1"},
+        {{medium::remote, 0, 50, false}, DRIVE_REMOTE, u"\\Device\\LanmanRedirector\\E:"},
+        {{medium::disc, 11, 1, true}, DRIVE_CDROM, u"\\Device\\CdRom1"},
+        {{medium::memory, 0, 30, false}, DRIVE_RAMDISK, u"\\Device\\RamdiskE"},
     };
     for (const auto& [facts, type, device] : rows) {
-        EXPECT_EQ(drive_type_of(facts), type) << facts.file_system;
+        EXPECT_EQ(drive_type_of(facts), type) << narrow(device);
         EXPECT_EQ(device_name_of(facts, 'E'), device);
     }
 

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/types.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,8 +11,11 @@
 
 namespace platform {
 
-// The same under another number, should it be one of the three that stand for the standard streams: a program may have
-// closed those, and what it then writes there must not end in its own files. -1, with errno, for none.
+// The locks of share modes lie at the end of 63 bits.
+static_assert(sizeof(off_t) == 8 && sizeof(time_t) == 8, "build with _FILE_OFFSET_BITS=64 and _TIME_BITS=64");
+
+// Moves a descriptor of 0 to 2 to a higher number, so that output to a closed standard stream cannot land in a file of
+// the library's. -1, with errno, for none.
 inline int beyond_standard(int number) {
     if (number < 0 || number > STDERR_FILENO) [[likely]]
         return number;
@@ -39,7 +44,7 @@ public:
     explicit operator bool() const { return number_ >= 0; }
     int release() { return std::exchange(number_, -1); }
 
-    // Closing says nothing of interest, and must not hide the errno of what went before.
+    // The result of close is of no interest, and must not hide the errno of an earlier call.
     void reset() {
         if (number_ < 0)
             return;

@@ -21,8 +21,6 @@ bool is_bare_drive(wide_view text) {
 }
 
 bool copy_text(const std::u16string& text, WCHAR* out, DWORD size) {
-    if (!out)
-        return true;
     if (size <= text.size())
         return false;
     std::memcpy(out, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
@@ -69,7 +67,7 @@ UINT GetDriveTypeW(const WCHAR* root) {
     if (!where.is_root() && !where.ends_with_separator())
         return DRIVE_NO_ROOT_DIR;
     mount_facts facts;
-    if (!where.find() || !read_mount_facts(where.whole_name(), facts))
+    if (!where.find() || read_mount_facts(where.whole_name(), facts) != ERROR_SUCCESS)
         return DRIVE_NO_ROOT_DIR;
     return where.is_network() ? DRIVE_REMOTE : drive_type_of(facts);
 }
@@ -82,8 +80,8 @@ DWORD QueryDosDeviceW(const WCHAR* device, WCHAR* target, DWORD size) {
     if (const DWORD code = append_drive_directory(static_cast<char>(text[0]), directory))
         return fail<DWORD>(code == ERROR_PATH_NOT_FOUND ? DWORD{ERROR_FILE_NOT_FOUND} : code);
     mount_facts facts;
-    if (!read_mount_facts(directory.empty() ? "/" : directory, facts))
-        return fail<DWORD>(ERROR_FILE_NOT_FOUND);
+    if (const DWORD code = read_mount_facts(directory.empty() ? "/" : directory, facts))
+        return fail<DWORD>(code == ERROR_PATH_NOT_FOUND ? DWORD{ERROR_FILE_NOT_FOUND} : code);
     const std::u16string name = device_name_of(facts, static_cast<char>(text[0] & ~0x20));
     const size_t needed = name.size() + 2; // a list of names, ended by an empty one
     if (!target || size < needed)
@@ -99,11 +97,13 @@ BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD label_size, DW
     place where;
     if (const DWORD code = find_root(root, where))
         return fail(code);
+    const std::string directory = where.whole_name();
     mount_facts facts;
-    if (!read_mount_facts(where.whole_name(), facts))
-        return fail(ERROR_PATH_NOT_FOUND);
-    if (!copy_text(wide_of(facts.label), label, label_size)
-        || !copy_text(wide_of(facts.file_system), file_system, file_system_size))
+    if (const DWORD code = read_mount_facts(directory, facts))
+        return fail(code);
+    if ((label && !copy_text(wide_of(volume_label(directory)), label, label_size))
+        || (file_system
+            && !copy_text(wide_of(file_system_of(facts.major, facts.minor)), file_system, file_system_size)))
         return fail(ERROR_MORE_DATA);
     if (serial)
         *serial = facts.major << 20 | facts.minor;

@@ -4,20 +4,22 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <linux/magic.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
 #include "platform/core/descriptor.h"
+#include "platform/core/error.h"
+#include "platform/core/retry.h"
 
 namespace platform {
 
@@ -26,15 +28,35 @@ namespace {
 constexpr unsigned floppy_major = 2;
 constexpr unsigned scsi_cdrom_major = 11;
 
-constexpr std::string_view remote_file_systems[] = {"nfs",        "nfs4",  "cifs",  "smb3", "smbfs",
-                                                    "9p",         "afs",   "ceph",  "coda", "fuse.sshfs",
-                                                    "fuse.davfs", "ncpfs", "lustre"};
-constexpr std::string_view disc_file_systems[] = {"iso9660", "udf"};
-constexpr std::string_view memory_file_systems[] = {"tmpfs", "ramfs"};
+struct file_system_kind {
+    uint32_t magic;
+    medium kind;
+};
+constexpr file_system_kind file_systems[] = {
+    {NFS_SUPER_MAGIC, medium::remote},  {SMB_SUPER_MAGIC, medium::remote},
+    {CIFS_SUPER_MAGIC, medium::remote}, {SMB2_SUPER_MAGIC, medium::remote},
+    {V9FS_MAGIC, medium::remote},       {AFS_SUPER_MAGIC, medium::remote},
+    {AFS_FS_MAGIC, medium::remote},     {CEPH_SUPER_MAGIC, medium::remote},
+    {CODA_SUPER_MAGIC, medium::remote}, {0x0BD00BD0, medium::remote}, // lustre
+    {0x564C, medium::remote},                                         // ncpfs
+    {ISOFS_SUPER_MAGIC, medium::disc},  {UDF_SUPER_MAGIC, medium::disc},
+    {TMPFS_MAGIC, medium::memory},      {RAMFS_MAGIC, medium::memory},
+};
 
-template <size_t Count>
-bool is_one_of(const std::string_view (&names)[Count], std::string_view name) {
-    return std::find(std::begin(names), std::end(names), name) != std::end(names);
+// The file systems of FUSE share one number.
+constexpr std::string_view remote_in_user_space[] = {"fuse.sshfs", "fuse.davfs"};
+
+medium kind_of(uint32_t magic, unsigned major, unsigned minor) {
+    for (const file_system_kind& row : file_systems)
+        if (row.magic == magic)
+            return row.kind;
+    if (magic == FUSE_SUPER_MAGIC) {
+        const std::string name = file_system_of(major, minor);
+        for (const std::string_view remote : remote_in_user_space)
+            if (name == remote)
+                return medium::remote;
+    }
+    return medium::fixed;
 }
 
 // Reads a file of one short line; empty when there is none.
@@ -46,28 +68,6 @@ std::string first_line(const std::string& path) {
         std::fclose(stream);
     }
     return std::string(line, std::strcspn(line, "\n"));
-}
-
-// The record of the mount with this device: the file system and what is mounted, after " - ".
-void read_mount_record(mount_facts& out) {
-    FILE* records = std::fopen("/proc/self/mountinfo", "re");
-    if (!records)
-        return;
-    char* line = nullptr;
-    size_t room = 0;
-    while (getline(&line, &room, records) > 0) {
-        unsigned record_major = 0, record_minor = 0;
-        char file_system[64] = "", source[512] = "";
-        const char* after = std::strstr(line, " - ");
-        if (std::sscanf(line, "%*d %*d %u:%u", &record_major, &record_minor) == 2 && record_major == out.major
-            && record_minor == out.minor && after
-            && std::sscanf(after + 3, "%63s %511s", file_system, source) == 2) {
-            out.file_system = file_system;
-            out.source = source;
-        }
-    }
-    std::free(line);
-    std::fclose(records);
 }
 
 // Names in /dev/disk/by-label write the odd characters of a label as \x20.
@@ -100,14 +100,6 @@ std::string label_in_dev(dev_t device) {
     return label;
 }
 
-std::string label_of(const std::string& directory, dev_t device) {
-    char label[FSLABEL_MAX + 1] = "";
-    const descriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (opened && ioctl(opened.get(), FS_IOC_GETFSLABEL, label) == 0)
-        return label;
-    return label_in_dev(device);
-}
-
 bool medium_is_removable(unsigned major, unsigned minor) {
     // A partition has no such file; its disk, one folder up, has.
     const std::string device = "/sys/dev/block/" + std::to_string(major) + ':' + std::to_string(minor);
@@ -121,11 +113,11 @@ bool is_floppy(const mount_facts& facts) {
 }
 
 UINT drive_type_of(const mount_facts& facts) {
-    if (is_one_of(remote_file_systems, facts.file_system))
+    if (facts.kind == medium::remote)
         return DRIVE_REMOTE;
-    if (is_one_of(disc_file_systems, facts.file_system) || facts.major == scsi_cdrom_major)
+    if (facts.kind == medium::disc || facts.major == scsi_cdrom_major)
         return DRIVE_CDROM;
-    if (is_one_of(memory_file_systems, facts.file_system))
+    if (facts.kind == medium::memory)
         return DRIVE_RAMDISK;
     return facts.is_removable || is_floppy(facts) ? DRIVE_REMOVABLE : DRIVE_FIXED;
 }
@@ -145,16 +137,49 @@ std::u16string device_name_of(const mount_facts& facts, char letter) {
     return std::u16string(name.begin(), name.end());
 }
 
-bool read_mount_facts(const std::string& directory, mount_facts& out) {
+DWORD read_mount_facts(const std::string& directory, mount_facts& out) {
     struct stat status;
-    if (stat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
-        return false;
+    struct statfs system;
+    if (stat(directory.c_str(), &status) != 0
+        || retried([&] { return statfs(directory.c_str(), &system); }) != 0)
+        return errno == ENOENT ? DWORD{ERROR_PATH_NOT_FOUND} : code_of_errno(errno);
+    if (!S_ISDIR(status.st_mode))
+        return ERROR_PATH_NOT_FOUND;
     out.major = major(status.st_dev);
     out.minor = minor(status.st_dev);
-    read_mount_record(out);
-    out.is_removable = medium_is_removable(out.major, out.minor);
-    out.label = label_of(directory, status.st_dev);
-    return true;
+    out.kind = kind_of(static_cast<uint32_t>(system.f_type), out.major, out.minor);
+    // Without a device of its own, the file system lies on no medium.
+    out.is_removable = out.major != 0 && medium_is_removable(out.major, out.minor);
+    return ERROR_SUCCESS;
+}
+
+std::string file_system_of(unsigned major, unsigned minor) {
+    std::string name;
+    FILE* records = std::fopen("/proc/self/mountinfo", "re");
+    if (!records)
+        return name;
+    char* line = nullptr;
+    size_t room = 0;
+    while (getline(&line, &room, records) > 0) {
+        unsigned record_major = 0, record_minor = 0;
+        char found[64] = "";
+        const char* after = std::strstr(line, " - ");
+        if (after && std::sscanf(line, "%*d %*d %u:%u", &record_major, &record_minor) == 2
+            && record_major == major && record_minor == minor && std::sscanf(after + 3, "%63s", found) == 1)
+            name = found;
+    }
+    std::free(line);
+    std::fclose(records);
+    return name;
+}
+
+std::string volume_label(const std::string& directory) {
+    char label[FSLABEL_MAX + 1] = "";
+    const descriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened && ioctl(opened.get(), FS_IOC_GETFSLABEL, label) == 0)
+        return label;
+    struct stat status;
+    return stat(directory.c_str(), &status) == 0 ? label_in_dev(status.st_dev) : std::string();
 }
 
 } // namespace platform

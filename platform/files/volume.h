@@ -7,13 +7,18 @@
 
 namespace platform {
 
+enum class medium {
+    fixed,
+    remote,
+    disc,
+    memory,
+};
+
 struct mount_facts {
-    std::string file_system; // as /proc/self/mountinfo names it: ext4, nfs4, fuse.sshfs ...
-    std::string source;      // what is mounted
-    unsigned major = 0;      // of the device
+    medium kind = medium::fixed; // of its file system
+    unsigned major = 0;          // of the device
     unsigned minor = 0;
     bool is_removable = false; // the device's medium is
-    std::string label;
 };
 
 // DRIVE_REMOVABLE ... DRIVE_RAMDISK.
@@ -24,7 +29,15 @@ bool is_floppy(const mount_facts& facts);
 // \Device\Floppy0, \Device\CdRom0, \Device\HarddiskVolume1 ...: a name for the device behind a drive.
 std::u16string device_name_of(const mount_facts& facts, char letter);
 
-// Asks the host. False when there is no such directory.
-bool read_mount_facts(const std::string& directory, mount_facts& out);
+// Asks the host. 0, 3 where there is no such directory, or another code. A medium that cannot be asked about counts as
+// one that stays.
+DWORD read_mount_facts(const std::string& directory, mount_facts& out);
+
+// What /proc/self/mountinfo names the file system of a device: ext4, nfs4, fuse.sshfs ... Empty where it cannot be
+// told.
+std::string file_system_of(unsigned major, unsigned minor);
+
+// The label of the volume that a directory lies on; empty where it has none or none can be read.
+std::string volume_label(const std::string& directory);
 
 } // namespace platform
