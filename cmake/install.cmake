@@ -1,21 +1,46 @@
-# What `cmake --install` puts down: the library, its two public headers, the CMake package and the pkg-config file.
+# What `cmake --install` puts down. Nothing in it names the prefix, so another one may be given to it, and the folder
+# may be moved.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS zu EXPORT zu-targets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-if(ZU_STATIC)
-  install(FILES $<TARGET_FILE:zu_static> DESTINATION ${CMAKE_INSTALL_LIBDIR})
+set(zu_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zu)
+foreach(library zu zu_static)
+  if(TARGET ${library})
+    install(TARGETS ${library} EXPORT zu-targets
+      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+      ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+      RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
+endforeach()
+if(TARGET zu-helper)
+  install(TARGETS zu-helper RUNTIME DESTINATION ${CMAKE_INSTALL_LIBDIR}/${zu_private_folder})
 endif()
-install(FILES zu/zu.h zu/zu_platform.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zu)
-install(EXPORT zu-targets NAMESPACE zu:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zu)
+if(TARGET taskd)
+  install(TARGETS taskd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  # The program finds the library in the folder that both were installed to.
+  file(RELATIVE_PATH to_library ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+  set_target_properties(taskd PROPERTIES INSTALL_RPATH "$ORIGIN/${to_library}")
+endif()
 
+install(FILES zu/zu.h zu/zu_platform.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zu)
+install(FILES LICENSE README.md CHANGELOG.md docs/guide.md docs/platform.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(EXPORT zu-targets NAMESPACE zu:: DESTINATION ${zu_package_dir})
 configure_package_config_file(cmake/zu-config.cmake.in ${PROJECT_BINARY_DIR}/zu-config.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zu)
+  INSTALL_DESTINATION ${zu_package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/zu-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/zu-config.cmake ${PROJECT_BINARY_DIR}/zu-config-version.cmake
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/zu)
+  DESTINATION ${zu_package_dir})
 
+# pkg-config knows the folder that its file lies in; an absolute folder of the configuration stays as it is.
+set(zu_pc_prefix ${CMAKE_INSTALL_PREFIX})
+set(zu_pc_libdir ${CMAKE_INSTALL_FULL_LIBDIR})
+if(NOT IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  file(RELATIVE_PATH zu_pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  string(REGEX REPLACE "/$" "" zu_pc_prefix "\${pcfiledir}/${zu_pc_prefix}")
+  set(zu_pc_libdir "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+set(zu_pc_includedir ${CMAKE_INSTALL_FULL_INCLUDEDIR})
+if(NOT IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})
+  set(zu_pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
 configure_file(cmake/zu.pc.in ${PROJECT_BINARY_DIR}/zu.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/zu.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

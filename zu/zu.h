@@ -17,6 +17,11 @@
 #ifndef ZU_ZU_H
 #define ZU_ZU_H
 
+/* The version of this header and of the library that it comes with; programs may test it while they compile. */
+#define ZU_VERSION_MAJOR 1
+#define ZU_VERSION_MINOR 2
+#define ZU_VERSION_PATCH 0
+
 #include <stdarg.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -45,7 +50,9 @@ typedef char16_t ZU_wchar;
 #define ZU_W(text) u##text
 #endif
 
-#if defined(_WIN32)
+/* What stands in front of every function; a program that reads this header by other means may define its own. */
+#if defined(ZU_API)
+#elif defined(_WIN32)
 #ifdef ZU_BUILDING
 #define ZU_API __declspec(dllexport)
 #else
@@ -87,7 +94,7 @@ ZU_API void ZU_init(void);
  */
 ZU_API void ZU_shutdown(void);
 
-/* The version of the library, a constant text. Any thread. */
+/* The version of the interface, the constant text "1.0"; ZU_VERSION_MAJOR and its like tell the library's. Any thread. */
 ZU_API const ZU_wchar* ZU_version(void);
 
 /* When the library was built, as "Apr 30 2006 10:50:42", a constant text. Any thread. */

@@ -1,32 +1,56 @@
 // Finding and starting zu-helper.
 #include "platform/core/start_helper.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <spawn.h>
+#include <sys/auxv.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 
 namespace platform {
 
 namespace {
 
-// The file that this code was loaded from: the library, or a program that contains it.
-std::string own_file() {
-    Dl_info info;
-    link_map* module = nullptr;
-    if (dladdr1(reinterpret_cast<void*>(&own_file), &info, reinterpret_cast<void**>(&module), RTLD_DL_LINKMAP)
-        && module && module->l_name[0] != 0)
-        return module->l_name;
-    char path[PATH_MAX];
-    const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
-    return size > 0 ? std::string(path, static_cast<size_t>(size)) : std::string();
+// An object of the process that is asked for, and the name under which the loader has it.
+struct own_object {
+    uintptr_t address;
+    bool is_program;
+    std::string name;
+};
+
+int look_at(dl_phdr_info* object, size_t, void* wanted) {
+    auto& own = *static_cast<own_object*>(wanted);
+    const bool holds =
+        std::any_of(object->dlpi_phdr, object->dlpi_phdr + object->dlpi_phnum, [&](const auto& part) {
+            return part.p_type == PT_LOAD && own.address - object->dlpi_addr - part.p_vaddr < part.p_memsz;
+        });
+    if (!holds)
+        return 0;
+    own.is_program = reinterpret_cast<uintptr_t>(object->dlpi_phdr) == getauxval(AT_PHDR);
+    own.name = object->dlpi_name ? object->dlpi_name : "";
+    return 1;
+}
+
+// The folder that this code was loaded from, with its slash: the library's, or that of a program that contains it. A
+// program's name here is what it was started by, so the system is asked for its path.
+std::string own_folder() {
+    own_object own{reinterpret_cast<uintptr_t>(&look_at), false, {}};
+    dl_iterate_phdr(look_at, &own);
+    if (own.is_program || own.name.empty()) {
+        char path[PATH_MAX];
+        const ssize_t size = readlink("/proc/self/exe", path, sizeof path);
+        own.name.assign(path, size > 0 ? static_cast<size_t>(size) : 0);
+    }
+    return own.name.substr(0, own.name.rfind('/') + 1);
 }
 
 std::vector<char*> pointers_to(std::vector<std::string>& texts) {
@@ -66,15 +90,28 @@ public:
     posix_spawnattr_t attributes;
 };
 
+// Services that do not start and passwords that are refused do not tell why: the system log does, once a process.
+void tell_that_it_is_missing() {
+    static std::atomic_flag told;
+    if (!told.test_and_set())
+        syslog(LOG_DAEMON | LOG_ERR, "libzu: %s is missing: services do not start, passwords are refused",
+               helper_path().c_str());
+}
+
 } // namespace
 
 std::string helper_path() {
     const char* const chosen = secure_getenv("ZU_HELPER");
     if (chosen && *chosen)
         return chosen;
-    const std::string own = own_file();
-    const std::string beside = own.substr(0, own.rfind('/') + 1) + "zu-helper";
-    return beside[0] == '/' && access(beside.c_str(), X_OK) == 0 ? beside : ZU_HELPER_PATH;
+    // A relative folder would be another one after a change of directory.
+    if (const std::string folder = own_folder(); folder.starts_with('/')) {
+        for (const char* relative : {"zu-helper", ZU_PRIVATE_FOLDER "/zu-helper"}) {
+            if (access((folder + relative).c_str(), X_OK) == 0)
+                return folder + relative;
+        }
+    }
+    return ZU_LIBRARY_FOLDER "/" ZU_PRIVATE_FOLDER "/zu-helper";
 }
 
 pid_t start_helper(const char* command, int standard_input, std::initializer_list<int> descriptors,
@@ -96,6 +133,8 @@ pid_t start_helper(const char* command, int standard_input, std::initializer_lis
     pid_t child = -1;
     const int error = posix_spawn(&child, helper_path().c_str(), &settings.files, &settings.attributes,
                                   pointers_to(arguments).data(), pointers_to(environment).data());
+    if (error == ENOENT)
+        tell_that_it_is_missing();
     errno = error;
     return error == 0 ? child : -1;
 }

@@ -9,8 +9,8 @@
 
 namespace platform {
 
-// $ZU_HELPER, unless the program runs with raised rights; else beside the library, or the program that contains it; else
-// where it is installed.
+// $ZU_HELPER, unless the program runs with raised rights; else beside the library, or the program that contains it, or in
+// the library's private folder there; else where it is installed.
 std::string helper_path();
 
 // Starts `zu-helper COMMAND` in a session of its own, with a descriptor as its standard input (-1: none) and nothing
