@@ -24,15 +24,55 @@ void make_line(scoped_string& line, text_view prefix, text_view message) {
     ZU_s_append_n(line.address(), ZU_W("\r\n"), 2);
 }
 
-bool append_to_file(const ZU_wchar* path, const char* line, uint32_t bytes) {
-    ZU_file* file = ZU_open_file(path, ZU_FILE_WRITE | ZU_FILE_OPEN_ALWAYS | ZU_FILE_SHARE_READ, nullptr);
-    if (!file)
+// The file that a path names, made if it is missing, open at its end until the end of the scope.
+class live_file {
+public:
+    explicit live_file(const ZU_wchar* path)
+        : file_(ZU_open_file(path, ZU_FILE_WRITE | ZU_FILE_OPEN_ALWAYS | ZU_FILE_SHARE_READ, nullptr)) {
+        is_new_ = file_ && platform::GetLastError() != ERROR_ALREADY_EXISTS;
+        is_at_end_ = file_ && ZU_seek_file(file_, 0, &size_, ZU_SEEK_END);
+    }
+    ~live_file() { ZU_close_file(file_); }
+    live_file(const live_file&) = delete;
+    live_file& operator=(const live_file&) = delete;
+
+    explicit operator bool() const { return is_at_end_; }
+
+    // Whether so many bytes more keep to the limit. A file that did not exist takes a line of any length.
+    bool has_room_for(uint32_t bytes, uint32_t max_size) const {
+        return is_new_ || size_ + bytes <= max_size;
+    }
+
+    bool append(const char* line, uint32_t bytes) {
+        uint32_t written = 0;
+        return is_at_end_ && ZU_write_file(file_, line, bytes, &written) && written == bytes;
+    }
+
+private:
+    ZU_file* file_;
+    uint64_t size_ = 0;
+    bool is_new_, is_at_end_;
+};
+
+bool is_beyond(const ZU_wchar* path, uint32_t bytes, uint32_t max_size) {
+    const zu::keep_last_error refusal;
+    ZU_stat status;
+    return ZU_stat64(path, &status) == 0 && static_cast<uint64_t>(status.st_size) + bytes > max_size;
+}
+
+// Nearly always the file is there and has room: then what opening it tells is enough, and its status is not read.
+bool append_to_file(const ZU_log_file_settings& settings, text_view path, const char* line, uint32_t bytes) {
+    bool was_open = false;
+    if (live_file file(path.data()); file) {
+        was_open = true;
+        if (file.has_room_for(bytes, settings.max_size))
+            return file.append(line, bytes);
+    }
+    if (is_beyond(path.data(), bytes, settings.max_size))
+        zu::log::rotate(settings.generations, path);
+    else if (!was_open)
         return false;
-    uint32_t written = 0;
-    const bool whole = ZU_seek_file(file, 0, nullptr, ZU_SEEK_END)
-                       && ZU_write_file(file, line, bytes, &written) && written == bytes;
-    ZU_close_file(file);
-    return whole;
+    return live_file(path.data()).append(line, bytes);
 }
 
 bool write_line(const ZU_log_file_settings& settings, text_view prefix, text_view message) {
@@ -42,11 +82,7 @@ bool write_line(const ZU_log_file_settings& settings, text_view prefix, text_vie
     const owned<char> line(ZU_wchar_2_char(settings.encoding, wide_line.text(),
                                            static_cast<int32_t>(wide_line.length()), &bytes));
     make_path(path, settings);
-    ZU_stat status;
-    if (ZU_stat64(path.text(), &status) == 0
-        && static_cast<uint64_t>(status.st_size) + bytes > settings.max_size)
-        zu::log::rotate(settings.generations, path.view());
-    return append_to_file(path.text(), line.get(), bytes);
+    return append_to_file(settings, path.view(), line.get(), bytes);
 }
 
 } // namespace
