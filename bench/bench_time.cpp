@@ -140,6 +140,50 @@ void write_by_c(benchmark::State& state) {
     }
 }
 
+// Both ways in the system's zone.
+void both_ways_of_zu(benchmark::State& state) {
+    unsetenv("TZ");
+    ZU_time_t time = now;
+    ZU_tm local;
+    for (auto _ : state) {
+        ZU_localtime(++time, &local);
+        local.tm_isdst = -1;
+        benchmark::DoNotOptimize(ZU_mktime(&local));
+    }
+}
+
+void both_ways_of_c(benchmark::State& state) {
+    unsetenv("TZ");
+    time_t time = now;
+    tm local;
+    for (auto _ : state) {
+        ++time;
+        tzset();
+        localtime_r(&time, &local);
+        local.tm_isdst = -1;
+        benchmark::DoNotOptimize(mktime(&local));
+    }
+}
+
+// A zone that the process meets for the first time, and a thousand times of thirty years in it.
+void thousand_new_times(benchmark::State& state) {
+    std::mt19937 random(1);
+    std::vector<ZU_time_t> values(1000);
+    for (ZU_time_t& value : values)
+        value = static_cast<ZU_time_t>(now - random() % (30u * 365 * 86400));
+    const char* const zones[] = {"Europe/Berlin", "Europe/Paris", "Europe/Rome", "Europe/Madrid",
+                                 "Europe/Vienna"};
+    size_t zone = 0;
+    ZU_tm local;
+    for (auto _ : state) {
+        setenv("TZ", zones[zone++ % 5], 1); // one more than a process remembers
+        for (const ZU_time_t value : values) {
+            ZU_localtime(value, &local);
+            benchmark::DoNotOptimize(local);
+        }
+    }
+}
+
 // What a thread pays for its first local time of a day, and of a zone.
 void first_local_time(benchmark::State& state) {
     ZU_tm local;
@@ -165,6 +209,9 @@ BENCHMARK(read_by_zu)->Name("ZU_read_time_t");
 BENCHMARK(read_by_c)->Name("strptime+mktime");
 BENCHMARK(write_by_zu)->Name("ZU_write_time_t");
 BENCHMARK(write_by_c)->Name("localtime_r+strftime");
+BENCHMARK(both_ways_of_zu)->Name("ZU_localtime+ZU_mktime/no_TZ");
+BENCHMARK(both_ways_of_c)->Name("localtime_r+mktime/no_TZ");
+BENCHMARK(thousand_new_times)->Name("ZU_localtime/thousand_new")->Unit(benchmark::kMicrosecond);
 BENCHMARK(first_local_time)->Name("ZU_localtime/new_zone");
 
 } // namespace

@@ -23,6 +23,58 @@ constexpr date_field date_fields[] = {
     {&ZU_tm::tm_sec, 0, 59, 0, true},
 };
 
+bool is_separator(ZU_wchar unit) {
+    return unit == u'-' || unit == u':' || unit == u' ' || unit == u'/' || unit == u'\\';
+}
+
+int32_t number_as_the_runtime_reads_it(const ZU_wchar* begin, const ZU_wchar* end) {
+    zu::scoped_string token;
+    ZU_s_append_n(token.address(), begin, static_cast<uint32_t>(end - begin));
+    return platform::_wtoi(token.text());
+}
+
+// Takes the next token from the front of a date text, as a number. False at the end of the text.
+bool take_number(const ZU_wchar*& rest, int32_t& value) {
+    while (is_separator(*rest))
+        ++rest;
+    const ZU_wchar* const begin = rest;
+    value = 0;
+    bool is_plain = true; // a few digits and nothing else, which fit into 32 bits
+    for (; *rest != 0 && !is_separator(*rest); ++rest) {
+        const auto digit = static_cast<uint32_t>(*rest - u'0');
+        is_plain = is_plain && digit <= 9 && rest - begin < 9;
+        if (is_plain)
+            value = value * 10 + static_cast<int32_t>(digit);
+    }
+    if (!is_plain)
+        value = number_as_the_runtime_reads_it(begin, rest);
+    return rest != begin;
+}
+
+// Writes the digits of a usual record. False, with nothing written, when a field needs more or fewer.
+bool write_usual(const ZU_tm& local, ZU_wchar* buffer) {
+    constexpr ZU_wchar form[text_size] = ZU_W("0000-00-00 00:00:00");
+    const auto is_outside = [](int32_t value, uint32_t high) { return static_cast<uint32_t>(value) > high; };
+    if (is_outside(local.tm_year, 9999 - 1900) || is_outside(local.tm_mon, 98)
+        || is_outside(local.tm_mday, 99) || is_outside(local.tm_hour, 99) || is_outside(local.tm_min, 99)
+        || is_outside(local.tm_sec, 99))
+        return false;
+    std::memcpy(buffer, form, text_size * sizeof(ZU_wchar));
+    const auto put = [&](size_t place, int32_t value) {
+        buffer[place] = static_cast<ZU_wchar>(u'0' + value / 10);
+        buffer[place + 1] = static_cast<ZU_wchar>(u'0' + value % 10);
+    };
+    const int32_t year = local.tm_year + 1900;
+    put(0, year / 100);
+    put(2, year % 100);
+    put(5, local.tm_mon + 1);
+    put(8, local.tm_mday);
+    put(11, local.tm_hour);
+    put(14, local.tm_min);
+    put(17, local.tm_sec);
+    return true;
+}
+
 // Records are written as they stand, so that a sum may wrap.
 int32_t sum(int32_t value, int32_t other) {
     return static_cast<int32_t>(static_cast<uint32_t>(value) + static_cast<uint32_t>(other));
@@ -60,16 +112,10 @@ ZU_bool ZU_localtime(ZU_time_t time, ZU_tm* local) {
 }
 
 ZU_time_t ZU_read_tm(const ZU_wchar* text, ZU_tm* local) {
-    constexpr const ZU_wchar* separators = ZU_W(":-/\\ ");
-    const zu::owned<ZU_wchar> copy(ZU_strdup(text));
-    ZU_wchar* context = nullptr;
-    ZU_wchar* source = copy.get();
     for (const date_field& field : date_fields) {
-        const ZU_wchar* token = ZU_strtok(source, separators, &context);
-        source = nullptr;
-        if (!token && !field.optional)
+        int32_t value = 0;
+        if (!take_number(text, value) && !field.optional)
             return no_time;
-        const int32_t value = token ? platform::_wtoi(token) : 0;
         if (value < field.first || value > field.last)
             return no_time;
         local->*field.target = value - field.stored_less;
@@ -84,6 +130,8 @@ ZU_time_t ZU_read_time_t(const ZU_wchar* text) {
 }
 
 void ZU_write_tm(const ZU_tm* local, ZU_wchar* buffer) {
+    if (write_usual(*local, buffer))
+        return;
     platform::_snwprintf(buffer, text_size, ZU_W("%04d-%02d-%02d %02d:%02d:%02d"), sum(local->tm_year, 1900),
                          sum(local->tm_mon, 1), local->tm_mday, local->tm_hour, local->tm_min, local->tm_sec);
     buffer[text_size - 1] = 0;

@@ -61,8 +61,12 @@ void _tzset() {
 }
 
 int32_t time(int32_t* out) {
+    // The clock of the latest tick costs a fraction, and shows the same second but for the second's last milliseconds.
+    constexpr long surely_before_the_end = 900'000'000;
     timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    if (now.tv_nsec >= surely_before_the_end)
+        clock_gettime(CLOCK_REALTIME, &now);
     const int32_t value = now.tv_sec >= 0 && now.tv_sec <= last_time ? static_cast<int32_t>(now.tv_sec) : -1;
     if (out)
         *out = value;
