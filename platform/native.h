@@ -108,6 +108,18 @@ using ::WriteFile;
 using ::_wfopen;
 using ::fclose;
 
+// The attributes of one item; here by its path, since an open handle would keep the item from being replaced.
+class item_attributes {
+public:
+    item_attributes(const WCHAR* path, DWORD) : path_(path) {}
+
+    DWORD get() const { return ::GetFileAttributesW(path_); }
+    BOOL set(DWORD file_attributes) { return ::SetFileAttributesW(path_, file_attributes); }
+
+private:
+    const WCHAR* path_;
+};
+
 using ::FileTimeToLocalFileTime;
 using ::FileTimeToSystemTime;
 using ::LocalFileTimeToFileTime;

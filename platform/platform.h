@@ -5,8 +5,8 @@
 // write the platform's functions and types qualified: `platform::send` can never bind to the C library's by
 // accident. Constants are written unqualified, since natively they are macros.
 //
-// Three names are the layer's own, and native.h has its form of them: quiet_pipes (api/text.h), one_socket_set and
-// send_what_fits (api/sockets.h).
+// The layer's own names, of which native.h has its form: quiet_pipes (api/text.h), one_socket_set and send_what_fits
+// (api/sockets.h), item_attributes (api/files.h).
 #pragma once
 
 #ifdef _WIN32

@@ -492,6 +492,29 @@ TEST(attributes, fail_with_50_where_they_cannot_be_kept) {
     umount2(place.host_path().c_str(), MNT_DETACH);
 }
 
+TEST(attributes, are_kept_without_proc_or_refused_with_120) {
+    if (!is_root())
+        GTEST_SKIP() << "covering /proc takes root";
+    const file_place place;
+    place.write("file", "data");
+    const outcome child = run_child([] {
+        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
+            || mount("zu-test", "/proc", "tmpfs", 0, nullptr) != 0)
+            _exit(2);
+        const char16_t* path = u"T:\\FILE";
+        const FILETIME time{0x12345678, 0x1C00000};
+        const layer_file file(path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING);
+        for (const DWORD bits : {0x03u, 0x02u}) {
+            std::printf("%u ", code_of(SetFileAttributesW(path, bits)));
+            std::printf("%x ", GetFileAttributesW(path));
+        }
+        std::printf("%x ", list(u"T:\\*").entries.at(u"file").dwFileAttributes);
+        std::printf("%u ", code_of(SetFileTime(file, nullptr, &time, &time)));
+        std::printf("%u", code_of(SetFileTime(file, &time, nullptr, nullptr)));
+    });
+    EXPECT_EQ(child.output, "0 3 0 2 2 0 120");
+}
+
 TEST(attributes, times_come_back_exactly_and_one_by_one) {
     as_both_users([](const file_place& place) {
         place.write("file", "data");

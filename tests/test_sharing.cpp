@@ -150,6 +150,22 @@ TEST_F(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
     }
 }
 
+TEST_F(sharing, what_cannot_be_asked_for_want_of_descriptors_is_not_deleted_or_replaced) {
+    const std::u16string path = place.long_path(u"file"), other = place.long_path(u"other");
+    place.write("file", "file");
+    place.write("other", "other");
+    const holder child = opened_elsewhere(path, all_alone);
+    const outcome starved = run_child([&] {
+        const rlimit limit{10, 10};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        while (dup(STDOUT_FILENO) >= 0) {}
+        std::printf("%u ", code_of(DeleteFileW(path.c_str())));
+        std::printf("%u", code_of(MoveFileExW(other.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING)));
+    });
+    EXPECT_EQ(starved.output, "4 4");
+    EXPECT_EQ(place.read("file") + place.read("other"), "fileother");
+}
+
 // Writers that open, append and close for each line while the file is moved away and deleted: a line that was reported
 // as written is in one of the files that are left or were moved away.
 TEST_F(sharing, no_line_goes_to_a_file_that_is_gone) {

@@ -47,19 +47,17 @@ platform::HANDLE create(const ZU_wchar* long_path, uint32_t flags, void* securit
 // Once more for a file that refused with code 5, without the attributes that may be the reason. The file has them back
 // when this returns, whatever came of it.
 platform::HANDLE create_past_attributes(const ZU_wchar* long_path, uint32_t flags, void* security) {
-    const platform::DWORD attributes = [&] {
-        const zu::keep_last_error first_code;
-        const platform::DWORD present = platform::GetFileAttributesW(long_path);
-        const bool to_try = present != INVALID_FILE_ATTRIBUTES && !(present & FILE_ATTRIBUTE_DIRECTORY)
-                            && (present & in_the_way)
-                            && platform::SetFileAttributesW(long_path, present & ~in_the_way);
-        return to_try ? present : INVALID_FILE_ATTRIBUTES;
-    }();
-    if (attributes == INVALID_FILE_ATTRIBUTES)
+    const platform::DWORD first_code = platform::GetLastError();
+    platform::item_attributes item(long_path, 0);
+    const platform::DWORD attributes = item.get();
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY)
+        || !(attributes & in_the_way) || !item.set(attributes & ~in_the_way)) {
+        platform::SetLastError(first_code);
         return INVALID_HANDLE_VALUE;
+    }
     const platform::HANDLE handle = create(long_path, flags, security);
     const zu::keep_last_error second_code;
-    platform::SetFileAttributesW(long_path, attributes);
+    item.set(attributes);
     return handle;
 }
 

@@ -4,39 +4,22 @@
 
 namespace {
 
-// Read-only taken away from an item that has it, until it is put back or the item is gone.
-class read_only_lifted {
-public:
-    explicit read_only_lifted(const ZU_wchar* long_path) : path_(long_path) {
-        const zu::keep_last_error refusal;
-        attributes_ = platform::GetFileAttributesW(path_);
-        lifted_ = attributes_ != INVALID_FILE_ATTRIBUTES && (attributes_ & FILE_ATTRIBUTE_READONLY)
-                  && platform::SetFileAttributesW(path_, attributes_ & ~FILE_ATTRIBUTE_READONLY);
-    }
-
-    // Whether it was there to be taken, and could be; if not, the last-error code is still that of the refusal.
-    explicit operator bool() const { return lifted_; }
-
-    void put_back() const {
-        const zu::keep_last_error failure;
-        platform::SetFileAttributesW(path_, attributes_);
-    }
-
-private:
-    const ZU_wchar* path_;
-    platform::DWORD attributes_;
-    bool lifted_;
-};
-
-// Attempts once more what a read-only item may have refused. False with the code of the last attempt.
+// Attempts once more what a read-only item may have refused: the attribute is taken away, and put back if the item
+// refuses all the same. False with the code of the last attempt. A link stands for itself, as it does when it is deleted.
 template <class Operation>
-bool attempt_again_writable(const ZU_wchar* item, Operation operation) {
-    const read_only_lifted lifted(item);
-    if (!lifted)
+bool attempt_again_writable(const ZU_wchar* long_path, Operation operation) {
+    platform::item_attributes item(long_path, FILE_FLAG_OPEN_REPARSE_POINT);
+    const platform::DWORD refusal = platform::GetLastError();
+    const platform::DWORD attributes = item.get();
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_READONLY)
+        || !item.set(attributes & ~FILE_ATTRIBUTE_READONLY)) {
+        platform::SetLastError(refusal);
         return false;
+    }
     if (operation())
         return true;
-    lifted.put_back();
+    const zu::keep_last_error failure;
+    item.set(attributes);
     return false;
 }
 

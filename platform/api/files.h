@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdio>
+#include <memory>
 
 #include "platform/api/base.h"
 
@@ -43,6 +44,24 @@ BOOL RemoveDirectoryW(const WCHAR* path);
 
 DWORD GetFileAttributesW(const WCHAR* path); // INVALID_FILE_ATTRIBUTES on failure
 BOOL SetFileAttributesW(const WCHAR* path, DWORD file_attributes);
+
+// A name of ours. The attributes of one item that is held: what is looked at, changed and put back is the same, whatever
+// its path comes to name meanwhile. The path stays valid for as long.
+class item_attributes {
+public:
+    // What the path leads to; with FILE_FLAG_OPEN_REPARSE_POINT a link itself.
+    item_attributes(const WCHAR* path, DWORD flags);
+    ~item_attributes();
+    item_attributes(const item_attributes&) = delete;
+    item_attributes& operator=(const item_attributes&) = delete;
+
+    DWORD get() const;               // as GetFileAttributesW
+    BOOL set(DWORD file_attributes); // as SetFileAttributesW
+
+private:
+    std::unique_ptr<class held_item> item_;
+    DWORD code_;
+};
 
 // The last component may hold wildcards. INVALID_HANDLE_VALUE on failure; FindNextFileW ends with 18. The handle is
 // released with FindClose, never with CloseHandle.
@@ -83,6 +102,7 @@ inline constexpr platform::DWORD OPEN_ALWAYS = 4;
 inline constexpr platform::DWORD TRUNCATE_EXISTING = 5;
 
 inline constexpr platform::DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
+inline constexpr platform::DWORD FILE_FLAG_OPEN_REPARSE_POINT = 0x00200000;
 
 inline constexpr platform::DWORD FILE_BEGIN = 0;
 inline constexpr platform::DWORD FILE_CURRENT = 1;

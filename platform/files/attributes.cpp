@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/core/descriptor.h"
 #include "platform/core/error.h"
 
 namespace platform {
@@ -27,70 +28,126 @@ constexpr DWORD kept_for_files = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
 constexpr DWORD kept_for_directories = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM
                                        | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED;
 
-// The path for a call that takes no directory.
+// The path for a call that takes no directory and no bare descriptor. On failure of the call, ENOSYS says that such a
+// path needs /proc, and that there is none.
 class whole_path {
 public:
-    explicit whole_path(const attribute_holder& of) : text_(of.path) {
-        if (of.path && of.at != AT_FDCWD) {
-            made_ = "/proc/self/fd/" + std::to_string(of.at) + '/' + of.path;
-            text_ = made_.c_str();
-        }
+    explicit whole_path(const attribute_holder& of) : needs_proc_(!of.name || of.at != AT_FDCWD) {
+        if (needs_proc_)
+            text_ = "/proc/self/fd/" + std::to_string(of.at);
+        if (of.name)
+            (text_ += needs_proc_ ? "/" : "") += of.name;
     }
-    const char* get() const { return text_; } // null for a descriptor
+
+    template <class Call>
+    auto call(Call made) const {
+        const auto result = made(text_.c_str());
+        if (result < 0 && needs_proc_ && (errno == ENOENT || errno == ENOTDIR))
+            errno = access("/proc/self/fd", F_OK) == 0 ? errno : ENOSYS;
+        return result;
+    }
 
 private:
-    const char* text_;
-    std::string made_;
+    const bool needs_proc_;
+    std::string text_;
 };
 
-ssize_t get(const attribute_holder& from, const char* name, void* out, size_t size) {
-    const whole_path path(from);
-    return path.get() ? getxattr(path.get(), name, out, size) : fgetxattr(from.at, name, out, size);
+// New in Linux 6.13, and of the same numbers everywhere: extended attributes of an entry, without a walk to its directory.
+constexpr long getxattrat_number = 464;
+constexpr long listxattrat_number = 465;
+std::atomic<bool> has_calls_at{true};
+
+struct xattr_arguments { // of the kernel
+    alignas(8) uint64_t value;
+    uint32_t size;
+    uint32_t flags;
+};
+
+// Makes the call that fits the holder: below a directory, on a descriptor, or on a path.
+template <class Below, class On, class By>
+ssize_t call_on(const attribute_holder& of, Below below, On on, By by) {
+    if (!of.name && !of.is_bare)
+        return on(of.at);
+    if (of.name && has_calls_at.load(std::memory_order_relaxed)) {
+        const ssize_t result = below();
+        // Filters on system calls answer EPERM, too, for calls that they do not know.
+        if (result >= 0 || (errno != ENOSYS && errno != EPERM))
+            return result;
+        has_calls_at.store(false, std::memory_order_relaxed);
+    }
+    const ssize_t result = whole_path(of).call(by);
+    if (result >= 0 || errno != ENOSYS || !of.name)
+        return result;
+    const int link_flag = of.flags & AT_SYMLINK_NOFOLLOW ? O_NOFOLLOW : 0;
+    const descriptor opened(openat(of.at, of.name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | link_flag));
+    return opened ? on(opened.get()) : -1;
+}
+
+bool follows(const attribute_holder& of) {
+    return !(of.flags & AT_SYMLINK_NOFOLLOW);
+}
+
+ssize_t list(const attribute_holder& from, char* out, size_t size) {
+    return call_on(
+        from, [&] { return syscall(listxattrat_number, from.at, from.name, from.flags, out, size); },
+        [&](int descriptor) { return flistxattr(descriptor, out, size); },
+        [&](const char* path) {
+            return follows(from) ? listxattr(path, out, size) : llistxattr(path, out, size);
+        });
+}
+
+ssize_t get(const attribute_holder& from, const char* name, char* out, size_t size) {
+    xattr_arguments arguments{reinterpret_cast<uintptr_t>(out), static_cast<uint32_t>(size), 0};
+    return call_on(
+        from,
+        [&] {
+            return syscall(getxattrat_number, from.at, from.name, from.flags, name, &arguments,
+                           sizeof arguments);
+        },
+        [&](int descriptor) { return fgetxattr(descriptor, name, out, size); },
+        [&](const char* path) {
+            return follows(from) ? getxattr(path, name, out, size) : lgetxattr(path, name, out, size);
+        });
 }
 
 bool set(const attribute_holder& to, const char* name, std::string_view text) {
-    const whole_path path(to);
-    return (path.get() ? setxattr(path.get(), name, text.data(), text.size(), 0)
-                       : fsetxattr(to.at, name, text.data(), text.size(), 0))
+    const auto by_path = [&](const char* path) { return setxattr(path, name, text.data(), text.size(), 0); };
+    return (to.is_bare ? whole_path(to).call(by_path) : fsetxattr(to.at, name, text.data(), text.size(), 0))
            == 0;
 }
 
 bool remove(const attribute_holder& to, const char* name) {
-    const whole_path path(to);
-    const int result = path.get() ? removexattr(path.get(), name) : fremovexattr(to.at, name);
+    const auto by_path = [&](const char* path) { return removexattr(path, name); };
+    const int result = to.is_bare ? whole_path(to).call(by_path) : fremovexattr(to.at, name);
     return result == 0 || errno == ENODATA || errno == EOPNOTSUPP;
 }
 
+// New in Linux 6.6: the mode of a bare descriptor's file.
+constexpr long fchmodat2_number = 452;
+
 bool change_mode(const attribute_holder& to, mode_t mode) {
-    return (to.path ? fchmodat(to.at, to.path, mode & 07777, 0) : fchmod(to.at, mode & 07777)) == 0;
+    mode &= 07777;
+    if (!to.is_bare)
+        return fchmod(to.at, mode) == 0;
+    return syscall(fchmodat2_number, to.at, "", mode, AT_EMPTY_PATH) == 0
+           || whole_path(to).call([mode](const char* path) { return chmod(path, mode); }) == 0;
 }
 
-// New in Linux 6.13, and of the same number everywhere: the names of the extended attributes of an entry, without a
-// walk to its directory.
-constexpr long list_in_directory = 465;
-std::atomic<bool> lists_in_directory{true};
-
-ssize_t list(const attribute_holder& from, char* out, size_t size) {
-    if (!from.path)
-        return flistxattr(from.at, out, size);
-    if (from.at != AT_FDCWD && lists_in_directory.load(std::memory_order_relaxed)) {
-        const ssize_t result = syscall(list_in_directory, from.at, from.path, 0, out, size);
-        // Filters on system calls answer EPERM, too, for calls that they do not know.
-        if (result >= 0 || (errno != ENOSYS && errno != EPERM))
-            return result;
-        lists_in_directory.store(false, std::memory_order_relaxed);
-    }
-    return listxattr(whole_path(from).get(), out, size);
+// Errors that leave a file without stored attributes: there are none, or the caller may not read them.
+bool is_nothing(int error) {
+    return error == ENODATA || error == EOPNOTSUPP || error == EACCES || error == EPERM;
 }
 
-// The number that an extended attribute holds as text, 0 for anything else: `0x` and hexadecimal digits.
-uint64_t get_number(const attribute_holder& from, const char* name) {
+// The number that an extended attribute holds as text, 0 for anything else: `0x` and hexadecimal digits. 0 or a code.
+DWORD get_number(const attribute_holder& from, const char* name, uint64_t& out) {
     char text[64];
     const ssize_t size = get(from, name, text, sizeof text);
-    uint64_t number = 0;
+    out = 0;
+    if (size < 0)
+        return is_nothing(errno) || errno == ERANGE ? ERROR_SUCCESS : code_of_errno(errno);
     if (size > 2 && text[0] == '0' && (text[1] | 0x20) == 'x')
-        std::from_chars(text + 2, text + size, number, 16);
-    return number;
+        std::from_chars(text + 2, text + size, out, 16);
+    return ERROR_SUCCESS;
 }
 
 bool set_number(const attribute_holder& to, const char* name, uint64_t number) {
@@ -101,10 +158,11 @@ bool set_number(const attribute_holder& to, const char* name, uint64_t number) {
     return set(to, name, {text, static_cast<size_t>(size)});
 }
 
-// Never changed for a moment to be read: other threads may be creating files.
+// Read from /proc, and never changed for a moment to be read: other threads may be creating files. What cannot be read
+// counts as the narrowest that is usual, so that nobody is given more than they should have.
 mode_t current_umask() {
     char line[128];
-    unsigned mask = 022;
+    unsigned mask = 077;
     if (FILE* status = std::fopen("/proc/self/status", "re")) {
         while (std::fgets(line, sizeof line, status))
             if (std::sscanf(line, "Umask: %o", &mask) == 1)
@@ -145,17 +203,15 @@ DWORD store_while_writable(const attribute_holder& to, mode_t mode, mode_t new_m
     return code_of_errno(errno);
 }
 
-} // namespace
-
-namespace {
-
 // The names of a file's extended attributes. Asking for them costs less than asking for one that is not there, and
 // files that have one of ours are few.
 class stored_names {
 public:
-    explicit stored_names(const attribute_holder& of) : size_(list(of, names_, sizeof names_)) {
-        if (size_ < 0)
-            has_too_many_ = errno == ERANGE;
+    // 0 or a code.
+    DWORD read(const attribute_holder& of) {
+        size_ = list(of, names_, sizeof names_);
+        has_too_many_ = size_ < 0 && errno == ERANGE;
+        return size_ >= 0 || has_too_many_ || is_nothing(errno) ? ERROR_SUCCESS : code_of_errno(errno);
     }
 
     template <size_t Size>
@@ -166,24 +222,33 @@ public:
 
 private:
     char names_[512];
-    ssize_t size_;
+    ssize_t size_ = 0;
     bool has_too_many_ = false;
 };
 
 } // namespace
 
-DWORD read_stored_bits(const attribute_holder& from) {
-    return stored_names(from).has(bits_name) ? static_cast<DWORD>(get_number(from, bits_name)) : 0;
+DWORD read_stored_bits(const attribute_holder& from, DWORD& out) {
+    stored_names names;
+    uint64_t bits = 0;
+    DWORD code = names.read(from);
+    if (code == ERROR_SUCCESS && names.has(bits_name))
+        code = get_number(from, bits_name, bits);
+    out = static_cast<DWORD>(bits);
+    return code;
 }
 
-stored_attributes read_stored(const attribute_holder& from) {
-    const stored_names names(from);
-    stored_attributes stored;
-    if (names.has(bits_name))
-        stored.bits = static_cast<DWORD>(get_number(from, bits_name));
-    if (names.has(created_name))
-        stored.created = get_number(from, created_name);
-    return stored;
+DWORD read_stored(const attribute_holder& from, stored_attributes& out) {
+    out = {};
+    stored_names names;
+    DWORD code = names.read(from);
+    uint64_t bits = 0;
+    if (code == ERROR_SUCCESS && names.has(bits_name))
+        code = get_number(from, bits_name, bits);
+    if (code == ERROR_SUCCESS && names.has(created_name))
+        code = get_number(from, created_name, out.created);
+    out.bits = static_cast<DWORD>(bits);
+    return code;
 }
 
 DWORD attributes_of(mode_t mode, DWORD stored_bits) {
@@ -195,7 +260,10 @@ DWORD attributes_of(mode_t mode, DWORD stored_bits) {
 
 DWORD write_attributes(const attribute_holder& to, mode_t mode, DWORD attributes) {
     const bool is_directory = S_ISDIR(mode);
-    const DWORD old_bits = can_store(mode) ? read_stored_bits(to) : 0;
+    DWORD old_bits = 0;
+    if (can_store(mode))
+        if (const DWORD code = read_stored_bits(to, old_bits))
+            return code;
     // A file's read-only is stored along for others who look there, but is never a reason to store.
     DWORD bits = attributes & (is_directory ? kept_for_directories : kept_for_files);
     if (bits && !is_directory)
@@ -210,7 +278,8 @@ DWORD write_attributes(const attribute_holder& to, mode_t mode, DWORD attributes
         return ERROR_NOT_SUPPORTED;
     const DWORD code =
         store_while_writable(to, mode, new_mode, [&] { return set_number(to, bits_name, bits); });
-    if (code != ERROR_SUCCESS && read_stored_bits(to) != old_bits)
+    DWORD bits_now = old_bits;
+    if (code != ERROR_SUCCESS && read_stored_bits(to, bits_now) == ERROR_SUCCESS && bits_now != old_bits)
         set_number(to, bits_name, old_bits); // the mode was refused after the bits had been taken
     return code;
 }
@@ -219,6 +288,16 @@ DWORD write_created(const attribute_holder& to, mode_t mode, uint64_t created) {
     if (!can_store(mode))
         return ERROR_NOT_SUPPORTED;
     return store_while_writable(to, mode, mode, [&] { return set_number(to, created_name, created); });
+}
+
+DWORD write_host_times(const attribute_holder& to, const timespec (&times)[2]) {
+    // Before Linux 5.8 the empty path was refused.
+    if (utimensat(to.at, "", times, AT_EMPTY_PATH) == 0
+        || (errno == EINVAL && whole_path(to).call([&](const char* path) {
+               return utimensat(AT_FDCWD, path, times, 0);
+           }) == 0))
+        return ERROR_SUCCESS;
+    return code_of_errno(errno);
 }
 
 } // namespace platform

@@ -14,18 +14,17 @@
 
 namespace platform {
 
-// What has extended attributes: a path below a directory, or without one the descriptor itself. A link is followed, so
-// ask for the links themselves first.
+// What attributes are read from: a name below a directory, or without one the descriptor itself. Only descriptors are
+// written to: a name may have come to be another file's since its mode was read.
 struct attribute_holder {
     int at;
-    const char* path;
+    const char* name;     // null: `at` is the descriptor
+    int flags = 0;        // AT_SYMLINK_NOFOLLOW: the name of a link is that of the link itself
+    bool is_bare = false; // the descriptor was opened with O_PATH, and serves few calls
 };
 
-inline attribute_holder holder(int descriptor) {
-    return {descriptor, nullptr};
-}
-inline attribute_holder holder(const char* path) {
-    return {AT_FDCWD, path};
+inline attribute_holder holder(int descriptor, bool is_bare = false) {
+    return {descriptor, nullptr, 0, is_bare};
 }
 inline attribute_holder holder(const place& where) {
     return {where.directory(), where.name()};
@@ -36,11 +35,11 @@ struct stored_attributes {
     uint64_t created = 0; // a file time; 0: never set
 };
 
-// One call when nothing is stored, as is the rule.
-stored_attributes read_stored(const attribute_holder& from);
+// One call when nothing is stored, as is the rule. 0 or a code; what the caller may not read counts as not stored.
+DWORD read_stored(const attribute_holder& from, stored_attributes& out);
 
 // The attribute bits alone.
-DWORD read_stored_bits(const attribute_holder& from);
+DWORD read_stored_bits(const attribute_holder& from, DWORD& out);
 
 // The attributes of a file or directory with this mode.
 DWORD attributes_of(mode_t mode, DWORD stored_bits);
@@ -54,11 +53,15 @@ inline bool can_store(mode_t mode) {
     return S_ISREG(mode) || S_ISDIR(mode);
 }
 
-// Gives a file or directory with this mode new attributes. 0 or a code, with nothing changed: 50 where the file
-// system cannot keep them.
+// Gives a descriptor's file or directory, which has this mode, new attributes. 0 or a code, with nothing changed: 50
+// (ERROR_NOT_SUPPORTED) where the file system cannot keep them, 120 (ERROR_CALL_NOT_IMPLEMENTED) where /proc would be
+// needed and is not there.
 DWORD write_attributes(const attribute_holder& to, mode_t mode, DWORD attributes);
 
 // Sets the creation time (0: that of the file system again). 0 or a code.
 DWORD write_created(const attribute_holder& to, mode_t mode, uint64_t created);
+
+// Sets the times of access and modification, as utimensat takes them. 0 or a code.
+DWORD write_host_times(const attribute_holder& to, const timespec (&times)[2]);
 
 } // namespace platform

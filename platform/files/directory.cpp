@@ -10,16 +10,38 @@
 #include "platform/files/attributes.h"
 #include "platform/files/exclusive_claim.h"
 #include "platform/files/place.h"
+#include "platform/files/removal.h"
+#include "platform/files/same_file.h"
 
 namespace platform {
 
 namespace {
 
-DWORD unlink_place(place& where, int flags) {
-    if (where.attempt([&](int at, const char* path) { return unlinkat(at, path, flags); }) == 0)
+DWORD unlink_entry(int at, const char* name, int flags) {
+    if (unlinkat(at, name, flags) == 0)
         return ERROR_SUCCESS;
     // Hosts report a directory that is not empty in either way.
-    return errno == EEXIST ? ERROR_DIR_NOT_EMPTY : where.code_of(errno);
+    return errno == EEXIST ? ERROR_DIR_NOT_EMPTY : code_of_errno(errno);
+}
+
+// A link counts as a directory when it leads to one, and is removed itself.
+DWORD remove_link(int at, const char* name) {
+    struct stat target;
+    if (fstatat(at, name, &target, 0) != 0 || !S_ISDIR(target.st_mode))
+        return ERROR_DIRECTORY;
+    return unlink_entry(at, name, 0);
+}
+
+// The status of the place itself, a link for one. 0 or a code.
+DWORD look_at(place& where, const WCHAR* path, struct stat& status) {
+    if (const DWORD code = where.set(path))
+        return code;
+    if (where.is_root())
+        return ERROR_ACCESS_DENIED;
+    const auto look = [&](int at, const char* name) {
+        return fstatat(at, name, &status, AT_SYMLINK_NOFOLLOW);
+    };
+    return where.attempt(look) == 0 ? ERROR_SUCCESS : where.code_of(errno);
 }
 
 DWORD make_directory(const WCHAR* path) {
@@ -37,48 +59,54 @@ DWORD make_directory(const WCHAR* path) {
 
 DWORD remove_directory(const WCHAR* path) {
     place where;
-    if (const DWORD code = where.set(path))
-        return code;
-    if (where.is_root())
-        return ERROR_ACCESS_DENIED;
     struct stat status;
-    int flags = AT_SYMLINK_NOFOLLOW;
-    const auto look = [&](int at, const char* name) { return fstatat(at, name, &status, flags); };
-    if (where.attempt(look) != 0)
-        return where.code_of(errno);
-    if (S_ISLNK(status.st_mode)) {
-        flags = 0;
-        const bool leads_to_directory = where.attempt(look) == 0 && S_ISDIR(status.st_mode);
-        return leads_to_directory ? unlink_place(where, 0) : ERROR_DIRECTORY;
-    }
-    if (!S_ISDIR(status.st_mode))
-        return ERROR_DIRECTORY;
-    if (read_stored_bits(holder(where)) & FILE_ATTRIBUTE_READONLY)
-        return ERROR_ACCESS_DENIED;
-    struct stat current;
-    if (stat(".", &current) == 0 && current.st_ino == status.st_ino && current.st_dev == status.st_dev)
-        return ERROR_SHARING_VIOLATION; // in use, by this process itself
-    return unlink_place(where, AT_REMOVEDIR);
+    if (const DWORD code = look_at(where, path, status))
+        return code;
+    return remove_directory_entry(where.directory(), where.name(), status);
 }
 
 DWORD delete_file(const WCHAR* path) {
     place where;
-    if (const DWORD code = where.set(path))
-        return code;
-    if (where.is_root())
-        return ERROR_ACCESS_DENIED;
-    hold held;
     struct stat status;
-    if (const DWORD code = held.take(where, status))
+    if (const DWORD code = look_at(where, path, status))
         return code;
-    if (S_ISDIR(status.st_mode))
-        return ERROR_ACCESS_DENIED;
-    if (where.ends_with_separator())
-        return ERROR_INVALID_NAME;
-    return is_read_only(status.st_mode) ? ERROR_ACCESS_DENIED : unlink_place(where, 0);
+    if (!S_ISDIR(status.st_mode) && where.ends_with_separator()) {
+        hold held;
+        const DWORD code = held.take(where.directory(), where.name(), status);
+        return code ? code : ERROR_INVALID_NAME;
+    }
+    return delete_file_entry(where.directory(), where.name(), status);
 }
 
 } // namespace
+
+DWORD remove_directory_entry(int at, const char* name, const struct stat& status) {
+    if (S_ISLNK(status.st_mode))
+        return remove_link(at, name);
+    if (!S_ISDIR(status.st_mode))
+        return ERROR_DIRECTORY;
+    DWORD stored = 0;
+    if (const DWORD code = read_stored_bits({at, name, AT_SYMLINK_NOFOLLOW}, stored))
+        return code;
+    if (stored & FILE_ATTRIBUTE_READONLY)
+        return ERROR_ACCESS_DENIED;
+    struct stat current;
+    if (stat(".", &current) == 0 && is_same(current, status))
+        return ERROR_SHARING_VIOLATION; // in use, by this process itself
+    return unlink_entry(at, name, AT_REMOVEDIR);
+}
+
+DWORD delete_file_entry(int at, const char* name, struct stat& status) {
+    hold held;
+    if (const DWORD code = held.take(at, name, status))
+        return code;
+    if (S_ISDIR(status.st_mode) || is_read_only(status.st_mode))
+        return ERROR_ACCESS_DENIED;
+    const DWORD code = unlink_entry(at, name, 0);
+    if (code == ERROR_SUCCESS && status.st_nlink == 1)
+        held.forget(); // nobody can come to the file any more
+    return code;
+}
 
 BOOL CreateDirectoryW(const WCHAR* path, SECURITY_ATTRIBUTES* attributes) {
     return result_of(attributes ? ERROR_NOT_SUPPORTED : make_directory(path));

@@ -5,6 +5,7 @@
 
 #include "platform/core/descriptor.h"
 #include "platform/files/place.h"
+#include "platform/files/sharing.h"
 
 namespace platform {
 
@@ -17,18 +18,26 @@ public:
     hold(const hold&) = delete;
     hold& operator=(const hold&) = delete;
 
-    // 0 with the status of what is now held, a link itself, not what it leads to; 32 when a handle is open, or another
-    // code. Directories, links and special files have no data to claim, and a file that may not be opened at all is left
-    // to the host's permissions.
+    // 0 with the status of what is now held, a link itself, not what it leads to; 32 (ERROR_SHARING_VIOLATION) when a
+    // handle is open, or another code. Directories, links and special files have no data to claim, and a file that may
+    // not be opened at all is left to the host's permissions.
     DWORD take(place& where, struct stat& status);
+
+    // The same for an entry of a directory. Of the status, the kind alone has to be right at first, and may be out of
+    // date.
+    DWORD take(int at, const char* name, struct stat& status);
+
+    // The file is gone for everybody: closing is enough, even while a forked child has a copy of the descriptor.
+    void forget() { has_claim_ = false; }
 
     void reset();
 
 private:
     // False: something else bears the name by now.
-    bool try_take(place& where, struct stat& status, DWORD& code);
+    bool try_take(int at, const char* name, struct stat& status, DWORD& code);
+    DWORD claim(const descriptor_rights& rights);
 
-    descriptor number_;
+    descriptor descriptor_;
     bool has_claim_ = false;
 };
 

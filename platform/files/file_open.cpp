@@ -8,6 +8,7 @@
 #include "platform/api/files.h"
 #include "platform/core/error.h"
 #include "platform/files/file.h"
+#include "platform/files/same_file.h"
 
 namespace platform {
 
@@ -120,10 +121,6 @@ DWORD create(place& where, const open_request& request, descriptor& out) {
     return out ? ERROR_SUCCESS : where.code_of(errno);
 }
 
-bool is_same(const struct stat& status, const struct stat& other) {
-    return status.st_ino == other.st_ino && status.st_dev == other.st_dev;
-}
-
 // Whether what was opened is still the file of that name, now that nobody can delete or move it any more. Who only reads
 // may have what was moved meanwhile, as if it had been opened before; what is written must not go elsewhere.
 bool is_still_there(place& where, const share_claim& claim, const struct stat& status) {
@@ -148,7 +145,9 @@ share_claim claim_of(const open_request& request, bool existed) {
 // Truncation. A replaced file also gets the attributes of the request, which must name those that hide the old one.
 DWORD empty(int number, const open_request& request, struct stat& status) {
     if (request.disposition == CREATE_ALWAYS) {
-        const DWORD stored = read_stored_bits(holder(number));
+        DWORD stored = 0;
+        if (const DWORD code = read_stored_bits(holder(number), stored))
+            return code;
         if (stored & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM) & ~request.attributes)
             return ERROR_ACCESS_DENIED;
         if (attributes_of(status.st_mode, stored) != attributes_of(status.st_mode, request.attributes)
@@ -171,6 +170,7 @@ DWORD claim_and_check(place& where, const open_request& request, const descripto
     share_result shared = share_result::unsupported;
     if (claim.matters())
         shared = take_claim(number, claim, rights);
+    const int claim_error = errno;
     out.has_claim = shared == share_result::granted;
     if (fstat(number, &out.status) != 0)
         return code_of_errno(errno);
@@ -187,6 +187,8 @@ DWORD claim_and_check(place& where, const open_request& request, const descripto
     }
     if (shared == share_result::conflict)
         return ERROR_SHARING_VIOLATION;
+    if (shared == share_result::failed)
+        return code_of_errno(claim_error);
     if (claim.matters() && !is_still_there(where, claim, out.status))
         return opens_again;
     if (!out.existed || !truncates(request))

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <string>
 
 #include "platform/api/files.h"
 #include "platform/core/error.h"
@@ -18,9 +17,9 @@ namespace {
 constexpr uint64_t keeps_time = UINT64_MAX; // asks that later use of the handle leave the time alone
 constexpr uint64_t top_bit = uint64_t{1} << 63;
 
-// A descriptor without rights to the data serves no call on extended attributes; its entry in /proc does.
-std::string name_of(const file& opened) {
-    return "/proc/self/fd/" + std::to_string(opened.number());
+// A file that is open for its attributes alone has a bare descriptor.
+attribute_holder holder_of(const file& opened) {
+    return holder(opened.number(), (fcntl(opened.number(), F_GETFL) & O_PATH) != 0);
 }
 
 bool is_given(const FILETIME* time) {
@@ -37,23 +36,21 @@ timespec to_set(const FILETIME* time) {
 
 // 0 or a code; all of the times or none.
 DWORD set_times(const file& opened, const FILETIME* creation, const FILETIME* access, const FILETIME* write) {
-    const std::string name = name_of(opened);
-    const attribute_holder to = holder(name.c_str());
+    const attribute_holder to = holder_of(opened);
     struct stat status;
     if (fstat(opened.number(), &status) != 0)
         return code_of_errno(errno);
-    uint64_t created_before = 0;
+    stored_attributes before;
     if (is_given(creation)) {
-        created_before = read_stored(to).created;
+        if (const DWORD code = read_stored(to, before))
+            return code;
         if (const DWORD code = write_created(to, status.st_mode, units_of(*creation)))
             return code;
     }
     const timespec times[] = {to_set(access), to_set(write)};
-    if (utimensat(AT_FDCWD, name.c_str(), times, 0) == 0)
-        return ERROR_SUCCESS;
-    const DWORD code = code_of_errno(errno);
-    if (is_given(creation))
-        write_created(to, status.st_mode, created_before);
+    const DWORD code = write_host_times(to, times);
+    if (code != ERROR_SUCCESS && is_given(creation))
+        write_created(to, status.st_mode, before.created);
     return code;
 }
 
@@ -64,13 +61,12 @@ BOOL GetFileTime(HANDLE handle, FILETIME* creation, FILETIME* access, FILETIME* 
     if (!opened)
         return FALSE;
     struct statx status;
-    if (status_of(opened->number(), "", AT_EMPTY_PATH, status) != 0) {
-        set_last_error_from_errno();
-        return FALSE;
-    }
+    if (status_of(opened->number(), "", AT_EMPTY_PATH, status) != 0)
+        return fail(code_of_errno(errno));
     stored_attributes stored;
     if (creation && can_store(status.stx_mode))
-        stored = read_stored(holder(name_of(*opened).c_str()));
+        if (const DWORD code = read_stored(holder_of(*opened), stored))
+            return fail(code);
     const entry_status entry = entry_of(status, stored);
     if (creation)
         *creation = entry.created;
@@ -92,10 +88,7 @@ BOOL SetFileTime(HANDLE handle, const FILETIME* creation, const FILETIME* access
         code = ERROR_INVALID_PARAMETER;
     else if (is_given(creation) || is_given(access) || is_given(write))
         code = set_times(*opened, creation, access, write);
-    if (code == ERROR_SUCCESS)
-        return TRUE;
-    SetLastError(code);
-    return FALSE;
+    return result_of(code);
 }
 
 } // namespace platform

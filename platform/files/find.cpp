@@ -12,6 +12,7 @@
 #include "platform/core/handle.h"
 #include "platform/files/directory_scan.h"
 #include "platform/files/find_record.h"
+#include "platform/files/held_item.h"
 #include "platform/files/place.h"
 #include "platform/files/wildcard.h"
 
@@ -26,10 +27,7 @@ public:
     search() : object(kind) {}
 
     // The next entry: false with the code set, 18 at the end.
-    virtual bool next(WIN32_FIND_DATAW&) {
-        SetLastError(ERROR_NO_MORE_FILES);
-        return false;
-    }
+    virtual bool next(WIN32_FIND_DATAW&) { return fail<bool>(ERROR_NO_MORE_FILES); }
 };
 
 // A search with wildcards. Entries are taken from the directory a block at a time, each with its status. What fits
@@ -44,14 +42,16 @@ public:
     bool next(WIN32_FIND_DATAW& out) override;
 
 private:
+    bool next_known(WIN32_FIND_DATAW& out);
+
     struct known_entry {
         size_t name_end; // in names_
         entry_status status;
     };
 
     bool is_wanted(std::string_view name) const;
-    bool look_at(const char* name, unsigned char type, entry_status& out) const;
-    void keep_if_wanted(const char* name, unsigned char type);
+    DWORD look_at(const char* name, unsigned char type, entry_status& out) const;
+    DWORD keep_if_wanted(const char* name, unsigned char type);
 
     const std::u16string pattern_;
     directory_reader reader_;
@@ -64,16 +64,16 @@ private:
 DWORD directory_search::begin(bool has_dots) {
     if (!reader_.fill() && errno != 0) // ENOENT: it was removed after it had been opened
         return errno == ENOENT ? ERROR_PATH_NOT_FOUND : code_of_errno(errno);
-    if (has_dots) {
-        keep_if_wanted(".", DT_DIR);
-        keep_if_wanted("..", DT_DIR);
-    }
-    if (reader_.at_end()) {
-        for (directory_reader::entry entry; reader_.take(entry);)
-            keep_if_wanted(entry.name.data(), entry.type);
-        reader_.close();
-    }
-    return ERROR_SUCCESS;
+    DWORD code = ERROR_SUCCESS;
+    for (const char* dots : {".", ".."})
+        if (has_dots && code == ERROR_SUCCESS)
+            code = keep_if_wanted(dots, DT_DIR);
+    if (code != ERROR_SUCCESS || !reader_.at_end())
+        return code;
+    for (directory_reader::entry entry; code == ERROR_SUCCESS && reader_.take(entry);)
+        code = keep_if_wanted(entry.name.data(), entry.type);
+    reader_.close();
+    return code;
 }
 
 bool directory_search::is_wanted(std::string_view name) const {
@@ -84,56 +84,69 @@ bool directory_search::is_wanted(std::string_view name) const {
     return matches(pattern_, text);
 }
 
-// False: the entry is gone.
-bool directory_search::look_at(const char* name, unsigned char type, entry_status& out) const {
+// 0, 2 (ERROR_FILE_NOT_FOUND) when the entry is gone, or another code for want of memory or descriptors. An entry that
+// does not let itself be looked at is there all the same, with its kind alone: the directory may be readable, but not
+// what is in it.
+DWORD directory_search::look_at(const char* name, unsigned char type, entry_status& out) const {
     struct statx status = {};
     stored_attributes stored;
+    DWORD code = ERROR_SUCCESS;
     if (status_of(reader_.directory(), name, AT_SYMLINK_NOFOLLOW, status) != 0) {
-        if (errno == ENOENT)
-            return false;
-        // A directory may be readable, but not what is in it: the entries are there all the same.
-        status.stx_mode = type == DT_DIR ? S_IFDIR | 0777 : S_IFREG | 0666;
+        code = code_of_errno(errno);
+        status.stx_mode = static_cast<uint16_t>((type == DT_UNKNOWN ? S_IFREG : DTTOIF(type)) | 0777);
     } else if (can_store(status.stx_mode)) {
-        stored = read_stored({reader_.directory(), name});
+        code = read_stored({reader_.directory(), name, AT_SYMLINK_NOFOLLOW}, stored);
     }
     out = entry_of(status, stored);
-    return true;
+    const bool fails =
+        code == ERROR_FILE_NOT_FOUND || code == ERROR_NOT_ENOUGH_MEMORY || code == ERROR_TOO_MANY_OPEN_FILES;
+    return fails ? code : ERROR_SUCCESS;
 }
 
-void directory_search::keep_if_wanted(const char* name, unsigned char type) {
+DWORD directory_search::keep_if_wanted(const char* name, unsigned char type) {
     known_entry entry;
-    if (!is_wanted(name) || !look_at(name, type, entry.status))
-        return;
+    if (!is_wanted(name))
+        return ERROR_SUCCESS;
+    if (const DWORD code = look_at(name, type, entry.status))
+        return code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code;
     names_ += name;
     entry.name_end = names_.size();
     known_.push_back(entry);
+    return ERROR_SUCCESS;
+}
+
+bool directory_search::next_known(WIN32_FIND_DATAW& out) {
+    if (position_ == known_.size())
+        return false;
+    const known_entry& entry = known_[position_++];
+    fill_find_data({names_.data() + name_start_, entry.name_end - name_start_}, entry.status, out);
+    name_start_ = entry.name_end;
+    return true;
 }
 
 bool directory_search::next(WIN32_FIND_DATAW& out) {
-    if (position_ < known_.size()) {
-        const known_entry& entry = known_[position_++];
-        fill_find_data({names_.data() + name_start_, entry.name_end - name_start_}, entry.status, out);
-        name_start_ = entry.name_end;
+    if (next_known(out))
         return true;
-    }
     while (reader_.directory() >= 0) {
         for (directory_reader::entry entry; reader_.take(entry);) {
             entry_status status;
-            if (!is_wanted(entry.name) || !look_at(entry.name.data(), entry.type, status))
+            if (!is_wanted(entry.name))
                 continue;
+            const DWORD code = look_at(entry.name.data(), entry.type, status);
+            if (code == ERROR_FILE_NOT_FOUND)
+                continue;
+            if (code != ERROR_SUCCESS)
+                return fail<bool>(code);
             fill_find_data(entry.name, status, out);
             return true;
         }
         if (!reader_.fill()) {
-            if (errno != 0 && errno != ENOENT) { // ENOENT: it was removed meanwhile, and has no more entries
-                set_last_error_from_errno();
-                return false;
-            }
+            if (errno != 0 && errno != ENOENT) // ENOENT: it was removed meanwhile, and has no more entries
+                return fail<bool>(code_of_errno(errno));
             reader_.close();
         }
     }
-    SetLastError(ERROR_NO_MORE_FILES);
-    return false;
+    return fail<bool>(ERROR_NO_MORE_FILES);
 }
 
 HANDLE handle_of(search* opened) {
@@ -158,13 +171,11 @@ HANDLE find_name(place& where, WIN32_FIND_DATAW& found) {
     if (where.is_root())
         return fail(ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
     struct statx status;
-    int flags = 0;
-    const auto look = [&](int at, const char* path) { return status_of(at, path, flags, status); };
-    int result = where.attempt(look);
-    if (result != 0 && errno == ENOENT) {
-        flags = AT_SYMLINK_NOFOLLOW; // a link that leads nowhere stands for itself
-        result = where.attempt(look);
-    }
+    int flags_in_use = 0;
+    const int result = call_through_links(where, [&](int at, const char* name, int flags) {
+        flags_in_use = flags;
+        return status_of(at, name, flags, status);
+    });
     if (where.ends_with_separator()) {
         if (result != 0)
             return fail(code_of_search(where, errno, true), INVALID_HANDLE_VALUE);
@@ -172,8 +183,10 @@ HANDLE find_name(place& where, WIN32_FIND_DATAW& found) {
     }
     if (result != 0)
         return fail(code_of_search(where, errno, false), INVALID_HANDLE_VALUE);
-    const stored_attributes stored =
-        can_store(status.stx_mode) ? read_stored(holder(where)) : stored_attributes{};
+    stored_attributes stored;
+    if (can_store(status.stx_mode))
+        if (const DWORD code = read_stored({where.directory(), where.name(), flags_in_use}, stored))
+            return fail(code, INVALID_HANDLE_VALUE);
     fill_find_data(where.last_name(), entry_of(status, stored), found);
     return handle_of(new (std::nothrow) search);
 }

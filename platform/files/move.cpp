@@ -11,6 +11,7 @@
 #include "platform/files/attributes.h"
 #include "platform/files/exclusive_claim.h"
 #include "platform/files/place.h"
+#include "platform/files/same_file.h"
 
 namespace platform {
 
@@ -18,10 +19,6 @@ namespace {
 
 constexpr int tries = 16;
 constexpr DWORD moves_again = 0xFFFFFFFF; // in place of a code: somebody made a file of that name meanwhile
-
-bool is_same(const struct stat& status, const struct stat& other) {
-    return status.st_ino == other.st_ino && status.st_dev == other.st_dev;
-}
 
 bool look(place& where, int flags, struct stat& status) {
     return where.attempt([&](int at, const char* path) { return fstatat(at, path, &status, flags); }) == 0;
@@ -140,11 +137,7 @@ DWORD move_file(const WCHAR* source, const WCHAR* destination, DWORD flags) {
 } // namespace
 
 BOOL MoveFileExW(const WCHAR* source, const WCHAR* destination, DWORD flags) {
-    const DWORD code = move_file(source, destination, flags);
-    if (code == ERROR_SUCCESS)
-        return TRUE;
-    SetLastError(code);
-    return FALSE;
+    return result_of(move_file(source, destination, flags));
 }
 
 } // namespace platform

@@ -1,57 +1,89 @@
-// Attributes by path.
+// Attributes by path, and those of an item that is held.
 #include <cerrno>
 
 #include "platform/api/files.h"
 #include "platform/core/error.h"
-#include "platform/files/attributes.h"
+#include "platform/files/held_item.h"
 #include "platform/files/place.h"
 
 namespace platform {
 
 namespace {
 
-// What the path leads to; a link that leads nowhere stands for itself. 0 or a code.
-DWORD look_at(const WCHAR* path, place& where, struct stat& status) {
+DWORD set_place(place& where, const WCHAR* path) {
     if (const DWORD code = where.set(path))
         return code;
-    if (where.is_volume())
-        return ERROR_BAD_DEV_TYPE;
-    int flags = 0;
-    const auto look = [&](int at, const char* name) { return fstatat(at, name, &status, flags); };
-    int result = where.attempt(look);
-    if (result != 0 && errno == ENOENT) {
-        flags = AT_SYMLINK_NOFOLLOW;
-        result = where.attempt(look);
-    }
-    if (result != 0)
+    return where.is_volume() ? ERROR_BAD_DEV_TYPE : ERROR_SUCCESS;
+}
+
+DWORD check_ending(const place& where, mode_t mode) {
+    return where.ends_with_separator() && !S_ISDIR(mode) ? ERROR_INVALID_NAME : ERROR_SUCCESS;
+}
+
+DWORD read_attributes(const WCHAR* path, DWORD& attributes) {
+    place where;
+    if (const DWORD code = set_place(where, path))
+        return code;
+    struct stat status;
+    int flags_in_use = 0;
+    const auto look = [&](int at, const char* name, int flags) {
+        flags_in_use = flags;
+        return fstatat(at, name, &status, flags);
+    };
+    if (call_through_links(where, look) != 0)
         return where.code_of(errno);
-    return where.ends_with_separator() && !S_ISDIR(status.st_mode) ? ERROR_INVALID_NAME : ERROR_SUCCESS;
+    if (const DWORD code = check_ending(where, status.st_mode))
+        return code;
+    DWORD stored = 0;
+    if (can_store(status.st_mode))
+        if (const DWORD code = read_stored_bits({where.directory(), where.name(), flags_in_use}, stored))
+            return code;
+    attributes = attributes_of(status.st_mode, stored);
+    return ERROR_SUCCESS;
+}
+
+// What the path leads to, or with `takes_links` a link at its end. 0 or a code.
+DWORD hold(const WCHAR* path, bool takes_links, held_item& out) {
+    place where;
+    if (const DWORD code = set_place(where, path))
+        return code;
+    const auto take = [&](int at, const char* name, int flags) {
+        return out.take(at, name, takes_links ? AT_SYMLINK_NOFOLLOW : flags);
+    };
+    if (call_through_links(where, take) != 0)
+        return where.code_of(errno);
+    return check_ending(where, out.status().st_mode);
 }
 
 } // namespace
 
 DWORD GetFileAttributesW(const WCHAR* path) {
-    place where;
-    struct stat status {};
-    if (const DWORD code = look_at(path, where, status)) {
-        SetLastError(code);
-        return INVALID_FILE_ATTRIBUTES;
-    }
-    const DWORD stored = can_store(status.st_mode) ? read_stored_bits(holder(where)) : 0;
-    return attributes_of(status.st_mode, stored);
+    DWORD attributes = INVALID_FILE_ATTRIBUTES;
+    if (const DWORD code = read_attributes(path, attributes))
+        return fail<DWORD>(code, INVALID_FILE_ATTRIBUTES);
+    return attributes;
 }
 
 BOOL SetFileAttributesW(const WCHAR* path, DWORD attributes) {
-    place where;
-    struct stat status {};
-    DWORD code = look_at(path, where, status);
-    if (code == ERROR_SUCCESS)
-        code = S_ISLNK(status.st_mode) ? ERROR_NOT_SUPPORTED
-                                       : write_attributes(holder(where), status.st_mode, attributes);
-    if (code == ERROR_SUCCESS)
-        return TRUE;
-    SetLastError(code);
-    return FALSE;
+    held_item item;
+    const DWORD code = hold(path, false, item);
+    return result_of(code ? code : item.write(attributes));
+}
+
+item_attributes::item_attributes(const WCHAR* path, DWORD flags) : item_(std::make_unique<held_item>()) {
+    code_ = hold(path, flags & FILE_FLAG_OPEN_REPARSE_POINT, *item_);
+}
+
+item_attributes::~item_attributes() = default;
+
+DWORD item_attributes::get() const {
+    DWORD attributes = INVALID_FILE_ATTRIBUTES;
+    const DWORD code = code_ ? code_ : item_->read(attributes);
+    return code ? fail<DWORD>(code, INVALID_FILE_ATTRIBUTES) : attributes;
+}
+
+BOOL item_attributes::set(DWORD attributes) {
+    return result_of(code_ ? code_ : item_->write(attributes));
 }
 
 } // namespace platform

@@ -2,9 +2,9 @@
 //
 // The locks belong to the open file description, so they exclude within a process as well as between processes, and
 // end with the last descriptor, whatever kills its holder. A handle locks its own bytes, for what it does (reads,
-// writes) and what it denies; it may be there only while nobody else holds one of the opposite bytes. First the own
-// bytes are locked, then the opposite ones are tested: of two that exclude each other, both may give way in a race,
-// but never can both stay, so who has given way tries again a few times.
+// writes) and what it denies; it may be there only while nobody else holds one of the opposite bytes. It locks its own
+// bytes first and tests the opposite ones second. Two rivals may both back off, and then try again a few times; but
+// never can both succeed.
 //
 //                     second: access and share mode (1: reads, 2: writes, 3: both, 0: neither)
 //                     R0 R1 R2 R3   W0 W1 W2 W3   B0 B1 B2 B3
@@ -96,7 +96,15 @@ byte_range hull_of(unsigned bytes) {
 }
 
 share_result result_of_failure() {
-    return errno == EAGAIN || errno == EACCES ? share_result::conflict : share_result::unsupported;
+    switch (errno) {
+    case EAGAIN:
+    case EACCES: return share_result::conflict;
+    case EINVAL:
+    case ENOLCK: // also of a network file system without a lock service
+    case ENOSYS:
+    case EOPNOTSUPP: return share_result::unsupported;
+    default: return share_result::failed;
+    }
 }
 
 share_result lock_bytes(int descriptor, short type, unsigned bytes) {
@@ -106,30 +114,34 @@ share_result lock_bytes(int descriptor, short type, unsigned bytes) {
     return locked ? share_result::granted : result_of_failure();
 }
 
-// Whether nobody else has a lock there.
-bool is_free(int descriptor, byte_range range) {
+// Granted when nobody else has a lock there.
+share_result test_range(int descriptor, byte_range range) {
     struct flock lock;
-    return !lock_call(descriptor, F_OFD_GETLK, F_WRLCK, range, lock) || lock.l_type == F_UNLCK;
+    if (!lock_call(descriptor, F_OFD_GETLK, F_WRLCK, range, lock))
+        return result_of_failure();
+    return lock.l_type == F_UNLCK ? share_result::granted : share_result::conflict;
 }
 
-bool are_free(int descriptor, unsigned bytes) {
+share_result test_bytes(int descriptor, unsigned bytes) {
     // Mostly nobody is there at all, and one call tells. What lies between the tested bytes may be taken.
-    return is_free(descriptor, hull_of(bytes))
-           || each_range(bytes, [&](byte_range range) { return is_free(descriptor, range); });
+    share_result result = test_range(descriptor, hull_of(bytes));
+    if (result == share_result::conflict)
+        each_range(bytes, [&](byte_range range) {
+            return (result = test_range(descriptor, range)) == share_result::granted;
+        });
+    return result;
 }
 
 share_result try_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights) {
     unsigned own = own_bytes(claim);
     unsigned opposite = opposite_bytes(claim);
-    // Who denies everything can be there with nobody, so taking all bytes excludes nobody who could stay.
+    // A claim that denies both excludes everyone: it locks all four bytes in one call.
     if (claim.denies_reads && claim.denies_writes)
         own = opposite = all_bytes;
     const bool one_call_decides = own == opposite && rights.writes;
     const bool exclusive = one_call_decides || !rights.reads;
     const share_result result = lock_bytes(descriptor, exclusive ? F_WRLCK : F_RDLCK, own);
-    if (result != share_result::granted || one_call_decides || are_free(descriptor, opposite))
-        return result;
-    return share_result::conflict;
+    return result != share_result::granted || one_call_decides ? result : test_bytes(descriptor, opposite);
 }
 
 // A moment of a length that the other side of a race does not choose as well.
@@ -151,8 +163,10 @@ share_result take_claim(int descriptor, const share_claim& claim, const descript
         const share_result result = try_claim(descriptor, claim, rights);
         if (result == share_result::granted)
             return result;
+        const int error = errno;
         give_back_claim(descriptor);
-        if (result == share_result::unsupported || i + 1 == tries)
+        errno = error;
+        if (result != share_result::conflict || i + 1 == tries)
             return result;
         wait_a_little(i);
     }

@@ -26,6 +26,7 @@ enum class share_result {
     granted,
     conflict,
     unsupported, // the file system refuses such locks: nothing is held, and nothing keeps others away
+    failed,      // the locks could not be asked for, for want of memory or of locks: errno
 };
 
 share_result take_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights);
