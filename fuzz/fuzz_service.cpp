@@ -16,10 +16,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
               && directory.find('/') == std::string::npos);
     }
     const std::u16string wide = units_of(data, size);
-    const platform::command_line line(wide);
-    size_t units = line.program.size();
-    for (const std::u16string& argument : line.arguments)
-        units += argument.size();
-    check(units <= wide.size());
+    platform::command_line line(wide);
+    do {
+        size_t units = line.program().size();
+        for (const std::u16string& argument : line.arguments())
+            units += argument.size();
+        check(units <= wide.size());
+    } while (line.lengthen_program());
     return 0;
 }

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "platform/core/retry.h"
@@ -41,7 +43,42 @@ ucred sender_of(msghdr& message) {
     return sender;
 }
 
+// A directory of this user in which nobody else can put anything: found or made.
+bool make_own_directory(const std::string& path) {
+    struct stat found;
+    return (mkdir(path.c_str(), 0711) == 0 || errno == EEXIST) && lstat(path.c_str(), &found) == 0
+           && S_ISDIR(found.st_mode) && found.st_uid == geteuid() && (found.st_mode & 022) == 0
+           && access(path.c_str(), W_OK | X_OK) == 0;
+}
+
 } // namespace
+
+notify_place::notify_place(int service_directory) {
+    struct stat status = {};
+    fstat(service_directory, &status);
+    char name[48];
+    std::snprintf(name, sizeof name, "/%llx-%llx", static_cast<unsigned long long>(status.st_dev),
+                  static_cast<unsigned long long>(status.st_ino));
+    const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
+    const std::string shared = geteuid() == 0               ? "/run/zu"
+                               : runtime && *runtime == '/' ? std::string(runtime) + "/zu"
+                                                            : "";
+    if (shared.size() + sizeof name < sizeof sockaddr_un::sun_path && make_own_directory(shared)) {
+        path_ = shared + name;
+        return;
+    }
+    char fresh[] = "/tmp/zu-XXXXXX";
+    if (!mkdtemp(fresh))
+        return;
+    made_ = fresh;
+    if (chmod(fresh, 0711) == 0) // a service that gives up its rights must reach the socket
+        path_ = made_ + name;
+}
+
+notify_place::~notify_place() {
+    if (!made_.empty())
+        rmdir(made_.c_str());
+}
 
 notify_socket::~notify_socket() {
     if (socket_)
@@ -51,14 +88,14 @@ notify_socket::~notify_socket() {
 bool notify_socket::open(const std::string& path) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        errno = ENAMETOOLONG;
+    if (path.empty() || path.size() >= sizeof address.sun_path) {
+        errno = path.empty() ? EACCES : ENAMETOOLONG;
         return false;
     }
     std::memcpy(address.sun_path, path.data(), path.size());
     descriptor opened(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
-    unlink(path.c_str()); // of a helper that was killed
+    unlink(path.c_str()); // a helper that was killed has left it
     if (!opened || setsockopt(opened.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0
         || bind(opened.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0
         || chmod(path.c_str(), 0666) != 0) // for a service that gives up its rights; who reports is checked

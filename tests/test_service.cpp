@@ -1,4 +1,6 @@
 // Services: real processes under the helper, and what becomes of them when either is killed.
+#include <sys/prctl.h>
+
 #include <cctype>
 #include <sstream>
 
@@ -10,9 +12,14 @@ namespace {
 // The services are this program itself, started with --service LOG STEP... A step is a report to send (READY=1), behind
 // `first=` only while the log is empty, a number of milliseconds to sleep, `exit=N`, `log` or `log-helper`, which add
 // the process's number, or its helper's, to the log, `child`, which leaves a process behind that hears no SIGTERM and
-// says that it is ready, or `vfork`, which is held up by a child for a while. Then it waits for ever.
+// says that it is ready, or `loose`, which does what lets a program survive its helper. Then it waits for ever. Nothing is
+// reported while there is a file LOG.hush.
+
+const char* log_file;
 
 void report(const char* text) {
+    if (access((std::string(log_file) + ".hush").c_str(), F_OK) == 0)
+        return;
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, std::getenv("NOTIFY_SOCKET"), sizeof address.sun_path - 1);
@@ -20,8 +27,6 @@ void report(const char* text) {
     sendto(sender, text, std::strlen(text), 0, reinterpret_cast<sockaddr*>(&address), sizeof address);
     close(sender);
 }
-
-const char* log_file;
 
 void log_process(pid_t process) {
     std::ofstream(log_file, std::ios::app) << process << '\n';
@@ -40,11 +45,9 @@ void take_step(const std::string& step) {
             pause();
         }
         signal(SIGTERM, SIG_DFL);
-    } else if (step == "vfork") {
-        if (vfork() == 0) {
-            usleep(500'000);
-            _exit(0);
-        }
+    } else if (step == "loose") {
+        prctl(PR_SET_PDEATHSIG, 0);
+        close_range(3, ~0u, 0);
     } else if (step.compare(0, 6, "first=") == 0) {
         if (std::ifstream(log_file).peek() == EOF)
             report(step.c_str() + 6);
@@ -63,6 +66,15 @@ __attribute__((constructor)) void be_a_service(int count, char** arguments) {
     log_file = arguments[2];
     std::for_each(arguments + 3, arguments + count, take_step);
     pause();
+}
+
+// A field of a process, as ps names it; empty once the process has gone.
+std::string field_of(pid_t process, const std::string& field) {
+    return run_command("ps -o " + field + "= -p " + std::to_string(process)).output;
+}
+bool is_gone(pid_t process) {
+    const std::string state = field_of(process, "stat");
+    return state.empty() || state[0] == 'Z'; // whose parent has not looked yet
 }
 
 using platform::SERVICE_STATUS;
@@ -121,7 +133,7 @@ protected:
     uint32_t start_code(const char16_t* name) const {
         return code_of(platform::StartServiceW(open(name), 0, nullptr));
     }
-    uint32_t control_code(const char16_t* name, uint32_t control) const {
+    uint32_t stop_code(const char16_t* name, uint32_t control = SERVICE_CONTROL_STOP) const {
         SERVICE_STATUS unused;
         return code_of(platform::ControlService(open(name), control, &unused));
     }
@@ -129,6 +141,14 @@ protected:
         SERVICE_STATUS found = {};
         EXPECT_TRUE(platform::QueryServiceStatus(open(name, SERVICE_QUERY_STATUS), &found));
         return found;
+    }
+
+    static std::string text_of(const SERVICE_STATUS& it) {
+        std::ostringstream text;
+        text << "type " << it.dwServiceType << ", state " << it.dwCurrentState << ", takes "
+             << it.dwControlsAccepted << ", exit " << it.dwWin32ExitCode << ", check point "
+             << it.dwCheckPoint << ", hint " << it.dwWaitHint;
+        return text.str();
     }
 
     static bool becomes(const char16_t* name, uint32_t wanted) {
@@ -153,34 +173,24 @@ protected:
     const std::string services_ = std::getenv("ZU_HOST") + std::string("/services");
 };
 
-TEST_F(service, whole_life_of_one_that_says_nothing) {
+TEST_F(service, life_of_one_that_says_nothing) {
     EXPECT_EQ(state(u"Quiet"), 0u);
-    EXPECT_EQ(GetLastError(), 1060u);
-    ASSERT_TRUE(install_steps(u"Quiet", "vfork vfork vfork"));
+    EXPECT_EQ(GetLastError(), codes::service_does_not_exist);
+    ASSERT_TRUE(install_steps(u"Quiet", ""));
     EXPECT_TRUE(ZU_NT_service_exist(nullptr, u"quIET"));
     SERVICE_STATUS now = status(u"Quiet");
-    EXPECT_TRUE(now.dwServiceType == 0x10 && now.dwCurrentState == SERVICE_STOPPED
-                && now.dwControlsAccepted == 0 && now.dwWin32ExitCode == ERROR_SERVICE_NEVER_STARTED
-                && now.dwWaitHint == 0);
+    EXPECT_EQ(text_of(now), "type 16, state 1, takes 0, exit 1077, check point 0, hint 0");
 
     EXPECT_EQ(start_code(u"Quiet"), 0u);
-    now = status(u"Quiet");
-    EXPECT_TRUE(now.dwCurrentState == SERVICE_START_PENDING && now.dwCheckPoint == 0 && now.dwWaitHint == 2000
-                && now.dwWin32ExitCode == 0);
-    EXPECT_EQ(control_code(u"Quiet", SERVICE_CONTROL_STOP), 1061u) << "while it is starting";
+    EXPECT_EQ(text_of(status(u"Quiet")), "type 16, state 2, takes 0, exit 0, check point 0, hint 2000");
+    EXPECT_EQ(stop_code(u"Quiet"), codes::service_cannot_accept_control) << "while it is starting";
     EXPECT_TRUE(starts(u"Quiet")) << "what is starting, or runs, is waited for";
-    EXPECT_EQ(start_code(u"Quiet"), 1056u);
-    EXPECT_EQ(status(u"Quiet").dwControlsAccepted, 3u);
-
-    EXPECT_EQ(control_code(u"Quiet", SERVICE_CONTROL_PAUSE), 0u) << "while it is held up by a child";
-    EXPECT_TRUE(becomes(u"Quiet", SERVICE_PAUSED));
-    EXPECT_EQ(control_code(u"Quiet", SERVICE_CONTROL_CONTINUE), 0u);
-    EXPECT_TRUE(becomes(u"Quiet", SERVICE_RUNNING));
-    EXPECT_EQ(control_code(u"Quiet", SERVICE_CONTROL_PAUSE), 0u);
-    EXPECT_TRUE(becomes(u"Quiet", SERVICE_PAUSED));
+    EXPECT_EQ(start_code(u"Quiet"), codes::service_already_running);
+    EXPECT_EQ(text_of(status(u"Quiet")), "type 16, state 4, takes 1, exit 0, check point 0, hint 0");
     EXPECT_TRUE(stops(u"quiet"));
-    EXPECT_EQ(code_of(platform::ControlService(open(u"Quiet"), SERVICE_CONTROL_STOP, &now)), 1062u);
-    EXPECT_TRUE(now.dwCurrentState == SERVICE_STOPPED && now.dwWin32ExitCode == 0);
+    EXPECT_EQ(code_of(platform::ControlService(open(u"Quiet"), SERVICE_CONTROL_STOP, &now)),
+              codes::service_not_active);
+    EXPECT_EQ(text_of(now), "type 16, state 1, takes 0, exit 0, check point 0, hint 2000");
     EXPECT_TRUE(ZU_NT_service_uninstall(nullptr, u"Quiet"));
 }
 
@@ -196,16 +206,36 @@ TEST_F(service, programs_that_cannot_run) {
         ASSERT_TRUE(install(u"broken", command));
         EXPECT_EQ(start_code(u"broken"), code);
         EXPECT_EQ(status(u"broken").dwWin32ExitCode, code);
-        EXPECT_EQ(code_of(starts(u"broken")), 1053u);
+        EXPECT_EQ(code_of(starts(u"broken")), codes::service_request_timeout);
         ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, u"broken"));
+    }
+}
+
+// A path needs no quotes where no program has a shorter name, and no letter in the right case.
+TEST_F(service, programs_by_other_spellings) {
+    place_.make_directory("My Programs");
+    place_.make_directory("My");
+    place_.write("My Programs/a b", "#!/bin/sh\nprintf %s \"$*\" >\"$(dirname \"$0\")/said\"\n");
+    chmod(place_.host_path("My Programs/a b").c_str(), 0755);
+    const std::u16string byte = {0xDCE9};
+    for (const std::u16string& command :
+         {u'"' + place_.drive_path(u"MY PROGRAMS\\A B") + u"\" -x  caf" + byte,
+          place_.drive_path(u"My programs\\a b") + u" -x  caf" + byte,
+          wide(place_.host_path("My Programs/a b")) + u" -x  caf" + byte}) {
+        ASSERT_TRUE(install(u"spelled", command));
+        EXPECT_EQ(start_code(u"spelled"), 0u) << narrow(command.substr(0, command.size() - 1));
+        EXPECT_TRUE(becomes(u"spelled", SERVICE_STOPPED));
+        EXPECT_EQ(place_.read("My Programs/said"), "-x caf\xE9");
+        place_.write("My Programs/said", "");
+        ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, u"spelled"));
     }
 }
 
 TEST_F(service, those_that_end_by_themselves) {
     ASSERT_TRUE(install_steps(u"brief", "exit=7"));
-    EXPECT_EQ(code_of(starts(u"brief")), 1053u);
+    EXPECT_EQ(code_of(starts(u"brief")), codes::service_request_timeout);
     EXPECT_TRUE(becomes(u"brief", SERVICE_STOPPED));
-    EXPECT_EQ(status(u"brief").dwWin32ExitCode, 1066u);
+    EXPECT_EQ(status(u"brief").dwWin32ExitCode, codes::service_specific_error);
     EXPECT_EQ(status(u"brief").dwServiceSpecificExitCode, 7u);
 
     // Its child ignores the request to end, and is killed: only then is the service stopped.
@@ -214,7 +244,7 @@ TEST_F(service, those_that_end_by_themselves) {
     EXPECT_TRUE(becomes(u"parent", SERVICE_STOP_PENDING)) << "it says so itself";
     EXPECT_EQ(kill(logged().back(), SIGTERM), 0);
     ASSERT_TRUE(becomes(u"parent", SERVICE_STOPPED));
-    EXPECT_EQ(status(u"parent").dwWin32ExitCode, 1067u);
+    EXPECT_EQ(status(u"parent").dwWin32ExitCode, codes::process_aborted);
     EXPECT_EQ(kill(logged().front(), 0), -1);
 }
 
@@ -227,30 +257,49 @@ TEST_F(service, reports_decide_from_the_first_one_on) {
     ZU_sleep(600);
     EXPECT_EQ(state(u"slow"), SERVICE_START_PENDING + 0u) << "it has reported before: silence does not count";
 
+    // Once it does not report any more it waits in vain, but can be stopped, and then silence counts again.
+    EXPECT_TRUE(becomes(u"slow", SERVICE_RUNNING) && stops(u"slow"));
+    std::ofstream(place_.host_path("log.hush"));
+    EXPECT_EQ(code_of(starts(u"slow")), codes::service_request_timeout);
+    EXPECT_TRUE(stops(u"slow"));
+    EXPECT_TRUE(starts(u"slow"));
+    std::filesystem::remove(place_.host_path("log.hush"));
+
     ASSERT_TRUE(install_steps(u"never", "child log EXTEND_TIMEOUT_USEC=500000"));
-    EXPECT_EQ(code_of(starts(u"never")), 1053u);
+    EXPECT_EQ(code_of(starts(u"never")), codes::service_request_timeout);
+    ZU_sleep(600);
     const SERVICE_STATUS it = status(u"never");
-    EXPECT_TRUE(it.dwCurrentState == SERVICE_START_PENDING && it.dwCheckPoint == 1 && it.dwWaitHint == 500);
+    EXPECT_EQ(text_of(it), "type 16, state 2, takes 1, exit 0, check point 1, hint 500");
+    EXPECT_TRUE(stops(u"never")) << "it has been silent for longer than it asked for";
 }
 
+// Whatever is killed, and however the program has cut itself loose: nothing lives on, and no second one is started.
 TEST_F(service, killed_from_outside) {
-    ASSERT_TRUE(install_steps(u"victim", "child log log-helper READY=1"));
-    for (const auto& [program, helper] : {std::pair(true, false), {false, true}, {true, true}}) {
-        SCOPED_TRACE(testing::Message() << "program " << program << ", helper " << helper);
+    ASSERT_TRUE(install_steps(u"victim", "child log log-helper READY=1 loose"));
+    enum { program = 1, helper = 2, keeper = 4 };
+    for (const int killed : {+program, +helper, program | helper, helper | keeper}) {
+        SCOPED_TRACE(killed);
         ASSERT_EQ(code_of(starts(u"victim")), 0u);
         const std::vector<pid_t> processes = logged();
         ASSERT_GE(processes.size(), 3u);
-        if (helper)
-            kill(processes.back(), SIGKILL); // first, so that it does not report the end of the program
-        if (program)
-            kill(processes.end()[-2], SIGKILL);
-        // Without the helper, the child holds on.
-        ASSERT_TRUE(becomes(u"victim", helper ? SERVICE_STOP_PENDING : SERVICE_STOPPED));
-        EXPECT_TRUE(program || stops(u"victim"));
-        const SERVICE_STATUS now = status(u"victim");
-        EXPECT_TRUE(now.dwCurrentState != SERVICE_STOPPED || now.dwWin32ExitCode == 1067);
+        const pid_t helper_process = processes.back(), program_process = processes.end()[-2];
+        if (killed & keeper)
+            kill(std::stoi(field_of(helper_process, "ppid")), SIGKILL);
+        if (killed & helper)
+            kill(helper_process, SIGKILL); // before the program, so that it does not report its end
+        if (killed & program)
+            kill(program_process, SIGKILL);
+        if (killed & keeper) {
+            EXPECT_TRUE(becomes(u"victim", SERVICE_STOP_PENDING)) << "the program lives";
+            continue; // the next start ends it
+        }
+        EXPECT_TRUE(becomes(u"victim", SERVICE_STOPPED));
+        EXPECT_EQ(status(u"victim").dwWin32ExitCode, codes::process_aborted);
+        EXPECT_TRUE(is_gone(program_process));
     }
+    const pid_t left = logged().end()[-2];
     EXPECT_TRUE(starts(u"victim"));
+    EXPECT_TRUE(is_gone(left));
 }
 
 TEST_F(service, of_starts_at_the_same_time_one_succeeds) {
@@ -261,7 +310,7 @@ TEST_F(service, of_starts_at_the_same_time_one_succeeds) {
         for (int i = 0; i < 8; ++i)
             starters.add([&] { sum_of_codes += start_code(u"single"); });
         starters.join();
-        EXPECT_EQ(sum_of_codes, 7 * 1056u);
+        EXPECT_EQ(sum_of_codes, 7 * codes::service_already_running);
         EXPECT_TRUE(becomes(u"single", SERVICE_RUNNING));
         EXPECT_EQ(logged().size(), round);
         EXPECT_TRUE(stops(u"single"));
@@ -271,24 +320,24 @@ TEST_F(service, of_starts_at_the_same_time_one_succeeds) {
 TEST_F(service, dependencies_come_first) {
     ASSERT_TRUE(install_steps(u"top", "log READY=1", u"middle\0BASE\0"));
     ASSERT_TRUE(install_steps(u"middle", "log READY=1", u"base\0"));
-    EXPECT_EQ(start_code(u"top"), 1075u) << "a missing one of a missing one";
+    EXPECT_EQ(start_code(u"top"), codes::service_dependency_deleted) << "a missing one of a missing one";
     ASSERT_TRUE(install_steps(u"base", "exit=1"));
-    EXPECT_EQ(start_code(u"top"), 1068u);
+    EXPECT_EQ(start_code(u"top"), codes::service_dependency_fail);
     ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, u"base"));
     ASSERT_TRUE(install_steps(u"base", "log 300 READY=1"));
     EXPECT_TRUE(starts(u"top"));
     EXPECT_TRUE(state(u"base") == SERVICE_RUNNING && state(u"middle") == SERVICE_RUNNING);
-    EXPECT_EQ(control_code(u"base", SERVICE_CONTROL_STOP), 1051u) << "others need it";
+    EXPECT_EQ(stop_code(u"base"), codes::dependent_services_running) << "others need it";
     EXPECT_TRUE(stops(u"top") && stops(u"middle") && stops(u"base"));
 
-    EXPECT_EQ(code_of(install(u"self", u"/bin/true", u"Self\0")), 1059u);
+    EXPECT_EQ(code_of(install(u"self", u"/bin/true", u"Self\0")), codes::circular_dependency);
     ASSERT_TRUE(install(u"early", u"/bin/true", u"late\0"));
-    EXPECT_EQ(code_of(install(u"late", u"/bin/true", u"top\0early\0")), 1059u);
+    EXPECT_EQ(code_of(install(u"late", u"/bin/true", u"top\0early\0")), codes::circular_dependency);
 }
 
 TEST_F(service, names_rights_and_arguments) {
     ASSERT_TRUE(install(u"taken", u"/bin/true", nullptr, SERVICE_DISABLED));
-    EXPECT_EQ(start_code(u"taken"), 1058u);
+    EXPECT_EQ(start_code(u"taken"), codes::service_disabled);
     const std::u16string longest(256, u'é'), too_long(257, u'x');
     const struct {
         const char16_t *name, *display;
@@ -297,8 +346,8 @@ TEST_F(service, names_rights_and_arguments) {
         uint32_t code;
     } rows[] = {{longest.c_str(), u"", 0x110, 2, u"x", 0},
                 {u"..", u"%25 \xD800 d", 1, 0, u"x", 0}, // a driver, under an odd name
-                {u"TAKEN", nullptr, 0x10, 3, u"x", 1073},
-                {u"other", u"Taken", 0x10, 3, u"x", 1078},
+                {u"TAKEN", nullptr, 0x10, 3, u"x", codes::service_exists},
+                {u"other", u"Taken", 0x10, 3, u"x", codes::duplicate_service_name},
                 {u"", nullptr, 0x10, 3, u"x", 123},
                 {u"a/b", nullptr, 0x10, 3, u"x", 123},
                 {too_long.c_str(), nullptr, 0x10, 3, u"x", 123},
@@ -320,20 +369,19 @@ TEST_F(service, names_rights_and_arguments) {
     EXPECT_EQ(code_of(platform::StartServiceW(looked_at, 0, nullptr)), 5u);
     EXPECT_EQ(code_of(platform::ControlService(looked_at, SERVICE_CONTROL_STOP, &now)), 5u);
     EXPECT_EQ(code_of(platform::QueryServiceStatus(open(u"taken", SERVICE_START), &now)), 5u);
-    EXPECT_EQ(control_code(u"taken", 77), 87u);
-    EXPECT_EQ(control_code(u"taken", SERVICE_CONTROL_INTERROGATE), 1062u);
+    EXPECT_EQ(stop_code(u"taken", 77), codes::invalid_service_control);
     EXPECT_EQ(code_of(platform::QueryServiceStatus(manager, &now)), 6u);
 
     ZU_wchar own[65];
     ASSERT_EQ(ZU_gethostname(own, 65), 1);
     EXPECT_TRUE(ZU_NT_service_exist((u"\\\\" + std::u16string(own)).c_str(), u"taken"));
-    EXPECT_EQ(code_of(ZU_NT_service_exist(u"elsewhere.invalid", u"taken")), 1722u);
-    EXPECT_EQ(code_of(platform::OpenSCManagerW(nullptr, u"other", 1)), 1065u);
+    EXPECT_EQ(code_of(ZU_NT_service_exist(u"elsewhere.invalid", u"taken")), codes::server_unavailable);
+    EXPECT_EQ(code_of(platform::OpenSCManagerW(nullptr, u"other", 1)), codes::database_does_not_exist);
 
     const int lock = ::open((services_ + "/.lock").c_str(), O_RDWR);
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
-    EXPECT_EQ(code_of(open(u"free", 4)), 1060u);
-    EXPECT_EQ(code_of(install(u"locked", u"/bin/true")), 1055u);
+    EXPECT_EQ(code_of(open(u"free", 4)), codes::service_does_not_exist);
+    EXPECT_EQ(code_of(install(u"locked", u"/bin/true")), codes::service_database_locked);
     ::close(lock);
 }
 
@@ -342,12 +390,12 @@ TEST_F(service, deleted_once_it_has_stopped_and_nobody_has_it_open) {
     ASSERT_TRUE(starts(u"going"));
     handle first = open(u"going"), second = open(u"going");
     EXPECT_TRUE(platform::DeleteService(first));
-    EXPECT_EQ(code_of(platform::DeleteService(second)), 1072u);
+    EXPECT_EQ(code_of(platform::DeleteService(second)), codes::service_marked_for_delete);
     first.close();
     EXPECT_EQ(state(u"going"), SERVICE_RUNNING + 0u);
-    EXPECT_EQ(code_of(install(u"going", u"/bin/true")), 1072u);
+    EXPECT_EQ(code_of(install(u"going", u"/bin/true")), codes::service_marked_for_delete);
     EXPECT_TRUE(stops(u"going"));
-    EXPECT_EQ(start_code(u"going"), 1072u);
+    EXPECT_EQ(start_code(u"going"), codes::service_marked_for_delete);
     EXPECT_TRUE(ZU_NT_service_exist(nullptr, u"going")) << "somebody has it open";
     second.close();
     EXPECT_EQ(left_behind(), "");
@@ -373,9 +421,10 @@ TEST_F(service, installing_and_removing_can_be_cut_short) {
         usleep(2000 + round * 37 % 1000);
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
-        if (code_of(ZU_NT_service_exist(nullptr, u"cut")) != 1060) {
+        if (code_of(ZU_NT_service_exist(nullptr, u"cut")) != codes::service_does_not_exist) {
             EXPECT_EQ(state(u"cut"), SERVICE_STOPPED + 0u);
-            EXPECT_TRUE(ZU_NT_service_uninstall(nullptr, u"cut") || GetLastError() == 1072);
+            EXPECT_TRUE(ZU_NT_service_uninstall(nullptr, u"cut")
+                        || GetLastError() == codes::service_marked_for_delete);
         }
     }
     EXPECT_TRUE(install(u"cut", u"/bin/true"));
@@ -395,14 +444,123 @@ TEST_F(service, ordinary_users_look_and_do_not_touch) {
     });
     EXPECT_EQ(user.output, "state 4, stop 5, open 5, install 5");
 
-    // Locks that anybody can place on what anybody may read keep nothing from being started.
-    EXPECT_TRUE(stops(u"system"));
-    const int reader = ::open((services_ + "/system/status").c_str(), O_RDONLY);
-    struct flock lock = {};
-    lock.l_type = F_RDLCK;
-    EXPECT_EQ(fcntl(reader, F_OFD_SETLK, &lock), 0);
-    EXPECT_TRUE(starts(u"system"));
-    ::close(reader);
+    // Nor does a lock for reading, which anybody may place on what anybody may read, keep anything from starting.
+    const pid_t reader = fork();
+    if (reader == 0) {
+        become_ordinary_user();
+        for (int before = -1;; usleep(500)) {
+            const int status = ::open((services_ + "/system/status").c_str(), O_RDONLY | O_CLOEXEC);
+            struct flock helper_byte = {};
+            helper_byte.l_type = F_RDLCK;
+            helper_byte.l_start = helper_byte.l_len = 1;
+            fcntl(status, F_OFD_SETLK, &helper_byte);
+            ::close(std::exchange(before, status));
+        }
+    }
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_TRUE(stops(u"system"));
+        EXPECT_TRUE(starts(u"system"));
+    }
+    kill(reader, SIGKILL);
+    waitpid(reader, nullptr, 0);
+}
+
+// What could not be asked is no answer: a running service is not taken for a dead one, nor a needed one for a free one.
+TEST_F(service, callers_short_of_descriptors) {
+    ASSERT_TRUE(install_steps(u"slow to end", "log READY=1"));
+    ASSERT_TRUE(install_steps(u"on top", "READY=1", u"slow to end\0"));
+    ASSERT_TRUE(starts(u"on top"));
+    const auto leave_room = [](rlim_t room) {
+        rlimit limit = {1024, 1024};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = static_cast<rlim_t>(dup(0)) + room;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    };
+    const auto ask = [&] {
+        for (rlim_t room = 0; room < 8; ++room) {
+            leave_room(room);
+            const uint32_t code = code_of(state(u"slow to end") == SERVICE_RUNNING);
+            if (code != 0 && code != codes::too_many_open_files)
+                printf("with room for %d: state %u\n", int(room), code);
+        }
+    };
+    const outcome starved = run_child([&] {
+        const handle opened = open(u"slow to end");
+        SERVICE_STATUS now;
+        for (rlim_t room = 0; room < 8; ++room) {
+            leave_room(room);
+            const uint32_t stopped = code_of(platform::ControlService(opened, SERVICE_CONTROL_STOP, &now));
+            if (stopped != codes::dependent_services_running && stopped != codes::too_many_open_files)
+                printf("with room for %d: stop %u\n", int(room), stopped);
+            ZU_NT_service_install(nullptr, u"too", u"On Top", u"x", 0x10, 3, nullptr);
+        }
+        ask();
+    });
+    EXPECT_EQ(starved.output, "");
+    EXPECT_FALSE(ZU_NT_service_exist(nullptr, u"too")) << "its display name is taken";
+    ASSERT_TRUE(stops(u"on top") && platform::DeleteService(open(u"slow to end")));
+    EXPECT_EQ(run_child(ask).output, "");
+    EXPECT_EQ(state(u"slow to end"), SERVICE_RUNNING + 0u) << "marked, and alive";
+}
+
+// Whoever may write to the directory of a service may start it, and everybody may look, whatever the umask was.
+TEST_F(service, groups_and_the_umask) {
+    if (!is_root())
+        GTEST_SKIP() << "an ordinary user cannot become another one";
+    setenv("ZU_HOST", place_.host_path("deep/host").c_str(), 1);
+    const mode_t before = umask(077);
+    ASSERT_TRUE(install_steps(u"shared", "READY=1"));
+    EXPECT_TRUE(starts(u"shared") && stops(u"shared"));
+    umask(before);
+    const std::string all = place_.host_path("deep/host/services");
+    const auto group = static_cast<gid_t>(
+        std::stoi(run_as_ordinary_user([] { printf("%d", static_cast<int>(getegid())); }).output));
+    for (const std::string& directory : {all, all + "/shared"})
+        ASSERT_TRUE(chown(directory.c_str(), 0, group) == 0 && chmod(directory.c_str(), 0775) == 0);
+    EXPECT_TRUE(starts(u"shared") && stops(u"shared")) << "makes the lock anew for the group";
+    const outcome member = run_as_ordinary_user([&] {
+        unsetenv("XDG_RUNTIME_DIR");
+        printf("state %u", state(u"shared"));
+        printf(", start %u", code_of(starts(u"shared")));
+        printf(", stop %u", stop_code(u"shared"));
+    });
+    EXPECT_EQ(member.output, "state 1, start 0, stop 0");
+}
+
+// In a mount namespace with a system log of its own.
+TEST_F(service, failed_starts_are_told_on_the_system_log) {
+    ASSERT_TRUE(install(u"broken", u"/no/such/program"));
+    ASSERT_TRUE(install_steps(u"brief", "exit=7"));
+    const outcome told = run_child([&] {
+        sockaddr_un address = {AF_UNIX, "/dev/log"};
+        const int log = socket(AF_UNIX, SOCK_DGRAM, 0);
+        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, "") != 0
+            || mount("own", "/dev", "tmpfs", 0, "") != 0 || mknod("/dev/null", S_IFCHR | 0666, 0x103) != 0
+            || bind(log, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+            _exit(2);
+        start_code(u"broken");
+        start_code(u"brief");
+        becomes(u"brief", SERVICE_STOPPED);
+        setenv("ZU_HELPER", "/no/helper", 1);
+        start_code(u"brief");
+        start_code(u"brief");
+        char line[1000];
+        for (ssize_t size; (size = recv(log, line, sizeof line - 1, MSG_DONTWAIT)) > 0;) {
+            line[size] = 0;
+            printf("%s\n", std::strstr(line, "]: ") + 3);
+        }
+    });
+    if (told.exit_code == 2)
+        GTEST_SKIP() << "this user may not make a mount namespace";
+    const std::string no_helper =
+        "service brief has not started: starting zu-helper: There is no file of that name. (2)\n";
+    EXPECT_EQ(told.output, "service broken has not started: finding its program: "
+                           "A directory on the path does not exist. (3)\n"
+                           "service brief has not started: its program ended with 7 before it was ready: "
+                           "The service ended with an error code of its own. (1066)\n"
+                           "cannot start /no/helper: No such file or directory; "
+                           "no service will start and every password will be refused\n"
+                               + no_helper + no_helper);
 }
 
 TEST(command_line, words_quotes_and_backslashes) {
@@ -414,8 +572,8 @@ TEST(command_line, words_quotes_and_backslashes) {
     // clang-format on
     for (const auto& [text, expected] : rows) {
         const platform::command_line line(text);
-        std::u16string words = line.program + u'|';
-        for (const std::u16string& word : line.arguments)
+        std::u16string words = line.program() + u'|';
+        for (const std::u16string& word : line.arguments())
             words += word + u'|';
         EXPECT_EQ(words, expected);
     }

@@ -1706,35 +1706,51 @@ ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const Z
 /* ---- Service control ---------------------------------------------------------------------------------------- */
 /*
  * Services are programs that the platform's manager keeps: it records them, starts and stops them, and tells their
- * state. The machine is null for this one; names are blind to case. A function that fails gives false and leaves the
- * code of the step that failed: 1060 no such service, 5 not allowed, 1722 no manager on that machine, 123 a name that
- * no service can have. Any thread; installing needs the rights of an administrator, telling the state does not.
+ * state. Any thread; starting, stopping and uninstalling block the caller for as long as they wait.
+ *
+ * The machine is null, "", "." or its own name for this one. Names are blind to case and have 1 to 256 units. A function
+ * that fails gives false and leaves the code of the step that failed: 1060 (ERROR_SERVICE_DOES_NOT_EXIST), 5
+ * (ERROR_ACCESS_DENIED), 1722 (RPC_S_SERVER_UNAVAILABLE) for another machine, on Linux for every other one, 123
+ * (ERROR_INVALID_NAME) for a name that no service can have, 487 (ERROR_INVALID_ADDRESS) for null, 4
+ * (ERROR_TOO_MANY_OPEN_FILES) where no descriptor is left. Installing, starting, stopping and uninstalling need the
+ * rights of an administrator; whether a service exists, and its state, anybody may ask.
  *
  * Starting and stopping wait for as long as the service reports progress: until it has not done so for longer than
  * the time that it asked for itself.
+ *
+ * On Linux an administrator is whoever may write to the directory of the services; a service runs as the user who starts
+ * it, and only that user and root can stop it. It is not started with the machine, and ends with the control group of
+ * its starter. It reports by datagrams to the socket that NOTIFY_SOCKET names; one that never does counts as running
+ * when it is alive after half a second. Why a start failed stands on the system log.
  */
 
 /*
- * Installs a service. `command_line` is what starts its program: the path, in quotes if it holds spaces, and arguments.
- * `type` and `start_type` are the platform's (SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START ...). `dependencies` are
- * the names of services to be started first, each ended by a zero and all by another, or null. Codes: 1073 the name is
- * taken, 1072 by a service that is being deleted, 1078 the display name is taken, 1059 it would depend on itself, 87.
+ * Installs a service. `command_line` is what starts its program: the path and arguments. A path with spaces belongs in
+ * quotes; without them the first program counts whose name ends at a space. `type` and `start_type` are the platform's
+ * (SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START ...). A display name of null or "" is the name. `dependencies` are the
+ * names of services to be started first, each ended by a zero and all by another, or null; they need not exist yet.
+ * Codes: 1073 (ERROR_SERVICE_EXISTS), 1072 (ERROR_SERVICE_MARKED_FOR_DELETE) while a service of that name is being
+ * deleted, 1078 (ERROR_DUPLICATE_SERVICE_NAME) for the display name, 1059 (ERROR_CIRCULAR_DEPENDENCY), 1055
+ * (ERROR_SERVICE_DATABASE_LOCKED), 87 (ERROR_INVALID_PARAMETER) for types and command lines that no service can have.
  */
 ZU_API ZU_bool ZU_NT_service_install(const ZU_wchar* machine, const ZU_wchar* name,
                                      const ZU_wchar* display_name, const ZU_wchar* command_line,
                                      uint32_t type, uint32_t start_type, const ZU_wchar* dependencies);
 
-/* Stops a service if it can be stopped, waiting for that, and deletes it. Code 1072: it is being deleted already. */
+/*
+ * Stops a service if it can be stopped, waiting for that, and deletes it; one that goes on running is gone when it has
+ * ended. Code 1072: it is being deleted already.
+ */
 ZU_API ZU_bool ZU_NT_service_uninstall(const ZU_wchar* machine, const ZU_wchar* name);
 
 /*
- * Start or stop a service and wait until it runs or has stopped; true at once when it does or has. Code 1053: it did
- * not come to that, for whatever reason.
+ * Start or stop a service and wait until it runs or has stopped; true at once when it does or has. Code 1053
+ * (ERROR_SERVICE_REQUEST_TIMEOUT): it did not come to that, for whatever reason.
  */
 ZU_API ZU_bool ZU_NT_service_start(const ZU_wchar* machine, const ZU_wchar* name);
 ZU_API ZU_bool ZU_NT_service_stop(const ZU_wchar* machine, const ZU_wchar* name);
 
-/* Whether there is such a service. */
+/* Whether there is such a service. False with 1060 when there is none; another code when it could not be asked. */
 ZU_API ZU_bool ZU_NT_service_exist(const ZU_wchar* machine, const ZU_wchar* name);
 
 /* SERVICE_STOPPED (1), SERVICE_RUNNING (4) or another of the platform's seven states; 0 when it cannot be told. */
@@ -1742,7 +1758,9 @@ ZU_API uint32_t ZU_NT_service_get_state(const ZU_wchar* machine, const ZU_wchar*
 
 /*
  * Waits while a service is start-pending, or with starting = 0 stop-pending. `service` is the platform's open handle
- * with the right to query the status. False with code 1053 when it then neither runs nor has stopped, as it should.
+ * with the right to query the status, else code 6 (ERROR_INVALID_HANDLE) or 5; on Linux no function gives a caller such
+ * a handle, the functions above use this one. False with code 1053 when it then neither runs nor has stopped, as it
+ * should.
  */
 ZU_API ZU_bool ZU_NT_service_wait_pending(void* service, ZU_bool starting);
 

@@ -36,13 +36,14 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, const WCHAR* name, const WCHAR* disp
 BOOL DeleteService(SC_HANDLE service);
 
 // Starts what the service depends on, waits for that, and starts the service's program; it is start-pending then.
-// Arguments must be none (50). 1056 it is alive, 1055 the database is locked, 1058 it is disabled, 1072 it is being
+// Arguments must be none (50). 1056 it is alive or another start is under way, 1058 it is disabled, 1072 it is being
 // deleted, 1075 something it depends on is missing, 1068 or did not start, 1059 it depends on itself, 2 or 3 there is
 // no such program, 193 the file is none, 1053 the helper does not answer.
 BOOL StartServiceW(SC_HANDLE service, DWORD count, const WCHAR** arguments);
 
-// Passes a control on, and gives the status after it; also when the service is stopped (1062). 1061 it is pending, 1052
-// it does not take this control, 1051 a running service depends on it, 87 no such control.
+// Passes a stop on, the one control that services take here (others: 1052), and gives the status after it; also when the
+// service is stopped (1062). 1061 it is pending and has not been silent for longer than its wait hint, 1051 a running
+// service depends on it, 1053 its helper does not answer.
 BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status);
 
 BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status);
@@ -61,17 +62,11 @@ inline constexpr platform::DWORD SERVICE_QUERY_STATUS = 0x4;
 inline constexpr platform::DWORD SERVICE_ENUMERATE_DEPENDENTS = 0x8;
 inline constexpr platform::DWORD SERVICE_START = 0x10;
 inline constexpr platform::DWORD SERVICE_STOP = 0x20;
-inline constexpr platform::DWORD SERVICE_PAUSE_CONTINUE = 0x40;
 inline constexpr platform::DWORD SERVICE_INTERROGATE = 0x80;
-inline constexpr platform::DWORD SERVICE_USER_DEFINED_CONTROL = 0x100;
 inline constexpr platform::DWORD SERVICE_ALL_ACCESS = 0xF01FF;
 
 inline constexpr platform::DWORD SERVICE_CONTROL_STOP = 1;
-inline constexpr platform::DWORD SERVICE_CONTROL_PAUSE = 2;
-inline constexpr platform::DWORD SERVICE_CONTROL_CONTINUE = 3;
-inline constexpr platform::DWORD SERVICE_CONTROL_INTERROGATE = 4;
 
 inline constexpr platform::DWORD SERVICE_ACCEPT_STOP = 1;
-inline constexpr platform::DWORD SERVICE_ACCEPT_PAUSE_CONTINUE = 2;
 
 inline constexpr platform::DWORD SERVICE_ERROR_NORMAL = 1;

@@ -5,7 +5,6 @@
 #include <link.h>
 #include <spawn.h>
 #include <sys/auxv.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +14,9 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+
+#include "platform/core/system_log.h"
 
 namespace platform {
 
@@ -60,6 +62,14 @@ std::vector<char*> pointers_to(std::vector<std::string>& texts) {
     return pointers;
 }
 
+// Without the helper no service starts and no password is accepted, and the codes of those calls do not say why.
+void tell_once(const std::string& path, int error) {
+    static std::atomic_flag told;
+    if (!told.test_and_set())
+        write_system_log("cannot start " + path + ": " + std::strerror(error)
+                         + "; no service will start and every password will be refused");
+}
+
 class spawn_settings {
 public:
     spawn_settings() {
@@ -89,14 +99,6 @@ public:
     posix_spawn_file_actions_t files;
     posix_spawnattr_t attributes;
 };
-
-// Services that do not start and passwords that are refused do not tell why: the system log does, once a process.
-void tell_that_it_is_missing() {
-    static std::atomic_flag told;
-    if (!told.test_and_set())
-        syslog(LOG_DAEMON | LOG_ERR, "libzu: %s is missing: services do not start, passwords are refused",
-               helper_path().c_str());
-}
 
 } // namespace
 
@@ -131,10 +133,11 @@ pid_t start_helper(const char* command, int standard_input, std::initializer_lis
     environment.push_back("PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin");
 
     pid_t child = -1;
-    const int error = posix_spawn(&child, helper_path().c_str(), &settings.files, &settings.attributes,
+    const std::string path = helper_path();
+    const int error = posix_spawn(&child, path.c_str(), &settings.files, &settings.attributes,
                                   pointers_to(arguments).data(), pointers_to(environment).data());
-    if (error == ENOENT)
-        tell_that_it_is_missing();
+    if (error == ENOENT || error == EACCES)
+        tell_once(path, error);
     errno = error;
     return error == 0 ? child : -1;
 }

@@ -3,9 +3,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include <cerrno>
 #include <cstring>
@@ -14,7 +12,9 @@
 #include "platform/core/error.h"
 #include "platform/core/host_dir.h"
 #include "platform/core/retry.h"
-#include "platform/services/service_record.h"
+#include "platform/services/dependencies.h"
+#include "platform/services/service_lock.h"
+#include "platform/services/service_protocol.h"
 #include "platform/services/service_run.h"
 #include "platform/services/service_status.h"
 
@@ -24,9 +24,23 @@ namespace {
 
 constexpr const char* new_name = ".new";
 constexpr const char* gone_name = ".gone";
+constexpr const char* record_name = "record";
 
-descriptor open_directory(int at, const char* name) {
-    return descriptor(openat(at, name, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+std::string services_path() {
+    return in_host_directory("services");
+}
+
+descriptor open_services(const std::string& path) {
+    return descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+}
+
+descriptor open_service_directory(int all, const std::string& name) {
+    return descriptor(openat(all, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+}
+
+// What a failed look for a service means: nothing there, or that it could not be looked for.
+DWORD code_of_search(int error) {
+    return error == ENOENT || error == ENOTDIR ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(error);
 }
 
 // A lock on a service's record: for reading by whoever has the service open, for writing by whoever removes it. It
@@ -45,14 +59,14 @@ bool others_have_it_open(int record) {
     return fcntl(record, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
 }
 
-std::string read_whole(int directory, const char* name) {
-    std::string text;
+// False with errno.
+bool read_whole(int directory, const char* name, std::string& out) {
     const descriptor file(openat(directory, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     for (char block[4096];;) {
-        const ssize_t size = file ? retried([&] { return read(file.get(), block, sizeof block); }) : 0;
+        const ssize_t size = file ? retried([&] { return read(file.get(), block, sizeof block); }) : -1;
         if (size <= 0)
-            return text;
-        text.append(block, static_cast<size_t>(size));
+            return size == 0;
+        out.append(block, static_cast<size_t>(size));
     }
 }
 
@@ -69,34 +83,41 @@ bool write_whole(int directory, const char* name, std::string_view text) {
     return fchmod(file.get(), 0644) == 0 && fsync(file.get()) == 0;
 }
 
-// Calls the function with the name of every entry but "." and "..".
-template <class F>
-void each_entry(const descriptor& directory, F&& function) {
-    const int own = openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+// The names of all entries but "." and "..". False with errno.
+bool list(int directory, std::vector<std::string>& out) {
+    const int own = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     DIR* const stream = own < 0 ? nullptr : fdopendir(own);
     if (!stream)
-        return;
+        return false;
+    errno = 0;
     while (const dirent* entry = readdir(stream)) {
         if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-            function(entry->d_name);
+            out.emplace_back(entry->d_name);
     }
+    const int error = errno;
     closedir(stream);
+    errno = error;
+    return error == 0;
 }
 
 // A service's directory holds files alone.
-void remove_directory(int at, const char* name) {
-    const descriptor directory = open_directory(at, name);
-    if (!directory)
+void remove_directory(int all, const char* name) {
+    const descriptor directory = open_service_directory(all, name);
+    std::vector<std::string> files;
+    if (!directory || !list(directory.get(), files))
         return;
-    each_entry(directory, [&](const char* file) { unlinkat(directory.get(), file, 0); });
-    unlinkat(at, name, AT_REMOVEDIR);
+    for (const std::string& file : files)
+        unlinkat(directory.get(), file.c_str(), 0);
+    unlinkat(all, name, AT_REMOVEDIR);
 }
 
-// Makes a path of directories, as far as it is missing; the last one is for all to read.
+// Makes a path of directories, as far as it is missing. They are for all to read, whatever the umask: anybody may ask
+// for a service's state. False with errno.
 bool make_directories(const std::string& path) {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
-        if (mkdir(part.c_str(), 0755) != 0 && errno != EEXIST)
+        const bool is_made = mkdir(part.c_str(), 0755) == 0;
+        if (is_made ? chmod(part.c_str(), 0755) != 0 : errno != EEXIST)
             return false;
         if (end == std::string::npos)
             return true;
@@ -105,7 +126,7 @@ bool make_directories(const std::string& path) {
 
 // The nearest directory on the way to a path that exists.
 std::string existing_part(std::string path) {
-    while (path.size() > 1 && access(path.c_str(), F_OK) != 0)
+    while (path.size() > 1 && access(path.c_str(), F_OK) != 0 && errno == ENOENT)
         path.erase(std::max<size_t>(1, path.rfind('/')));
     return path;
 }
@@ -137,19 +158,20 @@ public:
         return errno == EEXIST ? ERROR_SERVICE_MARKED_FOR_DELETE : code_of_errno(errno);
     }
 
-    SERVICE_STATUS status() override {
+    DWORD status(SERVICE_STATUS& out) override {
         const std::lock_guard guard(watch_lock_);
-        return status_of(record_, watch_.look(directory_.get()));
+        service_life life;
+        const DWORD code = watch_.look(directory_.get(), life);
+        if (code == ERROR_SUCCESS)
+            out = status_of(record_, life);
+        return code;
     }
 
-    DWORD start() override {
-        const services_lock lock(path_, services_lock::use::shared);
-        return lock.code() != ERROR_SUCCESS ? lock.code() : start_service(directory_.get());
-    }
+    DWORD start() override { return start_service(directory_.get(), record_); }
 
-    DWORD control(DWORD control) override { return control_service(directory_.get(), control); }
+    DWORD stop() override { return stop_service(directory_.get()); }
 
-    void finish_off() override { finish_off_service(directory_.get()); }
+    DWORD finish_off() override { return finish_off_service(directory_.get()); }
 
 private:
     std::string path_; // of all services
@@ -160,36 +182,58 @@ private:
     status_watch watch_;
 };
 
-// Removes a marked service of which nothing lives and that nobody has open; the caller holds the lock.
-bool remove_unused(const descriptor& all, const char* name) {
-    const descriptor directory = open_directory(all.get(), name);
-    const descriptor record(openat(directory.get(), "record", O_RDWR | O_CLOEXEC | O_NOFOLLOW));
+// True only when it is certain.
+bool nothing_lives(int directory) {
+    service_life life;
+    return status_watch().look(directory, life) == ERROR_SUCCESS && !life.is_alive;
+}
+
+// Removes a marked service of which nothing lives and that nobody has open or starts; the caller holds the lock of all
+// services. Once nobody has it open nobody can begin to start it, but a helper may still be about to.
+bool remove_unused(int all, const std::string& name) {
+    const descriptor directory = open_service_directory(all, name);
+    const descriptor record(openat(directory.get(), record_name, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     if (!record || !has_mark(directory.get(), deleted_mark) || !lock_record(record.get(), F_WRLCK)
-        || status_watch().look(directory.get()).is_alive)
+        || service_lock::is_held(directory.get(), start_lock) || !nothing_lives(directory.get()))
         return false;
-    remove_notify_socket(directory.get());
-    remove_directory(all.get(), gone_name); // of a removal that was cut short
-    if (renameat(all.get(), name, all.get(), gone_name) != 0)
+    remove_directory(all, gone_name); // what a removal that was cut short has left
+    if (renameat(all, name.c_str(), all, gone_name) != 0)
         return false;
-    remove_directory(all.get(), gone_name);
+    remove_directory(all, gone_name);
     return true;
 }
 
 // Whether a service can be recorded under its names, and beside those that it depends on.
-DWORD code_of_names(service_manager& manager, const descriptor& all, const service_record& record) {
+DWORD check_names(service_manager& manager, int all, const service_record& record) {
     const std::string name = directory_name_of(record.name);
-    if (const descriptor same = open_directory(all.get(), name.c_str())) {
+    if (const descriptor same = open_service_directory(all, name)) {
         if (!has_mark(same.get(), deleted_mark))
             return ERROR_SERVICE_EXISTS;
-        if (!remove_unused(all, name.c_str()))
+        if (!remove_unused(all, name))
             return ERROR_SERVICE_MARKED_FOR_DELETE;
+    } else if (errno != ENOENT) {
+        return code_of_errno(errno);
     }
-    for (const service_record& other : manager.all()) {
+    std::vector<service_record> others;
+    if (const DWORD code = manager.all(others); code != ERROR_SUCCESS)
+        return code;
+    for (const service_record& other : others) {
         if (same_service_name(other.display_name, record.display_name)
             || same_service_name(other.name, record.display_name))
             return ERROR_DUPLICATE_SERVICE_NAME;
     }
-    return depends_on_itself(manager, record) ? ERROR_CIRCULAR_DEPENDENCY : ERROR_SUCCESS;
+    return check_for_circle(manager, record);
+}
+
+// Writes the directory under another name first. False with errno.
+bool write_service(int all, const service_record& record) {
+    remove_directory(all, new_name); // what an installation that was cut short has left
+    if (mkdirat(all, new_name, 0755) != 0)
+        return false;
+    const descriptor directory = open_service_directory(all, new_name);
+    return directory && fchmod(directory.get(), 0755) == 0
+           && write_whole(directory.get(), record_name, text_of(record)) && fsync(directory.get()) == 0
+           && renameat(all, new_name, all, directory_name_of(record.name).c_str()) == 0;
 }
 
 class directory_manager final : public service_manager {
@@ -198,72 +242,79 @@ public:
         return faccessat(AT_FDCWD, existing_part(services_path()).c_str(), W_OK | X_OK, AT_EACCESS) == 0;
     }
 
-    std::unique_ptr<installed_service> open(wide_view name, DWORD& code) override {
+    DWORD open(wide_view name, std::unique_ptr<installed_service>& out) override {
         const std::string path = services_path();
         const std::string directory_name = directory_name_of(name);
-        descriptor directory = open_directory(AT_FDCWD, (path + '/' + directory_name).c_str());
-        descriptor file(directory ? openat(directory.get(), "record", O_RDONLY | O_CLOEXEC | O_NOFOLLOW)
-                                  : -1);
-        code =
-            file || errno == ENOENT || errno == ENOTDIR ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(errno);
+        descriptor directory = open_service_directory(AT_FDCWD, path + '/' + directory_name);
+        if (!directory)
+            return code_of_search(errno);
+        descriptor file(openat(directory.get(), record_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
         if (!file)
-            return nullptr;
+            return code_of_search(errno);
         if (has_mark(directory.get(), deleted_mark) && !others_have_it_open(file.get())
-            && !status_watch().look(directory.get()).is_alive) {
+            && nothing_lives(directory.get())) {
             file.reset();
             remove_if_unused(path, directory_name); // as far as the caller may
-            return nullptr;
+            return ERROR_SERVICE_DOES_NOT_EXIST;
         }
         struct stat status;
-        if (!lock_record(file.get(), F_RDLCK) || fstat(file.get(), &status) != 0 || status.st_nlink == 0)
-            return nullptr; // it is being removed at this moment
+        if (!lock_record(file.get(), F_RDLCK))
+            return errno == EAGAIN || errno == EACCES ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(errno);
+        if (fstat(file.get(), &status) == 0 && status.st_nlink == 0)
+            return ERROR_SERVICE_DOES_NOT_EXIST; // it has been removed at this moment
         service_record record;
-        if (!read_service(directory.get(), record)) {
-            code = ERROR_INVALID_DATA;
-            return nullptr;
-        }
+        if (const DWORD code = read_service(directory.get(), record); code != ERROR_SUCCESS)
+            return code;
         if (!same_service_name(record.name, name))
-            return nullptr;
-        code = ERROR_SUCCESS;
-        return std::make_unique<directory_service>(path, std::move(directory), std::move(file),
-                                                   std::move(record));
+            return ERROR_SERVICE_DOES_NOT_EXIST;
+        out = std::make_unique<directory_service>(path, std::move(directory), std::move(file),
+                                                  std::move(record));
+        return ERROR_SUCCESS;
     }
 
-    bool find(wide_view name, service_record& out) override {
-        const std::string path = services_path() + '/' + directory_name_of(name);
-        return read_service(open_directory(AT_FDCWD, path.c_str()).get(), out)
-               && same_service_name(out.name, name);
+    DWORD find(wide_view name, service_record& out) override {
+        const descriptor directory =
+            open_service_directory(AT_FDCWD, services_path() + '/' + directory_name_of(name));
+        const DWORD code = directory ? read_service(directory.get(), out) : code_of_search(errno);
+        if (code != ERROR_SUCCESS)
+            return code;
+        return same_service_name(out.name, name) ? ERROR_SUCCESS : ERROR_SERVICE_DOES_NOT_EXIST;
     }
 
-    std::vector<service_record> all() override {
-        std::vector<service_record> found;
-        const descriptor directory = open_directory(AT_FDCWD, services_path().c_str());
-        each_entry(directory, [&](const char* name) {
+    DWORD all(std::vector<service_record>& out) override {
+        const descriptor directory = open_services(services_path());
+        std::vector<std::string> names;
+        if (!directory && errno == ENOENT)
+            return ERROR_SUCCESS; // no service was ever installed
+        if (!directory || !list(directory.get(), names))
+            return code_of_errno(errno);
+        for (const std::string& name : names) {
+            if (name[0] == '.')
+                continue;
             service_record record;
-            if (name[0] != '.' && read_service(open_directory(directory.get(), name).get(), record))
-                found.push_back(std::move(record));
-        });
-        return found;
+            const descriptor one = open_service_directory(directory.get(), name);
+            const DWORD code = one ? read_service(one.get(), record) : code_of_search(errno);
+            if (code == ERROR_SUCCESS)
+                out.push_back(std::move(record));
+            else if (code != ERROR_SERVICE_DOES_NOT_EXIST && code != ERROR_INVALID_DATA)
+                return code;
+        }
+        return ERROR_SUCCESS;
     }
 
     DWORD create(const service_record& record) override {
         const std::string path = services_path();
         if (!make_directories(path))
             return code_of_errno(errno);
-        const services_lock lock(path, services_lock::use::alone);
+        const descriptor all = open_services(path);
+        if (!all)
+            return code_of_errno(errno);
+        const service_lock lock(all.get(), all_services_lock);
         if (lock.code() != ERROR_SUCCESS)
             return lock.code();
-        const descriptor all = open_directory(AT_FDCWD, path.c_str());
-        if (const DWORD code = code_of_names(*this, all, record); code != ERROR_SUCCESS)
+        if (const DWORD code = check_names(*this, all.get(), record); code != ERROR_SUCCESS)
             return code;
-
-        remove_directory(all.get(), new_name); // of an installation that was cut short
-        if (mkdirat(all.get(), new_name, 0755) != 0)
-            return code_of_errno(errno);
-        const descriptor directory = open_directory(all.get(), new_name);
-        if (!directory || fchmod(directory.get(), 0755) != 0
-            || !write_whole(directory.get(), "record", text_of(record)) || fsync(directory.get()) != 0
-            || renameat(all.get(), new_name, all.get(), directory_name_of(record.name).c_str()) != 0) {
+        if (!write_service(all.get(), record)) {
             const DWORD code = code_of_errno(errno);
             remove_directory(all.get(), new_name);
             return code;
@@ -275,45 +326,20 @@ public:
 
 } // namespace
 
-std::string services_path() {
-    return in_host_directory("services");
-}
-
-bool lock_within_a_moment(int file, int operation) {
-    for (int attempt = 0; retried([&] { return flock(file, operation | LOCK_NB); }) != 0; ++attempt) {
-        if (attempt == 100)
-            return false;
-        const timespec pause = {0, 10'000'000};
-        nanosleep(&pause, nullptr);
-    }
-    return true;
-}
-
-services_lock::services_lock(const std::string& path, use how)
-    : file_(open((path + "/.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
-    if (!file_)
-        code_ = code_of_errno(errno);
-    else if (!lock_within_a_moment(file_.get(), how == use::alone ? LOCK_EX : LOCK_SH))
-        code_ = ERROR_SERVICE_DATABASE_LOCKED;
-}
-
-bool read_service(int directory, service_record& out) {
-    return directory >= 0 && read_record(read_whole(directory, "record"), out);
-}
-
-bool has_mark(int directory, const char* mark) {
-    return faccessat(directory, mark, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-bool set_mark(int directory, const char* mark) {
-    const descriptor file(openat(directory, mark, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    return file && fsync(directory) == 0;
+DWORD read_service(int directory, service_record& out) {
+    std::string text;
+    if (!read_whole(directory, record_name, text))
+        return code_of_search(errno);
+    return read_record(text, out) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
 }
 
 void remove_if_unused(const std::string& path, const std::string& directory_name) {
-    const services_lock lock(path, services_lock::use::alone);
+    const descriptor all = open_services(path);
+    if (!all)
+        return;
+    const service_lock lock(all.get(), all_services_lock);
     if (lock.code() == ERROR_SUCCESS)
-        remove_unused(open_directory(AT_FDCWD, path.c_str()), directory_name.c_str());
+        remove_unused(all.get(), directory_name);
 }
 
 service_manager& the_service_manager() {

@@ -11,15 +11,29 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
-#include "platform/services/service_manager.h"
+#include "platform/api/base.h"
 
 namespace platform {
+
+struct service_record {
+    std::u16string name; // as it was spelled when the service was installed
+    std::u16string display_name;
+    std::u16string command_line;
+    DWORD type = 0;
+    DWORD start_type = 0;
+    DWORD error_control = 0;
+    std::vector<std::u16string> dependencies;
+};
 
 std::string text_of(const service_record& record);
 
 // False when the text is no record.
 bool read_record(std::string_view text, service_record& out);
+
+// Names of services are the same whatever the case of their letters.
+bool same_service_name(wide_view one, wide_view other);
 
 // A name that is the same for all spellings of a service's name, and different for different ones but for very long
 // names, which are cut and told apart by a number computed from them.

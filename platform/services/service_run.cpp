@@ -1,17 +1,12 @@
-// Starting a service, its state, and orders to its helper.
+// Starting a service, its state, and the order to stop.
 #include "platform/services/service_run.h"
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 
 #include "platform/api/threads.h"
@@ -19,45 +14,47 @@
 #include "platform/core/host_dir.h"
 #include "platform/core/retry.h"
 #include "platform/core/start_helper.h"
-#include "platform/services/service_directory.h"
+#include "platform/services/service_lock.h"
+#include "platform/services/service_log.h"
+#include "platform/services/service_protocol.h"
 
 namespace platform {
 
 namespace {
 
 constexpr int answer_limit_ms = 30000; // as the platform gives a service to answer its manager
+constexpr DWORD keeper_limit_ms = 1000;
 constexpr DWORD leftovers_limit_ms = 2000;
 
-// Looks again and again until the test is content; false when the time is over before that.
+// Looks again and again until the test is content. 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) when the time is over before
+// that, or why it could not be looked.
 template <class F>
-bool wait_until(int directory, status_watch& watch, DWORD limit_ms, F&& is_content) {
-    for (DWORD start = GetTickCount(); !is_content(watch.look(directory)); Sleep(2)) {
+DWORD wait_until(int directory, status_watch& watch, DWORD limit_ms, F&& is_content) {
+    for (const DWORD start = GetTickCount();; Sleep(2)) {
+        service_life now;
+        if (const DWORD code = watch.look(directory, now); code != ERROR_SUCCESS)
+            return code;
+        if (is_content(now))
+            return ERROR_SUCCESS;
         if (GetTickCount() - start > limit_ms)
-            return false;
+            return ERROR_SERVICE_REQUEST_TIMEOUT;
     }
-    return true;
-}
-
-// The C library's header declares these two calls as functions of the other language.
-int open_process(pid_t process) {
-    return static_cast<int>(syscall(SYS_pidfd_open, process, 0));
-}
-int send_signal(int process, int signal) {
-    return static_cast<int>(syscall(SYS_pidfd_send_signal, process, signal, nullptr, 0));
 }
 
 bool lost_its_helper(const service_life& life) {
-    return life.is_alive && life.report.by_helper && !life.has_helper;
+    return life.is_alive && !life.has_helper;
 }
 
-// What the helper says about the start; 1053 when it says nothing.
-DWORD read_answer(int pipe) {
+// A pending service that has not reported for longer than it asked for may be stopped: nothing else would end its wait.
+bool has_fallen_silent(const service_report& report) {
+    return report.state == SERVICE_START_PENDING && GetTickCount() - report.made_at_ms > report.wait_hint_ms;
+}
+
+// What the helper says about the start. False when it says nothing.
+bool read_answer(int pipe, DWORD& code) {
     pollfd ready = {pipe, POLLIN, 0};
-    DWORD code = ERROR_SERVICE_REQUEST_TIMEOUT;
-    if (retried([&] { return poll(&ready, 1, answer_limit_ms); }) > 0
-        && retried([&] { return read(pipe, &code, sizeof code); }) != sizeof code)
-        code = ERROR_SERVICE_REQUEST_TIMEOUT;
-    return code;
+    return retried([&] { return poll(&ready, 1, answer_limit_ms); }) > 0
+           && retried([&] { return read(pipe, &code, sizeof code); }) == sizeof code;
 }
 
 // What names no program and no library.
@@ -70,28 +67,27 @@ std::vector<std::string> service_environment() {
     return environment;
 }
 
-DWORD launch(int directory, int status) {
+// Starts a helper, which inherits the status and the lock, and waits for its answer. `failed_step` stays null when the
+// code is the helper's own.
+DWORD launch(int directory, int status, int lock, const char*& failed_step) {
+    failed_step = "starting zu-helper";
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return code_of_errno(errno);
     const descriptor answer(ends[0]);
     descriptor question(ends[1]);
     const pid_t helper =
-        start_helper("service", -1, {directory, status, question.get()}, service_environment());
+        start_helper("service", -1, {directory, status, lock, question.get()}, service_environment());
     if (helper < 0)
         return code_of_errno(errno);
     question.reset(); // so that the end of the helper is the end of the pipe
     // The helper forks at once and goes on in its child, as nobody's. What its parent ends with is of no interest: a
     // caller that ignores the ends of children, or collects them itself, does no harm.
     retried([&] { return waitpid(helper, nullptr, 0); });
-    return read_answer(answer.get());
-}
-
-std::string socket_directory() {
-    if (geteuid() == 0)
-        return "/run/zu";
-    const char* const runtime = secure_getenv("XDG_RUNTIME_DIR");
-    return runtime && *runtime == '/' ? std::string(runtime) + "/zu" : "/tmp/zu-" + std::to_string(geteuid());
+    DWORD code = ERROR_SUCCESS;
+    const bool answered = read_answer(answer.get(), code);
+    failed_step = answered ? nullptr : "waiting for zu-helper";
+    return answered ? code : ERROR_SERVICE_REQUEST_TIMEOUT;
 }
 
 } // namespace
@@ -107,94 +103,89 @@ SERVICE_STATUS status_of(const service_record& record, const service_life& life)
                                  : report.state == SERVICE_STOPPED ? report.exit_code
                                                                    : ERROR_PROCESS_ABORTED;
         status.dwServiceSpecificExitCode = report.specific_exit_code;
-    } else if (lost_its_helper(life) || report.state == SERVICE_STOPPED || report.state == 0) {
+    } else if (lost_its_helper(life) || report.state == SERVICE_STOPPED) {
         status.dwCurrentState = SERVICE_STOP_PENDING; // about to be dead
     } else {
         status.dwCurrentState = report.state;
         status.dwCheckPoint = report.check_point;
-        if (report.state == SERVICE_RUNNING || report.state == SERVICE_PAUSED)
-            status.dwControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE;
+        if (report.state == SERVICE_RUNNING || has_fallen_silent(report))
+            status.dwControlsAccepted = SERVICE_ACCEPT_STOP;
     }
     return status;
 }
 
-DWORD start_service(int directory) {
-    status_watch watch;
-    const descriptor starting(openat(directory, "start", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!starting)
-        return code_of_errno(errno);
+DWORD start_service(int directory, const service_record& record) {
+    const service_lock lock(directory, start_lock);
     // While somebody else starts it, it may not look alive yet: the code comes when it does.
-    if (!lock_within_a_moment(starting.get(), LOCK_EX))
-        return ERROR_SERVICE_ALREADY_RUNNING;
-    finish_off_service(directory);
-    if (watch.look(directory).is_alive)
+    if (lock.code() != ERROR_SUCCESS)
+        return lock.code() == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock.code();
+    if (const DWORD code = finish_off_service(directory); code != ERROR_SUCCESS)
+        return code;
+    status_watch watch;
+    service_life life;
+    if (const DWORD code = watch.look(directory, life); code != ERROR_SUCCESS)
+        return code;
+    if (life.is_alive)
         return ERROR_SERVICE_ALREADY_RUNNING;
 
     const descriptor status = new_status(directory);
-    if (!status)
-        return code_of_errno(errno);
-    const DWORD code = launch(directory, status.get());
-    if (code != ERROR_SUCCESS && !watch.look(directory).has_helper) {
-        service_report report;
-        report.state = SERVICE_STOPPED;
-        report.exit_code = code;
-        write_report(status.get(), report);
+    if (!status) {
+        const DWORD code = code_of_errno(errno);
+        log_failed_start(record.name, "writing its status", code);
+        return code;
     }
+    const char* failed_step;
+    const DWORD code = launch(directory, status.get(), lock.get(), failed_step);
+    if (!failed_step)
+        return code;
+    log_failed_start(record.name, failed_step, code);
+    const DWORD unknown = watch.look(directory, life);
+    if (unknown != ERROR_SUCCESS || life.has_helper) // it may come yet
+        return unknown != ERROR_SUCCESS ? unknown : code;
+    service_report report;
+    report.state = SERVICE_STOPPED;
+    report.exit_code = code;
+    write_report(status.get(), report);
+    publish_status(directory, status.get());
     return code;
 }
 
-DWORD control_service(int directory, DWORD control) {
+DWORD stop_service(int directory) {
     status_watch watch;
-    const service_life life = watch.look(directory);
-    const DWORD state = life.report.state;
-    const int signal = control == SERVICE_CONTROL_STOP    ? stop_signal
-                       : control == SERVICE_CONTROL_PAUSE ? pause_signal
-                                                          : continue_signal;
+    service_life life, again;
+    if (const DWORD code = watch.look(directory, life); code != ERROR_SUCCESS)
+        return code;
     // The descriptor keeps the process's number from being used again; whether it was still the helper is then asked
     // once more.
     const descriptor helper(life.helper > 0 ? open_process(life.helper) : -1);
-    if (!helper || watch.look(directory).helper != life.helper)
+    if (!helper)
+        return life.helper > 0 && errno != ESRCH ? code_of_errno(errno) : ERROR_SERVICE_NOT_ACTIVE;
+    if (const DWORD code = watch.look(directory, again); code != ERROR_SUCCESS)
+        return code;
+    if (again.helper != life.helper)
         return ERROR_SERVICE_NOT_ACTIVE;
-    if (send_signal(helper.get(), signal) != 0)
+    if (send_signal(helper.get(), stop_signal) != 0)
         return errno == ESRCH ? ERROR_SERVICE_NOT_ACTIVE : code_of_errno(errno);
-    const bool answered = wait_until(directory, watch, answer_limit_ms, [&](const service_life& now) {
-        return !now.is_alive || now.helper != life.helper || now.report.state != state;
+    return wait_until(directory, watch, answer_limit_ms, [&](const service_life& now) {
+        return !now.is_alive || now.helper != life.helper || now.report.state != life.report.state;
     });
-    return answered ? ERROR_SUCCESS : ERROR_SERVICE_REQUEST_TIMEOUT;
 }
 
-void finish_off_service(int directory) {
+DWORD finish_off_service(int directory) {
     status_watch watch;
-    const service_life life = watch.look(directory);
+    service_life life;
+    if (const DWORD code = watch.look(directory, life); code != ERROR_SUCCESS)
+        return code;
     if (!lost_its_helper(life))
-        return;
-    end_leftovers(directory, life.report);
-    wait_until(directory, watch, leftovers_limit_ms, [](const service_life& now) { return !now.is_alive; });
-}
-
-bool make_socket_directory() {
-    const std::string path = socket_directory();
-    struct stat found;
-    if ((mkdir(path.c_str(), 0711) != 0 && errno != EEXIST) || lstat(path.c_str(), &found) != 0)
-        return false;
-    const bool is_own = S_ISDIR(found.st_mode) && found.st_uid == geteuid() && (found.st_mode & 022) == 0;
-    if (!is_own)
-        errno = EACCES;
-    return is_own;
-}
-
-std::string notify_socket_path(int directory) {
-    struct stat status = {};
-    fstat(directory, &status);
-    char name
-        [48]; // the directory's own number tells services apart, whatever their names and host directories
-    std::snprintf(name, sizeof name, "/%llx-%llx", static_cast<unsigned long long>(status.st_dev),
-                  static_cast<unsigned long long>(status.st_ino));
-    return socket_directory() + name;
-}
-
-void remove_notify_socket(int directory) {
-    unlink(notify_socket_path(directory).c_str());
+        return ERROR_SUCCESS;
+    // The helper's keeper does it, unless it was killed as well.
+    const auto is_dead = [](const service_life& now) { return !now.is_alive; };
+    DWORD code = wait_until(directory, watch, keeper_limit_ms, is_dead);
+    if (code == ERROR_SERVICE_REQUEST_TIMEOUT) {
+        end_leftovers(directory, life.report);
+        code = wait_until(directory, watch, leftovers_limit_ms, is_dead);
+    }
+    return code == ERROR_SERVICE_REQUEST_TIMEOUT ? ERROR_SUCCESS : code; // what it then is, its status says
 }
 
 } // namespace platform

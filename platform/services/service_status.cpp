@@ -6,12 +6,17 @@
 #include <signal.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <type_traits>
 
+#include "platform/api/services.h"
+#include "platform/api/threads.h"
+#include "platform/core/error.h"
 #include "platform/core/retry.h"
 
 namespace platform {
@@ -20,6 +25,8 @@ namespace {
 
 constexpr off_t alive_byte = 0;
 constexpr off_t helper_byte = 1;
+constexpr const char* new_status_name = "status.new";
+static_assert(std::has_unique_object_representations_v<service_report>); // no gaps in what is summed up
 
 struct flock lock_of(short type, off_t byte) {
     struct flock lock = {};
@@ -30,15 +37,11 @@ struct flock lock_of(short type, off_t byte) {
     return lock;
 }
 
-// Whether somebody has a byte locked for writing, and who, when it is a process. A reader's lock, which any user could
-// place, is not seen.
-bool is_held(int status, off_t byte, pid_t* holder = nullptr) {
-    struct flock lock = lock_of(F_RDLCK, byte);
-    if (fcntl(status, F_OFD_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
-        return false;
-    if (holder)
-        *holder = lock.l_pid > 0 ? lock.l_pid : 0;
-    return true;
+// The lock for writing that somebody has on a byte: F_UNLCK for none. 0, or why it cannot be told. A lock for reading,
+// which any user could place, is not seen.
+DWORD find_lock(int status, off_t byte, struct flock& out) {
+    out = lock_of(F_RDLCK, byte);
+    return fcntl(status, F_OFD_GETLK, &out) == 0 ? ERROR_SUCCESS : code_of_errno(errno);
 }
 
 struct stored_report {
@@ -55,15 +58,20 @@ uint64_t check_of(const service_report& report) {
     return hash;
 }
 
-// A report is written in one call, but one that is read meanwhile may be half old, half new: then it is read again.
-service_report read_report(int status) {
+// A report is written in one call, but one that is read at the same moment may be half old, half new: then it is read
+// again.
+DWORD read_report(int status, service_report& out) {
     for (int attempt = 0; attempt < 1000; ++attempt) {
         stored_report stored;
         const ssize_t size = retried([&] { return pread(status, &stored, sizeof stored, 0); });
-        if (size == sizeof stored && stored.check == check_of(stored.report))
-            return stored.report;
+        if (size < 0)
+            return code_of_errno(errno);
+        if (size == sizeof stored && stored.check == check_of(stored.report)) {
+            out = stored.report;
+            return ERROR_SUCCESS;
+        }
     }
-    return {};
+    return ERROR_INVALID_DATA;
 }
 
 // Whether a process's descriptor is the description that holds byte 0 of the file.
@@ -86,18 +94,11 @@ bool holds_alive_byte(const char* process, int number, const struct stat& status
 } // namespace
 
 descriptor new_status(int directory) {
-    unlinkat(directory, "status.new", 0);
-    descriptor status(openat(directory, "status.new", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-    if (!status)
-        return status;
+    unlinkat(directory, new_status_name, 0); // left by a start that was cut short
+    descriptor status(openat(directory, new_status_name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     struct flock lock = lock_of(F_WRLCK, alive_byte);
-    service_report first;
-    first.state = SERVICE_START_PENDING;
-    first.wait_hint_ms = usual_wait_hint_ms;
-    write_report(status.get(), first);
-    // Others may read it, and so place locks on it, once it is locked and complete.
-    if (fcntl(status.get(), F_OFD_SETLK, &lock) != 0 || fchmod(status.get(), 0644) != 0
-        || renameat(directory, "status.new", directory, "status") != 0)
+    service_report first; // from here on the file has room for one
+    if (status && (fcntl(status.get(), F_OFD_SETLK, &lock) != 0 || !write_report(status.get(), first)))
         status.reset();
     return status;
 }
@@ -107,25 +108,54 @@ bool become_helper(int status) {
     return fcntl(status, F_SETLK, &lock) == 0;
 }
 
-void write_report(int status, const service_report& report) {
-    stored_report stored = {report, check_of(report)};
-    retried([&] { return pwrite(status, &stored, sizeof stored, 0); });
+bool publish_status(int directory, int status) {
+    return fchmod(status, 0644) == 0 && renameat(directory, new_status_name, directory, "status") == 0;
 }
 
-service_life status_watch::look(int directory) {
-    service_life life;
-    // A file whose locks are gone may have been replaced by that of a newer start.
-    if (!file_ || !is_held(file_.get(), alive_byte))
+void release_alive_byte(int status) {
+    struct flock lock = lock_of(F_UNLCK, alive_byte);
+    fcntl(status, F_OFD_SETLK, &lock);
+}
+
+bool write_report(int status, service_report& report) {
+    report.made_at_ms = GetTickCount();
+    const stored_report stored = {report, check_of(report)};
+    const ssize_t size = retried([&] { return pwrite(status, &stored, sizeof stored, 0); });
+    if (size >= 0 && size != sizeof stored)
+        errno = ENOSPC;
+    return size == sizeof stored;
+}
+
+DWORD status_watch::look(int directory, service_life& out) {
+    out = {};
+    struct flock alive = lock_of(F_UNLCK, alive_byte);
+    DWORD code = file_ ? find_lock(file_.get(), alive_byte, alive) : ERROR_SUCCESS;
+    if (code == ERROR_SUCCESS && alive.l_type == F_UNLCK) {
+        // A file whose locks are gone may have been replaced by that of a newer start.
         file_ = descriptor(openat(directory, "status", O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (!file_)
-        return life;
-    life.is_alive = is_held(file_.get(), alive_byte);
-    life.has_helper = life.is_alive && is_held(file_.get(), helper_byte, &life.helper);
-    life.report = read_report(file_.get());
-    return life;
+        if (!file_)
+            return errno == ENOENT ? ERROR_SUCCESS : code_of_errno(errno); // ENOENT: it was never started
+        code = find_lock(file_.get(), alive_byte, alive);
+    }
+    if (code == ERROR_SUCCESS)
+        code = read_report(file_.get(), out.report);
+    out.is_alive = code == ERROR_SUCCESS && alive.l_type != F_UNLCK;
+    if (code == ERROR_INVALID_DATA && alive.l_type == F_UNLCK)
+        return ERROR_SUCCESS; // a machine that broke down has lost the text: nothing is known of the last run
+    if (code != ERROR_SUCCESS)
+        return code;
+    if (!out.is_alive)
+        return out.report.state == SERVICE_STOPPED ? ERROR_SUCCESS
+                                                   : find_process(out.report.program, out.is_alive);
+    struct flock helper;
+    code = find_lock(file_.get(), helper_byte, helper);
+    out.has_helper = code == ERROR_SUCCESS && helper.l_type != F_UNLCK;
+    out.helper = out.has_helper && helper.l_pid > 0 ? helper.l_pid : 0;
+    return code;
 }
 
 void end_leftovers(int directory, const service_report& report) {
+    kill_process(report.program);
     struct stat status;
     if (report.descriptor < 0 || fstatat(directory, "status", &status, AT_SYMLINK_NOFOLLOW) != 0)
         return;

@@ -1,18 +1,18 @@
-// Inside this folder: the live status of a service, and who of it is alive.
+// Inside the layer: the live status of a service, and who of it is alive.
 //
-// Each start makes a new file `status`. Two of its bytes are locked for as long as something lives, and the kernel
-// takes the locks away whatever ends it:
-//   - byte 0 by a description that the starter opens and the helper, the service and its children inherit: held means
+// Each start makes a new file, which becomes `status` when the helper has taken it over. Two of its bytes are locked
+// for as long as something lives, and the kernel takes the locks away whatever ends it:
+//   - byte 0 by a description that the starter opens and the helper, the program and its children inherit: held means
 //     that something of the service is alive;
-//   - byte 1 by the helper's process: its holder is the helper, by its number.
+//   - byte 1 by the helper's process: F_GETLK tells its pid.
+// Others may read the file once both are locked. So nobody can place a lock of his own before that, and after it none
+// that would matter. A program that has closed its descriptors is known by its pid and start time.
 // The text of the file is what the helper last reported. It refines the state of what lives, and tells how the last
 // run ended; it never says by itself that something lives.
 #pragma once
 
-#include <sys/types.h>
-
-#include "platform/api/services.h"
 #include "platform/core/descriptor.h"
+#include "platform/services/process_identity.h"
 
 namespace platform {
 
@@ -22,20 +22,29 @@ struct service_report {
     DWORD specific_exit_code = 0;
     DWORD check_point = 0;
     DWORD wait_hint_ms = 0;
-    int32_t by_helper = 0;   // 1 once the helper has taken over from the starter
+    DWORD made_at_ms = 0;    // the tick count
     int32_t descriptor = -1; // the number of the inherited description in every process of the service
+    uint32_t gap = 0;
+    process_identity program;
 };
 
 // What a service asks for when it has said nothing.
 inline constexpr DWORD usual_wait_hint_ms = 2000;
 
-// A new status file for a start, with byte 0 locked and a first report: start-pending. Invalid, with errno, on failure.
+// A new status file for a start, with byte 0 locked, which nobody sees yet. Invalid, with errno, on failure.
 descriptor new_status(int directory);
 
-// Makes the calling process the helper.
+// Locks byte 1 for the calling process, which thereby becomes the helper. False with errno.
 bool become_helper(int status);
 
-void write_report(int status, const service_report& report);
+// Lets everybody see a status in the place of the one before. False with errno.
+bool publish_status(int directory, int status);
+
+// Frees byte 0 for all who have inherited it: nothing of the service lives any more.
+void release_alive_byte(int status);
+
+// Notes in the report when it was made. False with errno.
+bool write_report(int status, service_report& report);
 
 struct service_life {
     bool is_alive = false;
@@ -47,13 +56,14 @@ struct service_life {
 // Looks at a service's directory over and over. Keeps the file open as long as it is the newest one.
 class status_watch {
 public:
-    service_life look(int directory);
+    // 0, or why it cannot be told what lives.
+    DWORD look(int directory, service_life& out);
 
 private:
     descriptor file_;
 };
 
-// Kills every process that holds byte 0: what is left of a service whose helper was killed.
+// Kills the program, and every process that holds byte 0: what is left of a service whose helper was killed.
 void end_leftovers(int directory, const service_report& report);
 
 } // namespace platform

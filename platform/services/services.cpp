@@ -1,12 +1,7 @@
 // The service calls: handles, rights, arguments, and the rules about dependencies, over a manager of services.
-#include <strings.h>
-
-#include <algorithm>
-
-#include "platform/api/threads.h"
 #include "platform/core/error.h"
 #include "platform/core/handle.h"
-#include "platform/services/service_manager.h"
+#include "platform/services/dependencies.h"
 #include "platform/system/computer.h"
 
 namespace platform {
@@ -14,7 +9,6 @@ namespace platform {
 namespace {
 
 constexpr size_t longest_name = 256;
-constexpr DWORD program_types = SERVICE_WIN32_OWN_PROCESS | SERVICE_WIN32_SHARE_PROCESS;
 constexpr DWORD interactive = 0x100;
 constexpr DWORD delete_right = 0x10000;
 
@@ -50,11 +44,7 @@ public:
 template <class T>
 T* with_rights(SC_HANDLE handle, DWORD wanted) {
     T* const found = object_of<T>(handle);
-    if (found && (found->rights & wanted) != wanted) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
-    }
-    return found;
+    return found && (found->rights & wanted) != wanted ? fail<T*>(ERROR_ACCESS_DENIED) : found;
 }
 
 // 0, 487 for null, or 123 for what can be no service's name.
@@ -84,138 +74,28 @@ std::vector<std::u16string> split_list(const WCHAR* list) {
     return names;
 }
 
-bool reaches(service_manager& manager, const service_record& from, wide_view wanted,
-             std::vector<std::u16string>& seen) {
-    return std::any_of(from.dependencies.begin(), from.dependencies.end(), [&](const std::u16string& name) {
-        if (same_service_name(name, wanted))
-            return true;
-        const auto is_it = [&](const std::u16string& other) { return same_service_name(name, other); };
-        if (std::any_of(seen.begin(), seen.end(), is_it))
-            return false;
-        seen.push_back(name);
-        service_record next;
-        return manager.find(name, next) && reaches(manager, next, wanted, seen);
-    });
-}
-
 bool is_pending(DWORD state) {
-    return state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING || state == SERVICE_PAUSE_PENDING
-           || state == SERVICE_CONTINUE_PENDING;
+    return state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING;
 }
 
-// Waits while a service starts, for as long as it reports progress within the time that it asks for.
-bool runs_in_time(installed_service& service) {
-    SERVICE_STATUS status = service.status();
-    DWORD check_point = status.dwCheckPoint;
-    for (DWORD progress = GetTickCount(); status.dwCurrentState == SERVICE_START_PENDING;
-         status = service.status()) {
-        if (status.dwCheckPoint > check_point) {
-            check_point = status.dwCheckPoint;
-            progress = GetTickCount();
-        } else if (GetTickCount() - progress > status.dwWaitHint) {
-            break;
-        }
-        Sleep(10);
-    }
-    return status.dwCurrentState == SERVICE_RUNNING;
-}
-
-DWORD start_with_dependencies(installed_service& service);
-
-// 0 once all that a service depends on runs.
-DWORD start_dependencies(const service_record& record) {
-    for (const std::u16string& name : record.dependencies) {
-        DWORD code;
-        const auto needed = the_service_manager().open(name, code);
-        if (!needed)
-            return ERROR_SERVICE_DEPENDENCY_DELETED;
-        code = start_with_dependencies(*needed);
-        if (code == ERROR_SERVICE_DEPENDENCY_DELETED)
-            return code;
-        if ((code != ERROR_SUCCESS && code != ERROR_SERVICE_ALREADY_RUNNING) || !runs_in_time(*needed))
-            return ERROR_SERVICE_DEPENDENCY_FAIL;
-    }
-    return ERROR_SUCCESS;
-}
-
-DWORD start_with_dependencies(installed_service& service) {
-    const service_record& record = service.record();
-    if (service.is_marked())
-        return ERROR_SERVICE_MARKED_FOR_DELETE;
-    if (record.start_type == SERVICE_DISABLED)
-        return ERROR_SERVICE_DISABLED;
-    if (!(record.type & program_types))
-        return ERROR_BAD_EXE_FORMAT; // a driver
-    service.finish_off();
-    if (service.status().dwCurrentState != SERVICE_STOPPED)
-        return ERROR_SERVICE_ALREADY_RUNNING;
-    if (depends_on_itself(the_service_manager(), record))
-        return ERROR_CIRCULAR_DEPENDENCY;
-    const DWORD code = start_dependencies(record);
-    return code != ERROR_SUCCESS ? code : service.start();
-}
-
-bool is_needed(const installed_service& service) {
-    const std::vector<service_record> all = the_service_manager().all();
-    return std::any_of(all.begin(), all.end(), [&](const service_record& other) {
-        const auto is_it = [&](const std::u16string& name) {
-            return same_service_name(name, service.record().name);
-        };
-        if (std::none_of(other.dependencies.begin(), other.dependencies.end(), is_it))
-            return false;
-        DWORD code;
-        const auto dependent = the_service_manager().open(other.name, code);
-        return dependent && dependent->status().dwCurrentState != SERVICE_STOPPED;
-    });
-}
-
-// The right that a control needs; 0 for what is no control.
-DWORD right_to(DWORD control) {
-    switch (control) {
-    case SERVICE_CONTROL_STOP: return SERVICE_STOP;
-    case SERVICE_CONTROL_PAUSE:
-    case SERVICE_CONTROL_CONTINUE: return SERVICE_PAUSE_CONTINUE;
-    case SERVICE_CONTROL_INTERROGATE: return SERVICE_INTERROGATE;
-    default: return control >= 128 && control <= 255 ? SERVICE_USER_DEFINED_CONTROL : 0;
-    }
-}
-
-DWORD pass_on(installed_service& service, DWORD control, const SERVICE_STATUS& status) {
+// 0 when a service in this state takes a stop.
+DWORD check_stop(const installed_service& service, const SERVICE_STATUS& status) {
     if (status.dwCurrentState == SERVICE_STOPPED)
         return ERROR_SERVICE_NOT_ACTIVE;
-    if (control == SERVICE_CONTROL_INTERROGATE)
-        return ERROR_SUCCESS;
-    if (is_pending(status.dwCurrentState))
+    if (is_pending(status.dwCurrentState) && !(status.dwControlsAccepted & SERVICE_ACCEPT_STOP))
         return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
-    if (control > SERVICE_CONTROL_CONTINUE)
-        return ERROR_INVALID_SERVICE_CONTROL; // of the service's own, and none has any
-    if (control == SERVICE_CONTROL_STOP && is_needed(service))
-        return ERROR_DEPENDENT_SERVICES_RUNNING;
-    const DWORD done = control == SERVICE_CONTROL_PAUSE ? SERVICE_PAUSED : SERVICE_RUNNING;
-    return control != SERVICE_CONTROL_STOP && status.dwCurrentState == done ? ERROR_SUCCESS
-                                                                            : service.control(control);
+    return check_for_dependents(the_service_manager(), service.record());
 }
 
 } // namespace
 
-bool depends_on_itself(service_manager& manager, const service_record& record) {
-    std::vector<std::u16string> seen;
-    return reaches(manager, record, record.name, seen);
-}
-
 SC_HANDLE OpenSCManagerW(const WCHAR* machine, const WCHAR* database, DWORD access) {
-    if (!is_this_computer(machine)) {
-        SetLastError(RPC_S_SERVER_UNAVAILABLE);
-        return nullptr;
-    }
-    if (database && *database && !same_service_name(database, u"ServicesActive")) {
-        SetLastError(ERROR_DATABASE_DOES_NOT_EXIST);
-        return nullptr;
-    }
-    if ((access & ~rights_to_read_manager) != 0 && !the_service_manager().may_create()) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
-    }
+    if (!is_this_computer(machine))
+        return fail<SC_HANDLE>(RPC_S_SERVER_UNAVAILABLE);
+    if (database && *database && !same_service_name(database, u"ServicesActive"))
+        return fail<SC_HANDLE>(ERROR_DATABASE_DOES_NOT_EXIST);
+    if ((access & ~rights_to_read_manager) != 0 && !the_service_manager().may_create())
+        return fail<SC_HANDLE>(ERROR_ACCESS_DENIED);
     return new_handle(new (std::nothrow) manager_handle(access | SC_MANAGER_CONNECT));
 }
 
@@ -223,13 +103,13 @@ SC_HANDLE OpenServiceW(SC_HANDLE manager, const WCHAR* name, DWORD access) {
     if (!with_rights<manager_handle>(manager, SC_MANAGER_CONNECT))
         return nullptr;
     DWORD code = code_of_name(name);
-    auto service = code == ERROR_SUCCESS ? the_service_manager().open(name, code) : nullptr;
+    std::unique_ptr<installed_service> service;
+    if (code == ERROR_SUCCESS)
+        code = the_service_manager().open(name, service);
     if (service && (access & ~rights_to_read_service) != 0 && !service->may_be_changed())
         code = ERROR_ACCESS_DENIED;
-    if (code != ERROR_SUCCESS) {
-        SetLastError(code);
-        return nullptr;
-    }
+    if (code != ERROR_SUCCESS)
+        return fail<SC_HANDLE>(code);
     return new_handle(new (std::nothrow) service_handle(std::move(service), access));
 }
 
@@ -259,10 +139,8 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, const WCHAR* name, const WCHAR* disp
         record.dependencies = split_list(dependencies);
         code = the_service_manager().create(record);
     }
-    if (code != ERROR_SUCCESS) {
-        SetLastError(code);
-        return nullptr;
-    }
+    if (code != ERROR_SUCCESS)
+        return fail<SC_HANDLE>(code);
     return OpenServiceW(manager, name, access);
 }
 
@@ -275,31 +153,35 @@ BOOL StartServiceW(SC_HANDLE service, DWORD count, const WCHAR**) {
     const auto* const opened = with_rights<service_handle>(service, SERVICE_START);
     if (!opened)
         return FALSE;
-    return result_of(count != 0 ? ERROR_NOT_SUPPORTED : start_with_dependencies(*opened->service));
+    return result_of(count != 0 ? ERROR_NOT_SUPPORTED
+                                : start_with_dependencies(the_service_manager(), *opened->service));
 }
 
-BOOL ControlService(SC_HANDLE service, DWORD control, SERVICE_STATUS* status) {
-    const DWORD right = right_to(control);
-    if (right == 0 || !status)
+BOOL ControlService(SC_HANDLE handle, DWORD control, SERVICE_STATUS* status) {
+    if (!status)
         return fail(ERROR_INVALID_PARAMETER);
-    const auto* const opened = with_rights<service_handle>(service, right);
+    const auto* const opened = with_rights<service_handle>(handle, SERVICE_STOP);
     if (!opened)
         return FALSE;
-    if (control == SERVICE_CONTROL_STOP)
-        opened->service->finish_off();
-    const DWORD code = pass_on(*opened->service, control, opened->service->status());
-    *status = opened->service->status();
-    return result_of(code);
+    if (control != SERVICE_CONTROL_STOP)
+        return fail(ERROR_INVALID_SERVICE_CONTROL);
+    installed_service& service = *opened->service;
+    DWORD code = service.finish_off();
+    if (code == ERROR_SUCCESS)
+        code = service.status(*status);
+    if (code == ERROR_SUCCESS)
+        code = check_stop(service, *status);
+    if (code == ERROR_SUCCESS)
+        code = service.stop();
+    const DWORD unknown = service.status(*status);
+    return result_of(code != ERROR_SUCCESS ? code : unknown);
 }
 
 BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status) {
     const auto* const opened = with_rights<service_handle>(service, SERVICE_QUERY_STATUS);
     if (!opened)
         return FALSE;
-    if (!status)
-        return fail(ERROR_INVALID_ADDRESS);
-    *status = opened->service->status();
-    return TRUE;
+    return result_of(status ? opened->service->status(*status) : ERROR_INVALID_ADDRESS);
 }
 
 BOOL CloseServiceHandle(SC_HANDLE handle) {

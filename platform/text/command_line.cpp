@@ -7,24 +7,14 @@ namespace platform {
 
 namespace {
 
+constexpr wide_view spaces = u" \t";
+
 bool is_space(WCHAR c) {
     return c == u' ' || c == u'\t';
 }
 
 void skip_spaces(wide_view& text) {
-    text.remove_prefix(
-        static_cast<size_t>(std::find_if_not(text.begin(), text.end(), is_space) - text.begin()));
-}
-
-std::u16string take_program(wide_view& text) {
-    const bool quoted = !text.empty() && text[0] == u'"';
-    if (quoted)
-        text.remove_prefix(1);
-    const auto is_end = [quoted](WCHAR c) { return quoted ? c == u'"' : is_space(c); };
-    const auto end = std::find_if(text.begin(), text.end(), is_end);
-    std::u16string program(text.begin(), end);
-    text.remove_prefix(std::min(text.size(), program.size() + quoted));
-    return program;
+    text.remove_prefix(std::min(text.find_first_not_of(spaces), text.size()));
 }
 
 std::u16string take_argument(wide_view& text) {
@@ -45,8 +35,8 @@ std::u16string take_argument(wide_view& text) {
         ++at;
         if (backslashes % 2 != 0) {
             argument += u'"';
-        } else if (quoted && at < text.size()
-                   && text[at] == u'"') { // a doubled quote is one, and goes on quoting
+        } else if (quoted && at < text.size() && text[at] == u'"') {
+            // A doubled quote is one, and goes on quoting.
             argument += u'"';
             ++at;
         } else {
@@ -61,9 +51,30 @@ std::u16string take_argument(wide_view& text) {
 
 command_line::command_line(wide_view text) {
     skip_spaces(text);
-    program = take_program(text);
+    is_quoted_ = text.starts_with(u'"');
+    if (is_quoted_)
+        text.remove_prefix(1);
+    const size_t end = is_quoted_ ? text.find(u'"') : text.find_first_of(spaces);
+    program_ = text.substr(0, end);
+    rest_ = text.substr(std::min(text.size(), program_.size() + is_quoted_));
+}
+
+bool command_line::lengthen_program() {
+    const size_t word = rest_.find_first_not_of(spaces);
+    if (is_quoted_ || word == wide_view::npos)
+        return false;
+    const size_t end = std::min(rest_.find_first_of(spaces, word), rest_.size());
+    program_ += rest_.substr(0, end);
+    rest_.remove_prefix(end);
+    return true;
+}
+
+std::vector<std::u16string> command_line::arguments() const {
+    std::vector<std::u16string> words;
+    wide_view text = rest_;
     for (skip_spaces(text); !text.empty(); skip_spaces(text))
-        arguments.push_back(take_argument(text));
+        words.push_back(take_argument(text));
+    return words;
 }
 
 } // namespace platform

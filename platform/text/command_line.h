@@ -8,14 +8,24 @@
 
 namespace platform {
 
-// The program is the first word, or what stands between quotes at the start. In the arguments, quotes hold a word
-// together, and backslashes are plain characters but before a quote: an even number is half as many and the quote
-// counts, after an odd number it is a character too.
-struct command_line {
-    explicit command_line(wide_view text);
+// The program is what stands between quotes at the start, or the first word. A path with spaces may have no quotes, so
+// where no program has that name, the platform tries each longer text that ends at a space. In the arguments, quotes
+// hold a word together, and backslashes are plain characters but before a quote: an even number is half as many and the
+// quote counts, after an odd number it is a character too.
+class command_line {
+public:
+    explicit command_line(wide_view text); // which must last
 
-    std::u16string program;
-    std::vector<std::u16string> arguments;
+    const std::u16string& program() const { return program_; }
+    std::vector<std::u16string> arguments() const;
+
+    // Takes the next word into the program. False when it had quotes or there is no other word.
+    bool lengthen_program();
+
+private:
+    std::u16string program_;
+    wide_view rest_; // after the program
+    bool is_quoted_ = false;
 };
 
 } // namespace platform

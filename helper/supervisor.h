@@ -1,0 +1,65 @@
+// Running the program of one service: its start, its reports, the order to stop, its end.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "helper/notify.h"
+#include "platform/services/service_status.h"
+
+namespace zu_helper {
+
+using platform::descriptor;
+using platform::DWORD;
+
+class supervisor {
+public:
+    // The service's directory, and the new status of this start.
+    supervisor(int directory, int status) : directory_(directory), status_(status) {}
+
+    // 0 once the program runs, or the code of why it does not.
+    DWORD start(const std::string& socket_path);
+
+    // Returns when nothing of the service lives any more.
+    void run();
+
+private:
+    DWORD prepare(const std::string& socket_path, std::vector<std::string>& words);
+    DWORD start_program(std::vector<std::string>& words);
+    [[noreturn]] void become_program(std::vector<char*>& words, pid_t helper, int failure);
+    DWORD failed_to(const char* step, DWORD code);
+
+    void take_signals();
+    void take_reports();
+    void take_ends();
+    void order_stop();
+    void wait(DWORD limit_ms);
+    void note_end();
+
+    DWORD state_by_reports() const;
+    void show(DWORD state);
+    void show_progress();
+    void tell() { platform::write_report(status_, report_); }
+
+    bool is_at(DWORD state) const { return report_.state == state; }
+
+    int directory_;
+    int status_;
+    descriptor signals_;
+    notify_socket notify_;
+    std::u16string name_;
+    pid_t program_ = 0; // 0: it has ended
+    pid_t session_ = 0; // its number, and that of its session
+    int end_ = 0;       // how, as waitpid gives it
+    DWORD started_ = 0;
+    bool reports_ = false;      // its own reports decide about its state
+    bool has_reported_ = false; // in this run
+    bool is_ready_ = false;
+    bool is_stopping_ = false;
+    bool was_told_to_stop_ = false;
+    platform::service_report report_;
+};
+
+} // namespace zu_helper

@@ -1,0 +1,17 @@
+// Inside this folder: services that need others. A function that gives a code gives 0 when it has done its work.
+#pragma once
+
+#include "platform/services/service_manager.h"
+
+namespace platform {
+
+// 1059 (ERROR_CIRCULAR_DEPENDENCY) when a service of this record would have to be started before itself.
+DWORD check_for_circle(service_manager& manager, const service_record& record);
+
+// Starts a service after those that it depends on.
+DWORD start_with_dependencies(service_manager& manager, installed_service& service);
+
+// 1051 (ERROR_DEPENDENT_SERVICES_RUNNING) while a service that has not stopped depends on this one.
+DWORD check_for_dependents(service_manager& manager, const service_record& record);
+
+} // namespace platform

@@ -1,0 +1,54 @@
+// Locks of services.
+#include "platform/services/service_lock.h"
+
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <cerrno>
+
+#include "platform/core/error.h"
+#include "platform/core/retry.h"
+
+namespace platform {
+
+namespace {
+
+// Whoever can open the file can hold the lock, so it is for those who may write to its directory, and for nobody else.
+descriptor open_lock(int directory, const char* name) {
+    descriptor file(openat(directory, name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    struct stat above, own;
+    if (!file || fstat(directory, &above) != 0 || fstat(file.get(), &own) != 0 || own.st_uid != geteuid())
+        return file;
+    const bool is_for_group =
+        (above.st_mode & S_IWGRP) != 0
+        && (own.st_gid == above.st_gid || fchown(file.get(), own.st_uid, above.st_gid) == 0);
+    const mode_t mode = 0600 | (is_for_group ? 060 : 0) | ((above.st_mode & S_IWOTH) != 0 ? 06 : 0);
+    if ((own.st_mode & 0777) != mode)
+        fchmod(file.get(), mode);
+    return file;
+}
+
+bool try_lock(int file) {
+    return retried([&] { return flock(file, LOCK_EX | LOCK_NB); }) == 0;
+}
+
+} // namespace
+
+service_lock::service_lock(int directory, const char* name) : file_(open_lock(directory, name)) {
+    bool is_locked = file_ && try_lock(file_.get());
+    for (int attempt = 0; file_ && !is_locked && errno == EWOULDBLOCK && attempt < 100; ++attempt) {
+        const timespec pause = {0, 10'000'000};
+        nanosleep(&pause, nullptr);
+        is_locked = try_lock(file_.get());
+    }
+    if (!is_locked)
+        code_ = errno == EWOULDBLOCK ? ERROR_SERVICE_DATABASE_LOCKED : code_of_errno(errno);
+}
+
+bool service_lock::is_held(int directory, const char* name) {
+    const descriptor file(openat(directory, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    return file ? !try_lock(file.get()) : errno != ENOENT;
+}
+
+} // namespace platform

@@ -1,0 +1,13 @@
+// Inside the layer: why a service did not start or run on, said where an administrator reads it.
+#pragma once
+
+#include <string_view>
+
+#include "platform/api/base.h"
+
+namespace platform {
+
+// One line on the system log: the service, the step that failed, and the code in words.
+void log_failed_start(wide_view service, std::string_view step, DWORD code);
+
+} // namespace platform
