@@ -37,8 +37,11 @@
 #include "zu_platform.h"
 #endif
 
-/* One code unit of wide text, and a literal of it. */
-#if defined(_WIN32)
+/*
+ * One code unit of wide text, and a literal of it. Natively that is wchar_t; with ZU_CHAR16 defined before this header
+ * it is char16_t there as well, for sources that write u"text" on both platforms.
+ */
+#if defined(_WIN32) && !defined(ZU_CHAR16)
 typedef wchar_t ZU_wchar;
 #define ZU_W(text) L##text
 #elif defined(__cplusplus)

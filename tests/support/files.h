@@ -18,16 +18,9 @@
 #include "platform/platform.h"
 #include "support/process.h"
 #include "support/results.h"
+#include "support/text.h"
 
 namespace zu_test {
-
-inline std::u16string wide(std::string_view utf8) {
-    return std::filesystem::path(utf8).u16string();
-}
-
-inline std::string narrow(std::u16string_view text) {
-    return std::filesystem::path(text).string();
-}
 
 // Makes a directory under the temporary folder, makes it drive T: of a private host directory (ZU_HOST) where C: is
 // /, and removes all of it at the end. Open to every user, so that children of another user can work in it.

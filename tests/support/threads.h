@@ -31,7 +31,9 @@ private:
     crew threads_;
 };
 
+int this_thread_number();
+
 // Returns when the thread of this process with that number is asleep.
-void wait_until_asleep(int thread_id);
+void wait_until_asleep(int thread_number);
 
 } // namespace zu_test

@@ -1,5 +1,5 @@
 // Bitsets: growth on every access, the value of new bits, and the text form.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The bounded queue: order, bounds, time-outs, and every value exactly once between many threads.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ TEST(queue, serves_those_who_wait) {
 
 TEST(queue, every_value_arrives_once_and_in_its_producers_order) {
     constexpr uintptr_t threads = 8;
-    const uintptr_t per_producer = address_space_is_not_limited() ? 2000 : 6000; // a sanitizer is slow
+    const uintptr_t per_producer = built_with_sanitizer ? 2000 : 6000; // a sanitizer is slow
     for (const int32_t size : {3, 1000}) { // most threads have to wait, or few of them
         ZU_queue* queue = ZU_queue_create(size);
         std::atomic<uintptr_t> left{threads * per_producer};

@@ -1,5 +1,5 @@
 // MD5: texts of the published suite, and lengths around the block size against values from another implementation.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Fixed-capacity strings and byte buffers.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Hash table: against a map in its order, with hashes that collide and items removed in the midst of a walk.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The timer set: its list, its thread, run-now requests, and callbacks that reach back into the set.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // Helpers on plain texts: tokens, splitting, trimming, numbers, short names, hashing, wildcards.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

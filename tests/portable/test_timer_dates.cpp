@@ -1,6 +1,6 @@
 // Firings of every kind over ten years and the changes of daylight saving, beside dates worked out here by plain
 // calendar arithmetic.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 
@@ -129,7 +129,7 @@ TEST(timer_dates, of_ten_years) {
         ZU_timer_holidays_add(&free_days, &each);
     const sys_seconds low = sys_days(2009y / 1 / 1), end = sys_days(2019y / 1 / 1);
     for (const zone_model& zone : zones) {
-        setenv("TZ", zone.name, 1);
+        set_zone(zone.name);
         for (const seconds late : {60s, 0s}) {
             ZU_timer_set_valid_offset_seconds(static_cast<int32_t>(late.count()));
             for (const schedule& each : schedules) {

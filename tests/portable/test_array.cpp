@@ -1,5 +1,5 @@
 // Dynamic array: growth, order, and lists of texts.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

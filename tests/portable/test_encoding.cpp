@@ -1,5 +1,5 @@
 // Encodings: every length, exact areas, and the built-in alphabets against the general engine.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

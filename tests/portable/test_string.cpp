@@ -1,5 +1,5 @@
 // Growable strings: capacities, shared buffers, aliasing, zero characters, formatted appending, message templates.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // The corners of the timer model: texts, lateness, the grid, the last firing, ends, and how far the search looks.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ std::u16string all_but(int out, int high) {
 class timers : public testing::Test {
 protected:
     timers() {
-        setenv("TZ", "UTC", 1);
+        set_zone("UTC");
         ZU_timer_set_valid_offset_seconds(60);
     }
 };
@@ -219,11 +219,11 @@ TEST_F(timers, what_the_search_finds) {
 TEST_F(timers, a_change_of_zone_is_seen_at_the_next_test) {
     const timer_ptr timer = weekly(u"2012-07-02 08:00", u"1", 1);
     for (const auto& [zone, hour] : {std::pair("UTC", 8), {"Europe/Berlin", 6}, {"America/New_York", 12}}) {
-        setenv("TZ", zone, 1);
+        set_zone(zone);
         for (int other : {6, 8, 12})
             EXPECT_EQ(due(timer, 0, at(2012, 7, 9, other)), other == hour) << "eight o'clock in summer there";
     }
-    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    set_zone("CET-1CEST,M3.5.0,M10.5.0/3");
     const timer_ptr over_the_change = daily(u"2037-03-27 08:00", u"", u"", 1, u"", u"", u"5,6");
     EXPECT_EQ(next(over_the_change), at(2037, 10, 25, 7)) << "whole days are an hour late all summer";
     ZU_timer_set_valid_offset_seconds(3600);

@@ -1,5 +1,5 @@
 // The holiday calendar: order, growth, and use by several threads at once.
-#include "support/test.h"
+#include "support/portable.h"
 
 namespace {
 

@@ -1,0 +1,20 @@
+// What surrounds a test's process.
+#pragma once
+
+namespace zu_test {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool built_with_sanitizer = true;
+#else
+inline constexpr bool built_with_sanitizer = false;
+#endif
+
+// Sets an environment variable for the library's next look; null takes it away.
+void set_variable(const char* name, const char* value);
+
+// Sets TZ, the zone in which the library tells local time; null is the system's own.
+inline void set_zone(const char* text) {
+    set_variable("TZ", text);
+}
+
+} // namespace zu_test

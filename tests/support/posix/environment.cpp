@@ -1,0 +1,11 @@
+#include "support/environment.h"
+
+#include <cstdlib>
+
+namespace zu_test {
+
+void set_variable(const char* name, const char* value) {
+    value ? setenv(name, value, 1) : unsetenv(name);
+}
+
+} // namespace zu_test
