@@ -23,7 +23,10 @@ size_t visit(const platform::registry_node& node, size_t depth) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     platform::registry_node roots;
-    platform::read_registry_text({reinterpret_cast<const char*>(data), size}, roots);
+    platform::registry_text text;
+    check(text.decode({reinterpret_cast<const char*>(data), size}) == 0);
+    const platform::skipped_lines skipped = platform::read_registry_text(text, roots);
     check(visit(roots, 0) <= 4 * size + 4);
+    check(skipped.first <= size + 1 && (skipped.count == 0) == (skipped.first == 0));
     return 0;
 }

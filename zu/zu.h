@@ -1692,17 +1692,20 @@ ZU_API void ZU_trans_destroy(ZU_trans* transport);
 
 /* ---- Registry reads ----------------------------------------------------------------------------------------- */
 /*
- * One value of a key below a root (HKEY_LOCAL_MACHINE, or any open key). Keys and names are blind to case; a null or
- * empty name is the key's default value. Last-error codes: 2 for a missing key or value and for one of another type, 5
- * when the registry may not be read, 6 for a bad root, 161 for a subkey that begins with a backslash. Any thread.
+ * One value of a key below a root: HKEY_LOCAL_MACHINE and the like, or an open key of the platform (on Linux nothing
+ * gives out one, so there the predefined roots are all). Keys and names are blind to case; a null subkey is the root
+ * itself, and a null or empty name the key's default value. Last-error codes: 2 (ERROR_FILE_NOT_FOUND) for a missing key
+ * or value and for one of another type, 5 (ERROR_ACCESS_DENIED) when the registry may not be read, 6
+ * (ERROR_INVALID_HANDLE) for a bad root, 161 (ERROR_BAD_PATHNAME) for a subkey that begins with a backslash; on success
+ * the code is left alone. Any thread.
  */
 
 /* The text of a REG_SZ or REG_EXPAND_SZ value, references to the environment not expanded, in new memory; null on
    failure. */
 ZU_API ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name);
 
-/* The number of a REG_DWORD value. False, with 0 at *value, on failure: 2 for a text of any length, 234 for another value of
-   more than four bytes. */
+/* The number of a REG_DWORD value; one that is stored in fewer than four bytes has them lowest. False, with 0 at *value,
+   on failure: 2 for a text of any length, 234 (ERROR_MORE_DATA) for another value of more than four bytes. */
 ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name,
                                       uint32_t* value);
 

@@ -40,6 +40,7 @@ ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar*
 }
 
 ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name, uint32_t* value) {
+    *value = 0; // a number that is stored in fewer bytes fills the lower ones
     platform::HKEY key;
     platform::LONG result = platform::RegOpenKeyExW(root, subkey, 0, KEY_QUERY_VALUE, &key);
     if (result == ERROR_SUCCESS) {

@@ -8,9 +8,12 @@
 //     "name"=-                              removed again
 #include <algorithm>
 #include <bit>
+#include <climits>
 #include <cstring>
 
 #include "platform/api/system.h"
+#include "platform/api/text.h"
+#include "platform/core/error.h"
 #include "platform/system/registry.h"
 #include "platform/text/case_fold.h"
 #include "platform/text/utf8.h"
@@ -44,21 +47,23 @@ const registry_node* registry_node::find(wide_view path) const {
 
 namespace {
 
-std::u16string wide_text(std::string_view file) {
-    const bool little = file.starts_with("\xFF\xFE"), big = file.starts_with("\xFE\xFF");
-    if (little || big) {
-        std::u16string text(file.size() / 2 - 1, 0);
-        std::memcpy(text.data(), file.data() + 2, text.size() * sizeof(WCHAR));
-        if (little != (std::endian::native == std::endian::little)) {
-            for (WCHAR& unit : text)
-                unit = static_cast<WCHAR>(unit << 8 | unit >> 8);
-        }
-        return text;
+constexpr std::string_view older_heading = "REGEDIT4";
+
+// In the host's character set; false with the last-error code.
+bool from_host_set(std::string_view bytes, std::u16string& text) {
+    const int size = static_cast<int>(std::min<size_t>(bytes.size(), INT_MAX));
+    const int units = size == 0 ? 0 : MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, nullptr, 0);
+    text.resize(static_cast<size_t>(units));
+    return size == 0 || MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, text.data(), units) != 0;
+}
+
+std::u16string from_utf16(std::string_view file, bool is_little) {
+    std::u16string text(file.size() / 2 - 1, 0);
+    std::memcpy(text.data(), file.data() + 2, text.size() * sizeof(WCHAR));
+    if (is_little != (std::endian::native == std::endian::little)) {
+        for (WCHAR& unit : text)
+            unit = static_cast<WCHAR>(unit << 8 | unit >> 8);
     }
-    if (file.starts_with("\xEF\xBB\xBF"))
-        file.remove_prefix(3);
-    std::u16string text(wide_size(file.data(), file.size()), 0);
-    wide_from_utf8(file.data(), file.size(), text.data(), text.size());
     return text;
 }
 
@@ -75,6 +80,7 @@ public:
     explicit cursor(wide_view text) : rest_(text) {}
 
     bool at_end() const { return rest_.empty(); }
+    size_t size() const { return rest_.size(); }
     void skip(size_t units) { rest_.remove_prefix(units); }
 
     bool take(wide_view word) {
@@ -160,8 +166,22 @@ private:
     wide_view rest_;
 };
 
+bool is_text(DWORD type) {
+    return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
+}
+
+// The bytes of a text, which the older format keeps in the host's character set.
+bool widen(registry_value& value) {
+    std::u16string text;
+    if (!from_host_set({reinterpret_cast<const char*>(value.data.data()), value.data.size()}, text))
+        return false;
+    const auto* bytes = reinterpret_cast<const BYTE*>(text.data());
+    value.data.assign(bytes, bytes + text.size() * sizeof(WCHAR));
+    return true;
+}
+
 // The right side of a value's line.
-bool take_data(cursor& at, registry_value& value) {
+bool take_data(cursor& at, registry_value& value, bool is_older) {
     std::u16string text;
     DWORD number;
     if (at.take_quoted(text, true)) {
@@ -181,6 +201,8 @@ bool take_data(cursor& at, registry_value& value) {
             return false;
         if (!at.take(u":") || !at.take_bytes(value.data))
             return false;
+        if (is_older && is_text(value.type) && !widen(value))
+            return false;
     } else {
         return false;
     }
@@ -189,39 +211,55 @@ bool take_data(cursor& at, registry_value& value) {
 
 class reader {
 public:
-    reader(wide_view text, registry_node& roots) : at_(text), roots_(roots) {}
+    reader(const registry_text& text, registry_node& roots, wide_view only)
+        : text_(text), at_(text.text), roots_(roots), only_(only) {}
 
-    void read() {
+    skipped_lines read() {
         while (!at_.at_end()) {
             at_.skip_blanks();
-            if (at_.take(u"[")) {
-                read_key(at_.take_line());
-                continue;
-            }
-            cursor after = at_;
-            if (key_ && take_value(after))
-                at_ = after;
+            const size_t left = at_.size();
+            if (!take_key() && !take_value() && !take_rest_of_line() && skipped_.count++ == 0)
+                skipped_.first = line_with(left);
             at_.take_line();
         }
+        return skipped_;
     }
 
 private:
-    // `line` follows the bracket. The values after a line that names no key belong to none.
-    void read_key(wide_view line) {
-        key_ = nullptr;
+    // The number of the line that begins with so many units left.
+    size_t line_with(size_t left) const {
+        const wide_view before = wide_view(text_.text).substr(0, text_.text.size() - left);
+        return 1 + static_cast<size_t>(std::count(before.begin(), before.end(), u'\n'));
+    }
+
+    // An empty line, a comment or the heading.
+    bool take_rest_of_line() {
+        if (!at_.take(u"windows registry editor version 5.00"))
+            at_.take(u"regedit4");
+        return at_.is_at_line_end();
+    }
+
+    // The values after a line that names no key belong to none.
+    bool take_key() {
+        cursor after = at_;
+        if (!after.take(u"["))
+            return false;
+        const wide_view line = after.take_line();
         const size_t bracket = line.rfind(u']');
-        if (bracket == wide_view::npos)
-            return;
-        wide_view path = line.substr(0, bracket);
-        if (path.starts_with(u'-'))
-            remove_key(path.substr(1));
+        wide_view path = line.substr(0, bracket == wide_view::npos ? 0 : bracket);
+        key_ = nullptr;
+        const bool removes = path.starts_with(u'-');
+        path.remove_prefix(removes);
+        if (!is_possible(path))
+            return false;
+        if (removes)
+            remove_key(path);
         else
             key_ = make_key(path);
+        return true;
     }
 
     registry_node* make_key(wide_view path) {
-        if (!is_possible(path))
-            return nullptr;
         registry_node* at = &roots_;
         for (wide_view name; !(name = take_key_name(path)).empty();) {
             std::unique_ptr<registry_node>& key = at->keys[folded_name(name)];
@@ -232,8 +270,11 @@ private:
         return at;
     }
 
-    static bool is_possible(wide_view path) {
+    bool is_possible(wide_view path) const {
         size_t depth = 0;
+        wide_view rest = path;
+        if (!only_.empty() && folded_name(take_key_name(rest)) != only_)
+            return false;
         for (wide_view name; !(name = take_key_name(path)).empty(); ++depth) {
             if (name.size() > longest_key_name || depth == deepest_key)
                 return false;
@@ -255,6 +296,14 @@ private:
         }
     }
 
+    bool take_value() {
+        cursor after = at_;
+        if (!key_ || !take_value(after))
+            return false;
+        at_ = after;
+        return true;
+    }
+
     bool take_value(cursor& line) {
         std::u16string name;
         if (!line.take(u"@") && !line.take_quoted(name, false))
@@ -270,22 +319,38 @@ private:
             return line.is_at_line_end();
         }
         registry_value value{};
-        if (!take_data(line, value))
+        if (!take_data(line, value, text_.is_older))
             return false;
         key_->values.insert_or_assign(std::move(name), std::move(value));
         return true;
     }
 
+    const registry_text& text_;
     cursor at_;
     registry_node& roots_;
+    const wide_view only_;
     registry_node* key_ = nullptr;
+    skipped_lines skipped_;
 };
 
 } // namespace
 
-void read_registry_text(std::string_view file, registry_node& roots) {
-    const std::u16string text = wide_text(file);
-    reader(text, roots).read();
+DWORD registry_text::decode(std::string_view file) {
+    const bool is_little = file.starts_with("\xFF\xFE");
+    is_older = file.starts_with(older_heading);
+    if (is_little || file.starts_with("\xFE\xFF"))
+        text = from_utf16(file, is_little);
+    else if (is_older && file.size() > INT_MAX)
+        return ERROR_NOT_ENOUGH_MEMORY;
+    else if (is_older && !from_host_set(file, text))
+        return GetLastError();
+    else if (!is_older)
+        text = wide_from(file.starts_with("\xEF\xBB\xBF") ? file.substr(3) : file);
+    return ERROR_SUCCESS;
+}
+
+skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only) {
+    return reader(text, roots, only).read();
 }
 
 } // namespace platform

@@ -1,0 +1,247 @@
+// The registry's files, which are read again when they have changed: by one thread, for all that wait meanwhile.
+#include <fcntl.h>
+#include <pthread.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <mutex>
+
+#include "platform/api/debugger.h"
+#include "platform/core/descriptor.h"
+#include "platform/core/error.h"
+#include "platform/core/host_dir.h"
+#include "platform/core/retry.h"
+#include "platform/system/registry.h"
+#include "platform/text/utf8.h"
+
+namespace platform {
+
+namespace {
+
+// ---- One file ---------------------------------------------------------------------------------------------------
+
+struct file_stamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    timespec written{}, changed{};
+
+    file_stamp() = default;
+    explicit file_stamp(const struct stat& status)
+        : device(status.st_dev), inode(status.st_ino), size(status.st_size), written(status.st_mtim),
+          changed(status.st_ctim) {}
+
+    bool operator==(const file_stamp& other) const {
+        return device == other.device && inode == other.inode && size == other.size
+               && written.tv_sec == other.written.tv_sec && written.tv_nsec == other.written.tv_nsec
+               && changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
+    }
+
+    // A change within the same tick of the file system's clock would leave the same stamp. A file of the future, as
+    // seen after a clock was set back, is never old enough.
+    bool is_settled() const {
+        constexpr time_t settling_s = 2;
+        timespec now;
+        clock_gettime(CLOCK_REALTIME, &now);
+        return now.tv_sec - changed.tv_sec > settling_s;
+    }
+};
+
+bool is_missing(int error) {
+    return error == ENOENT || error == ENOTDIR;
+}
+
+// A file that is not there is an empty one, with the stamp of none. 0, or an errno.
+int stamp_of(const std::string& path, file_stamp& stamp) {
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0)
+        stamp = file_stamp(status);
+    else if (is_missing(errno))
+        stamp = {};
+    else
+        return errno;
+    return 0;
+}
+
+// 0, or an errno. Files of all sizes have room.
+int read_all(int number, size_t size, std::string& content) {
+    content.resize(size);
+    size_t filled = 0;
+    for (;;) {
+        if (filled == content.size())
+            content.resize(content.size() + 4096);
+        const ssize_t got = retried([&] { return read(number, &content[filled], content.size() - filled); });
+        if (got < 0)
+            return errno;
+        if (got == 0)
+            break;
+        filled += static_cast<size_t>(got);
+    }
+    content.resize(filled);
+    return 0;
+}
+
+struct file_content {
+    std::string bytes;
+    file_stamp stamp;
+    bool is_settled = true; // no change can hide behind the stamp
+
+    // 0, or an errno. A file of `owner_only` must be the caller's own or root's; what is no file is refused.
+    int read(const std::string& path, bool owner_only) {
+        constexpr int attempts = 3; // at a file that is being written
+        bool is_steady = false;
+        for (int i = 0; i < attempts && !is_steady; ++i) {
+            const descriptor file(
+                retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+            struct stat status;
+            if (!file || fstat(file.get(), &status) != 0) {
+                *this = {};
+                return is_missing(errno) ? 0 : errno;
+            }
+            const bool is_trusted = !owner_only || status.st_uid == geteuid() || status.st_uid == 0;
+            if (!S_ISREG(status.st_mode) || !is_trusted)
+                return EACCES;
+            stamp = file_stamp(status);
+            if (const int error = read_all(file.get(), static_cast<size_t>(status.st_size), bytes))
+                return error;
+            is_steady = fstat(file.get(), &status) == 0 && file_stamp(status) == stamp;
+        }
+        is_settled = is_steady && stamp.is_settled();
+        return 0;
+    }
+};
+
+// ---- Both files -------------------------------------------------------------------------------------------------
+
+// The user's own file; empty where there is no home.
+std::string user_file() {
+    constexpr char relative[] = "/.config/zu/registry.reg";
+    if (const char* home = secure_getenv("HOME"); home && *home == '/')
+        return std::string(home) + relative;
+    passwd entry;
+    passwd* found = nullptr;
+    char room[4096];
+    getpwuid_r(geteuid(), &entry, room, sizeof room, &found);
+    return found && *found->pw_dir == '/' ? std::string(found->pw_dir) + relative : std::string();
+}
+
+struct loaded_registry {
+    state_pointer state;
+    file_content machine, user;
+    bool has_bytes = false; // of the files, until both have settled
+    uint64_t number = 0;    // of the load
+};
+
+// Never destroyed: threads may still read while the process ends.
+struct registry_cache {
+    std::mutex lock; // of what follows; held for the length of a copy
+    loaded_registry latest;
+    uint64_t loads_begun = 0;
+    std::mutex* loading = new std::mutex; // held by the thread that loads
+};
+
+registry_cache& cache() {
+    static registry_cache* const made = new registry_cache;
+    return *made;
+}
+
+// A child forked while another thread copies must find the lock free. Nobody in it is going on with a load.
+[[maybe_unused]] const int fork_handlers =
+    pthread_atfork([] { cache().lock.lock(); }, [] { cache().lock.unlock(); },
+                   [] {
+                       cache().loading = new std::mutex;
+                       cache().lock.unlock();
+                   });
+
+void report_skipped(const std::string& path, skipped_lines skipped) {
+    if (skipped.count == 0)
+        return;
+    const std::string line = "zu: " + path + ", line " + std::to_string(skipped.first)
+                             + " is not understood (" + std::to_string(skipped.count) + " such lines)\n";
+    OutputDebugStringW(wide_from(line).c_str());
+}
+
+// 0, or a code.
+DWORD add(const file_content& file, const std::string& path, wide_view only, registry_node& roots) {
+    registry_text text;
+    if (const DWORD code = text.decode(file.bytes))
+        return code;
+    report_skipped(path, read_registry_text(text, roots, only));
+    return ERROR_SUCCESS;
+}
+
+bool holds(const registry_cache& where, const file_stamp& machine, const file_stamp& user, bool for_user) {
+    const loaded_registry& latest = where.latest;
+    return latest.state && latest.machine.stamp == machine && latest.machine.is_settled
+           && (!for_user || (latest.user.stamp == user && latest.user.is_settled));
+}
+
+bool say_the_same(const loaded_registry& before, const loaded_registry& now) {
+    return before.has_bytes && before.machine.bytes == now.machine.bytes
+           && before.user.bytes == now.user.bytes;
+}
+
+// Reads both files. What says the same as before is not taken apart again. 0, or a code.
+DWORD load(const std::string& machine_path, const std::string& user_path, const loaded_registry& before,
+           loaded_registry& now) {
+    if (const int error = now.machine.read(machine_path, false))
+        return code_of_errno(error);
+    const int user_error = user_path.empty() ? 0 : now.user.read(user_path, true);
+    if (user_error == 0 && say_the_same(before, now) && before.state->user_code == ERROR_SUCCESS) {
+        now.state = before.state;
+    } else {
+        const auto state = std::make_shared<registry_state>();
+        if (const DWORD code = add(now.machine, machine_path, {}, state->roots))
+            return code;
+        state->user_code = user_error ? code_of_errno(user_error)
+                                      : add(now.user, user_path, current_user_root, state->roots);
+        now.state = state;
+    }
+    now.has_bytes = !now.machine.is_settled || !now.user.is_settled;
+    if (!now.has_bytes) {
+        now.machine.bytes = {};
+        now.user.bytes = {};
+    }
+    return ERROR_SUCCESS;
+}
+
+} // namespace
+
+DWORD current_registry(bool for_user, state_pointer& result) {
+    const std::string machine_path = in_host_directory("registry.reg");
+    const std::string user_path = for_user ? user_file() : std::string();
+    file_stamp machine, user;
+    if (const int error = stamp_of(machine_path, machine))
+        return code_of_errno(error);
+    if (const int error = user_path.empty() ? 0 : stamp_of(user_path, user))
+        return code_of_errno(error);
+    registry_cache& shared = cache();
+    uint64_t begun_before;
+    {
+        const std::lock_guard hold(shared.lock);
+        result = shared.latest.state;
+        if (holds(shared, machine, user, for_user))
+            return for_user ? result->user_code : DWORD{ERROR_SUCCESS};
+        begun_before = shared.loads_begun;
+    }
+    const std::lock_guard only_one(*shared.loading);
+    std::unique_lock hold(shared.lock);
+    // A load that began after this call serves it as well as one of its own.
+    if (shared.latest.number <= begun_before) {
+        loaded_registry next;
+        next.number = ++shared.loads_begun;
+        hold.unlock(); // only this thread changes what is there
+        if (const DWORD code = load(machine_path, for_user ? user_path : user_file(), shared.latest, next))
+            return code;
+        hold.lock();
+        shared.latest = std::move(next);
+    }
+    result = shared.latest.state;
+    return for_user ? result->user_code : DWORD{ERROR_SUCCESS};
+}
+
+} // namespace platform
