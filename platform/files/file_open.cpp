@@ -17,8 +17,8 @@ namespace {
 // The bits of the platform's flags that are a new file's attributes.
 constexpr DWORD attribute_bits = 0xFFFF;
 
-constexpr DWORD opens_again =
-    0xFFFFFFFF; // in place of a code: what was opened is not what the path names any more
+// In place of a code: what was opened is not what the path names any more.
+constexpr DWORD opens_again = 0xFFFFFFFF;
 
 constexpr int tries = 16;
 
@@ -53,7 +53,10 @@ int open_without_waiting(place& where, int flags) {
         return -1;
     }
     const std::string same_file = "/proc/self/fd/" + std::to_string(lent.get());
-    return retried([&] { return open(same_file.c_str(), flags | O_CLOEXEC | O_NOCTTY); });
+    const int waited_for = retried([&] { return open(same_file.c_str(), flags | O_CLOEXEC | O_NOCTTY); });
+    if (waited_for < 0 && errno == ENOENT) // of /proc: the file is there
+        errno = EAGAIN;
+    return waited_for;
 }
 
 // Reads and writes of pipes and devices wait, but for reads from a pipe of another user's, who could keep it open and
@@ -68,8 +71,8 @@ DWORD let_calls_wait(int number, const open_request& request, const struct stat&
     return ERROR_SUCCESS;
 }
 
-// Writing to a pipe or a device: it is opened for just that. Who can also read does not wait for a reader, and never
-// learns that it is gone.
+// Whether the path names a pipe or a device that is to be written to alone. It is opened for just that: O_RDWR would
+// not wait for a pipe's reader, nor tell that the reader is gone.
 bool is_only_written_to(place& where, const open_request& request) {
     struct stat status;
     const auto look = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
@@ -77,32 +80,52 @@ bool is_only_written_to(place& where, const open_request& request) {
            && !S_ISDIR(status.st_mode);
 }
 
-// Opens what is there, with more rights than asked for where that helps: who writes also reads, for its locks.
+// A descriptor for writing alone. A pipe waits for its reader.
+int open_to_write(place& where, int host_flags) {
+    const int number = open_without_waiting(where, O_WRONLY | host_flags);
+    if (number >= 0 || errno != ENXIO) // of a pipe without a reader
+        return number;
+    return open_call(where, O_WRONLY | host_flags);
+}
+
+// A descriptor for reading and writing, which is good for shared locks of both kinds, even where the caller only
+// writes; for writing alone where the file may not be read.
+int open_to_change(place& where, const open_request& request, descriptor_rights& rights) {
+    const int number = open_call(where, O_RDWR | request.host_flags);
+    if (number >= 0 || errno != EACCES || request.reads)
+        return number;
+    rights.reads = false;
+    return open_call(where, O_WRONLY | request.host_flags);
+}
+
+// Opens what is there, with the rights that the locks of its claim take.
 DWORD open_existing(place& where, const open_request& request, descriptor_rights& rights, descriptor& out) {
+    const bool empties = truncates(request);
     if (!touches_data(request)) {
         rights = {false, false};
         out = descriptor(open_call(where, O_PATH));
-    } else if (!request.writes && !truncates(request)) {
+    } else if (!request.writes && !empties) {
         rights = {true, false};
         out = descriptor(open_without_waiting(where, O_RDONLY | request.host_flags));
+    } else if (!request.reads && !empties && request.denies_writes) {
+        // One exclusive lock is the whole claim, so nothing needs to be read, and nothing to be looked at first.
+        rights = {false, true};
+        out = descriptor(open_to_write(where, request.host_flags));
     } else if (is_only_written_to(where, request)) {
         rights = {false, true};
-        out = descriptor(open_call(where, O_WRONLY | request.host_flags));
+        out = descriptor(open_to_write(where, request.host_flags));
     } else {
         rights = {true, true};
-        out = descriptor(open_call(where, O_RDWR | request.host_flags));
-        if (!out && errno == EACCES && !request.reads) {
-            rights.reads = false;
-            out = descriptor(open_call(where, O_WRONLY | request.host_flags));
-        } else if (!out && errno == EISDIR && request.takes_directories) {
-            rights = {true, false};
-            out = descriptor(open_call(where, O_RDONLY | O_DIRECTORY));
-        }
+        out = descriptor(open_to_change(where, request, rights));
+    }
+    if (!out && errno == EISDIR && request.takes_directories) {
+        rights = {true, false};
+        out = descriptor(open_call(where, O_RDONLY | O_DIRECTORY));
     }
     return out ? ERROR_SUCCESS : where.code_of(errno);
 }
 
-// Makes the file: `opens_again` when there is one by now.
+// Makes the file; `opens_again` when there is one by now.
 DWORD create(place& where, const open_request& request, descriptor& out) {
     const int flags = O_RDWR | O_CREAT | request.host_flags;
     out = descriptor(open_call(where, flags | O_EXCL));
@@ -112,7 +135,7 @@ DWORD create(place& where, const open_request& request, descriptor& out) {
         return where.code_of(errno);
     if (request.disposition == CREATE_NEW)
         return ERROR_FILE_EXISTS;
-    // Somebody was faster, or there is a link that leads nowhere yet: then the file comes to be where it leads.
+    // Another program was faster, or there is a link that leads nowhere yet: then the file is made where it leads.
     struct stat status;
     const auto follow = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
     if (where.attempt(follow) == 0)
@@ -121,15 +144,15 @@ DWORD create(place& where, const open_request& request, descriptor& out) {
     return out ? ERROR_SUCCESS : where.code_of(errno);
 }
 
-// Whether what was opened is still the file of that name, now that nobody can delete or move it any more. Who only reads
-// may have what was moved meanwhile, as if it had been opened before; what is written must not go elsewhere.
+// Whether what was opened is still the file of that name, now that nobody can delete or move it any more. A reader may
+// keep a file that was moved since, as if it had been opened earlier; what is written must not go elsewhere.
 bool is_still_there(place& where, const share_claim& claim, const struct stat& status) {
     struct stat now;
     const auto look = [&](int at, const char* path) { return fstatat(at, path, &now, 0); };
     return status.st_nlink > 0 && (!claim.writes || (where.attempt(look) == 0 && is_same(now, status)));
 }
 
-// What an existing file says to being opened like this, before anybody else is asked.
+// The code that an existing file's own kind and attributes give, whoever else has it open.
 DWORD check_kind(const open_request& request, const struct stat& status) {
     if (S_ISDIR(status.st_mode))
         return request.takes_directories && !truncates(request) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
@@ -227,7 +250,7 @@ DWORD open_once(place& where, const open_request& request, opened_file& out) {
     return code;
 }
 
-// A new file with attributes other than none: it does not stay when they cannot be kept.
+// Gives a new file its attributes. One that cannot keep them is removed again.
 DWORD set_new_attributes(place& where, const open_request& request, const opened_file& opened) {
     const DWORD code =
         write_attributes(holder(opened.number.get()), opened.status.st_mode, request.attributes);
@@ -244,7 +267,7 @@ DWORD check_syntax(const place& where, const open_request& request) {
     return ERROR_SUCCESS;
 }
 
-// What a name with a separator at its end says, when it is not a directory that may be opened.
+// The code for a name with a separator at its end, unless it is a directory that may be opened.
 DWORD check_directory_name(place& where, const open_request& request) {
     struct stat status;
     const auto look = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
@@ -269,8 +292,8 @@ DWORD open_place(place& where, const open_request& request, opened_file& out) {
     if (where.ends_with_separator())
         if (const DWORD code = check_directory_name(where, request))
             return code;
-    // Each further try is for a file that was deleted or moved between opening it and claiming it. A file that
-    // never stays is one that others hold: nothing may be written to what is no longer of that name.
+    // A file that was deleted or moved after it was opened and before it was claimed is opened again: nothing may be
+    // written to what no longer has that name. A file that never stays is in use by others.
     DWORD code = opens_again;
     for (int i = 0; code == opens_again && i < tries; ++i)
         code = open_once(where, request, out);

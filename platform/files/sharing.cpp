@@ -3,8 +3,9 @@
 // The locks belong to the open file description, so they exclude within a process as well as between processes, and
 // end with the last descriptor, whatever kills its holder. A handle locks its own bytes, for what it does (reads,
 // writes) and what it denies; it may be there only while nobody else holds one of the opposite bytes. It locks its own
-// bytes first and tests the opposite ones second. Two rivals may both back off, and then try again a few times; but
-// never can both succeed.
+// bytes first and tests the opposite ones second. Two rivals may both back off, but never can both succeed. A handle that
+// has backed off looks whether the other one goes on holding its bytes: if so, the file is in use; else both backed off,
+// or the other one failed for a reason of its own, and it tries again.
 //
 //                     second: access and share mode (1: reads, 2: writes, 3: both, 0: neither)
 //                     R0 R1 R2 R3   W0 W1 W2 W3   B0 B1 B2 B3
@@ -50,6 +51,7 @@ constexpr unsigned byte_count = 4;
 constexpr off_t first_byte = 0x7FFF'FFFF'FFFF'FF00;
 
 constexpr int tries = 4;
+constexpr int looks = 8;
 
 unsigned own_bytes(const share_claim& claim) {
     return (claim.reads ? reading : 0u) | (claim.writes ? writing : 0u)
@@ -132,24 +134,54 @@ share_result test_bytes(int descriptor, unsigned bytes) {
     return result;
 }
 
-share_result try_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights) {
+// The locks that a claim takes and those that it must not meet.
+struct claim_locks {
+    unsigned own;
+    unsigned opposite;
+    short type;
+    bool one_call_decides; // an exclusive lock on bytes that are both
+};
+
+claim_locks locks_of(const share_claim& claim, const descriptor_rights& rights) {
     unsigned own = own_bytes(claim);
     unsigned opposite = opposite_bytes(claim);
     // A claim that denies both excludes everyone: it locks all four bytes in one call.
     if (claim.denies_reads && claim.denies_writes)
         own = opposite = all_bytes;
     const bool one_call_decides = own == opposite && rights.writes;
-    const bool exclusive = one_call_decides || !rights.reads;
-    const share_result result = lock_bytes(descriptor, exclusive ? F_WRLCK : F_RDLCK, own);
-    return result != share_result::granted || one_call_decides ? result : test_bytes(descriptor, opposite);
+    const bool is_exclusive = one_call_decides || !rights.reads;
+    return {own, opposite, static_cast<short>(is_exclusive ? F_WRLCK : F_RDLCK), one_call_decides};
+}
+
+share_result try_claim(int descriptor, const claim_locks& locks) {
+    const share_result result = lock_bytes(descriptor, locks.type, locks.own);
+    return result != share_result::granted || locks.one_call_decides ? result
+                                                                     : test_bytes(descriptor, locks.opposite);
+}
+
+// Whether the claim's own locks could be had now, and the opposite bytes are free.
+bool could_be_granted(int descriptor, const claim_locks& locks) {
+    struct flock lock;
+    const bool is_own_free = each_range(locks.own, [&](byte_range range) {
+        return lock_call(descriptor, F_OFD_GETLK, locks.type, range, lock) && lock.l_type == F_UNLCK;
+    });
+    return is_own_free && test_bytes(descriptor, locks.opposite) == share_result::granted;
+}
+
+// Whether what stands in the way goes, within a time in which a handle is either opened or gives way.
+bool becomes_free(int descriptor, const claim_locks& locks) {
+    for (int i = 0; i < looks; ++i) {
+        if (could_be_granted(descriptor, locks))
+            return true;
+        sched_yield();
+    }
+    return false;
 }
 
 // A moment of a length that the other side of a race does not choose as well.
 void wait_a_little(int after_try) {
-    if (after_try == 0) {
-        sched_yield();
+    if (after_try == 0)
         return;
-    }
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     const timespec pause{0, 50'000L * after_try + now.tv_nsec % 100'000};
@@ -159,14 +191,15 @@ void wait_a_little(int after_try) {
 } // namespace
 
 share_result take_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights) {
+    const claim_locks locks = locks_of(claim, rights);
     for (int i = 0;; ++i) {
-        const share_result result = try_claim(descriptor, claim, rights);
+        const share_result result = try_claim(descriptor, locks);
         if (result == share_result::granted)
             return result;
         const int error = errno;
         give_back_claim(descriptor);
         errno = error;
-        if (result != share_result::conflict || i + 1 == tries)
+        if (result != share_result::conflict || i + 1 == tries || !becomes_free(descriptor, locks))
             return result;
         wait_a_little(i);
     }
