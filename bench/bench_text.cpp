@@ -1,7 +1,8 @@
 // Text: growable strings, formatting and conversions.
-#include <iconv.h>
+#include <unicode/ustring.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -106,150 +107,103 @@ void format_long_snprintf(benchmark::State& state) {
 BENCHMARK(format_long_zu);
 BENCHMARK(format_long_snprintf);
 
-// ---- ASCII between UTF-8 and UTF-16; the bytes counted are those of the narrow text in every row
+// ---- between UTF-16 and UTF-8, into new memory, of 1 KiB and 1 MiB of wide text; beside ICU, and a copy of as many bytes
 
-void copy_bytes(benchmark::State& state) {
-    const std::string text(static_cast<size_t>(state.range(0)), 'x');
-    std::string out(text.size(), 0);
-    for (auto _ : state) {
-        std::memcpy(out.data(), text.data(), text.size());
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
+struct script {
+    const char* name;
+    std::u16string words;
+} const scripts[] = {
+    {"ASCII", u"The quick brown fox jumps over the lazy dog. "},
+    {"Latin",
+     u"F\u00fcr d\u00e9j\u00e0 vu, \u00dcbergr\u00f6\u00dfe; \u017elu\u0165ou\u010dk\u00fd k\u016f\u0148 \u00fap\u011bl na\u00efve \u00f3dy. "},
+    {"CJK", u"\u65e5\u672c\u8a9e\u306e\u6587\u7ae0\u3001\u4e2d\u6587\u7684\u53e5\u5b50\u3002"},
+    {"emoji", u"\U0001F600\U0001F680\U0001F4A9\U0001F389"},
+};
 
-void to_wide(benchmark::State& state) {
-    const std::string text(static_cast<size_t>(state.range(0)), 'x');
-    std::u16string out(text.size(), 0);
-    for (auto _ : state) {
-        platform::MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(),
-                                      static_cast<int>(out.size()));
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-void to_narrow(benchmark::State& state) {
-    const std::u16string text(static_cast<size_t>(state.range(0)), u'x');
-    std::string out(text.size(), 0);
-    for (auto _ : state) {
-        platform::WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), out.data(),
-                                      static_cast<int>(out.size()), nullptr, nullptr);
-        benchmark::DoNotOptimize(out.data());
-        benchmark::ClobberMemory();
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-BENCHMARK(copy_bytes)->Arg(64)->Arg(4096)->Arg(1 << 20);
-BENCHMARK(to_wide)->Arg(64)->Arg(4096)->Arg(1 << 20);
-BENCHMARK(to_narrow)->Arg(64)->Arg(4096)->Arg(1 << 20);
-
-// ---- other text: Cyrillic words, beside the C library's converter
-
-const std::u16string& cyrillic() {
-    static const std::u16string text = [] {
-        std::u16string repeated;
-        for (int i = 0; i < 1000; ++i)
-            repeated += u"\u043f\u0440\u0438\u043c\u0435\u0440 \u0442\u0435\u043a\u0441\u0442\u0430, ";
-        return repeated;
-    }();
+std::u16string text_of(const script& script, int64_t units) {
+    std::u16string text;
+    while (static_cast<int64_t>(text.size()) < units)
+        text += script.words;
     return text;
 }
 
-void cyrillic_to_narrow(benchmark::State& state) {
-    std::string out(cyrillic().size() * 3, 0);
-    for (auto _ : state) {
-        platform::WideCharToMultiByte(CP_UTF8, 0, cyrillic().data(), static_cast<int>(cyrillic().size()),
-                                      out.data(), static_cast<int>(out.size()), nullptr, nullptr);
-        benchmark::DoNotOptimize(out.data());
+template <class Convert>
+void narrow(benchmark::State& state, const script& script, Convert&& convert) {
+    const std::u16string text = text_of(script, state.range(0) / 2);
+    for (auto _ : state)
+        convert(text);
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(2 * text.size()));
+}
+
+template <class Convert>
+void widen(benchmark::State& state, const script& script, Convert&& convert) {
+    const std::u16string text = text_of(script, state.range(0) / 2);
+    uint32_t length = 0;
+    char* bytes = ZU_wchar_2_char(ZU_ENCODING_UTF8, text.data(), static_cast<int32_t>(text.size()), &length);
+    const std::string utf8(bytes, length);
+    ZU_free(bytes);
+    for (auto _ : state)
+        convert(utf8);
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(2 * text.size()));
+}
+
+void narrow_zu(const std::u16string& text) {
+    char* bytes = ZU_wchar_2_char(ZU_ENCODING_UTF8, text.data(), static_cast<int32_t>(text.size()), nullptr);
+    benchmark::DoNotOptimize(bytes);
+    ZU_free(bytes);
+}
+
+void narrow_icu(const std::u16string& text) {
+    const size_t room = 3 * text.size() + 1;
+    auto* bytes = static_cast<char*>(std::malloc(room));
+    UErrorCode error = U_ZERO_ERROR;
+    u_strToUTF8(bytes, static_cast<int32_t>(room), nullptr, text.data(), static_cast<int32_t>(text.size()),
+                &error);
+    benchmark::DoNotOptimize(bytes);
+    std::free(bytes);
+}
+
+void widen_zu(const std::string& text) {
+    ZU_wchar* units =
+        ZU_char_2_wchar(ZU_ENCODING_UTF8, text.data(), static_cast<int32_t>(text.size()), nullptr);
+    benchmark::DoNotOptimize(units);
+    ZU_free(units);
+}
+
+void widen_icu(const std::string& text) {
+    auto* units = static_cast<char16_t*>(std::malloc((text.size() + 1) * sizeof(char16_t)));
+    UErrorCode error = U_ZERO_ERROR;
+    u_strFromUTF8(units, static_cast<int32_t>(text.size() + 1), nullptr, text.data(),
+                  static_cast<int32_t>(text.size()), &error);
+    benchmark::DoNotOptimize(units);
+    std::free(units);
+}
+
+template <class Text>
+void copy(const Text& text) {
+    const size_t bytes = text.size() * sizeof text[0];
+    void* block = std::malloc(bytes);
+    std::memcpy(block, text.data(), bytes);
+    benchmark::DoNotOptimize(block);
+    std::free(block);
+}
+
+const bool registered = [] {
+    for (const script& script : scripts) {
+        const auto add = [&](const std::string& way, auto function) {
+            benchmark::RegisterBenchmark((way + "/" + script.name).c_str(), function)
+                ->Arg(1 << 10)
+                ->Arg(1 << 20);
+        };
+        add("utf8_from_wide_zu", [&](benchmark::State& state) { narrow(state, script, narrow_zu); });
+        add("utf8_from_wide_icu", [&](benchmark::State& state) { narrow(state, script, narrow_icu); });
+        add("utf8_from_wide_copy",
+            [&](benchmark::State& state) { narrow(state, script, copy<std::u16string>); });
+        add("wide_from_utf8_zu", [&](benchmark::State& state) { widen(state, script, widen_zu); });
+        add("wide_from_utf8_icu", [&](benchmark::State& state) { widen(state, script, widen_icu); });
+        add("wide_from_utf8_copy", [&](benchmark::State& state) { widen(state, script, copy<std::string>); });
     }
-}
-
-void cyrillic_to_wide(benchmark::State& state) {
-    std::string narrow(cyrillic().size() * 3, 0);
-    narrow.resize(static_cast<size_t>(
-        platform::WideCharToMultiByte(CP_UTF8, 0, cyrillic().data(), static_cast<int>(cyrillic().size()),
-                                      narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr)));
-    std::u16string out(cyrillic().size(), 0);
-    for (auto _ : state) {
-        platform::MultiByteToWideChar(CP_UTF8, 0, narrow.data(), static_cast<int>(narrow.size()), out.data(),
-                                      static_cast<int>(out.size()));
-        benchmark::DoNotOptimize(out.data());
-    }
-}
-
-void convert_with_iconv(benchmark::State& state, const char* to, const char* from, std::string in) {
-    std::string out(in.size() * 3, 0);
-    const iconv_t converter = iconv_open(to, from);
-    for (auto _ : state) {
-        char* at = in.data();
-        char* end = out.data();
-        size_t left = in.size();
-        size_t room = out.size();
-        iconv(converter, &at, &left, &end, &room);
-        benchmark::DoNotOptimize(out.data());
-    }
-    iconv_close(converter);
-}
-
-void cyrillic_to_narrow_iconv(benchmark::State& state) {
-    const auto* bytes = reinterpret_cast<const char*>(cyrillic().data());
-    convert_with_iconv(state, "UTF-8", "UTF-16LE", std::string(bytes, cyrillic().size() * 2));
-}
-
-void cyrillic_to_wide_iconv(benchmark::State& state) {
-    std::string narrow(cyrillic().size() * 3, 0);
-    narrow.resize(static_cast<size_t>(
-        platform::WideCharToMultiByte(CP_UTF8, 0, cyrillic().data(), static_cast<int>(cyrillic().size()),
-                                      narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr)));
-    convert_with_iconv(state, "UTF-16LE", "UTF-8", narrow);
-}
-
-BENCHMARK(cyrillic_to_narrow);
-BENCHMARK(cyrillic_to_narrow_iconv);
-BENCHMARK(cyrillic_to_wide);
-BENCHMARK(cyrillic_to_wide_iconv);
-
-// ---- the same through the families, which measure and allocate; beside an allocation and a copy
-
-void duplicate_bytes(benchmark::State& state) {
-    const std::string text(static_cast<size_t>(state.range(0)), 'x');
-    for (auto _ : state) {
-        char* copy = static_cast<char*>(ZU_malloc(static_cast<uint32_t>(text.size() + 1)));
-        std::memcpy(copy, text.c_str(), text.size() + 1);
-        benchmark::DoNotOptimize(copy);
-        ZU_free(copy);
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-void char_to_wchar(benchmark::State& state) {
-    const std::string text(static_cast<size_t>(state.range(0)), 'x');
-    for (auto _ : state) {
-        ZU_wchar* wide =
-            ZU_char_2_wchar(ZU_ENCODING_UTF8, text.data(), static_cast<int32_t>(text.size()), nullptr);
-        benchmark::DoNotOptimize(wide);
-        ZU_free(wide);
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-void wchar_to_char(benchmark::State& state) {
-    const std::u16string text(static_cast<size_t>(state.range(0)), u'x');
-    for (auto _ : state) {
-        char* narrow =
-            ZU_wchar_2_char(ZU_ENCODING_UTF8, text.data(), static_cast<int32_t>(text.size()), nullptr);
-        benchmark::DoNotOptimize(narrow);
-        ZU_free(narrow);
-    }
-    state.SetBytesProcessed(state.iterations() * state.range(0));
-}
-
-BENCHMARK(duplicate_bytes)->Arg(64)->Arg(4096)->Arg(1 << 20);
-BENCHMARK(char_to_wchar)->Arg(64)->Arg(4096)->Arg(1 << 20);
-BENCHMARK(wchar_to_char)->Arg(64)->Arg(4096)->Arg(1 << 20);
+    return true;
+}();
 
 } // namespace

@@ -1,5 +1,6 @@
 // Bytes of any kind as UTF-8, and as wide text: what comes out is well formed, as long as measured, and a fixed point.
 #include "fuzz/check.h"
+#include "platform/text/registers.h"
 #include "platform/text/utf8.h"
 
 namespace {
@@ -25,8 +26,15 @@ std::string narrowed(const std::u16string& wide) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const platform::wide_registers all = platform::registers;
     const std::string bytes(reinterpret_cast<const char*>(data), size);
+    platform::registers = {};
+    const std::u16string without = widened(bytes);
+    const std::string narrow_without = narrowed(units_of(data, size));
+    platform::registers = all;
     const std::u16string from_bytes = widened(bytes);
+    check(from_bytes == without);
+    check(narrowed(units_of(data, size)) == narrow_without);
     check(widened(narrowed(from_bytes)) == from_bytes);
     const std::string from_units = narrowed(units_of(data, size));
     check(narrowed(widened(from_units)) == from_units);

@@ -1,4 +1,5 @@
 // Character conversion: wide and narrow text both ways, and console output.
+#include <algorithm>
 #include <cstdio>
 
 #include "zu/zu_support.h"
@@ -37,23 +38,49 @@ int32_t effective_length(const Unit* text, int32_t length) {
     return measured <= INT32_MAX ? static_cast<int32_t>(measured) : 0;
 }
 
+// Room that the result of a text is likely to need, so that it need not be measured; 0 where measuring costs less. No
+// unit becomes more than three bytes of UTF-8.
+int likely_room(const ZU_wchar*, int32_t length) {
+    constexpr int32_t longest = 512;
+    return length > 0 && length <= longest ? 3 * length : 0;
+}
+
+// No byte of UTF-8 becomes more than one unit. In a long text those that begin a character are counted, and twice where
+// it becomes a pair: malformed text may have more.
+int likely_room(const char* text, int32_t length) {
+    constexpr int32_t short_length = 512, block = 64;
+    if (length <= short_length)
+        return std::max(length, 0);
+    int32_t room = 0, at = 0;
+    for (; length - at >= block; at += block) {
+        uint8_t units = 0;
+        for (int32_t i = at; i < at + block; ++i)
+            units = static_cast<uint8_t>(units + (static_cast<int8_t>(text[i]) >= -64)
+                                         + (static_cast<uint8_t>(text[i]) >= 0xF0));
+        room += units;
+    }
+    return room + (length - at);
+}
+
 // Both directions take the same steps.
 template <class To, class From>
 To* converted(uint32_t encoding, const From* text, int32_t length, uint32_t* result_length) {
     const zu::keep_last_error keep;
-    if (result_length)
-        *result_length = 0;
-    length = effective_length(text, length);
     const code_page page = code_page_of(encoding);
-    int size =
-        length != 0 && page.known ? convert(page.number, text, length, static_cast<To*>(nullptr), 0) : 0;
-    To* result = zu::allocate<To>(static_cast<uint32_t>(size) + 1);
-    if (size > 0)
-        size = convert(page.number, text, length, result, size);
-    result[size] = 0;
+    length = page.known ? effective_length(text, length) : 0;
+    int room = likely_room(text, length);
+    zu::owned<To> result(zu::allocate<To>(static_cast<uint32_t>(room) + 1));
+    int size = room > 0 ? convert(page.number, text, length, result.get(), room) : 0;
+    if (size == 0
+        && length != 0) { // there was no room that is likely, or it was too little, or nothing can be done
+        room = convert(page.number, text, length, static_cast<To*>(nullptr), 0);
+        result.reset(zu::allocate<To>(static_cast<uint32_t>(room) + 1));
+        size = room > 0 ? convert(page.number, text, length, result.get(), room) : 0;
+    }
+    result[static_cast<size_t>(size)] = 0;
     if (result_length)
         *result_length = static_cast<uint32_t>(size);
-    return result;
+    return result.release();
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 #include "platform/platform.h"
 #include "zu/zu.h"
@@ -64,11 +65,9 @@ public:
     explicit operator bool() const { return block_ != nullptr; }
 
     // The caller owns the block from here on.
-    T* release() {
-        T* block = block_;
-        block_ = nullptr;
-        return block;
-    }
+    T* release() { return std::exchange(block_, nullptr); }
+
+    void reset(T* block) { ZU_free(std::exchange(block_, block)); }
 
 private:
     T* block_;

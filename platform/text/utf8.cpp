@@ -1,15 +1,20 @@
-// UTF-8 and UTF-16: runs of ASCII go a block at a time, everything else character by character.
+// UTF-8 and UTF-16. Registers of 64 bytes take all that is well formed. Where the machine has none, ASCII goes a block at
+// a time, and everything else in runs for which the area has room whatever they become.
 #include "platform/text/utf8.h"
 
 #include <algorithm>
+#include <cstring>
 #include <type_traits>
+
+#include "platform/text/registers.h"
+#include "platform/text/utf8_registers.h"
 
 namespace platform {
 
 namespace {
 
-// Runs of ASCII go in blocks of this many units. The loops over a block are of the plain form, with a fixed count
-// and without aliasing, that compilers turn into vector instructions.
+// Runs of ASCII go in blocks of this many units. The loops over a block have a fixed count and no aliasing, so that
+// compilers turn them into vector instructions.
 constexpr size_t block = 32;
 
 template <class Unit>
@@ -19,45 +24,69 @@ bool is_ascii(Unit unit) {
 
 template <class Unit>
 bool is_ascii_block(const Unit* text) {
-    std::make_unsigned_t<Unit> all = 0;
-    for (size_t i = 0; i < block; ++i)
-        all |= static_cast<std::make_unsigned_t<Unit>>(text[i]);
-    return is_ascii(all);
+    constexpr uint64_t beyond_ascii = sizeof(Unit) == 1 ? 0x8080808080808080 : 0xFF80FF80FF80FF80;
+    uint64_t words[block * sizeof(Unit) / sizeof(uint64_t)];
+    std::memcpy(words, text, sizeof words);
+    uint64_t all = 0;
+    for (const uint64_t word : words)
+        all |= word;
+    return (all & beyond_ascii) == 0;
 }
 
-// The length of the ASCII text at the head of another.
-template <class Unit>
-size_t ascii_run(const Unit* text, size_t count) {
-    size_t length = 0;
-    while (count - length >= block && is_ascii_block(text + length))
-        length += block;
-    while (length < count && is_ascii(text[length]))
-        ++length;
-    return length;
-}
-
-// The same, copied unit by unit.
+// Copies the ASCII text at the head of another in whole blocks; returns its length.
 template <class From, class To>
-size_t copy_ascii_run(const From* __restrict text, To* __restrict out, size_t count) {
+size_t copy_ascii_blocks(const From* __restrict text, To* __restrict out, size_t count) {
     size_t length = 0;
     for (; count - length >= block && is_ascii_block(text + length); length += block) {
         for (size_t i = 0; i < block; ++i)
             out[length + i] = static_cast<To>(text[length + i]);
     }
-    for (; length < count && is_ascii(text[length]); ++length)
-        out[length] = static_cast<To>(text[length]);
     return length;
 }
+
+// So many units or bytes go between two looks at what is left of the text and of the area.
+constexpr ptrdiff_t run = 16;
 
 size_t encoded_size(char32_t character) {
     return character < 0x80 ? 1 : character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
 }
 
-void encode(char32_t character, size_t length, char* out) {
-    static constexpr unsigned char lead_marks[] = {0, 0x00, 0xC0, 0xE0, 0xF0};
-    for (size_t i = length; --i > 0; character >>= 6)
-        out[i] = static_cast<char>(0x80 | (character & 0x3F));
-    out[0] = static_cast<char>(lead_marks[length] | character);
+char continuation(char32_t bits) {
+    return static_cast<char>(0x80 | (bits & 0x3F));
+}
+
+// Writes a character, and returns what follows it.
+inline char* put_utf8(char32_t character, char* out) {
+    if (character < 0x80) {
+        out[0] = static_cast<char>(character);
+        return out + 1;
+    }
+    if (character < 0x800) {
+        out[0] = static_cast<char>(0xC0 | character >> 6);
+        out[1] = continuation(character);
+        return out + 2;
+    }
+    if (character < 0x10000) {
+        out[0] = static_cast<char>(0xE0 | character >> 12);
+        out[1] = continuation(character >> 6);
+        out[2] = continuation(character);
+        return out + 3;
+    }
+    out[0] = static_cast<char>(0xF0 | character >> 18);
+    out[1] = continuation(character >> 12);
+    out[2] = continuation(character >> 6);
+    out[3] = continuation(character);
+    return out + 4;
+}
+
+WCHAR* put_wide(char32_t character, WCHAR* out) {
+    if (character < 0x10000) {
+        *out = static_cast<WCHAR>(character);
+        return out + 1;
+    }
+    out[0] = static_cast<WCHAR>(0xD7C0 + (character >> 10));
+    out[1] = static_cast<WCHAR>(0xDC00 | (character & 0x3FF));
+    return out + 2;
 }
 
 struct wide_piece {
@@ -125,50 +154,144 @@ utf8_piece decode_utf8(const char* utf8, size_t count) {
 }
 
 size_t utf8_size(const WCHAR* wide, size_t count) {
-    size_t size = 0;
-    for (size_t at = 0; at < count;) {
-        if (is_ascii(wide[at])) {
-            const size_t run = ascii_run(wide + at, count - at);
-            size += run;
-            at += run;
-            continue;
+    size_t size = count, at = 0;
+    for (; count - at > block; at += block) {
+        uint16_t longer = 0, pairs = 0; // a pair's four bytes are counted as six
+        for (size_t i = 0; i < block; ++i) {
+            const uint16_t unit = wide[at + i];
+            longer = static_cast<uint16_t>(longer + (unit >= 0x80) + (unit >= 0x800));
         }
+        for (size_t i = 0; i < block; ++i) {
+            const uint16_t high = wide[at + i] & 0xFC00, low = wide[at + i + 1] & 0xFC00;
+            pairs = static_cast<uint16_t>(pairs + ((high == 0xD800) & (low == 0xDC00)));
+        }
+        size += longer - 2u * pairs;
+    }
+    while (at < count) {
         const wide_piece piece = decode_wide(wide + at, count - at);
-        size += encoded_size(piece.character);
+        size += encoded_size(piece.character) - piece.length;
         at += piece.length;
     }
     return size;
 }
 
-size_t utf8_from_wide(const WCHAR* wide, size_t count, char* out, size_t size) {
-    size_t written = 0;
-    for (size_t at = 0; at < count;) {
-        if (written == size)
-            return does_not_fit;
-        if (is_ascii(wide[at])) {
-            const size_t run = copy_ascii_run(wide + at, out + written, std::min(count - at, size - written));
-            written += run;
-            at += run;
-            continue;
+namespace {
+
+// Converts as long as the area holds whatever comes.
+void narrow_blocks(narrowing& state) {
+    const WCHAR* at = state.at;
+    char* out = state.out;
+    while (state.end - at > run && state.out_end - out >= 3 * run + 4) {
+        if (is_ascii(*at)) {
+            const auto most = static_cast<size_t>(std::min(state.end - at, state.out_end - out));
+            const size_t copied = copy_ascii_blocks(at, out, most);
+            at += copied;
+            out += copied;
+            if (copied != 0)
+                continue;
         }
-        const wide_piece piece = decode_wide(wide + at, count - at);
-        const size_t length = encoded_size(piece.character);
-        if (size - written < length)
-            return does_not_fit;
-        encode(piece.character, length, out + written);
-        written += length;
-        at += piece.length;
+        for (const WCHAR* const stop = at + run; at < stop;) {
+            const char32_t unit = *at;
+            if (unit < 0xD800 || unit >= 0xE000) {
+                out = put_utf8(unit, out);
+                ++at;
+                continue;
+            }
+            const wide_piece piece = decode_wide(at, static_cast<size_t>(state.end - at));
+            out = put_utf8(piece.character, out);
+            at += piece.length;
+        }
     }
-    return written;
+    state.at = at;
+    state.out = out;
+}
+
+bool narrow_one(narrowing& state) {
+    const wide_piece piece = decode_wide(state.at, static_cast<size_t>(state.end - state.at));
+    if (static_cast<size_t>(state.out_end - state.out) < encoded_size(piece.character))
+        return false;
+    state.out = put_utf8(piece.character, state.out);
+    state.at += piece.length;
+    return true;
+}
+
+bool continues(char byte) {
+    return (byte & 0xC0) == 0x80;
+}
+
+// Converts as long as the area holds whatever comes.
+void widen_blocks(widening& state) {
+    const char* at = state.at;
+    WCHAR* out = state.out;
+    while (state.end - at >= run + 4 && state.out_end - out >= run + 4) {
+        if (is_ascii(*at)) {
+            const auto most = static_cast<size_t>(std::min(state.end - at, state.out_end - out));
+            const size_t copied = copy_ascii_blocks(at, out, most);
+            at += copied;
+            out += copied;
+            if (copied != 0)
+                continue;
+        }
+        const char* const stop = at + run;
+        while (at < stop) {
+            const auto first = static_cast<unsigned char>(*at);
+            if (first < 0x80) {
+                *out++ = first;
+                ++at;
+            } else if (first >= 0xC2 && first < 0xE0 && continues(at[1])) {
+                *out++ = static_cast<WCHAR>((first & 0x1F) << 6 | (at[1] & 0x3F));
+                at += 2;
+            } else if ((first & 0xF0) == 0xE0 && continues(at[1]) && continues(at[2])) {
+                const char32_t unit = (first & 0x0Fu) << 12 | (at[1] & 0x3Fu) << 6 | (at[2] & 0x3Fu);
+                if (unit < 0x800 || (unit & 0xF800) == 0xD800)
+                    break;
+                *out++ = static_cast<WCHAR>(unit);
+                at += 3;
+            } else if ((first & 0xF8) == 0xF0 && continues(at[1]) && continues(at[2]) && continues(at[3])) {
+                const char32_t upper = (first & 0x07u) << 18 | (at[1] & 0x3Fu) << 12;
+                const char32_t character = upper | (at[2] & 0x3Fu) << 6 | (at[3] & 0x3Fu);
+                if (character < 0x10000 || character > 0x10FFFF)
+                    break;
+                out = put_wide(character, out);
+                at += 4;
+            } else {
+                break;
+            }
+        }
+        if (at < stop) // at what is malformed
+            break;
+    }
+    state.at = at;
+    state.out = out;
+}
+
+bool widen_one(widening& state) {
+    const utf8_piece piece = decode(state.at, static_cast<size_t>(state.end - state.at));
+    if (state.out_end - state.out < (piece.character >= 0x10000 ? 2 : 1))
+        return false;
+    state.out = put_wide(piece.character, state.out);
+    state.at += piece.length;
+    return true;
+}
+
+} // namespace
+
+size_t utf8_from_wide(const WCHAR* wide, size_t count, char* out, size_t size) {
+    narrowing state{wide, wide + count, out, out + size};
+    while (state.at != state.end) {
+        registers.of_64_bytes ? narrow_in_registers(state) : narrow_blocks(state);
+        if (state.at != state.end && !narrow_one(state))
+            return does_not_fit;
+    }
+    return static_cast<size_t>(state.out - out);
 }
 
 size_t wide_size(const char* utf8, size_t count) {
     size_t size = 0;
     for (size_t at = 0; at < count;) {
-        if (is_ascii(utf8[at])) {
-            const size_t run = ascii_run(utf8 + at, count - at);
-            size += run;
-            at += run;
+        if (count - at >= block && is_ascii_block(utf8 + at)) {
+            size += block;
+            at += block;
             continue;
         }
         const utf8_piece piece = decode(utf8 + at, count - at);
@@ -179,30 +302,13 @@ size_t wide_size(const char* utf8, size_t count) {
 }
 
 size_t wide_from_utf8(const char* utf8, size_t count, WCHAR* out, size_t size) {
-    size_t written = 0;
-    for (size_t at = 0; at < count;) {
-        if (written == size)
+    widening state{utf8, utf8 + count, out, out + size};
+    while (state.at != state.end) {
+        registers.of_64_bytes ? widen_in_registers(state) : widen_blocks(state);
+        if (state.at != state.end && !widen_one(state))
             return does_not_fit;
-        if (is_ascii(utf8[at])) {
-            const size_t run = copy_ascii_run(utf8 + at, out + written, std::min(count - at, size - written));
-            written += run;
-            at += run;
-            continue;
-        }
-        const utf8_piece piece = decode(utf8 + at, count - at);
-        const bool pair = piece.character >= 0x10000;
-        if (size - written < (pair ? 2u : 1u))
-            return does_not_fit;
-        if (pair) {
-            const char32_t offset = piece.character - 0x10000;
-            out[written++] = static_cast<WCHAR>(0xD800 | offset >> 10);
-            out[written++] = static_cast<WCHAR>(0xDC00 | (offset & 0x3FF));
-        } else {
-            out[written++] = static_cast<WCHAR>(piece.character);
-        }
-        at += piece.length;
     }
-    return written;
+    return static_cast<size_t>(state.out - out);
 }
 
 std::string utf8_of(wide_view wide) {
@@ -212,8 +318,8 @@ std::string utf8_of(wide_view wide) {
 }
 
 std::u16string wide_from(std::string_view utf8) {
-    std::u16string wide(wide_size(utf8.data(), utf8.size()), u'\0');
-    wide_from_utf8(utf8.data(), utf8.size(), wide.data(), wide.size());
+    std::u16string wide(utf8.size(), u'\0'); // no character has more units than bytes
+    wide.resize(wide_from_utf8(utf8.data(), utf8.size(), wide.data(), wide.size()));
     return wide;
 }
 

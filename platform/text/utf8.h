@@ -24,8 +24,8 @@ inline bool is_low_surrogate(char32_t unit) {
 // The bytes that wide text takes as UTF-8. A surrogate without its partner counts as U+FFFD.
 size_t utf8_size(const WCHAR* wide, size_t count);
 
-// Writes them, without a terminator: their number, or does_not_fit when `size` bytes are too few (some may have been
-// written then).
+// Writes them, without a terminator: their number, or does_not_fit when `size` bytes are too few. What the area holds
+// behind them, or all of it then, is not defined.
 size_t utf8_from_wide(const WCHAR* wide, size_t count, char* out, size_t size);
 
 // The units that UTF-8 takes as wide text. Each maximal bad part, as Unicode recommends, counts as one U+FFFD.

@@ -1,4 +1,6 @@
 // Conversions between wide and narrow text, console output, and the helpers on plain texts.
+#include "platform/text/registers.h"
+#include "platform/text/utf8.h"
 #include "support/test.h"
 
 namespace {
@@ -36,12 +38,53 @@ TEST(utf8, malformed_text_gives_one_mark_for_each_maximal_bad_part) {
     };
     for (auto [bytes, expected] : rows) {
         std::replace(expected.begin(), expected.end(), u'.', u'\ufffd');
-        for (size_t before : {0, 1, 31, 32, 33, 64}) // the blocks of ASCII end before, at and after the place
-            EXPECT_EQ(wide_of(std::string(before, 'x') + bytes), std::u16string(before, u'x') + expected);
+        for (size_t before :
+             {0, 1, 31, 32, 33, 64}) { // the blocks of ASCII end before, at and after the place
+            const std::u16string wide = std::u16string(before, u'x') + expected;
+            EXPECT_EQ(wide_of(std::string(before, 'x') + bytes), wide);
+            EXPECT_EQ(wide_of(std::string(before, 'x') + bytes + std::string(70, 'y')),
+                      wide + std::u16string(70, u'y'));
+        }
     }
     const char16_t high = 0xD83D, low = 0xDE00;
     EXPECT_EQ(narrow_of({low, u'x', high}), "\xEF\xBF\xBDx\xEF\xBF\xBD");
     EXPECT_EQ(narrow_of({low, high, high, low}), "\xEF\xBF\xBD\xEF\xBF\xBD\xF0\x9F\x98\x80");
+}
+
+// Texts of every kind, with and without what is malformed, in exact areas: the same with wide registers and without.
+TEST(utf8, wide_registers_change_nothing) {
+    const platform::wide_registers all = platform::registers;
+    std::mt19937 random(4711);
+    const std::u16string kinds[] = {
+        u"ab", u"\u00e9\u043f", u"\u20ac\u65e5", u"\U0001F600", {0xD800, 0xDC00, 0, 0x7FF}};
+    for (int round = 0; round < 20000; ++round) {
+        std::u16string wide;
+        for (size_t left = random() % 150, kind = 0; left > 0; --left) {
+            kind = random() % 8 ? kind : random() % std::size(kinds);
+            const std::u16string& letters = kinds[kind];
+            wide += kind == 3 ? letters : letters.substr(random() % letters.size(), 1);
+        }
+        std::string narrow[2];
+        for (bool with : {false, true}) {
+            platform::registers = with ? all : platform::wide_registers{};
+            narrow[with].resize(platform::utf8_size(wide.data(), wide.size()));
+            ASSERT_EQ(
+                platform::utf8_from_wide(wide.data(), wide.size(), narrow[with].data(), narrow[with].size()),
+                narrow[with].size());
+        }
+        ASSERT_EQ(narrow[0], narrow[1]);
+        for (size_t wrong = random() % 3; wrong > 0 && !wide.empty(); --wrong)
+            narrow[0][random() % narrow[0].size()] = static_cast<char>(random());
+        std::u16string read[2];
+        for (bool with : {false, true}) {
+            platform::registers = with ? all : platform::wide_registers{};
+            read[with].resize(platform::wide_size(narrow[0].data(), narrow[0].size()));
+            ASSERT_EQ(platform::wide_from_utf8(narrow[0].data(), narrow[0].size(), read[with].data(),
+                                               read[with].size()),
+                      read[with].size());
+        }
+        ASSERT_EQ(read[0], read[1]);
+    }
 }
 
 TEST(utf8, every_character_as_the_plain_algorithm_converts_it) {
