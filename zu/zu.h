@@ -482,7 +482,8 @@ ZU_API void ZU_md5_hash(const uint8_t* bytes, uint32_t byte_count, uint8_t* dige
  * nothing happens.
  *
  * A signal goes to the threads that sleep, in the order in which they fell asleep, and stays theirs: a reset takes
- * nothing back. A time-out leaves the last-error code alone.
+ * nothing back. Time-outs are in milliseconds: 0 only tests, ZU_WAIT_INFINITE waits without limit. One that expires
+ * leaves the last-error code alone; a creation that succeeds sets it to 0.
  */
 
 /* Storage of a re-entrant lock: embed it, and pass its address. Its holder may take it again and must give it back
@@ -511,7 +512,8 @@ typedef struct ZU_event ZU_event;
 
 /*
  * A new event, not signalled. With manual_reset it releases every waiter until it is reset; otherwise it releases one
- * and resets itself. Returns null with code 8 or 1450 when there is no room for one more. Release: ZU_destroy_event.
+ * and resets itself. Returns null with code 8 (ERROR_NOT_ENOUGH_MEMORY) or 1450 (ERROR_NO_SYSTEM_RESOURCES: about a
+ * million handles are open). Release: ZU_destroy_event.
  */
 ZU_API ZU_event* ZU_create_event(ZU_bool manual_reset);
 
@@ -537,7 +539,8 @@ ZU_API int32_t ZU_wait_for_multiple_events(int32_t count, ZU_event* const* event
 /* A counting semaphore. */
 typedef struct ZU_sem ZU_sem;
 
-/* A new semaphore; null with code 87 unless 0 <= initial <= maximum and 1 <= maximum. Release: ZU_sem_destroy. */
+/* A new semaphore; null with code 87 (ERROR_INVALID_PARAMETER) unless 0 <= initial <= maximum and 1 <= maximum, 8 or
+   1450 as for events. Release: ZU_sem_destroy. */
 ZU_API ZU_sem* ZU_sem_create(int32_t initial_count, int32_t maximum_count);
 
 /*
@@ -546,7 +549,7 @@ ZU_API ZU_sem* ZU_sem_create(int32_t initial_count, int32_t maximum_count);
  */
 ZU_API ZU_bool ZU_sem_wait(ZU_sem* sem, uint32_t timeout_ms, ZU_bool* timed_out);
 
-/* Adds one to the count; false with code 298 at the maximum. */
+/* Adds one to the count; false with code 298 (ERROR_TOO_MANY_POSTS) at the maximum. */
 ZU_API ZU_bool ZU_sem_post(ZU_sem* sem);
 
 /* Ends the semaphore; false when its handle could not be closed (the record is gone all the same). Null: true. */
@@ -564,9 +567,10 @@ typedef uint32_t (*ZU_thread_func)(void* argument);
 typedef struct ZU_thread ZU_thread;
 
 /*
- * Start a thread at once; null with code 8 when the host has no room for it. The stack size is what to reserve, in
- * bytes: 0 is the default, and too little is rounded up. Every thread must be waited for, once: that is what
- * releases it. Any thread may start one.
+ * Start a thread at once; null with code 8 (ERROR_NOT_ENOUGH_MEMORY) when the host has no room for it, 1450
+ * (ERROR_NO_SYSTEM_RESOURCES) without a free handle: the function is not called then. The stack size is what to
+ * reserve, in bytes: 0 is the default, and too little is rounded up. Every thread must be waited for, by one thread and
+ * once: that is what releases it. Any thread may start one.
  */
 ZU_API ZU_thread* ZU_thread_create(ZU_thread_func function, void* argument);
 ZU_API ZU_thread* ZU_thread_create_ex(ZU_thread_func function, void* argument, uint32_t stack_size_bytes);
@@ -575,7 +579,8 @@ ZU_API ZU_thread* ZU_thread_create_ex(ZU_thread_func function, void* argument, u
    -1 with the platform's code when the wait failed: the thread is released all the same, and its code reads 0. */
 ZU_API int32_t ZU_thread_wait_for_termination(ZU_thread* thread, uint32_t* exit_code);
 
-/* Suspends the calling thread for at least that long; 0 gives up the rest of its time slice. */
+/* Suspends the calling thread for at least that long; 0 gives up the rest of its time slice, 0xFFFFFFFF never returns.
+   Nothing ends a sleep early: wait for an event with a time-out where something may have to. */
 ZU_API void ZU_sleep(uint32_t milliseconds);
 
 /* Milliseconds since the system started. Wraps after 49.7 days: subtract unsigned. */
@@ -592,32 +597,43 @@ ZU_API uint32_t ZU_get_current_thread_id(void);
  * up to 260 characters without a backslash; "Local\", "Global\" and "Session\N\" before one are dropped. Any thread,
  * also while another one closes the handle.
  *
+ * A process that gives the lock back and takes it again lets a process that sleeps for it go first; so none that sleeps
+ * is overtaken again and again by the one that has just been in. Beyond that, nearly always in order of arrival.
+ *
  * When its owner ends while owning it, the next one to take it gets false and owns it all the same: it can put right
  * what the lock guards, and must unlock. The same holds when the owner's process closes its last handle: unlock first.
- * A time-out gives false, too, and does not touch the last-error code.
+ * A time-out gives false, too, and does not touch the last-error code. To tell the two apart, unlock: true if the lock
+ * was owned.
  *
- * A process that is killed leaves the lock's file behind. It counts as no lock, and the same user's next lock of that
- * name takes it over; other users are refused until then (5), unless the lock was for everyone.
+ * A process that ends in order takes its locks' files away, if nobody else has them open. A process that is killed
+ * leaves them behind. Such a file counts as no lock: the same user's next lock of that name takes it over, as does any
+ * user's if it was for everyone, and this user's or root's next process with a lock removes it. Other users are refused
+ * until then (5).
  */
 typedef void* ZU_lock_process;
 
 /*
- * Create the lock, or open one that exists (last-error code 183, otherwise 0): for the user's own processes, or for
- * every user of the machine. Null with code 5 for another user's lock that is not for everyone, 6 when something else
- * has the name, 3, 123 or 161 for what is no name, 206 for one that is too long. Release: ZU_lock_process_close.
+ * Create the lock, or open one that exists (last-error code 183 (ERROR_ALREADY_EXISTS), otherwise 0): for the user's
+ * own processes, or for every user of the machine. Null with code 5 (ERROR_ACCESS_DENIED) for another user's lock that
+ * is not for everyone, 6 (ERROR_INVALID_HANDLE) when something else has the name, 3 (ERROR_PATH_NOT_FOUND), 123
+ * (ERROR_INVALID_NAME) or 161 (ERROR_BAD_PATHNAME) for what is no name, 206 (ERROR_FILENAME_EXCED_RANGE) for one that
+ * is too long, 1460 (ERROR_TIMEOUT) after a second in which another process has kept the lock's file to itself, 4
+ * (ERROR_TOO_MANY_OPEN_FILES) without a descriptor, 1450 (ERROR_NO_SYSTEM_RESOURCES) without a handle. The call never
+ * owns the lock. Release: ZU_lock_process_close.
  */
 ZU_API ZU_lock_process ZU_lock_process_create(const ZU_wchar* name);
 ZU_API ZU_lock_process ZU_lock_process_create_everyone(const ZU_wchar* name);
 
 /* Opens an existing lock, to see that it exists: it cannot be locked through this handle (code 5). Null with code 2
-   when there is none. */
+   (ERROR_FILE_NOT_FOUND) when there is none, 87 for null, otherwise as create. Release: ZU_lock_process_close. */
 ZU_API ZU_lock_process ZU_lock_process_open(const ZU_wchar* name);
 
-/* Take the lock, without limit or up to a time-out in milliseconds. */
+/* Take the lock, without limit or up to a time-out in milliseconds: 0 only tries. True when it is taken from a living
+   owner or was free; false after a time-out, an owner's end (owned all the same, see above) or a failure. */
 ZU_API ZU_bool ZU_lock_process_lock(ZU_lock_process lock);
 ZU_API ZU_bool ZU_lock_process_lock_timeout(ZU_lock_process lock, uint32_t timeout_ms);
 
-/* Gives the lock back once; false with code 288 unless the calling thread owns it. */
+/* Gives the lock back once; false with code 288 (ERROR_NOT_OWNER) unless the calling thread owns it. */
 ZU_API ZU_bool ZU_lock_process_unlock(ZU_lock_process lock);
 
 /* Close the handle; both are the same. Null: true. False with code 6 for a handle that is closed already. */
@@ -771,7 +787,9 @@ ZU_API void ZU_DAFreeItems(ZU_DA* array);
  */
 typedef struct ZU_queue ZU_queue;
 
-/* A new queue for up to so many values; null with code 87 for less than 1. Release it with ZU_queue_destroy. */
+/* A new queue for up to so many values, with the code set to 0; null with code 87 (ERROR_INVALID_PARAMETER) for less
+   than 1, 8 (ERROR_NOT_ENOUGH_MEMORY) or 1450 (ERROR_NO_SYSTEM_RESOURCES) without room for its two semaphores. Release:
+   ZU_queue_destroy. */
 ZU_API ZU_queue* ZU_queue_create(int32_t maximum_size);
 
 /* Releases the queue, not the values that it still holds. No thread may be inside a push or pop. Null: nothing. */

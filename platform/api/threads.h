@@ -31,8 +31,8 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG release_count, LONG* previous_count
 
 // A mutex, shared by name with every process of the machine; null or "": of this process alone. A handle for
 // CloseHandle, code 0 for a new one and 183 for one that existed; null with 5 (another user's, not made for everyone),
-// 6 (the file under the name is no mutex), 123, 161 or 3 (not a name), 206 (too long). The attributes may give every
-// user access.
+// 6 (the file under the name is no mutex), 123, 161 or 3 (not a name), 206 (too long), 1460 (another process keeps the
+// file to itself). The attributes may give every user access.
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name);
 HANDLE OpenMutexW(DWORD access, BOOL inherit, const WCHAR* name); // 2 when there is none
 BOOL ReleaseMutex(HANDLE mutex);                                  // 288 unless the calling thread owns it

@@ -1,6 +1,7 @@
 // The file that a named mutex shares between processes.
 #include "platform/threads/mutex_file.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <sys/mman.h>
@@ -11,6 +12,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <utility>
 
 #include "platform/api/threads.h"
@@ -27,34 +29,58 @@ constexpr size_t longest_plain_name = 180; // of a file, which may have 255 byte
 constexpr mode_t for_owner = 0600;
 constexpr mode_t for_all = 0666;
 
-// Bytes that are locked lie beyond the text, which only the "held" byte belongs to.
+// The bytes that are locked lie beyond the text.
 constexpr off_t initialisation = 1 << 20;
 constexpr off_t liveness = initialisation + 1;
 constexpr off_t ownership = initialisation + 2;
+constexpr off_t turn = initialisation + 3;
 
-constexpr char magic[] = "zu mutex 1 \n"; // the "held" word follows, then the name
+constexpr char magic[] = "zu mutex 2 \n"; // the two words follow, then the name
 constexpr off_t held_at = sizeof magic - 1;
-constexpr uint32_t is_free = 0; // else the number of the thread that holds it or has died holding it
+constexpr uint32_t is_free = 0; // else the number of the thread that holds the lock or has died holding it
+constexpr off_t turns_at = held_at + sizeof is_free;
+constexpr size_t mapped_bytes = turns_at + sizeof is_free;
 static_assert(held_at % sizeof is_free == 0);
 
-// Who gives the lock up wakes who waits for it, but who is killed wakes nobody: so a sleep is no longer than that.
+// Unlock wakes a waiter, a killed owner does not; so waiters wake this often to look.
 constexpr DWORD longest_sleep_ms = 50;
 
-// Of the pauses for as long as the word does not tell that the lock is held.
-constexpr long first_pause_ns = 50'000;
-constexpr long longest_pause_ns = 10'000'000;
+// Every user who may open the file can lock each of its bytes for ever. Only the ownership is worth waiting for as long
+// as the caller says; the other bytes are given back within a moment by those that mean well.
+constexpr DWORD longest_change_ms = 1000;
+constexpr DWORD longest_turn_ms = 1000;
 
-bool set_lock(int file, int command, short kind, off_t byte) {
+// Back-off while a byte is taken and nobody will wake us: the owner has not yet written its thread number.
+constexpr long first_pause_ns = 50'000;
+constexpr long longest_pause_ns = 2'000'000;
+
+constexpr int entries_swept_at_most = 1000;
+
+struct flock byte_range(short kind, off_t byte) {
     struct flock range {};
     range.l_type = kind;
     range.l_whence = SEEK_SET;
     range.l_start = byte;
     range.l_len = 1;
-    return retried([&] { return fcntl(file, command, &range); }) == 0;
+    return range;
+}
+
+bool set_lock(int file, short kind, off_t byte) {
+    struct flock range = byte_range(kind, byte);
+    return retried([&] { return fcntl(file, F_OFD_SETLK, &range); }) == 0;
 }
 
 bool try_lock(int file, off_t byte) {
-    return set_lock(file, F_OFD_SETLK, F_WRLCK, byte);
+    return set_lock(file, F_WRLCK, byte);
+}
+
+bool is_locked(int file, off_t byte) {
+    struct flock range = byte_range(F_WRLCK, byte);
+    return fcntl(file, F_OFD_GETLK, &range) != 0 || range.l_type != F_UNLCK;
+}
+
+bool is_busy(int error) {
+    return error == EAGAIN || error == EACCES;
 }
 
 mode_t mode_of(bool for_everyone) {
@@ -76,8 +102,9 @@ descriptor create_file(const std::string& path, bool for_everyone) {
         return {};
     if (linkat(file.get(), "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0)
         return file;
-    if (errno != ENOENT) // so it says to an ordinary user
+    if (errno != ENOENT)
         return {};
+    // An empty path needs a capability: link through /proc instead.
     const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
     const bool linked = linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
     return linked ? std::move(file) : descriptor();
@@ -104,7 +131,7 @@ std::string path_of(const std::u16string& name) {
 
 std::string text_of(const std::u16string& name) {
     std::string text = magic;
-    text.append(sizeof is_free, 0);
+    text.append(mapped_bytes - text.size(), 0);
     return text.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(char16_t));
 }
 
@@ -112,29 +139,6 @@ void pause_for(long nanoseconds) {
     const timespec length{0, nanoseconds};
     nanosleep(&length, nullptr);
 }
-
-} // namespace
-
-bool mutex_file::is_still_named() const {
-    struct stat opened, named;
-    return fstat(file_.get(), &opened) == 0 && lstat(path_.c_str(), &named) == 0
-           && opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
-}
-
-DWORD mutex_file::open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed) {
-    path_ = path_of(name);
-    for (;;) {
-        bool again = false;
-        const DWORD code = open_once(name, may_create, for_everyone, existed, again);
-        if (again)
-            continue;
-        if (code != ERROR_SUCCESS)
-            file_.reset();
-        return code;
-    }
-}
-
-namespace {
 
 // Another user's file is one of the locks for everyone, or no business of ours.
 DWORD check_rights(int file) {
@@ -147,8 +151,56 @@ DWORD check_rights(int file) {
 
 } // namespace
 
-DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool for_everyone, bool& existed,
-                            bool& again) {
+bool mutex_file::is_still_named() const {
+    struct stat opened, named;
+    return fstat(file_.get(), &opened) == 0 && lstat(path_.c_str(), &named) == 0
+           && opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+}
+
+// Locks the byte of those who make, check or remove the file. False with errno: ETIMEDOUT when somebody keeps it.
+bool mutex_file::begin_change(const deadline& limit) const {
+    for (long pause = first_pause_ns; !try_lock(file_.get(), initialisation);
+         pause = std::min(pause * 2, longest_pause_ns)) {
+        if (!is_busy(errno))
+            return false;
+        if (limit.has_passed()) {
+            errno = ETIMEDOUT;
+            return false;
+        }
+        pause_for(pause);
+    }
+    return true;
+}
+
+void mutex_file::end_change() const {
+    set_lock(file_.get(), F_UNLCK, initialisation);
+}
+
+// Within a change. False when another process has the file open.
+bool mutex_file::remove_if_unused() const {
+    return try_lock(file_.get(), liveness) && is_still_named() && unlink(path_.c_str()) == 0;
+}
+
+DWORD mutex_file::open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed) {
+    path_ = path_of(name);
+    const deadline limit(longest_change_ms);
+    DWORD code;
+    bool again;
+    do {
+        again = false;
+        code = open_once(name, may_create, for_everyone, limit, existed, again);
+        if (again && limit.has_passed()) {
+            code = ERROR_TIMEOUT;
+            again = false;
+        }
+    } while (again);
+    if (code != ERROR_SUCCESS)
+        file_.reset();
+    return code;
+}
+
+DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool for_everyone,
+                            const deadline& limit, bool& existed, bool& again) {
     // First without the create flag: kernels refuse that flag on another user's file in a sticky folder. Not waiting
     // for the other end, should somebody have put a pipe there.
     file_ = descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
@@ -159,14 +211,23 @@ DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool fo
     if (!file_)
         return errno == ELOOP || errno == ENXIO || errno == EISDIR ? ERROR_INVALID_HANDLE
                                                                    : code_of_errno(errno);
-    if (const DWORD code = check_rights(file_.get()); code != ERROR_SUCCESS)
+    DWORD code = check_rights(file_.get());
+    // Root removes what another user's processes have left behind, so that no name can be taken for good.
+    const bool removes = code == ERROR_ACCESS_DENIED && geteuid() == 0;
+    if (code != ERROR_SUCCESS && !removes)
         return code;
-    if (!set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, initialisation))
+    if (!begin_change(limit))
         return code_of_errno(errno);
-    const DWORD code = check_or_write(name, may_create, for_everyone, existed, again);
+    if (removes) {
+        again = remove_if_unused() || !is_still_named();
+        if (again)
+            code = ERROR_SUCCESS;
+    } else {
+        code = check_or_write(name, may_create, for_everyone, existed, again);
+    }
     if (code != ERROR_SUCCESS) // the next one to look must not find us alive
-        set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, liveness);
-    set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, initialisation);
+        set_lock(file_.get(), F_UNLCK, liveness);
+    end_change();
     return code;
 }
 
@@ -186,7 +247,7 @@ DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bo
         if (size != static_cast<ssize_t>(text.size()))
             return ERROR_INVALID_HANDLE;
         found.resize(text.size());
-        text.replace(held_at, sizeof is_free, found, held_at, sizeof is_free);
+        text.replace(held_at, mapped_bytes - held_at, found, held_at, mapped_bytes - held_at);
         if (found != text)
             return ERROR_INVALID_HANDLE;
     } else if (!may_create) {
@@ -198,33 +259,58 @@ DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bo
         unlink(path_.c_str());
         return code;
     }
-    mapping_ = mmap(nullptr, held_at + sizeof is_free, PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(), 0);
-    if (mapping_ != MAP_FAILED && set_lock(file_.get(), F_OFD_SETLK, F_RDLCK, liveness))
+    mapping_ = mmap(nullptr, mapped_bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(), 0);
+    if (mapping_ != MAP_FAILED && set_lock(file_.get(), F_RDLCK, liveness))
         return ERROR_SUCCESS;
     const DWORD code = code_of_errno(errno);
     if (mapping_ != MAP_FAILED)
-        munmap(mapping_, held_at + sizeof is_free);
+        munmap(mapping_, mapped_bytes);
     if (!existed)
         unlink(path_.c_str());
     return code;
 }
 
+// The turn belongs to the process that is next to get the lock. A process whose unlock woke a sleeper takes the lock
+// again only in its turn, so the sleeper, which has the turn while it waits, goes first. The kernel takes the turn back
+// from a process that dies with it.
+class mutex_file::own_turn {
+public:
+    own_turn(const mutex_file& of, const deadline& until) : file_(of), taken_(of.take_turn(until)) {}
+    ~own_turn() {
+        if (taken_)
+            file_.pass_turn();
+    }
+    own_turn(const own_turn&) = delete;
+    own_turn& operator=(const own_turn&) = delete;
+
+    bool taken() const { return taken_; }
+
+private:
+    const mutex_file& file_;
+    const bool taken_;
+};
+
 mutex_file::taken mutex_file::lock(const deadline& until) {
-    if (!until.moment()) {
-        if (!set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, ownership)) {
+    if (!owes_turn_) {
+        if (try_lock(file_.get(), ownership))
+            return mark_held() ? taken::yes : taken::abandoned;
+        if (is_busy(errno) && until.has_passed())
+            return taken::too_late;
+    }
+    const own_turn turn_taken(*this, until);
+    if (owes_turn_ && !turn_taken.taken() && until.has_passed())
+        return taken::too_late;
+    owes_turn_ = false;
+    for (long pause = first_pause_ns; !try_lock(file_.get(), ownership);) {
+        if (!is_busy(errno)) {
             set_last_error_from_errno();
             return taken::failed;
         }
-    } else {
-        for (long pause = first_pause_ns; !try_lock(file_.get(), ownership);) {
-            if (errno != EAGAIN && errno != EACCES) {
-                set_last_error_from_errno();
-                return taken::failed;
-            }
-            if (until.has_passed())
-                return taken::too_late;
-            if (sleep_while_held(until))
-                continue;
+        if (until.has_passed())
+            return taken::too_late;
+        if (sleep_while_held(until)) {
+            pause = first_pause_ns;
+        } else {
             pause_for(pause);
             pause = std::min(pause * 2, longest_pause_ns);
         }
@@ -232,49 +318,82 @@ mutex_file::taken mutex_file::lock(const deadline& until) {
     return mark_held() ? taken::yes : taken::abandoned;
 }
 
-void* mutex_file::word() const {
-    return static_cast<std::byte*>(mapping_) + held_at;
+// False when it cannot be had in time. The lock may then be taken out of turn, unless the caller's time is over as well.
+bool mutex_file::take_turn(const deadline& until) const {
+    const deadline limit = until.within(longest_turn_ms);
+    for (;;) {
+        uint32_t turns = 0;
+        const bool known = read_word(turns_at, turns);
+        if (try_lock(file_.get(), turn))
+            return true;
+        if (!known || !is_busy(errno) || limit.has_passed() || !sleep_on_word(turns_at, turns, limit))
+            return false;
+    }
 }
 
-// Sets the word to this thread's number; false when it was not free. One call of the kernel does both, as long as
-// nobody sleeps on the word: an attempt to take it as a lock. Reading or writing it through the mapping would raise
-// SIGBUS once somebody cuts the file.
-bool mutex_file::mark_held() {
-    if (syscall(SYS_futex, word(), FUTEX_TRYLOCK_PI, 0, nullptr, nullptr, 0) == 0)
-        return true;
-    // Owned, it says in several ways, depending on whether a thread of that number exists.
-    if (errno == EDEADLK || errno == ESRCH || errno == EWOULDBLOCK || errno == EPERM)
-        return false;
-    uint32_t held = is_free;
-    const uint32_t self = GetCurrentThreadId();
-    const bool was_free = pread(file_.get(), &held, sizeof held, held_at) != sizeof held || held == is_free;
-    [[maybe_unused]] const ssize_t written = pwrite(file_.get(), &self, sizeof self, held_at);
-    return was_free;
+void mutex_file::pass_turn() const {
+    constexpr int count_up = FUTEX_OP(FUTEX_OP_ADD, 1, FUTEX_OP_CMP_EQ, 0);
+    set_lock(file_.get(), F_UNLCK, turn);
+    syscall(SYS_futex, word(turns_at), FUTEX_WAKE_OP, 1, 0, word(turns_at), count_up);
 }
 
-// Sleeps until the lock is given up, for a while. False at once when the word does not say that it is held: its owner
-// is about to say so, or to let go.
-bool mutex_file::sleep_while_held(const deadline& until) {
-    uint32_t held = is_free;
-    if (pread(file_.get(), &held, sizeof held, held_at) != sizeof held || held == is_free)
-        return false;
+// The words are read and written by system calls alone: through the mapping they would raise SIGBUS once somebody cuts
+// the file.
+void* mutex_file::word(off_t at) const {
+    return static_cast<std::byte*>(mapping_) + at;
+}
+
+bool mutex_file::read_word(off_t at, uint32_t& value) const {
+    return pread(file_.get(), &value, sizeof value, at) == sizeof value;
+}
+
+bool mutex_file::write_word(off_t at, uint32_t value) const {
+    return pwrite(file_.get(), &value, sizeof value, at) == sizeof value;
+}
+
+// Sleeps for a while as long as the word has that value. False when it cannot be slept on.
+bool mutex_file::sleep_on_word(off_t at, uint32_t value, const deadline& until) const {
     const deadline slice = until.within(longest_sleep_ms);
-    return syscall(SYS_futex, word(), FUTEX_WAIT_BITSET, held, slice.moment(), nullptr,
+    return syscall(SYS_futex, word(at), FUTEX_WAIT_BITSET, value, slice.moment(), nullptr,
                    FUTEX_BITSET_MATCH_ANY)
                == 0
            || errno != EFAULT;
 }
 
+// Sets the word to this thread's number; false when it was not free. As long as nobody sleeps on the word, one call of
+// the kernel does both: an attempt to take it as a lock.
+bool mutex_file::mark_held() const {
+    if (syscall(SYS_futex, word(held_at), FUTEX_TRYLOCK_PI, 0, nullptr, nullptr, 0) == 0)
+        return true;
+    // A word that is owned gives one of four errors, depending on whether a thread of that number exists.
+    if (errno == EDEADLK || errno == ESRCH || errno == EWOULDBLOCK || errno == EPERM)
+        return false;
+    uint32_t held = is_free;
+    const bool was_free = !read_word(held_at, held) || held == is_free;
+    write_word(held_at, GetCurrentThreadId());
+    return was_free;
+}
+
+// Sleeps until the lock is given up, for a while. False at once when the word does not say that it is held: its owner
+// is about to say so, or to let go.
+bool mutex_file::sleep_while_held(const deadline& until) const {
+    uint32_t held = is_free;
+    return read_word(held_at, held) && held != is_free && sleep_on_word(held_at, held, until);
+}
+
 // One call of the kernel sets the word free and wakes one of those who sleep on it.
 void mutex_file::unlock() {
     constexpr int set_free = FUTEX_OP(FUTEX_OP_SET, is_free, FUTEX_OP_CMP_EQ, is_free);
-    if (syscall(SYS_futex, word(), FUTEX_WAKE_OP, 1, 0, word(), set_free) < 0) [[maybe_unused]]
-        const ssize_t written = pwrite(file_.get(), &is_free, sizeof is_free, held_at);
-    set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, ownership);
+    const long woken = syscall(SYS_futex, word(held_at), FUTEX_WAKE_OP, 1, 0, word(held_at), set_free);
+    if (woken < 0)
+        write_word(held_at, is_free);
+    owes_turn_ = woken > 0;
+    set_lock(file_.get(), F_UNLCK, ownership);
 }
 
 void mutex_file::abandon() {
-    set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, ownership);
+    set_lock(file_.get(), F_UNLCK, ownership);
+    syscall(SYS_futex, word(held_at), FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }
 
 void mutex_file::reopen(const std::u16string& name) {
@@ -282,7 +401,8 @@ void mutex_file::reopen(const std::u16string& name) {
         return;
     struct stat status;
     const bool for_everyone = fstat(file_.get(), &status) == 0 && (status.st_mode & for_all) == for_all;
-    munmap(mapping_, held_at + sizeof is_free);
+    munmap(mapping_, mapped_bytes);
+    owes_turn_ = false;
     bool existed;
     open(name, true, for_everyone, existed);
 }
@@ -290,14 +410,41 @@ void mutex_file::reopen(const std::u16string& name) {
 void mutex_file::close() {
     if (!file_)
         return;
-    if (set_lock(file_.get(), F_OFD_SETLKW, F_WRLCK, initialisation) && try_lock(file_.get(), liveness)
-        && is_still_named())
-        unlink(path_.c_str());
+    if (begin_change(deadline(longest_change_ms)))
+        remove_if_unused();
     // Explicitly, since a forked child may still have the file open.
     for (off_t byte : {ownership, liveness, initialisation})
-        set_lock(file_.get(), F_OFD_SETLK, F_UNLCK, byte);
-    munmap(mapping_, held_at + sizeof is_free);
+        set_lock(file_.get(), F_UNLCK, byte);
+    munmap(mapping_, mapped_bytes);
     file_.reset();
+}
+
+void mutex_file::remove_name(const deadline& limit) {
+    if (!file_ || !begin_change(limit))
+        return; // left behind, as by a killed process
+    if (!remove_if_unused())
+        set_lock(file_.get(), F_RDLCK, liveness); // shared again, should it be alone now
+    end_change();
+}
+
+void mutex_file::sweep() {
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder), closedir);
+    int seen = 0;
+    while (const dirent* const entry = listing ? readdir(listing.get()) : nullptr) {
+        mutex_file one;
+        one.path_ = std::string(folder) + '/' + entry->d_name;
+        if (!one.path_.starts_with(prefix))
+            continue;
+        if (++seen > entries_swept_at_most)
+            return;
+        one.file_ = descriptor(::open(one.path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        struct stat status;
+        if (!one.file_ || fstat(one.file_.get(), &status) != 0 || !S_ISREG(status.st_mode)
+            || (status.st_uid != geteuid() && geteuid() != 0) || is_locked(one.file_.get(), liveness))
+            continue;
+        if (one.begin_change(deadline(0)))
+            one.remove_if_unused();
+    }
 }
 
 } // namespace platform

@@ -7,11 +7,13 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <shared_mutex>
 #include <string_view>
 #include <vector>
 
 #include "platform/access/access_list.h"
 #include "platform/api/threads.h"
+#include "platform/core/error.h"
 #include "platform/core/waitable.h"
 #include "platform/threads/mutex_file.h"
 #include "platform/threads/named_mutex.h"
@@ -22,6 +24,7 @@ namespace platform {
 namespace {
 
 constexpr size_t longest_name = 260;
+constexpr DWORD longest_end_ms = 1000; // for the names of all locks at the end of the process
 
 // What all handles of one mutex in this process share. Threads of the process exclude each other by the gate, and
 // whoever has passed it competes with other processes for the file.
@@ -50,6 +53,13 @@ std::mutex& list_lock() {
     return *lock;
 }
 
+// Shared while a mutex's file is opened or closed, which may take a moment; so the lock of the list is never held for
+// as long. Exclusive for a fork: no child gets a file that is half open. It is taken before the lock of the list.
+std::shared_mutex*& files_lock() {
+    static std::shared_mutex* lock = new std::shared_mutex;
+    return lock;
+}
+
 std::map<std::u16string, shared_pointer>& mutexes_by_name() {
     static auto* const list = new std::map<std::u16string, shared_pointer>;
     return *list;
@@ -57,10 +67,20 @@ std::map<std::u16string, shared_pointer>& mutexes_by_name() {
 
 // The last user of a mutex closes its file. A call that uses it is one, since another thread may close the handle.
 void leave(shared_mutex& mutex) {
-    const std::lock_guard<std::mutex> held(list_lock());
-    if (--mutex.users > 0 || mutex.name.empty())
-        return;
-    mutexes_by_name().erase(mutex.name);
+    {
+        const std::lock_guard<std::mutex> held(list_lock());
+        if (mutex.users > 1 || mutex.name.empty()) {
+            --mutex.users;
+            return;
+        }
+    }
+    const std::shared_lock<std::shared_mutex> closing(*files_lock());
+    {
+        const std::lock_guard<std::mutex> held(list_lock());
+        if (--mutex.users > 0)
+            return;
+        mutexes_by_name().erase(mutex.name);
+    }
     mutex.file.close();
 }
 
@@ -108,17 +128,20 @@ struct mutex_handle : object {
 
     // A wait for several objects cannot take a lock that lives in the kernel together with the others.
     waitable* as_waitable() override {
-        SetLastError(access & SYNCHRONIZE ? ERROR_NOT_SUPPORTED : ERROR_ACCESS_DENIED);
-        return nullptr;
+        return fail<waitable*>(access & SYNCHRONIZE ? ERROR_NOT_SUPPORTED : ERROR_ACCESS_DENIED);
     }
 
     const shared_pointer mutex;
     const DWORD access;
 };
 
+// Once in the life of a process is enough.
+constinit std::atomic<bool> has_swept{false};
+
 // A forked child is a process of its own: it owns no named mutex, whatever its parent does, and none of the threads
 // that may have been at the gate exists in it.
 void start_as_child() {
+    has_swept.store(false, std::memory_order_relaxed);
     for (const auto& [name, mutex] : mutexes_by_name()) {
         mutex->owner.store(0, std::memory_order_relaxed);
         mutex->depth = 0;
@@ -128,11 +151,38 @@ void start_as_child() {
     if (owned_list* const owned = owned_by_this_thread())
         std::erase_if(*owned, [](const shared_pointer& one) { return !one->name.empty(); });
     list_lock().unlock();
+    // The C library knows a writer by its thread number, and the child's thread has another one.
+    files_lock() = new std::shared_mutex;
 }
 
-// A child forked while another thread holds the lock must find it free.
-[[maybe_unused]] const int fork_handlers =
-    pthread_atfork([] { list_lock().lock(); }, [] { list_lock().unlock(); }, start_as_child);
+void lock_for_fork() {
+    files_lock()->lock();
+    list_lock().lock();
+}
+
+void unlock_in_parent() {
+    list_lock().unlock();
+    files_lock()->unlock();
+}
+
+[[maybe_unused]] const int fork_handlers = pthread_atfork(lock_for_fork, unlock_in_parent, start_as_child);
+
+// A process that ends without closing its locks leaves no file behind. One that another thread still owns stays, since
+// that thread runs until the process has ended.
+[[gnu::destructor]] void remove_names() {
+    std::vector<shared_pointer> mutexes;
+    {
+        const std::lock_guard<std::mutex> held(list_lock());
+        for (const auto& [name, mutex] : mutexes_by_name())
+            mutexes.push_back(mutex);
+    }
+    const deadline limit(longest_end_ms);
+    for (const shared_pointer& one : mutexes) {
+        const uintptr_t owner = one->owner.load(std::memory_order_relaxed);
+        if (owner == 0 || owner == thread_serial())
+            one->file.remove_name(limit);
+    }
+}
 
 // A call that uses the mutex of a handle.
 class running_call {
@@ -156,10 +206,6 @@ public:
     DWORD access = 0;
 };
 
-} // namespace
-
-namespace {
-
 // Keeps it among those that its thread owns, in place of those that were closed while they were owned.
 void add_owned(owned_list& owned, const shared_pointer& mutex) {
     if (!owned.empty()) {
@@ -174,10 +220,8 @@ void add_owned(owned_list& owned, const shared_pointer& mutex) {
 DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
     const running_call call(handle);
     shared_mutex* const mutex = call.mutex.get();
-    if (!mutex || !(call.access & SYNCHRONIZE)) {
-        SetLastError(mutex ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE);
-        return WAIT_FAILED;
-    }
+    if (!mutex || !(call.access & SYNCHRONIZE))
+        return fail<DWORD>(mutex ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE, WAIT_FAILED);
     const uintptr_t self = thread_serial();
     // Relaxed: only this thread ever writes its own number here.
     if (mutex->owner.load(std::memory_order_relaxed) == self) {
@@ -185,10 +229,8 @@ DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
         return WAIT_OBJECT_0;
     }
     owned_list* const owned = owned_by_this_thread();
-    if (!owned) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return WAIT_FAILED;
-    }
+    if (!owned)
+        return fail<DWORD>(ERROR_NOT_ENOUGH_MEMORY, WAIT_FAILED);
     const deadline until(milliseconds);
     if (const DWORD result = mutex->gate->wait(milliseconds); result != WAIT_OBJECT_0)
         return result;
@@ -239,26 +281,38 @@ DWORD plain_name(const WCHAR* name, std::u16string& plain) {
     return plain.find(u'\\') == std::u16string::npos ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
 }
 
+// The mutex of a name if this process has it open, with the caller's handle counted; else null.
+shared_pointer find(const std::u16string& name) {
+    const std::lock_guard<std::mutex> held(list_lock());
+    const auto known = mutexes_by_name().find(name);
+    if (known == mutexes_by_name().end())
+        return nullptr;
+    ++known->second->users;
+    return known->second;
+}
+
 // The mutex of a name, in the list, with the caller's handle counted. Null with the code set.
 shared_pointer find_or_open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed) {
-    const std::lock_guard<std::mutex> held(list_lock());
-    auto& list = mutexes_by_name();
-    const auto known = list.find(name);
-    if (known != list.end()) {
+    if (shared_pointer known = find(name)) {
         existed = true;
-        ++known->second->users;
-        return known->second;
+        return known;
     }
-    auto made = std::make_shared<shared_mutex>();
+    const std::shared_lock<std::shared_mutex> opening(*files_lock());
+    if (!has_swept.exchange(true, std::memory_order_relaxed))
+        mutex_file::sweep();
+    const auto made = std::make_shared<shared_mutex>();
     made->name = name;
-    made->users = 1;
-    const DWORD code = made->file.open(name, may_create, for_everyone, existed);
-    if (code != ERROR_SUCCESS) {
-        SetLastError(code);
-        return nullptr;
+    if (const DWORD code = made->file.open(name, may_create, for_everyone, existed); code != ERROR_SUCCESS)
+        return fail<shared_pointer>(code);
+    shared_pointer used;
+    {
+        const std::lock_guard<std::mutex> held(list_lock());
+        used = mutexes_by_name().emplace(name, made).first->second;
+        ++used->users;
     }
-    list.emplace(name, made);
-    return made;
+    if (used != made) // another thread was faster
+        made->file.close();
+    return used;
 }
 
 // A handle of a mutex on which the caller counts; null, with the code set, when there can be none.
@@ -279,10 +333,8 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const
         mutex->users = 1;
     } else {
         std::u16string plain;
-        if (const DWORD code = plain_name(name, plain); code != ERROR_SUCCESS) {
-            SetLastError(code);
-            return nullptr;
-        }
+        if (const DWORD code = plain_name(name, plain); code != ERROR_SUCCESS)
+            return fail<HANDLE>(code);
         mutex = find_or_open(plain, true, allows_everyone(attributes, MUTEX_ALL_ACCESS), existed);
     }
     if (!mutex)
@@ -301,10 +353,8 @@ HANDLE OpenMutexW(DWORD access, BOOL, const WCHAR* name) {
     const DWORD code = !name    ? ERROR_INVALID_PARAMETER
                        : !*name ? ERROR_INVALID_HANDLE
                                 : plain_name(name, plain);
-    if (code != ERROR_SUCCESS) {
-        SetLastError(code);
-        return nullptr;
-    }
+    if (code != ERROR_SUCCESS)
+        return fail<HANDLE>(code);
     bool existed = false;
     const shared_pointer mutex = find_or_open(plain, false, false, existed);
     return mutex ? handle_of(mutex, access) : nullptr;
@@ -313,10 +363,8 @@ HANDLE OpenMutexW(DWORD access, BOOL, const WCHAR* name) {
 BOOL ReleaseMutex(HANDLE handle) {
     const running_call call(handle);
     shared_mutex* const mutex = call.mutex.get();
-    if (!mutex || mutex->owner.load(std::memory_order_relaxed) != thread_serial()) {
-        SetLastError(mutex ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
+    if (!mutex || mutex->owner.load(std::memory_order_relaxed) != thread_serial())
+        return fail(mutex ? ERROR_NOT_OWNER : ERROR_INVALID_HANDLE);
     if (--mutex->depth > 0)
         return TRUE;
     owned_list& owned = *owned_by_this_thread();

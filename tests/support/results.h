@@ -66,6 +66,7 @@ inline constexpr uint32_t not_all_assigned = 1300;
 inline constexpr uint32_t no_such_privilege = 1313;
 inline constexpr uint32_t none_mapped = 1332;
 inline constexpr uint32_t no_system_resources = 1450;
+inline constexpr uint32_t timed_out = 1460;
 inline constexpr uint32_t server_unavailable = 1722;
 inline constexpr uint32_t cannot_resolve_name = 1921;
 inline constexpr uint32_t connection_reset = 10054;
