@@ -279,6 +279,9 @@ inline int32_t mktime(tm* local) {
     *local = filled;
     return static_cast<int32_t>(time);
 }
+inline uint32_t zone_number() {
+    return 0;
+}
 inline const tm* localtime(const int32_t* value) {
     if (!value)
         return nullptr;

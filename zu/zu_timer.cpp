@@ -19,16 +19,50 @@ ZU_time_t time_of(ZU_tm local) {
     return ZU_mktime(&local);
 }
 
-// An instant and its local time, worked out once for each due test.
+// An instant and its local time, worked out once for each due test, in the zone that is set at its begin.
 struct moment {
     ZU_time_t time;
-    ZU_tm local;
     bool converts;
-    explicit moment(ZU_time_t t) : time(t), converts(ZU_localtime(t, &local)) {}
+    ZU_tm local;
+
+    explicit moment(ZU_time_t t) : time(t) {
+        const platform::tm* record = platform::localtime(&t);
+        converts = record != nullptr;
+        if (converts)
+            local = *record;
+    }
 };
 
-bool is_excluded(const ZU_timer& timer, const moment& at) {
-    if (timer.end && at.time > time_of(*timer.end))
+// Brings what is known of the start up to date with the zone that is set now.
+void look_at_zone(const ZU_timer& timer, zu::known_start& start) {
+    ZU_tzset();
+    const uint32_t zone = platform::zone_number();
+    if (zone == start.zone && zone != 0)
+        return;
+    ZU_tm local = timer.start;
+    start = {};
+    start.zone = zone;
+    start.time = platform::mktime(&local);
+    start.weekday = zu::weekday(local);
+    start.end = timer.end ? time_of(*timer.end) : INT32_MAX;
+}
+
+// The start's wall-clock time, read in the daylight-saving state of `at`: whole days stay on it all year.
+int64_t base_of_grid(const ZU_timer& timer, zu::known_start& start, const moment& at) {
+    if (!at.converts)
+        return start.time;
+    const bool daylight = at.local.tm_isdst > 0;
+    if (!start.is_base_known[daylight]) {
+        ZU_tm local = timer.start;
+        local.tm_isdst = at.local.tm_isdst;
+        start.base[daylight] = platform::mktime(&local);
+        start.is_base_known[daylight] = true;
+    }
+    return start.base[daylight];
+}
+
+bool is_excluded(const ZU_timer& timer, const zu::known_start& start, const moment& at) {
+    if (at.time > start.end)
         return true;
     if (!at.converts)
         return true;
@@ -46,11 +80,8 @@ bool is_excluded(const ZU_timer& timer, const moment& at) {
 }
 
 // The scheduled time that a periodic timer is at, or -1; it may lie after `at`, and beyond 32 bits.
-int64_t grid_point(ZU_timer& timer, ZU_time_t low, const moment& at, int64_t period) {
-    // The start's wall-clock time, read in the daylight-saving state of `at`: whole days stay on it all year.
-    ZU_tm start = timer.start;
-    start.tm_isdst = at.converts ? at.local.tm_isdst : -1;
-    const int64_t base = ZU_mktime(&start);
+int64_t grid_point(ZU_timer& timer, zu::known_start& start, ZU_time_t low, const moment& at, int64_t period) {
+    const int64_t base = base_of_grid(timer, start, at);
     if (base == -1)
         return -1;
 
@@ -203,44 +234,42 @@ int32_t days_in_month(const ZU_tm& local) {
     return local.tm_mon == 1 && leap ? 29 : days[local.tm_mon];
 }
 
-int32_t periodic_due(ZU_timer& timer, ZU_time_t low, ZU_time_t now, int64_t period,
+int32_t periodic_due(ZU_timer& timer, known_start& start, ZU_time_t low, ZU_time_t now, int64_t period,
                      const ZU_int_list& excluded_hours) {
+    look_at_zone(timer, start);
     const moment at(now);
-    const int64_t scheduled = grid_point(timer, low, at, period);
+    const int64_t scheduled = grid_point(timer, start, low, at, period);
     if (scheduled == -1 || now < scheduled || is_too_late(scheduled, now))
         return not_due;
-    if (is_excluded(timer, at) || contains(excluded_hours, at.local.tm_hour))
+    if (is_excluded(timer, start, at) || contains(excluded_hours, at.local.tm_hour))
         return not_due;
     timer.last = static_cast<ZU_time_t>(scheduled);
     return due;
 }
 
-int32_t day_due(ZU_timer& timer, ZU_time_t low, ZU_time_t now, const day_rule& rule) {
-    firing candidate;
-    candidate.start = timer.start;
-    const ZU_time_t start = candidate.start_time = ZU_mktime(&candidate.start);
-    if (start == -1)
+int32_t day_due(ZU_timer& timer, known_start& start, ZU_time_t low, ZU_time_t now, const day_rule& rule) {
+    look_at_zone(timer, start);
+    if (start.time == -1)
         return not_due;
-    if (timer.last != 0 && (timer.last > now || timer.last < start))
+    if (timer.last != 0 && (timer.last > now || timer.last < start.time))
         timer.last = 0;
-    if (now < low || start > now)
+    if (now < low || start.time > now)
         return not_due;
 
     const moment at(now);
-    if (is_excluded(timer, at) || !rule.fits_day(timer, at.local))
+    if (!at.converts || !rule.fits_day(timer, at.local) || is_excluded(timer, start, at))
         return not_due;
 
-    candidate.today = at.local;
     ZU_tm local = at.local;
     local.tm_sec = timer.start.tm_sec;
     local.tm_min = timer.start.tm_min;
     local.tm_hour = timer.start.tm_hour;
     local.tm_isdst = -1;
-    const ZU_time_t time = candidate.time = ZU_mktime(&local);
-    if (time == -1 || time < low || time < start || time <= timer.last || time > now
+    const ZU_time_t time = platform::mktime(&local);
+    if (time == -1 || time < low || time < start.time || time <= timer.last || time > now
         || is_too_late(time, now))
         return not_due;
-    if (rule.fits_firing && !rule.fits_firing(timer, candidate))
+    if (rule.fits_firing && !rule.fits_firing(timer, {time, at.local, start}))
         return not_due;
     timer.last = time;
     return due;

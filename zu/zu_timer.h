@@ -22,6 +22,17 @@ struct timer_inputs {
     ZU_timer_holidays* holidays;
 };
 
+// What a timer's start and end are in the zone of its latest due test, so that a scan need not work them out for every
+// timer.
+struct known_start {
+    uint32_t zone; // its number; 0: nothing is known
+    ZU_time_t time;
+    ZU_time_t end; // the largest there is, for a timer without end
+    int32_t weekday;
+    bool is_base_known[2]; // for standard and for daylight time
+    ZU_time_t base[2];     // of a period's grid
+};
+
 // Fills the common part. False when a date cannot be read; the timer then owns nothing.
 bool construct_timer(ZU_timer& timer, const ZU_timer_ops& ops, const timer_inputs& inputs);
 
@@ -43,15 +54,14 @@ int32_t weekday(const ZU_tm& local);
 int32_t days_in_month(const ZU_tm& local);
 
 // The due test of the kinds with a period in seconds: a grid of instants, counted from the start.
-int32_t periodic_due(ZU_timer& timer, ZU_time_t low, ZU_time_t now, int64_t period,
+int32_t periodic_due(ZU_timer& timer, known_start& start, ZU_time_t low, ZU_time_t now, int64_t period,
                      const ZU_int_list& excluded_hours);
 
 // The firing that a day-based due test is about to answer with.
 struct firing {
     ZU_time_t time;
-    ZU_tm today; // local time of the test, not of the firing
-    ZU_time_t start_time;
-    ZU_tm start;
+    const ZU_tm& today; // local time of the test, not of the firing
+    const known_start& start;
 };
 
 // What sets a day-based kind apart. The day test comes first and is cheap; the further test may be null.
@@ -61,7 +71,7 @@ struct day_rule {
 };
 
 // The due test of the kinds that fire at most once a day, at the start's time of day.
-int32_t day_due(ZU_timer& timer, ZU_time_t low, ZU_time_t now, const day_rule& rule);
+int32_t day_due(ZU_timer& timer, known_start& start, ZU_time_t low, ZU_time_t now, const day_rule& rule);
 
 // Tries up to `max` times, whole steps after the start, from the current time on. -1, -2 as ops->next.
 ZU_time_t next_firing(ZU_timer& timer, int64_t step, int32_t max);

@@ -3,11 +3,12 @@
 
 namespace {
 
-// ---- The records: the common part, then the kind's own fields ----
+// ---- The records: the common part, the kind's own fields, and what it knows of its start ----
 
 struct daily_timer {
     ZU_timer common;
     int32_t every_n_days; // 1 or more
+    zu::known_start start;
 };
 
 struct interval_timer {
@@ -16,17 +17,20 @@ struct interval_timer {
     int32_t minutes;
     int32_t seconds;
     ZU_int_list excluded_hours; // 0 to 23
+    zu::known_start start;
 };
 
 struct weekly_timer {
     ZU_timer common;
     ZU_int_list weekdays;  // never empty
     int32_t every_n_weeks; // 1 or more
+    zu::known_start start;
 };
 
 struct monthly_timer {
     ZU_timer common;
     ZU_int_list days; // never empty
+    zu::known_start start;
 };
 
 // Both kinds that count within the month: calendar weeks, or occurrences of each weekday.
@@ -34,6 +38,7 @@ struct counted_timer {
     ZU_timer common;
     int32_t number;       // not 0; negative counts from the month's end
     ZU_int_list weekdays; // never empty
+    zu::known_start start;
 };
 
 // The common part comes first, so that a timer's address is that of its kind's record.
@@ -58,8 +63,9 @@ void destroy_with_list(ZU_timer* timer) {
 // ---- Daily and interval: a period ----
 
 int32_t daily_due(ZU_timer* timer, ZU_time_t low, ZU_time_t now) {
-    const int64_t period = int64_t{as<daily_timer>(timer).every_n_days} * zu::seconds_per_day;
-    return zu::periodic_due(*timer, low, now, period, {});
+    auto& daily = as<daily_timer>(timer);
+    const int64_t period = int64_t{daily.every_n_days} * zu::seconds_per_day;
+    return zu::periodic_due(*timer, daily.start, low, now, period, {});
 }
 
 ZU_time_t daily_next(ZU_timer* timer) {
@@ -83,8 +89,8 @@ int32_t period_of(const interval_timer& timer) {
 }
 
 int32_t interval_due(ZU_timer* timer, ZU_time_t low, ZU_time_t now) {
-    const auto& interval = as<interval_timer>(timer);
-    return zu::periodic_due(*timer, low, now, period_of(interval), interval.excluded_hours);
+    auto& interval = as<interval_timer>(timer);
+    return zu::periodic_due(*timer, interval.start, low, now, period_of(interval), interval.excluded_hours);
 }
 
 // Looks ten years ahead for long intervals, one year for those under half a day, half a year for those under an hour.
@@ -99,9 +105,9 @@ ZU_time_t interval_next(ZU_timer* timer) {
 
 // ---- The day-based kinds ----
 
-template <const zu::day_rule& rule>
+template <class T, const zu::day_rule& rule>
 int32_t day_based_due(ZU_timer* timer, ZU_time_t low, ZU_time_t now) {
-    return zu::day_due(*timer, low, now, rule);
+    return zu::day_due(*timer, as<T>(timer).start, low, now, rule);
 }
 
 ZU_time_t day_based_next(ZU_timer* timer) {
@@ -119,9 +125,9 @@ bool is_nth_week(const ZU_timer& timer, const zu::firing& candidate) {
     const int32_t n = as<weekly_timer>(timer).every_n_weeks;
     if (n == 1)
         return true;
-    const int32_t into_week = zu::weekday(candidate.today) - zu::weekday(candidate.start);
+    const int32_t into_week = zu::weekday(candidate.today) - candidate.start.weekday;
     const int64_t difference =
-        candidate.time - (int64_t{candidate.start_time} + into_week * zu::seconds_per_day);
+        candidate.time - (int64_t{candidate.start.time} + into_week * zu::seconds_per_day);
     return difference % zu::seconds_per_week == 0 && difference / zu::seconds_per_week % n == 0;
 }
 
@@ -174,12 +180,12 @@ constexpr int32_t reserved = 16;
 
 // clang-format off
 constexpr ZU_timer_ops tables[] = {
-    {reserved, daily_due,                            daily_next,     daily_destroy},
-    {reserved, interval_due,                         interval_next,  destroy_with_list<interval_timer, &interval_timer::excluded_hours>},
-    {reserved, day_based_due<weekly_rule>,           day_based_next, destroy_with_list<weekly_timer, &weekly_timer::weekdays>},
-    {reserved, day_based_due<monthly_rule>,          day_based_next, destroy_with_list<monthly_timer, &monthly_timer::days>},
-    {reserved, day_based_due<week_of_month_rule>,    day_based_next, destroy_with_list<counted_timer, &counted_timer::weekdays>},
-    {reserved, day_based_due<weekday_of_month_rule>, day_based_next, destroy_with_list<counted_timer, &counted_timer::weekdays>},
+    {reserved, daily_due,                                          daily_next,     daily_destroy},
+    {reserved, interval_due,                                       interval_next,  destroy_with_list<interval_timer, &interval_timer::excluded_hours>},
+    {reserved, day_based_due<weekly_timer, weekly_rule>,           day_based_next, destroy_with_list<weekly_timer, &weekly_timer::weekdays>},
+    {reserved, day_based_due<monthly_timer, monthly_rule>,         day_based_next, destroy_with_list<monthly_timer, &monthly_timer::days>},
+    {reserved, day_based_due<counted_timer, week_of_month_rule>,   day_based_next, destroy_with_list<counted_timer, &counted_timer::weekdays>},
+    {reserved, day_based_due<counted_timer, weekday_of_month_rule>, day_based_next, destroy_with_list<counted_timer, &counted_timer::weekdays>},
 };
 // clang-format on
 

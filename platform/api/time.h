@@ -27,6 +27,11 @@ BOOL SystemTimeToFileTime(const SYSTEMTIME* system_time, FILETIME* file_time);
 // The runtime's calendar over 0 ... 2^31 - 1. `_tzset` reads TZ anew; `mktime` normalises its record in place, and
 // leaves it as given with the result -1 outside that span; `localtime` fills a record of the calling thread.
 void _tzset();
+
+// The layer's own: a number that is another one for each zone that `_tzset` has found. What a caller has worked out of
+// local times holds as long as the number is the same. 0: not known, nothing holds.
+uint32_t zone_number();
+
 int32_t time(int32_t* out);
 int32_t mktime(tm* local);
 const tm* localtime(const int32_t* value);

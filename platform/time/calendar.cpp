@@ -96,15 +96,13 @@ int32_t mktime(tm* local) {
 }
 
 const tm* localtime(const int32_t* value) {
-    // The next time is mostly one of the same day, and breaking a day down costs more than the rest.
-    struct thread_record {
-        int64_t days; // whose fields the record holds
-        tm local;
-    };
-    static constinit thread_local thread_record latest{INT64_MIN, {}};
     if (!value || *value < 0)
         return nullptr;
-    const zone_span& span = zone::of_thread().at(*value);
+    zone& here = zone::of_thread();
+    zone::shown_time& latest = here.latest_shown();
+    if (latest.time == *value)
+        return &latest.local;
+    const zone_span& span = here.at(*value);
     const int64_t seconds = *value + int64_t{span.offset};
     const int64_t days = civil::floor_divide(seconds, civil::seconds_per_day);
     if (days != latest.days) {
@@ -113,7 +111,12 @@ const tm* localtime(const int32_t* value) {
     }
     set_time_of_day(static_cast<int32_t>(seconds - days * civil::seconds_per_day), latest.local);
     latest.local.tm_isdst = span.daylight ? 1 : 0;
+    latest.time = *value;
     return &latest.local;
+}
+
+uint32_t zone_number() {
+    return zone::of_thread().number();
 }
 
 } // namespace platform

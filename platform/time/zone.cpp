@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -83,6 +84,12 @@ std::vector<read_zone>& read_zones() {
     return *zones;
 }
 
+uint32_t next_number() {
+    static std::atomic<uint32_t> latest{0};
+    const uint32_t number = latest.fetch_add(1, std::memory_order_relaxed) + 1;
+    return number != 0 ? number : next_number();
+}
+
 } // namespace
 
 // Holds the lock and calls tzset while the C library is asked: another thread might make it read another setting. If TZ
@@ -139,7 +146,7 @@ zone& zone::of_thread() {
     return known ? *known : of_environment();
 }
 
-zone::zone(zone_setting setting) : setting_(std::move(setting)) {
+zone::zone(zone_setting setting) : number_(next_number()), setting_(std::move(setting)) {
     next_check_ms_ = coarse_now_ms() + system_zone_check_ms;
     read();
     if (is_read_)

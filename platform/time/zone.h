@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/api/time.h"
+
 namespace platform {
 
 inline constexpr int64_t last_time = 0x7FFFFFFF; // 2038-01-19 03:14:07 UTC
@@ -49,6 +51,18 @@ public:
 
     explicit zone(zone_setting setting);
 
+    // Another one for each zone that a thread of this process has made. Never 0.
+    uint32_t number() const { return number_; }
+
+    // What was broken down last. The next time is mostly the same one or of the same day, and breaking a day down costs
+    // more than the rest.
+    struct shown_time {
+        int32_t time = -1;
+        int64_t days = INT64_MIN; // whose fields the record holds
+        tm local{};
+    };
+    shown_time& latest_shown() { return latest_shown_; }
+
     // The span around a time. The reference is valid until the next call.
     const zone_span& at(int64_t time) {
         const zone_span& span = spans_[latest_];
@@ -90,6 +104,8 @@ private:
     absence look_around(int64_t time, bool daylight);
     int64_t nearest_day(int64_t time, int64_t step, bool daylight);
 
+    shown_time latest_shown_;
+    const uint32_t number_;
     zone_setting setting_;
     char** environment_ = nullptr; // that the variable was found in, at this index
     size_t variable_index_ = 0;
