@@ -1792,13 +1792,14 @@ ZU_API ZU_bool ZU_NT_service_wait_pending(void* service, ZU_bool starting);
 /*
  * Questions to the platform's security model. A failure is false with the platform's last-error code. Any thread.
  *
- * On Linux an account is one of the host's users. Administrators are uid 0 and the members of root, wheel, sudo and
- * admin; users all who may log in; guests the user nobody; power users the members of staff. Privileges are held by
- * effective uid 0.
+ * On Linux an account is one of the host's users. Administrators are uid 0 and the members of wheel, sudo and admin;
+ * users all who may log in; guests the user nobody; power users the members of staff. Privileges are held by effective
+ * uid 0.
  */
 
 /* Whether the calling thread's user (the one it impersonates, else the process's) is in a built-in group, by the
-   group's number below the built-in domain. */
+   group's number below the built-in domain. False with code 0 is a plain no; with another code nobody could say, such
+   as 4 (ERROR_TOO_MANY_OPEN_FILES). */
 ZU_API ZU_bool ZU_current_user_in_group(uint32_t rid);
 
 /* The same for administrators (544), users (545), guests (546) and power users (547). */
@@ -1808,15 +1809,16 @@ ZU_API ZU_bool ZU_current_user_is_guest(void);
 ZU_API ZU_bool ZU_current_user_is_power_user(void);
 
 /*
- * Whether a name, plain or "domain\user", is that of a user account on a machine (null: this one; another: code
- * 1722 on Linux). A group, a domain and an unknown name (1332) are not.
+ * Whether a name, plain or "domain\user", is that of a user account on a machine (null, "", "." and "localhost": this
+ * one; another: code 1722 (RPC_S_SERVER_UNAVAILABLE) on Linux). A group and a domain are not, and leave the code alone;
+ * an unknown name gives 1332 (ERROR_NONE_MAPPED). A null name is that of a domain.
  */
 ZU_API ZU_bool ZU_user_exist(const ZU_wchar* machine, const ZU_wchar* account);
 
 /*
  * Switches a privilege of the process, such as "SeTcbPrivilege", on or off; *was_enabled (may be null) tells how it
- * was, and is 0 on failure. True when the platform accepted the call, also for a privilege that is not held (then
- * code 1300). An unknown name: 1313.
+ * was, and is 0 on failure. True when the platform accepted the call, with code 0 or, for a privilege that is not held,
+ * 1300 (ERROR_NOT_ALL_ASSIGNED). False for an unknown name or null: 1313 (ERROR_NO_SUCH_PRIVILEGE).
  */
 ZU_API ZU_bool ZU_adjust_privilege(const ZU_wchar* privilege, ZU_bool enable, ZU_bool* was_enabled);
 

@@ -120,8 +120,14 @@ ZU_bool ZU_current_user_in_group(uint32_t rid) {
 }
 
 ZU_bool ZU_current_user_is_admin() {
-    return ZU_current_user_in_group(DOMAIN_ALIAS_RID_ADMINS)
-           || ZU_current_user_in_group(DOMAIN_GROUP_RID_ADMINS);
+    if (ZU_current_user_in_group(DOMAIN_ALIAS_RID_ADMINS))
+        return true;
+    const platform::DWORD code = platform::GetLastError();
+    if (ZU_current_user_in_group(DOMAIN_GROUP_RID_ADMINS))
+        return true;
+    if (code != ERROR_SUCCESS) // a first question that failed is no plain no
+        platform::SetLastError(code);
+    return false;
 }
 
 ZU_bool ZU_current_user_is_normal_user() {

@@ -180,15 +180,30 @@ platform::DWORD token_size(const security_package& package) {
     return size;
 }
 
-bool handshake_succeeds(const ZU_wchar* domain, const ZU_wchar* user, const ZU_wchar* password) {
-    // Released from the last to the first: the client's side, the server's, the library, the tokens.
+// Both sides and what they need. Members are released from the last to the first: a side before the package that frees
+// its handles, and the package before the tokens.
+struct handshake {
     token_buffer from_client, from_server;
     security_package package;
-    if (!package.load())
-        return false;
-    const platform::DWORD size = token_size(package);
-    if (size == 0 || !from_client.allocate(size) || !from_server.allocate(size))
-        return false;
+    side server{package, nullptr};
+    side client;
+
+    explicit handshake(platform::SEC_WINNT_AUTH_IDENTITY_W& identity) : client(package, &identity) {}
+
+    bool begin() {
+        if (!package.load())
+            return false;
+        const platform::DWORD size = token_size(package);
+        return size != 0 && from_client.allocate(size) && from_server.allocate(size);
+    }
+
+    bool run() {
+        return client.step(nullptr, from_client) && server.step(&from_client, from_server)
+               && client.step(&from_server, from_client) && server.step(&from_client, from_server);
+    }
+};
+
+bool handshake_succeeds(const ZU_wchar* domain, const ZU_wchar* user, const ZU_wchar* password) {
     platform::SEC_WINNT_AUTH_IDENTITY_W identity{};
     identity.User = units(user);
     identity.UserLength = length_of(user);
@@ -197,10 +212,8 @@ bool handshake_succeeds(const ZU_wchar* domain, const ZU_wchar* user, const ZU_w
     identity.Password = units(password);
     identity.PasswordLength = length_of(password);
     identity.Flags = SEC_WINNT_AUTH_IDENTITY_UNICODE;
-    side server(package, nullptr);
-    side client(package, &identity);
-    return client.step(nullptr, from_client) && server.step(&from_client, from_server)
-           && client.step(&from_server, from_client) && server.step(&from_client, from_server);
+    handshake both(identity);
+    return both.begin() && both.run();
 }
 
 // ---- The logon -------------------------------------------------------------------------------------------------

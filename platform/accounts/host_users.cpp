@@ -75,31 +75,46 @@ std::optional<gid_t> find_group(const std::string& name) {
     return found ? std::optional(entry.gr_gid) : std::nullopt;
 }
 
-std::vector<gid_t> groups_of(const host_user& user) {
+std::optional<std::vector<gid_t>> groups_of(const host_user& user) {
     std::vector<gid_t> groups;
-    int count = 32;
-    do
-        groups.resize(static_cast<size_t>(count));
-    while (getgrouplist(user.name.c_str(), user.group, groups.data(), &count) < 0);
-    groups.resize(static_cast<size_t>(count));
-    return groups;
+    for (int room = 32;;) {
+        groups.resize(static_cast<size_t>(room));
+        int count = room;
+        const bool fits = getgrouplist(user.name.c_str(), user.group, groups.data(), &count) >= 0;
+        if (fits) {
+            groups.resize(static_cast<size_t>(count));
+            return groups;
+        }
+        if (count <= room) { // it asks for no more room: there was no memory
+            errno = ENOMEM;
+            return std::nullopt;
+        }
+        room = count;
+    }
 }
 
 // ---- Identifiers -----------------------------------------------------------------------------------------------
 
 namespace {
 
-// The host's groups whose members count as members of a built-in one.
-constexpr const char* administrators[] = {"root", "wheel", "sudo", "admin"};
+// The host's groups whose members count as members of a built-in one. The group root has no rights of its own, and
+// containers give it to arbitrary users.
+constexpr const char* administrators[] = {"wheel", "sudo", "admin"};
 constexpr const char* power_users[] = {"staff"};
 constexpr const char* guest = "nobody";
 
+// Whether a group of one of the names is among the groups. False with errno 0, or with why nobody can say.
 template <size_t count>
 bool any_among(const char* const (&names)[count], const std::vector<gid_t>& groups) {
-    return std::any_of(names, names + count, [&](const char* name) {
+    for (const char* name : names) {
         const std::optional<gid_t> id = find_group(name);
-        return id && std::find(groups.begin(), groups.end(), *id) != groups.end();
-    });
+        if (!id && errno != 0)
+            return false;
+        if (id && std::find(groups.begin(), groups.end(), *id) != groups.end())
+            return true;
+    }
+    errno = 0;
+    return false;
 }
 
 // An account whose shell ends a session at once is not one to log in with.
@@ -122,16 +137,24 @@ sid_value sid_of_alias(DWORD number) {
     return {nt_authority, {SECURITY_BUILTIN_DOMAIN_RID, number}};
 }
 
-std::vector<sid_value> groups_in_token(uid_t id, const std::vector<gid_t>& groups) {
+std::optional<std::vector<sid_value>> groups_in_token(uid_t id, const std::vector<gid_t>& groups) {
     const std::optional<host_user> user = find_user(id);
+    if (!user && errno != 0)
+        return std::nullopt;
+    const bool is_administrator = id == 0 || any_among(administrators, groups);
+    if (!is_administrator && errno != 0)
+        return std::nullopt;
+    const bool is_power_user = any_among(power_users, groups);
+    if (!is_power_user && errno != 0)
+        return std::nullopt;
     std::vector<sid_value> sids;
-    if (id == 0 || any_among(administrators, groups))
+    if (is_administrator)
         sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_ADMINS));
     if (user && may_log_in(*user))
         sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_USERS));
     if (user && user->name == guest)
         sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_GUESTS));
-    if (any_among(power_users, groups))
+    if (is_power_user)
         sids.push_back(sid_of_alias(DOMAIN_ALIAS_RID_POWER_USERS));
     sids.push_back({world_authority, {SECURITY_WORLD_RID}});
     for (const gid_t group : groups)

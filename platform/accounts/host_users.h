@@ -26,8 +26,8 @@ std::optional<host_user> find_user(uid_t id);
 
 std::optional<gid_t> find_group(const std::string& name);
 
-// The groups of an account, its own first.
-std::vector<gid_t> groups_of(const host_user& user);
+// The groups of an account, its own first; nothing, with errno, when nobody can say.
+std::optional<std::vector<gid_t>> groups_of(const host_user& user);
 
 inline constexpr BYTE world_authority = 1;
 inline constexpr BYTE nt_authority = 5;
@@ -40,7 +40,8 @@ sid_value sid_of_group(gid_t id);
 // S-1-5-32-number.
 sid_value sid_of_alias(DWORD number);
 
-// What a token of these lists as its groups: the built-in ones that apply, everyone, then each of the host's.
-std::vector<sid_value> groups_in_token(uid_t id, const std::vector<gid_t>& groups);
+// What a token of these lists as its groups: the built-in ones that apply, everyone, then each of the host's. Nothing,
+// with errno, when nobody can say.
+std::optional<std::vector<sid_value>> groups_in_token(uid_t id, const std::vector<gid_t>& groups);
 
 } // namespace platform

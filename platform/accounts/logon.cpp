@@ -13,6 +13,7 @@
 #include "platform/accounts/logon_request.h"
 #include "platform/accounts/token.h"
 #include "platform/core/descriptor.h"
+#include "platform/core/error.h"
 #include "platform/core/retry.h"
 #include "platform/core/secret.h"
 #include "platform/core/start_helper.h"
@@ -68,12 +69,17 @@ bool is_this_domain(std::u16string_view domain) {
     return domain.empty() || domain == u"." || equal_without_case(domain, computer_name());
 }
 
+// The users of other domains are those that the host's name service has under both names.
+std::optional<host_user> find_account(std::u16string_view domain, std::u16string_view user) {
+    return find_user(is_this_domain(domain) ? utf8_of(user) : utf8_of(domain) + '\\' + utf8_of(user));
+}
+
 } // namespace
 
 verdict ask_about(std::u16string_view domain, std::u16string_view user, std::u16string_view password) {
-    std::optional<host_user> account;
-    if (is_this_domain(domain))
-        account = find_user(utf8_of(user));
+    const std::optional<host_user> account = find_account(domain, user);
+    if (!account && errno != 0)
+        return {ERROR_NO_LOGON_SERVERS, std::nullopt};
     // On its way through the service, a zero would end the password: none has one.
     if (!account || password.find(u'\0') != std::u16string_view::npos)
         return {ERROR_LOGON_FAILURE, std::nullopt};
@@ -88,15 +94,11 @@ verdict ask_about(std::u16string_view domain, std::u16string_view user, std::u16
 
 BOOL LogonUserW(const WCHAR* user, const WCHAR* domain, const WCHAR* password, DWORD type, DWORD provider,
                 HANDLE* token) {
-    if (!user || type != LOGON32_LOGON_NETWORK || provider != LOGON32_PROVIDER_DEFAULT) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
+    if (!user || type != LOGON32_LOGON_NETWORK || provider != LOGON32_PROVIDER_DEFAULT)
+        return fail(ERROR_INVALID_PARAMETER);
     const verdict given = ask_about(domain ? domain : u"", user, password ? password : u"");
-    if (given.code != ERROR_SUCCESS) {
-        SetLastError(given.code);
-        return FALSE;
-    }
+    if (given.code != ERROR_SUCCESS)
+        return fail(given.code);
     *token = new_token(*given.user);
     return *token != nullptr;
 }

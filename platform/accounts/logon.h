@@ -13,7 +13,8 @@ struct verdict {
     std::optional<host_user> user; // with a yes
 };
 
-// Asks the host's authentication service. An empty domain and "." mean this machine, the only one there is.
+// Asks the host's authentication service. An empty domain, "." and this machine's name mean this
+// machine; every other is one that the host's name service knows.
 verdict ask_about(std::u16string_view domain, std::u16string_view user, std::u16string_view password);
 
 } // namespace platform

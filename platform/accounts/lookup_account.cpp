@@ -69,6 +69,11 @@ std::optional<account> find_account(std::u16string_view domain, std::u16string_v
             return account{sid_of_user(user->id), machine, SidTypeUser};
         if (errno != 0)
             return std::nullopt;
+    } else { // the host's name service has the users of other domains under both names
+        if (const auto user = find_user(utf8_of(domain) + '\\' + narrow))
+            return account{sid_of_user(user->id), std::u16string(domain), SidTypeUser};
+        if (errno != 0)
+            return std::nullopt;
     }
     if (auto known = find_known(domain, name, anywhere))
         return known;
@@ -99,24 +104,18 @@ std::optional<account> find_account(std::u16string_view full_name) {
 
 BOOL LookupAccountNameW(const WCHAR* machine, const WCHAR* name, PSID sid, DWORD* sid_size, WCHAR* domain,
                         DWORD* domain_size, SID_NAME_USE* kind) {
-    if (!is_this_computer(machine)) {
-        SetLastError(RPC_S_SERVER_UNAVAILABLE);
-        return FALSE;
-    }
+    if (!is_this_computer(machine))
+        return fail(RPC_S_SERVER_UNAVAILABLE);
     const std::optional<account> found =
         find_account(name ? std::u16string_view(name) : std::u16string_view());
-    if (!found) {
-        SetLastError(errno == 0 ? DWORD{ERROR_NONE_MAPPED} : code_of_errno(errno));
-        return FALSE;
-    }
+    if (!found)
+        return fail(errno == 0 ? DWORD{ERROR_NONE_MAPPED} : code_of_errno(errno));
     const DWORD domain_length = static_cast<DWORD>(found->domain.size());
     const bool fits = *sid_size >= found->sid.size() && *domain_size > domain_length;
     *sid_size = found->sid.size();
     *domain_size = fits ? domain_length : domain_length + 1;
-    if (!fits) {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
-    }
+    if (!fits)
+        return fail(ERROR_INSUFFICIENT_BUFFER);
     std::memcpy(sid, found->sid.data(), found->sid.size());
     std::memcpy(domain, found->domain.c_str(), (domain_length + 1) * sizeof(WCHAR));
     *kind = found->kind;

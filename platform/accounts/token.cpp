@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -21,20 +23,26 @@ std::shared_ptr<const identity>& impersonated() {
     return thread_own<std::shared_ptr<const identity>>::get();
 }
 
+// Null, with the code, when its groups cannot be told.
+std::shared_ptr<const identity> identity_of(uid_t user, const std::vector<gid_t>& groups, bool is_process) {
+    std::optional<std::vector<sid_value>> sids = groups_in_token(user, groups);
+    return sids ? std::make_shared<const identity>(identity{user, std::move(*sids), is_process})
+                : fail<std::shared_ptr<const identity>>(code_of_errno(errno));
+}
+
 std::shared_ptr<const identity> this_process() {
     std::vector<gid_t> groups(1, getegid());
     const int count = getgroups(0, nullptr);
-    if (count > 0) {
-        groups.resize(1 + static_cast<size_t>(count));
-        const int filled = getgroups(count, groups.data() + 1);
-        groups.resize(1 + static_cast<size_t>(filled < 0 ? 0 : filled));
-    }
-    const uid_t user = geteuid();
-    return std::make_shared<const identity>(identity{user, groups_in_token(user, groups), true});
+    groups.resize(1 + static_cast<size_t>(std::max(count, 0)));
+    const int filled = count > 0 ? getgroups(count, groups.data() + 1) : count;
+    if (filled < 0)
+        return fail<std::shared_ptr<const identity>>(code_of_errno(errno));
+    groups.resize(1 + static_cast<size_t>(filled));
+    return identity_of(geteuid(), groups, true);
 }
 
 BOOL open_token(std::shared_ptr<const identity> of, DWORD access, HANDLE* out) {
-    *out = new_handle(new (std::nothrow) token(std::move(of), access));
+    *out = of ? new_handle(new (std::nothrow) token(std::move(of), access)) : nullptr;
     return *out != nullptr;
 }
 
@@ -70,7 +78,7 @@ BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID o
         return fail(ERROR_INVALID_PARAMETER);
     const std::vector<sid_value>& groups = asked->of()->groups;
     size_t need = offsetof(TOKEN_GROUPS, Groups) + groups.size() * sizeof(SID_AND_ATTRIBUTES);
-    BYTE* text = static_cast<BYTE*>(out) + need;
+    BYTE* next_sid = static_cast<BYTE*>(out) + need; // the identifiers stand behind the list
     for (const sid_value& sid : groups)
         need += sid.size();
     *length = static_cast<DWORD>(need);
@@ -80,9 +88,9 @@ BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID o
     list->GroupCount = static_cast<DWORD>(groups.size());
     SID_AND_ATTRIBUTES* entry = list->Groups;
     for (const sid_value& sid : groups) {
-        *entry++ = {text, group_attributes};
-        std::memcpy(text, sid.data(), sid.size());
-        text += sid.size();
+        *entry++ = {next_sid, group_attributes};
+        std::memcpy(next_sid, sid.data(), sid.size());
+        next_sid += sid.size();
     }
     return TRUE;
 }
@@ -101,9 +109,11 @@ BOOL RevertToSelf() {
 }
 
 HANDLE new_token(const host_user& user) {
+    const std::optional<std::vector<gid_t>> groups = groups_of(user);
+    if (!groups)
+        return fail<HANDLE>(code_of_errno(errno));
     HANDLE out;
-    const identity of{user.id, groups_in_token(user.id, groups_of(user)), false};
-    return open_token(std::make_shared<const identity>(of), every_access, &out) ? out : nullptr;
+    return open_token(identity_of(user.id, *groups, false), every_access, &out) ? out : nullptr;
 }
 
 } // namespace platform

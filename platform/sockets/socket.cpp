@@ -319,7 +319,7 @@ int connect(SOCKET socket, const sockaddr* address, int length) {
         return failure_from_errno();
     if (const DWORD code = code_of_destination(socket_family(descriptor), type, address, length))
         return socket_failure(code);
-    // The kernel reports an attempt that has failed since when the next one is made, and does not make it.
+    // After a failed attempt, the next connect only returns the old error: it is made again.
     const bool has_failed_before = stream_state_of(descriptor) == stream_state::failed;
     const auto attempt = [&] { return ::connect(descriptor, address, static_cast<socklen_t>(length)); };
     const int64_t start_ms = coarse_now_ms();

@@ -1,6 +1,8 @@
 // Accounts, groups and privileges: of root, of ordinary users, of an impersonated one.
 #include <grp.h>
 
+#include <sstream>
+
 #include "support/test.h"
 
 namespace {
@@ -24,18 +26,30 @@ std::string groups_as(uid_t user, std::vector<gid_t> supplementary) {
 TEST(groups, follow_the_host_s_users_and_groups) {
     if (!is_root())
         GTEST_SKIP() << "only root can take another user's place";
-    const group* const staff = getgrnam("staff");
-    const gid_t power_users = staff ? staff->gr_gid : static_cast<gid_t>(-1);
+    const auto number_of = [](const char* name) {
+        const group* const found = getgrnam(name);
+        return found ? found->gr_gid : static_cast<gid_t>(-1);
+    };
+    const gid_t power_users = number_of("staff");
     EXPECT_EQ(groups_as(0, {}), "AU");
     EXPECT_EQ(groups_as(65534, {}), "G") << "no shell: no user";
     EXPECT_EQ(groups_as(65534, {power_users}), "GP");
     std::vector<gid_t> many(100);
     std::iota(many.begin(), many.end(), gid_t{70000});
-    EXPECT_EQ(groups_as(65534, many), "G");
     many.push_back(0);
-    EXPECT_EQ(groups_as(65534, many), "AG") << "root's group, in a list that needs the second attempt";
+    EXPECT_EQ(groups_as(65534, many), "G") << "root's group has no rights";
+    many.push_back(number_of("sudo"));
+    EXPECT_EQ(groups_as(65534, many), "AG") << "in a list that needs the second attempt";
     EXPECT_EQ(groups_as(4000000000u, {}), "") << "nobody's number";
+    SetLastError(77);
     EXPECT_FALSE(ZU_current_user_in_group(999));
+    EXPECT_EQ(GetLastError(), 0u) << "a plain no";
+    const outcome starved = run_as_ordinary_user([] {
+        const rlimit no_descriptors{0, 0};
+        setrlimit(RLIMIT_NOFILE, &no_descriptors);
+        std::printf("%u %u", code_of(ZU_current_user_is_admin()), code_of(ZU_user_exist(nullptr, u"root")));
+    });
+    EXPECT_EQ(starved.output, "4 4") << "nobody could say";
 }
 
 TEST(groups, impersonation_is_a_matter_of_one_thread) {
@@ -80,6 +94,22 @@ TEST(account, names_that_are_users_and_names_that_are_not) {
         const ZU_wchar* on = row.machine.empty() ? nullptr : row.machine.c_str();
         EXPECT_EQ(code_of(ZU_user_exist(on, row.name.c_str())), row.code) << narrow(row.name);
     }
+}
+
+TEST(account, users_of_other_domains_are_asked_for_as_they_are_written) {
+    const file_place place;
+    std::ostringstream all;
+    all << std::ifstream("/etc/passwd").rdbuf() << "ZUDOM\\alice:x:54321:65534::/:/bin/sh\n"
+        << "bob@zudom:x:54322:65534::/:/bin/sh\n";
+    place.write("passwd", all.str());
+    const bool ran = in_private_network([&] {
+        ASSERT_EQ(mount(place.host_path("passwd").c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr), 0);
+        for (const ZU_wchar* name : {u"ZUDOM\\alice", u"bob@zudom"})
+            EXPECT_EQ(code_of(ZU_user_exist(nullptr, name)), 0u) << narrow(name);
+        EXPECT_EQ(code_of(ZU_user_exist(nullptr, u"ZUDOM\\bob")), 1332u);
+    });
+    if (!ran)
+        GTEST_SKIP() << "this user may not have mounts of its own";
 }
 
 TEST(account, look_ups_tell_the_room_they_need) {

@@ -14,7 +14,7 @@ temporary_user::temporary_user(const std::string& password, bool is_administrato
     static int count = 0;
     name_ = "zu" + std::to_string(getpid()) + "u" + std::to_string(++count);
     std::string groups = "nogroup";
-    for (const char* name : {"root", "admin", "wheel", "sudo"}) {
+    for (const char* name : {"admin", "wheel", "sudo"}) {
         if (is_administrator && getgrnam(name))
             groups = std::string("nogroup -G ") + name;
     }
