@@ -211,7 +211,7 @@ void open_zu(benchmark::State& state) {
     for (auto _ : state)
         ZU_close_file(ZU_open_file(path.c_str(), static_cast<uint32_t>(state.range(0)), nullptr));
 }
-BENCHMARK(open_zu)->Arg(sole_reader)->Arg(0x92);
+BENCHMARK(open_zu)->Arg(shared_reader)->Arg(sole_reader)->Arg(0x92);
 
 void open_bare(benchmark::State& state) {
     const std::string path = host_path(file_of_blocks());
@@ -219,6 +219,34 @@ void open_bare(benchmark::State& state) {
         close(open(path.c_str(), O_RDWR | O_CLOEXEC));
 }
 BENCHMARK(open_bare);
+
+// The described steps: what was opened is looked at, and share modes take a lock.
+void open_bare_with_status_and_lock(benchmark::State& state) {
+    const std::string path = host_path(file_of_blocks());
+    for (auto _ : state) {
+        const int file = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        struct stat status;
+        struct flock lock = {};
+        lock.l_type = F_RDLCK;
+        lock.l_start = INT64_MAX - 1;
+        lock.l_len = 1;
+        if (fstat(file, &status) != 0 || fcntl(file, F_OFD_SETLK, &lock) != 0)
+            std::abort();
+        close(file);
+    }
+}
+BENCHMARK(open_bare_with_status_and_lock);
+
+// Somebody has had the file for a while.
+void open_refused_zu(benchmark::State& state) {
+    const zu_file holder(file_of_blocks(), 0x92);
+    const std::u16string path = zu_path(file_of_blocks());
+    for (auto _ : state) {
+        if (ZU_open_file(path.c_str(), 0x92, nullptr))
+            std::abort();
+    }
+}
+BENCHMARK(open_refused_zu);
 
 void open_ifstream(benchmark::State& state) {
     const std::string path = host_path(file_of_blocks());
@@ -244,6 +272,22 @@ void stat_bare(benchmark::State& state) {
         benchmark::DoNotOptimize(stat(path.c_str(), &status));
 }
 BENCHMARK(stat_bare);
+
+// A name that the directory of 10,000 entries has in no spelling.
+void missing_zu(benchmark::State& state) {
+    const std::u16string path = zu_path(directory_of_entries() + "/missing");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ZU_path_attributes(path.c_str()));
+}
+BENCHMARK(missing_zu);
+
+void missing_bare(benchmark::State& state) {
+    const std::string path = host_path(directory_of_entries() + "/missing");
+    struct stat status;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(stat(path.c_str(), &status));
+}
+BENCHMARK(missing_bare);
 
 // The attributes that the record holds take a call of their own, whoever asks.
 void stat_bare_with_attributes(benchmark::State& state) {

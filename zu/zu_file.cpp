@@ -44,8 +44,8 @@ platform::HANDLE create(const ZU_wchar* long_path, uint32_t flags, void* securit
                                  FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-// Once more for a file that refused with code 5, without the attributes that may be the reason. The file has them back
-// when this returns, whatever came of it.
+// The second attempt on a file that refused with 5 (ERROR_ACCESS_DENIED): without the attributes that may be the
+// reason. The file has them back when this returns, whatever came of it.
 platform::HANDLE create_past_attributes(const ZU_wchar* long_path, uint32_t flags, void* security) {
     const platform::DWORD first_code = platform::GetLastError();
     platform::item_attributes item(long_path, 0);
@@ -59,6 +59,15 @@ platform::HANDLE create_past_attributes(const ZU_wchar* long_path, uint32_t flag
     const zu::keep_last_error second_code;
     item.set(attributes);
     return handle;
+}
+
+platform::DWORD method_of(uint32_t origin) {
+    switch (origin) {
+    case ZU_SEEK_BEGIN: return FILE_BEGIN;
+    case ZU_SEEK_CURRENT: return FILE_CURRENT;
+    case ZU_SEEK_END: return FILE_END;
+    default: return refused_origin;
+    }
 }
 
 ZU_bool nothing_moved(ZU_file* file, uint32_t* bytes_done) {
@@ -131,22 +140,22 @@ ZU_bool ZU_write_file_v(ZU_file* file, const ZU_file_vec* pieces, int32_t count,
 }
 
 ZU_bool ZU_seek_file(ZU_file* file, int64_t offset, uint64_t* new_position, uint32_t origin) {
-    uint64_t reached = static_cast<uint64_t>(offset);
-    bool done = origin == ZU_SEEK_BEGIN && file->position != position_unknown && file->position == reached;
-    if (!done) {
-        const platform::DWORD method = origin == ZU_SEEK_BEGIN     ? FILE_BEGIN
-                                       : origin == ZU_SEEK_CURRENT ? FILE_CURRENT
-                                       : origin == ZU_SEEK_END     ? FILE_END
-                                                                   : refused_origin;
+    const bool is_there = origin == ZU_SEEK_BEGIN && file->position != position_unknown
+                          && file->position == static_cast<uint64_t>(offset);
+    if (!is_there) {
         platform::LARGE_INTEGER distance, position;
         distance.QuadPart = offset;
-        done = platform::SetFilePointerEx(file->handle, distance, &position, method);
-        reached = done ? static_cast<uint64_t>(position.QuadPart) : 0;
-        file->position = done ? reached : position_unknown;
+        if (!platform::SetFilePointerEx(file->handle, distance, &position, method_of(origin))) {
+            file->position = position_unknown;
+            if (new_position)
+                *new_position = 0;
+            return false;
+        }
+        file->position = static_cast<uint64_t>(position.QuadPart);
     }
     if (new_position)
-        *new_position = reached;
-    return done;
+        *new_position = file->position;
+    return true;
 }
 
 ZU_bool ZU_tell_file(ZU_file* file, uint64_t* position) {

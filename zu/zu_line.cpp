@@ -17,6 +17,11 @@ uint32_t bytes_to_line_end(const uint8_t* bytes, uint32_t count) {
     return count;
 }
 
+// As ZU_buf_get_ex, which a buffer that has served a few lines need not be asked for any more.
+uint8_t* with_room(ZU_buf* buffer, uint32_t size, uint32_t keep) {
+    return size <= buffer->capacity ? buffer->data : ZU_buf_get_ex(buffer, size, keep);
+}
+
 } // namespace
 
 char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* short_read, uint32_t limit) {
@@ -30,7 +35,7 @@ char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* sh
     bool any_read = false, line_ended = false;
     while (!line_ended && !*short_read && held < limit) {
         const uint32_t chunk = std::min(held == 0 ? first_chunk : held, limit - held);
-        uint8_t* bytes = ZU_buf_get_ex(buffer, held + chunk, held) + held;
+        uint8_t* bytes = with_room(buffer, held + chunk, held) + held;
         uint32_t read = 0;
         if (!ZU_read_file(file, bytes, chunk, &read))
             return nullptr;
@@ -45,7 +50,7 @@ char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* sh
     if (!any_read)
         return nullptr;
 
-    uint8_t* line = ZU_buf_get_ex(buffer, held + 1, held);
+    uint8_t* line = with_room(buffer, held + 1, held);
     if (held != 0 && line[held - 1] == '\r')
         --held;
     line[held] = 0;

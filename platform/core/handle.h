@@ -66,7 +66,7 @@ inline object* guarded_object_of(HANDLE handle) {
 }
 
 template <class T>
-T* object_of(HANDLE handle) {
+[[gnu::always_inline]] inline T* object_of(HANDLE handle) {
     object* found = object_of(handle);
     if (!found)
         return nullptr;

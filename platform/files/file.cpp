@@ -53,6 +53,13 @@ DWORD file::close() {
 // ---- Reading ---------------------------------------------------------------------------------------------------
 
 DWORD file::read(char* out, size_t count, size_t& done) {
+    if (block_holds(count)) { // short reads one after the other, such as lines are made of
+        std::memcpy(out, block_.get() + (position_ - block_start_), count);
+        latest_start_ = position_;
+        latest_end_ = position_ += count;
+        done = count;
+        return ERROR_SUCCESS;
+    }
     if (!is_stream(mode_))
         return read_regular(out, count, done);
     const ssize_t size = retried([&] { return ::read(number_.get(), out, count); });

@@ -59,6 +59,10 @@ private:
     DWORD read_regular(char* out, size_t count, size_t& done);
     ssize_t read_at(char* out, size_t count) const;
     size_t take_from_block(char* out, size_t count);
+    bool block_holds(size_t count) const {
+        return position_ >= block_start_ && position_ - block_start_ < block_size_
+               && count <= block_size_ - (position_ - block_start_);
+    }
     bool is_sequential() const;
     bool fill_block();
     void drop_block() { block_size_ = 0; }
