@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <utility>
@@ -108,6 +109,17 @@ descriptor create_file(const std::string& path, bool for_everyone) {
     const std::string unnamed = "/proc/self/fd/" + std::to_string(file.get());
     const bool linked = linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
     return linked ? std::move(file) : descriptor();
+}
+
+// Whether it is a lock of this user's, or of anybody's for root. A file of another kind is not ours to remove, whatever
+// its name.
+bool is_own_lock(int file) {
+    struct stat status;
+    char start[sizeof magic - 1];
+    return fstat(file, &status) == 0 && S_ISREG(status.st_mode)
+           && (status.st_uid == geteuid() || geteuid() == 0)
+           && pread(file, start, sizeof start, 0) == sizeof start
+           && std::memcmp(start, magic, sizeof start) == 0;
 }
 
 std::string path_of(const std::u16string& name) {
@@ -438,11 +450,8 @@ void mutex_file::sweep() {
         if (++seen > entries_swept_at_most)
             return;
         one.file_ = descriptor(::open(one.path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-        struct stat status;
-        if (!one.file_ || fstat(one.file_.get(), &status) != 0 || !S_ISREG(status.st_mode)
-            || (status.st_uid != geteuid() && geteuid() != 0) || is_locked(one.file_.get(), liveness))
-            continue;
-        if (one.begin_change(deadline(0)))
+        if (one.file_ && is_own_lock(one.file_.get()) && !is_locked(one.file_.get(), liveness)
+            && one.begin_change(deadline(0)))
             one.remove_if_unused();
     }
 }

@@ -98,12 +98,14 @@ TEST(threads, running_ones_and_their_identifiers) {
         reinterpret_cast<HANDLE>(platform::_beginthreadex(nullptr, 0, body, &own_id, 0, &identifier));
     wait_until_asleep(static_cast<int>(identifier));
     platform::DWORD code = 0;
-    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code) && code == STILL_ACTIVE) << code;
+    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, STILL_ACTIVE);
     EXPECT_EQ(platform::WaitForSingleObject(thread, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
     platform::SetEvent(go_on);
     const HANDLE both[] = {go_on, thread};
     EXPECT_EQ(platform::WaitForMultipleObjects(2, both, TRUE, INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code) && code == 7) << code;
+    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, 7u);
     EXPECT_EQ(own_id, identifier);
     EXPECT_TRUE(platform::CloseHandle(thread));
 }
@@ -118,7 +120,7 @@ TEST(threads, a_stack_that_does_not_fit_fails_with_code_8) {
         _exit(ZU_thread_wait_for_termination(ZU_thread_create_ex(give_back, &code, 1 << 20), &code) ? 1
                                                                                                     : code);
     });
-    EXPECT_EQ(child.exit_code, 8);
+    EXPECT_EQ(child.exit_code, static_cast<int>(codes::not_enough_memory));
 }
 
 TEST(identifiers, are_new_in_a_forked_child) {

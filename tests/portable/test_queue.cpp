@@ -9,7 +9,7 @@ void* value(uintptr_t number) {
 
 TEST(queue, is_first_in_first_out_within_its_bounds) {
     for (int32_t size : {0, INT32_MIN})
-        EXPECT_EQ(code_of(ZU_queue_create(size)), 87u) << size;
+        EXPECT_EQ(code_of(ZU_queue_create(size)), codes::invalid_parameter) << size;
     ZU_queue* queue = ZU_queue_create(2);
     EXPECT_EQ(ZU_queue_max_size(queue), 2);
     for (uint32_t timeout_ms : {0u, 2u}) {
@@ -17,16 +17,20 @@ TEST(queue, is_first_in_first_out_within_its_bounds) {
         void* out = value(1);
         SetLastError(4711);
         EXPECT_FALSE(ZU_queue_pop(queue, &out, timeout_ms, &timed_out));
-        EXPECT_TRUE(!out && timed_out == 1);
-        EXPECT_TRUE(ZU_queue_push(queue, value(1), timeout_ms, &timed_out) && timed_out == 0);
+        EXPECT_EQ(out, nullptr);
+        EXPECT_EQ(timed_out, 1);
+        EXPECT_TRUE(ZU_queue_push(queue, value(1), timeout_ms, &timed_out));
+        EXPECT_EQ(timed_out, 0);
         EXPECT_TRUE(ZU_queue_push(queue, nullptr, timeout_ms, nullptr)) << "null is a value like any other";
         EXPECT_FALSE(ZU_queue_push(queue, value(3), timeout_ms, nullptr));
-        EXPECT_TRUE(!ZU_queue_push(queue, value(3), timeout_ms, &timed_out) && timed_out == 1);
+        EXPECT_FALSE(ZU_queue_push(queue, value(3), timeout_ms, &timed_out));
+        EXPECT_EQ(timed_out, 1);
         EXPECT_EQ(ZU_queue_size(queue), 2);
         EXPECT_EQ(GetLastError(), 4711u) << "time-outs leave the code alone";
         for (void* expected : {value(1), value(0)}) {
             EXPECT_TRUE(ZU_queue_pop(queue, &out, timeout_ms, &timed_out));
-            EXPECT_TRUE(out == expected && timed_out == 0);
+            EXPECT_EQ(out, expected);
+            EXPECT_EQ(timed_out, 0);
             out = value(9);
         }
         EXPECT_EQ(ZU_queue_size(queue), 0);
@@ -79,7 +83,8 @@ TEST(queue, every_value_arrives_once_and_in_its_producers_order) {
                     void* out;
                     ZU_bool timed_out;
                     if (!ZU_queue_pop(queue, &out, random() % 3, &timed_out)) {
-                        EXPECT_TRUE(timed_out && !out);
+                        EXPECT_EQ(timed_out, 1);
+                        EXPECT_EQ(out, nullptr);
                         continue;
                     }
                     const uintptr_t from = reinterpret_cast<uintptr_t>(out) >> 32;
@@ -88,7 +93,8 @@ TEST(queue, every_value_arrives_once_and_in_its_producers_order) {
                     sum += n;
                     --left;
                     const int32_t count = ZU_queue_size(queue);
-                    EXPECT_TRUE(count >= 0 && count <= size);
+                    EXPECT_GE(count, 0);
+                    EXPECT_LE(count, size);
                 }
             });
         }
