@@ -1246,14 +1246,19 @@ typedef ZU_bool (*ZU_log_file_callback)(void);
 struct ZU_log_file_settings {
     const ZU_wchar* file_name;   /* null or empty: no file */
     ZU_bool relative_to_exe_dir; /* the name is taken below the executable's directory */
-    uint32_t encoding;    /* ZU_ENCODING_ANSI or ZU_ENCODING_UTF8; with any other, lines are empty: the file
-                                    is made, nothing is written, and records count as written */
-    uint32_t max_size;    /* bytes; 0: the file is rotated before every line */
-    uint32_t generations; /* files kept, the live one included; 0 and 1: older lines are deleted. Without a
-                                    bound: a rotation lists the directory and moves the files that are there */
+
+    /* ZU_ENCODING_ANSI or ZU_ENCODING_UTF8. With any other value every line is empty: the file is made, nothing is
+       written to it, and records count as written. */
+    uint32_t encoding;
+
+    uint32_t max_size; /* bytes; 0: the file is rotated before every line */
+
+    /* Files kept, the live one included; 0 and 1: older lines are deleted. Without a bound: a rotation lists the
+       directory and moves the files that are there. */
+    uint32_t generations;
+
     ZU_log_file_callback before_write; /* null, or: false keeps the record out of the file */
-    ZU_log_file_callback
-        after_write; /* null, or: called after every write that before_write has let through */
+    ZU_log_file_callback after_write;  /* null, or: follows each write that before_write has let through */
 };
 
 /* Set the default log file, which is none at the start; the name is copied. */

@@ -53,7 +53,6 @@ void attach_texts(ZU_log_record& record) {
 
 // One line on a stream; true when all of it was taken and the stream could be flushed.
 bool write_line(FILE* stream, const char* prefix, const char* message, uint32_t bytes) {
-    platform::quiet_pipes quiet;
     const int written = std::fprintf(stream, "%s%s\n", prefix, message);
     return written >= 0 && static_cast<uint32_t>(written) >= bytes + 1 && std::fflush(stream) == 0;
 }
@@ -66,10 +65,13 @@ uint32_t write_to_streams(const ZU_log_record& record, uint32_t outputs) {
                                               static_cast<int32_t>(record.message_length), &message_bytes));
     const uint32_t bytes = prefix_bytes + message_bytes;
     uint32_t taken = 0;
+    platform::quiet_pipes quiet;
     if ((outputs & ZU_LOG_OUT_STDERR) && write_line(stderr, prefix.get(), message.get(), bytes))
         taken |= ZU_LOG_OUT_STDERR;
     if ((outputs & ZU_LOG_OUT_STDOUT) && write_line(stdout, prefix.get(), message.get(), bytes))
         taken |= ZU_LOG_OUT_STDOUT;
+    if (taken == (outputs & (ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT)))
+        quiet.all_written();
     return taken;
 }
 

@@ -33,9 +33,13 @@ public:
     quiet_pipes(const quiet_pipes&) = delete;
     quiet_pipes& operator=(const quiet_pipes&) = delete;
 
+    // Every write has succeeded, so that none has raised the signal: it need not be looked for.
+    void all_written() { may_have_come_ = false; }
+
 private:
     bool blocked_; // the thread held SIGPIPE back already
     bool pending_; // one was waiting before: it is not ours to take
+    bool may_have_come_ = true;
 };
 
 } // namespace platform

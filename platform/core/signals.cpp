@@ -21,24 +21,22 @@ sigset_t set_of(int signal) {
 } // namespace
 
 signal_state hold_signal_back(int signal) {
-    sigset_t waiting;
+    const sigset_t set = set_of(signal);
+    sigset_t before, waiting;
+    const bool changed = pthread_sigmask(SIG_BLOCK, &set, &before) == 0;
+    if (changed && sigismember(&before, signal) != 1)
+        return {false, false}; // only a signal that was blocked before can have been pending
     sigemptyset(&waiting);
     sigpending(&waiting);
-    if (sigismember(&waiting, signal) == 1)
-        return {true, true}; // a pending signal is a blocked one
-    const sigset_t set = set_of(signal);
-    sigset_t before;
-    const bool changed = pthread_sigmask(SIG_BLOCK, &set, &before) == 0;
-    return {!changed || sigismember(&before, signal) == 1, false};
+    return {true, sigismember(&waiting, signal) == 1};
 }
 
-void restore_signal(int signal, signal_state before) {
-    if (before.pending)
-        return;
+void restore_signal(int signal, signal_state before, bool may_have_come) {
     const int error = errno;
     const sigset_t set = set_of(signal);
     const timespec at_once{};
-    while (sigtimedwait(&set, nullptr, &at_once) == -1 && errno == EINTR) {}
+    if (may_have_come && !before.pending)
+        while (sigtimedwait(&set, nullptr, &at_once) == -1 && errno == EINTR) {}
     if (!before.blocked)
         pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     errno = error;
@@ -51,7 +49,7 @@ quiet_pipes::quiet_pipes() {
 }
 
 quiet_pipes::~quiet_pipes() {
-    restore_signal(SIGPIPE, {blocked_, pending_});
+    restore_signal(SIGPIPE, {blocked_, pending_}, may_have_come_);
 }
 
 } // namespace platform

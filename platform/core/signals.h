@@ -14,15 +14,16 @@ struct signal_state {
 
 signal_state hold_signal_back(int signal);
 
-// Takes the signal if it has come, and puts its state back. Leaves errno alone.
-void restore_signal(int signal, signal_state before);
+// Takes the signal if it has come, and puts its state back. Leaves errno alone. A call that has not failed has raised
+// none; then there is nothing to look for.
+void restore_signal(int signal, signal_state before, bool may_have_come);
 
 // Holds a signal back for the length of a call, whose result and errno it gives.
 template <class Call>
 auto without_signal(int signal, Call call) {
     const signal_state before = hold_signal_back(signal);
     const auto result = call();
-    restore_signal(signal, before);
+    restore_signal(signal, before, result < 0);
     return result;
 }
 

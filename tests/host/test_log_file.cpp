@@ -275,7 +275,8 @@ TEST(log_file, four_processes_that_take_turns_lose_nothing) {
         std::ifstream list(log.place.host_path(std::string("list") + writer));
         const std::vector<int> reported((std::istream_iterator<int>(list)), std::istream_iterator<int>());
         const std::vector<int>& kept = found[writer];
-        ASSERT_TRUE(!reported.empty() && kept.size() <= reported.size());
+        ASSERT_FALSE(reported.empty()) << writer;
+        ASSERT_LE(kept.size(), reported.size()) << writer;
         EXPECT_TRUE(std::equal(kept.rbegin(), kept.rend(), reported.rbegin())) << writer;
     }
 }

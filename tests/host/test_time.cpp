@@ -100,7 +100,9 @@ TEST(local_time, agrees_with_the_host_both_ways) {
                 ASSERT_GE(found, time) << zone << " flag " << flag;
                 ASSERT_EQ(found + host_time(found).tm_gmtoff, local) << zone << " " << time;
                 ASSERT_EQ(shown(fields), shown(host_time(found)));
-                ASSERT_TRUE(flag < 0 || fields.tm_isdst == flag) << zone << " " << time;
+                if (flag >= 0) {
+                    ASSERT_EQ(fields.tm_isdst, flag) << zone << " " << time;
+                }
             }
         }
     }
@@ -313,7 +315,7 @@ TEST(file_time, what_does_not_convert) {
         file_time = std::bit_cast<FILETIME>(units);
         EXPECT_EQ(ZU_FILETIME_2_time_t(&file_time), -1) << units;
     }
-    EXPECT_EQ(GetLastError(), 87u);
+    EXPECT_EQ(GetLastError(), codes::invalid_parameter);
     file_time = std::bit_cast<FILETIME>(int64_t{77});
     for (ZU_time_t time : {-1, -2})
         EXPECT_EQ(Zu_time_t_2_FILETIME(time, &file_time), nullptr);
@@ -333,7 +335,8 @@ TEST(system_time, is_checked_and_round_trips) {
     // clang-format on
     FILETIME file_time = std::bit_cast<FILETIME>(int64_t{77});
     for (const SYSTEMTIME& time : refused)
-        EXPECT_EQ(code_of(platform::SystemTimeToFileTime(&time, &file_time)), 87u) << &time - refused;
+        EXPECT_EQ(code_of(platform::SystemTimeToFileTime(&time, &file_time)), codes::invalid_parameter)
+            << "row " << &time - refused;
     EXPECT_EQ(std::bit_cast<int64_t>(file_time), 77);
     for (const SYSTEMTIME& time : valid) {
         SYSTEMTIME given = time;

@@ -34,13 +34,16 @@ protected:
 
 TEST_F(holidays, keep_their_order_and_refuse_repeats) {
     EXPECT_EQ(all(), days{});
-    EXPECT_TRUE(add(12, 25) && add(1, 1));
+    EXPECT_TRUE(add(12, 25));
+    EXPECT_TRUE(add(1, 1));
     EXPECT_FALSE(add(12, 25));
-    EXPECT_TRUE(add(25, 12) && add(0, 30)) << "the pair counts, not its sum, and values are not checked";
+    EXPECT_TRUE(add(25, 12)) << "the pair counts, not its sum";
+    EXPECT_TRUE(add(0, 30)) << "values are not checked";
     EXPECT_FALSE(del(1, 2));
     EXPECT_TRUE(del(1, 1));
     EXPECT_EQ(all(), (days{{12, 25}, {25, 12}, {0, 30}}));
-    EXPECT_TRUE(del(0, 30) && del(12, 25));
+    EXPECT_TRUE(del(0, 30));
+    EXPECT_TRUE(del(12, 25));
     EXPECT_TRUE(find(25, 12));
     EXPECT_FALSE(find(12, 25)) << "a deleted day stands beyond the count";
     ZU_timer_holidays_destroy(nullptr);
@@ -53,16 +56,22 @@ TEST_F(holidays, threads_fill_and_ask_at_once_in_room_that_grows_by_eight_and_st
     crew fillers;
     for (uint32_t month = 0; month < 4; ++month) {
         fillers.add([this, month] {
-            for (uint32_t day = 0; day < 200; ++day)
-                EXPECT_TRUE(add(month, day) && find(month, day) && (day % 2 || del(month, day)));
+            for (uint32_t day = 0; day < 200; ++day) {
+                EXPECT_TRUE(add(month, day));
+                EXPECT_TRUE(find(month, day));
+                EXPECT_EQ(day % 2 == 0 && del(month, day), day % 2 == 0);
+            }
         });
     }
     fillers.join();
     EXPECT_EQ(all().size(), 400u);
-    EXPECT_TRUE(calendar.capacity >= 400 && calendar.capacity <= 408 && calendar.capacity % 8 == 0);
+    EXPECT_GE(calendar.capacity, 400u);
+    EXPECT_LE(calendar.capacity, 408u);
+    EXPECT_EQ(calendar.capacity % 8, 0u);
     const ZU_holiday* entries = calendar.entries;
     EXPECT_EQ(ZU_timer_holidays_clear(&calendar), 400);
-    EXPECT_TRUE(!find(2, 1) && add(2, 1));
+    EXPECT_FALSE(find(2, 1));
+    EXPECT_TRUE(add(2, 1));
     EXPECT_EQ(calendar.entries, entries);
 }
 

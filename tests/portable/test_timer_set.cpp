@@ -96,14 +96,16 @@ TEST(timer_set, calls_back_what_is_due_and_starts_again) {
         const ZU_time_t started = ZU_time();
         ASSERT_TRUE(ZU_timer_set_startup(&set));
         const ZU_thread* thread = set.thread;
-        EXPECT_TRUE(ZU_timer_set_startup(&set) && ZU_timer_set_alive(&set));
+        EXPECT_TRUE(ZU_timer_set_startup(&set));
+        EXPECT_TRUE(ZU_timer_set_alive(&set));
         EXPECT_EQ(set.thread, thread) << "no second thread";
         if (clock_goes_back) { // as if it had done so since the start: the low mark follows
             ZU_lock_thread_lock(&set.lock);
             set.low_mark = INT32_MAX;
             ZU_lock_thread_unlock(&set.lock);
         }
-        ASSERT_TRUE(due.wait() && due.wait());
+        for (int firing = 1; firing <= 2; ++firing)
+            ASSERT_TRUE(due.wait()) << firing;
         ZU_timer_set_shutdown(&set);
         EXPECT_LE(set.low_mark, ZU_time());
         EXPECT_GE(scheduled, started);
@@ -209,7 +211,8 @@ TEST(timer_set, serves_many_threads_at_once) {
             task own(key);
             for (int round = 1; !stop; ++round) {
                 ZU_timer* timer = set.add(not_for_years(), own);
-                EXPECT_TRUE(ZU_timer_set_alive(&set) && ZU_timer_set_count(&set) >= 2);
+                EXPECT_TRUE(ZU_timer_set_alive(&set));
+                EXPECT_GE(ZU_timer_set_count(&set), 2);
                 set.visit([&](task& t) { return t.key == key && timer->ops->next(timer) > 0 ? 1 : 0; });
                 if (round % 500 == 1)
                     ZU_timer_set_run_now(&set, timer);
@@ -219,7 +222,8 @@ TEST(timer_set, serves_many_threads_at_once) {
             }
         });
     }
-    EXPECT_TRUE(due.wait() && due.wait());
+    for (int firing = 1; firing <= 2; ++firing)
+        EXPECT_TRUE(due.wait()) << firing;
     stop = true;
     threads.join();
     EXPECT_EQ(set.visit(), "0");
