@@ -3,7 +3,7 @@
 
 namespace {
 
-// What the everyone form's descriptor is made of; all of it is released at the end of the scope.
+// The parts of the everyone form's descriptor; all of them are released at the end of the scope.
 class everyone_access {
 public:
     ~everyone_access();

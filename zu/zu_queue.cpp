@@ -19,11 +19,11 @@ struct queue_node {
     void* value;
 };
 
-// What one side takes and the other gives: places, or values.
+// Places or values: one side takes them, the other gives them.
 struct queue_supply {
-    ZU_sem* given;      // to threads that had to wait
-    int32_t available;  // to whoever comes next
-    int32_t registered; // threads that wait and have not been given one
+    ZU_sem* given;      // Posted once for each gift to a thread that waits.
+    int32_t available;  // Those that the next threads find without waiting.
+    int32_t registered; // Threads that wait and have not been given one.
 };
 
 // A few nodes are kept for the next pushes: a node that one thread frees for another to allocate is slow for both.
@@ -44,9 +44,8 @@ struct ZU_queue {
 
 namespace {
 
-// For a thread whose wait has failed; the queue is locked. When every registered thread has been given one, so has
-// this one: gifts are posted under the lock, so it is there. Otherwise a registration is taken back, its own or that of
-// a later thread that took its gift.
+// After a wait that has failed, with the queue locked. With nobody registered, our item was posted meanwhile: take it.
+// Otherwise withdraw one registration; waiters are interchangeable.
 bool took_last_moment_gift(queue_supply& supply, ZU_bool* timed_out) {
     if (supply.registered > 0) {
         --supply.registered;
@@ -86,7 +85,8 @@ bool take_and_lock(ZU_queue* queue, queue_supply& supply, uint32_t timeout_ms, Z
 void give_and_unlock(ZU_queue* queue, queue_supply& supply) {
     if (supply.registered > 0) {
         --supply.registered;
-        ZU_sem_post(supply.given); // under the lock: who finds itself given one must find the post as well
+        ZU_sem_post(
+            supply.given); // Under the lock: a thread that finds itself given one must find the post, too.
     } else {
         ++supply.available;
     }

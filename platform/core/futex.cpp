@@ -98,10 +98,10 @@ unsigned pauses_in_first_turn() {
 bool backoff::turn() {
     if (left_ == 0 || !has_several_processors())
         return false;
-    for (unsigned i = pauses_in_first_turn() * length_; i > 0; --i)
+    for (unsigned i = pauses_in_first_turn() * next_length_; i > 0; --i)
         pause_processor();
     --left_;
-    length_ *= 2;
+    next_length_ *= 2;
     return true;
 }
 

@@ -48,7 +48,7 @@ public:
 
 private:
     unsigned left_;
-    unsigned length_ = 1; // of the next turn
+    unsigned next_length_ = 1;
 };
 
 // Locks of one word, for records that are locked for a few instructions at a time. The word may be gone as soon as

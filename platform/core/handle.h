@@ -32,7 +32,7 @@ inline std::atomic_ref<uintptr_t> handle_slot(uintptr_t number) {
     return std::atomic_ref<uintptr_t>(handle_table[number]);
 }
 
-// What a handle's place holds; 0 for a value that names no place.
+// The content of a handle's place; 0 for a value that names no place.
 inline uintptr_t content_of(HANDLE handle) {
     // Rotated, a value that is no multiple of 4 is far beyond the table.
     const uintptr_t number = std::rotr(reinterpret_cast<uintptr_t>(handle), handle_shift);
@@ -46,7 +46,7 @@ inline object* marked_object_in(uintptr_t content, uintptr_t mark) {
     return found ? reinterpret_cast<object*>(content & ~all_marks) : nullptr;
 }
 
-// For a value that names no object in the table.
+// The object of a value that names none in the table: that of the pseudo handles, or null with code 6.
 object* pseudo_object_of(HANDLE handle);
 
 // The object of a handle; null with code 6 when there is none. The pseudo handles -1 and -2, this process and this

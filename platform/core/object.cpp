@@ -1,4 +1,4 @@
-// What an object does that has no better answer.
+// The answers of an object that has no better ones.
 #include "platform/core/object.h"
 
 #include "platform/api/threads.h"

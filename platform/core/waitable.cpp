@@ -93,8 +93,8 @@ void waitable::hand_out_locked(wakes& woken) {
     }
 }
 
-// Takes all the objects of a sleeper in this object's queue if every one is signalled. The sleeper looks at each of them
-// under its lock before it goes on, so its entries stay while this object is locked.
+// Takes all the objects of a sleeper in this object's queue if every one is signalled. The sleeper locks each of them
+// before it goes on, so its entries stay while this object is locked.
 bool waitable::complete_locked(sleeper& who) {
     queue_entry* const end = who.all + who.all_count;
     for (queue_entry* entry = who.all; entry != end; ++entry) {
@@ -158,14 +158,14 @@ void waitable::dequeue_locked(queue_entry& entry) {
 
 // How long to spin is learnt per object: longer after it has paid, shorter when nothing came.
 bool waitable::spin() {
-    const uint8_t turns = turns_.load(std::memory_order_relaxed);
+    const uint8_t turns = spins_.load(std::memory_order_relaxed);
     bool taken = false;
     for (backoff waiting(turns); !taken && waiting.turn();)
         taken = (state_.load(std::memory_order_relaxed) & count_mask) > 0 && take();
     if (taken && turns < backoff::turns_at_most)
-        turns_.store(turns + 1, std::memory_order_relaxed);
+        spins_.store(turns + 1, std::memory_order_relaxed);
     else if (!taken && turns > backoff::turns_at_least)
-        turns_.store(turns - 1, std::memory_order_relaxed);
+        spins_.store(turns - 1, std::memory_order_relaxed);
     return taken;
 }
 

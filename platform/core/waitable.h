@@ -25,7 +25,7 @@ struct sleeper {
     static constexpr uint32_t waiting = 0xFFFFFFFF;
     static constexpr uint32_t timed_out = 0xFFFFFFFE;
 
-    sleeper() = default; // for any of its objects
+    sleeper() = default; // It wants any of its objects.
     sleeper(queue_entry* entries, uint32_t count) : all(entries), all_count(count) {}
 
     // Settles how the wait ends: with the index of the object that releases it, or timed_out. Only the first one who
@@ -58,14 +58,14 @@ class waitable;
 struct queue_entry {
     sleeper* who = nullptr;
     waitable* of = nullptr;
-    uint32_t index = 0; // of the object among those that the sleeper waits for
+    uint32_t index = 0; // The object's, among those that the sleeper waits for.
     queue_entry* next = nullptr;
     queue_entry** link = nullptr; // what points here; null: in no queue
 };
 
 class waitable : public object {
 public:
-    // What becomes of the count when a wait succeeds.
+    // A wait that succeeds takes one from the count, or leaves it as it is.
     enum class when_taken { counts_down, stays };
 
     waitable(const object_kind& of, when_taken rule, uint32_t count)
@@ -112,8 +112,8 @@ public:
         return change([](uint32_t& count) { return count > 0 && count-- > 0; });
     }
 
-    // For waits on several objects. Between lock and unlock only the caller changes the state. A thread that is about to
-    // lock more than one object at a time counts on `several_locked` first.
+    // For waits on several objects. Between lock and unlock only the caller changes the state. A thread that locks more
+    // than one object at a time makes a `several_locked` first.
     void lock();
     void unlock();
     bool is_signalled_locked() const;
@@ -139,7 +139,7 @@ private:
     static constexpr uint32_t count_mask = queued - 1;
 
     const bool stays_;
-    std::atomic<uint8_t> turns_{backoff::turns_at_most}; // of spinning before a sleep
+    std::atomic<uint8_t> spins_{backoff::turns_at_most}; // Turns of spinning before a sleep.
     std::atomic<uint32_t> state_;
     std::atomic<uint32_t> lock_{lock_word::is_free};
     uint32_t for_all_ = 0; // how many in the queue want all of their objects
@@ -177,7 +177,7 @@ bool waitable::change(Next next) {
                          &next);
 }
 
-// An object that is never signalled: what the pseudo handles stand for.
+// The object of the pseudo handles, which is never signalled.
 waitable* what_never_ends();
 
 } // namespace platform

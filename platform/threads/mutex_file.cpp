@@ -26,7 +26,7 @@ namespace {
 
 constexpr char folder[] = "/dev/shm";
 constexpr char prefix[] = "/dev/shm/zu.mutex.";
-constexpr size_t longest_plain_name = 180; // of a file, which may have 255 bytes
+constexpr size_t longest_plain_name = 180; // A file's name may have 255 bytes.
 constexpr mode_t for_owner = 0600;
 constexpr mode_t for_all = 0666;
 
@@ -38,7 +38,8 @@ constexpr off_t turn = initialisation + 3;
 
 constexpr char magic[] = "zu mutex 2 \n"; // the two words follow, then the name
 constexpr off_t held_at = sizeof magic - 1;
-constexpr uint32_t is_free = 0; // else the number of the thread that holds the lock or has died holding it
+constexpr uint32_t is_free =
+    0; // Any other value is the number of the thread that holds the lock or died with it.
 constexpr off_t turns_at = held_at + sizeof is_free;
 constexpr size_t mapped_bytes = turns_at + sizeof is_free;
 static_assert(held_at % sizeof is_free == 0);
@@ -124,7 +125,7 @@ bool is_own_lock(int file) {
 
 std::string path_of(const std::u16string& name) {
     std::string path = prefix;
-    uint64_t hash = 0xCBF29CE484222325; // of the whole name, for those that are too long for a file's
+    uint64_t hash = 0xCBF29CE484222325; // It stands for the end of a name that is too long for a file's.
     for (char16_t unit : name) {
         hash = (hash ^ unit) * 0x100000001B3;
         const bool plain = (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z')
@@ -213,8 +214,8 @@ DWORD mutex_file::open(const std::u16string& name, bool may_create, bool for_eve
 
 DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool for_everyone,
                             const deadline& limit, bool& existed, bool& again) {
-    // First without the create flag: kernels refuse that flag on another user's file in a sticky folder. Not waiting
-    // for the other end, should somebody have put a pipe there.
+    // First without the create flag: kernels refuse that flag on another user's file in a sticky folder. O_NONBLOCK:
+    // somebody may have put a pipe there, or keep a lease.
     file_ = descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!file_ && errno == ENOENT && may_create) {
         file_ = create_file(path_, for_everyone);
@@ -330,7 +331,7 @@ mutex_file::taken mutex_file::lock(const deadline& until) {
     return mark_held() ? taken::yes : taken::abandoned;
 }
 
-// False when it cannot be had in time. The lock may then be taken out of turn, unless the caller's time is over as well.
+// False when it cannot be had in time. The lock may then be taken out of turn, unless the caller's time is over, too.
 bool mutex_file::take_turn(const deadline& until) const {
     const deadline limit = until.within(longest_turn_ms);
     for (;;) {

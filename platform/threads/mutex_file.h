@@ -1,11 +1,11 @@
 // Inside this folder: the file that a named mutex shares between processes.
 //
 // One file per name under /dev/shm. Ownership is an open-file-description lock on one of its bytes, so that it ends
-// with the process, whatever kills it. A word of the text says "held" while it is held: a process that gets the lock and
-// finds that set knows that the owner died; those that wait sleep on it. Every process that has the mutex open holds a
-// shared lock on a second byte; a process that finds that byte free is alone, and sets the file right or removes it. A
-// third byte is locked while the file is made, checked or removed, and a fourth by the process that is next to get the
-// lock. Nothing in the file is trusted further than the rights on it reach.
+// with the process, whatever kills it. A word of the text says "held" while it is held: a process that gets the lock
+// and finds that set knows that the owner died; those that wait sleep on it. Every process that has the mutex open
+// holds a shared lock on a second byte; a process that finds that byte free is alone, and sets the file right or
+// removes it. A third byte is locked while the file is made, checked or removed, and a fourth by the process that is
+// next to get the lock. Nothing in the file is trusted further than the rights on it reach.
 #pragma once
 
 #include <string>
@@ -63,7 +63,7 @@ private:
 
     std::string path_;
     descriptor file_;
-    void* mapping_ = nullptr; // of the words, for the kernel alone
+    void* mapping_ = nullptr; // It holds the words, for the kernel alone.
     bool owes_turn_ = false;  // the last unlock woke a sleeper; guarded by the gate of the process
 };
 

@@ -2,7 +2,6 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <climits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -17,6 +16,7 @@
 #include "platform/core/waitable.h"
 #include "platform/threads/mutex_file.h"
 #include "platform/threads/named_mutex.h"
+#include "platform/threads/thread_end.h"
 #include "platform/threads/thread_serial.h"
 
 namespace platform {
@@ -24,10 +24,11 @@ namespace platform {
 namespace {
 
 constexpr size_t longest_name = 260;
-constexpr DWORD longest_end_ms = 1000; // for the names of all locks at the end of the process
+constexpr DWORD longest_end_ms =
+    1000; // The end of the process waits no longer for the files of all its locks.
 
-// What all handles of one mutex in this process share. Threads of the process exclude each other by the gate, and
-// whoever has passed it competes with other processes for the file.
+// The one object that all handles of a mutex in this process share. Threads of the process exclude each other by the
+// gate; the thread that has passed it competes with other processes for the file.
 struct shared_mutex {
     struct gate_event : waitable {
         static constexpr object_kind kind{};
@@ -101,11 +102,7 @@ void abandon_all(void* ending) {
 }
 
 owned_list* owned_by_this_thread() {
-    static const pthread_key_t key = [] {
-        pthread_key_t made;
-        return pthread_key_create(&made, abandon_all) == 0 ? made
-                                                           : static_cast<pthread_key_t>(PTHREAD_KEYS_MAX);
-    }();
+    static const pthread_key_t key = key_for_thread_end(abandon_all);
     auto* owned = static_cast<owned_list*>(pthread_getspecific(key));
     if (owned)
         return owned;
@@ -252,8 +249,8 @@ DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
 
 namespace {
 
-// What a name may begin with, and what makes no difference on a machine with one space of names: the length of
-// `Local\`, `Global\` or `Session\N\`.
+// The length of `Local\`, `Global\` or `Session\N\` before a name, which make no difference on a machine with one space
+// of names.
 size_t prefix_length(std::u16string_view name) {
     constexpr std::u16string_view local = u"Local\\", global = u"Global\\", session = u"Session\\";
     for (const std::u16string_view prefix : {local, global}) {
@@ -266,7 +263,7 @@ size_t prefix_length(std::u16string_view name) {
     return end > session.size() && name[end] == u'\\' ? end + 1 : 0;
 }
 
-// The name without that. 0 or the code.
+// The name without the prefix. 0 or the code.
 DWORD plain_name(const WCHAR* name, std::u16string& plain) {
     plain = name;
     if (plain.size() > longest_name)

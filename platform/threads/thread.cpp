@@ -9,6 +9,7 @@
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
 #include "platform/core/waitable.h"
+#include "platform/threads/thread_end.h"
 
 namespace platform {
 
@@ -48,15 +49,9 @@ void mark_ended(thread& self) {
     self.release();
 }
 
-// The key's destructor runs after those of the thread's variables, and also when the body ends the thread instead
-// of returning.
 pthread_key_t ending_key() {
-    static const pthread_key_t key = [] {
-        pthread_key_t made;
-        const int error =
-            pthread_key_create(&made, [](void* self) { mark_ended(*static_cast<thread*>(self)); });
-        return error == 0 ? made : static_cast<pthread_key_t>(PTHREAD_KEYS_MAX);
-    }();
+    static const pthread_key_t key =
+        key_for_thread_end([](void* self) { mark_ended(*static_cast<thread*>(self)); });
     return key;
 }
 
@@ -71,7 +66,7 @@ void* run(void* started) {
     return nullptr;
 }
 
-// What the host gives by default, or the size asked for; never less than it can run a thread in.
+// The stack's size: the host's default or what was asked for, and never less than a thread can run in.
 size_t stack_bytes(size_t by_default, unsigned asked, bool is_reservation) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t least =
@@ -88,7 +83,7 @@ bool start(thread& self, unsigned stack_size, bool is_reservation) {
         return false;
     size_t by_default = 0;
     pthread_attr_getstacksize(&attributes, &by_default);
-    self.keep(); // for the thread itself
+    self.keep(); // The thread counts on it, too.
     const bool started =
         pthread_attr_setstacksize(&attributes, stack_bytes(by_default, stack_size, is_reservation)) == 0
         && pthread_create(&self.host, &attributes, run, &self) == 0;

@@ -44,7 +44,7 @@ struct process_lock : testing::Test {
         }
         ZU_lock_process_close(lock);
     }
-    // What the processes share beside the lock: one of them at most may be inside.
+    // The processes share it beside the lock: one of them at most may be inside.
     struct arena {
         int64_t counter;
         int32_t inside, doubles;
@@ -196,11 +196,11 @@ TEST_F(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
 
 // A handle closed under a waiting thread leaves the wait its lock; otherwise a call works on the lock that its handle
 // was for, or fails with 6.
-TEST_F(process_lock, handles_may_be_closed_while_others_use_them) {
+TEST_F(process_lock, handles_closed_in_use) {
     holder owner = held_elsewhere();
     ZU_lock_process kept = create();
     std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(kept)) << "the owner was killed"; });
-    platform::Sleep(100); // until it sleeps in the kernel
+    platform::Sleep(100); // Time for it to fall asleep.
     EXPECT_TRUE(ZU_lock_process_close(kept));
     owner.end();
     waiting.join();
@@ -257,7 +257,7 @@ TEST_F(process_lock, giving_it_back_lets_a_sleeper_go_first) {
 }
 
 // A process that may open the file can lock the byte under which it is made and removed, and keep it.
-TEST_F(process_lock, nobody_waits_for_a_process_that_keeps_the_file_from_others) {
+TEST_F(process_lock, a_file_kept_from_others) {
     ZU_lock_process lock = create();
     const holder jam([&] {
         const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
@@ -285,7 +285,7 @@ TEST_F(process_lock, no_file_outlives_a_process_for_long) {
     EXPECT_FALSE(has_file()) << "this user's next process with a lock has cleaned up";
 }
 
-TEST_F(process_lock, processes_exclude_each_other_also_where_the_file_comes_and_goes) {
+TEST_F(process_lock, exclusion_while_the_file_comes_and_goes) {
     const pid_t other = fork_child([&] { take_and_leave(10000, ZU_WAIT_INFINITE, true); });
     take_and_leave(10000, 60000, true);
     EXPECT_EQ(ended(other), 0);
@@ -294,7 +294,7 @@ TEST_F(process_lock, processes_exclude_each_other_also_where_the_file_comes_and_
     EXPECT_FALSE(has_file());
 }
 
-TEST_F(process_lock, processes_killed_at_random_leave_no_trace) {
+TEST_F(process_lock, killed_processes) {
     pid_t children[8] = {};
     std::srand(7);
     const auto random_wait = [] { return std::rand() % 2 ? 3 : ZU_WAIT_INFINITE; };
@@ -314,7 +314,7 @@ TEST_F(process_lock, processes_killed_at_random_leave_no_trace) {
     EXPECT_FALSE(has_file());
 }
 
-TEST_F(process_lock, another_user_needs_the_everyone_form_and_is_never_refused_while_it_is_made) {
+TEST_F(process_lock, users) {
     if (!is_root())
         GTEST_SKIP() << "needs root to become another user";
     for (bool everyone : {false, true}) {
@@ -343,7 +343,7 @@ TEST_F(process_lock, another_user_needs_the_everyone_form_and_is_never_refused_w
     EXPECT_TRUE(WIFSIGNALED(kill_child(maker))) << "nor has it disturbed its maker";
 }
 
-TEST_F(process_lock, hostile_files_under_its_name_are_refused) {
+TEST_F(process_lock, hostile_files) {
     const auto code = [&] {
         ZU_lock_process lock = create();
         return code_of(lock && ZU_lock_process_close(lock));
@@ -378,7 +378,7 @@ TEST_F(process_lock, hostile_files_under_its_name_are_refused) {
 }
 
 // Without an entry for everyone, or with too few rights in it, the lock stays its user's.
-TEST_F(process_lock, access_lists_open_it_to_everyone_with_all_rights_only) {
+TEST_F(process_lock, access_lists) {
     platform::SID_IDENTIFIER_AUTHORITY world = {SECURITY_WORLD_SID_AUTHORITY};
     platform::PSID everyone = nullptr;
     ASSERT_TRUE(platform::AllocateAndInitializeSid(&world, 1, 0, 0, 0, 0, 0, 0, 0, 0, &everyone));

@@ -18,7 +18,7 @@ HANDLE semaphore(int initial, int maximum) {
     return CreateSemaphoreW(nullptr, initial, maximum, nullptr);
 }
 
-TEST(handles, good_closed_null_and_made_up_ones_are_told_apart) {
+TEST(handles, good_closed_null_and_made_up) {
     const HANDLE good = event(false, true), sem = semaphore(1, 1), closed = event(true, true);
     ASSERT_TRUE(CloseHandle(closed));
     DWORD exit_code;
@@ -43,7 +43,7 @@ TEST(handles, good_closed_null_and_made_up_ones_are_told_apart) {
     }
 }
 
-TEST(thread_lock, excludes_counts_and_serves_a_forked_child) {
+TEST(thread_lock, exclusion_recursion_and_fork) {
     ZU_lock_thread lock;
     int64_t counter = 0; // plain: only the lock keeps it right
     EXPECT_EQ(ZU_lock_thread_init_recursive(&lock), 1);
@@ -96,7 +96,7 @@ void keep_to_processor(int number) {
 }
 
 // Counted are the times that a thread takes the lock again while another one sleeps for it.
-TEST(thread_lock, goes_to_a_sleeper_that_has_been_overtaken) {
+TEST(thread_lock, overtaking) {
     ZU_lock_thread lock;
     ZU_lock_thread_init(&lock);
     std::atomic<int> takings{0};
@@ -206,7 +206,7 @@ TEST(waits_for_several, results_refusals_and_what_is_taken) {
         EXPECT_TRUE(ZU_destroy_event(one));
 }
 
-// What a signaller has released stays released, whatever happens before the sleepers run.
+// A sleeper that was released stays released, whatever happens before it runs.
 TEST(sleepers, are_released_by_the_signal_itself) {
     const HANDLE manual = event(true, false), automatic = event(false, false), sem = semaphore(0, 1);
     const HANDLE two_events[] = {event(false, false), automatic}, both[] = {automatic, sem};
