@@ -5,7 +5,7 @@
 // All I/O on the handle goes through this family, which is what keeps the position true.
 struct ZU_file {
     platform::HANDLE handle;
-    ZU_buf scratch; // where gathered writes come together
+    ZU_buf scratch; // the bytes of a gather list, joined
     uint64_t position;
 };
 
@@ -14,7 +14,7 @@ namespace {
 constexpr uint64_t position_unknown = ~uint64_t{0};
 constexpr uint32_t refused_origin = 0xFFFFFFFFu;
 
-// The ways to open that create a file where there is none, or take one that exists as it is.
+// The ways to open for which a second attempt is made.
 constexpr uint32_t second_attempt_ways = ZU_FILE_CREATE_ALWAYS | ZU_FILE_OPEN_ALWAYS | ZU_FILE_OPEN_EXISTING;
 constexpr platform::DWORD in_the_way = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
 
@@ -31,7 +31,7 @@ platform::DWORD disposition_of(uint32_t flags) {
         if (flags & way.flag)
             return way.disposition;
     }
-    return 0; // which the platform refuses
+    return 0; // the platform refuses it
 }
 
 platform::HANDLE create(const ZU_wchar* long_path, uint32_t flags, void* security) {

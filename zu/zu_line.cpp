@@ -1,4 +1,4 @@
-// Line reader: reads ahead in growing chunks, and gives back to the file what lies behind the line.
+// Line reader: reads in growing chunks, and moves the file's position back to the end of the line.
 #include <algorithm>
 
 #include "zu/zu_support.h"
@@ -6,7 +6,7 @@
 namespace {
 
 constexpr uint32_t first_chunk = 128;
-constexpr uint32_t longest_line = UINT32_MAX - 1; // with its terminator it must fit a buffer
+constexpr uint32_t longest_line = UINT32_MAX - 1; // a buffer must hold it and its terminator
 
 // The bytes before the first line feed or zero byte; all of them when there is neither.
 uint32_t bytes_to_line_end(const uint8_t* bytes, uint32_t count) {
@@ -17,7 +17,7 @@ uint32_t bytes_to_line_end(const uint8_t* bytes, uint32_t count) {
     return count;
 }
 
-// As ZU_buf_get_ex, which a buffer that has served a few lines need not be asked for any more.
+// As ZU_buf_get_ex, without the call for a buffer that is large enough, as most are after a few lines.
 uint8_t* with_room(ZU_buf* buffer, uint32_t size, uint32_t keep) {
     return size <= buffer->capacity ? buffer->data : ZU_buf_get_ex(buffer, size, keep);
 }
@@ -31,7 +31,7 @@ char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* sh
     if (limit == 0)
         return nullptr;
 
-    uint32_t held = 0; // of the line
+    uint32_t held = 0; // bytes of the line that have been read
     bool any_read = false, line_ended = false;
     while (!line_ended && !*short_read && held < limit) {
         const uint32_t chunk = std::min(held == 0 ? first_chunk : held, limit - held);

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr uint32_t classic_path_size = 260; // of the platform's fixed buffers, terminator included
+constexpr uint32_t classic_path_size = 260; // the platform's fixed buffers, terminator included
 constexpr uint32_t volume_label_size = 1024;
 constexpr size_t not_found = zu::text_view::npos;
 
@@ -17,7 +17,7 @@ void append(ZU_s* s, zu::text_view text) {
     ZU_s_append_n(s, text.data(), static_cast<uint32_t>(text.size()));
 }
 
-// One text after the other, in new memory.
+// Joins two texts, in new memory.
 ZU_wchar* new_text(zu::text_view text, zu::text_view tail = {}) {
     auto* copy = zu::allocate<ZU_wchar>(static_cast<uint32_t>(text.size() + tail.size()) + 1);
     *std::copy(tail.begin(), tail.end(), std::copy(text.begin(), text.end(), copy)) = 0;
@@ -109,12 +109,12 @@ void ZU_long_path(const ZU_wchar* path, ZU_s* out) {
 ZU_bool ZU_is_full_path(const ZU_wchar* path) {
     const zu::text_view view(path);
     return view.starts_with(zu::two_backslashes)
-           || zu::is_drive_path(view); // a long form begins with two as well
+           || zu::is_drive_path(view); // a long form begins with two backslashes as well
 }
 
 int32_t ZU_path_too_long(const ZU_wchar* path) {
     zu::text_view rest(path);
-    size_t limit = ZU_PATH_MAX; // less what the long form adds to this one
+    size_t limit = ZU_PATH_MAX; // minus the units that the long form adds
     if (!zu::is_long_path(rest)) {
         if (zu::is_drive_path(rest))
             limit -= zu::long_prefix.size();
@@ -161,10 +161,10 @@ namespace {
 
 // A path on its way to its actual form.
 struct resolution {
-    zu::scoped_string absolute; // what is looked for
+    zu::scoped_string absolute; // the path that is looked for
     zu::text_view rest;         // the part of it that is still to walk
-    zu::scoped_string actual;   // what has been found, in long form
-    size_t root_length = 0;     // ".." stops here
+    zu::scoped_string actual;   // the part that has been found, in long form
+    size_t root_length = 0;     // ".." cuts nothing off in front of this
 };
 
 // Makes `absolute` a full path with backslashes alone, and none at its end.
@@ -318,7 +318,7 @@ ZU_wchar* ZU_get_filename(const ZU_wchar* path) {
     if (last != not_found)
         return new_text(view.substr(last + 1));
 
-    const zu::keep_last_error kept; // whether there is a label is no failure of ours
+    const zu::keep_last_error kept; // a volume without a label is no failure
     ZU_wchar label[volume_label_size];
     if (platform::GetVolumeInformationW(path, label, volume_label_size, nullptr, nullptr, nullptr, nullptr, 0)
         && !zu::is_empty(label))
@@ -347,7 +347,7 @@ ZU_bool ZU_make_actual_file_name(ZU_wchar* path) {
         return false;
     const zu::owned<ZU_wchar> trimmed(ZU_strdup(path));
     ZU_trim_end_path_symbol(trimmed.get());
-    const size_t kept = zu::text_view(trimmed.get()).rfind('\\') + 1; // nothing when there is no backslash
+    const size_t kept = zu::text_view(trimmed.get()).rfind('\\') + 1; // 0 when there is no backslash
     const zu::text_view name(actual.get());
     std::copy_n(name.data(), name.size() + 1, path + kept);
     return true;

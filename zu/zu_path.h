@@ -1,4 +1,4 @@
-// What the file families share of the path model. Internal: no caller sees this.
+// The part of the path model that the file families share. Internal: no caller sees this.
 #pragma once
 
 #include "zu/zu_support.h"
@@ -19,7 +19,7 @@ bool is_long_path(text_view path);
 bool is_long_network_path(text_view path);
 bool is_long_drive(text_view path); // exactly "\\?\" with a letter and a colon
 
-// Begins with a slash, or with a backslash that is alone: the families that resolve a path refuse both.
+// Whether a path begins with a slash or with a single backslash. The families that resolve a path refuse both.
 bool begins_at_no_root(text_view path);
 
 bool equal_without_case(text_view a, text_view b);
@@ -30,7 +30,7 @@ void trimmed_long_path(const ZU_wchar* path, ZU_s* out);
 // The reverse of ZU_long_path: \\?\C:\dir becomes C:\dir, \\?\UNC\srv\share \\srv\share; anything else is copied.
 void short_path(const ZU_wchar* path, ZU_s* out);
 
-// Takes the backslashes off the end, but leaves a drive's root one. Whether it is a drive's root.
+// Takes the backslashes off the end, but leaves one to a drive's root. True for a drive's root.
 bool complete_root(ZU_s* long_path);
 
 } // namespace zu

@@ -7,8 +7,8 @@
 
 namespace platform {
 
-// The platform's code for a value of errno. Calls with more to go by than errno (sockets, directories that
-// stand where a file is wanted) sort that out themselves first.
+// The platform's code for a value of errno. Where errno alone does not decide (sockets, a directory in the place of a
+// file), the caller decides first.
 DWORD code_of_errno(int error);
 
 // Sets the last-error code to that of the present errno.

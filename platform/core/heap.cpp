@@ -29,7 +29,7 @@ LPVOID HeapAlloc(HANDLE, DWORD flags, size_t bytes) {
 }
 
 LPVOID HeapReAlloc(HANDLE, DWORD flags, LPVOID block, size_t bytes) {
-    if (flags != 0) // what has been added is not known, so it cannot be cleared
+    if (flags != 0) // the old size is not known, so the added bytes cannot be cleared
         return nullptr;
     return std::realloc(block, bytes ? bytes : 1);
 }

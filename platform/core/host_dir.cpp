@@ -13,7 +13,7 @@ namespace {
 
 constexpr char variable[] = "ZU_HOST";
 
-// The relative values that the process has seen, which stay where they are.
+// A relative value that the process has seen. None is ever released: its text may be in use.
 struct relative_value {
     std::string given;
     std::string absolute;
@@ -28,14 +28,14 @@ const char* absolute_path_of(const char* given) {
     }
     char* directory = getcwd(nullptr, 0);
     if (!directory)
-        return given; // for the calls of the host to fail on
+        return given; // which leads nowhere either
     auto* const fresh = new relative_value{given, std::string(directory) + '/' + given, seen.load()};
     std::free(directory);
     while (!seen.compare_exchange_weak(fresh->next, fresh, std::memory_order_acq_rel)) {}
     return fresh->absolute.c_str();
 }
 
-// A relative value that is there when the library is loaded counts from where the process is then.
+// Asked when the library is loaded, so that a relative value counts from where the process is then.
 [[maybe_unused]] const char* const at_the_start = host_directory();
 
 bool is_variable(const char* entry) {

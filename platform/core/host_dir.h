@@ -21,10 +21,11 @@ public:
     bool may_have_changed();
 
 private:
-    char** environment_ = nullptr; // as it was then,
-    size_t at_ = 0;                // the index of the variable, or of the last one where it was missing,
-    const char* entry_ = nullptr;  // and what stood there
+    // As the environment was when it was last searched.
+    char** environment_ = nullptr;
     bool is_set_ = false;
+    size_t at_ = 0;               // the index of the variable; of the last one when it is not set
+    const char* entry_ = nullptr; // the pointer at that index
 };
 
 } // namespace platform

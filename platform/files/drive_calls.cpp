@@ -33,7 +33,7 @@ std::u16string wide_of(const std::string& host) {
     return text;
 }
 
-// The root that a text names: 0, or the code for what it is instead.
+// Finds the root that a text names. 0, or the code for a text that names no root.
 DWORD find_root(const WCHAR* root, place& where) {
     const wide_view text = root ? wide_view(root) : wide_view(u"\\");
     if (text.empty())
@@ -49,7 +49,7 @@ DWORD find_root(const WCHAR* root, place& where) {
     if (where.is_root())
         return ERROR_SUCCESS;
     if (is_bare_drive(text))
-        return ERROR_INVALID_NAME; // the drive's current directory
+        return ERROR_INVALID_NAME; // C: is the drive's current directory, and that is no root
     return where.find() ? ERROR_DIR_NOT_ROOT : where.code_of(errno);
 }
 
@@ -58,7 +58,7 @@ DWORD find_root(const WCHAR* root, place& where) {
 UINT GetDriveTypeW(const WCHAR* root) {
     std::u16string text = root ? root : u"\\";
     if (is_bare_drive(text))
-        text += u'\\'; // not the drive's current directory
+        text += u'\\'; // C: alone would be the drive's current directory
     place where;
     if (where.set(text.c_str()) != ERROR_SUCCESS)
         return DRIVE_NO_ROOT_DIR;

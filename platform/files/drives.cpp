@@ -42,13 +42,13 @@ struct known_share {
     std::string directory;
 };
 
-// A directory without links in its path, and the path of the platform that leads there.
+// A directory, by a path without links, and the drive or share that leads there.
 struct way_back {
     std::string directory;
     std::u16string root; // C: or \\srv\share
 };
 
-// What the thread has read of the host directory.
+// The part of the host directory that a thread has read.
 struct drive_memory {
     host_directory_watch watch;
     std::string host_directory;
@@ -91,7 +91,7 @@ DWORD read_entry(const std::string& folder, std::string_view entry, std::string&
     const std::string path = folder + '/' + std::string(entry);
     char text[PATH_MAX];
     const ssize_t size = readlink(path.c_str(), text, sizeof text);
-    if (size < 0 && errno != EINVAL) // of a directory that is no link
+    if (size < 0 && errno != EINVAL) // EINVAL: a directory, not a link
         return is_absence(errno) ? DWORD{ERROR_FILE_NOT_FOUND} : code_of_errno(errno);
     directory = size < 0 ? path : std::string(text, static_cast<size_t>(size));
     if (directory[0] != '/')
@@ -127,7 +127,7 @@ DWORD read_drive(const std::string& host_directory, size_t letter, std::string& 
     return ERROR_SUCCESS;
 }
 
-// 0 with the letter's directory as it was read not long ago.
+// Makes sure that the letter's directory is known: 0, 2 for no such drive, or another code.
 DWORD find_drive(drive_memory& drives, size_t letter, time_t now) {
     known_drive& drive = drives.drives[letter];
     if (is_fresh(drive.read_at, now))
@@ -145,7 +145,7 @@ DWORD find_drive(drive_memory& drives, size_t letter, time_t now) {
 
 // ---- Shares ----------------------------------------------------------------------------------------------------
 
-// An entry of a folder under the name that it has there. 0, `missing`, or another code.
+// Gives the stored spelling of a folder's entry. 0, `missing`, or another code.
 DWORD find_entry(const std::string& folder, wide_view name, DWORD missing, std::string& entry) {
     if (!append_host_name(name, entry) || entry.empty())
         return missing;
@@ -172,8 +172,8 @@ DWORD read_share(const std::string& host_directory, wide_view server, wide_view 
 
 // ---- From the host's paths -------------------------------------------------------------------------------------
 
-// Adds a way back from what a directory is without links. One that leads nowhere, or where the user may not go, leads
-// nobody back.
+// Adds the way back from a directory, by the path that it has without links. A directory that does not exist, or that
+// the user may not enter, needs none. 0 or a code.
 DWORD add_way(const std::string& directory, std::u16string root, std::vector<way_back>& ways) {
     char* real = directory.empty() ? nullptr : realpath(directory.c_str(), nullptr);
     if (!real && !directory.empty()) {
@@ -201,7 +201,7 @@ DWORD read_drive_ways(drive_memory& drives, time_t now) {
     return ERROR_SUCCESS;
 }
 
-// The names in a folder: 0, also when it is missing, or a code.
+// Lists the names in a folder; none for a folder that does not exist. 0 or a code.
 DWORD list_folder(const std::string& folder, std::vector<std::string>& names) {
     directory_reader reader(open_directory(AT_FDCWD, folder.c_str()));
     if (reader.directory() < 0)

@@ -1,4 +1,4 @@
-// Open files: reading, writing and moving about.
+// Open files: reading, writing and seeking.
 #include "platform/files/file.h"
 
 #include <fcntl.h>
@@ -27,8 +27,7 @@ bool is_stream(mode_t mode) {
     return S_ISFIFO(mode) || S_ISCHR(mode) || S_ISSOCK(mode);
 }
 
-// EAGAIN comes from what is not waited for: another user's pipe that is open and empty, a file that is a queue of the
-// kernel's.
+// EAGAIN: a read that does not wait has found nothing yet, in another user's pipe or in a queue of the kernel's.
 DWORD code_of_read(int error) {
     return error == EAGAIN ? DWORD{ERROR_NO_DATA} : code_of_errno(error);
 }
@@ -42,9 +41,10 @@ file::file(opened_file&& opened, const open_request& request)
       opener_(GetCurrentProcessId()), size_(static_cast<uint64_t>(opened.status.st_size)) {}
 
 DWORD file::close() {
-    if (has_claim_ && opener_ == GetCurrentProcessId()) // a forked child leaves its parent's claim alone
+    // A forked child shares the locks with its parent, and must leave them alone.
+    if (has_claim_ && opener_ == GetCurrentProcessId())
         give_back_claim(number_.get());
-    // What a network file system could not write any more, it says now.
+    // A network file system tells now what it could not write.
     if (::close(number_.release()) != 0 && errno != EINTR)
         return code_of_errno(errno);
     return ERROR_SUCCESS;
@@ -53,7 +53,7 @@ DWORD file::close() {
 // ---- Reading ---------------------------------------------------------------------------------------------------
 
 DWORD file::read(char* out, size_t count, size_t& done) {
-    if (block_holds(count)) { // short reads one after the other, such as lines are made of
+    if (block_holds(count)) { // the common case of a line reader
         std::memcpy(out, block_.get() + (position_ - block_start_), count);
         latest_start_ = position_;
         latest_end_ = position_ += count;
@@ -69,8 +69,8 @@ DWORD file::read(char* out, size_t count, size_t& done) {
     return ERROR_SUCCESS;
 }
 
-// Goes on until the count is met or the file ends, also where a block ends: what others append is seen, and nothing
-// is cut in two.
+// Reads until the count is met or the file ends. Where the block at hand ends, it goes on in the file: so bytes that
+// others append are seen, and no record is cut in two.
 DWORD file::read_regular(char* out, size_t count, size_t& done) {
     const uint64_t start = position_;
     DWORD code = ERROR_SUCCESS;
@@ -101,7 +101,7 @@ DWORD file::read_regular(char* out, size_t count, size_t& done) {
 }
 
 ssize_t file::read_at(char* out, size_t count) const {
-    // The host refuses a range that ends beyond the last position; nothing is there to read.
+    // The host refuses a range that ends beyond the largest position. No file has bytes there.
     count = static_cast<size_t>(std::min<uint64_t>(count, INT64_MAX - position_));
     return retried([&] { return pread(number_.get(), out, count, static_cast<off_t>(position_)); });
 }
@@ -115,12 +115,12 @@ size_t file::take_from_block(char* out, size_t count) {
     return size;
 }
 
-// Who reads on where the latest read ended, or goes back into it, as line readers do, will go on like that.
+// Whether the position is where the latest read ended, or in it: a line reader goes back for what follows the line.
 bool file::is_sequential() const {
     return position_ >= latest_start_ && position_ <= latest_end_;
 }
 
-// Reads ahead, as is right only while no other handle writes. False: errno.
+// Reads a block ahead, which is right only while no other handle may write. False, with errno, on failure.
 bool file::fill_block() {
     drop_block();
     if (!block_)
@@ -175,8 +175,8 @@ DWORD file::write_regular(const char* data, size_t count) {
     return ERROR_SUCCESS;
 }
 
-// After a write that failed on its way: takes back what it has appended, unless somebody who does not know of claims
-// has appended more, or others may write and could count on what is there.
+// Cuts off what a write had appended before it failed. The bytes stay when other handles may write, since those may have
+// seen them, and when a program without the library has appended more.
 void file::cut_back(uint64_t written_to) {
     struct stat now;
     if (keeps_writers_away_ && written_to > size_ && fstat(number_.get(), &now) == 0
@@ -184,7 +184,7 @@ void file::cut_back(uint64_t written_to) {
         retried([&] { return ftruncate(number_.get(), static_cast<off_t>(size_)); });
 }
 
-// Asked once per handle, since it costs a call.
+// The limit is read once per handle, since that costs a system call.
 uint64_t file::size_limit() {
     if (size_limit_ == not_asked) {
         rlimit limit;
@@ -210,7 +210,7 @@ DWORD file::flush() {
     return retried([&] { return fsync(number_.get()); }) == 0 ? ERROR_SUCCESS : code_of_errno(errno);
 }
 
-// ---- Moving about ----------------------------------------------------------------------------------------------
+// ---- Seeking ---------------------------------------------------------------------------------------------------
 
 DWORD file::seek(int64_t distance, DWORD origin, int64_t& position) {
     int64_t base = 0;

@@ -18,11 +18,11 @@ struct open_request {
     bool denies_writes = true;
     bool takes_directories = false;
     DWORD disposition = OPEN_EXISTING;
-    DWORD attributes = 0; // of a file that is made or replaced
-    int host_flags = 0;   // more flags of open
+    DWORD attributes = 0; // for a file that is made or replaced
+    int host_flags = 0;   // further flags for the host's open
 };
 
-// What opening leaves behind when it succeeds: a descriptor that holds the claim, if there is one to hold.
+// The result of opening: a descriptor, which holds the claim if there is one.
 struct opened_file {
     descriptor number;
     struct stat status = {};
@@ -30,8 +30,8 @@ struct opened_file {
     bool has_claim = false;
 };
 
-// Opens what a path names, or the null device. 0 or a code. The sharing test comes before the data of an existing
-// file is touched.
+// Opens the file that a path names, or the null device. 0 or a code. An existing file's data is not touched before its
+// share modes are tested.
 DWORD open_file(const WCHAR* path, const open_request& request, opened_file& out);
 
 // The object of a file's handle.

@@ -39,9 +39,9 @@ int open_call(place& where, int flags) {
         [&](int at, const char* path) { return openat(at, path, flags | O_CLOEXEC | O_NOCTTY, 0666); });
 }
 
-// Opens a file at once, whatever bears its name by now: a pipe without a writer and a line without a carrier would keep
-// the caller waiting for as long as their owner likes. Only a file that the host has lent to somebody (a lease) is
-// waited for, since it is asked back.
+// Opens without waiting: a pipe without a writer, or a serial line without a carrier, would keep the caller waiting for
+// as long as its owner likes. EAGAIN means that another program has a lease on the file, which the host is calling back
+// and which is worth waiting for; but then the file is opened by the descriptor that shows that it is one.
 int open_without_waiting(place& where, int flags) {
     const int number = open_call(where, flags | O_NONBLOCK);
     if (number >= 0 || errno != EAGAIN)
@@ -54,13 +54,13 @@ int open_without_waiting(place& where, int flags) {
     }
     const std::string same_file = "/proc/self/fd/" + std::to_string(lent.get());
     const int waited_for = retried([&] { return open(same_file.c_str(), flags | O_CLOEXEC | O_NOCTTY); });
-    if (waited_for < 0 && errno == ENOENT) // of /proc: the file is there
+    if (waited_for < 0 && errno == ENOENT) // /proc is missing, not the file
         errno = EAGAIN;
     return waited_for;
 }
 
-// Reads and writes of pipes and devices wait, but for reads from a pipe of another user's, who could keep it open and
-// silent. Root's pipes count as the user's own.
+// Makes reads and writes of pipes and devices wait again, except reads of a pipe that belongs to another user, who could
+// keep it open and write nothing. Root's pipes count as the user's own.
 DWORD let_calls_wait(int number, const open_request& request, const struct stat& status) {
     const bool is_anothers =
         S_ISFIFO(status.st_mode) && !request.writes && status.st_uid != 0 && status.st_uid != geteuid();
@@ -80,16 +80,16 @@ bool is_only_written_to(place& where, const open_request& request) {
            && !S_ISDIR(status.st_mode);
 }
 
-// A descriptor for writing alone. A pipe waits for its reader.
+// Opens for writing alone. A pipe without a reader (ENXIO) is waited for.
 int open_to_write(place& where, int host_flags) {
     const int number = open_without_waiting(where, O_WRONLY | host_flags);
-    if (number >= 0 || errno != ENXIO) // of a pipe without a reader
+    if (number >= 0 || errno != ENXIO)
         return number;
     return open_call(where, O_WRONLY | host_flags);
 }
 
-// A descriptor for reading and writing, which is good for shared locks of both kinds, even where the caller only
-// writes; for writing alone where the file may not be read.
+// Opens for reading and writing, also for a caller that only writes: shared locks need a descriptor that can read. A
+// file that may not be read is opened for writing alone.
 int open_to_change(place& where, const open_request& request, descriptor_rights& rights) {
     const int number = open_call(where, O_RDWR | request.host_flags);
     if (number >= 0 || errno != EACCES || request.reads)
@@ -98,7 +98,7 @@ int open_to_change(place& where, const open_request& request, descriptor_rights&
     return open_call(where, O_WRONLY | request.host_flags);
 }
 
-// Opens what is there, with the rights that the locks of its claim take.
+// Opens a file that exists, with the rights that the locks of its claim need.
 DWORD open_existing(place& where, const open_request& request, descriptor_rights& rights, descriptor& out) {
     const bool empties = truncates(request);
     if (!touches_data(request)) {
@@ -108,7 +108,7 @@ DWORD open_existing(place& where, const open_request& request, descriptor_rights
         rights = {true, false};
         out = descriptor(open_without_waiting(where, O_RDONLY | request.host_flags));
     } else if (!request.reads && !empties && request.denies_writes) {
-        // One exclusive lock is the whole claim, so nothing needs to be read, and nothing to be looked at first.
+        // The whole claim is one exclusive lock, for which a descriptor that can write is enough.
         rights = {false, true};
         out = descriptor(open_to_write(where, request.host_flags));
     } else if (is_only_written_to(where, request)) {
@@ -165,7 +165,8 @@ share_claim claim_of(const open_request& request, bool existed) {
             request.denies_writes};
 }
 
-// Truncation. A replaced file also gets the attributes of the request, which must name those that hide the old one.
+// Empties a file. CREATE_ALWAYS also gives it the attributes of the request, and fails with 5 (ERROR_ACCESS_DENIED) when
+// the file is hidden or a system file and the request does not say so.
 DWORD empty(int number, const open_request& request, struct stat& status) {
     if (request.disposition == CREATE_ALWAYS) {
         DWORD stored = 0;
@@ -184,8 +185,7 @@ DWORD empty(int number, const open_request& request, struct stat& status) {
     return ERROR_SUCCESS;
 }
 
-// The claim, then all that has to be true of the file while nobody else can change it. On failure the claim is given
-// back.
+// Takes the claim first, and then makes the checks that stay true while it is held. On failure the caller gives it back.
 DWORD claim_and_check(place& where, const open_request& request, const descriptor_rights& rights,
                       opened_file& out) {
     const int number = out.number.get();
@@ -201,7 +201,7 @@ DWORD claim_and_check(place& where, const open_request& request, const descripto
         if (const DWORD code = check_kind(request, out.status))
             return code;
     if (!S_ISREG(out.status.st_mode)) {
-        // The claims are about data that lies in a file.
+        // Share modes are about the data of files; directories, pipes and devices have none.
         if (out.has_claim)
             give_back_claim(number);
         out.has_claim = false;

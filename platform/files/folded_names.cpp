@@ -26,7 +26,7 @@ namespace platform {
 namespace {
 
 constexpr size_t most_directories = 4;
-constexpr size_t most_names = 512 * 1024; // of one directory: 8 MiB
+constexpr size_t most_names = 512 * 1024; // in one directory; their hashes take 8 MiB
 
 constexpr uint32_t added = IN_CREATE | IN_MOVED_TO;
 constexpr uint32_t removed = IN_DELETE | IN_MOVED_FROM;
@@ -35,7 +35,8 @@ constexpr uint32_t removed = IN_DELETE | IN_MOVED_FROM;
 constexpr uint32_t local_file_systems[] = {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC,  BTRFS_SUPER_MAGIC,
                                            TMPFS_MAGIC,      F2FS_SUPER_MAGIC, OVERLAYFS_SUPER_MAGIC};
 
-// Hashes, each as often as it was added: a table that a search walks from the hash's own slot to the next empty one.
+// A bag of hashes: each is in it as often as it was added. An open table: a hash lies in the slot of its low bits, or in
+// one of those that follow, with no empty slot in between.
 class hash_bag {
 public:
     size_t size() const { return size_; }
@@ -54,14 +55,14 @@ public:
         return true;
     }
 
-    // Once; nothing happens for a hash that is not there.
+    // Takes a hash out once. Nothing happens when it is not in.
     void remove(uint64_t hash) {
         hash |= hash == empty;
         if (!holds(hash))
             return;
         size_t hole = slot_of(hash);
         --size_;
-        // What follows the hole moves up, unless it would come to lie in front of its own slot.
+        // Each hash that follows the hole moves into it, unless it would lie in front of its own slot then.
         for (size_t at = next(hole); slots_[at] != empty; at = next(at)) {
             if (((at - slots_[at]) & (slot_count_ - 1)) >= ((at - hole) & (slot_count_ - 1))) {
                 slots_[hole] = slots_[at];
@@ -76,7 +77,7 @@ private:
 
     size_t next(size_t at) const { return (at + 1) & (slot_count_ - 1); }
 
-    // Of the hash, or where it would be put.
+    // The slot of the hash, or the empty one where the search for it ends.
     size_t slot_of(uint64_t hash) const {
         size_t at = hash & (slot_count_ - 1);
         while (slots_[at] != empty && slots_[at] != hash)
@@ -126,8 +127,8 @@ struct watched_directory {
     const ino_t inode;
     const int watch;
     bool is_whole =
-        false;            // all names are in; until then, removed ones stay: the reading may still bring them
-    bool is_lost = false; // not watched any more
+        false; // all names are in. Until then removed ones stay, since the reading may not have met them.
+    bool is_lost = false; // it is not watched any more
     uint64_t last_use;
     hash_bag names;
 };
@@ -144,7 +145,7 @@ public:
         const std::lock_guard held(lock_);
         if (!find(status))
             return false;
-        take_notifications(); // which can end the watch
+        take_notifications(); // one of them may end the watch
         const std::shared_ptr<watched_directory> known = find(status);
         if (!known || !known->is_whole)
             return false;
@@ -182,8 +183,8 @@ public:
 
     void finish(const std::shared_ptr<watched_directory>& directory) {
         const std::lock_guard held(lock_);
-        // Names that went while the directory was read: the reading may not have met them, and then their hashes are
-        // another name's. They stay, and cost no more than a look.
+        // A name that was removed while the directory was read may not have been added: taking its hash out could take
+        // out that of another name. So such hashes stay. A hash too many costs a look, and no more.
         take_notifications();
         directory->is_whole = true;
     }
@@ -214,7 +215,7 @@ private:
             drop(directory);
     }
 
-    // By value: the list's own pointer goes.
+    // Takes the pointer by value, since the list's own one goes.
     void drop(std::shared_ptr<watched_directory> directory) {
         if (directory->is_lost)
             return;
@@ -277,8 +278,8 @@ namespace {
 
 std::atomic<name_watcher*> present_watcher{nullptr};
 
-// The watcher of this process, or null where nothing is watched yet. A forked child leaves its parent's alone: they
-// share the queue, and a thread that the child has not got may hold the lock.
+// The watcher of this process; null when nothing is watched yet. A forked child does not use its parent's: the two share
+// the queue, and the lock may be held by a thread that the child does not have.
 name_watcher* own_watcher() {
     name_watcher* const known = present_watcher.load(std::memory_order_acquire);
     return known && known->belongs_to_this_process() ? known : nullptr;

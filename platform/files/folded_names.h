@@ -1,10 +1,10 @@
 // Inside this folder: what large directories hold, so that a missing name is known to be missing in every spelling
 // without a look at each of a hundred thousand entries.
 //
-// Of a few directories, the hashes of all names are kept, with the letters folded. They are kept exact by the host's
-// notifications (inotify), which are queued before the call that changes a directory returns: a name that is not among
-// the hashes is in the directory in no spelling; for any other one the directory is read. Where the host tells nothing
-// or not all, as for network file systems, nothing is kept.
+// For a few directories, the hashes of all names are kept, with the letters folded. The host's notifications (inotify)
+// keep them exact: they are queued before the call that changes a directory returns. A name whose hash is missing is in
+// the directory in no spelling; for any other name the directory is read. Network file systems do not notify of all
+// changes, so nothing is kept for them.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ uint64_t folded_hash(std::string_view name);
 // Whether it is certain that no entry of the open directory has a name with this hash.
 bool is_known_to_lack(int directory, uint64_t hash);
 
-// A look through a directory which others can do without afterwards.
+// Collects the names of a directory while it is read.
 class folded_names_reading {
 public:
     folded_names_reading() = default;
@@ -32,7 +32,7 @@ public:
     // are already.
     bool begin(int directory);
 
-    // An entry, where the directory is watched.
+    // Adds an entry's name; nothing happens when begin has not been called or was false.
     void add(std::string_view name);
 
     // All entries have been added.

@@ -13,7 +13,7 @@ namespace platform {
 
 namespace {
 
-// Takes a mode apart; false when it is none.
+// Parses a mode. False when it is none.
 bool parse_mode(const WCHAR* mode, open_request& request, const char*& host_mode) {
     const WCHAR kind = *mode;
     if (kind != 0)
@@ -23,9 +23,9 @@ bool parse_mode(const WCHAR* mode, open_request& request, const char*& host_mode
         switch (*mode) {
         case u'+': updates = true; break;
         case u'x': is_new = true; break;
-        // Every flush is to reach the disk: every write does.
+        // Every flush is to reach the disk, so every write is made to.
         case u'c': request.host_flags |= O_DSYNC; break;
-        // Without a difference between text and bytes; hints; and what always holds: close-on-exec.
+        // Text or bytes, which do not differ here; hints; close-on-exec, which is always set.
         case u'b':
         case u't':
         case u'n':
@@ -58,7 +58,7 @@ bool parse_mode(const WCHAR* mode, open_request& request, const char*& host_mode
 
 int errno_of(DWORD code) {
     if (code >= ERROR_WRITE_PROTECT && code <= ERROR_SHARING_BUFFER_EXCEEDED)
-        return EACCES; // all that a device or another opener has against it
+        return EACCES; // refused by a device, or by another handle's share mode
     switch (code) {
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:
@@ -94,7 +94,7 @@ FILE* _wfopen(const WCHAR* path, const WCHAR* mode) {
     }
     FILE* stream = fdopen(opened.number.get(), host_mode);
     if (stream)
-        opened.number.release(); // and its claim ends with it
+        opened.number.release(); // the stream's now, with the claim
     else
         set_last_error_from_errno();
     return stream;

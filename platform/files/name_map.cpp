@@ -1,4 +1,4 @@
-// Names of files, both ways.
+// Names of files, from the host's bytes to wide text and back.
 #include "platform/files/name_map.h"
 
 #include <array>
@@ -52,7 +52,7 @@ void append_utf8(char32_t character, std::string& out) {
     out += static_cast<char>(0x80 | (character & 0x3F));
 }
 
-// Adds what the unit at `at` stands for, and moves past it.
+// Adds the host's bytes for the unit at `at`, and moves `at` past it.
 bool append_beyond_ascii(wide_view name, size_t& at, std::string& out, bool& has_escaped_bytes) {
     const char32_t unit = name[at++];
     if (is_high_surrogate(unit)) {
@@ -72,7 +72,7 @@ bool append_beyond_ascii(wide_view name, size_t& at, std::string& out, bool& has
     return true;
 }
 
-// Adds the plain characters from `at` on, and moves past them.
+// Adds the run of plain characters that begins at `at`, and moves `at` past it.
 void append_plain(wide_view name, size_t& at, std::string& out) {
     const size_t start = at;
     while (at < name.size() && name[at] < 0x80 && !forbidden[name[at]])

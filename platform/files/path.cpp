@@ -15,7 +15,7 @@ namespace {
 constexpr wide_view long_prefix = u"\\\\?\\";
 constexpr wide_view network_name = u"UNC";
 
-// Objects, not functions: the searches for them become plain loops.
+// Objects, not functions, so that the compiler turns a search for them into a plain loop.
 constexpr auto is_backslash = [](WCHAR unit) { return unit == u'\\'; };
 constexpr auto is_separator = [](WCHAR unit) { return unit == u'\\' || unit == u'/'; };
 constexpr auto is_wildcard = [](WCHAR unit) { return unit == u'*' || unit == u'?'; };
@@ -80,7 +80,7 @@ DWORD parse_network(wide_view rest, path_use use, parsed_path& out) {
     return append_components(rest, use, out);
 }
 
-// `rest` follows the prefix.
+// Parses what follows the prefix `\\?\`.
 DWORD parse_literal(wide_view rest, path_use use, parsed_path& out) {
     if (rest.size() + long_prefix.size() > longest_path)
         return ERROR_PATH_NOT_FOUND;
@@ -101,7 +101,7 @@ DWORD parse_literal(wide_view rest, path_use use, parsed_path& out) {
 
 // ---- Other paths -----------------------------------------------------------------------------------------------
 
-// What the components of a path are added to: `\\?\C:` or `\\?\UNC\srv\share`, and those of the current directory.
+// The beginning that a path is added to: `\\?\C:` or `\\?\UNC\srv\share`, and the current directory's components.
 struct base {
     std::u16string root;
     std::vector<wide_view> components;
@@ -133,7 +133,7 @@ void take_network_root(wide_view& path, base& out) {
     out.root.append(network_name).append(u"\\").append(server).append(u"\\").append(share);
 }
 
-// The current directory, on a drive or a share. 0 or a code.
+// Makes the base the current directory, on a drive or a share. 0 or a code.
 DWORD set_current_directory(base& out) {
     if (const DWORD code = current_directory(out.current))
         return code;
@@ -148,8 +148,7 @@ DWORD set_current_directory(base& out) {
     return ERROR_SUCCESS;
 }
 
-// A path that follows a letter and a colon, and no separator: the current directory where that is on the same drive,
-// else the drive's root.
+// The base of a path such as C:dir: the current directory where that is on the same drive, else the drive's root.
 DWORD set_directory_on(WCHAR letter, base& out) {
     if (const DWORD code = set_current_directory(out))
         return code;
@@ -160,7 +159,8 @@ DWORD set_directory_on(WCHAR letter, base& out) {
     return ERROR_SUCCESS;
 }
 
-// Takes what says where a path begins off its front. 0, or the code for why there is no current directory.
+// Takes the drive, the share or the leading separator off a path, and gives the base that it names. 0, or the code of
+// a current directory that cannot be told.
 DWORD take_base(wide_view& path, base& out) {
     const auto separator_at = [&](size_t at) { return at < path.size() && is_separator(path[at]); };
     if (separator_at(0) && separator_at(1)) {
@@ -192,7 +192,7 @@ DWORD take_base(wide_view& path, base& out) {
     return code;
 }
 
-// The literal form of a path that is not in long form. 0, or the code for why there is no current directory.
+// Gives the literal form of a path that is not in long form. 0, or the code of a current directory that cannot be told.
 DWORD resolve(wide_view path, std::u16string& literal) {
     base found;
     if (const DWORD code = take_base(path, found))

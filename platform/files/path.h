@@ -1,8 +1,8 @@
 // Inside this folder: from a path of the platform to the spelling of a path of the host.
 //
-// A long form (`\\?\`) is taken literally: `\` alone separates, and what no name can be is refused. Everything else
-// is resolved lexically first, against the current directory where it is relative, and then taken the same way: so
-// no path text leaves the drive that it names.
+// A long form (`\\?\`) is taken literally: `\` alone separates, and components that no file can have as a name are
+// refused. Any other path is made a literal one first: a relative path is added to the current directory, and "." and
+// ".." are resolved in the text alone. So no path text leaves the drive that it names.
 #pragma once
 
 #include <string>
@@ -20,9 +20,9 @@ enum class path_use {
 };
 
 struct parsed_path {
-    std::string host;     // what the path spells on the host, from / on; no slash at its end
-    size_t root_size = 0; // the bytes of `host` that are the drive's directory
-    bool is_root = false; // nothing below the drive's directory
+    std::string host;     // the path of the host that the text spells, from / on; no slash at its end
+    size_t root_size = 0; // how many bytes of `host` are the drive's directory
+    bool is_root = false; // the path is the drive's directory itself
     bool is_network = false;
     bool ends_with_separator = false;
     bool is_volume = false; // `\\?\C:`, the drive itself and no directory
@@ -32,7 +32,7 @@ struct parsed_path {
 // 0, or the code of what is wrong with the text or of the missing drive (3) or share (53, 67).
 DWORD parse_path(const WCHAR* path, path_use use, parsed_path& out);
 
-// `nul` in any directory, in a path that is not in long form: the device that swallows everything.
+// Whether a path means the null device: `nul` in any directory, unless the path is in long form.
 bool is_null_device(wide_view path);
 
 bool is_long_form(wide_view path);

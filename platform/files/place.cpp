@@ -13,7 +13,7 @@ namespace platform {
 
 namespace {
 
-// The host takes 4,096 bytes in one call; what stands in front of a piece in whole_name needs room as well.
+// The host takes 4,096 bytes in one call, of which /proc/self/fd/N/ may take some.
 constexpr size_t longest_piece = 4000;
 
 descriptor enter(int at, const char* directory) {
@@ -27,7 +27,7 @@ bool may_have_other_spelling(std::string_view name) {
     return false;
 }
 
-// The host itself takes every spelling in such a directory.
+// Whether the file system itself ignores case in a directory, so that no other spelling needs to be looked for.
 bool ignores_case(int directory) {
     int flags = 0;
     return ioctl(directory, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_CASEFOLD_FL);
@@ -43,7 +43,7 @@ std::string look_in(descriptor directory, std::string_view wanted) {
     return {};
 }
 
-// Makes the name that of an entry: false, with errno, when the directory has none.
+// Gives a component the spelling of the directory's entry. False, with errno, when there is no such entry.
 bool respell(int at, std::string& component) {
     struct stat status;
     if (retried([&] { return fstatat(at, component.c_str(), &status, AT_SYMLINK_NOFOLLOW); }) == 0)
@@ -99,7 +99,7 @@ std::string place::whole_name() const {
     return "/proc/self/fd/" + std::to_string(at_.get()) + '/' + name();
 }
 
-// Walks a long path so far that the rest fits into one call.
+// Opens the directories of a long path, piece by piece, until the rest of it fits into one call.
 bool place::reach() {
     while (path_.host.size() - start_ > longest_piece) {
         const size_t cut = path_.host.rfind('/', start_ + longest_piece);
@@ -140,12 +140,12 @@ bool place::find_spelling() {
     const std::string stored = look_in(std::move(opened), last_name());
     if (stored.empty())
         return false;
-    if (stored != last_name()) // else somebody has made the file since
+    if (stored != last_name()) // the same name: another program has made the file since
         spell_last(stored);
     return true;
 }
 
-// From the drive's directory on, one component at a time.
+// Finds the stored spelling of each component, from the drive's directory on. True when the last one exists.
 bool place::walk() {
     const std::string wanted = path_.host;
     std::string found = wanted.substr(0, path_.root_size);
@@ -155,7 +155,7 @@ bool place::walk() {
         std::string component = wanted.substr(at + 1, end - at - 1);
         const bool is_there = respell(here.get(), component);
         if (end == wanted.size()) {
-            // There or not, this is the directory for it.
+            // Whether it exists or not, this is its directory.
             start_ = found.size() + 1;
             path_.host = std::move(found) + wanted.substr(at);
             at_ = std::move(here);

@@ -1,8 +1,10 @@
-// Inside the layer: finding what a path names on the host, whatever the case of its letters and however long it is.
+// Inside the layer: a place, which is the file that a path names on the host, whatever the case of the path's letters
+// and however long it is; the file need not exist.
 //
-// A place is tried in the spelling of its path first: one call when the case is right. When nothing has that name,
-// the directory of the first missing component is searched for another spelling, and the call is made again. A path
-// that one call of the host cannot take is walked in pieces, so every call gets a directory and a path below it.
+// A call of the host is made in the spelling of the path first, so it costs nothing more when the case is right. When
+// nothing has that name (ENOENT), the directory of the first missing component is searched for another spelling, and
+// the call is made again. A path that is too long for one call of the host is walked in pieces, so every call gets a
+// directory and a path below it.
 #pragma once
 
 #include <fcntl.h>
@@ -20,7 +22,7 @@ namespace platform {
 
 class place {
 public:
-    // What the path spells. 0, or a code. A place is set once.
+    // Sets the place, which is done once. 0, or the code of a path that can name nothing.
     DWORD set(const WCHAR* path, path_use use = path_use::exact);
     void set_host_path(const char* path);
 
@@ -37,7 +39,7 @@ public:
     // The last component as the path spelled it, whatever spelling has been found.
     std::string_view given_name() const { return given_name_.empty() ? last_name() : given_name_; }
 
-    // Goes back to that spelling, for a name that is to be given.
+    // Goes back to that spelling, for a file that is to get the name as it was given.
     void use_given_name() { spell_last(std::string(given_name())); }
 
     // Goes up to the directory that the place is in; false at the drive's directory.
@@ -56,19 +58,19 @@ public:
         return result;
     }
 
-    // Makes the spelling in use that of the file system as far as there is one: true when the place exists, without
-    // following a link at its end; else false with errno.
+    // Looks for the place, without following a link at its end, and takes on the spelling that the file system has for
+    // it. False, with errno, when it does not exist.
     bool find();
 
     // The code for an errno of a call on the place: tells a missing name (2) from a missing directory (3).
     DWORD code_of(int error) const;
 
-    // What the calls of the host take. `name` may be several components.
+    // The two arguments for the host's calls. `name` may be several components.
     int directory() const { return start_ ? at_.get() : AT_FDCWD; }
     const char* name() const { return path_.host.empty() ? "/" : path_.host.c_str() + start_; }
 
-    // A path for the calls that take no directory. One that is too long for them goes by the number of the place's own
-    // descriptor, and means nothing once the place is gone.
+    // A path for the calls that take no directory. A long one names the place's own descriptor (/proc/self/fd/N/...), so
+    // it must not be used after the end of the place.
     std::string whole_name() const;
     bool is_too_long() const { return path_.host.size() >= PATH_MAX; }
 

@@ -1,4 +1,4 @@
-// Names in another case.
+// Looking for a name in another case.
 #include "platform/files/spelling.h"
 
 #include <unistd.h>
@@ -19,8 +19,8 @@ std::string find_spelling_in(descriptor directory, std::string_view wanted) {
     }
     directory_reader reader(std::move(directory));
     bool any = reader.fill();
-    // What does not fit into one block is large: its names are kept while they are looked at, and those of the first
-    // block are read once more, now that nothing that happens to them can be missed.
+    // A directory that does not fit into one block is large, and its names are kept for the next time. It is read from
+    // its start again once it is watched, so that no change is missed.
     folded_names_reading kept;
     if (any && !reader.at_end() && kept.begin(reader.directory()))
         any = lseek(reader.directory(), 0, SEEK_SET) == 0 && reader.fill();

@@ -101,7 +101,7 @@ std::string label_in_dev(dev_t device) {
 }
 
 bool medium_is_removable(unsigned major, unsigned minor) {
-    // A partition has no such file; its disk, one folder up, has.
+    // The folder of a partition has no such file. The folder above it, the disk's, has one.
     const std::string device = "/sys/dev/block/" + std::to_string(major) + ':' + std::to_string(minor);
     return first_line(device + "/removable") == "1" || first_line(device + "/../removable") == "1";
 }
@@ -148,7 +148,7 @@ DWORD read_mount_facts(const std::string& directory, mount_facts& out) {
     out.major = major(status.st_dev);
     out.minor = minor(status.st_dev);
     out.kind = kind_of(static_cast<uint32_t>(system.f_type), out.major, out.minor);
-    // Without a device of its own, the file system lies on no medium.
+    // Device 0 is none: such a file system lies on no medium.
     out.is_removable = out.major != 0 && medium_is_removable(out.major, out.minor);
     return ERROR_SUCCESS;
 }

@@ -15,26 +15,26 @@ enum class medium {
 };
 
 struct mount_facts {
-    medium kind = medium::fixed; // of its file system
-    unsigned major = 0;          // of the device
+    medium kind = medium::fixed; // by the file system
+    unsigned major = 0;          // the device's numbers
     unsigned minor = 0;
-    bool is_removable = false; // the device's medium is
+    bool is_removable = false; // by the device
 };
 
-// DRIVE_REMOVABLE ... DRIVE_RAMDISK.
+// The kind of a drive: DRIVE_REMOVABLE ... DRIVE_RAMDISK.
 UINT drive_type_of(const mount_facts& facts);
 
 bool is_floppy(const mount_facts& facts);
 
-// \Device\Floppy0, \Device\CdRom0, \Device\HarddiskVolume1 ...: a name for the device behind a drive.
+// A name for the device behind a drive: \Device\Floppy0, \Device\CdRom0, \Device\HarddiskVolume1 ...
 std::u16string device_name_of(const mount_facts& facts, char letter);
 
-// Asks the host. 0, 3 where there is no such directory, or another code. A medium that cannot be asked about counts as
-// one that stays.
+// Asks the host about the mount of a directory. 0, 3 when there is no such directory, or another code. A device that
+// /sys tells nothing about counts as not removable.
 DWORD read_mount_facts(const std::string& directory, mount_facts& out);
 
-// What /proc/self/mountinfo names the file system of a device: ext4, nfs4, fuse.sshfs ... Empty where it cannot be
-// told.
+// The name of a device's file system, as /proc/self/mountinfo has it: ext4, nfs4, fuse.sshfs ... Empty when it cannot
+// be read.
 std::string file_system_of(unsigned major, unsigned minor);
 
 // The label of the volume that a directory lies on; empty where it has none or none can be read.
