@@ -18,6 +18,9 @@
 #include <time.h>
 #include <wchar.h>
 
+#include <string>
+#include <vector>
+
 namespace platform {
 
 using ::BOOL;
@@ -108,10 +111,77 @@ using ::WriteFile;
 using ::_wfopen;
 using ::fclose;
 
+// A walk down a tree; here by paths.
+class tree_walk {
+public:
+    explicit tree_walk(const WCHAR* path) : path_(path) { enter(); }
+    ~tree_walk() {
+        for (const level& here : levels_)
+            FindClose(here.search);
+    }
+    tree_walk(const tree_walk&) = delete;
+    tree_walk& operator=(const tree_walk&) = delete;
+
+    bool next() {
+        while (!levels_.empty()) {
+            level& here = levels_.back();
+            path_.resize(here.path_length);
+            is_directory_ = !take_entry(here);
+            if (is_directory_) { // that is left now
+                FindClose(here.search);
+                levels_.pop_back();
+                return !levels_.empty();
+            }
+            path_ += L'\\';
+            path_ += entry_.cFileName;
+            is_directory_ = entry_.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY;
+            if (!is_directory_ || !enter())
+                return true;
+        }
+        return false;
+    }
+
+    BOOL remove() { return is_directory_ ? ::RemoveDirectoryW(path()) : ::DeleteFileW(path()); }
+    const WCHAR* path() const { return path_.c_str(); }
+
+private:
+    struct level {
+        HANDLE search;
+        size_t path_length; // of the directory
+        WIN32_FIND_DATAW next;
+        bool has_next;
+    };
+
+    bool enter() {
+        level below{nullptr, path_.size(), {}, true};
+        below.search = FindFirstFileW((path_ + L"\\*.*").c_str(), &below.next);
+        if (below.search == INVALID_HANDLE_VALUE)
+            return false;
+        levels_.push_back(below);
+        return true;
+    }
+
+    bool take_entry(level& here) {
+        do {
+            if (!here.has_next)
+                return false;
+            entry_ = here.next;
+            here.has_next = FindNextFileW(here.search, &here.next);
+        } while (!wcscmp(entry_.cFileName, L".") || !wcscmp(entry_.cFileName, L".."));
+        return true;
+    }
+
+    std::wstring path_; // of the present entry
+    std::vector<level> levels_;
+    WIN32_FIND_DATAW entry_ = {};
+    bool is_directory_ = false;
+};
+
 // The attributes of one item; here by its path, since an open handle would keep the item from being replaced.
 class item_attributes {
 public:
     item_attributes(const WCHAR* path, DWORD) : path_(path) {}
+    explicit item_attributes(const tree_walk& walk) : path_(walk.path()) {}
 
     DWORD get() const { return ::GetFileAttributesW(path_); }
     BOOL set(DWORD file_attributes) { return ::SetFileAttributesW(path_, file_attributes); }

@@ -5,10 +5,9 @@
 namespace {
 
 // Attempts once more what a read-only item may have refused: the attribute is taken away, and put back if the item
-// refuses all the same. False with the code of the last attempt. A link stands for itself, as it does when it is deleted.
+// refuses all the same. False with the code of the last attempt.
 template <class Operation>
-bool attempt_again_writable(const ZU_wchar* long_path, Operation operation) {
-    platform::item_attributes item(long_path, FILE_FLAG_OPEN_REPARSE_POINT);
+bool attempt_again_writable(platform::item_attributes&& item, Operation operation) {
     const platform::DWORD refusal = platform::GetLastError();
     const platform::DWORD attributes = item.get();
     if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_READONLY)
@@ -23,13 +22,22 @@ bool attempt_again_writable(const ZU_wchar* long_path, Operation operation) {
     return false;
 }
 
-template <class Operation>
-bool delete_item(const ZU_wchar* long_path, Operation operation) {
-    if (operation(long_path))
+// `hold` takes the item's attributes when they may be the reason of a refusal.
+template <class Operation, class Hold>
+bool delete_item(Operation operation, Hold hold) {
+    if (operation())
         return true;
-    if (platform::GetLastError() != ERROR_ACCESS_DENIED)
-        return false;
-    return attempt_again_writable(long_path, [&] { return operation(long_path); });
+    return platform::GetLastError() == ERROR_ACCESS_DENIED && attempt_again_writable(hold(), operation);
+}
+
+// A link stands for itself: nothing is deleted or replaced through one.
+platform::item_attributes attributes_at(const ZU_wchar* long_path) {
+    return {long_path, FILE_FLAG_OPEN_REPARSE_POINT};
+}
+
+template <class Operation>
+bool delete_path(const ZU_wchar* long_path, Operation operation) {
+    return delete_item([&] { return operation(long_path); }, [&] { return attributes_at(long_path); });
 }
 
 // The long form with a drive's root completed; whether it is a drive's root.
@@ -50,25 +58,22 @@ ZU_bool ZU_create_dir(const ZU_wchar* path, void* security) {
 ZU_bool ZU_delete_dir(const ZU_wchar* path) {
     zu::scoped_string long_path;
     zu::trimmed_long_path(path, long_path.address());
-    return delete_item(long_path.text(), platform::RemoveDirectoryW);
+    return delete_path(long_path.text(), platform::RemoveDirectoryW);
 }
 
 ZU_bool ZU_delete_file(const ZU_wchar* path) {
     zu::scoped_string long_path;
     ZU_long_path(path, long_path.address());
-    return delete_item(long_path.text(), platform::DeleteFileW);
+    return delete_path(long_path.text(), platform::DeleteFileW);
 }
 
 ZU_bool ZU_delete_dir_recursive(const ZU_wchar* path) {
-    if (ZU_enum_dir* walk = ZU_enum_dir_begin(path, ZU_ENUM_DIR_SKIP_DOTS)) {
-        do {
-            const ZU_enum_dir_entry* entry = ZU_enum_dir_get(walk);
-            if (entry->attributes & ZU_PATH_DIR)
-                ZU_delete_dir_recursive(entry->path);
-            else
-                ZU_delete_file(entry->path);
-        } while (ZU_enum_dir_next(walk));
-        ZU_enum_dir_end(walk);
+    zu::scoped_string long_path;
+    zu::trimmed_long_path(path, long_path.address());
+    if (long_path.length() != 0) {
+        platform::tree_walk walk(long_path.text());
+        while (walk.next())
+            delete_item([&] { return walk.remove(); }, [&] { return platform::item_attributes(walk); });
     }
     return ZU_delete_dir(path);
 }
@@ -80,7 +85,7 @@ ZU_bool ZU_move_file(const ZU_wchar* source, const ZU_wchar* destination) {
     const auto move = [&] {
         return platform::MoveFileExW(from.text(), to.text(), MOVEFILE_REPLACE_EXISTING);
     };
-    return move() || attempt_again_writable(to.text(), move);
+    return move() || attempt_again_writable(attributes_at(to.text()), move);
 }
 
 ZU_bool ZU_set_file_time(const ZU_wchar* path, ZU_time_t creation, ZU_time_t modification, ZU_time_t access) {

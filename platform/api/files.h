@@ -45,12 +45,32 @@ BOOL RemoveDirectoryW(const WCHAR* path);
 DWORD GetFileAttributesW(const WCHAR* path); // INVALID_FILE_ATTRIBUTES on failure
 BOOL SetFileAttributesW(const WCHAR* path, DWORD file_attributes);
 
+// A name of ours. A walk down a tree that is to be taken away: the entries of a directory in its order, and each directory
+// after what is in it; a directory that cannot be listed comes alone. Whatever others put in the place of what was
+// listed, nothing outside the tree is reached: links are given, and followed at the top only. Deep trees cost neither
+// stack nor descriptors.
+class tree_walk {
+public:
+    explicit tree_walk(const WCHAR* path); // of the directory, without a backslash at its end
+    ~tree_walk();
+    tree_walk(const tree_walk&) = delete;
+    tree_walk& operator=(const tree_walk&) = delete;
+
+    bool next();   // goes to the next entry; false when there is none
+    BOOL remove(); // the entry, as RemoveDirectoryW and DeleteFileW do
+
+private:
+    friend class item_attributes;
+    std::unique_ptr<class tree_levels> levels_;
+};
+
 // A name of ours. The attributes of one item that is held: what is looked at, changed and put back is the same, whatever
-// its path comes to name meanwhile. The path stays valid for as long.
+// its path comes to name meanwhile. The path stays valid for as long. Taking hold leaves the last-error code alone.
 class item_attributes {
 public:
     // What the path leads to; with FILE_FLAG_OPEN_REPARSE_POINT a link itself.
     item_attributes(const WCHAR* path, DWORD flags);
+    explicit item_attributes(const tree_walk& walk); // of the present entry, a link itself
     ~item_attributes();
     item_attributes(const item_attributes&) = delete;
     item_attributes& operator=(const item_attributes&) = delete;

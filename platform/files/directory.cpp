@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
 
 #include "platform/api/files.h"
 #include "platform/core/error.h"
@@ -62,7 +63,16 @@ DWORD remove_directory(const WCHAR* path) {
     struct stat status;
     if (const DWORD code = look_at(where, path, status))
         return code;
-    return remove_directory_entry(where.directory(), where.name(), status);
+    if (!S_ISLNK(status.st_mode))
+        return remove_directory_entry(where.directory(), where.name(), status);
+    // A link is unlinked as a file would be, so its directory is held from the look at it on.
+    const std::string name(where.last_name());
+    where.set_to_parent();
+    const descriptor parent(where.attempt(
+        [](int at, const char* folder) { return openat(at, folder, O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+    if (!parent || fstatat(parent.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return where.code_of(errno);
+    return remove_directory_entry(parent.get(), name.c_str(), status);
 }
 
 DWORD delete_file(const WCHAR* path) {

@@ -63,8 +63,8 @@ bool directory_reader::take(entry& out) {
     return false;
 }
 
-descriptor open_directory(int at, const char* path) {
-    return descriptor(retried([&] { return openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+int open_to_list(int at, const char* path, int flags) {
+    return retried([&] { return openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | flags); });
 }
 
 } // namespace platform

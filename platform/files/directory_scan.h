@@ -30,7 +30,10 @@ public:
     bool at_end() const { return at_end_; }
     int directory() const { return directory_.get(); }
 
-    // Gives back the directory and the entries at hand.
+    // Gives the directory back to its owner, to be read on from the entries at hand.
+    descriptor take_directory() { return std::move(directory_); }
+
+    // Gives up the directory and the entries at hand.
     void close() {
         directory_.reset();
         block_.reset();
@@ -45,7 +48,7 @@ private:
     int error_ = 0; // of a read that failed, which is told once the entries before it are taken
 };
 
-// Opens a directory for reading.
-descriptor open_directory(int at, const char* path);
+// Opens a directory for listing what is in it; -1 and errno when that fails. `flags`: more of openat.
+int open_to_list(int at, const char* path, int flags = 0);
 
 } // namespace platform

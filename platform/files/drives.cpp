@@ -149,7 +149,7 @@ DWORD find_drive(drive_memory& drives, size_t letter, time_t now) {
 DWORD find_entry(const std::string& folder, wide_view name, DWORD missing, std::string& entry) {
     if (!append_host_name(name, entry) || entry.empty())
         return missing;
-    descriptor opened = open_directory(AT_FDCWD, folder.c_str());
+    descriptor opened(open_to_list(AT_FDCWD, folder.c_str()));
     if (opened)
         entry = find_spelling_in(std::move(opened), entry);
     else
@@ -203,7 +203,7 @@ DWORD read_drive_ways(drive_memory& drives, time_t now) {
 
 // Lists the names in a folder; none for a folder that does not exist. 0 or a code.
 DWORD list_folder(const std::string& folder, std::vector<std::string>& names) {
-    directory_reader reader(open_directory(AT_FDCWD, folder.c_str()));
+    directory_reader reader(descriptor(open_to_list(AT_FDCWD, folder.c_str())));
     if (reader.directory() < 0)
         return is_absence(errno) ? DWORD{ERROR_SUCCESS} : code_of_errno(errno);
     while (reader.fill())

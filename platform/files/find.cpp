@@ -192,8 +192,7 @@ HANDLE find_name(place& where, WIN32_FIND_DATAW& found) {
 }
 
 HANDLE find_pattern(place& where, WIN32_FIND_DATAW& found) {
-    descriptor directory(where.attempt(
-        [](int at, const char* path) { return openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    descriptor directory(where.attempt([](int at, const char* path) { return open_to_list(at, path); }));
     if (!directory)
         return fail(code_of_search(where, errno, true), INVALID_HANDLE_VALUE);
     auto* opened = new (std::nothrow) directory_search(std::move(directory), where.pattern());

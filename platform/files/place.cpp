@@ -50,7 +50,7 @@ bool respell(int at, std::string& component) {
         return true;
     if (errno != ENOENT || !may_have_other_spelling(component))
         return false;
-    std::string stored = look_in(open_directory(at, "."), component);
+    std::string stored = look_in(descriptor(open_to_list(at, ".")), component);
     if (stored.empty())
         return false;
     component = std::move(stored);
@@ -134,7 +134,7 @@ bool place::find_spelling() {
         errno = ENOENT;
         return false;
     }
-    descriptor opened = open_directory(directory(), folder.c_str());
+    descriptor opened(open_to_list(directory(), folder.c_str()));
     if (!opened && errno == ENOENT)
         return walk();
     const std::string stored = look_in(std::move(opened), last_name());

@@ -74,6 +74,65 @@ TEST(file_system, a_recursive_delete_takes_the_tree_and_leaves_what_links_point_
     });
 }
 
+// Somebody else exchanges what is being deleted for links to what must stay.
+TEST(file_system, nothing_is_reached_through_links_that_are_swapped_in) {
+    const file_place place;
+    place.make_directory("kept");
+    for (int f = 0; f < 200; ++f)
+        place.write("kept/f" + std::to_string(f), "kept");
+    chmod(place.host_path("kept/f1").c_str(), 0444);
+    const std::string names[] = {place.host_path("tree/d"), place.host_path("tree/way"),
+                                 place.host_path("tree/f"), place.host_path("tree/link")};
+    for (int round = 0; round < 15; ++round) {
+        ZU_delete_dir_recursive(u"T:\\tree");
+        place.make_directory("tree");
+        place.make_directory("tree/d");
+        for (int f = 0; f < 200; ++f)
+            place.write("tree/d/f" + std::to_string(f), "");
+        place.write("tree/f", "");
+        chmod(names[2].c_str(), 0444);
+        place.make_link("tree/way", place.host_path("kept"));
+        place.make_link("tree/link", place.host_path("kept/f1"));
+        std::atomic<bool> over{false};
+        std::thread attacker([&] {
+            while (!over)
+                for (int i : {0, 2})
+                    renameat2(AT_FDCWD, names[i].c_str(), AT_FDCWD, names[i + 1].c_str(), RENAME_EXCHANGE);
+        });
+        ZU_delete_file(u"T:\\tree\\f");
+        ZU_delete_dir_recursive(u"T:\\tree");
+        over = true;
+        attacker.join();
+    }
+    for (int f = 0; f < 200; ++f)
+        ASSERT_EQ(place.read("kept/f" + std::to_string(f)), "kept") << f;
+    EXPECT_EQ(ZU_path_attributes(u"T:\\kept\\f1"), ZU_PATH_FILE | ZU_PATH_READONLY);
+}
+
+// With few descriptors, and more entries at the top than one reading of it gives.
+TEST(file_system, a_deep_tree_costs_neither_stack_nor_descriptors) {
+    const file_place place;
+    place.make_directory("tree");
+    for (int f = 0; f < 2000; ++f)
+        place.write("tree/" + std::string(60, 'f') + std::to_string(f), "");
+    int level = open(place.host_path("tree").c_str(), O_RDONLY | O_CLOEXEC);
+    for (int depth = 0; depth < 700; ++depth) {
+        ASSERT_EQ(mkdirat(level, "d", 0777), 0);
+        ASSERT_EQ(mknodat(level, "f", S_IFREG | 0444, 0), 0);
+        const int below = openat(level, "d", O_RDONLY | O_CLOEXEC);
+        dup2(below, level);
+        close(below);
+    }
+    close(level);
+    const rlimit few{10, 10}, stack{128 * 1024, 128 * 1024};
+    const outcome child = run_child([&] {
+        setrlimit(RLIMIT_NOFILE, &few);
+        setrlimit(RLIMIT_STACK, &stack); // of the thread, too
+        std::thread([] { std::printf("%u", code_of(ZU_delete_dir_recursive(u"T:\\tree"))); }).join();
+    });
+    EXPECT_EQ(child.output, "0") << child.error_output;
+}
+
 TEST(file_system, a_move_replaces_files_and_keeps_a_destination_that_it_cannot_replace) {
     as_both_users([](const file_place& place) {
         place.make_directory("dir");
