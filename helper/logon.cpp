@@ -1,4 +1,4 @@
-// zu-helper logon: asks PAM about one account and password. They come in one packet on standard input, the code of
+// zu-helper logon: asks PAM about one account and password. They come in one packet on standard input, and the code of
 // the verdict goes back the same way.
 #include <dlfcn.h>
 #include <sys/prctl.h>
@@ -72,7 +72,7 @@ private:
 
 // ---- The question ----------------------------------------------------------------------------------------------
 
-// Hidden questions are answered with the password, and no others.
+// Answers hidden questions with the password, and no others.
 int answer(int count, const pam_message** messages, pam_response** responses, void* password) {
     auto* answers = static_cast<pam_response*>(std::calloc(static_cast<size_t>(count), sizeof(pam_response)));
     if (!answers)
@@ -123,8 +123,7 @@ uint32_t verdict(const char* user, char* password) {
 } // namespace
 
 int zu_helper::logon(int, char**) {
-    // What a module does with the password, and how long it takes, is not in our hands: no dump may hold it, and the
-    // alarm ends the process.
+    // A PAM module may keep the password and take its time: so no core dump is made, and an alarm ends the process.
     prctl(PR_SET_DUMPABLE, 0);
     alarm(platform::logon_limit_s);
     close_range(STDERR_FILENO + 1, ~0u, 0);

@@ -15,7 +15,8 @@ bool open_current_token(platform::HANDLE* token) {
     constexpr platform::DWORD access = TOKEN_QUERY | TOKEN_DUPLICATE;
     if (platform::OpenThreadToken(platform::GetCurrentThread(), access, TRUE, token))
         return true;
-    // Only a thread that impersonates nobody: after any other failure the process would be asked in a user's place.
+    // The process answers only for a thread that impersonates nobody. After any other failure its answer would be
+    // another user's.
     return platform::GetLastError() == ERROR_NO_TOKEN
            && platform::OpenProcessToken(platform::GetCurrentProcess(), access, token);
 }
@@ -61,7 +62,7 @@ T* heap_block(platform::DWORD count) {
     return static_cast<T*>(platform::HeapAlloc(platform::GetProcessHeap(), 0, count * sizeof(T)));
 }
 
-// False when there is no memory; the block is then as it was.
+// False when there is no memory. The block then stays as it was.
 template <class T>
 bool grow(T*& block, platform::DWORD count) {
     void* grown = platform::HeapReAlloc(platform::GetProcessHeap(), 0, block, count * sizeof(T));
@@ -125,7 +126,7 @@ ZU_bool ZU_current_user_is_admin() {
     const platform::DWORD code = platform::GetLastError();
     if (ZU_current_user_in_group(DOMAIN_GROUP_RID_ADMINS))
         return true;
-    if (code != ERROR_SUCCESS) // a first question that failed is no plain no
+    if (code != ERROR_SUCCESS) // the first question has failed, so this is no plain no
         platform::SetLastError(code);
     return false;
 }

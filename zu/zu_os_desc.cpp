@@ -99,7 +99,7 @@ platform::LONG read_product_type(ZU_wchar* text, platform::DWORD bytes) {
     return result;
 }
 
-// Systems before the extended record name their edition in the registry.
+// A system too old for the extended record names its edition in the registry.
 bool append_nt_edition_of_registry(const version_record& version, ZU_s* out) {
     constexpr size_t product_type_size = 80;
     constexpr struct {
@@ -150,7 +150,7 @@ bool describe_nt(const version_record& version, bool is_extended, ZU_s* out) {
     return true;
 }
 
-// The extended record where the platform has it, else the basic one.
+// Reads the extended record where the platform has it, else the basic one.
 bool read_version(version_record& version, bool& is_extended) {
     auto* record = reinterpret_cast<platform::OSVERSIONINFOW*>(&version);
     version.dwOSVersionInfoSize = sizeof version;

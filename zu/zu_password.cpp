@@ -89,7 +89,7 @@ public:
     platform::SecBuffer with_size(platform::DWORD size) const { return {size, SECBUFFER_TOKEN, block_}; }
 
     platform::DWORD room = 0;
-    platform::DWORD length = 0; // of the token that is in it
+    platform::DWORD length = 0; // the size of the token in it
 
 private:
     void* block_ = nullptr;
@@ -110,7 +110,7 @@ public:
     side(const side&) = delete;
     side& operator=(const side&) = delete;
 
-    // Takes the other side's token, null for none yet, and makes the next one.
+    // Takes the other side's token, or null for none yet, and makes the next one.
     bool step(const token_buffer* in, token_buffer& out) {
         if (!initialised_ && !acquire_credentials())
             return false;
@@ -161,7 +161,7 @@ private:
     platform::CtxtHandle context_{};
 };
 
-// What the record wants: writable texts of 16-bit units, which nobody writes to.
+// The record takes writable texts of 16-bit units. Nobody writes to them.
 platform::WORD* units(const ZU_wchar* text) {
     return reinterpret_cast<platform::WORD*>(const_cast<ZU_wchar*>(text));
 }
@@ -218,7 +218,7 @@ bool handshake_succeeds(const ZU_wchar* domain, const ZU_wchar* user, const ZU_w
 
 // ---- The logon -------------------------------------------------------------------------------------------------
 
-// Switches on what a logon may need, and off again what was not on before.
+// Switches the two privileges of a logon on, and those that were off before off again.
 class logon_privileges {
 public:
     logon_privileges() {

@@ -3,7 +3,7 @@
 
 namespace {
 
-constexpr uint32_t first_size = 24; // bytes: a text of eleven characters
+constexpr uint32_t first_size = 24; // bytes, enough for a text of eleven characters
 constexpr uint32_t terminator = 2 * sizeof(ZU_wchar);
 
 bool is_text(platform::DWORD type) {
@@ -51,7 +51,7 @@ ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar
         platform::RegCloseKey(key);
         if (result == ERROR_SUCCESS && type == REG_DWORD)
             return 1;
-        // A text is of the wrong type, whatever its length.
+        // A text has the wrong type (2), even if it is also too long (234).
         if (result == ERROR_SUCCESS || (result == ERROR_MORE_DATA && is_text(type)))
             result = ERROR_FILE_NOT_FOUND;
     }

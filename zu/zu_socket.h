@@ -1,4 +1,4 @@
-// What the network families share. Internal.
+// Helpers that the network families share. Internal.
 #pragma once
 
 #include "zu/zu_support.h"

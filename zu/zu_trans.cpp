@@ -33,7 +33,7 @@ bool wait_until_ready(SOCKET socket, direction wanted, const platform::timeval* 
     return ready > 0;
 }
 
-// What send and receive have in common before they touch the data.
+// Send and receive begin alike, before they touch the data.
 bool begin_transfer(const ZU_trans* transport, direction wanted, uint32_t* count,
                     const platform::timeval* timeout, ZU_bool* timed_out) {
     *count = 0;
@@ -43,7 +43,7 @@ bool begin_transfer(const ZU_trans* transport, direction wanted, uint32_t* count
     return wait_until_ready(transport->socket, wanted, timeout, timed_out);
 }
 
-// A piece beyond what one call can count goes in part, as any piece may.
+// A piece that is too long for one call to count goes in part, as any piece may.
 int32_t one_call(uint32_t length) {
     return static_cast<int32_t>(std::min<uint32_t>(length, INT32_MAX));
 }
@@ -112,7 +112,7 @@ struct buffer_sizes {
     int32_t receive;
 };
 
-// A socket that is bound, if a local port is given, and has its options.
+// Makes a socket, binds it if a local port is given, and sets its options.
 SOCKET set_up(const uint16_t* local_port, uint32_t flags, buffer_sizes sizes) {
     if (!(flags & (ZU_TRANS_TCP | ZU_TRANS_UDP)))
         return zu::fail(ERROR_INVALID_PARAMETER, INVALID_SOCKET);
@@ -134,7 +134,7 @@ SOCKET set_up(const uint16_t* local_port, uint32_t flags, buffer_sizes sizes) {
     return socket;
 }
 
-// Ends a constructor that failed: nothing stays behind but the code.
+// Ends a constructor that failed. Only the code stays.
 ZU_trans* abandon(ZU_trans* transport) {
     const zu::keep_last_error reason;
     ZU_trans_destroy(transport);

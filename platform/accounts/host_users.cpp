@@ -13,7 +13,7 @@ namespace platform {
 
 namespace {
 
-// Calls a re-entrant look-up with as much storage as it wants. False with errno 0 when there is no such entry.
+// Calls a re-entrant look-up with as much storage as it asks for. False with errno 0 when there is no such entry.
 template <class Entry, class Call>
 bool look_up(Entry& entry, std::vector<char>& storage, Call call) {
     storage.resize(1024);
@@ -117,7 +117,7 @@ bool any_among(const char* const (&names)[count], const std::vector<gid_t>& grou
     return false;
 }
 
-// An account whose shell ends a session at once is not one to log in with.
+// Nobody logs in with an account whose shell ends the session at once.
 bool may_log_in(const host_user& user) {
     const std::string program = user.shell.substr(user.shell.rfind('/') + 1);
     return program != "nologin" && program != "false";

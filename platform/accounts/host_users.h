@@ -18,7 +18,7 @@ struct host_user {
     std::string shell;
 };
 
-// These give nothing, and errno 0, when there is no such entry; another errno when nobody can say.
+// The look-ups give nothing with errno 0 when there is no such entry, and with another errno when nobody can say.
 
 // The account of that name, else the one of that name in lower case: names ignore case on the platform.
 std::optional<host_user> find_user(const std::string& name);
@@ -40,8 +40,8 @@ sid_value sid_of_group(gid_t id);
 // S-1-5-32-number.
 sid_value sid_of_alias(DWORD number);
 
-// What a token of these lists as its groups: the built-in ones that apply, everyone, then each of the host's. Nothing,
-// with errno, when nobody can say.
+// The groups in the token of a user with these groups: the built-in ones that apply, everyone, then each of the host's.
+// Nothing, with errno, when nobody can say.
 std::optional<std::vector<sid_value>> groups_in_token(uid_t id, const std::vector<gid_t>& groups);
 
 } // namespace platform

@@ -35,8 +35,8 @@ secret request_for(const std::string& user, std::u16string_view password) {
     return request;
 }
 
-// The helper is waited for in any case. One that has nothing to say in time is ended; its process descriptor keeps
-// the signal from anybody else, should the caller's own handlers have collected it already.
+// Waits for the helper, and ends it first if it has not answered in time. The pidfd keeps the signal from another
+// process that has got the number, should the caller's own SIGCHLD handler have collected the helper already.
 void end_helper(pid_t helper, int process, bool answered) {
     if (!answered && process >= 0)
         syscall(SYS_pidfd_send_signal, process, SIGKILL, nullptr, 0);
@@ -52,7 +52,7 @@ DWORD answer_to(const secret& request) {
     if (helper < 0)
         return ERROR_NO_LOGON_SERVERS;
     const descriptor process(static_cast<int>(syscall(SYS_pidfd_open, helper, 0)));
-    theirs.reset(); // from here on, the helper's end is the only one
+    theirs.reset(); // so that the helper's end shows when it closes
 
     DWORD code = ERROR_NO_LOGON_SERVERS;
     bool answered = false;
@@ -80,7 +80,7 @@ verdict ask_about(std::u16string_view domain, std::u16string_view user, std::u16
     const std::optional<host_user> account = find_account(domain, user);
     if (!account && errno != 0)
         return {ERROR_NO_LOGON_SERVERS, std::nullopt};
-    // On its way through the service, a zero would end the password: none has one.
+    // PAM takes texts that end at a zero, so no password has one.
     if (!account || password.find(u'\0') != std::u16string_view::npos)
         return {ERROR_LOGON_FAILURE, std::nullopt};
     if (password.empty())

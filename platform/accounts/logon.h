@@ -9,8 +9,8 @@
 namespace platform {
 
 struct verdict {
-    DWORD code;                    // 0 for yes
-    std::optional<host_user> user; // with a yes
+    DWORD code;                    // 0: the password is right
+    std::optional<host_user> user; // given when the code is 0
 };
 
 // Asks the host's authentication service. An empty domain, "." and this machine's name mean this

@@ -1,6 +1,6 @@
-// Inside the layer: what passes between the layer and its helper about a logon, over a pair of packet sockets:
-//   there: the account's name, a zero byte, the password;
-//   back: the 32-bit code of the verdict, 0 for yes. No answer is no.
+// Inside the layer: the two packets between the layer and its helper about a logon.
+//   To the helper: the account's name, a zero byte, the password.
+//   Back: the 32-bit code of the verdict, 0 when the password is right. No answer means that it is not.
 #pragma once
 
 #include <cstddef>

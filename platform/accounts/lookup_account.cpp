@@ -1,4 +1,4 @@
-// LookupAccountNameW: what a name stands for.
+// LookupAccountNameW: from a name to its account.
 #include <cerrno>
 
 #include "platform/accounts/host_users.h"
@@ -21,7 +21,7 @@ struct known_account {
     std::u16string_view domain;
     std::u16string_view name;
     BYTE authority;
-    DWORD number; // below SECURITY_BUILTIN_DOMAIN_RID for an alias
+    DWORD number; // an alias's lies below SECURITY_BUILTIN_DOMAIN_RID
     SID_NAME_USE kind;
 };
 

@@ -10,7 +10,7 @@ namespace platform {
 
 namespace {
 
-// In the order of their values, from 2 on.
+// Their values count up from 2.
 constexpr DWORD first_privilege = 2;
 constexpr std::u16string_view names[] = {u"SeCreateTokenPrivilege",
                                          u"SeAssignPrimaryTokenPrivilege",
@@ -44,7 +44,7 @@ constexpr std::u16string_view names[] = {u"SeCreateTokenPrivilege",
 constexpr DWORD end_of_privileges = first_privilege + std::size(names);
 constexpr DWORD change_notify = 23;
 
-// A bit each. Everything that holds this one has it on from the start.
+// One bit for each privilege. A process has SeChangeNotifyPrivilege on from its start.
 std::atomic<uint64_t> enabled{uint64_t{1} << change_notify};
 
 bool is_held(const identity& user, const LUID& privilege) {
@@ -56,7 +56,7 @@ bool is_enabled(const LUID& privilege) {
     return enabled.load() >> privilege.LowPart & 1;
 }
 
-// Whether it was enabled before.
+// Switches a privilege, and tells whether it was on before.
 bool enable(const LUID& privilege, bool on) {
     const uint64_t bit = uint64_t{1} << privilege.LowPart;
     return (on ? enabled.fetch_or(bit) : enabled.fetch_and(~bit)) & bit;

@@ -44,10 +44,10 @@ constexpr std::u16string_view package_comment = u"Asks this machine's authentica
 
 using nonce = std::array<BYTE, 16>;
 
-// User, domain and password, one behind the other.
+// User, domain and password stand one behind the other.
 struct credentials {
     secret text{0};
-    DWORD lengths[3] = {}; // units
+    DWORD lengths[3] = {}; // in units
     bool outbound = false;
 };
 
@@ -55,10 +55,10 @@ struct context {
     std::shared_ptr<const credentials> client; // null on the server's side
     nonce client_nonce{};
     nonce server_nonce{};
-    secret seal{0}; // of the third token, until the server has read it
+    secret seal{0}; // random bytes that hide the third token's credentials, until the server has read it
 };
 
-// Handles are numbers that were never used before, so a stale one is known as such.
+// Handles are numbers that are used only once, so a stale one is known as such.
 template <class Kept>
 class handle_table {
 public:
@@ -90,7 +90,7 @@ private:
     uintptr_t last_ = 0;
 };
 
-// Made on first use and never destroyed: other threads may still be at it when the process exits.
+// Never destroyed: other threads may still use it when the process exits.
 handle_table<credentials>& all_credentials() {
     static auto& table = *new handle_table<credentials>;
     return table;
@@ -108,7 +108,7 @@ struct token_head {
     DWORD number; // 1 to 3
     nonce client_nonce;
     nonce server_nonce;
-    DWORD lengths[3]; // of what follows the third's head, sealed: user, domain and password, in units
+    DWORD lengths[3]; // the third token: of user, domain and password behind the head, in units
 };
 
 constexpr char token_mark[8] = "ZUTOKEN";
@@ -148,7 +148,7 @@ SECURITY_STATUS write_token(SecBufferDesc* output, DWORD number, const context& 
     return SEC_E_OK;
 }
 
-// The token of that number, with what follows its head.
+// Reads the token of that number: its head, and the bytes that follow.
 bool read_token(SecBufferDesc* input, DWORD number, token_head& head, std::string_view& sealed) {
     const SecBuffer* buffer = token_buffer(input);
     if (!buffer || buffer->cbBuffer < sizeof head)
@@ -203,7 +203,7 @@ SECURITY_STATUS begin_server(SecBufferDesc* input, CtxtHandle* out, SecBufferDes
     return SEC_I_CONTINUE_NEEDED;
 }
 
-// Takes the seal of the client that made the token: it opens one token, once.
+// Takes the seal out of the client's context. It opens one token, once.
 bool take_seal(const context& server, size_t size, secret& out) {
     const std::shared_ptr<context> client = all_contexts().find_if([&](const context& one) {
         return one.client && one.client_nonce == server.client_nonce
@@ -244,7 +244,7 @@ bool is_package(const SEC_WCHAR* name) {
 SECURITY_STATUS query_package_info(SEC_WCHAR* package, SecPkgInfoW** info) {
     if (!is_package(package))
         return package_not_found;
-    // One block, the texts behind the record.
+    // The texts stand behind the record, in one block.
     constexpr size_t name_size = (package_name.size() + 1) * sizeof(WCHAR);
     constexpr size_t comment_size = (package_comment.size() + 1) * sizeof(WCHAR);
     auto* block = static_cast<char*>(std::malloc(sizeof(SecPkgInfoW) + name_size + comment_size));

@@ -1,4 +1,4 @@
-// Inside this folder: the security package's modules, under the two names that it has had.
+// Inside this folder: the security package as a module, under each of the two names that systems gave it.
 #pragma once
 
 #include "platform/system/module.h"

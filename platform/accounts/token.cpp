@@ -1,4 +1,4 @@
-// Tokens: who this process is, and who this thread stands for.
+// Tokens: the user of this process, and the one that this thread impersonates.
 #include "platform/accounts/token.h"
 
 #include <unistd.h>
@@ -18,7 +18,7 @@ namespace {
 constexpr DWORD every_access = 0xFFFFFFFF;
 constexpr DWORD group_attributes = 0x7; // mandatory, enabled by default, enabled
 
-// Empty: the thread stands for its process.
+// The user that this thread impersonates; empty for none.
 std::shared_ptr<const identity>& impersonated() {
     return thread_own<std::shared_ptr<const identity>>::get();
 }

@@ -1,4 +1,4 @@
-// Inside this folder: what stands behind a token's handle.
+// Inside this folder: the object behind a token's handle.
 #pragma once
 
 #include <memory>
@@ -13,7 +13,7 @@ namespace platform {
 struct identity {
     uid_t user;
     std::vector<sid_value> groups;
-    bool is_process; // this process itself: only it has privileges to switch
+    bool is_process; // true for this process itself, which alone has privileges to switch
 };
 
 class token : public object {

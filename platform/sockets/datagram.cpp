@@ -1,7 +1,7 @@
 // Datagram sockets, and what the network reports about datagrams that were sent.
 //
-// The kernel queues a report and makes the next call on the socket fail, be it a send: that one is made again. The
-// report stays in the queue for the next receive. Reports other than of a port where nobody listens are dropped.
+// The kernel queues a report and makes the next call on the socket fail. A send that fails so is made again, and the
+// report stays in the queue for the next receive. Only reports of ports where nobody listens count; others are dropped.
 #include "platform/sockets/datagram.h"
 
 #include <netinet/in.h>
@@ -22,7 +22,7 @@ namespace {
 
 std::atomic<bool> in_use{false};
 
-// Set once a send has met a report: its receives look into their queues first, since no error tells them to.
+// True once a send has met a report. From then on receives look into the queue first: the send took the error away.
 std::atomic<bool> reports_left_behind{false};
 
 bool can_have_reports(int descriptor) {
@@ -48,7 +48,7 @@ report next_report(int descriptor) {
     return report::other;
 }
 
-// Drops other reports on the way.
+// Takes reports off the queue up to the first of a port where nobody listens.
 bool nobody_listened(int descriptor) {
     report next;
     while ((next = next_report(descriptor)) == report::other) {}
@@ -59,7 +59,7 @@ bool nobody_listened(int descriptor) {
 
 void begin_datagrams(int descriptor) {
     in_use.store(true, std::memory_order_relaxed);
-    const int on = 1; // each where the family has it
+    const int on = 1; // a family without the option refuses it
     ::setsockopt(descriptor, IPPROTO_IP, IP_RECVERR, &on, sizeof on);
     ::setsockopt(descriptor, IPPROTO_IPV6, IPV6_RECVERR, &on, sizeof on);
 }

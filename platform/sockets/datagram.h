@@ -5,13 +5,13 @@
 
 namespace platform {
 
-// For every new datagram socket: from then on it hears of ports where nobody listens.
+// Makes a new datagram socket hear of ports where nobody listens.
 void begin_datagrams(int descriptor);
 
-// Until this process has made a datagram socket here, every socket is a stream, and all that follows can be left out.
+// False until this process has made a datagram socket here. Every socket is a stream then, and needs none of this.
 bool datagrams_in_use();
 
-// Nothing can arrive on a datagram socket without a port; the kernel would wait for it all the same.
+// Whether a socket is a datagram socket without a port. Nothing can arrive there, yet the kernel would wait.
 bool waits_in_vain(int descriptor);
 
 // Whether a failed send, whose error is errno, may have told of an earlier datagram and done nothing itself.

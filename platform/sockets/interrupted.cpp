@@ -1,4 +1,4 @@
-// What is left of a socket's time-out after a signal.
+// The rest of a socket's time-out after a signal.
 #include "platform/sockets/interrupted.h"
 
 #include <sys/time.h>
@@ -10,7 +10,7 @@ namespace platform {
 
 namespace {
 
-constexpr int64_t coarse_tick_ms = 10; // at most: the clock is so much behind, and no wait may end early
+constexpr int64_t coarse_tick_ms = 10; // the most that the coarse clock is behind; no wait may end early
 
 // In milliseconds; 0 for none.
 int64_t timeout_of(int descriptor, int option) {

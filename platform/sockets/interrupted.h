@@ -15,7 +15,7 @@ namespace platform {
 struct call_limit {
     int descriptor;
     int option;   // SO_RCVTIMEO or SO_SNDTIMEO
-    short events; // that end the wait
+    short events; // POLLIN or POLLOUT
 };
 
 // Waits after an interruption: false, with errno EAGAIN, once the time-out has passed since `start_ms` on the coarse

@@ -40,7 +40,7 @@ DWORD code_of_wait(int descriptor, int flags) {
     return !(flags & MSG_DONTWAIT) && socket_blocks(descriptor) ? WSAETIMEDOUT : WSAEWOULDBLOCK;
 }
 
-// The bytes of an address of a family. A UNIX address ends with its path, so its family alone may be all of it.
+// The fewest bytes of an address of a family. A UNIX address ends with its path, which may be empty.
 int least_length(int family) {
     switch (family) {
     case AF_INET: return sizeof(sockaddr_in);
@@ -53,7 +53,7 @@ bool too_short(const sockaddr* address, int length) {
     return !address || length < least_length(AF_UNIX) || length < least_length(address->sa_family);
 }
 
-// Whether an address that the socket gives would be cut.
+// Whether the longest address that the socket can give would be cut.
 bool too_little_room(int descriptor, int length) {
     const int family = socket_family(descriptor);
     return length < (family == AF_UNIX ? int{sizeof(sockaddr_un)} : least_length(family));
@@ -61,9 +61,9 @@ bool too_little_room(int descriptor, int length) {
 
 // ---- Ports -----------------------------------------------------------------------------------------------------
 
-// The kernel gives a port to a second socket only when both have this option, and never beside a listener. Sockets
-// get it when they listen, and what they accept inherits it, so that whatever lingers of a server, even after a kill,
-// makes way. Others get it when they are closed: until then they keep their port to themselves.
+// The kernel gives a port to a second socket only when both have this option, and never beside a listener. Sockets get
+// it when they listen, and accepted sockets inherit it, so whatever lingers of a server makes way, even after a kill.
+// Other sockets get it when they are closed: until then they keep their port to themselves.
 void give_way(int descriptor, int on) {
     ::setsockopt(descriptor, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
 }
@@ -98,7 +98,7 @@ bool is_internet(int family) {
     return family == AF_INET || family == AF_INET6;
 }
 
-// What the kernel would take in another sense: no family dissolves a connection.
+// The code of a destination that the platform refuses and the kernel takes otherwise: AF_UNSPEC dissolves a connection.
 DWORD code_of_destination(int family, int type, const sockaddr* address, int length) {
     if (too_short(address, length) || length < least_length(family))
         return WSAEFAULT;
@@ -139,8 +139,8 @@ bool same_end(const sockaddr_storage& own, const sockaddr* target) {
     return a.sin6_port == b.sin6_port && IN6_ARE_ADDR_EQUAL(&a.sin6_addr, &b.sin6_addr);
 }
 
-// A port of this computer where nobody listens may be the very one that the kernel gives the attempt to come from. The
-// two ends then meet, and the socket is connected to itself. errno stays.
+// The kernel may let an attempt come from the very port that it goes to, where nobody listens. The socket is then
+// connected to itself. errno stays.
 bool is_connected_to_itself(int descriptor, const sockaddr* target) {
     const int error = errno;
     sockaddr_storage own{};
@@ -155,14 +155,14 @@ void dissolve(int descriptor) {
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
     ::connect(descriptor, &nobody, sizeof nobody);
-    int reset = 0; // which this is to the kernel, until somebody has asked
+    int reset = 0; // the kernel reports the dissolution as an error, once
     socklen_t size = sizeof reset;
     getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &reset, &size);
 }
 
 // ---- Accepting -------------------------------------------------------------------------------------------------
 
-// What is wrong with the socket comes before what is wrong with the caller's record.
+// The code for a record that cannot take the peer's address. A fault of the socket itself comes first.
 DWORD code_of_bad_place_for_peer(int listener) {
     if (const int type = socket_type(listener); type != SOCK_STREAM)
         return type < 0 ? WSAENOTSOCK : WSAEOPNOTSUPP;
@@ -186,7 +186,7 @@ bool is_timeout(int level, int option) {
     return level == SOL_SOCKET && (option == SO_RCVTIMEO || option == SO_SNDTIMEO);
 }
 
-// A caller's wish would undo the layer's own use of the option.
+// The layer uses the option itself, so a caller's value is not passed on.
 bool is_kept_by_the_layer(int descriptor, int level, int option) {
     return level == SOL_SOCKET && option == SO_REUSEADDR && socket_type(descriptor) == SOCK_STREAM;
 }
@@ -195,7 +195,7 @@ int set_option(int descriptor, int level, int option, const void* value, int len
     return ::setsockopt(descriptor, level, option, value, static_cast<socklen_t>(length));
 }
 
-// A time-out as the platform has it, a count of milliseconds. The length tells it from the host's record.
+// The platform gives a time-out as a count of milliseconds. Its length tells it from the host's record.
 int set_timeout(int descriptor, int option, const char* value) {
     uint32_t milliseconds;
     std::memcpy(&milliseconds, value, sizeof milliseconds);
@@ -231,13 +231,13 @@ DWORD code_of_failed_receive(int descriptor, int flags) {
     const int error = errno;
     switch (error) {
     case EAGAIN: return code_of_wait(descriptor, flags);
-    // A datagram that nobody took; a connection that never came about.
+    // A datagram found nobody, or a connection never came about.
     case ECONNREFUSED: return socket_type(descriptor) == SOCK_DGRAM ? WSAECONNRESET : WSAENOTCONN;
     default: return code_of_socket_errno(error);
     }
 }
 
-// The end of a stream whose peer has closed nothing is this side's own doing.
+// Whether a stream that has ended was shut by this side: the peer has closed nothing.
 bool shut_by_ourselves(int descriptor) {
     const stream_state state = stream_state_of(descriptor);
     return state == stream_state::open || state == stream_state::half_shut;
@@ -268,7 +268,7 @@ SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
         return INVALID_SOCKET;
     const int listener = descriptor_of(socket);
     if (address
-        && (!length || too_little_room(listener, *length))) { // before a connection is taken, and lost
+        && (!length || too_little_room(listener, *length))) { // a connection that is taken would be lost
         SetLastError(code_of_bad_place_for_peer(listener));
         return INVALID_SOCKET;
     }
@@ -292,7 +292,7 @@ int closesocket(SOCKET socket) {
         return socket_failure(WSAENOTSOCK);
     if (type == SOCK_STREAM)
         give_way(descriptor, 1);
-    ::close(descriptor); // gone whatever it reports
+    ::close(descriptor); // the descriptor is gone whatever close reports
     return 0;
 }
 
@@ -345,7 +345,7 @@ int listen(SOCKET socket, int backlog) {
         return SOCKET_ERROR;
     const int descriptor = descriptor_of(socket);
     if (socket_type(descriptor) == SOCK_STREAM) {
-        if (!socket_is_bound(descriptor)) // the kernel would choose a port
+        if (!socket_is_bound(descriptor)) // else the kernel would choose a port
             return socket_failure(WSAEINVAL);
         give_way(descriptor, 1);
     }
@@ -416,7 +416,7 @@ int sendto(SOCKET socket, const char* buffer, int length, int flags, const socka
     };
     ssize_t sent = attempt();
     for (int again = 0; sent < 0 && again < 3 && may_tell_of_an_earlier_datagram(descriptor); ++again)
-        sent = attempt(); // a failure of its own comes again
+        sent = attempt(); // a failure of this very send comes again
     return sent >= 0 ? cleared(sent)
                      : socket_failure(code_of_failed_send(descriptor, flags, address, address_length));
 }
@@ -432,7 +432,7 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
     if (capacity < 0 || (address && !address_length))
         return socket_failure(WSAEFAULT);
     if (address && socket_type(descriptor) == SOCK_DGRAM && too_little_room(descriptor, *address_length))
-        return socket_failure(WSAEFAULT); // before a datagram is taken, and its sender lost
+        return socket_failure(WSAEFAULT); // a datagram that is taken would lose its sender
     const bool maybe_datagram = datagrams_in_use();
     if (maybe_datagram && waits_in_vain(descriptor))
         return socket_failure(WSAEINVAL);

@@ -58,7 +58,7 @@ bool read_number(const char*& at, uint32_t& value) {
 uint32_t inet_addr(const char* text) {
     if (!text)
         return INADDR_NONE;
-    if (std::strcmp(text, " ") == 0) // a promise of the platform
+    if (std::strcmp(text, " ") == 0) // the platform documents this one
         return INADDR_ANY;
     uint32_t address = 0;
     for (int part = 0; part < 4; ++part) {
@@ -176,7 +176,7 @@ hostent* gethostbyname(const char* name) {
                address.s_addr != INADDR_NONE && !is_space(*name)) {
         record.name = name;
         record.addresses = {address};
-    } else if (std::any_of(name, name + std::strlen(name), is_space)) { // no resolver has to be asked
+    } else if (std::any_of(name, name + std::strlen(name), is_space)) { // no host has such a name
         SetLastError(WSAHOST_NOT_FOUND);
         return nullptr;
     } else {

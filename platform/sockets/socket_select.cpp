@@ -24,7 +24,7 @@ enum readiness : unsigned { none = 0, readable = 1, writable = 2, in_error = 4 }
 struct watched_socket {
     int descriptor;
     unsigned wanted;
-    unsigned ready; // a part of `wanted`
+    unsigned ready; // those of `wanted` that hold
 };
 
 short events_for(unsigned wanted) {
@@ -50,8 +50,8 @@ unsigned readiness_of(int descriptor, short events) {
 
 constexpr int64_t never = INT64_MAX;
 
-// poll reports a socket over and over that is not ready by the platform's rules. It is left out of the wait for a
-// while, then asked again: another thread may connect it.
+// Poll reports a never connected socket at once, each time, though it is not ready by the platform's rules. Such a
+// socket is left out of the wait for this long, then asked again: another thread may connect it.
 constexpr int64_t pause_ms = 20;
 
 int64_t now_ns() {
@@ -60,7 +60,7 @@ int64_t now_ns() {
     return now.tv_sec * int64_t{1'000'000'000} + now.tv_nsec;
 }
 
-// In whole milliseconds, as poll counts, and never less than asked for. One too long to count has no end.
+// A time-out in whole milliseconds, as poll counts, rounded up. One too long to count has no end.
 int64_t span_of(const timeval* timeout) {
     int64_t milliseconds;
     if (!timeout || __builtin_mul_overflow(int64_t{timeout->tv_sec}, 1000, &milliseconds)
@@ -74,7 +74,7 @@ class countdown {
 public:
     explicit countdown(int64_t span_ms) : left_ms_(span_ms), start_ns_(span_ms > 0 ? now_ns() : 0) {}
 
-    // What poll takes: part of a span that is too long for it.
+    // The argument for poll, which takes a span that is too long for it in parts.
     int for_poll(bool pausing) const {
         if (left_ms_ == never && !pausing)
             return -1;
@@ -92,12 +92,12 @@ public:
 
 private:
     int64_t left_ms_;
-    int64_t start_ns_; // of what is left
+    int64_t start_ns_; // when left_ms_ was right
 };
 
 // ---- The engine ------------------------------------------------------------------------------------------------
 
-// How many of the wanted conditions hold, 0 at the deadline; -1 with the code.
+// Returns how many of the wanted conditions hold, 0 at the deadline, or -1 with the code.
 int wait_for(std::span<watched_socket> sockets, std::span<pollfd> polled, const timeval* timeout) {
     countdown left(span_of(timeout));
     bool pausing = false;
@@ -126,7 +126,7 @@ int wait_for(std::span<watched_socket> sockets, std::span<pollfd> polled, const 
     }
 }
 
-// The checks that come before any wait.
+// Whether the arguments allow a wait; else the code is set.
 bool may_wait(bool any_socket, const timeval* timeout) {
     if (!sockets_started())
         return false;

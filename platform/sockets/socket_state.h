@@ -22,9 +22,9 @@ enum class stream_state {
     listening,
     open,      // nobody has closed anything
     half_shut, // this side has shut its sending direction
-    peer_shut, // the peer has
+    peer_shut, // the peer has shut its own
     both_shut,
-    gone, // was connected; reset, or closed for good
+    gone, // the connection was reset, or is closed on both sides
 };
 
 stream_state stream_state_of(int descriptor);

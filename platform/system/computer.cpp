@@ -15,7 +15,7 @@ namespace platform {
 std::u16string computer_name() {
     char name[HOST_NAME_MAX + 1] = "";
     ::gethostname(name, sizeof name - 1);
-    // Host names are ASCII, so a unit each.
+    // Host names are ASCII, so each byte is a unit.
     return std::u16string(name, name + std::strcspn(name, "."));
 }
 

@@ -25,7 +25,7 @@ namespace {
 constexpr size_t longest_datagram = 32 * 1024;
 constexpr int64_t pause_after_failure_ms = 1000;
 
-// When the next attempt may be made, on the monotonic clock. A race costs one attempt too many, no more.
+// The time of the next attempt, on the monotonic clock. A race costs one attempt too many, no more.
 std::atomic<int64_t> next_attempt_ms{0};
 
 // False when there is no runtime directory, or its name leaves no room in a socket's address.
@@ -69,7 +69,7 @@ bool deliver(const WCHAR* text) {
     sockaddr_un address;
     if (!find_listener(address))
         return false;
-    // Looked up first, since without a listener the line need not be converted.
+    // Without a listener the line need not be converted.
     if (access(address.sun_path, F_OK) != 0)
         return false;
     const descriptor sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));

@@ -1,4 +1,4 @@
-// Looking into a library's file before the host's loader does, which tells only in words what it found wrong.
+// Looks into a library's file before the host's loader does. The loader tells only in words why it refuses a file.
 #include <elf.h>
 #include <fcntl.h>
 #include <link.h>
@@ -13,7 +13,7 @@
 #include "platform/core/retry.h"
 #include "platform/system/module.h"
 
-// From the linker.
+// The linker defines this symbol.
 extern "C" [[gnu::visibility("hidden")]] const ElfW(Ehdr) __ehdr_start;
 
 namespace platform {
@@ -25,13 +25,13 @@ using program_header = ElfW(Phdr);
 using dynamic_entry = ElfW(Dyn);
 
 constexpr size_t longest_name = 256;
-constexpr size_t most_entries = 65536; // of each table: more is no library
+constexpr size_t most_entries = 65536; // a table with more belongs to no library
 
 class elf_file {
 public:
     explicit elf_file(const descriptor& file, uint64_t size) : file_(file), size_(size) {}
 
-    // Whether the loader of this machine can make something of it. All that it would map is there.
+    // Whether the loader of this machine can map it: the headers fit, and no segment ends beyond the file.
     bool read_headers() {
         file_header header;
         if (!read(0, &header, sizeof header) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0
@@ -77,7 +77,7 @@ private:
         return is_inside(offset, size) && read_some(offset, out, size) == static_cast<ssize_t>(size);
     }
 
-    // Where an address of the mapped library lies in its file.
+    // The file offset of an address in the mapped library; 0 when no segment holds it.
     uint64_t offset_of(uint64_t address) const {
         for (const program_header& program : programs_) {
             if (program.p_type == PT_LOAD && address >= program.p_vaddr

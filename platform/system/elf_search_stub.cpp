@@ -1,8 +1,8 @@
 // Loading libraries of one folder under their bare names.
 //
-// dlopen finds a dependency by its bare name only if it was loaded under that name or has it as its SONAME, and searches
-// a folder only if an RPATH names it. So a tiny library is built in memory, with the folder as its RPATH and a DT_NEEDED
-// for each library.
+// dlopen finds a dependency by its bare name only if it was loaded under that name or has it as its SONAME, and
+// searches a folder only if an RPATH names it. So a tiny library is built in memory, with the folder as its RPATH and a
+// DT_NEEDED for each library.
 #include <dlfcn.h>
 #include <elf.h>
 #include <link.h>
@@ -29,7 +29,7 @@ std::string_view bytes_of(const Record& record) {
     return {reinterpret_cast<const char*>(&record), sizeof record};
 }
 
-// The loader's table of a library, and its texts.
+// A library's dynamic table, and its string table.
 struct dynamic_table {
     std::string entries;
     std::string texts = std::string(1, '\0');
@@ -56,13 +56,13 @@ program_header segment(uint32_t type, size_t offset, size_t size, size_t alignme
     return result;
 }
 
-// The image of a library: headers, table, the one symbol that stands for none, texts.
+// The image of a library: headers, dynamic table, the null symbol, string table.
 std::string library_that_wants(const std::vector<std::string>& names, const std::string& folder) {
     constexpr size_t segments = 3;
     constexpr size_t further_entries = 5;
     dynamic_table table;
     table.add(DT_RPATH, folder);
-    const bool is_list = folder.find(':') != std::string::npos; // to the loader
+    const bool is_list = folder.find(':') != std::string::npos; // the loader splits an RPATH at colons
     for (const std::string& name : names)
         table.add(DT_NEEDED, is_list ? folder + name : name);
     const size_t table_at = sizeof(file_header) + segments * sizeof(program_header);
@@ -76,7 +76,7 @@ std::string library_that_wants(const std::vector<std::string>& names, const std:
     table.add(DT_STRSZ, table.texts.size());
     table.add(DT_NULL, size_t{0});
 
-    file_header header = this_library_s_header(); // for this machine
+    file_header header = this_library_s_header(); // it names this machine
     header.e_type = ET_DYN;
     header.e_entry = header.e_shoff = 0;
     header.e_shnum = header.e_shstrndx = 0;

@@ -27,9 +27,9 @@ constexpr wide_view library_extension = u".so";
 
 // ---- What is loaded ---------------------------------------------------------------------------------------------
 
-// The modules that were loaded through this layer, how often, and under which name first; each holds the host's library
-// once. The host's loader would follow any pointer that it is given; here a made-up or used-up handle is an error like
-// others.
+// The modules that were loaded through this layer, how often, and under which name first. Each holds one load of the
+// host's loader. That loader would follow any pointer, so handles that are made up or used up are refused by this
+// table.
 struct module_table {
     struct entry {
         size_t loads = 0;
@@ -61,7 +61,7 @@ HMODULE loaded(void* module, wide_view name) {
     const bool is_first = ++entry.loads == 1;
     if (is_first)
         entry.name = name;
-    hold.unlock(); // whoever calls the loader may wait for another thread's load, whose library may load others
+    hold.unlock(); // dlclose waits for other threads' loads, whose constructors may come here
     if (is_first)
         SetLastError(ERROR_SUCCESS);
     else if (!is_built_in(module))
@@ -135,9 +135,9 @@ std::u16string with_extension(wide_view path) {
     return complete;
 }
 
-// A number for a directory that stays its number. The loader keeps the names of what it has loaded, and takes a library
-// of the same name for the same library, so a number in a name must never come to mean another directory. There is one
-// for each directory that libraries were loaded from whose path is too long for the host. -1 with errno.
+// A descriptor of a directory that is never closed, or -1 with errno. The loader knows its libraries by name, and takes
+// one of the same name for the same library, so a descriptor's number in a name must never come to mean another
+// directory. Only directories whose path is too long for the host get one.
 int lasting_number(int directory) {
     static std::mutex lock;
     static auto* const numbers = new std::map<std::pair<dev_t, ino_t>, int>;
@@ -153,7 +153,7 @@ int lasting_number(int directory) {
     return entry->second;
 }
 
-// The codes that the text of a path can bring: what has no such name, drive or share is not there.
+// Whether a code says that the path names nothing, as opposed to that nobody could look.
 bool is_about_the_name(DWORD code) {
     return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND || code == ERROR_INVALID_NAME
            || code == ERROR_BAD_NETPATH || code == ERROR_BAD_NET_NAME;
@@ -243,7 +243,7 @@ bool lies_in(const link_map* library, void* address) {
     return _dl_find_object(address, &owner) == 0 && owner.dlfo_link_map == library;
 }
 
-// The host's loader finds what the dependencies of a library export as well: that does not count.
+// dlsym also finds exports of the library's dependencies, which do not count.
 FARPROC find_entry_point(void* library, const char* name, bool is_executable) {
     void* address = dlsym(library, name);
     link_map* own = nullptr;
@@ -310,7 +310,8 @@ BOOL FreeLibrary(HMODULE module) {
 }
 
 FARPROC GetProcAddress(HMODULE module, const char* name) {
-    constexpr uintptr_t last_ordinal = 0xFFFF; // a number in place of a name; no module here has numbers
+    constexpr uintptr_t last_ordinal =
+        0xFFFF; // a smaller pointer is an ordinal, and no module here has those
     if (module && !is_loaded(module))
         return fail<FARPROC>(ERROR_MOD_NOT_FOUND);
     FARPROC found = nullptr;

@@ -1,4 +1,4 @@
-// Inside the layer: what the loading of dynamic libraries is made of.
+// Inside the layer: the parts that load dynamic libraries.
 #pragma once
 
 #include <link.h>
@@ -28,12 +28,11 @@ extern const built_in_module* const built_in_modules[]; // ended by null
 // False in tests alone: then these names are loaded from disk like any other.
 extern std::atomic<bool> built_in_modules_offered;
 
-// What a file of the host is to the loader: 0, or why it cannot be a library: missing (126), a directory or not
-// readable (5), something else or for another machine (193), or the code of why nobody can say. Fills in the libraries
-// that it wants, in its order.
+// 0 for a file that can be a library, and the libraries that it wants, in its order. Else 126 (missing), 5 (a
+// directory, or not readable), 193 (something else, or for another machine), or the code of why nobody can say.
 DWORD inspect_library(const char* path, std::vector<std::string>& needed);
 
-// The host's loader; null with the last-error code.
+// dlopen; null with the last-error code.
 void* open_library(const std::string& name);
 
 // The code for an errno met while looking for a library: 126, or why nobody can say whether it is there.
@@ -47,8 +46,9 @@ const ElfW(Ehdr) & this_library_s_header();
 enum class exporter { nobody, itself, dependencies };
 exporter exporter_of(const link_map& library, const char* name);
 
-// Libraries of a folder that are there under their bare names while this lives, and for as long afterwards as another
-// library wants them. The folder ends with a slash; in one with a colon, only the names in the files count.
+// Loads libraries of a folder, so that others find them by their bare names: while this lives, and for as long
+// afterwards as another library wants them. The folder ends with a slash. In one with a colon, a library counts only
+// under its SONAME.
 class library_folder {
 public:
     library_folder(const std::vector<std::string>& names, const std::string& folder);
@@ -60,7 +60,7 @@ public:
     explicit operator bool() const { return is_there_; }
 
 private:
-    const descriptor image_; // open while it is loaded: its number is its name
+    const descriptor image_; // its number is the stub's name, so it is open as long as the stub is loaded
     void* library_ = nullptr;
     bool is_there_;
 };

@@ -74,7 +74,7 @@ bool resolve(HKEY key, key_place& where, REGSAM& access) {
     return true;
 }
 
-// 0, or a code; `size` is set to that of the value either way.
+// 0, or a code. `size` becomes that of the value either way.
 LONG copy_value(const registry_value& value, DWORD* type, BYTE* data, DWORD* size) {
     if (type)
         *type = value.type;
@@ -111,7 +111,7 @@ LONG RegOpenKeyExW(HKEY root, const WCHAR* subkey, DWORD, REGSAM access, HKEY* k
         return ERROR_BAD_PATHNAME;
     for (wide_view name; !(name = take_key_name(rest)).empty();)
         where.path.append(u"\\").append(name);
-    where.state = nullptr; // another path: found anew
+    where.state = nullptr; // the path is another, so its key is looked up anew
     if (const DWORD code = where.renew())
         return static_cast<LONG>(code);
     if (!where.node)

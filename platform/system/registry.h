@@ -24,13 +24,14 @@ struct registry_node {
     std::map<std::u16string, std::unique_ptr<registry_node>, std::less<>> keys;
     std::map<std::u16string, registry_value, std::less<>> values;
 
-    // The key that backslashes lead to, doubled ones and one at the end counting once; null when there is none.
+    // The key at the end of a path, or null. Backslashes separate; doubled ones count once, and one at the end is
+    // ignored.
     const registry_node* find(wide_view path) const;
 };
 
 std::u16string folded_name(wide_view name);
 
-// Takes the name up to the next backslash off the front of a path; empty at its end.
+// Takes the first name off a path; empty at the path's end.
 wide_view take_key_name(wide_view& path);
 
 inline constexpr wide_view current_user_root = u"hkey_current_user";
@@ -50,18 +51,19 @@ struct skipped_lines {
     size_t first = 0; // counted from 1
 };
 
-// Adds what a text says to the roots, which the node holds by their names; below one root alone where `only` names it.
+// Adds the keys and values of a text to the roots, which the node holds by name. `only`, if given, is the root to add
+// to.
 skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only = {});
 
-// What the files said at some time.
+// The registry as the files had it at some time.
 struct registry_state {
     registry_node roots;
     DWORD user_code = 0; // why the user's own file could not be read, or 0
 };
 using state_pointer = std::shared_ptr<const registry_state>;
 
-// What the files say now: registry.reg of the host directory, and what ~/.config/zu/registry.reg adds below
-// HKEY_CURRENT_USER. 0, or a code; the user's own file matters only to who asks for it.
+// The registry as the files have it now: registry.reg of the host directory, and below HKEY_CURRENT_USER what
+// ~/.config/zu/registry.reg adds. 0, or a code. The user's own file can make a call fail only when `for_user` is true.
 DWORD current_registry(bool for_user, state_pointer& result);
 
 } // namespace platform

@@ -67,7 +67,7 @@ int stamp_of(const std::string& path, file_stamp& stamp) {
     return 0;
 }
 
-// 0, or an errno. Files of all sizes have room.
+// 0, or an errno. A file that has grown since its size was asked for is read to its end.
 int read_all(int number, size_t size, std::string& content) {
     content.resize(size);
     size_t filled = 0;
@@ -92,7 +92,7 @@ struct file_content {
 
     // 0, or an errno. A file of `owner_only` must be the caller's own or root's; what is no file is refused.
     int read(const std::string& path, bool owner_only) {
-        constexpr int attempts = 3; // at a file that is being written
+        constexpr int attempts = 3; // a file may be written while it is read
         bool is_steady = false;
         for (int i = 0; i < attempts && !is_steady; ++i) {
             const descriptor file(
@@ -132,13 +132,13 @@ std::string user_file() {
 struct loaded_registry {
     state_pointer state;
     file_content machine, user;
-    bool has_bytes = false; // of the files, until both have settled
-    uint64_t number = 0;    // of the load
+    bool has_bytes = false; // the files' bytes are kept until both have settled
+    uint64_t number = 0;    // loads are counted
 };
 
 // Never destroyed: threads may still read while the process ends.
 struct registry_cache {
-    std::mutex lock; // of what follows; held for the length of a copy
+    std::mutex lock; // guards the next two; held for the length of a copy
     loaded_registry latest;
     uint64_t loads_begun = 0;
     std::mutex* loading = new std::mutex; // held by the thread that loads
@@ -149,7 +149,7 @@ registry_cache& cache() {
     return *made;
 }
 
-// A child forked while another thread copies must find the lock free. Nobody in it is going on with a load.
+// A child forked while another thread copies must find the lock free. The thread that loads does not exist in it.
 [[maybe_unused]] const int fork_handlers =
     pthread_atfork([] { cache().lock.lock(); }, [] { cache().lock.unlock(); },
                    [] {
@@ -234,7 +234,7 @@ DWORD current_registry(bool for_user, state_pointer& result) {
     if (shared.latest.number <= begun_before) {
         loaded_registry next;
         next.number = ++shared.loads_begun;
-        hold.unlock(); // only this thread changes what is there
+        hold.unlock(); // only this thread changes `latest`
         if (const DWORD code = load(machine_path, for_user ? user_path : user_file(), shared.latest, next))
             return code;
         hold.lock();

@@ -49,7 +49,7 @@ namespace {
 
 constexpr std::string_view older_heading = "REGEDIT4";
 
-// In the host's character set; false with the last-error code.
+// Converts from the host's character set; false with the last-error code.
 bool from_host_set(std::string_view bytes, std::u16string& text) {
     const int size = static_cast<int>(std::min<size_t>(bytes.size(), INT_MAX));
     const int units = size == 0 ? 0 : MultiByteToWideChar(CP_ACP, 0, bytes.data(), size, nullptr, 0);
@@ -74,7 +74,7 @@ int hex_digit(WCHAR unit) {
     return letter >= 0 && letter < 6 ? letter + 10 : -1;
 }
 
-// A place in the text. What is taken is gone; what does not fit is left.
+// A place in the text. A take function moves on if the text fits, and else stays.
 class cursor {
 public:
     explicit cursor(wide_view text) : rest_(text) {}
@@ -94,7 +94,7 @@ public:
 
     void skip_blanks() { skip(std::min(rest_.find_first_not_of(u" \t\r"), rest_.size())); }
 
-    // The end of the line, after blanks and perhaps a comment.
+    // Skips blanks, and tells whether the line ends there or a comment begins.
     bool is_at_line_end() {
         skip_blanks();
         return rest_.empty() || rest_[0] == u'\n' || rest_[0] == u';';
@@ -106,7 +106,7 @@ public:
         return line;
     }
 
-    // Up to `most` hexadecimal digits; false for none.
+    // Takes up to `most` hexadecimal digits; false for none.
     bool take_hex(int most, DWORD& value) {
         value = 0;
         int taken = 0;
@@ -115,7 +115,7 @@ public:
         return taken > 0;
     }
 
-    // A text in quotation marks, where a backslash stands before a backslash or a quotation mark that is meant.
+    // Takes a text in quotation marks. A backslash escapes a backslash or a quotation mark.
     bool take_quoted(std::u16string& text, bool over_lines) {
         if (!take(u"\""))
             return false;
@@ -134,7 +134,7 @@ public:
         return false;
     }
 
-    // Bytes between commas; a backslash at the end of a line goes on in the next.
+    // Takes bytes between commas. A backslash at the end of a line continues the list in the next.
     bool take_bytes(std::vector<BYTE>& bytes) {
         do {
             skip_continuation();
@@ -170,7 +170,7 @@ bool is_text(DWORD type) {
     return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ;
 }
 
-// The bytes of a text, which the older format keeps in the host's character set.
+// The older format keeps the bytes of a text in the host's character set.
 bool widen(registry_value& value) {
     std::u16string text;
     if (!from_host_set({reinterpret_cast<const char*>(value.data.data()), value.data.size()}, text))
@@ -180,7 +180,7 @@ bool widen(registry_value& value) {
     return true;
 }
 
-// The right side of a value's line.
+// Takes the right side of a value's line.
 bool take_data(cursor& at, registry_value& value, bool is_older) {
     std::u16string text;
     DWORD number;
