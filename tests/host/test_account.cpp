@@ -49,7 +49,7 @@ TEST(groups, follow_the_host_s_users_and_groups) {
         setrlimit(RLIMIT_NOFILE, &no_descriptors);
         std::printf("%u %u", code_of(ZU_current_user_is_admin()), code_of(ZU_user_exist(nullptr, u"root")));
     });
-    EXPECT_EQ(starved.output, "4 4") << "nobody could say";
+    EXPECT_EQ(starved.output, "4 4") << "nobody could say: too many open files";
 }
 
 TEST(groups, impersonation_is_a_matter_of_one_thread) {
@@ -78,17 +78,19 @@ TEST(account, names_that_are_users_and_names_that_are_not) {
     ZU_wchar machine[65];
     ASSERT_EQ(ZU_gethostname(machine, 65), 1);
     const std::u16string here = machine;
+    constexpr uint32_t user = codes::none, no_user = no_code,
+                       unknown = codes::none_mapped; // no_user: known, but none
     // clang-format off
     const struct {
         std::u16string machine, name;
-        uint32_t code; // 0: a user; no_code: known, but none
+        uint32_t code;
     } rows[] = {
-        {u"", u"root", 0},            {u"", u"ROOT", 0},             {u"", u".\\root", 0},
-        {u"", here + u"\\root", 0},   {u"\\\\" + here, u"root", 0},  {u".", u"nobody", 0},
-        {u"", u"shadow", no_code},    {u"", u"everyone", no_code},   {u"", u"NT AUTHORITY\\SYSTEM", no_code},
-        {u"", here, no_code},         {u"", u"", no_code},           {u"", u"BUILTIN\\root", 1332},
-        {u"", u"\\root", 1332},       {u"", u"no such user", 1332},  {u"", u"NODOM\\root", 1332},
-        {u"", u"a\\b\\c", 1332},      {u"", here + u"\\", 1332},     {u"no-such-machine", u"root", 1722}};
+        {u"", u"root", user},            {u"", u"ROOT", user},             {u"", u".\\root", user},
+        {u"", here + u"\\root", user},   {u"\\\\" + here, u"root", user},  {u".", u"nobody", user}, {u"LocalHost", u"root", user},
+        {u"", u"shadow", no_user},    {u"", u"everyone", no_user},   {u"", u"NT AUTHORITY\\SYSTEM", no_user},
+        {u"", here, no_user},         {u"", u"", no_user},           {u"", u"BUILTIN\\root", unknown},
+        {u"", u"\\root", unknown},       {u"", u"no such user", unknown},  {u"", u"NODOM\\root", unknown},
+        {u"", u"a\\b\\c", unknown},      {u"", here + u"\\", unknown},     {u"no-such-machine", u"root", codes::server_unavailable}};
     // clang-format on
     for (const auto& row : rows) {
         const ZU_wchar* on = row.machine.empty() ? nullptr : row.machine.c_str();
@@ -106,7 +108,7 @@ TEST(account, users_of_other_domains_are_asked_for_as_they_are_written) {
         ASSERT_EQ(mount(place.host_path("passwd").c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr), 0);
         for (const ZU_wchar* name : {u"ZUDOM\\alice", u"bob@zudom"})
             EXPECT_EQ(code_of(ZU_user_exist(nullptr, name)), 0u) << narrow(name);
-        EXPECT_EQ(code_of(ZU_user_exist(nullptr, u"ZUDOM\\bob")), 1332u);
+        EXPECT_EQ(code_of(ZU_user_exist(nullptr, u"ZUDOM\\bob")), codes::none_mapped);
     });
     if (!ran)
         GTEST_SKIP() << "this user may not have mounts of its own";
@@ -124,8 +126,8 @@ TEST(account, look_ups_tell_the_room_they_need) {
     for (const size_t short_one : {0, 1}) {
         sizes[1 - short_one] = 100;
         sizes[short_one] = short_one == 0 ? 15 : 7;
-        EXPECT_EQ(look_up(), 122u);
-        EXPECT_TRUE(sizes[0] == 16 && sizes[1] == 8) << "BUILTIN and its terminator";
+        EXPECT_EQ(look_up(), codes::insufficient_buffer);
+        EXPECT_EQ(std::pair(sizes[0], sizes[1]), std::pair(16u, 8u)) << "BUILTIN and its terminator";
         ASSERT_EQ(look_up(), 0u);
         EXPECT_EQ(sizes[1], 7u);
         EXPECT_EQ(std::u16string(domain), u"BUILTIN");
@@ -168,19 +170,20 @@ TEST(privileges, tell_their_state_before_and_need_room_and_rights) {
     const auto adjust = [&](platform::HANDLE token, uint32_t room) {
         return code_of(platform::AdjustTokenPrivileges(token, FALSE, &wanted, room, &previous, &length));
     };
-    EXPECT_EQ(adjust(weak, sizeof previous), 5u);
-    EXPECT_EQ(adjust(strong, 15), 122u);
+    EXPECT_EQ(adjust(weak, sizeof previous), codes::access_denied);
+    EXPECT_EQ(adjust(strong, 15), codes::insufficient_buffer);
     EXPECT_EQ(length, 16u);
     EXPECT_EQ(adjust(strong, length), 0u);
     EXPECT_EQ(previous.PrivilegeCount, 1u) << "the short buffer had changed nothing";
     EXPECT_EQ(adjust(strong, sizeof previous), 0u);
     EXPECT_EQ(previous.PrivilegeCount, 0u) << "only changes are listed";
     EXPECT_EQ(code_of(platform::GetTokenInformation(nullptr, platform::TokenGroups, nullptr, 0, &length)),
-              6u);
+              codes::invalid_handle);
     platform::HANDLE none;
     EXPECT_EQ(code_of(platform::OpenThreadToken(platform::GetCurrentThread(), TOKEN_QUERY, TRUE, &none)),
-              1008u);
-    EXPECT_TRUE(platform::CloseHandle(weak) && platform::CloseHandle(strong));
+              codes::no_token);
+    for (const platform::HANDLE token : {weak, strong})
+        EXPECT_TRUE(platform::CloseHandle(token));
 }
 
 } // namespace

@@ -79,10 +79,13 @@ TEST_F(password, right_and_wrong_ones) {
         repeat(right, true);
         other.join();
 
-        EXPECT_TRUE(user_.change("-L") && !is_right(right)) << "locked";
-        EXPECT_TRUE(user_.change("-U -e 1") && !is_right(right)) << "expired";
-        EXPECT_TRUE(user_.change("-e ''") && is_right(right));
-        EXPECT_TRUE(user_.change("-p ''") && !is_right(u"")) << "nobody gets in without a password";
+        const std::tuple<const char*, const ZU_wchar*, bool> changes[] = {
+            {"-L", right, false}, {"-U -e 1", right, false}, {"-e ''", right, true}, {"-p ''", u"", false}};
+        for (const auto& [options, given, expected] :
+             changes) { // locked, expired, neither, without a password
+            ASSERT_TRUE(user_.change(options)) << options;
+            EXPECT_EQ(is_right(given), expected) << options;
+        }
     });
 }
 

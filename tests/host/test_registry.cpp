@@ -151,15 +151,21 @@ TEST_F(registry, calls_give_the_platforms_codes) {
     SetLastError(77);
     HKEY key = HKEY_USERS;
     for (const intptr_t root : {0x0, -1, 4, -0x7FFFFFFA})
-        EXPECT_EQ(platform::RegOpenKeyExW(reinterpret_cast<HKEY>(root), u"k", 0, 1, &key), 6) << root;
+        EXPECT_EQ(platform::RegOpenKeyExW(reinterpret_cast<HKEY>(root), u"k", 0, 1, &key),
+                  codes::invalid_handle)
+            << root;
     EXPECT_EQ(key, nullptr);
-    const std::pair<const ZU_wchar*, int32_t> paths[] = {{u"\\k", 161}, {u"nosuch", 2}, {u"nosuch\\k", 2},
-                                                         {u"k/n", 2},   {u"K\\\\", 0},  {nullptr, 0}};
+    const std::pair<const ZU_wchar*, uint32_t> paths[] = {{u"\\k", codes::bad_pathname},
+                                                          {u"nosuch", codes::file_not_found},
+                                                          {u"nosuch\\k", codes::file_not_found},
+                                                          {u"k/n", codes::file_not_found},
+                                                          {u"K\\\\", 0},
+                                                          {nullptr, 0}};
     for (const auto& [path, code] : paths) {
         EXPECT_EQ(platform::RegOpenKeyExW(HKEY_LOCAL_MACHINE, path, 0, 1, &key), code);
-        EXPECT_EQ(platform::RegCloseKey(key), code ? 6 : 0);
+        EXPECT_EQ(platform::RegCloseKey(key), code ? codes::invalid_handle : codes::none);
     }
-    EXPECT_EQ(platform::RegCloseKey(key), 6) << "closed already";
+    EXPECT_EQ(platform::RegCloseKey(key), codes::invalid_handle) << "closed already";
     EXPECT_EQ(platform::RegCloseKey(HKEY_LOCAL_MACHINE), 0);
 
     HKEY parent, blind;
@@ -172,22 +178,24 @@ TEST_F(registry, calls_give_the_platforms_codes) {
         std::string data(12, '~');
         const int32_t code = platform::RegQueryValueExW(asked, name, nullptr, &type,
                                                         reinterpret_cast<uint8_t*>(data.data()), &size);
-        return std::tuple(code, type, size, data.substr(0, 5));
+        return std::tuple(static_cast<uint32_t>(code), type, size, data.substr(0, 5));
     };
-    EXPECT_EQ(query(blind, u"n", 3), std::tuple(5, 99u, 3u, "~~~~~"));
-    EXPECT_EQ(query(key, u"nosuch", 3), std::tuple(2, 99u, 3u, "~~~~~"));
-    EXPECT_EQ(query(key, u"n", 3), std::tuple(234, 4u, 4u, "~~~~~"));
-    EXPECT_EQ(query(key, u"short", 4), std::tuple(0, 4u, 2u, "\1\2~~~"));
-    EXPECT_EQ(query(key, u"unended", 12), std::tuple(0, 1u, 2u, "a\0\0\0~"s)) << "where there is room";
+    EXPECT_EQ(query(blind, u"n", 3), std::tuple(codes::access_denied, 99u, 3u, "~~~~~"));
+    EXPECT_EQ(query(key, u"nosuch", 3), std::tuple(codes::file_not_found, 99u, 3u, "~~~~~"));
+    EXPECT_EQ(query(key, u"n", 3), std::tuple(codes::more_data, 4u, 4u, "~~~~~"));
+    EXPECT_EQ(query(key, u"short", 4), std::tuple(codes::none, 4u, 2u, "\1\2~~~"));
+    EXPECT_EQ(query(key, u"unended", 12), std::tuple(codes::none, 1u, 2u, "a\0\0\0~"s))
+        << "where there is room";
     uint8_t data[4];
-    EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, nullptr, data, nullptr), 87);
+    EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, nullptr, data, nullptr),
+              codes::invalid_parameter);
     uint32_t size = 0;
     for (uint32_t* asked : {static_cast<uint32_t*>(nullptr), &size})
         EXPECT_EQ(platform::RegQueryValueExW(key, u"n", nullptr, nullptr, nullptr, asked), 0);
     EXPECT_EQ(size, 4u);
     write("");
-    EXPECT_EQ(std::get<0>(query(key, u"n", 12)), 1018) << "the key is gone";
-    EXPECT_EQ(std::get<0>(query(parent, u"n", 12)), 2) << "a root never is";
+    EXPECT_EQ(std::get<0>(query(key, u"n", 12)), codes::key_deleted) << "the key is gone";
+    EXPECT_EQ(std::get<0>(query(parent, u"n", 12)), codes::file_not_found) << "a root never is";
     for (const HKEY open : {parent, blind, key})
         EXPECT_EQ(platform::RegCloseKey(open), 0);
     EXPECT_EQ(GetLastError(), 77u);
@@ -222,9 +230,9 @@ TEST_F(registry, texts_and_numbers) {
         EXPECT_EQ(read(HKEY_LOCAL_MACHINE, u"k", name), code) << narrow(name);
         EXPECT_EQ(number, expected_number) << narrow(name);
     }
-    EXPECT_EQ(read(HKEY_LOCAL_MACHINE, u"nosuch", u"t"), 2u);
+    EXPECT_EQ(read(HKEY_LOCAL_MACHINE, u"nosuch", u"t"), codes::file_not_found);
     EXPECT_EQ(number, 0u);
-    EXPECT_EQ(read(nullptr, u"k", u"number"), 6u);
+    EXPECT_EQ(read(nullptr, u"k", u"number"), codes::invalid_handle);
 }
 
 TEST_F(registry, a_changed_file_is_seen_at_once) {
