@@ -3,6 +3,9 @@
 #include "platform/text/registers.h"
 
 #if defined(__x86_64__) && __has_include(<sys/platform/x86.h>)
+#ifdef __clang__
+#define _Bool bool // the C header's word, which this compiler does not know in C++
+#endif
 #include <sys/platform/x86.h>
 
 namespace platform {
