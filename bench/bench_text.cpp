@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include <benchmark/benchmark.h>
 
@@ -13,34 +14,117 @@
 
 namespace {
 
-// ---- appending pieces of 16 characters, from nothing to the given number of pieces
+// ---- appending pieces of 16 characters or of one, from nothing to the given number of pieces; the bare row takes the
+// described steps alone: a new block for the exact length in steps of 64, a copy, and the old block freed
 
 constexpr ZU_wchar piece[] = u"0123456789abcdef";
-constexpr uint32_t piece_length = 16;
 
-void append_zu(benchmark::State& state) {
+void count_pieces(benchmark::State& state, int64_t pieces) {
+    state.SetItemsProcessed(state.iterations() * pieces);
+}
+
+void append_zu(benchmark::State& state, uint32_t length) {
     for (auto _ : state) {
         ZU_s s = nullptr;
         for (int64_t i = 0; i < state.range(0); ++i)
-            ZU_s_append_n(&s, piece, piece_length);
+            ZU_s_append_n(&s, piece, length);
         benchmark::DoNotOptimize(s);
         ZU_s_destroy(&s);
     }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    count_pieces(state, state.range(0));
 }
 
-void append_std(benchmark::State& state) {
+void append_std(benchmark::State& state, uint32_t length) {
     for (auto _ : state) {
         std::u16string s;
         for (int64_t i = 0; i < state.range(0); ++i)
-            s.append(piece, piece_length);
+            s.append(piece, length);
         benchmark::DoNotOptimize(s.data());
     }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    count_pieces(state, state.range(0));
 }
 
-BENCHMARK(append_zu)->Arg(10)->Arg(100)->Arg(1000);
-BENCHMARK(append_std)->Arg(10)->Arg(100)->Arg(1000);
+void append_bare(benchmark::State& state, uint32_t length) {
+    for (auto _ : state) {
+        char16_t* text = nullptr;
+        size_t capacity = 0, used = 0;
+        for (int64_t i = 0; i < state.range(0); ++i) {
+            if (used + length > capacity) {
+                capacity = (used + length) | 63;
+                auto* grown = static_cast<char16_t*>(std::malloc((capacity + 1) * sizeof *text));
+                if (used != 0)
+                    std::memcpy(grown, text, used * sizeof *text);
+                std::free(std::exchange(text, grown));
+            }
+            std::memcpy(text + used, piece, length * sizeof *text);
+            used += length;
+            text[used] = 0;
+        }
+        benchmark::DoNotOptimize(text);
+        std::free(text);
+    }
+    count_pieces(state, state.range(0));
+}
+
+BENCHMARK_CAPTURE(append_zu, sixteen, 16)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK_CAPTURE(append_std, sixteen, 16)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK_CAPTURE(append_bare, sixteen, 16)->Arg(10)->Arg(100)->Arg(1000);
+BENCHMARK_CAPTURE(append_zu, one, 1)->Arg(1000000);
+BENCHMARK_CAPTURE(append_std, one, 1)->Arg(1000000);
+BENCHMARK_CAPTURE(append_bare, one, 1)->Arg(1000000);
+
+// ---- 16 characters where there is room, and in front of what is there
+
+void append_with_room_zu(benchmark::State& state) {
+    ZU_s s = nullptr;
+    ZU_s_reserve(&s, 16000);
+    for (auto _ : state) {
+        ZU_s_clear(&s);
+        for (int i = 0; i < 1000; ++i)
+            ZU_s_append_n(&s, piece, 16);
+        benchmark::DoNotOptimize(s);
+    }
+    ZU_s_destroy(&s);
+    count_pieces(state, 1000);
+}
+
+void append_with_room_std(benchmark::State& state) {
+    std::u16string s;
+    s.reserve(16000);
+    for (auto _ : state) {
+        s.clear();
+        for (int i = 0; i < 1000; ++i)
+            s.append(piece, 16);
+        benchmark::DoNotOptimize(s.data());
+    }
+    count_pieces(state, 1000);
+}
+
+void insert_in_front_zu(benchmark::State& state) {
+    for (auto _ : state) {
+        ZU_s s = nullptr;
+        for (int i = 0; i < 1000; ++i)
+            ZU_s_insert_n(&s, 0, piece, 16);
+        benchmark::DoNotOptimize(s);
+        ZU_s_destroy(&s);
+    }
+    count_pieces(state, 1000);
+}
+
+void insert_in_front_std(benchmark::State& state) {
+    for (auto _ : state) {
+        std::u16string s;
+        for (int i = 0; i < 1000; ++i)
+            s.insert(0, piece, 16);
+        benchmark::DoNotOptimize(s.data());
+    }
+    count_pieces(state, 1000);
+}
+
+BENCHMARK(append_with_room_zu);
+BENCHMARK(append_with_room_std);
+BENCHMARK(insert_in_front_zu);
+BENCHMARK(insert_in_front_std);
 
 // ---- formatting a line of a log
 
@@ -80,6 +164,35 @@ void format_floating_snprintf(benchmark::State& state) {
     }
 }
 
+// A short piece behind what is there, and in place of it.
+void format_piece_zu(benchmark::State& state) {
+    ZU_s s = nullptr;
+    ZU_s_reserve(&s, 16000);
+    for (auto _ : state) {
+        ZU_s_clear(&s);
+        for (int64_t i = 0; i < state.range(0); ++i)
+            ZU_s_append_sprintf(&s, u"%s=%d;", u"name", 4711);
+        benchmark::DoNotOptimize(s);
+    }
+    ZU_s_destroy(&s);
+    count_pieces(state, state.range(0));
+}
+
+void format_piece_snprintf(benchmark::State& state) {
+    std::string s;
+    for (auto _ : state) {
+        s.clear();
+        for (int64_t i = 0; i < state.range(0); ++i) {
+            char area[64];
+            s.append(area, static_cast<size_t>(std::snprintf(area, sizeof area, "%s=%d;", "name", 4711)));
+        }
+        benchmark::DoNotOptimize(s.data());
+    }
+    count_pieces(state, state.range(0));
+}
+
+BENCHMARK(format_piece_zu)->Arg(1)->Arg(1000);
+BENCHMARK(format_piece_snprintf)->Arg(1)->Arg(1000);
 BENCHMARK(format_zu);
 BENCHMARK(format_snprintf);
 BENCHMARK(format_floating_zu);

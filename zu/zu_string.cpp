@@ -43,19 +43,9 @@ uint32_t block_bytes(uint64_t capacity) {
     return zu::block_size((capacity + 1) * sizeof(ZU_wchar) + sizeof(ZU_s_header));
 }
 
-// The place of the first zero character within the first `length` ones, or `length`.
-uint32_t find_zero(const ZU_wchar* text, uint32_t length) {
-    constexpr uint32_t block = 64; // a fixed count, for vector instructions
-    const ZU_wchar* at = text;
-    for (uint32_t blocks = length / block; blocks > 0; --blocks, at += block) {
-        uint16_t any = 0;
-        for (size_t i = 0; i < block; ++i)
-            any |= static_cast<uint16_t>(at[i] == 0);
-        if (any)
-            break;
-    }
-    const auto searched = static_cast<uint32_t>(at - text);
-    return searched + static_cast<uint32_t>(platform::wcsnlen(at, length - searched));
+// Characters up to the first zero character, at most n.
+uint32_t length_within(const ZU_wchar* text, uint32_t n) {
+    return static_cast<uint32_t>(platform::wcsnlen(text, n));
 }
 
 // A buffer that is not shared keeps its block as far as the allocator can. Out of line, so that the operations stay
@@ -63,7 +53,8 @@ uint32_t find_zero(const ZU_wchar* text, uint32_t length) {
 [[gnu::noinline]] void move_to_capacity(ZU_s* s, uint64_t capacity) {
     const ZU_s old = *s;
     const uint32_t bytes = block_bytes(capacity);
-    const uint32_t kept = find_zero(old, ZU_s_length(old)); // what lies behind a zero character is let go
+    const uint32_t kept =
+        old ? length_within(old, ZU_s_length(old)) : 0; // what lies behind a zero character is let go
     ZU_s_header* header;
     if (old && header_of(old)->reference_count > count_alone) {
         header = static_cast<ZU_s_header*>(ZU_malloc(bytes));
@@ -97,7 +88,7 @@ bool lies_within(ZU_s s, const ZU_wchar* text) {
 
 // A text to be added that lies in the string's own buffer, which growing moves, is first copied aside.
 ZU_wchar* copied_aside(const ZU_wchar* text, uint32_t n) {
-    const auto length = static_cast<uint32_t>(platform::wcsnlen(text, n));
+    const uint32_t length = length_within(text, n);
     auto* copy = zu::allocate<ZU_wchar>(length + 1);
     std::memcpy(copy, text, length * sizeof(ZU_wchar));
     copy[length] = 0;
@@ -108,6 +99,30 @@ ZU_wchar* copied_aside(const ZU_wchar* text, uint32_t n) {
 void grow_for(ZU_s* s, uint32_t n, uint32_t k) {
     const uint64_t length = ZU_s_length(*s);
     grow(s, length + (length + n <= largest_capacity ? n : std::max(k, 1u)), true);
+}
+
+// Whether n characters more fit into the buffer as it is, and nobody else sees it.
+bool has_room(ZU_s s, uint32_t n) {
+    return s && n <= header_of(s)->capacity - header_of(s)->length
+           && header_of(s)->reference_count <= count_alone;
+}
+
+void put_behind(ZU_s s, const ZU_wchar* text, uint32_t k) {
+    const uint32_t length = header_of(s)->length;
+    std::memcpy(s + length, text, k * sizeof(ZU_wchar));
+    set_length(s, length + k);
+}
+
+// Out of line, so that appending stays short where there is room.
+[[gnu::noinline]] void append_with_growth(ZU_s* s, const ZU_wchar* text, uint32_t n) {
+    if (lies_within(*s, text)) {
+        const zu::owned<ZU_wchar> copy(copied_aside(text, n));
+        append_with_growth(s, copy.get(), n);
+        return;
+    }
+    const uint32_t k = length_within(text, n);
+    grow_for(s, n, k);
+    put_behind(*s, text, k);
 }
 
 } // namespace
@@ -152,7 +167,7 @@ ZU_s* ZU_s_insert_n(ZU_s* s, uint32_t position, const ZU_wchar* text, uint32_t n
         const zu::owned<ZU_wchar> copy(copied_aside(text, n));
         return ZU_s_insert_n(s, position, copy.get(), n);
     }
-    const auto k = static_cast<uint32_t>(platform::wcsnlen(text, n));
+    const uint32_t k = length_within(text, n);
     grow_for(s, n, k);
     const uint32_t length = header_of(*s)->length;
     ZU_wchar* gap = *s + std::min(position, length); // growing may have cut the text
@@ -165,15 +180,10 @@ ZU_s* ZU_s_insert_n(ZU_s* s, uint32_t position, const ZU_wchar* text, uint32_t n
 ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n) {
     if (n == 0)
         return s;
-    if (lies_within(*s, text)) {
-        const zu::owned<ZU_wchar> copy(copied_aside(text, n));
-        return ZU_s_append_n(s, copy.get(), n);
-    }
-    const auto k = static_cast<uint32_t>(platform::wcsnlen(text, n));
-    grow_for(s, n, k);
-    const uint32_t length = header_of(*s)->length;
-    std::memcpy(*s + length, text, k * sizeof(ZU_wchar));
-    set_length(*s, length + k);
+    if (has_room(*s, n) && !lies_within(*s, text))
+        put_behind(*s, text, length_within(text, n));
+    else
+        append_with_growth(s, text, n);
     return s;
 }
 

@@ -18,32 +18,27 @@ size_t format_output::taken(size_t length) {
     return fits;
 }
 
-void format_output::put(WCHAR unit) {
-    if (taken(1) == 1)
-        *at_++ = unit;
-}
-
-void format_output::put(const WCHAR* text, size_t length) {
+void format_output::put_long(const WCHAR* text, size_t length) {
     if (const size_t fits = taken(length)) {
         std::memcpy(at_, text, fits * sizeof(WCHAR));
         at_ += fits;
     }
 }
 
-void format_output::put(const char* text, size_t length) {
+void format_output::put(const char* text, size_t length, WCHAR point) {
     const char* end = text + taken(length);
-    while (text != end)
-        *at_++ = static_cast<unsigned char>(*text++);
+    for (; text != end; ++text)
+        *at_++ = *text == '.' ? point : static_cast<unsigned char>(*text);
 }
 
-void format_output::fill(WCHAR unit, size_t length) {
+void format_output::fill_some(WCHAR unit, size_t length) {
     at_ = std::fill_n(at_, taken(length), unit);
 }
 
 int format_output::finish() {
     if (left_ > 0)
         *at_ = 0;
-    return failed_ ? -1 : static_cast<int>(count_);
+    return failed_ || count_ > INT_MAX ? -1 : static_cast<int>(count_);
 }
 
 namespace {
@@ -142,7 +137,10 @@ int _vsnwprintf(WCHAR* out, size_t count, const WCHAR* format, va_list arguments
         if (!*end)
             break;
         conversion how;
-        format = parse_conversion(end + 1, list, how);
+        how.letter = end[1];
+        const bool is_plain =
+            how.letter == u's' || how.letter == u'd' || how.letter == u'u'; // nothing to be read
+        format = is_plain ? end + 2 : parse_conversion(end + 1, list, how);
         put_conversion(output, how, list);
     }
     return output.finish();

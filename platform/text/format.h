@@ -14,10 +14,23 @@ class format_output {
 public:
     format_output(WCHAR* out, size_t size) : at_(out), left_(size), size_(size), measures_(!out) {}
 
-    void put(WCHAR unit);
-    void put(const WCHAR* text, size_t length);
-    void put(const char* text, size_t length); // each byte becomes one character
-    void fill(WCHAR unit, size_t length);
+    void put(WCHAR unit) { put(&unit, 1); }
+    void put(const WCHAR* text, size_t length) {
+        if (length > short_length || length > left_) {
+            put_long(text, length);
+            return;
+        }
+        count_ += length;
+        left_ -= length;
+        for (const WCHAR* const end = text + length; text != end;) // most pieces are short: no call
+            *at_++ = *text++;
+    }
+    // Each byte becomes one character, and a full stop the point.
+    void put(const char* text, size_t length, WCHAR point = u'.');
+    void fill(WCHAR unit, size_t length) {
+        if (length != 0)
+            fill_some(unit, length);
+    }
 
     // The output cannot be made any more: it does not fit, or its length is no int.
     void fail() { failed_ = true; }
@@ -30,7 +43,11 @@ public:
     int finish();
 
 private:
+    static constexpr size_t short_length = 16;
+
     size_t taken(size_t length);
+    void put_long(const WCHAR* text, size_t length);
+    void fill_some(WCHAR unit, size_t length);
 
     WCHAR* at_;
     size_t left_;

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
+#include <iterator>
 
 #include "platform/text/format.h"
 
@@ -18,22 +20,22 @@ struct number_text {
     size_t prefix_length;
     const char* digits;
     size_t digit_count;
-    size_t leading_zeros = 0;  // between prefix and digits
+    WCHAR point;               // what a full stop among the digits stands for
     size_t trailing_zeros = 0; // after the first `mantissa` digits
     size_t mantissa = 0;
 };
 
-void put_number(format_output& out, const conversion& how, const number_text& number, bool fill_with_zeros) {
-    const size_t length =
-        number.prefix_length + number.leading_zeros + number.digit_count + number.trailing_zeros;
+void put_number(format_output& out, const conversion& how, const number_text& number, bool is_finite) {
+    const size_t length = number.prefix_length + number.digit_count + number.trailing_zeros;
     const size_t padding = how.width > length ? how.width - length : 0;
-    fill_with_zeros &= !how.left;
-    if (!how.left && !fill_with_zeros)
+    const bool fills_with_zeros = how.zeros && is_finite && !how.left;
+    const size_t before_zeros = number.trailing_zeros > 0 ? number.mantissa : number.digit_count;
+    if (!how.left && !fills_with_zeros)
         out.fill(u' ', padding);
     out.put(number.prefix, number.prefix_length);
-    out.fill(u'0', number.leading_zeros + (fill_with_zeros ? padding : 0));
-    const size_t before_zeros = number.trailing_zeros > 0 ? number.mantissa : number.digit_count;
-    out.put(number.digits, before_zeros);
+    if (fills_with_zeros)
+        out.fill(u'0', padding);
+    out.put(number.digits, before_zeros, number.point);
     out.fill(u'0', number.trailing_zeros);
     out.put(number.digits + before_zeros, number.digit_count - before_zeros);
     if (how.left)
@@ -57,43 +59,47 @@ uint64_t next_integer(const conversion& how, argument_list& arguments, bool is_s
     }
 }
 
+struct digit_pair {
+    WCHAR high, low;
+};
 constexpr auto digit_pairs = [] {
-    std::array<char, 200> pairs{};
-    for (size_t i = 0; i < 100; ++i) {
-        pairs[2 * i] = static_cast<char>('0' + i / 10);
-        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
-    }
+    std::array<digit_pair, 100> pairs{};
+    for (size_t i = 0; i < pairs.size(); ++i)
+        pairs[i] = {static_cast<WCHAR>(u'0' + i / 10), static_cast<WCHAR>(u'0' + i % 10)};
     return pairs;
 }();
 
 // These write the digits so that they end at `end`, and return where they begin; there are none for 0.
-char* write_decimal(uint64_t value, char* end) {
-    while (value >= 100) {
+template <class Number>
+WCHAR* write_decimal(Number value, WCHAR* end) {
+    for (; value >= 100; value /= 100) {
         end -= 2;
-        std::memcpy(end, &digit_pairs[value % 100 * 2], 2);
-        value /= 100;
+        std::memcpy(end, &digit_pairs[value % 100], sizeof(digit_pair));
     }
     if (value >= 10) {
         end -= 2;
-        std::memcpy(end, &digit_pairs[value * 2], 2);
+        std::memcpy(end, &digit_pairs[value], sizeof(digit_pair));
     } else if (value > 0) {
-        *--end = static_cast<char>('0' + value);
+        *--end = static_cast<WCHAR>(u'0' + value);
     }
     return end;
 }
 
-char* write_binary(uint64_t value, unsigned bits, const char* alphabet, char* end) {
+WCHAR* write_binary(uint64_t value, unsigned bits, const WCHAR* alphabet, WCHAR* end) {
     for (; value; value >>= bits)
         *--end = alphabet[value & ((1u << bits) - 1)];
     return end;
 }
 
-char* write_digits(uint64_t value, WCHAR letter, char* end) {
+WCHAR* write_digits(uint64_t value, WCHAR letter, WCHAR* end) {
     switch (letter) {
-    case u'o': return write_binary(value, 3, "01234567", end);
-    case u'x': return write_binary(value, 4, "0123456789abcdef", end);
-    case u'X': return write_binary(value, 4, "0123456789ABCDEF", end);
-    default: return write_decimal(value, end);
+    case u'o': return write_binary(value, 3, u"01234567", end);
+    case u'x': return write_binary(value, 4, u"0123456789abcdef", end);
+    case u'X': return write_binary(value, 4, u"0123456789ABCDEF", end);
+    default:
+        return value <= UINT32_MAX
+                   ? write_decimal(static_cast<uint32_t>(value), end) // of which dividing is cheap
+                   : write_decimal(value, end);
     }
 }
 
@@ -110,9 +116,10 @@ void put_integer(format_output& out, const conversion& how, argument_list& argum
     if (negative)
         value = 0 - value;
 
-    char area[32];
-    char* const end = area + sizeof area;
-    const char* digits = write_digits(value, how.letter, end);
+    constexpr size_t area_size = 64, most_digits = 22;
+    WCHAR area[area_size];
+    WCHAR* const end = area + area_size;
+    WCHAR* digits = write_digits(value, how.letter, end);
     const auto digit_count = static_cast<size_t>(end - digits);
     const char* prefix = is_signed ? sign_of(negative, how) : "";
     size_t least_digits = how.precision < 0 ? 1 : static_cast<size_t>(how.precision);
@@ -121,9 +128,25 @@ void put_integer(format_output& out, const conversion& how, argument_list& argum
     else if (how.alternative && value)
         prefix = how.letter == u'x' ? "0x" : how.letter == u'X' ? "0X" : prefix;
 
-    number_text number{prefix, std::strlen(prefix), digits, digit_count};
-    number.leading_zeros = least_digits > digit_count ? least_digits - digit_count : 0;
-    put_number(out, how, number, how.zeros && how.precision < 0);
+    const size_t prefix_length = std::strlen(prefix);
+    if (how.zeros && how.precision < 0 && !how.left && how.width > prefix_length)
+        least_digits = std::max(least_digits, how.width - prefix_length);
+    const size_t zeros = least_digits > digit_count ? least_digits - digit_count : 0;
+    const size_t length = prefix_length + zeros + digit_count;
+    const size_t padding = how.width > length ? how.width - length : 0;
+    if (!how.left)
+        out.fill(u' ', padding);
+    if (zeros <= area_size - most_digits - 2) { // as nearly always: the number in one piece
+        digits = std::fill_n(digits - zeros, zeros, u'0') - zeros;
+        digits = std::copy_backward(prefix, prefix + prefix_length, digits);
+        out.put(digits, length);
+    } else {
+        out.put(prefix, prefix_length);
+        out.fill(u'0', zeros);
+        out.put(digits, digit_count);
+    }
+    if (how.left)
+        out.fill(u' ', padding);
 }
 
 namespace {
@@ -144,6 +167,8 @@ public:
             length = block_ ? std::snprintf(block_, size, format, precision, value) : -1;
         }
         length_ = length;
+        if (length > 0)
+            take_point();
     }
     ~floating_text() { std::free(block_); }
     floating_text(const floating_text&) = delete;
@@ -152,9 +177,28 @@ public:
     bool made() const { return length_ >= 0; }
     const char* text() const { return block_ ? block_ : area_; }
     size_t length() const { return static_cast<size_t>(length_); }
+    WCHAR point() const { return point_; } // what a full stop in the text stands for
 
 private:
+    // The locale's decimal point may be one character of several bytes: a full stop takes their place.
+    void take_point() {
+        char* const text = block_ ? block_ : area_;
+        char* const end = text + length_;
+        const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+        char* const begin = std::find_if_not(text, end, is_ascii);
+        if (begin == end)
+            return;
+        const char* const behind = std::find_if(begin, end, is_ascii);
+        wchar_t half[8];
+        if (std::swprintf(half, std::size(half), L"%.1f", 0.5) != 3)
+            return;
+        point_ = static_cast<WCHAR>(half[1]);
+        *begin = '.';
+        length_ = static_cast<int>(std::copy(behind, static_cast<const char*>(end), begin + 1) - text);
+    }
+
     char area_[512];
+    WCHAR point_ = u'.';
     char* block_ = nullptr;
     int length_;
 };
@@ -169,7 +213,8 @@ void put_parts(format_output& out, const conversion& how, const floating_text& t
     const bool hexadecimal = how.letter == u'a' || how.letter == u'A';
     if (finite && hexadecimal)
         digits += 2;
-    number_text number{at, static_cast<size_t>(digits - at), digits, static_cast<size_t>(end - digits)};
+    number_text number{at, static_cast<size_t>(digits - at), digits, static_cast<size_t>(end - digits),
+                       text.point()};
     if (finite && zeros_beyond > 0) {
         const char marks[] = {'e', 'E', 'p', 'P'};
         const char* exponent = hexadecimal ? std::find_first_of(digits, end, marks + 2, marks + 4)
@@ -177,7 +222,7 @@ void put_parts(format_output& out, const conversion& how, const floating_text& t
         number.mantissa = static_cast<size_t>(exponent - digits);
         number.trailing_zeros = static_cast<size_t>(zeros_beyond);
     }
-    put_number(out, how, number, how.zeros && finite);
+    put_number(out, how, number, finite);
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// The runtime library's wide calls that families name.
+// The runtime library's reading of numbers in wide text.
 #include <algorithm>
 #include <climits>
 #include <iterator>
@@ -29,28 +29,6 @@ int digit_value(WCHAR c) {
 }
 
 } // namespace
-
-// Four units at a time, in aligned words: such a word never reaches into another page, so that reading the units
-// behind a terminator is harmless, although no sanitizer can know that.
-__attribute__((no_sanitize("address", "thread"))) size_t wcsnlen(const WCHAR* text, size_t limit) {
-    using word = uint64_t __attribute__((may_alias));
-    constexpr size_t units = sizeof(word) / sizeof(WCHAR);
-    constexpr word ones = 0x0001000100010001u;
-    size_t length = 0;
-    for (; reinterpret_cast<uintptr_t>(text + length) % sizeof(word) != 0; ++length) {
-        if (length == limit || !text[length])
-            return length;
-    }
-    while (length < limit) {
-        const word four = *reinterpret_cast<const word*>(text + length);
-        if ((four - ones) & ~four & (ones << 15))
-            break;
-        length += units;
-    }
-    while (length < limit && text[length])
-        ++length;
-    return std::min(length, limit);
-}
 
 int _wtoi(const WCHAR* text) {
     while (is_space(*text))

@@ -1,4 +1,6 @@
 // Conversions between wide and narrow text, console output, and the helpers on plain texts.
+#include <sys/mman.h>
+
 #include "platform/text/registers.h"
 #include "platform/text/utf8.h"
 #include "support/test.h"
@@ -99,6 +101,28 @@ TEST(utf8, every_character_as_the_plain_algorithm_converts_it) {
     }
     EXPECT_TRUE(narrow_of(all) == narrow(all));
     EXPECT_TRUE(wide_of(narrow(all)) == all);
+}
+
+// Nothing is read behind a terminator, or behind the limit, that lies at the end of a page.
+TEST(wide_text, lengths_at_the_end_of_a_page) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    mprotect(static_cast<char*>(pages) + page, page, PROT_NONE);
+    auto* const end = reinterpret_cast<char16_t*>(static_cast<char*>(pages) + page);
+    std::fill(end - 300, end, u'x');
+    const platform::wide_registers all = platform::registers;
+    for (const platform::wide_registers& used : {platform::wide_registers{}, all}) {
+        platform::registers = used;
+        for (size_t length = 0; length < 300; ++length) {
+            ASSERT_EQ(platform::wcsnlen(end - length, length), length);
+            ASSERT_EQ(platform::wcsnlen(end - 300, length), length);
+            end[-1] = 0;
+            ASSERT_EQ(platform::wcsnlen(end - std::max<size_t>(length, 1), SIZE_MAX),
+                      std::max<size_t>(length, 1) - 1);
+            end[-1] = u'x';
+        }
+    }
+    munmap(pages, 2 * page);
 }
 
 // The environment's character set is looked up once in a process, so that each row has a child of its own.

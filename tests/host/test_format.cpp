@@ -112,6 +112,17 @@ TEST(format_numbers, widths_and_precisions_beyond_any_area) {
     EXPECT_EQ(platform::_snwprintf(nullptr, 0, u"%99999999999999999999d", 1), INT_MAX);
 }
 
+TEST(format_numbers, a_decimal_point_of_several_bytes_is_one_character) {
+    const file_place place;
+    if (run_command("localedef -i ps_AF -f UTF-8 " + place.host_path("ps_AF.UTF-8")).exit_code != 0)
+        GTEST_SKIP() << "the host cannot make the locale: no localedef, or not its sources";
+    setenv("LOCPATH", place.host_path().c_str(), 1);
+    ASSERT_STREQ(setlocale(LC_NUMERIC, "ps_AF.UTF-8"), "ps_AF.UTF-8");
+    EXPECT_EQ(formatted(u"%.2f|%08.1f|%-7.1f|%e|%.1101f", 1.5, -0.5, 2.5, 1e9, 0.5).substr(0, 40),
+              u"1\u066b50|-00000\u066b5|2\u066b5    |1\u066b000000e+09|0\u066b5000");
+    setlocale(LC_NUMERIC, "C");
+}
+
 TEST(format_texts, by_the_rules_of_the_platform) {
     const char narrow[] = "nar\xe9", narrow_open[] = {'a', 'b', 'c'};
     const char16_t wide[] = u"wid\u20ac", wide_open[] = {u'a', u'b', u'c'};
