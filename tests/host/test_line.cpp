@@ -23,12 +23,14 @@ std::vector<std::string> lines(ZU_file* file, uint32_t limit) {
         EXPECT_EQ(static_cast<const void*>(line), buffer.data);
         result.emplace_back(line, length);
     }
-    EXPECT_TRUE(length == 0 && short_read == (limit != 0));
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(short_read, limit != 0);
     ZU_buf_destroy(&buffer);
     return result;
 }
 
-TEST(line, ends_at_a_line_feed_or_zero_and_loses_one_carriage_return) {
+// A line ends at a line feed or a zero byte, and loses one carriage return.
+TEST(line, line_ends) {
     const std::string long_line(300, 'x'), chunk(128, 'c');
     // clang-format off
     const struct {
@@ -49,7 +51,7 @@ TEST(line, ends_at_a_line_feed_or_zero_and_loses_one_carriage_return) {
     }
 }
 
-TEST(line, leaves_the_position_at_the_next_line_and_tells_when_the_end_was_met) {
+TEST(line, position_and_short_read) {
     const file_place place;
     place.write("f", "abc\ndef");
     const open_file f;
@@ -63,10 +65,13 @@ TEST(line, leaves_the_position_at_the_next_line_and_tells_when_the_end_was_met) 
         return copy;
     };
     EXPECT_EQ(next(), "abc");
-    EXPECT_TRUE(ZU_tell_file(f.file, &position) && position == 4 && short_read == 1);
+    EXPECT_TRUE(ZU_tell_file(f.file, &position));
+    EXPECT_EQ(position, 4u);
+    EXPECT_EQ(short_read, 1);
     EXPECT_EQ(next(), "def");
     EXPECT_EQ(next(), "<null>");
-    EXPECT_TRUE(short_read == 1 && length == 0);
+    EXPECT_EQ(short_read, 1);
+    EXPECT_EQ(length, 0u);
     const std::string filler(ZU_GET_LINE_MAX, 'x');
     place.write("f", "abc\ndefghi\n" + filler + "y\n");
     EXPECT_EQ(next(), "ghi") << "what another appended meanwhile is read";
@@ -75,9 +80,10 @@ TEST(line, leaves_the_position_at_the_next_line_and_tells_when_the_end_was_met) 
     EXPECT_EQ(next(), "y");
 
     const open_file unreadable(ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING | shared);
-    EXPECT_EQ(code_of(ZU_get_line(unreadable.file, &length, &short_read)), 5u)
+    EXPECT_EQ(code_of(ZU_get_line(unreadable.file, &length, &short_read)), codes::access_denied)
         << "a failed read is not the end";
-    EXPECT_TRUE(length == 0 && short_read == 0);
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(short_read, 0);
 }
 
 } // namespace

@@ -38,7 +38,7 @@ names listed(const std::u16string& directory) {
     return all;
 }
 
-TEST_F(lookup, letter_case_is_ignored_in_every_component) {
+TEST_F(lookup, letter_case) {
     place.make_directory("Data");
     place.make_directory("Data/Größe");
     place.write("Data/Größe/ΣΊΣΥΦΟΣ.txt", "data");
@@ -46,9 +46,9 @@ TEST_F(lookup, letter_case_is_ignored_in_every_component) {
     EXPECT_EQ(found_name(u"\\\\?\\T:\\dATA\\GRÖßE\\σίσυφος.TXT"), u"ΣΊΣΥΦΟΣ.txt");
     EXPECT_EQ(found_name(u"T:\\DATA/größe/../GRÖßE"), u"Größe");
     // Nothing is made beside another spelling of its name.
-    EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt"), 80u);
-    EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt", CREATE_ALWAYS), 183u);
-    EXPECT_EQ(code_of(CreateDirectoryW(u"T:\\data", nullptr)), 183u);
+    EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt"), codes::file_exists);
+    EXPECT_EQ(create_code(u"T:\\DATA\\größe\\σίσυφοσ.txt", CREATE_ALWAYS), codes::already_exists);
+    EXPECT_EQ(code_of(CreateDirectoryW(u"T:\\data", nullptr)), codes::already_exists);
     EXPECT_EQ(create_code(u"T:\\DATA\\New"), 0u);
     EXPECT_EQ(listed(u"T:\\data"), (names{u"Größe", u"New"}));
     // An exact match wins, else the first in byte order.
@@ -65,14 +65,16 @@ TEST_F(lookup, letter_case_is_ignored_in_every_component) {
     }
     EXPECT_FALSE(has_other_case(U'1') || has_other_case(U'_') || has_other_case(U'\x4E00'));
     // A new spelling is taken on, also over a file that is replaced.
-    EXPECT_TRUE(MoveFileExW(u"T:\\abc", u"T:\\xyz", 0) && MoveFileExW(u"T:\\XYZ", u"T:\\xYz", 0));
+    EXPECT_TRUE(MoveFileExW(u"T:\\abc", u"T:\\xyz", 0));
+    EXPECT_TRUE(MoveFileExW(u"T:\\XYZ", u"T:\\xYz", 0));
     EXPECT_EQ(place.read("xYz"), "abc");
     EXPECT_TRUE(MoveFileExW(u"T:\\ABC", u"T:\\XyZ", 1));
     EXPECT_EQ(place.read("XyZ"), "Abc");
     EXPECT_EQ(listed(u"T:"), (names{u"Data", u"XyZ"}));
 }
 
-TEST_F(lookup, every_name_of_the_host_is_listed_opened_renamed_and_deleted) {
+// Each one is listed, opened, renamed and deleted.
+TEST_F(lookup, names_of_the_host) {
     // clang-format off
     const std::pair<const char*, const char16_t*> rows[] = {
         {"caf\xE9", u"caf\xDCE9"}, {"\xC3\xA9\xFF", u"é\xDCFF"},                // no UTF-8
@@ -100,7 +102,7 @@ TEST_F(lookup, every_name_of_the_host_is_listed_opened_renamed_and_deleted) {
     }
     // No file of the host can have these names: there would be two for one, or none.
     for (const char16_t* name : {u"\xDCC3\xDCA9", u"\xD800", u"\xDC00", u"\xDC7F", u"\xDD00", u"a/b", u"a:b"})
-        EXPECT_EQ(attribute_code(place.long_path(name)), 123u);
+        EXPECT_EQ(attribute_code(place.long_path(name)), codes::invalid_name);
     // Each name of one to four bytes out of a critical set comes back from its spelling, and no two share one.
     const std::string bytes = "a:\x01\x80\x82\xA0\xBA\xBF\xC2\xC3\xE2\xED\xEF\xF0\xF4\xFF";
     names spellings;
@@ -117,7 +119,7 @@ TEST_F(lookup, every_name_of_the_host_is_listed_opened_renamed_and_deleted) {
 }
 
 // What is kept of a large directory gives the same answers as a look at it, whoever changes it.
-TEST_F(lookup, large_directories_hold_what_they_hold) {
+TEST_F(lookup, large_directories) {
     place.write("file", "");
     place.make_directory("large");
     for (int i = 0; i < 300; ++i) // of more than one block
@@ -161,13 +163,14 @@ TEST_F(lookup, large_directories_hold_what_they_hold) {
     close(directory);
 }
 
-TEST_F(lookup, lengths_end_where_they_should) {
+TEST_F(lookup, lengths) {
     const std::u16string longest(255, u'n');
     EXPECT_EQ(create_code(place.long_path(longest)), 0u);
     EXPECT_EQ(found_name(place.long_path(longest)), longest);
-    EXPECT_EQ(attribute_code(place.long_path(longest + u"n")), 123u);
-    EXPECT_EQ(attribute_code(place.long_path(longest + u"n\\x")), 123u);
-    EXPECT_EQ(attribute_code(place.long_path(std::u16string(200, u'\x4E00'))), 206u); // 600 bytes
+    EXPECT_EQ(attribute_code(place.long_path(longest + u"n")), codes::invalid_name);
+    EXPECT_EQ(attribute_code(place.long_path(longest + u"n\\x")), codes::invalid_name);
+    EXPECT_EQ(attribute_code(place.long_path(std::u16string(200, u'\x4E00'))),
+              codes::filename_too_long); // 600 bytes
     // Down to the last unit of 32,767, well beyond what the host takes in one call.
     const std::u16string step = u"\\" + std::u16string(249, u'd');
     std::u16string parent, directory = u"\\\\?\\T:";
@@ -178,14 +181,14 @@ TEST_F(lookup, lengths_end_where_they_should) {
     }
     const std::u16string name(32'766 - directory.size(), u'f'), path = directory + u"\\" + name;
     EXPECT_EQ(create_code(path), 0u);
-    EXPECT_EQ(create_code(path + u"f"), 3u);
+    EXPECT_EQ(create_code(path + u"f"), codes::path_not_found);
     std::u16string other_case = path;
     for (char16_t& unit : other_case)
         unit = unit == u'd' || unit == u'f' ? static_cast<char16_t>(unit & ~0x20) : unit;
     EXPECT_EQ(found_name(other_case), name);
-    EXPECT_EQ(create_code(other_case), 80u);
-    EXPECT_EQ(attribute_code(directory + u"\\x"), 2u);
-    EXPECT_EQ(attribute_code(directory + u"x\\y"), 3u);
+    EXPECT_EQ(create_code(other_case), codes::file_exists);
+    EXPECT_EQ(attribute_code(directory + u"\\x"), codes::file_not_found);
+    EXPECT_EQ(attribute_code(directory + u"x\\y"), codes::path_not_found);
     EXPECT_TRUE(SetFileAttributesW(other_case.c_str(), FILE_ATTRIBUTE_HIDDEN));
     EXPECT_EQ(listed(parent), (names{step.substr(1)}));
     EXPECT_TRUE(MoveFileExW(path.c_str(), (parent + u"\\up").c_str(), 0));
@@ -193,13 +196,14 @@ TEST_F(lookup, lengths_end_where_they_should) {
     EXPECT_TRUE(RemoveDirectoryW(directory.c_str()));
 }
 
-TEST_F(lookup, drives_and_shares_are_links_that_are_seen_when_they_change) {
+// They are links, which are seen when they change.
+TEST_F(lookup, drives_and_shares) {
     const std::u16string host_file = wide(place.host_path("disk/file"));
     place.make_directory("disk");
     place.write("disk/file", "");
     for (const char16_t* path : {u"Q:\\file", u"\\\\?\\Q:\\", u"Z:\\"}) // C: is / already
-        EXPECT_EQ(attribute_code(path), 3u);
-    EXPECT_EQ(attribute_code(u"\\\\Srv\\Share\\file"), 53u);
+        EXPECT_EQ(attribute_code(path), codes::path_not_found);
+    EXPECT_EQ(attribute_code(u"\\\\Srv\\Share\\file"), codes::bad_network_path);
     place.map_drive('Q', place.host_path("disk"));
     place.map_drive('R', "/nowhere");
     place.map_share("srv", "share", "../../../../files/disk"); // relative to the link
@@ -220,7 +224,7 @@ TEST_F(lookup, drives_and_shares_are_links_that_are_seen_when_they_change) {
     place.map_drive('C', "");
     setenv("ZU_HOST", (place.host_path() + "/../host/.").c_str(), 1); // another directory to the library
     EXPECT_EQ(attribute_code(u"C:" + host_file), 0u);
-    EXPECT_EQ(attribute_code(u"Z:\\"), 3u);
+    EXPECT_EQ(attribute_code(u"Z:\\"), codes::path_not_found);
     place.map_drive('C', place.host_path("disk"));
     setenv("ZU_HOST", (place.host_path() + "/../host").c_str(), 1);
     EXPECT_EQ(attribute_code(u"C:\\file"), 0u);
@@ -235,7 +239,7 @@ TEST_F(lookup, drives_and_shares_are_links_that_are_seen_when_they_change) {
 }
 
 // What cannot be looked up is a failure: a path never comes to mean another file.
-TEST_F(lookup, drives_stay_what_they_are_for_want_of_descriptors_and_permission) {
+TEST_F(lookup, drives_that_cannot_be_asked_about) {
     place.make_directory("disk");
     place.write("disk/file", "");
     place.map_drive('C', place.host_path("disk"));
@@ -267,7 +271,7 @@ TEST_F(lookup, drives_stay_what_they_are_for_want_of_descriptors_and_permission)
               "0 2 0 0 0 2 0 0 ");
 }
 
-TEST_F(lookup, relative_paths_start_from_the_current_directory) {
+TEST_F(lookup, relative_paths) {
     place.make_directory("work");
     place.make_directory("work/a:b");
     place.write("work/file", "");
@@ -288,7 +292,7 @@ TEST_F(lookup, relative_paths_start_from_the_current_directory) {
                                  u"\\work\\file", u"/work/file", u"..\\..\\..\\work\\file"})
         EXPECT_EQ(attribute_code(path), 0u) << narrow(path);
     for (const char16_t* path : {u"C:file", u"\\file"})
-        EXPECT_EQ(attribute_code(path), 2u) << narrow(path);
+        EXPECT_EQ(attribute_code(path), codes::file_not_found) << narrow(path);
     EXPECT_EQ(found_name(u"."), u"work");
 
     const DWORD length = GetModuleFileNameW(nullptr, text, 300);
@@ -313,7 +317,7 @@ TEST_F(lookup, relative_paths_start_from_the_current_directory) {
         EXPECT_EQ(attribute_code(path), code) << narrow(path);
 }
 
-TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
+TEST_F(lookup, kinds_of_drives) {
     const std::tuple<mount_facts, UINT, const char16_t*> rows[] = {
         {{medium::fixed, 8, 1, false}, DRIVE_FIXED, u"\\Device\\HarddiskVolume5"},
         {{medium::fixed, 8, 17, true}, DRIVE_REMOVABLE, u"\\Device\\HarddiskVolume5"},
@@ -334,9 +338,9 @@ TEST_F(lookup, drives_are_of_the_kind_that_their_mount_is) {
     const DWORD size = QueryDosDeviceW(u"t:", text, 300);
     EXPECT_EQ(size, std::u16string(text).size() + 2);
     EXPECT_EQ(text[size - 1], 0);
-    EXPECT_EQ(code_of(QueryDosDeviceW(u"t:", text, size - 1) != 0), 122u);
+    EXPECT_EQ(code_of(QueryDosDeviceW(u"t:", text, size - 1) != 0), codes::insufficient_buffer);
     for (const char16_t* device : {u"Q:", u"T:\\", u"T", u""})
-        EXPECT_EQ(code_of(QueryDosDeviceW(device, text, 300) != 0), 2u) << narrow(device);
+        EXPECT_EQ(code_of(QueryDosDeviceW(device, text, 300) != 0), codes::file_not_found) << narrow(device);
     ASSERT_EQ(chdir(place.host_path("dir").c_str()), 0);
     const UINT type = GetDriveTypeW(nullptr), none = DRIVE_NO_ROOT_DIR;
     EXPECT_GE(type, DRIVE_REMOVABLE);
@@ -398,13 +402,13 @@ TEST_F(find, each_pattern_has_its_code) {
     }
     EXPECT_EQ(list(u"T:\\*").entries.at(u"link").dwFileAttributes, 0x80u) << "the link itself";
     EXPECT_EQ(list(u"T:\\link").entries.at(u"link").dwFileAttributes, 0x10u) << "what it leads to";
-    EXPECT_EQ(list(u"\\\\?\\T:").code, 123u);
-    EXPECT_EQ(list(u"").code, 3u);
+    EXPECT_EQ(list(u"\\\\?\\T:").code, codes::invalid_name);
+    EXPECT_EQ(list(u"").code, codes::path_not_found);
     EXPECT_EQ(list(u"T:\\empty\\*").names, (std::vector<std::u16string>{u".", u".."}));
     WIN32_FIND_DATAW found;
     for (const HANDLE bad : {HANDLE{}, INVALID_HANDLE_VALUE, CreateEventW(nullptr, 0, 0, nullptr)}) {
-        EXPECT_EQ(code_of(FindNextFileW(bad, &found)), 6u);
-        EXPECT_EQ(code_of(FindClose(bad)), 6u);
+        EXPECT_EQ(code_of(FindNextFileW(bad, &found)), codes::invalid_handle);
+        EXPECT_EQ(code_of(FindClose(bad)), codes::invalid_handle);
     }
 }
 
@@ -424,14 +428,14 @@ TEST_F(find, large_and_changing_directories_are_walked_whole) {
         seen += DeleteFileW((u"T:\\large\\" + std::u16string(found.cFileName)).c_str()) != 0;
     EXPECT_EQ(seen, count);
     EXPECT_FALSE(FindNextFileW(search, &found));
-    EXPECT_EQ(GetLastError(), 18u) << "again";
+    EXPECT_EQ(GetLastError(), codes::no_more_files) << "again";
     EXPECT_TRUE(FindClose(search));
 
     fill();
     const HANDLE cut_short = FindFirstFileW(u"T:\\large\\*", &found);
     std::filesystem::remove_all(place.host_path("large"));
     while (FindNextFileW(cut_short, &found)) {}
-    EXPECT_EQ(GetLastError(), 18u) << "the directory is gone, and so are its entries";
+    EXPECT_EQ(GetLastError(), codes::no_more_files) << "the directory is gone, and so are its entries";
     EXPECT_TRUE(FindClose(cut_short));
 }
 

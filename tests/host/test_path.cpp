@@ -55,7 +55,7 @@ TEST_F(paths, directory_part_and_last_component) {
     EXPECT_EQ(taken(ZU_get_path(nullptr)), none);
 }
 
-TEST_F(paths, the_actual_path_is_absolute_and_spelled_as_stored) {
+TEST_F(paths, actual_path) {
     place.make_directory("Data");
     place.make_directory("Data/LOGS");
     place.write("Data/LOGS/A.txt", "");
@@ -89,7 +89,7 @@ TEST_F(paths, the_actual_path_is_absolute_and_spelled_as_stored) {
     EXPECT_EQ(taken(ZU_get_actual_full_path(u"data\\logs")), u"T:\\Data\\LOGS");
 }
 
-TEST_F(paths, a_current_directory_beyond_every_buffer_and_one_that_is_gone) {
+TEST_F(paths, long_and_lost_current_directory) {
     ASSERT_EQ(chdir(place.host_path().c_str()), 0);
     text expected = u"T:";
     for (int depth = 0; depth < 25; ++depth) {
@@ -100,13 +100,13 @@ TEST_F(paths, a_current_directory_beyond_every_buffer_and_one_that_is_gone) {
     EXPECT_EQ(taken(ZU_get_current_dir()), expected);
     EXPECT_EQ(taken(ZU_get_actual_full_path(u".")), expected);
     EXPECT_FALSE(ZU_delete_dir(u".")) << "a process keeps its own current directory";
-    EXPECT_EQ(GetLastError(), 32u);
+    EXPECT_EQ(GetLastError(), codes::sharing_violation);
     std::filesystem::remove_all(place.host_path(std::string(250, 'd')));
     EXPECT_EQ(taken(ZU_get_current_dir()), none);
-    EXPECT_EQ(GetLastError(), 2u);
+    EXPECT_EQ(GetLastError(), codes::file_not_found);
 }
 
-TEST_F(paths, the_stored_name_replaces_the_last_component_in_place) {
+TEST_F(paths, stored_name_in_place) {
     place.make_directory("Data");
     place.write("Data/\u00c4b.TXT", "");
     const std::pair<const char16_t*, const char16_t*> rows[] = {
@@ -123,10 +123,10 @@ TEST_F(paths, the_stored_name_replaces_the_last_component_in_place) {
         EXPECT_EQ(text(buffer), corrected == none ? path : corrected);
     }
     EXPECT_EQ(taken(ZU_get_actual_file_name(u"T:\\d*a")), u"Data") << "the first match";
-    EXPECT_EQ(GetLastError(), 2u);
+    EXPECT_EQ(GetLastError(), codes::file_not_found);
 }
 
-TEST_F(paths, the_program_and_what_lies_beside_it) {
+TEST_F(paths, program_path) {
     const text program = taken(ZU_get_exe_path()), folder = taken(ZU_get_path(program.c_str()));
     EXPECT_EQ(program, folder + u"\\test_path");
     EXPECT_EQ(taken(ZU_generate_local_path(u"x\\run.ini")), folder + u"\\x\\run.ini");
@@ -165,7 +165,8 @@ TEST_F(stat, mode_size_and_drive) {
         EXPECT_EQ(status.st_mode, mode) << narrow(path);
         EXPECT_EQ(status.st_size, size) << narrow(path);
         EXPECT_EQ(status.st_nlink, 1);
-        EXPECT_TRUE(status.st_dev == 19u && status.st_rdev == 19u) << "T:";
+        EXPECT_EQ(status.st_dev, 19u) << "T:";
+        EXPECT_EQ(status.st_rdev, 19u);
     }
     // Roots have no entry and a fixed time.
     place.map_share("srv", "share", place.host_path());
@@ -173,7 +174,8 @@ TEST_F(stat, mode_size_and_drive) {
     for (const char16_t* root :
          {u"C:\\", u"C:", u"\\\\?\\c:\\", u"\\\\srv\\share", u"\\\\?\\unc\\SRV\\Share\\"}) {
         const ZU_stat status = status_of(root);
-        EXPECT_TRUE(status.st_mode == 0x41FF && status.st_size == 0);
+        EXPECT_EQ(status.st_mode, 0x41FF);
+        EXPECT_EQ(status.st_size, 0);
         EXPECT_EQ(status.st_dev, root[1] == u':' || root[4] == u'c' ? 2u : 0u);
         for (ZU_time_t time : {status.st_atime, status.st_mtime, status.st_ctime})
             EXPECT_EQ(time, 315532800 + 5 * 3600);
@@ -230,7 +232,7 @@ TEST_F(stat, times_are_converted_with_the_offset_in_force_now) {
         }
     }
     EXPECT_TRUE(ZU_set_file_time(u"T:\\", 1, 1, 1)) << "a drive's root: nothing to do";
-    EXPECT_EQ(code_of(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), 2u);
+    EXPECT_EQ(code_of(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), codes::file_not_found);
     set_modification(place, "f", 5'000'000'000);
     EXPECT_EQ(status_of(u"T:\\f").st_mtime, -1) << "a time past 2038 is none";
 }
@@ -268,7 +270,7 @@ TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for
     const char16_t* names[] = {u"a.txt", u"b\xdcff\xf03a", u"link", u"sub"};
     for (const auto& [given, prefix] : forms) {
         const auto all = walk(given, ZU_ENUM_DIR_SIZE | ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS);
-        EXPECT_EQ(GetLastError(), 18u);
+        EXPECT_EQ(GetLastError(), codes::no_more_files);
         ASSERT_EQ(all.size(), 4u) << narrow(given);
         for (size_t i = 0; i < all.size(); ++i) {
             EXPECT_EQ(all[i].first, text(prefix) + names[i]);
@@ -276,12 +278,14 @@ TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for
             EXPECT_NE(all[i].second.creation_time, -1);
         }
         EXPECT_EQ(all[0].second.size, 5u);
-        EXPECT_TRUE(all[0].second.modification_time == 1137000000 && all[0].second.access_time == 1137000000);
+        EXPECT_EQ(all[0].second.modification_time, 1137000000);
+        EXPECT_EQ(all[0].second.access_time, 1137000000);
     }
     const auto plain = walk(u"T:\\dir", 0);
     ASSERT_EQ(plain.size(), 6u) << "with . and ..";
     EXPECT_EQ(plain[1].first, u"T:\\dir\\..");
-    EXPECT_TRUE(plain[2].second.size == 0 && plain[2].second.modification_time == -1) << "not asked for";
+    EXPECT_EQ(plain[2].second.size, 0u) << "not asked for";
+    EXPECT_EQ(plain[2].second.modification_time, -1);
     place.make_directory("empty");
     const std::pair<const char16_t*, uint32_t> failures[] = {
         {u"", 3}, {u"T:\\empty", 18}, {u"T:\\missing", 3}, {u"T:\\dir\\a.txt", 267}, {u"Q:\\", 3}};

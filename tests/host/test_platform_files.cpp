@@ -89,11 +89,12 @@ TEST_F(platform_files, each_situation_of_opening_has_its_code) {
     }
     furnish(place);
     for (const DWORD disposition : {0u, 6u})
-        EXPECT_EQ(open_code(place.long_path(u"file"), R, disposition), 87u);
-    EXPECT_EQ(open_code(u"", R, OPEN_EXISTING), 87u);
+        EXPECT_EQ(open_code(place.long_path(u"file"), R, disposition), codes::invalid_parameter);
+    EXPECT_EQ(open_code(u"", R, OPEN_EXISTING), codes::invalid_parameter);
     SECURITY_ATTRIBUTES security{};
     CreateFileW(place.long_path(u"new").c_str(), W, 0, &security, CREATE_NEW, 0x80, nullptr);
-    EXPECT_TRUE(GetLastError() == 50u && !place.exists("new"));
+    EXPECT_EQ(GetLastError(), codes::not_supported);
+    EXPECT_FALSE(place.exists("new"));
 
     const std::tuple<const char16_t*, DWORD, DWORD, DWORD> existing[] = {
         {u"read-only", A, 0x80, 0},   {u"read-only", W, backup, 5}, {u"directory", A, 0x80, 5},
@@ -106,10 +107,10 @@ TEST_F(platform_files, each_situation_of_opening_has_its_code) {
     char byte;
     DWORD done;
     const layer_file directory(place.long_path(u"directory"), R, OPEN_EXISTING, 0, backup);
-    EXPECT_EQ(code_of(ReadFile(directory, &byte, 1, &done, nullptr)), 1u);
+    EXPECT_EQ(code_of(ReadFile(directory, &byte, 1, &done, nullptr)), codes::invalid_function);
 }
 
-TEST_F(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
+TEST_F(platform_files, rights_and_bounds) {
     place.write("file", "0123456789");
     const std::u16string path = place.long_path(u"file");
     layer_file reader(path, R, OPEN_EXISTING, shared), writer(path, W, OPEN_EXISTING, shared);
@@ -118,16 +119,16 @@ TEST_F(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
     for (const char* part : {"012345", "6789", ""})
         EXPECT_EQ(read_some(reader, 6), part);
     for (const DWORD count : {0u, 1u})
-        EXPECT_EQ(code_of(ReadFile(writer, &byte, count, &done, nullptr)), 5u);
-    EXPECT_EQ(write_code(reader, ""), 5u);
-    EXPECT_EQ(code_of(ReadFile(reader, nullptr, 1, &done, nullptr)), 998u);
-    EXPECT_EQ(code_of(WriteFile(writer, nullptr, 1, &done, nullptr)), 998u);
+        EXPECT_EQ(code_of(ReadFile(writer, &byte, count, &done, nullptr)), codes::access_denied);
+    EXPECT_EQ(write_code(reader, ""), codes::access_denied);
+    EXPECT_EQ(code_of(ReadFile(reader, nullptr, 1, &done, nullptr)), codes::noaccess);
+    EXPECT_EQ(code_of(WriteFile(writer, nullptr, 1, &done, nullptr)), codes::noaccess);
     EXPECT_EQ(done, 0u);
-    EXPECT_EQ(code_of(SetEndOfFile(reader)), 5u);
-    EXPECT_EQ(code_of(FlushFileBuffers(reader)), 5u);
+    EXPECT_EQ(code_of(SetEndOfFile(reader)), codes::access_denied);
+    EXPECT_EQ(code_of(FlushFileBuffers(reader)), codes::access_denied);
 
     EXPECT_EQ(seek_code(reader, -3, FILE_END, 7), 0u);
-    EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_CURRENT), 131u);
+    EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_CURRENT), codes::negative_seek);
     EXPECT_EQ(read_some(reader, 9), "789") << "where it was";
     EXPECT_EQ(seek_code(reader, INT64_MAX, FILE_BEGIN, INT64_MAX), 0u);
     EXPECT_EQ(read_some(reader, 1), "");
@@ -135,16 +136,17 @@ TEST_F(platform_files, reads_writes_and_seeks_keep_to_the_rights_and_bounds) {
     EXPECT_EQ(seek_code(writer, 12, FILE_BEGIN), 0u);
     EXPECT_EQ(write_code(writer, ""), 0u);
     EXPECT_EQ(place.read("file").size(), 10u) << "writing nothing does not extend";
-    EXPECT_TRUE(SetEndOfFile(writer) && FlushFileBuffers(writer));
+    EXPECT_TRUE(SetEndOfFile(writer));
+    EXPECT_TRUE(FlushFileBuffers(writer));
     EXPECT_EQ(write_code(writer, "x"), 0u) << "the pointer stays";
     EXPECT_EQ(place.read("file"), std::string("0123456789\0\0x", 13));
 
     const HANDLE closed = reader;
     reader.close();
     for (const HANDLE bad : {closed, HANDLE{}, INVALID_HANDLE_VALUE}) {
-        EXPECT_EQ(code_of(ReadFile(bad, &byte, 1, &done, nullptr)), 6u);
-        EXPECT_EQ(write_code(bad, "x"), 6u);
-        EXPECT_EQ(seek_code(bad, 0, FILE_BEGIN), 6u);
+        EXPECT_EQ(code_of(ReadFile(bad, &byte, 1, &done, nullptr)), codes::invalid_handle);
+        EXPECT_EQ(write_code(bad, "x"), codes::invalid_handle);
+        EXPECT_EQ(seek_code(bad, 0, FILE_BEGIN), codes::invalid_handle);
     }
 }
 
@@ -179,7 +181,8 @@ TEST_F(platform_files, reading_ahead_hides_nothing) {
     EXPECT_EQ(read_some(both, 6), "");
 }
 
-TEST_F(platform_files, pipes_carry_what_is_written_whatever_signals_come_and_tell_when_the_reader_is_gone) {
+// What is written arrives, whatever signals come; a writer learns that its reader is gone; no reader is held up.
+TEST_F(platform_files, pipes) {
     struct sigaction nothing = {};
     nothing.sa_handler = [](int) {};
     ASSERT_EQ(sigaction(SIGALRM, &nothing, nullptr), 0);
@@ -208,7 +211,7 @@ TEST_F(platform_files, pipes_carry_what_is_written_whatever_signals_come_and_tel
     EXPECT_EQ(read_some(reader, 100), "through");
     setitimer(ITIMER_REAL, &never, nullptr);
     late.join();
-    EXPECT_EQ(seek_code(writer, 0, FILE_END), 132u);
+    EXPECT_EQ(seek_code(writer, 0, FILE_END), codes::seek_on_device);
     // Another user's pipe, which its writer keeps open and silent, holds nobody up.
     if (is_root()) {
         ASSERT_EQ(chown(host.c_str(), 12345, 12345), 0);
@@ -219,10 +222,11 @@ TEST_F(platform_files, pipes_carry_what_is_written_whatever_signals_come_and_tel
     }
     reader.close();
     close(other);
-    EXPECT_EQ(write_code(writer, "nowhere"), 109u);
+    EXPECT_EQ(write_code(writer, "nowhere"), codes::broken_pipe);
 }
 
-TEST_F(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone) {
+// Whole lines are left where the writer is alone.
+TEST_F(platform_files, full_disk) {
     if (!is_root())
         GTEST_SKIP() << "mounting a small file system takes root";
     const std::u16string path = place.long_path(u"file"), missing = place.long_path(u"new");
@@ -235,7 +239,7 @@ TEST_F(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone)
         DWORD code = 0;
         while (code == 0)
             code = write_code(file, line);
-        EXPECT_EQ(code, 112u);
+        EXPECT_EQ(code, codes::disk_full);
         EXPECT_EQ(place.read("file").size() % line.size() == 0, share != shared);
     }
     ASSERT_TRUE(disk.remount_read_only());
@@ -244,11 +248,12 @@ TEST_F(platform_files, a_full_disk_leaves_whole_lines_where_the_writer_is_alone)
                            code_of(CreateDirectoryW(missing.c_str(), nullptr)),
                            code_of(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY))};
     for (const DWORD code : codes)
-        EXPECT_EQ(code, 19u);
+        EXPECT_EQ(code, codes::write_protect);
     EXPECT_EQ(open_code(path, R, OPEN_EXISTING), 0u);
 }
 
-TEST_F(platform_files, the_limit_for_file_sizes_is_a_failure_and_no_signal) {
+// A failure, and no signal.
+TEST_F(platform_files, file_size_limit) {
     const outcome child = run_child([&] {
         const rlimit limit{10'000, 10'000};
         setrlimit(RLIMIT_FSIZE, &limit);
@@ -286,7 +291,8 @@ TEST_F(platform_files, deleting_and_making_directories_have_their_codes) {
                                             : CreateDirectoryW(path.c_str(), nullptr);
             EXPECT_EQ(result, codes[call] == 0) << narrow(name) << ' ' << call;
             EXPECT_EQ(GetLastError(), result ? untouched : codes[call]) << narrow(name) << ' ' << call;
-            EXPECT_TRUE(fresh.exists("full/x") && fresh.exists("read-only")) << "only links themselves go";
+            EXPECT_TRUE(fresh.exists("full/x")) << "only links themselves go";
+            EXPECT_TRUE(fresh.exists("read-only"));
         }
     }
 }
@@ -318,13 +324,15 @@ TEST_F(platform_files, moving_has_its_codes_and_loses_nothing) {
                 continue;
             }
             const bool replaces = strcasecmp(to.c_str(), "other") == 0;
-            EXPECT_TRUE(fresh.exists(to) && fresh.exists(from) == (from == to));
+            EXPECT_TRUE(fresh.exists(to));
+            EXPECT_EQ(fresh.exists(from), from == to);
             EXPECT_TRUE(fresh.read("other") == (!replaces ? "other" : to == "other" ? from : ""));
         }
     }
 }
 
-TEST_F(platform_files, a_directory_without_permission_refuses_with_5_what_it_does_not_permit) {
+// What a directory does not permit fails with 5.
+TEST_F(platform_files, directory_permissions) {
     for (const auto& [directory, mode] : {std::pair{"closed", 0}, {"fixed", 0555}, {"listed", 0444}}) {
         place.make_directory(directory);
         place.write(directory + std::string("/file"), "data");
@@ -383,7 +391,8 @@ TEST_F(platform_files, streams_open_in_each_mode) {
     }
     FILE* nothing = _wfopen(u"NUL", u"w");
     ASSERT_NE(nothing, nullptr);
-    EXPECT_TRUE(std::fputs("gone", nothing) >= 0 && platform::fclose(nothing) == 0);
+    EXPECT_GE(std::fputs("gone", nothing), 0);
+    EXPECT_EQ(platform::fclose(nothing), 0);
 }
 
 std::string stored_text(const std::string& path) {
@@ -477,17 +486,18 @@ TEST(attributes, fail_with_50_where_they_cannot_be_kept) {
     for (const DWORD kept : {0x01u, 0x80u}) {
         EXPECT_TRUE(SetFileAttributesW(u"T:\\file", kept));
         for (const DWORD bits : {0x02u, 0x03u})
-            EXPECT_EQ(code_of(SetFileAttributesW(u"T:\\file", bits)), 50u);
+            EXPECT_EQ(code_of(SetFileAttributesW(u"T:\\file", bits)), codes::not_supported);
         EXPECT_EQ(GetFileAttributesW(u"T:\\file"), kept);
     }
     layer_file file(u"T:\\file", FILE_WRITE_ATTRIBUTES, OPEN_EXISTING);
     FILETIME before, after, time{0x12345678, 0x1C00000};
     EXPECT_TRUE(GetFileTime(file, nullptr, nullptr, &before));
-    EXPECT_EQ(code_of(SetFileTime(file, &time, nullptr, &time)), 50u);
+    EXPECT_EQ(code_of(SetFileTime(file, &time, nullptr, &time)), codes::not_supported);
     EXPECT_TRUE(GetFileTime(file, nullptr, nullptr, &after));
     EXPECT_EQ(before.dwLowDateTime, after.dwLowDateTime);
     file.close();
-    EXPECT_EQ(layer_file(u"T:\\new", GENERIC_WRITE, CREATE_NEW, 0, FILE_ATTRIBUTE_HIDDEN).code, 50u);
+    EXPECT_EQ(layer_file(u"T:\\new", GENERIC_WRITE, CREATE_NEW, 0, FILE_ATTRIBUTE_HIDDEN).code,
+              codes::not_supported);
     EXPECT_FALSE(place.exists("new"));
     umount2(place.host_path().c_str(), MNT_DETACH);
 }
@@ -530,7 +540,7 @@ TEST(attributes, times_come_back_exactly_and_one_by_one) {
             const layer_file file(path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING, 0, FILE_FLAG_BACKUP_SEMANTICS);
             EXPECT_TRUE(SetFileTime(file, &created, &accessed, &written)) << GetLastError();
             EXPECT_TRUE(SetFileTime(file, nullptr, &none, &keep)) << "nothing changes";
-            EXPECT_EQ(code_of(SetFileTime(file, &written, &bad, nullptr)), 87u);
+            EXPECT_EQ(code_of(SetFileTime(file, &written, &bad, nullptr)), codes::invalid_parameter);
             FILETIME times[3];
             EXPECT_TRUE(GetFileTime(file, &times[0], &times[1], &times[2]));
             EXPECT_EQ(std::bit_cast<uint64_t>(times[0]), base);
@@ -539,7 +549,7 @@ TEST(attributes, times_come_back_exactly_and_one_by_one) {
         }
         EXPECT_EQ(mode_of(place.host_path("file")), 0444u);
         const layer_file reader(u"T:\\file", GENERIC_READ, OPEN_EXISTING);
-        EXPECT_EQ(code_of(SetFileTime(reader, nullptr, nullptr, &created)), 5u);
+        EXPECT_EQ(code_of(SetFileTime(reader, nullptr, nullptr, &created)), codes::access_denied);
     });
 }
 
@@ -551,7 +561,7 @@ TEST(attributes, links_pass_questions_on) {
     EXPECT_TRUE(SetFileAttributesW(u"T:\\link", 0x03));
     EXPECT_EQ(GetFileAttributesW(u"T:\\target"), 0x03u);
     EXPECT_EQ(GetFileAttributesW(u"T:\\dangling"), 0x80u);
-    EXPECT_EQ(code_of(SetFileAttributesW(u"T:\\dangling", FILE_ATTRIBUTE_HIDDEN)), 50u);
+    EXPECT_EQ(code_of(SetFileAttributesW(u"T:\\dangling", FILE_ATTRIBUTE_HIDDEN)), codes::not_supported);
     EXPECT_EQ(layer_file(u"T:\\dangling", GENERIC_WRITE, OPEN_ALWAYS).code, 0u);
     EXPECT_TRUE(place.exists("nowhere"));
 }
