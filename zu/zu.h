@@ -1233,7 +1233,7 @@ ZU_API uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_se
  * rotated first: name.1 is the latest older file, name.2 the one before it, up to generations - 1. A generation that
  * cannot be moved stays, and the line is appended.
  *
- * While one process writes, another's write to the same file fails and is not in its result. Whoever may read the file
+ * While one process writes, another's write to the same file fails and is not in its result. A user who may read the file
  * can keep every record out of it in the same way, by holding it open without sharing it with writers: where users of
  * the machine are not trusted, give the file or its directory a mode such as 0640 or 0750. Processes that rotate one
  * set of files without taking turns lose records that were reported as written; before_write and after_write are the
@@ -1395,7 +1395,7 @@ typedef struct ZU_int_list {
     int32_t* values; /* null for none */
 } ZU_int_list;
 
-/* What a kind of timer can do. */
+/* The operations of a kind of timer. */
 typedef struct ZU_timer_ops {
     int32_t reserved; /* 16 */
 

@@ -26,7 +26,7 @@ hook_node* find_hook(ZU_log_hook function, const void* user_data) {
     return nullptr;
 }
 
-// The directory of the executable, without the backslash; a path without one is used whole.
+// The directory of the executable, without its backslash; a path without a backslash is used whole.
 ZU_wchar* find_exe_directory() {
     ZU_wchar* path = ZU_get_exe_path();
     if (!path)

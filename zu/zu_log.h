@@ -14,10 +14,10 @@ struct hook_node {
     void* user_data;
 };
 
-// The main lock guards all but the three words that are read without it, and the locks themselves. The another-file
-// lock serialises the writes to another file among themselves; whoever takes both takes it first.
+// The main lock guards everything but the three atomic words and the locks. The another-file lock serialises the writes
+// to another file among themselves; it is taken before the main lock.
 struct module_state {
-    // Relaxed access is enough: each is a switch of its own that publishes nothing else.
+    // Relaxed access is enough: each of the three words is a switch of its own that publishes nothing else.
     std::atomic<uint32_t> level_mask{ZU_LOG_WARNING | ZU_LOG_ERROR | ZU_LOG_ALERT};
     std::atomic<uint32_t> output_mask{ZU_LOG_OUT_STDOUT | ZU_LOG_OUT_DEBUGGER | ZU_LOG_OUT_FILE};
     ZU_log_filter filter = nullptr;
@@ -48,7 +48,7 @@ inline bool is_wanted(uint32_t level) {
     return (level & level_mask()) != 0 && output_mask() != 0;
 }
 
-// Called by ZU_init and ZU_shutdown, counted.
+// Called by ZU_init and ZU_shutdown; the calls are counted.
 void start();
 void stop();
 

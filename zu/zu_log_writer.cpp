@@ -10,7 +10,7 @@ using zu::owned;
 using zu::text_view;
 using zu::log::module;
 
-// A message buffer that has grown beyond this is let go after its record.
+// A message buffer with more capacity than this, in characters, is released after its record.
 constexpr uint32_t kept_message_capacity = 0x100000;
 
 const ZU_wchar* letter_of(uint32_t level) {
@@ -32,7 +32,7 @@ void format_prefix(const ZU_log_record& record) {
                  local.tm_sec, record.process_id, record.thread_id, letter_of(record.level), ZU_W("Windows"));
 }
 
-// Fills what is known of a record before its texts are; false when the time cannot be broken down.
+// Fills all of a record but its texts; false when the time cannot be broken down.
 bool stamp(ZU_log_record& record, uint32_t level) {
     record = {};
     record.level = level;
@@ -93,7 +93,7 @@ void write_to_debugger(const ZU_log_record& record) {
     platform::OutputDebugStringW(line.text());
 }
 
-// Serves the outputs in their order; returns the mask of those that took the record.
+// Serves the outputs in their order. The result is the mask of those that took the record.
 uint32_t serve(const ZU_log_record& record, const ZU_log_file_settings& file) {
     uint32_t outputs = zu::log::output_mask();
     if (module.filter)

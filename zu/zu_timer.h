@@ -1,5 +1,5 @@
-// What the kinds of timer are made of: construction, exclusions, the frames of their due tests, and the search for the
-// next firing. Internal.
+// The parts that the kinds of timer share: construction, exclusions, the frames of their due tests, and the search for
+// the next firing. Internal.
 #pragma once
 
 #include "zu/zu_support.h"
@@ -11,7 +11,7 @@ inline constexpr int32_t not_due = -1;
 inline constexpr int32_t seconds_per_day = 86400;
 inline constexpr int32_t seconds_per_week = 7 * seconds_per_day;
 
-// What every constructor is given; all but the start may be null or empty.
+// The arguments that every constructor takes; all but the start may be null or empty.
 struct timer_inputs {
     const ZU_wchar* start;
     const ZU_wchar* end;
@@ -22,15 +22,14 @@ struct timer_inputs {
     ZU_timer_holidays* holidays;
 };
 
-// What a timer's start and end are in the zone of its latest due test, so that a scan need not work them out for every
-// timer.
+// A timer's start and end as times, in the zone of its latest due test: a scan need not work them out for every timer.
 struct known_start {
-    uint32_t zone; // its number; 0: nothing is known
+    uint32_t zone; // platform::zone_number; 0: nothing is known
     ZU_time_t time;
-    ZU_time_t end; // the largest there is, for a timer without end
     int32_t weekday;
-    bool is_base_known[2]; // for standard and for daylight time
-    ZU_time_t base[2];     // of a period's grid
+    ZU_time_t end;         // INT32_MAX for a timer without end
+    ZU_time_t base[2];     // where the grid of a period begins, in standard and in daylight time
+    bool is_base_known[2]; // likewise
 };
 
 // Fills the common part. False when a date cannot be read; the timer then owns nothing.
@@ -57,14 +56,14 @@ int32_t days_in_month(const ZU_tm& local);
 int32_t periodic_due(ZU_timer& timer, known_start& start, ZU_time_t low, ZU_time_t now, int64_t period,
                      const ZU_int_list& excluded_hours);
 
-// The firing that a day-based due test is about to answer with.
+// A firing that fits all but the last test of its kind.
 struct firing {
     ZU_time_t time;
     const ZU_tm& today; // local time of the test, not of the firing
     const known_start& start;
 };
 
-// What sets a day-based kind apart. The day test comes first and is cheap; the further test may be null.
+// The two tests that set a day-based kind apart. The day test comes first and is cheap; the other one may be null.
 struct day_rule {
     bool (*fits_day)(const ZU_timer& timer, const ZU_tm& today);
     bool (*fits_firing)(const ZU_timer& timer, const firing& candidate);

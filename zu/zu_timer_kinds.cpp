@@ -3,7 +3,7 @@
 
 namespace {
 
-// ---- The records: the common part, the kind's own fields, and what it knows of its start ----
+// ---- The records: the common part, the kind's own fields, and its start in the present zone ----
 
 struct daily_timer {
     ZU_timer common;
@@ -138,7 +138,7 @@ bool is_listed_day(const ZU_timer& timer, const ZU_tm& today) {
 // Where a day stands among the calendar weeks of its month.
 struct month_place {
     int32_t row; // 1, 2, ... from the week of the 1st, or -1, -2, ... from that of the last day; 0 unknown
-    int32_t edge_weekday; // that of the 1st, or of the last day
+    int32_t edge_weekday; // the weekday of the 1st, or of the last day
 };
 
 month_place place_in_month(const ZU_tm& today, bool from_end) {

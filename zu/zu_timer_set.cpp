@@ -139,7 +139,7 @@ bool wait_and_serve(ZU_timer_set& set) {
         if (pending(set))
             serve_run_now(set);
     }
-    return !is_stopping(set); // a set without entries and without a period looks nowhere else
+    return !is_stopping(set); // the only look of a set without entries and without a period
 }
 
 uint32_t run_scheduler(void* argument) {

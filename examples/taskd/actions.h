@@ -1,4 +1,4 @@
-// What a task can do when it fires. A new action is a function and a line in the table.
+// The actions that a task can do when it fires. A new action is a function and a line in the table.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 struct action {
     const char* name;
     const char* help;
-    std::string (*run)(const std::string& text); // gives what the line of the firing says, or throws `failed`
+    std::string (*run)(const std::string& text); // gives the text for the firing's line, or throws `failed`
 };
 
 // The action of that name, or null.

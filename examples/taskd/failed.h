@@ -1,4 +1,4 @@
-// How taskd gives up what it cannot do.
+// The exception with which taskd gives an action up.
 #pragma once
 
 #include <string>
@@ -8,5 +8,5 @@ struct failed {
     std::string reason;
 };
 
-// Throws what the last-error code says about it.
+// Throws the meaning of the last-error code, with the name of the thing that failed.
 [[noreturn]] void fail(const std::string& what);

@@ -30,7 +30,7 @@ void tell(const std::string& text);
 void warn(const std::string& text);
 void complain(const std::string& text);
 
-// Traces the way through a function, for as long as it lives.
+// Traces that a function was entered and, in the destructor, that it is left.
 class traced {
 public:
     traced(const ZU_wchar* function, const std::string& what);

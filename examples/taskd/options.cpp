@@ -44,8 +44,8 @@ bool read_text(const char* text, std::string& result) {
 
 struct option {
     std::string_view name;
-    std::string_view value; // what the word behind it is, a path where it is FILE; empty: there is none
-    unsigned modes;         // that it goes with
+    std::string_view value; // the name of the word behind it, FILE for a path; empty: no word
+    unsigned modes;         // the modes that it goes with
     bool (*take)(const char* value, options& result);
     const char* help;
 };

@@ -1,4 +1,4 @@
-// What the command line asks for.
+// The options of the command line.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ struct options {
     int32_t port = 0; // 0: no status port
     journal_options log;
     std::string ask;     // HOST:PORT of a running taskd
-    std::string command; // for it
+    std::string command; // the command that it is asked
     std::string service = "taskd";
     std::vector<run_word> run_words; // all that a run was told, for the service that is told the same
 };

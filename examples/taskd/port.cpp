@@ -12,15 +12,15 @@ constexpr int serving_threads = 4;
 constexpr int32_t most_waiting = 16;
 constexpr int32_t backlog = 16;
 constexpr size_t longest_line = 256;
-constexpr uint32_t patience_ms = 3000; // with one client, all in all
-constexpr uint32_t slice_ms = 200;     // after which the acceptor looks whether the port closes
+constexpr uint32_t patience_ms = 3000; // the time that one client gets
+constexpr uint32_t slice_ms = 200;     // how often the acceptor looks whether the port closes
 
 timeval milliseconds(uint32_t count) {
     return {static_cast<decltype(timeval::tv_sec)>(count / 1000),
             static_cast<decltype(timeval::tv_usec)>(count % 1000 * 1000)};
 }
 
-// What is left of a client's time; ends at 0.
+// The rest of a client's time; ends at 0.
 class deadline {
 public:
     timeval left() const {
@@ -95,7 +95,7 @@ uint32_t status_port::accept_clients(void* self) {
         if (client && !ZU_queue_push(port->clients_, client, 0, nullptr))
             ZU_trans_destroy(client); // too many are waiting
         if (!client && !timed_out)
-            ZU_sleep(slice_ms); // out of descriptors, say: better later than in a circle
+            ZU_sleep(slice_ms); // out of descriptors, for instance: do not spin
     }
     return 0;
 }

@@ -9,8 +9,8 @@
 #include "scheduler.h"
 #include "zu/zu.h"
 
-// Serves `status`, `run NAME` and `stop` on threads of its own, so that no client delays a firing: a slow or silent
-// one is let go after a few seconds, and a babbling one after a line that is too long.
+// Serves `status`, `run NAME` and `stop` on threads of its own, so that no client delays a firing. The connection to a
+// slow or silent client is closed after a few seconds, that to a babbling one after a line that is too long.
 class status_port {
 public:
     status_port(scheduler& tasks, std::atomic<bool>& stop) : tasks_(tasks), stop_(stop) {}

@@ -1,4 +1,4 @@
-// What taskd reports to the manager that runs it as a service; nothing where it was started otherwise.
+// Reports of taskd to the manager that runs it as a service. Started in another way, it reports nothing.
 #pragma once
 
 #include "zu/zu.h"
@@ -10,8 +10,8 @@ public:
     service_reports(const service_reports&) = delete;
     service_reports& operator=(const service_reports&) = delete;
 
-    void ready();  // from here on it serves
-    void ending(); // from here on it ends; asks for more time until the destructor
+    void ready();  // reports that taskd serves
+    void ending(); // reports that taskd ends, and asks for more time until the destructor
 
 private:
     static uint32_t ask_for_time(void* self);

@@ -7,7 +7,7 @@
 
 #include "zu/zu.h"
 
-// Thrown for what cannot be understood: the reason, as the report will show it.
+// Thrown for a rule that cannot be understood: the reason, as the report will show it.
 struct misunderstood {
     std::string reason;
 };

@@ -22,7 +22,7 @@ struct scheduler::entry {
     std::atomic<unsigned> failed{0};
 };
 
-// What goes through the queue to a worker.
+// An item of the queue to the workers.
 struct scheduler::firing {
     entry* what;
     ZU_time_t scheduled; // 0: by request
@@ -56,7 +56,7 @@ scheduler::scheduler(task_list list) : due_(ZU_queue_create(most_waiting)) {
         added->owner = this;
         added->timer = job->timer.release();
         added->job = std::move(job);
-        ZU_hash_table_insert(&by_name_, &added->in_table); // of two with one name, the first is found
+        ZU_hash_table_insert(&by_name_, &added->in_table); // a name that comes twice finds the first task
         ZU_timer_set_add(&set_, added->timer, added.get(), fire);
         entries_.push_back(std::move(added));
     }

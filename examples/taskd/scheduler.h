@@ -12,7 +12,7 @@
 class scheduler {
 public:
     explicit scheduler(task_list list);
-    ~scheduler(); // the workers finish what they have begun, and leave what waits
+    ~scheduler(); // waits for the actions that run; a firing that waits is dropped with a warning
     scheduler(const scheduler&) = delete;
     scheduler& operator=(const scheduler&) = delete;
 
@@ -23,7 +23,7 @@ public:
     std::string status();                  // a line for every task
 
 private:
-    struct entry; // a task, and what has become of it
+    struct entry; // a task and its latest result
     struct listed;
     struct firing;
 

@@ -48,11 +48,11 @@ const char* word_of(uint32_t state) {
     case SERVICE_CONTINUE_PENDING: return "continuing";
     case SERVICE_PAUSE_PENDING: return "pausing";
     case SERVICE_PAUSED: return "paused";
-    default: return nullptr; // it cannot be told
+    default: return nullptr; // unknown to this program
     }
 }
 
-// Gives the word for what the service then is; null, with the last-error code, on failure.
+// Gives the word for the state that follows; null, with the last-error code, on failure.
 const char* carry_out(const options& chosen, const ZU_wchar* name) {
     switch (chosen.what) {
     case mode::install: return install(chosen, name) ? "installed" : nullptr;

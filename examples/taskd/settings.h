@@ -1,4 +1,4 @@
-// What the registry says of taskd.
+// The settings of taskd in the registry.
 #pragma once
 
 #include <string>

@@ -25,7 +25,7 @@ std::unique_ptr<task> read_task(std::string_view line) {
     return result;
 }
 
-// As it shows: a character of several bytes counts once.
+// The width of a text on a screen: a character of several bytes counts once.
 int width(const std::string& utf8) {
     return static_cast<int>(std::count_if(
         utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));

@@ -14,7 +14,7 @@ struct task {
     calendar holidays; // stands before the timer, which refers to it
     timer_ptr timer;
     const action* does = nullptr;
-    std::string text; // for the action
+    std::string text; // the action's argument
 };
 
 struct task_list {

@@ -14,14 +14,14 @@ wide_text wide(std::string_view utf8);
 std::string narrow(const ZU_wchar* text); // as UTF-8
 std::string taken(ZU_wchar* text);        // the same of new memory, which is released; null is empty
 
-// A path as the library takes it. One from the root of the host is one on drive C:, which is where that root is
-// unless the host has been told otherwise.
+// A path as the library takes it. A path from the root of the host becomes one on drive C:, where that root is unless
+// the host directory maps C: elsewhere.
 wide_text library_path(std::string text);
 
-// The same from wherever a program runs. Its directory must exist, the file need not; throws `failed`.
+// The full path, for a program that runs in another directory. Its directory must exist, the file need not; throws `failed`.
 std::string full_path(const std::string& path);
 
-// What a last-error code means.
+// The meaning of a last-error code.
 std::string error_text(uint32_t code);
 
 // "2006-04-30 10:50:42"

@@ -10,7 +10,7 @@ namespace platform {
 
 namespace {
 
-// What a record says on a clock without a zone. Fields beyond their range carry.
+// The reading of a record on a clock without a zone. Fields beyond their range carry.
 struct clock_reading {
     int64_t seconds; // since 1970-01-01 00:00:00 on that clock
     int64_t days;

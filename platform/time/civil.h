@@ -27,7 +27,7 @@ constexpr int days_before_month(int64_t year, int month) {
 
 // The first of January.
 constexpr int64_t days_before_year(int64_t year) {
-    constexpr int64_t days_before_1970 = 719162; // from 0001-01-01
+    constexpr int64_t days_before_1970 = 719162; // counted from 0001-01-01
     const int64_t past = year - 1;
     return past * 365 + floor_divide(past, 4) - floor_divide(past, 100) + floor_divide(past, 400)
            - days_before_1970;
@@ -49,7 +49,7 @@ struct date {
 // the months follow one line: (153 * month + 2) / 5 days stand before month 0, 1, ... 11.
 constexpr date date_of(int64_t days) {
     constexpr int64_t days_per_era = 146097;
-    constexpr int64_t days_before_1970 = 719468; // from 0000-03-01
+    constexpr int64_t days_before_1970 = 719468; // counted from 0000-03-01
     days += days_before_1970;
     const int64_t era = floor_divide(days, days_per_era);
     const uint32_t day_of_era = static_cast<uint32_t>(days - era * days_per_era);

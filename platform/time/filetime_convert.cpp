@@ -16,7 +16,7 @@ constexpr int64_t first_day = civil::days_of(1601, 1, 1);
 constexpr WORD first_year = 1601;
 constexpr WORD last_year = 30827;
 
-// What local time is ahead of UTC now. The arithmetic on it wraps, as the platform's does.
+// Local time minus UTC, as it is now. The arithmetic on it wraps, as the platform's does.
 uint64_t offset_in_force_now() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);

@@ -168,7 +168,7 @@ void zone::read() {
     usable_ = read_spans(setting_, spans_);
     is_read_ = !spans_.empty();
     if (setting_.from_system && zone_setting::now() != setting_)
-        usable_ = false; // the file was exchanged meanwhile
+        usable_ = false; // the file was exchanged while it was read
     if (!is_read_ || !usable_)
         return;
     if (zones.size() == read_zones_kept)
@@ -236,7 +236,7 @@ void zone::fill(int64_t block_begin) {
         add(current);
 }
 
-// Puts in a span of a hole, and joins it with the neighbours that it continues.
+// Fills a hole with a span, and joins it with neighbours of the same offset and flag.
 void zone::add(const zone_span& span) {
     auto at = std::upper_bound(spans_.begin(), spans_.end(), span.begin,
                                [](int64_t begin, const zone_span& other) { return begin < other.begin; });
@@ -273,8 +273,8 @@ int64_t zone::time_of_local(int64_t local, int daylight_flag) {
     return time_with_other_flag(local, zone_span(span), daylight_flag > 0);
 }
 
-// Walks through all spans that may hold the local time. The last that holds it wins, so of times that exist twice the
-// later; a time in a gap takes the offset after it, unless only the one before it has the wanted flag.
+// Walks through all spans that may hold the local time. The last one that holds it wins: of a time that exists twice, the
+// later. A time in a gap takes the offset after the gap, unless only the offset before it has the wanted flag.
 int64_t zone::time_near_change(int64_t local, int daylight_flag) {
     const bool any_flag = daylight_flag < 0;
     const bool daylight = daylight_flag > 0;
@@ -307,8 +307,8 @@ int64_t zone::time_near_change(int64_t local, int daylight_flag) {
     return found ? local - offset : time_with_other_flag(local, holder, daylight);
 }
 
-// The flag contradicts the zone at this time: the offset of the nearest span with that flag counts, and where there is
-// none, the flag does not.
+// The flag contradicts the zone at this time: the nearest span with that flag gives the offset. A zone without such a
+// span ignores the flag.
 int64_t zone::time_with_other_flag(int64_t local, const zone_span& span, bool daylight) {
     const int64_t time = local - span.offset;
     const absence& gone = absence_around(time, daylight);

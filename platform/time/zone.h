@@ -28,7 +28,7 @@ struct zone_span {
     }
 };
 
-// What makes two readings of the zone's setting the same zone: the text of TZ, or without one the system's file.
+// The setting of a zone: the text of TZ, or without one the identity of the system's file. Equal settings are one zone.
 struct zone_setting {
     bool from_system = false;
     std::string text;
@@ -54,8 +54,8 @@ public:
     // Another one for each zone that a thread of this process has made. Never 0.
     uint32_t number() const { return number_; }
 
-    // What was broken down last. The next time is mostly the same one or of the same day, and breaking a day down costs
-    // more than the rest.
+    // The time that was broken down last. The next one is mostly the same or of the same day, and breaking a day down
+    // costs more than the rest.
     struct shown_time {
         int32_t time = -1;
         int64_t days = INT64_MIN; // whose fields the record holds
@@ -107,16 +107,16 @@ private:
     shown_time latest_shown_;
     const uint32_t number_;
     zone_setting setting_;
-    char** environment_ = nullptr; // that the variable was found in, at this index
+    char** environment_ = nullptr; // TZ was found in this one, at this index
     size_t variable_index_ = 0;
-    bool usable_ = true;           // for more than the present call
-    bool is_read_ = false;         // from its file or its rule; the C library need not be asked
-    int64_t next_check_ms_ = 0;    // of the system's file
+    bool usable_ = true;           // false: it serves the present call and is then forgotten
+    bool is_read_ = false;         // its file or its rule was read, so the C library need not be asked
+    int64_t next_check_ms_ = 0;    // when to look at the system's file again
     std::vector<zone_span> spans_; // ascending, not overlapping, with holes where nothing was asked yet
     std::array<uint16_t, index_size>
         index_{};                      // the first span that may hold a time of each entry's half-year
-    size_t latest_ = 0;                // that was asked for
-    std::vector<absence> absences_[2]; // of standard time, of daylight time; ascending
+    size_t latest_ = 0;                // the span that was asked for last
+    std::vector<absence> absences_[2]; // by daylight flag; ascending
 };
 
 } // namespace platform

@@ -89,7 +89,7 @@ struct file_head {
     char version;
     uint64_t utc_marks, standard_marks, leap_seconds, changes, kinds, name_bytes;
 
-    // Of the block that follows, whose times have that many bytes.
+    // The bytes of the block that follows, whose times have that many bytes.
     uint64_t size_of_block(size_t time_bytes) const {
         return changes * (time_bytes + 1) + kinds * 6 + name_bytes + leap_seconds * (time_bytes + 4)
                + standard_marks + utc_marks;
@@ -126,7 +126,7 @@ std::vector<kind_of_time> take_kinds(byte_reader& file, const file_head& head) {
     return kinds;
 }
 
-// What holds before the first change is the first kind that is standard time.
+// The first kind that is standard time holds before the first change.
 size_t first_kind(const std::vector<kind_of_time>& kinds) {
     const auto standard =
         std::find_if(kinds.begin(), kinds.end(), [](kind_of_time kind) { return !kind.daylight; });
@@ -152,7 +152,7 @@ bool spans_of_file(std::string_view bytes, std::vector<zone_span>& spans) {
         return false;
     rule_line = rule_line.substr(1, rule_line.size() - 2);
 
-    int64_t begin = table_begin; // of the present kind
+    int64_t begin = table_begin; // when the present kind began
     size_t kind = first_kind(kinds);
     int64_t previous = INT64_MIN;
     for (uint64_t i = 0; i < head.changes; ++i) {

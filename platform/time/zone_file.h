@@ -9,7 +9,7 @@ namespace platform {
 
 inline constexpr char system_zone_file[] = "/etc/localtime";
 
-// What the spans cover: the times that convert, and some days around them for their local times.
+// The spans cover the times that convert, and some days around them for their local times.
 inline constexpr int64_t table_begin = -2 * zone_block;
 inline constexpr int64_t table_end = (last_time / zone_block + 3) * zone_block;
 

@@ -6,14 +6,14 @@ namespace {
 struct recorder {
     ZU_bool answer = 1;
     std::vector<std::u16string> messages;
-    std::u16string prefix; // of the last one
+    std::u16string last_prefix;
     ZU_time_t time = 0;
 };
 
 ZU_bool record_hook(void* user_data, const ZU_log_record* record) {
     auto* to = static_cast<recorder*>(user_data);
     to->messages.emplace_back(record->message, record->message_length);
-    to->prefix.assign(record->prefix, record->prefix_length);
+    to->last_prefix.assign(record->prefix, record->prefix_length);
     to->time = record->time;
     return to->answer;
 }
@@ -81,7 +81,7 @@ TEST(log_record, prefix_message_and_letters) {
         char tail[64];
         std::snprintf(tail, sizeof tail, "|P:%5u|T:%5u|L:%c|O:Windows| ", ZU_get_current_process_id(),
                       ZU_get_current_thread_id(), letter);
-        EXPECT_EQ(log.prefix, u"|D:" + std::u16string(when) + wide(tail));
+        EXPECT_EQ(log.last_prefix, u"|D:" + std::u16string(when) + wide(tail));
     }
     for (const std::u16string& message : {std::u16string(2'000'000, u'h'), std::u16string(u"small again")}) {
         ASSERT_EQ(ZU_log_write(1, u"%s", message.c_str()), 0x04u);

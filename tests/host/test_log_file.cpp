@@ -266,7 +266,7 @@ TEST(log_file, four_processes_that_take_turns_lose_nothing) {
         EXPECT_EQ(status, 0);
     }
 
-    std::map<char, std::vector<int>> found; // from the oldest generation to the live file
+    std::map<char, std::vector<int>> found; // by writer, oldest first
     for (int i = 5; i >= 0; --i)
         for (const std::string& message : log.messages(log.generation(i)))
             found[message[0]].push_back(std::stoi(message.substr(1)));

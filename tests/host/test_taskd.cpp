@@ -65,8 +65,8 @@ TEST_F(taskd, logs_rotates_digests_cleans_answers_and_stops_whatever_its_clients
                                "clean d *.tmp 1d", "clean d * soon", "digest d/none"})
         tasks += std::string("tick | interval 0:0:1 | 2024-01-01 00:00 | | ") + action + '\n';
     place_.write("tasks.txt", tasks);
-    // One client says nothing, one babbles without an end of line; neither holds up the others. The library has no time
-    // for the date in the future.
+    // One client says nothing, one babbles without an end of line; neither holds up the others. The date in the future
+    // does not fit into the library's 32 bits.
     const outcome result = script("port=" + port_ + R"(; ask() { $taskd --ask 127.0.0.1:$port "$1"; }
         mkdir d; for name in old.tmp older.TMP new.tmp old.txt future.tmp; do echo -n abc >d/$name; done
         touch -d '2 days ago' d/old*; touch -d @5000000000 d/future.tmp

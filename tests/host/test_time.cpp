@@ -10,7 +10,7 @@ constexpr int64_t last_time = 0x7FFFFFFF;
 
 void set_zone(const char* text) {
     text ? setenv("TZ", text, 1) : unsetenv("TZ");
-    tzset(); // for the host's own answers
+    tzset(); // localtime_r does not look at TZ itself
 }
 
 // Both hemispheres, a shift of half an hour, zones that changed their standard offset or skipped a day, one whose

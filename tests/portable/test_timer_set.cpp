@@ -128,7 +128,7 @@ TEST(timer_set, stops_after_the_entry_that_it_is_at) {
     ZU_timer_set_shutdown(&set);
     EXPECT_EQ(second.calls, 0);
 
-    scoped_set without_wait(0); // and without entries: it must notice all the same
+    scoped_set without_wait(0); // also without entries, it must notice that it is to stop
     ASSERT_TRUE(ZU_timer_set_startup(&without_wait));
     ZU_timer_set_shutdown(&without_wait);
 }
