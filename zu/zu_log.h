@@ -27,6 +27,7 @@ struct module_state {
     ZU_log_file_settings default_file{}; // owns its file name
     ZU_wchar* exe_directory = nullptr;   // without its last backslash
     ZU_s prefix = nullptr;
+    ZU_log_record prefix_source{}; // the record that the prefix was formatted from
     ZU_s message = nullptr;
     ZU_lock_thread main_lock{};
     ZU_lock_thread another_file_lock{};

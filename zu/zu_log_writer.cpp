@@ -25,7 +25,17 @@ const ZU_wchar* letter_of(uint32_t level) {
     }
 }
 
+bool has_same_prefix(const ZU_log_record& record, const ZU_log_record& other) {
+    return record.level == other.level && record.process_id == other.process_id
+           && record.thread_id == other.thread_id
+           && std::memcmp(&record.local_time, &other.local_time, sizeof(ZU_tm)) == 0;
+}
+
+// Records come in bursts: the prefix of the latest one mostly serves again.
 void format_prefix(const ZU_log_record& record) {
+    if (module.prefix && has_same_prefix(record, module.prefix_source))
+        return;
+    module.prefix_source = record;
     const ZU_tm& local = record.local_time;
     ZU_s_sprintf(&module.prefix, ZU_W("|D:%04d-%02d-%02d %02d:%02d:%02d|P:%5lu|T:%5lu|L:%s|O:%s| "),
                  local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
