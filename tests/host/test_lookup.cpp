@@ -255,7 +255,7 @@ TEST_F(lookup, drives_that_cannot_be_asked_about) {
                   print_codes();
               }).output,
               "0 4 0 4 ");
-    for (const auto& [mode, codes] : {std::pair{0700, "5 5 5 5 "}, {0711, "0 2 0 0 "}}) {
+    for (const auto& [mode, codes] : {std::pair{0, "5 5 5 5 "}, {0111, "0 2 0 0 "}}) {
         chmod(drives.c_str(), static_cast<mode_t>(mode));
         EXPECT_EQ(run_as_ordinary_user(print_codes).output, codes) << std::oct << mode;
     }
