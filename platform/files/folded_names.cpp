@@ -231,7 +231,7 @@ private:
 
     void take_notifications() {
         alignas(inotify_event) char block[16 * 1024];
-        ssize_t size;
+        ssize_t size = 0;
         while (!directories_.empty()
                && (size = retried([&] { return read(queue_.get(), block, sizeof block); })) > 0) {
             for (ssize_t at = 0; at < size;) {
