@@ -358,7 +358,8 @@ TEST_F(sockets, options_in_the_forms_of_both_sides) {
 }
 
 TEST_F(sockets, a_port_is_taken_over_only_from_what_winds_down) {
-    held_socket killed = bound_socket(SOCK_STREAM), client = stream_socket(), next = stream_socket();
+    held_socket killed = bound_socket(SOCK_STREAM, port_of_our_own()), client = stream_socket(),
+                next = stream_socket();
     const uint16_t free_again = port_of(killed);
     run_child([&] {
         ZU_listen(killed, 1);
@@ -372,12 +373,15 @@ TEST_F(sockets, a_port_is_taken_over_only_from_what_winds_down) {
     ASSERT_NE(taken, INVALID_SOCKET) << GetLastError();
     EXPECT_EQ(outcome_of(bound_socket(SOCK_STREAM, free_again)), WSAEADDRINUSE);
     const int on = 1;
-    connection pair;
-    for (const held_socket* one : {&pair.client, &next})
+    const held_socket listener = listening_socket();
+    held_socket connected = bound_socket(SOCK_STREAM, port_of_our_own(1));
+    for (const held_socket* one : {&connected, &next})
         EXPECT_EQ(set_option(*one, SO_REUSEADDR, &on), 0) << "which changes nothing";
-    const sockaddr_in of_client = address_of(pair.client);
+    EXPECT_EQ(attempt(connected, address_of(listener)), 0);
+    const held_socket server(ZU_accept(listener, nullptr, nullptr));
+    const sockaddr_in of_client = address_of(connected);
     EXPECT_EQ(bind_to(next, of_client), WSAEADDRINUSE) << "a connection keeps its port";
-    pair.client.close(); // first, so that its side lingers
+    connected.close(); // first, so that its side lingers
     EXPECT_EQ(bind_to(next, of_client), 0);
     EXPECT_EQ(outcome_of(bound_socket(SOCK_STREAM, port_of(next))), WSAEADDRINUSE);
 }

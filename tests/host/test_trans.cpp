@@ -89,7 +89,7 @@ TEST_F(trans, a_conversation) {
     EXPECT_EQ(timed_out, 1);
     EXPECT_EQ(GetLastError(), 4711u);
 
-    const uint16_t local = port_of(bound_socket(SOCK_STREAM));
+    const uint16_t local = port_of_our_own();
     const transport client = // of this computer
         client_on(port_of(server->socket), ZU_TRANS_TCP | ZU_TRANS_NO_KEEPALIVE, &local, u"");
     ASSERT_TRUE(client);
@@ -141,11 +141,10 @@ TEST_F(trans, lost_and_silent_peers) {
 }
 
 TEST_F(trans, a_port_is_bound_again_at_once) {
-    uint16_t port = 0;
+    const uint16_t port = port_of_our_own(1);
     for (uint32_t option : {0u, ZU_TRANS_NO_REUSEADDR, ZU_TRANS_REUSEADDR, 0u}) {
         const transport server = server_on(port, ZU_TRANS_TCP | option);
         ASSERT_TRUE(server) << "code " << GetLastError() << " with option " << option;
-        port = port_of(server->socket);
         const transport client = client_of(server);
         accepted_from(server).reset(); // first to close: its side lingers
         EXPECT_EQ(receive(client), lost);
