@@ -23,7 +23,7 @@ ZU_time_t time_of(ZU_tm local) {
 struct moment {
     ZU_time_t time;
     bool converts;
-    ZU_tm local;
+    ZU_tm local{};
 
     explicit moment(ZU_time_t t) : time(t) {
         const platform::tm* record = platform::localtime(&t);
