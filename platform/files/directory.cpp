@@ -60,7 +60,7 @@ DWORD make_directory(const WCHAR* path) {
 
 DWORD remove_directory(const WCHAR* path) {
     place where;
-    struct stat status;
+    struct stat status {};
     if (const DWORD code = look_at(where, path, status))
         return code;
     if (!S_ISLNK(status.st_mode))
@@ -77,7 +77,7 @@ DWORD remove_directory(const WCHAR* path) {
 
 DWORD delete_file(const WCHAR* path) {
     place where;
-    struct stat status;
+    struct stat status {};
     if (const DWORD code = look_at(where, path, status))
         return code;
     if (!S_ISDIR(status.st_mode) && where.ends_with_separator()) {

@@ -219,14 +219,16 @@ DWORD read_share_ways(drive_memory& drives, time_t now) {
     DWORD code = list_folder(folder, servers);
     for (const std::string& server : servers) {
         std::vector<std::string> shares;
+        std::string server_folder = folder;
+        server_folder.append("/").append(server);
         if (code == ERROR_SUCCESS)
-            code = list_folder(folder + '/' + server, shares);
+            code = list_folder(server_folder, shares);
         for (const std::string& share : shares) {
             std::string directory;
             std::u16string root = u"\\\\";
             append_wide_name(server, root);
             append_wide_name(share, root += u'\\');
-            if (code == ERROR_SUCCESS && read_entry(folder + '/' + server, share, directory) == ERROR_SUCCESS)
+            if (code == ERROR_SUCCESS && read_entry(server_folder, share, directory) == ERROR_SUCCESS)
                 code = add_way(directory, std::move(root), ways);
         }
     }
