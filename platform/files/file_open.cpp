@@ -107,11 +107,8 @@ DWORD open_existing(place& where, const open_request& request, descriptor_rights
     } else if (!request.writes && !empties) {
         rights = {true, false};
         out = descriptor(open_without_waiting(where, O_RDONLY | request.host_flags));
-    } else if (!request.reads && !empties && request.denies_writes) {
-        // The whole claim is one exclusive lock, for which a descriptor that can write is enough.
-        rights = {false, true};
-        out = descriptor(open_to_write(where, request.host_flags));
-    } else if (is_only_written_to(where, request)) {
+    } else if ((!request.reads && !empties && request.denies_writes) || is_only_written_to(where, request)) {
+        // The whole claim of a writer alone is one exclusive lock: a descriptor that can write is enough.
         rights = {false, true};
         out = descriptor(open_to_write(where, request.host_flags));
     } else {

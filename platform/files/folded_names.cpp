@@ -165,7 +165,7 @@ public:
         if (!queue_)
             return nullptr;
         if (directories_.size() == most_directories)
-            drop(*std::min_element(
+            drop(**std::min_element(
                 directories_.begin(), directories_.end(),
                 [](const auto& one, const auto& other) { return one->last_use < other->last_use; }));
         const std::string path = "/proc/self/fd/" + std::to_string(directory);
@@ -191,7 +191,7 @@ public:
 
     void give_up(const std::shared_ptr<watched_directory>& directory) {
         const std::lock_guard held(lock_);
-        drop(directory);
+        drop(*directory);
     }
 
 private:
@@ -212,15 +212,15 @@ private:
 
     void add_name(const std::shared_ptr<watched_directory>& directory, uint64_t hash) {
         if (!directory->is_lost && (directory->names.size() == most_names || !directory->names.add(hash)))
-            drop(directory);
+            drop(*directory);
     }
 
-    // Takes the pointer by value, since the list's own one goes.
-    void drop(std::shared_ptr<watched_directory> directory) {
-        if (directory->is_lost)
+    // The directory may be gone afterwards: the list's pointer to it goes last.
+    void drop(watched_directory& directory) {
+        if (directory.is_lost)
             return;
-        inotify_rm_watch(queue_.get(), directory->watch);
-        forget(*directory);
+        inotify_rm_watch(queue_.get(), directory.watch);
+        forget(directory);
     }
 
     void forget(watched_directory& directory) {
@@ -263,7 +263,7 @@ private:
 
     void drop_all() {
         while (!directories_.empty())
-            drop(directories_.back());
+            drop(*directories_.back());
         queue_.reset();
     }
 
