@@ -154,7 +154,7 @@ bool is_connected_to_itself(int descriptor, const sockaddr* target) {
 void dissolve(int descriptor) {
     sockaddr nobody{};
     nobody.sa_family = AF_UNSPEC;
-    ::connect(descriptor, &nobody, sizeof nobody);
+    static_cast<void>(::connect(descriptor, &nobody, sizeof nobody));
     int reset = 0; // the kernel reports the dissolution as an error, once
     socklen_t size = sizeof reset;
     getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &reset, &size);

@@ -33,7 +33,8 @@ public:
             case DT_VERDEF: defines_versions_ = true; break;
             }
         }
-        find_bounds();
+        if (symbols_ && names_)
+            find_bounds();
     }
 
     exporter exporter_of(const char* name) const {
@@ -70,6 +71,8 @@ private:
     }
 
     bool is_exported(uint32_t i) const {
+        if (!symbols_)
+            return false;
         const symbol& one = symbols_[i];
         const bool names_a_version = one.st_shndx == SHN_ABS && one.st_value == 0;
         return one.st_shndx != SHN_UNDEF && !names_a_version && ELF64_ST_BIND(one.st_info) != STB_LOCAL

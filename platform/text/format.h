@@ -12,7 +12,7 @@ namespace platform {
 // Takes what fits and counts all of it; without an area it measures.
 class format_output {
 public:
-    format_output(WCHAR* out, size_t size) : at_(out), left_(size), size_(size), measures_(!out) {}
+    format_output(WCHAR* out, size_t size) : at_(out), left_(size), measures_(!out) {}
 
     void put(WCHAR unit) { put(&unit, 1); }
     void put(const WCHAR* text, size_t length) {
@@ -51,7 +51,6 @@ private:
 
     WCHAR* at_;
     size_t left_;
-    size_t size_;
     size_t count_ = 0;
     bool measures_;
     bool failed_ = false;
