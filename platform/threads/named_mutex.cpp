@@ -14,6 +14,7 @@
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
 #include "platform/core/waitable.h"
+#include "platform/threads/fork_lock.h"
 #include "platform/threads/mutex_file.h"
 #include "platform/threads/named_mutex.h"
 #include "platform/threads/thread_end.h"
@@ -25,7 +26,7 @@ namespace {
 
 constexpr size_t longest_name = 260;
 constexpr DWORD longest_end_ms =
-    1000; // The end of the process waits no longer for the files of all its locks.
+    1000; // the end of the process waits no longer for the files of all its locks
 
 // The one object that all handles of a mutex in this process share. Threads of the process exclude each other by the
 // gate; the thread that has passed it competes with other processes for the file.
@@ -56,9 +57,9 @@ std::mutex& list_lock() {
 
 // Shared while a mutex's file is opened or closed, which may take a moment; so the lock of the list is never held for
 // as long. Exclusive for a fork: no child gets a file that is half open. It is taken before the lock of the list.
-std::shared_mutex*& files_lock() {
-    static std::shared_mutex* lock = new std::shared_mutex;
-    return lock;
+fork_lock& files_lock() {
+    static fork_lock* const lock = new fork_lock;
+    return *lock;
 }
 
 std::map<std::u16string, shared_pointer>& mutexes_by_name() {
@@ -75,7 +76,7 @@ void leave(shared_mutex& mutex) {
             return;
         }
     }
-    const std::shared_lock<std::shared_mutex> closing(*files_lock());
+    const std::shared_lock<fork_lock> closing(files_lock());
     {
         const std::lock_guard<std::mutex> held(list_lock());
         if (--mutex.users > 0)
@@ -148,18 +149,17 @@ void start_as_child() {
     if (owned_list* const owned = owned_by_this_thread())
         std::erase_if(*owned, [](const shared_pointer& one) { return !one->name.empty(); });
     list_lock().unlock();
-    // The C library knows a writer by its thread number, and the child's thread has another one.
-    files_lock() = new std::shared_mutex;
+    files_lock().start_anew();
 }
 
 void lock_for_fork() {
-    files_lock()->lock();
+    files_lock().lock();
     list_lock().lock();
 }
 
 void unlock_in_parent() {
     list_lock().unlock();
-    files_lock()->unlock();
+    files_lock().unlock();
 }
 
 [[maybe_unused]] const int fork_handlers = pthread_atfork(lock_for_fork, unlock_in_parent, start_as_child);
@@ -294,7 +294,7 @@ shared_pointer find_or_open(const std::u16string& name, bool may_create, bool fo
         existed = true;
         return known;
     }
-    const std::shared_lock<std::shared_mutex> opening(*files_lock());
+    const std::shared_lock<fork_lock> opening(files_lock());
     if (!has_swept.exchange(true, std::memory_order_relaxed))
         mutex_file::sweep();
     const auto made = std::make_shared<shared_mutex>();
