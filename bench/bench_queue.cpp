@@ -2,6 +2,8 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -12,12 +14,12 @@
 
 namespace {
 
-constexpr int capacity = 1024;
+constexpr int usual_capacity = 1024;
 constexpr int values_per_producer = 300000;
 
 class queue_zu {
 public:
-    queue_zu() : queue_(ZU_queue_create(capacity)) {}
+    explicit queue_zu(int capacity = usual_capacity) : queue_(ZU_queue_create(capacity)) {}
     ~queue_zu() { ZU_queue_destroy(queue_); }
     void push(void* value) { ZU_queue_push(queue_, value, ZU_WAIT_INFINITE, nullptr); }
     void* pop() {
@@ -32,10 +34,11 @@ private:
 
 class queue_deque {
 public:
+    explicit queue_deque(int capacity = usual_capacity) : capacity_(static_cast<size_t>(capacity)) {}
     void push(void* value) {
         {
             std::unique_lock<std::mutex> lock(mutex_);
-            not_full_.wait(lock, [this] { return values_.size() < capacity; });
+            not_full_.wait(lock, [this] { return values_.size() < capacity_; });
             values_.push_back(value);
         }
         not_empty_.notify_one();
@@ -56,6 +59,7 @@ private:
     std::mutex mutex_;
     std::condition_variable not_full_, not_empty_;
     std::deque<void*> values_;
+    const size_t capacity_;
 };
 
 // Each row is run often, since what a busy machine adds is no property of the queue: the best run tells most.
@@ -94,6 +98,53 @@ void hand_over(benchmark::State& state) {
 }
 BENCHMARK(hand_over<queue_zu>)->Apply(best_of_many);
 BENCHMARK(hand_over<queue_deque>)->Apply(best_of_many);
+
+// Nanoseconds for a hand-over before, during and after a second in which other threads keep every processor busy. A
+// queue that has learnt that spinning does not pay should find out that it does again.
+template <class Queue>
+void busy_second(benchmark::State& state) {
+    using clock = std::chrono::steady_clock;
+    const int capacity = static_cast<int>(state.range(0)), pairs = static_cast<int>(state.range(1));
+    for (auto _ : state) {
+        Queue queue(capacity);
+        std::atomic<int64_t> handed_over{0};
+        std::atomic<bool> over{false}, is_busy{false};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < pairs; ++i) {
+            threads.emplace_back([&] {
+                while (!over)
+                    queue.push(&queue);
+                queue.push(nullptr);
+            });
+            threads.emplace_back([&] {
+                while (queue.pop())
+                    handed_over.fetch_add(1, std::memory_order_relaxed);
+            });
+        }
+        for (unsigned i = 0; i < 2 * std::thread::hardware_concurrency(); ++i) {
+            threads.emplace_back([&] {
+                while (!over) {
+                    if (!is_busy)
+                        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
+            });
+        }
+        for (const char* phase : {"before", "busy", "after"}) {
+            is_busy = phase[1] == 'u';
+            const int64_t first = handed_over;
+            const auto start = clock::now();
+            std::this_thread::sleep_for(std::chrono::seconds(1));
+            const std::chrono::duration<double, std::nano> passed = clock::now() - start;
+            state.counters[phase] =
+                passed.count() / static_cast<double>(std::max<int64_t>(handed_over - first, 1));
+        }
+        over = true;
+        for (std::thread& one : threads)
+            one.join();
+    }
+}
+BENCHMARK(busy_second<queue_zu>)->Args({16, 1})->Args({1, 2})->Iterations(1)->UseRealTime();
+BENCHMARK(busy_second<queue_deque>)->Args({16, 1})->Args({1, 2})->Iterations(1)->UseRealTime();
 
 template <class Queue>
 void push_and_pop(benchmark::State& state) {

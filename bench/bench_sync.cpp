@@ -1,9 +1,14 @@
 // Thread locks, events and semaphores beside the host's.
 #include <benchmark/benchmark.h>
+#include <linux/futex.h>
 #include <pthread.h>
 #include <semaphore.h>
 #include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <thread>
@@ -75,6 +80,47 @@ void event_set_wait_zu(benchmark::State& state) {
 }
 BENCHMARK(event_set_wait_zu);
 
+// The described steps alone: an exchange each way, and a look whether somebody sleeps.
+void event_set_wait_bare(benchmark::State& state) {
+    std::atomic<uint32_t> signal{0}, sleepers{0};
+    for (auto _ : state) {
+        signal.exchange(1);
+        if (sleepers.load(std::memory_order_relaxed) != 0)
+            syscall(SYS_futex, &signal, FUTEX_WAKE_PRIVATE, 1);
+        benchmark::DoNotOptimize(signal.exchange(0));
+    }
+}
+BENCHMARK(event_set_wait_bare);
+
+void wait_any_of_64_zu(benchmark::State& state) {
+    ZU_event* events[64];
+    for (ZU_event*& one : events)
+        one = ZU_create_event(1);
+    ZU_set_event(events[63]);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ZU_wait_for_multiple_events(64, events, 0, ZU_WAIT_INFINITE));
+    for (ZU_event* one : events)
+        ZU_destroy_event(one);
+}
+BENCHMARK(wait_any_of_64_zu);
+
+// 64 words looked at, and the array of handles made and freed.
+void wait_any_of_64_bare(benchmark::State& state) {
+    static std::atomic<uint32_t> words[64 * 16]; // each in a cache line of its own, as objects are
+    words[63 * 16] = 1;
+    for (auto _ : state) {
+        void** copies = static_cast<void**>(ZU_malloc(64 * sizeof(void*)));
+        for (int i = 0; i < 64; ++i)
+            copies[i] = &words[i * 16];
+        int found = 0;
+        while (static_cast<std::atomic<uint32_t>*>(copies[found])->load() == 0)
+            ++found;
+        benchmark::DoNotOptimize(found);
+        ZU_free(copies);
+    }
+}
+BENCHMARK(wait_any_of_64_bare);
+
 void semaphore_post_wait_zu(benchmark::State& state) {
     ZU_sem* sem = ZU_sem_create(0, 1);
     for (auto _ : state) {
@@ -116,6 +162,48 @@ void process_lock_flock(benchmark::State& state) {
     std::fclose(file);
 }
 BENCHMARK(process_lock_flock);
+
+// The described steps alone: a lock on the file, and a word that says that it is held.
+void process_lock_bare(benchmark::State& state) {
+    std::FILE* file = std::tmpfile();
+    const int number = fileno(file);
+    void* word = ftruncate(number, 4096) == 0
+                     ? mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, number, 0)
+                     : nullptr;
+    struct flock byte = {};
+    byte.l_len = 1;
+    constexpr int set_free = FUTEX_OP(FUTEX_OP_SET, 0, FUTEX_OP_CMP_EQ, 0);
+    for (auto _ : state) {
+        byte.l_type = F_WRLCK;
+        fcntl(number, F_OFD_SETLK, &byte);
+        syscall(SYS_futex, word, FUTEX_TRYLOCK_PI, 0, nullptr, nullptr, 0);
+        syscall(SYS_futex, word, FUTEX_WAKE_OP, 1, 0, word, set_free);
+        byte.l_type = F_UNLCK;
+        fcntl(number, F_OFD_SETLK, &byte);
+    }
+    std::fclose(file);
+}
+BENCHMARK(process_lock_bare);
+
+// Two threads that work under one lock.
+template <class Lock>
+void two_threads(benchmark::State& state) {
+    static Lock lock;
+    static int64_t counter;
+    for (auto _ : state) {
+        lock.lock();
+        ++counter;
+        lock.unlock();
+    }
+}
+struct thread_lock_zu {
+    thread_lock_zu() { ZU_lock_thread_init(&storage); }
+    void lock() { ZU_lock_thread_lock(&storage); }
+    void unlock() { ZU_lock_thread_unlock(&storage); }
+    ZU_lock_thread storage;
+};
+BENCHMARK(two_threads<thread_lock_zu>)->Threads(2)->UseRealTime();
+BENCHMARK(two_threads<std::recursive_mutex>)->Threads(2)->UseRealTime();
 
 // Two threads hand the turn to and fro; one round is two hand-overs.
 void ping_pong_zu(benchmark::State& state) {
