@@ -2,6 +2,7 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -262,6 +263,102 @@ BENCHMARK(find_number_map_of_values)->Apply(sizes);
 BENCHMARK(find_name_table)->Apply(sizes);
 BENCHMARK(find_name_map_of_pointers)->Apply(sizes);
 BENCHMARK(find_name_map_of_values)->Apply(sizes);
+
+// ---- Hash table: keys that are not there, and items put in and taken out again, beside the map of values
+
+void miss_table(benchmark::State& state) {
+    const auto keys = numbers(state.range(0));
+    std::vector<item> items;
+    for (uint32_t key : keys)
+        items.push_back({key, 1});
+    ZU_hash_table table;
+    ZU_hash_table_init(&table, static_cast<uint32_t>(keys.size()), 0, hash_number, compare_numbers, nullptr);
+    for (item& one : items)
+        ZU_hash_table_insert(&table, &one);
+    find_all(state, keys, [&table](uint32_t key) {
+        key ^= 0x5A5A5A5A;
+        return ZU_hash_table_find(&table, &key, nullptr) == 0;
+    });
+    ZU_hash_table_destroy(&table);
+}
+
+void miss_map(benchmark::State& state) {
+    const auto keys = numbers(state.range(0));
+    std::unordered_map<uint32_t, item, mixer> map(keys.size());
+    for (uint32_t key : keys)
+        map.emplace(key, item{key, 1});
+    find_all(state, keys, [&map](uint32_t key) { return map.count(key ^ 0x5A5A5A5A); });
+}
+
+// The times of one way alone: the other is paused.
+template <class Insert, class Remove>
+void insert_and_delete(benchmark::State& state, Insert&& insert, Remove&& remove, bool measures_insert) {
+    auto keys = numbers(state.range(0));
+    const auto shuffled = [keys]() mutable {
+        std::shuffle(keys.begin(), keys.end(), std::mt19937(3));
+        return keys;
+    }();
+    for (auto _ : state) {
+        if (!measures_insert)
+            state.PauseTiming();
+        for (size_t i = 0; i < keys.size(); ++i)
+            insert(i, keys[i]);
+        measures_insert ? state.PauseTiming() : state.ResumeTiming();
+        for (uint32_t key : shuffled)
+            remove(key);
+        if (measures_insert)
+            state.ResumeTiming();
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * keys.size()));
+}
+
+void change_table(benchmark::State& state, bool measures_insert) {
+    std::vector<item> items(static_cast<size_t>(state.range(0)));
+    ZU_hash_table table;
+    ZU_hash_table_init(&table, static_cast<uint32_t>(items.size()), 0, hash_number, compare_numbers, nullptr);
+    const auto insert = [&](size_t i, uint32_t key) {
+        items[i] = {key, 1};
+        ZU_hash_table_insert(&table, &items[i]);
+    };
+    insert_and_delete(
+        state, insert, [&](uint32_t key) { ZU_hash_table_delete(&table, &key); }, measures_insert);
+    ZU_hash_table_destroy(&table);
+}
+
+void change_map(benchmark::State& state, bool measures_insert) {
+    std::unordered_map<uint32_t, item, mixer> map(static_cast<size_t>(state.range(0)));
+    const auto insert = [&](size_t, uint32_t key) { map.emplace(key, item{key, 1}); };
+    insert_and_delete(
+        state, insert, [&](uint32_t key) { map.erase(key); }, measures_insert);
+}
+
+BENCHMARK(miss_table)->Arg(1000000);
+BENCHMARK(miss_map)->Arg(1000000);
+BENCHMARK_CAPTURE(change_table, insert, true)->Arg(1000000);
+BENCHMARK_CAPTURE(change_map, insert, true)->Arg(1000000);
+BENCHMARK_CAPTURE(change_table, delete, false)->Arg(1000000);
+BENCHMARK_CAPTURE(change_map, delete, false)->Arg(1000000);
+
+// ---- A block of 64 bytes ----
+
+void block_zu(benchmark::State& state) {
+    for (auto _ : state) {
+        void* block = ZU_malloc(64);
+        benchmark::DoNotOptimize(block);
+        ZU_free(block);
+    }
+}
+
+void block_malloc(benchmark::State& state) {
+    for (auto _ : state) {
+        void* block = std::malloc(64);
+        benchmark::DoNotOptimize(block);
+        std::free(block);
+    }
+}
+
+BENCHMARK(block_zu);
+BENCHMARK(block_malloc);
 
 // ---- Array: append items one by one ----
 

@@ -9,7 +9,7 @@ namespace {
 
 FILE* error_stream = nullptr; // null: standard error
 
-[[noreturn]] void report_and_abort(uint64_t bytes) {
+[[noreturn, gnu::cold, gnu::noinline]] void report_and_abort(uint64_t bytes) {
     const int error = errno; // that of the failed call, before anything here can change it
     const platform::quiet_pipes quiet;
     FILE* stream = error_stream ? error_stream : stderr;
