@@ -66,16 +66,24 @@ typedef struct FILETIME {
 
 /* ---- Directory entries -------------------------------------------------------------------------------------- */
 
-/* The bits of an entry's attributes. NORMAL stands alone: it says that no other bit is set. */
+/*
+ * The bits of an entry's attributes. NORMAL stands alone: it says that no other bit is set. DEVICE is what is neither file
+ * nor directory (a pipe, a socket, a device), REPARSE_POINT a symbolic link that is reported itself.
+ */
 #define FILE_ATTRIBUTE_READONLY 0x1u
 #define FILE_ATTRIBUTE_HIDDEN 0x2u
 #define FILE_ATTRIBUTE_SYSTEM 0x4u
 #define FILE_ATTRIBUTE_DIRECTORY 0x10u
 #define FILE_ATTRIBUTE_ARCHIVE 0x20u
+#define FILE_ATTRIBUTE_DEVICE 0x40u
 #define FILE_ATTRIBUTE_NORMAL 0x80u
 #define FILE_ATTRIBUTE_TEMPORARY 0x100u
+#define FILE_ATTRIBUTE_REPARSE_POINT 0x400u
 #define FILE_ATTRIBUTE_NOT_CONTENT_INDEXED 0x2000u
 #define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFu
+
+/* The kind of a REPARSE_POINT, in dwReserved0. */
+#define IO_REPARSE_TAG_SYMLINK 0xA000000Cu
 
 /* What a search reports of one entry. The name is terminated; there is never an alternate name here. */
 typedef struct WIN32_FIND_DATAW {
@@ -85,8 +93,8 @@ typedef struct WIN32_FIND_DATAW {
     FILETIME ftLastWriteTime;
     uint32_t nFileSizeHigh;
     uint32_t nFileSizeLow;
-    uint32_t dwReserved0;
-    uint32_t dwReserved1;
+    uint32_t dwReserved0; /* of a REPARSE_POINT: its kind; otherwise 0 */
+    uint32_t dwReserved1; /* 0 */
     char16_t cFileName[260];
     char16_t cAlternateFileName[14];
 } WIN32_FIND_DATAW;

@@ -252,9 +252,12 @@ DWORD read_stored(const attribute_holder& from, stored_attributes& out) {
 }
 
 DWORD attributes_of(mode_t mode, DWORD stored_bits) {
+    if (S_ISLNK(mode))
+        return FILE_ATTRIBUTE_REPARSE_POINT;
     if (S_ISDIR(mode))
         return FILE_ATTRIBUTE_DIRECTORY | (stored_bits & kept_for_directories);
-    const DWORD bits = (stored_bits & kept_for_files) | (is_read_only(mode) ? FILE_ATTRIBUTE_READONLY : 0);
+    const DWORD bits = (S_ISREG(mode) ? stored_bits & kept_for_files : FILE_ATTRIBUTE_DEVICE)
+                       | (is_read_only(mode) ? FILE_ATTRIBUTE_READONLY : 0);
     return bits ? bits : FILE_ATTRIBUTE_NORMAL;
 }
 

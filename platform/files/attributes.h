@@ -41,7 +41,7 @@ DWORD read_stored(const attribute_holder& from, stored_attributes& out);
 // The attribute bits alone.
 DWORD read_stored_bits(const attribute_holder& from, DWORD& out);
 
-// The attributes of a file or directory with this mode.
+// The attributes of an item with this mode; of a link, those of the link itself.
 DWORD attributes_of(mode_t mode, DWORD stored_bits);
 
 inline bool is_read_only(mode_t mode) {

@@ -33,7 +33,7 @@ void fill_find_data(std::string_view host_name, const entry_status& entry, WIN32
     out.ftLastWriteTime = entry.written;
     out.nFileSizeHigh = static_cast<DWORD>(entry.size >> 32);
     out.nFileSizeLow = static_cast<DWORD>(entry.size);
-    out.dwReserved0 = 0;
+    out.dwReserved0 = entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT ? IO_REPARSE_TAG_SYMLINK : 0;
     out.dwReserved1 = 0;
     // No file system takes names that give more units than fit; should one, the name is cut, not the record broken.
     host_name = host_name.substr(0, std::size(out.cFileName) - 1);

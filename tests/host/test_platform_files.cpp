@@ -553,15 +553,39 @@ TEST(attributes, times_come_back_exactly_and_one_by_one) {
     });
 }
 
-TEST(attributes, links_pass_questions_on) {
+// A link passes questions on, unless it leads nowhere; a listing reports links themselves.
+TEST(attributes, links_and_what_is_no_file) {
     const file_place place;
     place.write("target", "data");
-    place.make_link("link", "target");
-    place.make_link("dangling", "nowhere");
+    place.make_directory("directory");
+    ASSERT_EQ(mkfifo(place.host_path("pipe").c_str(), 0444), 0);
+    constexpr DWORD link = 0x400;
+    // What a listing reports, and a question about the path.
+    const std::tuple<const char16_t*, const char*, DWORD, DWORD> rows[] = {
+        {u"target", nullptr, 0x03, 0x03},         {u"directory", nullptr, 0x10, 0x10},
+        {u"pipe", nullptr, 0x41, 0x41},           {u"link", "target", link, 0x03},
+        {u"to-pipe", "pipe", link, 0x41},         {u"to-directory", "directory", link, 0x10},
+        {u"dangling", "nowhere", link, link},     {u"circle", "circle", link, link},
+        {u"through-file", "target/x", link, link}};
+    for (const auto& [name, target, listed, asked] : rows)
+        if (target)
+            place.make_link(narrow(name), target);
     EXPECT_TRUE(SetFileAttributesW(u"T:\\link", 0x03));
-    EXPECT_EQ(GetFileAttributesW(u"T:\\target"), 0x03u);
-    EXPECT_EQ(GetFileAttributesW(u"T:\\dangling"), 0x80u);
-    EXPECT_EQ(code_of(SetFileAttributesW(u"T:\\dangling", FILE_ATTRIBUTE_HIDDEN)), codes::not_supported);
+    listing all = list(u"T:\\*");
+    EXPECT_EQ(all.names.size(), std::size(rows));
+    for (const auto& [name, target, listed, asked] : rows) {
+        SCOPED_TRACE(narrow(name));
+        const std::u16string path = place.drive_path(name);
+        EXPECT_EQ(all.entries[name].dwFileAttributes, listed);
+        EXPECT_EQ(all.entries[name].dwReserved0, listed == link ? 0xA000000C : 0u);
+        EXPECT_EQ(GetFileAttributesW(path.c_str()), asked);
+        EXPECT_EQ(list(path).entries[name].dwFileAttributes, asked);
+        EXPECT_EQ(ZU_path_attributes(path.c_str()) & (ZU_PATH_DIR | ZU_PATH_FILE),
+                  asked & 0x10 ? ZU_PATH_DIR : ZU_PATH_FILE);
+        if (asked == link) {
+            EXPECT_EQ(code_of(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_HIDDEN)), codes::not_supported);
+        }
+    }
     EXPECT_EQ(layer_file(u"T:\\dangling", GENERIC_WRITE, OPEN_ALWAYS).code, 0u);
     EXPECT_TRUE(place.exists("nowhere"));
 }
