@@ -24,7 +24,7 @@ bool is_of_session(const ucred& sender, pid_t session) {
     return sender.pid == session || (sender.pid > 0 && getsid(sender.pid) == session);
 }
 
-// Who sent a message; descriptors that came with it are closed.
+// The sender of a message. Descriptors that came with it are closed.
 ucred sender_of(msghdr& message) {
     ucred sender = {0, static_cast<uid_t>(-1), static_cast<gid_t>(-1)};
     for (cmsghdr* part = CMSG_FIRSTHDR(&message); part; part = CMSG_NXTHDR(&message, part)) {

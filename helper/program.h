@@ -1,4 +1,4 @@
-// What a service runs.
+// The program of a service, by its command line.
 #pragma once
 
 #include <string>

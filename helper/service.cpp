@@ -86,7 +86,7 @@ void be_the_helper(const passed_descriptors& passed, const std::string& socket_p
             service.run();
         }
     }
-    // Whoever is told that the start failed finds the service stopped.
+    // A starter that is told of a failure must find the service stopped.
     layer::release_alive_byte(passed.status);
     if (code != ERROR_SUCCESS)
         tell_starter(passed, code);
@@ -109,7 +109,7 @@ void be_the_keeper(const passed_descriptors& passed) {
         if (WIFSIGNALED(end))
             ::unlink(place.path().c_str());
     }
-    ::close(passed.status); // nothing of the service lives
+    ::close(passed.status); // byte 0 is free now: nothing of the service lives
     remove_if_deleted(passed.directory);
 }
 

@@ -37,7 +37,7 @@ using layer::retried;
 // A service that has never reported counts as running when it is alive after this time.
 constexpr DWORD silent_start_ms = 500;
 
-// What the program's own children get to end by themselves, once it has ended.
+// The time that the program's children get to end by themselves, once it has ended.
 constexpr DWORD children_limit_ms = 5000;
 
 // The time in milliseconds that a report asks for, if it does.
@@ -87,7 +87,7 @@ DWORD supervisor::prepare(const std::string& socket_path, std::vector<std::strin
     sigset_t all;
     ::sigfillset(&all);
     signals_ = descriptor(::signalfd(-1, &all, SFD_CLOEXEC | SFD_NONBLOCK));
-    // What the program leaves behind becomes the helper's child, and is ended with it.
+    // Processes that the program leaves behind become the helper's children, and are ended with it.
     if (!signals_ || !adopt_orphans())
         return failed_to("watching over processes", code_of_errno(errno));
     if (!notify_.open(socket_path))
@@ -96,7 +96,7 @@ DWORD supervisor::prepare(const std::string& socket_path, std::vector<std::strin
     return failed_to("finding its program", find_program(record.command_line, words));
 }
 
-// In the new process. The status stays open in the program: with it goes the lock that says that it lives.
+// Runs in the child. The status fd stays open across exec: its lock shows that the service lives.
 void supervisor::become_program(std::vector<char*>& words, pid_t helper, int failure) {
     ::setsid();
     ::prctl(PR_SET_PDEATHSIG, SIGKILL); // the program dies with its helper
@@ -151,19 +151,17 @@ DWORD supervisor::start(const std::string& socket_path) {
     if (code != ERROR_SUCCESS)
         show(SERVICE_STOPPED);
     else
-        tell(); // which process it is
+        tell(); // the report names the program's process now
     return code;
 }
 
-// What a service says of a stop that it was not asked for is believed; what it says of readiness after a stop was begun
-// is not.
+// After its first report only reports count. An unasked STOPPING is believed; READY after a stop began is ignored.
 DWORD supervisor::state_by_reports() const {
     if (is_stopping_)
         return SERVICE_STOP_PENDING;
     return is_ready_ ? SERVICE_RUNNING : SERVICE_START_PENDING;
 }
 
-// Reports decide, from the first one ever on.
 void supervisor::take_reports() {
     std::string text;
     while (notify_.receive(session_, text)) {

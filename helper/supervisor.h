@@ -51,11 +51,11 @@ private:
     notify_socket notify_;
     std::u16string name_;
     pid_t program_ = 0; // 0: it has ended
-    pid_t session_ = 0; // its number, and that of its session
-    int end_ = 0;       // how, as waitpid gives it
+    pid_t session_ = 0; // the program's pid, also of its session, when it has ended
+    int end_ = 0;       // the way it ended, as waitpid gives it
     DWORD started_ = 0;
     bool reports_ = false;      // its own reports decide about its state
-    bool has_reported_ = false; // in this run
+    bool has_reported_ = false; // since this start
     bool is_ready_ = false;
     bool is_stopping_ = false;
     bool was_told_to_stop_ = false;

@@ -38,7 +38,7 @@ descriptor open_service_directory(int all, const std::string& name) {
     return descriptor(openat(all, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
 }
 
-// What a failed look for a service means: nothing there, or that it could not be looked for.
+// A failed look for a service means that none is there, or that it could not be looked for.
 DWORD code_of_search(int error) {
     return error == ENOENT || error == ENOTDIR ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(error);
 }
@@ -196,7 +196,7 @@ bool remove_unused(int all, const std::string& name) {
     if (!record || !has_mark(directory.get(), deleted_mark) || !lock_record(record.get(), F_WRLCK)
         || service_lock::is_held(directory.get(), start_lock) || !nothing_lives(directory.get()))
         return false;
-    remove_directory(all, gone_name); // what a removal that was cut short has left
+    remove_directory(all, gone_name); // a removal that was cut short may have left it
     if (renameat(all, name.c_str(), all, gone_name) != 0)
         return false;
     remove_directory(all, gone_name);
@@ -227,7 +227,7 @@ DWORD check_names(service_manager& manager, int all, const service_record& recor
 
 // Writes the directory under another name first. False with errno.
 bool write_service(int all, const service_record& record) {
-    remove_directory(all, new_name); // what an installation that was cut short has left
+    remove_directory(all, new_name); // an installation that was cut short may have left it
     if (mkdirat(all, new_name, 0755) != 0)
         return false;
     const descriptor directory = open_service_directory(all, new_name);
@@ -254,7 +254,7 @@ public:
         if (has_mark(directory.get(), deleted_mark) && !others_have_it_open(file.get())
             && nothing_lives(directory.get())) {
             file.reset();
-            remove_if_unused(path, directory_name); // as far as the caller may
+            remove_if_unused(path, directory_name); // does nothing where the caller may not
             return ERROR_SERVICE_DOES_NOT_EXIST;
         }
         struct stat status;

@@ -2,9 +2,9 @@
 //
 //     .lock              held while services are added or removed (service_lock.h)
 //     .new, .gone        a service on its way in or out: only a whole one has its name
-//     <name>/record      what was installed; never changed. Whoever has the service open holds a reader's lock on it
+//     <name>/record      what was installed; never changed. Every open handle holds a reader's lock on it
 //     <name>/status      what lives (service_status.h); replaced by every start
-//     <name>/start       held by the one who is starting it, and by the helper until it has answered
+//     <name>/start       held by its starter, and by the helper until it has answered
 //     <name>/reports     exists once the service has reported its state (service_protocol.h)
 //     <name>/deleted     exists once it is marked for deletion
 #pragma once

@@ -14,7 +14,8 @@ namespace platform {
 
 namespace {
 
-// Whoever can open the file can hold the lock, so it is for those who may write to its directory, and for nobody else.
+// Every user who can open the file can hold the lock. So the file is for those who may write to its directory, and for
+// nobody else.
 descriptor open_lock(int directory, const char* name) {
     descriptor file(openat(directory, name, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     struct stat above, own;

@@ -17,7 +17,7 @@ bool is_letter_or_digit(char32_t c) {
     return (c >= U'0' && c <= U'9') || ((c | 0x20) >= U'a' && (c | 0x20) <= U'z');
 }
 
-// What stands for itself in a value, and in a directory's name.
+// Characters that stand for themselves in a value, and in a directory's name.
 bool is_plain_in_value(char32_t c) {
     return c >= 0x20 && c != U'%' && c != 0x7F;
 }
@@ -175,7 +175,7 @@ std::string directory_name_of(wide_view service_name) {
 }
 
 bool same_service_name(wide_view one, wide_view other) {
-    return folded(one) == folded(other);
+    return equal_without_case(one, other);
 }
 
 } // namespace platform

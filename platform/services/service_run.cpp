@@ -50,14 +50,14 @@ bool has_fallen_silent(const service_report& report) {
     return report.state == SERVICE_START_PENDING && GetTickCount() - report.made_at_ms > report.wait_hint_ms;
 }
 
-// What the helper says about the start. False when it says nothing.
+// The code that the helper gives for the start. False when none comes.
 bool read_answer(int pipe, DWORD& code) {
     pollfd ready = {pipe, POLLIN, 0};
     return retried([&] { return poll(&ready, 1, answer_limit_ms); }) > 0
            && retried([&] { return read(pipe, &code, sizeof code); }) == sizeof code;
 }
 
-// What names no program and no library.
+// Variables that name neither a program nor a library.
 std::vector<std::string> service_environment() {
     std::vector<std::string> environment = {std::string("ZU_HOST=") + host_directory()};
     for (const char* name : {"LANG", "LC_ALL", "LC_CTYPE", "TZ", "XDG_RUNTIME_DIR"}) {

@@ -8,7 +8,7 @@
 
 namespace platform {
 
-// What a service is, by its record and by what lives of it.
+// The status that a service has by its record and by what lives of it.
 SERVICE_STATUS status_of(const service_record& record, const service_life& life);
 
 // Starts the program of the service in a directory, under a helper. 1056 (ERROR_SERVICE_ALREADY_RUNNING) when something

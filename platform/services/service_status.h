@@ -23,12 +23,12 @@ struct service_report {
     DWORD check_point = 0;
     DWORD wait_hint_ms = 0;
     DWORD made_at_ms = 0;    // the tick count
-    int32_t descriptor = -1; // the number of the inherited description in every process of the service
-    uint32_t gap = 0;
+    int32_t descriptor = -1; // the fd under which the program inherits the locked description
+    uint32_t gap = 0;        // the compiler's own would have any bytes
     process_identity program;
 };
 
-// What a service asks for when it has said nothing.
+// The wait hint of a service that has asked for nothing.
 inline constexpr DWORD usual_wait_hint_ms = 2000;
 
 // A new status file for a start, with byte 0 locked, which nobody sees yet. Invalid, with errno, on failure.
@@ -49,7 +49,7 @@ bool write_report(int status, service_report& report);
 struct service_life {
     bool is_alive = false;
     bool has_helper = false;
-    pid_t helper = 0; // its number here; 0 when it has none, as in another container
+    pid_t helper = 0; // its pid; 0 when it has none here, as in another container
     service_report report;
 };
 

@@ -12,7 +12,7 @@ constexpr size_t longest_name = 256;
 constexpr DWORD interactive = 0x100;
 constexpr DWORD delete_right = 0x10000;
 
-// What anybody may ask for: queries, and no change.
+// Rights that any user has: they query, and change nothing.
 constexpr DWORD rights_to_read_manager = 0x20000 | SC_MANAGER_CONNECT | 0x4 | 0x10;
 constexpr DWORD rights_to_read_service = 0x20000 | SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS
                                          | SERVICE_ENUMERATE_DEPENDENTS | SERVICE_INTERROGATE;

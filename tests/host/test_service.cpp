@@ -90,8 +90,8 @@ class service : public testing::Test {
 protected:
     service() { setenv("ZU_HELPER", ZU_HELPER_PROGRAM, 1); }
 
-    // What is deleted goes with the last that lives of it; where the helper was killed, whoever looks for it next
-    // removes it.
+    // A deleted service goes with the last process that lives of it; where helper and keeper were killed, the next look
+    // for it removes it.
     ~service() override {
         for (const char16_t* name : installed_)
             ZU_NT_service_uninstall(nullptr, name);
@@ -258,7 +258,8 @@ TEST_F(service, reports_decide_from_the_first_one_on) {
     EXPECT_EQ(state(u"slow"), SERVICE_START_PENDING + 0u) << "it has reported before: silence does not count";
 
     // Once it does not report any more it waits in vain, but can be stopped, and then silence counts again.
-    EXPECT_TRUE(becomes(u"slow", SERVICE_RUNNING) && stops(u"slow"));
+    EXPECT_TRUE(becomes(u"slow", SERVICE_RUNNING));
+    EXPECT_TRUE(stops(u"slow"));
     std::ofstream(place_.host_path("log.hush"));
     EXPECT_EQ(code_of(starts(u"slow")), codes::service_request_timeout);
     EXPECT_TRUE(stops(u"slow"));
@@ -326,9 +327,11 @@ TEST_F(service, dependencies_come_first) {
     ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, u"base"));
     ASSERT_TRUE(install_steps(u"base", "log 300 READY=1"));
     EXPECT_TRUE(starts(u"top"));
-    EXPECT_TRUE(state(u"base") == SERVICE_RUNNING && state(u"middle") == SERVICE_RUNNING);
+    EXPECT_EQ(state(u"base"), SERVICE_RUNNING + 0u);
+    EXPECT_EQ(state(u"middle"), SERVICE_RUNNING + 0u);
     EXPECT_EQ(stop_code(u"base"), codes::dependent_services_running) << "others need it";
-    EXPECT_TRUE(stops(u"top") && stops(u"middle") && stops(u"base"));
+    for (const char16_t* name : {u"top", u"middle", u"base"})
+        EXPECT_TRUE(stops(name)) << narrow(name);
 
     EXPECT_EQ(code_of(install(u"self", u"/bin/true", u"Self\0")), codes::circular_dependency);
     ASSERT_TRUE(install(u"early", u"/bin/true", u"late\0"));
@@ -465,7 +468,8 @@ TEST_F(service, ordinary_users_look_and_do_not_touch) {
     waitpid(reader, nullptr, 0);
 }
 
-// What could not be asked is no answer: a running service is not taken for a dead one, nor a needed one for a free one.
+// A question that could not be asked has no answer: a running service is not taken for a dead one, nor a needed one for
+// a free one.
 TEST_F(service, callers_short_of_descriptors) {
     ASSERT_TRUE(install_steps(u"slow to end", "log READY=1"));
     ASSERT_TRUE(install_steps(u"on top", "READY=1", u"slow to end\0"));
@@ -503,21 +507,23 @@ TEST_F(service, callers_short_of_descriptors) {
     EXPECT_EQ(state(u"slow to end"), SERVICE_RUNNING + 0u) << "marked, and alive";
 }
 
-// Whoever may write to the directory of a service may start it, and everybody may look, whatever the umask was.
+// A user who may write to the directory of a service may start it, and everybody may look, whatever the umask was.
 TEST_F(service, groups_and_the_umask) {
     if (!is_root())
         GTEST_SKIP() << "an ordinary user cannot become another one";
     setenv("ZU_HOST", place_.host_path("deep/host").c_str(), 1);
     const mode_t before = umask(077);
     ASSERT_TRUE(install_steps(u"shared", "READY=1"));
-    EXPECT_TRUE(starts(u"shared") && stops(u"shared"));
+    EXPECT_TRUE(starts(u"shared"));
+    EXPECT_TRUE(stops(u"shared"));
     umask(before);
     const std::string all = place_.host_path("deep/host/services");
     const auto group = static_cast<gid_t>(
         std::stoi(run_as_ordinary_user([] { printf("%d", static_cast<int>(getegid())); }).output));
     for (const std::string& directory : {all, all + "/shared"})
         ASSERT_TRUE(chown(directory.c_str(), 0, group) == 0 && chmod(directory.c_str(), 0775) == 0);
-    EXPECT_TRUE(starts(u"shared") && stops(u"shared")) << "makes the lock anew for the group";
+    EXPECT_TRUE(starts(u"shared")) << "gives the lock to the group";
+    EXPECT_TRUE(stops(u"shared"));
     const outcome member = run_as_ordinary_user([&] {
         unsetenv("XDG_RUNTIME_DIR");
         printf("state %u", state(u"shared"));
