@@ -14,6 +14,19 @@ endforeach()
 if(TARGET zu-helper)
   install(TARGETS zu-helper RUNTIME DESTINATION ${CMAKE_INSTALL_LIBDIR}/${zu_private_folder})
 endif()
+if(TARGET zu-helper AND CMAKE_SYSTEM_NAME STREQUAL Linux)
+  # The template of the units for services. It names the helper by its full path, so it is written when it is installed.
+  foreach(whose system=multi-user.target user=default.target)
+    string(REPLACE "=" ";" whose ${whose})
+    list(GET whose 0 folder)
+    list(GET whose 1 target)
+    install(CODE "
+      set(ZU_HELPER \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/${zu_private_folder}/zu-helper\")
+      set(ZU_WANTED_BY ${target})
+      configure_file(\"${PROJECT_SOURCE_DIR}/helper/zu@.service.in\"
+        \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/lib/systemd/${folder}/zu@.service\" @ONLY)")
+  endforeach()
+endif()
 if(TARGET taskd)
   install(TARGETS taskd RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   # The program finds the library in the folder that both were installed to.

@@ -14,6 +14,7 @@ struct command {
 constexpr command commands[] = {
     {"logon", zu_helper::logon},
     {"service", zu_helper::service},
+    {"unit", zu_helper::unit},
 };
 
 } // namespace

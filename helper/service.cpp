@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -24,7 +23,6 @@
 #include "platform/core/error.h"
 #include "platform/core/retry.h"
 #include "platform/services/service_directory.h"
-#include "platform/services/service_protocol.h"
 
 namespace zu_helper {
 
@@ -35,17 +33,6 @@ namespace layer = platform;
 struct passed_descriptors {
     int directory, status, lock, answer;
 };
-
-// A service that was deleted while it ran goes now.
-void remove_if_deleted(int directory) {
-    char path[PATH_MAX];
-    const std::string link = "/proc/self/fd/" + std::to_string(directory);
-    const ssize_t size = ::readlink(link.c_str(), path, sizeof path);
-    const std::string name(path, static_cast<size_t>(std::max<ssize_t>(size, 0)));
-    const size_t slash = name.rfind('/');
-    if (layer::has_mark(directory, layer::deleted_mark) && slash != std::string::npos)
-        layer::remove_if_unused(name.substr(0, slash), name.substr(slash + 1));
-}
 
 // The starter may have descriptors that nobody closes when a program is started: they would live on here.
 void close_all_but(const std::vector<int>& kept) {
@@ -110,7 +97,7 @@ void be_the_keeper(const passed_descriptors& passed) {
             ::unlink(place.path().c_str());
     }
     ::close(passed.status); // byte 0 is free now: nothing of the service lives
-    remove_if_deleted(passed.directory);
+    layer::remove_if_deleted(passed.directory);
 }
 
 } // namespace

@@ -52,6 +52,12 @@ bool read_wait_hint(std::string_view report, DWORD& out) {
 
 } // namespace
 
+void supervisor::tell() {
+    layer::write_report(status_, report_);
+    if (manager_)
+        manager_->tell(report_);
+}
+
 // A new state begins without check points, and asks for the usual time.
 void supervisor::show(DWORD state) {
     if (is_at(state))
@@ -211,7 +217,7 @@ void supervisor::wait(DWORD limit_ms) {
     ::poll(sources, 2, limit_ms == INFINITE ? -1 : static_cast<int>(limit_ms));
 }
 
-void supervisor::run() {
+int supervisor::run() {
     while (program_ != 0) {
         const bool is_silent = !reports_ && is_at(SERVICE_START_PENDING);
         const DWORD age_ms = GetTickCount() - started_;
@@ -229,6 +235,10 @@ void supervisor::run() {
         tell();
     });
     show(SERVICE_STOPPED);
+    if (WIFEXITED(end_))
+        return WEXITSTATUS(end_);
+    return report_.exit_code == ERROR_SUCCESS ? 0
+                                              : 128 + WTERMSIG(end_); // 0: it was asked to end by that signal
 }
 
 void supervisor::note_end() {

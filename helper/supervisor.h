@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "helper/manager_socket.h"
 #include "helper/notify.h"
 #include "platform/services/service_status.h"
 
@@ -16,14 +17,15 @@ using platform::DWORD;
 
 class supervisor {
 public:
-    // The service's directory, and the new status of this start.
-    supervisor(int directory, int status) : directory_(directory), status_(status) {}
+    // The service's directory, the new status of this start, and the host's manager, if that has started the helper.
+    supervisor(int directory, int status, manager_socket* manager = nullptr)
+        : directory_(directory), status_(status), manager_(manager) {}
 
     // 0 once the program runs, or the code of why it does not.
     DWORD start(const std::string& socket_path);
 
-    // Returns when nothing of the service lives any more.
-    void run();
+    // Returns when nothing of the service lives any more, with the exit status that its program had.
+    int run();
 
 private:
     DWORD prepare(const std::string& socket_path, std::vector<std::string>& words);
@@ -41,12 +43,13 @@ private:
     DWORD state_by_reports() const;
     void show(DWORD state);
     void show_progress();
-    void tell() { platform::write_report(status_, report_); }
+    void tell();
 
     bool is_at(DWORD state) const { return report_.state == state; }
 
     int directory_;
     int status_;
+    manager_socket* manager_;
     descriptor signals_;
     notify_socket notify_;
     std::u16string name_;

@@ -1747,9 +1747,10 @@ ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const Z
  * Starting and stopping wait for as long as the service reports progress: until it has not done so for longer than
  * the time that it asked for itself.
  *
- * On Linux an administrator is whoever may write to the directory of the services; a service runs as the user who starts
- * it, and only that user and root can stop it. It is not started with the machine, and ends with the control group of
- * its starter. It reports by datagrams to the socket that NOTIFY_SOCKET names; one that never does counts as running
+ * On Linux an administrator is whoever may write to the directory of the services. Where the machine is run by systemd,
+ * root's services are units of it: they belong to the machine, and SERVICE_AUTO_START has them started with it.
+ * Elsewhere a service runs as the user who starts it, only that user and root can stop it, it ends with the control group
+ * of its starter, and nothing starts it with the machine. It reports by datagrams to the socket that NOTIFY_SOCKET names; one that never does counts as running
  * when it is alive after half a second. Why a start failed stands on the system log.
  */
 

@@ -49,7 +49,7 @@ const char* host_directory() {
     // secure_getenv: a set-id program must not take its drives and services from whoever starts it.
     const char* given = secure_getenv(variable);
     if (!given || !*given)
-        return "/var/lib/zu";
+        return standard_host_directory;
     return *given == '/' ? given : absolute_path_of(given);
 }
 

@@ -6,6 +6,8 @@
 
 namespace platform {
 
+inline constexpr const char* standard_host_directory = "/var/lib/zu";
+
 // $ZU_HOST, unless it is empty or the program runs with raised rights; else /var/lib/zu. It may be missing. A relative
 // value counts from the directory in which the process was when it first saw that value: at its start, as a rule. Valid
 // until the environment changes.

@@ -37,12 +37,12 @@ DWORD wait_until_it_runs(installed_service& service) {
 }
 
 // A failure is 1075 (ERROR_SERVICE_DEPENDENCY_DELETED) where a service is missing, else 1068.
-DWORD start_dependency(service_manager& manager, wide_view name) {
+DWORD start_dependency(service_manager& manager, wide_view name, const start_function& start) {
     std::unique_ptr<installed_service> needed;
     DWORD code = manager.open(name, needed);
     if (code != ERROR_SUCCESS)
         return code == ERROR_SERVICE_DOES_NOT_EXIST ? ERROR_SERVICE_DEPENDENCY_DELETED : code;
-    code = start_with_dependencies(manager, *needed);
+    code = start(*needed);
     if (code == ERROR_SERVICE_DEPENDENCY_DELETED)
         return code;
     if (code != ERROR_SUCCESS && code != ERROR_SERVICE_ALREADY_RUNNING)
@@ -50,38 +50,7 @@ DWORD start_dependency(service_manager& manager, wide_view name) {
     return wait_until_it_runs(*needed);
 }
 
-// Whether a service can be started now, all that it depends on running.
-DWORD prepare_start(service_manager& manager, installed_service& service) {
-    const service_record& record = service.record();
-    if (service.is_marked())
-        return ERROR_SERVICE_MARKED_FOR_DELETE;
-    if (record.start_type == SERVICE_DISABLED)
-        return ERROR_SERVICE_DISABLED;
-    if (!(record.type & program_types))
-        return ERROR_BAD_EXE_FORMAT; // a driver
-    SERVICE_STATUS status = {};
-    DWORD code = service.finish_off();
-    if (code == ERROR_SUCCESS)
-        code = service.status(status);
-    if (code == ERROR_SUCCESS && status.dwCurrentState != SERVICE_STOPPED)
-        code = ERROR_SERVICE_ALREADY_RUNNING;
-    if (code == ERROR_SUCCESS)
-        code = check_for_circle(manager, record);
-    for (size_t i = 0; code == ERROR_SUCCESS && i < record.dependencies.size(); ++i)
-        code = start_dependency(manager, record.dependencies[i]);
-    return code;
-}
-
 } // namespace
-
-DWORD start_with_dependencies(service_manager& manager, installed_service& service) {
-    const DWORD code = prepare_start(manager, service);
-    if (code == ERROR_SUCCESS)
-        return service.start();
-    if (code != ERROR_SERVICE_ALREADY_RUNNING)
-        log_failed_start(service.record().name, "looking at it and at what it depends on", code);
-    return code;
-}
 
 DWORD check_for_circle(service_manager& manager, const service_record& record) {
     std::vector<std::u16string> needed = record.dependencies; // grows by what those need
@@ -98,6 +67,38 @@ DWORD check_for_circle(service_manager& manager, const service_record& record) {
         }
     }
     return ERROR_SUCCESS;
+}
+
+DWORD prepare_start(service_manager& manager, installed_service& service, const start_function& start) {
+    const service_record& record = service.record();
+    if (service.is_marked())
+        return ERROR_SERVICE_MARKED_FOR_DELETE;
+    if (record.start_type == SERVICE_DISABLED)
+        return ERROR_SERVICE_DISABLED;
+    if (!(record.type & program_types))
+        return ERROR_BAD_EXE_FORMAT; // a driver
+    SERVICE_STATUS status = {};
+    DWORD code = service.finish_off();
+    if (code == ERROR_SUCCESS)
+        code = service.status(status);
+    if (code == ERROR_SUCCESS && status.dwCurrentState != SERVICE_STOPPED)
+        code = ERROR_SERVICE_ALREADY_RUNNING;
+    if (code == ERROR_SUCCESS)
+        code = check_for_circle(manager, record);
+    for (size_t i = 0; code == ERROR_SUCCESS && i < record.dependencies.size(); ++i)
+        code = start_dependency(manager, record.dependencies[i], start);
+    return code;
+}
+
+DWORD start_with_dependencies(service_manager& manager, installed_service& service) {
+    const DWORD code = prepare_start(manager, service, [&](installed_service& needed) {
+        return start_with_dependencies(manager, needed);
+    });
+    if (code == ERROR_SUCCESS)
+        return service.start();
+    if (code != ERROR_SERVICE_ALREADY_RUNNING)
+        log_failed_start(service.record().name, "looking at it and at what it depends on", code);
+    return code;
 }
 
 DWORD check_for_dependents(service_manager& manager, const service_record& record) {

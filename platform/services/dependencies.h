@@ -1,5 +1,7 @@
-// Inside this folder: services that need others. A function that gives a code gives 0 when it has done its work.
+// Inside the layer: services that need others. A function that gives a code gives 0 when it has done its work.
 #pragma once
+
+#include <functional>
 
 #include "platform/services/service_manager.h"
 
@@ -10,6 +12,11 @@ DWORD check_for_circle(service_manager& manager, const service_record& record);
 
 // Starts a service after those that it depends on.
 DWORD start_with_dependencies(service_manager& manager, installed_service& service);
+
+// The same but for the start itself: 0 when the service may be started now. `start` begins to start one that it depends
+// on, and leaves alone one that is alive.
+using start_function = std::function<DWORD(installed_service& needed)>;
+DWORD prepare_start(service_manager& manager, installed_service& service, const start_function& start);
 
 // 1051 (ERROR_DEPENDENT_SERVICES_RUNNING) while a service that has not stopped depends on this one.
 DWORD check_for_dependents(service_manager& manager, const service_record& record);

@@ -5,7 +5,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <mutex>
 
@@ -17,6 +19,7 @@
 #include "platform/services/service_protocol.h"
 #include "platform/services/service_run.h"
 #include "platform/services/service_status.h"
+#include "platform/services/systemd.h"
 
 namespace platform {
 
@@ -34,7 +37,7 @@ descriptor open_services(const std::string& path) {
     return descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
 }
 
-descriptor open_service_directory(int all, const std::string& name) {
+descriptor open_directory_of(int all, const std::string& name) {
     return descriptor(openat(all, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
 }
 
@@ -102,7 +105,7 @@ bool list(int directory, std::vector<std::string>& out) {
 
 // A service's directory holds files alone.
 void remove_directory(int all, const char* name) {
-    const descriptor directory = open_service_directory(all, name);
+    const descriptor directory = open_directory_of(all, name);
     std::vector<std::string> files;
     if (!directory || !list(directory.get(), files))
         return;
@@ -167,9 +170,14 @@ public:
         return code;
     }
 
-    DWORD start() override { return start_service(directory_.get(), record_); }
+    DWORD start() override {
+        return record_.is_unit ? start_unit(directory_.get(), record_)
+                               : start_service(directory_.get(), record_);
+    }
 
-    DWORD stop() override { return stop_service(directory_.get()); }
+    DWORD stop() override {
+        return record_.is_unit ? stop_unit(directory_.get(), record_) : stop_service(directory_.get());
+    }
 
     DWORD finish_off() override { return finish_off_service(directory_.get()); }
 
@@ -191,22 +199,42 @@ bool nothing_lives(int directory) {
 // Removes a marked service of which nothing lives and that nobody has open or starts; the caller holds the lock of all
 // services. Once nobody has it open nobody can begin to start it, but a helper may still be about to.
 bool remove_unused(int all, const std::string& name) {
-    const descriptor directory = open_service_directory(all, name);
+    const descriptor directory = open_directory_of(all, name);
     const descriptor record(openat(directory.get(), record_name, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
-    if (!record || !has_mark(directory.get(), deleted_mark) || !lock_record(record.get(), F_WRLCK)
+    service_record found;
+    const DWORD code = record ? read_service(directory.get(), found) : code_of_errno(errno);
+    const bool is_known = code == ERROR_SUCCESS || code == ERROR_INVALID_DATA; // a damaged one goes as well
+    if (!is_known || !has_mark(directory.get(), deleted_mark) || !lock_record(record.get(), F_WRLCK)
         || service_lock::is_held(directory.get(), start_lock) || !nothing_lives(directory.get()))
         return false;
     remove_directory(all, gone_name); // a removal that was cut short may have left it
     if (renameat(all, name.c_str(), all, gone_name) != 0)
         return false;
     remove_directory(all, gone_name);
+    if (found.is_unit) {
+        run_systemctl({"disable", "--", unit_of(found.name)});
+        run_systemctl({"reset-failed", "--", unit_of(found.name)});
+    }
     return true;
+}
+
+// Whether a new service is to be run by the host's manager. The administrator's word stands in a file.
+DWORD choose_manager(int all, service_record& record) {
+    std::string word;
+    if (!read_whole(all, ".manager", word) && errno != ENOENT)
+        return code_of_errno(errno);
+    word = word.substr(0, word.find_last_not_of(" \n") + 1);
+    if (!word.empty() && word != "helper" && word != "systemd")
+        return ERROR_INVALID_DATA;
+    record.is_unit =
+        (word == "systemd" || (word.empty() && prefers_units())) && !unit_of(record.name).empty();
+    return ERROR_SUCCESS;
 }
 
 // Whether a service can be recorded under its names, and beside those that it depends on.
 DWORD check_names(service_manager& manager, int all, const service_record& record) {
     const std::string name = directory_name_of(record.name);
-    if (const descriptor same = open_service_directory(all, name)) {
+    if (const descriptor same = open_directory_of(all, name)) {
         if (!has_mark(same.get(), deleted_mark))
             return ERROR_SERVICE_EXISTS;
         if (!remove_unused(all, name))
@@ -230,7 +258,7 @@ bool write_service(int all, const service_record& record) {
     remove_directory(all, new_name); // an installation that was cut short may have left it
     if (mkdirat(all, new_name, 0755) != 0)
         return false;
-    const descriptor directory = open_service_directory(all, new_name);
+    const descriptor directory = open_directory_of(all, new_name);
     return directory && fchmod(directory.get(), 0755) == 0
            && write_whole(directory.get(), record_name, text_of(record)) && fsync(directory.get()) == 0
            && renameat(all, new_name, all, directory_name_of(record.name).c_str()) == 0;
@@ -245,7 +273,7 @@ public:
     DWORD open(wide_view name, std::unique_ptr<installed_service>& out) override {
         const std::string path = services_path();
         const std::string directory_name = directory_name_of(name);
-        descriptor directory = open_service_directory(AT_FDCWD, path + '/' + directory_name);
+        descriptor directory = open_directory_of(AT_FDCWD, path + '/' + directory_name);
         if (!directory)
             return code_of_search(errno);
         descriptor file(openat(directory.get(), record_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
@@ -274,7 +302,7 @@ public:
 
     DWORD find(wide_view name, service_record& out) override {
         const descriptor directory =
-            open_service_directory(AT_FDCWD, services_path() + '/' + directory_name_of(name));
+            open_directory_of(AT_FDCWD, services_path() + '/' + directory_name_of(name));
         const DWORD code = directory ? read_service(directory.get(), out) : code_of_search(errno);
         if (code != ERROR_SUCCESS)
             return code;
@@ -292,7 +320,7 @@ public:
             if (name[0] == '.')
                 continue;
             service_record record;
-            const descriptor one = open_service_directory(directory.get(), name);
+            const descriptor one = open_directory_of(directory.get(), name);
             const DWORD code = one ? read_service(one.get(), record) : code_of_search(errno);
             if (code == ERROR_SUCCESS)
                 out.push_back(std::move(record));
@@ -302,7 +330,8 @@ public:
         return ERROR_SUCCESS;
     }
 
-    DWORD create(const service_record& record) override {
+    DWORD create(const service_record& given) override {
+        service_record record = given;
         const std::string path = services_path();
         if (!make_directories(path))
             return code_of_errno(errno);
@@ -312,15 +341,28 @@ public:
         const service_lock lock(all.get(), all_services_lock);
         if (lock.code() != ERROR_SUCCESS)
             return lock.code();
-        if (const DWORD code = check_names(*this, all.get(), record); code != ERROR_SUCCESS)
+        DWORD code = check_names(*this, all.get(), record);
+        if (code == ERROR_SUCCESS)
+            code = choose_manager(all.get(), record);
+        if (code != ERROR_SUCCESS)
             return code;
         if (!write_service(all.get(), record)) {
-            const DWORD code = code_of_errno(errno);
+            code = code_of_errno(errno);
             remove_directory(all.get(), new_name);
             return code;
         }
         fsync(all.get());
-        return ERROR_SUCCESS;
+        return record.is_unit && record.start_type == SERVICE_AUTO_START ? enable(all.get(), record)
+                                                                         : ERROR_SUCCESS;
+    }
+
+private:
+    // Has the unit started with the machine, or takes the service back.
+    static DWORD enable(int all, const service_record& record) {
+        const DWORD code = run_systemctl({"enable", "--", unit_of(record.name)});
+        if (code != ERROR_SUCCESS)
+            remove_directory(all, directory_name_of(record.name).c_str());
+        return code;
     }
 };
 
@@ -333,6 +375,11 @@ DWORD read_service(int directory, service_record& out) {
     return read_record(text, out) ? ERROR_SUCCESS : ERROR_INVALID_DATA;
 }
 
+DWORD open_service_directory(wide_view name, descriptor& out) {
+    out = open_directory_of(AT_FDCWD, services_path() + '/' + directory_name_of(name));
+    return out ? ERROR_SUCCESS : code_of_search(errno);
+}
+
 void remove_if_unused(const std::string& path, const std::string& directory_name) {
     const descriptor all = open_services(path);
     if (!all)
@@ -340,6 +387,16 @@ void remove_if_unused(const std::string& path, const std::string& directory_name
     const service_lock lock(all.get(), all_services_lock);
     if (lock.code() == ERROR_SUCCESS)
         remove_unused(all.get(), directory_name);
+}
+
+void remove_if_deleted(int directory) {
+    char path[PATH_MAX];
+    const std::string link = "/proc/self/fd/" + std::to_string(directory);
+    const ssize_t size = readlink(link.c_str(), path, sizeof path);
+    const std::string name(path, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    const size_t slash = name.rfind('/');
+    if (has_mark(directory, deleted_mark) && slash != std::string::npos)
+        remove_if_unused(name.substr(0, slash), name.substr(slash + 1));
 }
 
 service_manager& the_service_manager() {

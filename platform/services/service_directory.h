@@ -1,6 +1,7 @@
 // Inside the layer: the directory of an installed service, in `services` of the host directory.
 //
 //     .lock              held while services are added or removed (service_lock.h)
+//     .manager           says "helper" or "systemd": what runs the services that are installed from now on
 //     .new, .gone        a service on its way in or out: only a whole one has its name
 //     <name>/record      what was installed; never changed. Every open handle holds a reader's lock on it
 //     <name>/status      what lives (service_status.h); replaced by every start
@@ -11,6 +12,7 @@
 
 #include <string>
 
+#include "platform/core/descriptor.h"
 #include "platform/services/service_record.h"
 
 namespace platform {
@@ -19,8 +21,14 @@ namespace platform {
 // is damaged, or why it could not be read.
 DWORD read_service(int directory, service_record& out);
 
+// The directory of an installed service. 0, 1060, or why it could not be opened.
+DWORD open_service_directory(wide_view name, descriptor& out);
+
 // Removes a service that is marked for deletion, unless something of it lives or somebody has it open. `path` is the
 // directory of all services.
 void remove_if_unused(const std::string& path, const std::string& directory_name);
+
+// The same for the service of an open directory, by its last process.
+void remove_if_deleted(int directory);
 
 } // namespace platform

@@ -1,4 +1,4 @@
-// Inside this folder: the files whose lock says that something is being done with services.
+// Inside the layer: the files whose lock says that something is being done with services.
 #pragma once
 
 #include "platform/api/base.h"

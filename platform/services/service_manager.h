@@ -1,4 +1,4 @@
-// Inside this folder: what the service calls need of a manager of services.
+// Inside the layer: what the service calls need of a manager of services.
 //
 // The calls hold the platform's rules: handles, rights, arguments, dependencies and the codes that belong to them. A
 // manager holds the services: it records them, runs them and tells what lives. The one here keeps them in the host

@@ -134,6 +134,8 @@ std::string text_of(const service_record& record) {
     text += "command " + value_of(record.command_line) + '\n';
     for (const std::u16string& name : record.dependencies)
         text += "depends " + value_of(name) + '\n';
+    if (record.is_unit)
+        text += "manager systemd\n";
     return text;
 }
 
@@ -157,6 +159,8 @@ bool read_record(std::string_view text, service_record& out) {
             out.error_control = number_of(value);
         else if (key == "command")
             out.command_line = text_of_value(value);
+        else if (key == "manager")
+            out.is_unit = value == "systemd";
         else if (key == "depends")
             out.dependencies.push_back(text_of_value(value));
     }

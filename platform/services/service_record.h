@@ -5,6 +5,7 @@
 //     type 16
 //     command "C:\spool\spooler" -quiet
 //     depends network
+//     manager systemd
 //
 // One line for each value, in any order; lines of another kind are left alone. Values are UTF-8, but for control
 // characters, the percent sign and halves of surrogate pairs: %25, %uD800.
@@ -25,6 +26,7 @@ struct service_record {
     DWORD start_type = 0;
     DWORD error_control = 0;
     std::vector<std::u16string> dependencies;
+    bool is_unit = false; // it is run by the host's service manager
 };
 
 std::string text_of(const service_record& record);

@@ -14,7 +14,6 @@
 #include "platform/core/host_dir.h"
 #include "platform/core/retry.h"
 #include "platform/core/start_helper.h"
-#include "platform/services/service_lock.h"
 #include "platform/services/service_log.h"
 #include "platform/services/service_protocol.h"
 
@@ -114,39 +113,43 @@ SERVICE_STATUS status_of(const service_record& record, const service_life& life)
     return status;
 }
 
-DWORD start_service(int directory, const service_record& record) {
-    const service_lock lock(directory, start_lock);
+DWORD begin_start(int directory, const service_record& record, begun_start& out) {
+    const DWORD lock = out.lock.emplace(directory, start_lock).code();
     // While somebody else starts it, it may not look alive yet: the code comes when it does.
-    if (lock.code() != ERROR_SUCCESS)
-        return lock.code() == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock.code();
-    if (const DWORD code = finish_off_service(directory); code != ERROR_SUCCESS)
-        return code;
-    status_watch watch;
+    if (lock != ERROR_SUCCESS)
+        return lock == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock;
     service_life life;
-    if (const DWORD code = watch.look(directory, life); code != ERROR_SUCCESS)
-        return code;
-    if (life.is_alive)
-        return ERROR_SERVICE_ALREADY_RUNNING;
+    DWORD code = finish_off_service(directory);
+    if (code == ERROR_SUCCESS)
+        code = status_watch().look(directory, life);
+    if (code != ERROR_SUCCESS || life.is_alive)
+        return code != ERROR_SUCCESS ? code : ERROR_SERVICE_ALREADY_RUNNING;
+    out.status = new_status(directory);
+    if (out.status)
+        return ERROR_SUCCESS;
+    code = code_of_errno(errno);
+    log_failed_start(record.name, "writing its status", code);
+    return code;
+}
 
-    const descriptor status = new_status(directory);
-    if (!status) {
-        const DWORD code = code_of_errno(errno);
-        log_failed_start(record.name, "writing its status", code);
+DWORD start_service(int directory, const service_record& record) {
+    begun_start begun;
+    if (const DWORD code = begin_start(directory, record, begun); code != ERROR_SUCCESS)
         return code;
-    }
     const char* failed_step;
-    const DWORD code = launch(directory, status.get(), lock.get(), failed_step);
+    const DWORD code = launch(directory, begun.status.get(), begun.lock->get(), failed_step);
     if (!failed_step)
         return code;
     log_failed_start(record.name, failed_step, code);
-    const DWORD unknown = watch.look(directory, life);
+    service_life life;
+    const DWORD unknown = status_watch().look(directory, life);
     if (unknown != ERROR_SUCCESS || life.has_helper) // it may come yet
         return unknown != ERROR_SUCCESS ? unknown : code;
     service_report report;
     report.state = SERVICE_STOPPED;
     report.exit_code = code;
-    write_report(status.get(), report);
-    publish_status(directory, status.get());
+    write_report(begun.status.get(), report);
+    publish_status(directory, begun.status.get());
     return code;
 }
 
@@ -166,8 +169,12 @@ DWORD stop_service(int directory) {
         return ERROR_SERVICE_NOT_ACTIVE;
     if (send_signal(helper.get(), stop_signal) != 0)
         return errno == ESRCH ? ERROR_SERVICE_NOT_ACTIVE : code_of_errno(errno);
+    return wait_for_stop(directory, watch, life);
+}
+
+DWORD wait_for_stop(int directory, status_watch& watch, const service_life& told) {
     return wait_until(directory, watch, answer_limit_ms, [&](const service_life& now) {
-        return !now.is_alive || now.helper != life.helper || now.report.state != life.report.state;
+        return !now.is_alive || now.helper != told.helper || now.report.state != told.report.state;
     });
 }
 

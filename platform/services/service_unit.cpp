@@ -1,0 +1,101 @@
+// Services that the host's manager runs: they are started and stopped by it, and told apart by their status as all are.
+#include <sys/stat.h>
+
+#include "platform/api/threads.h"
+#include "platform/core/error.h"
+#include "platform/services/service_log.h"
+#include "platform/services/service_run.h"
+#include "platform/services/systemd.h"
+
+namespace platform {
+
+namespace {
+
+constexpr DWORD answer_limit_ms = 30000;
+constexpr DWORD look_at_unit_ms = 250;
+constexpr const char* order_lock =
+    "order"; // while a unit is ordered to start, before its helper takes the start lock
+
+// Tells one status file from the next.
+struct file_mark {
+    ino_t number = 0;
+    timespec changed = {};
+
+    explicit file_mark(int directory) {
+        struct stat found;
+        if (fstatat(directory, "status", &found, AT_SYMLINK_NOFOLLOW) == 0) {
+            number = found.st_ino;
+            changed = found.st_mtim;
+        }
+    }
+    bool operator==(const file_mark& other) const {
+        return number == other.number && changed.tv_sec == other.changed.tv_sec
+               && changed.tv_nsec == other.changed.tv_nsec;
+    }
+};
+
+// The code of a start whose helper has come and gone: a program that has run and ended was started.
+DWORD code_of_ended_start(const service_report& report) {
+    const bool has_run =
+        report.exit_code == ERROR_SERVICE_SPECIFIC_ERROR || report.exit_code == ERROR_PROCESS_ABORTED;
+    return has_run ? ERROR_SUCCESS : report.exit_code;
+}
+
+// Waits until the unit's helper has started the program. 1053 when the unit fails before that.
+DWORD wait_for_program(int directory, const file_mark& before, const std::string& unit) {
+    status_watch watch;
+    const DWORD start = GetTickCount();
+    for (DWORD next_look = look_at_unit_ms;; Sleep(5)) {
+        service_life life;
+        if (const DWORD code = watch.look(directory, life); code != ERROR_SUCCESS)
+            return code;
+        if (life.has_helper && life.report.program.number != 0)
+            return ERROR_SUCCESS;
+        if (!life.is_alive && !(file_mark(directory) == before))
+            return code_of_ended_start(life.report);
+        const DWORD waited = GetTickCount() - start;
+        if (waited > answer_limit_ms)
+            return ERROR_SERVICE_REQUEST_TIMEOUT;
+        if (waited < next_look)
+            continue;
+        next_look = waited + look_at_unit_ms;
+        if (run_systemctl({"is-failed", "--", unit}) == ERROR_SUCCESS && file_mark(directory) == before)
+            return ERROR_SERVICE_REQUEST_TIMEOUT;
+    }
+}
+
+} // namespace
+
+DWORD start_unit(int directory, const service_record& record) {
+    const std::string unit = unit_of(record.name);
+    const service_lock lock(directory, order_lock);
+    if (lock.code() != ERROR_SUCCESS)
+        return lock.code() == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock.code();
+    service_life life;
+    DWORD code = finish_off_service(directory);
+    if (code == ERROR_SUCCESS)
+        code = status_watch().look(directory, life);
+    if (code != ERROR_SUCCESS || life.is_alive)
+        return code != ERROR_SUCCESS ? code : ERROR_SERVICE_ALREADY_RUNNING;
+    const file_mark before(directory);
+    run_systemctl({"reset-failed", "--", unit}); // an earlier failure is not this one's
+    code = run_systemctl({"start", "--no-block", "--", unit});
+    if (code == ERROR_SUCCESS)
+        code = wait_for_program(directory, before, unit);
+    if (code != ERROR_SUCCESS && file_mark(directory) == before) // else the helper has said why
+        log_failed_start(record.name, "starting " + unit, code);
+    return code;
+}
+
+DWORD stop_unit(int directory, const service_record& record) {
+    status_watch watch;
+    service_life life;
+    DWORD code = watch.look(directory, life);
+    if (code == ERROR_SUCCESS && !life.has_helper)
+        code = ERROR_SERVICE_NOT_ACTIVE;
+    if (code == ERROR_SUCCESS)
+        code = run_systemctl({"stop", "--no-block", "--", unit_of(record.name)});
+    return code == ERROR_SUCCESS ? wait_for_stop(directory, watch, life) : code;
+}
+
+} // namespace platform

@@ -1,0 +1,101 @@
+// Names of units, and orders to systemd by way of its own program.
+#include "platform/services/systemd.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+#include "platform/core/descriptor.h"
+#include "platform/core/error.h"
+#include "platform/core/host_dir.h"
+#include "platform/core/retry.h"
+#include "platform/services/process_identity.h"
+#include "platform/text/case_fold.h"
+#include "platform/text/utf8.h"
+
+namespace platform {
+
+namespace {
+
+constexpr int answer_limit_ms = 30000;
+constexpr size_t longest_unit = 255; // systemd's own limit
+
+bool is_plain(char c) {
+    return (c >= '0' && c <= '9') || ((c | 0x20) >= 'a' && (c | 0x20) <= 'z') || c == ':' || c == '_'
+           || c == '.';
+}
+
+} // namespace
+
+// As systemd-escape does it.
+std::string unit_of(wide_view service_name) {
+    std::u16string folded;
+    for (WCHAR unit : service_name)
+        folded += static_cast<WCHAR>(fold_case(unit));
+    const std::string name = utf8_of(folded);
+    std::string unit = "zu@";
+    for (char c : name) {
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned char>(c));
+        if (is_plain(c) && (c != '.' || unit.size() > 3))
+            unit += c;
+        else
+            unit += escaped;
+    }
+    unit += ".service";
+    return wide_from(name) == folded && unit.size() <= longest_unit ? unit : std::string();
+}
+
+bool prefers_units() {
+    const auto is_there = [](const std::string& path) { return access(path.c_str(), F_OK) == 0; };
+    if (geteuid() != 0 || std::string_view(host_directory()) != standard_host_directory
+        || !is_there("/run/systemd/system"))
+        return false;
+    for (const char* folder : {"/etc", "/run", "/usr/local/lib", "/usr/lib", "/lib"}) {
+        if (is_there(std::string(folder) + "/systemd/system/zu@.service"))
+            return true;
+    }
+    return false;
+}
+
+DWORD run_systemctl(bool for_user, std::initializer_list<std::string> arguments) {
+    std::vector<std::string> words{"systemctl", for_user ? "--user" : "--system", "--quiet",
+                                   "--no-ask-password"};
+    words.insert(words.end(), arguments);
+    std::vector<char*> pointers;
+    for (std::string& word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+
+    posix_spawn_file_actions_t streams;
+    posix_spawn_file_actions_init(&streams);
+    for (int number : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        posix_spawn_file_actions_addopen(&streams, number, "/dev/null", O_RDWR, 0);
+    pid_t child = -1;
+    const int error = posix_spawn(&child, "/usr/bin/systemctl", &streams, nullptr, pointers.data(), environ);
+    posix_spawn_file_actions_destroy(&streams);
+    if (error != 0)
+        return code_of_errno(error);
+
+    const descriptor process(open_process(child));
+    pollfd ended = {process.get(), POLLIN, 0};
+    if (!process || retried([&] { return poll(&ended, 1, answer_limit_ms); }) <= 0)
+        kill(child, SIGKILL);
+    int status = 0;
+    // A caller that ignores the ends of its children loses this one's: then what follows tells whether it was done.
+    const bool is_known = retried([&] { return waitpid(child, &status, 0); }) == child;
+    if (!is_known || status == 0)
+        return ERROR_SUCCESS;
+    constexpr int no_permission = 4; // as systemctl tells it
+    return WIFEXITED(status) && WEXITSTATUS(status) == no_permission ? ERROR_ACCESS_DENIED
+                                                                     : ERROR_SERVICE_REQUEST_TIMEOUT;
+}
+
+} // namespace platform

@@ -1,0 +1,135 @@
+// Services as units of systemd, which is booted for each test in a world of its own.
+#include "support/test.h"
+
+namespace {
+
+// Called again inside that world: --call FUNCTION NAME [COMMAND].
+__attribute__((constructor)) void call_the_library(int count, char** arguments) {
+    if (count < 4 || std::strcmp(arguments[1], "--call") != 0)
+        return;
+    const std::string what = arguments[2];
+    const std::u16string name = wide(arguments[3]);
+    uint32_t result = 0;
+    if (what == "install")
+        result = ZU_NT_service_install(nullptr, name.c_str(), nullptr, wide(arguments[4]).c_str(),
+                                       SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, nullptr);
+    else if (what == "start")
+        result = ZU_NT_service_start(nullptr, name.c_str());
+    else if (what == "uninstall")
+        result = ZU_NT_service_uninstall(nullptr, name.c_str());
+    else
+        result = ZU_NT_service_get_state(nullptr, name.c_str());
+    std::printf("%u\n", result);
+    std::fflush(stdout);
+    _exit(0);
+}
+
+class units : public testing::TestWithParam<const char*> {
+protected:
+    void SetUp() override {
+        if (!is_root() || access("/lib/systemd/systemd", X_OK) != 0)
+            GTEST_SKIP() << "needs root, and systemd to boot";
+        place_.make_directory("world");
+        ASSERT_EQ(mount("own", world_.c_str(), "tmpfs", 0, ""), 0);
+        is_mounted_ = true;
+        const std::string own = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+        const std::string folder = world_ + "/upper/usr/lib/systemd/", programs = world_ + "/upper/opt/zu";
+        const outcome made = run_command(
+            "mkdir -p " + folder + "system " + folder + "user " + programs + " && cp " ZU_HELPER_PROGRAM " "
+            + own + "/test_service " + own + "/test_service_units " + programs
+            + " && sed 's|@ZU_HELPER@|/opt/zu/zu-helper|; s|@ZU_WANTED_BY@|multi-user.target|' " ZU_UNIT_TEMPLATE
+            + " | tee " + folder + "user/zu@.service >" + folder + "system/zu@.service");
+        ASSERT_EQ(made.exit_code, 0) << made.error_output;
+        boot();
+    }
+
+    void TearDown() override {
+        end();
+        if (is_mounted_)
+            umount2(world_.c_str(), MNT_DETACH);
+    }
+
+    void boot() {
+        starter_ = fork();
+        if (starter_ == 0) {
+            const int log = open((world_ + "/log").c_str(), O_CREAT | O_WRONLY | O_TRUNC, 0600);
+            dup2(log, 1);
+            dup2(log, 2);
+            execl(ZU_BOOT, ZU_BOOT, world_.c_str(), nullptr);
+            _exit(127);
+        }
+        for (int i = 0; i < 200 && waitpid(starter_, nullptr, WNOHANG) == 0; ++i, ZU_sleep(50)) {
+            const std::string state = inside("systemctl is-system-running 2>/dev/null");
+            if (state == "running\n" || state == "degraded\n")
+                return;
+        }
+        FAIL() << "systemd has not come up: " << place_.read("world/log");
+    }
+
+    void end() {
+        if (starter_ <= 0)
+            return;
+        kill(starter_, SIGKILL); // and with it process 1 of its namespace, and so all of them
+        waitpid(starter_, nullptr, 0);
+        run_command("sleep 0.2; find /sys/fs/cgroup -path '*/zu-test-" + std::to_string(starter_)
+                    + "*' -depth -type d -exec rmdir {} +");
+        starter_ = 0;
+    }
+
+    // What a command prints in there.
+    std::string inside(const std::string& command) const {
+        const std::string first = "P=$(pgrep -P " + std::to_string(starter_) + ") && ";
+        return run_command(
+                   first
+                   + "nsenter -t $P -m -p -n -C -u -i -r env -i PATH=/usr/sbin:/usr/bin:/bin sh -c 'cd / && "
+                   + command + "' 2>/dev/null")
+            .output;
+    }
+    std::string call(const std::string& words) const {
+        return inside("/opt/zu/test_service_units --call " + words);
+    }
+
+    file_place place_;
+    const std::string world_ = place_.host_path("world");
+    bool is_mounted_ = false;
+    pid_t starter_ = 0;
+};
+
+// The table of all services, run by the manager.
+TEST_P(units, keep_the_rules_of_services) {
+    const std::string report =
+        inside(std::string("ZU_TEST_UNITS=1 /opt/zu/test_service --gtest_filter=") + GetParam());
+    EXPECT_NE(report.find("[  PASSED  ]"), std::string::npos) << report;
+    EXPECT_EQ(report.find("[  FAILED  ]"), std::string::npos) << report;
+}
+INSTANTIATE_TEST_SUITE_P(table, units,
+                         testing::Values("*life*:*cannot_run*:*end_by*", "*reports*", "*killed*:*same_time*",
+                                         "*dependencies*:*deleted*:*spellings*"));
+
+using world = units;
+TEST_F(world, keeps_an_automatic_service_through_its_starters_end_and_a_second_boot) {
+    EXPECT_EQ(call("install Clock \"/bin/sleep 1000\""), "1\n");
+    EXPECT_EQ(inside("systemctl is-enabled zu@clock"), "enabled\n");
+    inside("systemd-run --wait --quiet --unit=starter /opt/zu/test_service_units --call start Clock");
+    EXPECT_EQ(call("state clock"), "4\n") << "it does not belong to the control group of its starter";
+    end();
+    boot();
+    EXPECT_EQ(call("start clock"), "1\n");
+    EXPECT_EQ(inside("systemctl is-active zu@clock"), "active\n");
+    EXPECT_EQ(call("uninstall clock"), "1\n");
+    EXPECT_NE(inside("systemctl is-enabled zu@clock"), "enabled\n");
+}
+
+// With a manager of his own, who has been told the host directory.
+TEST_F(world, runs_the_services_of_an_ordinary_user) {
+    inside("useradd -m -u 12345 zoe; systemctl start user@12345");
+    EXPECT_EQ(inside("cd /home/zoe; export HOME=$PWD ZU_HOST=$PWD/zu XDG_RUNTIME_DIR=/run/user/12345;"
+                     "as=\"setpriv --reuid 12345 --regid 12345 --clear-groups\"; $as mkdir -p zu/services;"
+                     "$as systemctl --user set-environment ZU_HOST=$ZU_HOST;"
+                     "echo systemd >zu/services/.manager; call=\"$as /opt/zu/test_service_units --call\";"
+                     "$call install mine \"/bin/sleep 1000\"; $call start mine;"
+                     "$as systemctl --user is-active zu@mine; $call uninstall mine; ls zu/services"),
+              "1\n1\nactive\n1\n");
+}
+
+} // namespace
