@@ -489,7 +489,7 @@ ZU_API void ZU_md5_hash(const uint8_t* bytes, uint32_t byte_count, uint8_t* dige
 /* Storage of a re-entrant lock: embed it, and pass its address. Its holder may take it again and must give it back
    as many times. */
 typedef struct ZU_lock_thread {
-    uint64_t storage[8];
+    uint64_t storage[8]; /* the platform's */
 } ZU_lock_thread;
 
 /* Make the storage a free lock; both make the same kind. Always true. */
@@ -564,6 +564,7 @@ ZU_API int32_t ZU_atomic_dec_32(int32_t* cell);
 /* What a thread runs; its result is the thread's exit code. */
 typedef uint32_t (*ZU_thread_func)(void* argument);
 
+/* A thread that was started, or the calling one. */
 typedef struct ZU_thread ZU_thread;
 
 /*
@@ -666,30 +667,30 @@ typedef int32_t (*ZU_enumerate2_fn)(void* item, void* context);
 
 /* Links of a bucket's circular list. */
 typedef struct ZU_hash_table_link {
-    struct ZU_hash_table_link* next;
-    struct ZU_hash_table_link* previous;
+    struct ZU_hash_table_link* next;     /* the first entry from the list's head */
+    struct ZU_hash_table_link* previous; /* the last entry from the list's head */
 } ZU_hash_table_link;
 
 /* A stored item. */
 typedef struct ZU_hash_table_node {
-    ZU_hash_table_link link;
-    void* item; /* the caller's */
+    ZU_hash_table_link link; /* in its bucket's list */
+    void* item;              /* the caller's */
 } ZU_hash_table_node;
 
 /* The caller's record; use the functions. */
 typedef struct ZU_hash_table {
-    uint32_t count; /* items stored */
-    uint32_t bucket_count;
+    uint32_t count;              /* items stored */
+    uint32_t bucket_count;       /* lists */
     ZU_hash_table_link* buckets; /* heads of the lists; an empty one points to itself */
     uint32_t key_offset;         /* bytes from the start of an item to its key */
-    ZU_hash_fn hash;
-    ZU_compare_fn compare;
-    ZU_free_fn release; /* or null */
+    ZU_hash_fn hash;             /* of a key */
+    ZU_compare_fn compare;       /* tells keys apart */
+    ZU_free_fn release;          /* of an item that leaves, or null */
 } ZU_hash_table;
 
 /* A position in a table; the caller's record. It is void once its item is removed by other means than delete_at. */
 typedef struct ZU_hash_table_iter {
-    ZU_hash_table* table;
+    ZU_hash_table* table;     /* the table that it walks */
     uint32_t bucket;          /* index of the position's bucket */
     ZU_hash_table_link* node; /* null: the end */
     int32_t direction;        /* 0 forward, 1 backward */
@@ -752,7 +753,7 @@ ZU_API void ZU_hash_table_delete_at(ZU_hash_table_iter* iter);
 
 /* The caller's record, all zero when empty. Read it, and change it through the functions. */
 typedef struct ZU_DA {
-    uint32_t count;
+    uint32_t count;    /* items */
     uint32_t capacity; /* places for items, raised by 4 at a time */
     void** items;      /* null: no places */
 } ZU_DA;
@@ -936,8 +937,8 @@ ZU_API ZU_bool ZU_write_file(ZU_file* file, const void* bytes, uint32_t count, u
 
 /* One piece of a gather list. */
 typedef struct ZU_file_vec {
-    const uint8_t* data;
-    uint32_t length; /* bytes */
+    const uint8_t* data; /* the bytes to write */
+    uint32_t length;     /* how many */
 } ZU_file_vec;
 
 #define ZU_WRITE_V_MAX 1024 /* pieces of one gather list */
@@ -1009,7 +1010,7 @@ ZU_API char* ZU_get_line(ZU_file* file, uint32_t* length, ZU_bool* short_read);
 #undef st_mtime
 #undef st_ctime
 typedef struct ZU_stat_time {
-    ZU_time_t tv_sec;
+    ZU_time_t tv_sec; /* seconds */
 } ZU_stat_time;
 #define ZU_STAT_TIME(name, host_name)                                                                        \
     union {                                                                                                  \
@@ -1071,8 +1072,8 @@ typedef struct ZU_enum_dir_entry {
     uint32_t attributes;         /* attribute code */
     uint64_t size;               /* bytes; 0 unless asked for */
     ZU_time_t creation_time;     /* this and the next two: -1 unless asked for */
-    ZU_time_t modification_time;
-    ZU_time_t access_time;
+    ZU_time_t modification_time; /* of the content */
+    ZU_time_t access_time;       /* the latest */
 } ZU_enum_dir_entry;
 
 /*
@@ -1201,16 +1202,17 @@ ZU_API void ZU_log_set_filter(ZU_log_filter function, void* user_data);
  * control characters reach the terminal: take them out of what others supply, and never use such a text as the format.
  */
 
+/* What a hook gets of a record. */
 struct ZU_log_record {
-    uint32_t level;
-    ZU_time_t time;
-    uint32_t process_id;
-    uint32_t thread_id;
-    const ZU_wchar* prefix; /* never null */
-    uint32_t prefix_length;
+    uint32_t level;          /* ZU_LOG_ALERT and its like */
+    ZU_time_t time;          /* when it was written */
+    uint32_t process_id;     /* of its writer */
+    uint32_t thread_id;      /* of its writer */
+    const ZU_wchar* prefix;  /* never null */
+    uint32_t prefix_length;  /* characters */
     const ZU_wchar* message; /* never null */
-    uint32_t message_length;
-    ZU_tm local_time; /* of time */
+    uint32_t message_length; /* characters */
+    ZU_tm local_time;        /* of time */
 };
 
 typedef struct ZU_log_file_settings ZU_log_file_settings;
@@ -1243,6 +1245,7 @@ ZU_API uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_se
 /* Runs around every write to the file. */
 typedef ZU_bool (*ZU_log_file_callback)(void);
 
+/* Where a file's records go, and how many of them are kept. */
 struct ZU_log_file_settings {
     const ZU_wchar* file_name;   /* null or empty: no file */
     ZU_bool relative_to_exe_dir; /* the name is taken below the executable's directory */
@@ -1344,6 +1347,7 @@ ZU_API FILETIME* Zu_time_t_2_FILETIME(ZU_time_t time, FILETIME* file_time);
  * called from any thread, but for init and destroy. It must outlive its timers.
  */
 
+/* A day of every year. */
 typedef struct ZU_holiday {
     uint32_t month; /* 1 to 12 */
     uint32_t day;   /* 1 to 31 */
@@ -1351,10 +1355,10 @@ typedef struct ZU_holiday {
 
 /* The caller's record; use the functions. */
 typedef struct ZU_timer_holidays {
-    ZU_lock_thread lock;
-    uint32_t capacity; /* entries allocated */
-    uint32_t count;    /* entries used */
-    ZU_holiday* entries;
+    ZU_lock_thread lock; /* held while the calendar is read or changed */
+    uint32_t capacity;   /* entries allocated */
+    uint32_t count;      /* entries used */
+    ZU_holiday* entries; /* one for each day */
 } ZU_timer_holidays;
 
 /* Makes the record an empty calendar. Always true. */
@@ -1391,7 +1395,7 @@ typedef struct ZU_timer ZU_timer;
 
 /* Numbers read from a list text such as "1,3;5": ascending, without repeats. */
 typedef struct ZU_int_list {
-    int32_t count;
+    int32_t count;   /* values */
     int32_t* values; /* null for none */
 } ZU_int_list;
 
@@ -1413,7 +1417,7 @@ typedef struct ZU_timer_ops {
 
 /* The part that all kinds share; the kind's own fields follow. Read it; only `last` may be set. */
 struct ZU_timer {
-    const ZU_timer_ops* ops;
+    const ZU_timer_ops* ops;       /* the kind's operations */
     ZU_tm start;                   /* local; tm_isdst is -1 */
     ZU_tm* end;                    /* local; null: no end */
     ZU_time_t last;                /* scheduled time of the latest firing; 0: none */
@@ -1505,21 +1509,21 @@ typedef int32_t (*ZU_timer_visitor)(void* context, ZU_timer* timer, void* user_d
 
 /* Links of the list of entries. */
 typedef struct ZU_timer_link {
-    struct ZU_timer_link* next;
-    struct ZU_timer_link* previous;
+    struct ZU_timer_link* next;     /* the first entry from the list's head */
+    struct ZU_timer_link* previous; /* the last entry from the list's head */
 } ZU_timer_link;
 
 /* The caller's record; use the functions. */
 typedef struct ZU_timer_set {
-    ZU_lock_thread lock;
-    ZU_timer_link entries;
-    ZU_thread* thread;  /* null: not started */
-    uint8_t stop;       /* 1 asks the thread to end */
-    ZU_time_t low_mark; /* no firing scheduled before it is made up */
-    uint32_t period;    /* seconds between two scans */
-    int32_t count;
-    ZU_timer_compare compare;
-    ZU_timer_free free;
+    ZU_lock_thread lock;            /* held while the set is read or changed, and during a scan */
+    ZU_timer_link entries;          /* head of the list of entries */
+    ZU_thread* thread;              /* null: not started */
+    uint8_t stop;                   /* 1 asks the thread to end */
+    ZU_time_t low_mark;             /* no firing scheduled before it is made up */
+    uint32_t period;                /* seconds between two scans */
+    int32_t count;                  /* entries */
+    ZU_timer_compare compare;       /* tells the user data of two entries apart, or null */
+    ZU_timer_free free;             /* releases the user data of an entry, or null */
     struct ZU_timer_entry* run_now; /* the entry that is asked to run at once, or null */
 } ZU_timer_set;
 

@@ -44,6 +44,7 @@ static inline void SetLastError(uint32_t code) {
  */
 typedef uint32_t SOCKET;
 
+/* No socket, and the result of a call that failed. */
 #define INVALID_SOCKET ((SOCKET)0xFFFFFFFFu)
 #define SOCKET_ERROR (-1)
 
@@ -60,8 +61,8 @@ static inline void WSASetLastError(int code) {
 
 /* A count of 100-nanosecond units since 1601-01-01 00:00:00 UTC, the low half first. */
 typedef struct FILETIME {
-    uint32_t dwLowDateTime;
-    uint32_t dwHighDateTime;
+    uint32_t dwLowDateTime;  /* the lower 32 bits */
+    uint32_t dwHighDateTime; /* the upper 32 bits */
 } FILETIME;
 
 /* ---- Directory entries -------------------------------------------------------------------------------------- */
@@ -87,16 +88,16 @@ typedef struct FILETIME {
 
 /* What a search reports of one entry. The name is terminated; there is never an alternate name here. */
 typedef struct WIN32_FIND_DATAW {
-    uint32_t dwFileAttributes;
-    FILETIME ftCreationTime;
-    FILETIME ftLastAccessTime;
-    FILETIME ftLastWriteTime;
-    uint32_t nFileSizeHigh;
-    uint32_t nFileSizeLow;
-    uint32_t dwReserved0; /* of a REPARSE_POINT: its kind; otherwise 0 */
-    uint32_t dwReserved1; /* 0 */
-    char16_t cFileName[260];
-    char16_t cAlternateFileName[14];
+    uint32_t dwFileAttributes;       /* FILE_ATTRIBUTE_ bits */
+    FILETIME ftCreationTime;         /* of the entry */
+    FILETIME ftLastAccessTime;       /* as the file system keeps it */
+    FILETIME ftLastWriteTime;        /* of the content */
+    uint32_t nFileSizeHigh;          /* size in bytes, the upper 32 bits */
+    uint32_t nFileSizeLow;           /* and the lower */
+    uint32_t dwReserved0;            /* of a REPARSE_POINT: its kind; otherwise 0 */
+    uint32_t dwReserved1;            /* nothing */
+    char16_t cFileName[260];         /* the name */
+    char16_t cAlternateFileName[14]; /* always empty */
 } WIN32_FIND_DATAW;
 
 /* ---- Calendar time ------------------------------------------------------------------------------------------ */
@@ -116,6 +117,7 @@ typedef struct ZU_tm {
 
 /* ---- Registry keys and modules ------------------------------------------------------------------------------ */
 
+/* An open key of the registry, and a loaded library: handles without fields. */
 typedef struct HKEY__* HKEY;
 typedef struct HINSTANCE__* HMODULE;
 
