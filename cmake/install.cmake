@@ -13,6 +13,7 @@ foreach(library zu zu_static)
 endforeach()
 if(TARGET zu-helper)
   install(TARGETS zu-helper RUNTIME DESTINATION ${CMAKE_INSTALL_LIBDIR}/${zu_private_folder})
+  install(TARGETS zu-command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 if(TARGET zu-helper AND CMAKE_SYSTEM_NAME STREQUAL Linux)
   # The template of the units for services. It names the helper by its full path, so it is written when it is installed.

@@ -217,4 +217,19 @@ void give_back_claim(int descriptor) {
     lock_call(descriptor, F_OFD_SETLK, F_UNLCK, {0, byte_count}, lock);
 }
 
+bool add_claim_of_lock(off_t first, off_t last, share_claim& claim) {
+    bool found = false;
+    for (unsigned index = 0; index < byte_count; ++index) {
+        const off_t byte = first_byte + index;
+        if (byte < first || byte > last)
+            continue;
+        const unsigned bit = 1u << index;
+        (bit == denying_reads    ? claim.denies_reads
+         : bit == writing        ? claim.writes
+         : bit == denying_writes ? claim.denies_writes
+                                 : claim.reads) = found = true;
+    }
+    return found;
+}
+
 } // namespace platform

@@ -1,5 +1,7 @@
-// Inside this folder: share modes, which hold between all handles of all processes.
+// Inside the layer: share modes, which hold between all handles of all processes.
 #pragma once
+
+#include <sys/types.h>
 
 #include "platform/api/base.h"
 
@@ -39,5 +41,8 @@ void end_writing(int descriptor, const share_claim& claim);
 
 // Gives back what the descriptor holds. Closing would do, if no child that was forked meanwhile had a copy of it.
 void give_back_claim(int descriptor);
+
+// Adds what a lock on the bytes from first to last says about its holder; false when it has nothing to do with sharing.
+bool add_claim_of_lock(off_t first, off_t last, share_claim& claim);
 
 } // namespace platform

@@ -1,4 +1,4 @@
-// Inside this folder: the registry as it stands in its files, keys by name within keys.
+// Inside the layer: the registry as it stands in its files, keys by name within keys.
 #pragma once
 
 #include <map>
@@ -51,9 +51,27 @@ struct skipped_lines {
     size_t first = 0; // counted from 1
 };
 
+// Lines of a text, counted from 0; `end` is behind the last one.
+struct line_range {
+    size_t first, end;
+};
+
+// Hears of what a text says as it is read, in the spelling of the text.
+class registry_listener {
+public:
+    virtual ~registry_listener() = default;
+    virtual void on_key(wide_view path, bool removes, line_range lines) = 0;
+    virtual void on_value(wide_view name, bool removes, line_range lines) = 0; // of the key before
+};
+
 // Adds the keys and values of a text to the roots, which the node holds by name. `only`, if given, is the root to add
 // to.
-skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only = {});
+skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only = {},
+                                 registry_listener* listener = nullptr);
+
+// The two files, of the machine and of the calling user; the latter is empty where there is no home.
+std::string machine_registry_file();
+std::string user_registry_file();
 
 // The registry as the files had it at some time.
 struct registry_state {

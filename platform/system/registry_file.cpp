@@ -117,18 +117,6 @@ struct file_content {
 
 // ---- Both files -------------------------------------------------------------------------------------------------
 
-// The user's own file; empty where there is no home.
-std::string user_file() {
-    constexpr char relative[] = "/.config/zu/registry.reg";
-    if (const char* home = secure_getenv("HOME"); home && *home == '/')
-        return std::string(home) + relative;
-    passwd entry;
-    passwd* found = nullptr;
-    char room[4096];
-    getpwuid_r(geteuid(), &entry, room, sizeof room, &found);
-    return found && *found->pw_dir == '/' ? std::string(found->pw_dir) + relative : std::string();
-}
-
 struct loaded_registry {
     state_pointer state;
     file_content machine, user;
@@ -211,9 +199,24 @@ DWORD load(const std::string& machine_path, const std::string& user_path, const 
 
 } // namespace
 
+std::string machine_registry_file() {
+    return in_host_directory("registry.reg");
+}
+
+std::string user_registry_file() {
+    constexpr char relative[] = "/.config/zu/registry.reg";
+    if (const char* home = secure_getenv("HOME"); home && *home == '/')
+        return std::string(home) + relative;
+    passwd entry;
+    passwd* found = nullptr;
+    char room[4096];
+    getpwuid_r(geteuid(), &entry, room, sizeof room, &found);
+    return found && *found->pw_dir == '/' ? std::string(found->pw_dir) + relative : std::string();
+}
+
 DWORD current_registry(bool for_user, state_pointer& result) {
-    const std::string machine_path = in_host_directory("registry.reg");
-    const std::string user_path = for_user ? user_file() : std::string();
+    const std::string machine_path = machine_registry_file();
+    const std::string user_path = for_user ? user_registry_file() : std::string();
     file_stamp machine, user;
     if (const int error = stamp_of(machine_path, machine))
         return code_of_errno(error);
@@ -235,7 +238,8 @@ DWORD current_registry(bool for_user, state_pointer& result) {
         loaded_registry next;
         next.number = ++shared.loads_begun;
         hold.unlock(); // only this thread changes `latest`
-        if (const DWORD code = load(machine_path, for_user ? user_path : user_file(), shared.latest, next))
+        if (const DWORD code =
+                load(machine_path, for_user ? user_path : user_registry_file(), shared.latest, next))
             return code;
         hold.lock();
         shared.latest = std::move(next);

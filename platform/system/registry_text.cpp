@@ -211,11 +211,12 @@ bool take_data(cursor& at, registry_value& value, bool is_older) {
 
 class reader {
 public:
-    reader(const registry_text& text, registry_node& roots, wide_view only)
-        : text_(text), at_(text.text), roots_(roots), only_(only) {}
+    reader(const registry_text& text, registry_node& roots, wide_view only, registry_listener* listener)
+        : text_(text), at_(text.text), roots_(roots), only_(only), listener_(listener) {}
 
     skipped_lines read() {
         while (!at_.at_end()) {
+            pass_lines_before(at_);
             at_.skip_blanks();
             const size_t left = at_.size();
             if (!take_key() && !take_value() && !take_rest_of_line() && skipped_.count++ == 0)
@@ -230,6 +231,23 @@ private:
     size_t line_with(size_t left) const {
         const wide_view before = wide_view(text_.text).substr(0, text_.text.size() - left);
         return 1 + static_cast<size_t>(std::count(before.begin(), before.end(), u'\n'));
+    }
+
+    // Counts lines for the listener, each once: up to the one that a cursor is in.
+    void pass_lines_before(const cursor& at) {
+        const size_t done = text_.text.size() - at.size();
+        if (listener_)
+            line_ +=
+                static_cast<size_t>(std::count(text_.text.begin() + static_cast<ptrdiff_t>(counted_),
+                                               text_.text.begin() + static_cast<ptrdiff_t>(done), u'\n'));
+        counted_ = done;
+    }
+
+    // From the line that reading is at to the one that a cursor is in.
+    line_range lines_to(const cursor& last) {
+        const size_t first = line_;
+        pass_lines_before(last);
+        return {first, line_ + 1};
     }
 
     // An empty line, a comment or the heading.
@@ -252,6 +270,8 @@ private:
         path.remove_prefix(removes);
         if (!is_possible(path))
             return false;
+        if (listener_)
+            listener_->on_key(path, removes, {line_, line_ + 1});
         if (removes)
             remove_key(path);
         else
@@ -312,16 +332,16 @@ private:
         if (!line.take(u"="))
             return false;
         line.skip_blanks();
-        name = folded_name(name);
-        if (line.take(u"-")) {
-            if (line.is_at_line_end())
-                key_->values.erase(name);
-            return line.is_at_line_end();
-        }
         registry_value value{};
-        if (!take_data(line, value, text_.is_older))
+        const bool removes = line.take(u"-");
+        if (removes ? !line.is_at_line_end() : !take_data(line, value, text_.is_older))
             return false;
-        key_->values.insert_or_assign(std::move(name), std::move(value));
+        if (listener_)
+            listener_->on_value(name, removes, lines_to(line));
+        if (removes)
+            key_->values.erase(folded_name(name));
+        else
+            key_->values.insert_or_assign(folded_name(name), std::move(value));
         return true;
     }
 
@@ -329,6 +349,8 @@ private:
     cursor at_;
     registry_node& roots_;
     const wide_view only_;
+    registry_listener* const listener_;
+    size_t line_ = 0, counted_ = 0; // the line of the units that have been counted
     registry_node* key_ = nullptr;
     skipped_lines skipped_;
 };
@@ -349,8 +371,9 @@ DWORD registry_text::decode(std::string_view file) {
     return ERROR_SUCCESS;
 }
 
-skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only) {
-    return reader(text, roots, only).read();
+skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only,
+                                 registry_listener* listener) {
+    return reader(text, roots, only, listener).read();
 }
 
 } // namespace platform

@@ -457,4 +457,34 @@ void mutex_file::sweep() {
     }
 }
 
+DWORD mutex_file::list(std::vector<mutex_facts>& out) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(folder), closedir);
+    if (!listing)
+        return code_of_errno(errno);
+    while (const dirent* const entry = readdir(listing.get())) {
+        mutex_file one;
+        one.path_ = std::string(folder) + '/' + entry->d_name;
+        struct stat status;
+        if (!one.path_.starts_with(prefix) || lstat(one.path_.c_str(), &status) != 0
+            || !S_ISREG(status.st_mode))
+            continue;
+        mutex_facts facts;
+        facts.path = one.path_;
+        facts.user = status.st_uid;
+        facts.for_everyone = (status.st_mode & for_all) == for_all;
+        one.file_ = descriptor(::open(one.path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        if (one.file_) {
+            const off_t bytes = std::clamp<off_t>(status.st_size - static_cast<off_t>(mapped_bytes), 0, 4096);
+            facts.name.resize(static_cast<size_t>(bytes) / sizeof(char16_t));
+            const ssize_t size =
+                pread(one.file_.get(), facts.name.data(), facts.name.size() * sizeof(char16_t), mapped_bytes);
+            facts.name.resize(size < 0 ? 0 : static_cast<size_t>(size) / sizeof(char16_t));
+            facts.is_left_behind = !is_locked(one.file_.get(), liveness);
+            one.read_word(held_at, facts.owner);
+        }
+        out.push_back(std::move(facts));
+    }
+    return ERROR_SUCCESS;
+}
+
 } // namespace platform

@@ -1,4 +1,4 @@
-// Inside this folder: the file that a named mutex shares between processes.
+// Inside the layer: the file that a named mutex shares between processes.
 //
 // One file per name under /dev/shm. Ownership is an open-file-description lock on one of its bytes, so that it ends
 // with the process, whatever kills it. A word of the text says "held" while it is held: a process that gets the lock
@@ -9,11 +9,22 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "platform/core/descriptor.h"
 #include "platform/core/futex.h"
 
 namespace platform {
+
+// What the file of a lock tells to who may read it.
+struct mutex_facts {
+    std::u16string name; // empty where the file could not be read
+    std::string path;
+    uid_t user = 0;
+    bool for_everyone = false;
+    bool is_left_behind = false; // by processes that were killed: nobody has it open
+    uint32_t owner = 0;          // the thread that holds it, or has died holding it; 0 for none
+};
 
 class mutex_file {
 public:
@@ -40,6 +51,9 @@ public:
 
     // Removes the files that killed processes of this user have left behind, of any user when it is root.
     static void sweep();
+
+    // The locks of this machine. 0, or why they cannot be listed.
+    static DWORD list(std::vector<mutex_facts>& out);
 
 private:
     class own_turn;
