@@ -87,13 +87,15 @@ int list(const arguments& given) {
     }
     const std::string shares = platform::in_host_directory("drives/unc");
     for (const std::string& server : names_in(shares)) {
-        for (const std::string& share : names_in(shares + '/' + server)) {
+        std::string server_folder = shares;
+        server_folder.append("/").append(server);
+        for (const std::string& share : names_in(server_folder)) {
             std::u16string root = u"\\\\", name;
             platform::append_wide_name(server, root);
             platform::append_wide_name(share, name);
             std::string directory;
             if (platform::append_share_directory(root.substr(2), name, directory) == ERROR_SUCCESS)
-                add_row(given, root + u'\\' + name, directory, rows);
+                add_row(given, root.append(u"\\").append(name), directory, rows);
         }
     }
     rows.print(given);

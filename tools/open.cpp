@@ -60,14 +60,16 @@ const char* pair_name(bool first, bool second, const char* one, const char* othe
 }
 
 void look_at(const std::string& process, const struct stat& wanted, table& rows) {
-    const std::string folder = "/proc/" + process;
-    for (const std::string& number : numbers_in(folder + "/fd")) {
+    const std::string folder = "/proc/" + process, descriptors = folder + "/fd";
+    for (const std::string& number : numbers_in(descriptors)) {
         struct stat status;
-        if (stat((folder + "/fd/" + number).c_str(), &status) != 0 || status.st_ino != wanted.st_ino
+        std::string path = descriptors;
+        if (stat(path.append("/").append(number).c_str(), &status) != 0 || status.st_ino != wanted.st_ino
             || status.st_dev != wanted.st_dev)
             continue;
         platform::share_claim claim{};
-        const std::string info = folder + "/fdinfo/" + number;
+        std::string info = folder;
+        info.append("/fdinfo/").append(number);
         const bool is_ours = read_claim(info, claim);
         rows.add({uint64_t{std::strtoull(process.c_str(), nullptr, 10)}, first_line_of(folder + "/comm"),
                   is_ours ? pair_name(claim.reads, claim.writes, "read", "write", "read, write") : "unknown",

@@ -14,7 +14,7 @@ void fail(std::string text) {
     throw failure{failed, std::move(text)};
 }
 
-void fail(std::string what, platform::DWORD code) {
+void fail(const std::string& what, platform::DWORD code) {
     throw failure{failed, what + ": " + words_of(code) + " (" + std::to_string(code) + ')'};
 }
 

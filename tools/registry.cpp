@@ -76,8 +76,7 @@ bool is_users(const std::u16string& key) {
 
 // The file that a change of the key belongs to.
 std::string file_of(const std::u16string& key) {
-    const std::string path =
-        is_users(key) ? platform::user_registry_file() : platform::machine_registry_file();
+    std::string path = is_users(key) ? platform::user_registry_file() : platform::machine_registry_file();
     if (path.empty())
         fail("this user has no home, and so no registry of its own");
     return path;

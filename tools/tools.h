@@ -24,7 +24,7 @@ struct failure {
 };
 
 [[noreturn]] void fail(std::string text);
-[[noreturn]] void fail(std::string what, platform::DWORD code); // with the code in words
+[[noreturn]] void fail(const std::string& what, platform::DWORD code); // with the code in words
 [[noreturn]] void misuse(std::string text);
 
 // Fails unless the code is 0.

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <vector>
@@ -69,10 +70,9 @@ DWORD run_systemctl(bool for_user, std::initializer_list<std::string> arguments)
     std::vector<std::string> words{"systemctl", for_user ? "--user" : "--system", "--quiet",
                                    "--no-ask-password"};
     words.insert(words.end(), arguments);
-    std::vector<char*> pointers;
-    for (std::string& word : words)
-        pointers.push_back(word.data());
-    pointers.push_back(nullptr);
+    std::vector<char*> pointers(words.size() + 1); // the last one stays null
+    std::transform(words.begin(), words.end(), pointers.begin(),
+                   [](std::string& word) { return word.data(); });
 
     posix_spawn_file_actions_t streams;
     posix_spawn_file_actions_init(&streams);
