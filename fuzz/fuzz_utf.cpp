@@ -8,8 +8,8 @@ namespace {
 std::u16string widened(const std::string& narrow) {
     std::u16string wide(platform::wide_size(narrow.data(), narrow.size()), 0);
     check(platform::wide_from_utf8(narrow.data(), narrow.size(), wide.data(), wide.size()) == wide.size());
-    if (!wide.empty())
-        check(platform::wide_from_utf8(narrow.data(), narrow.size(), wide.data(), wide.size() - 1)
+    if (std::u16string area = wide; !area.empty())
+        check(platform::wide_from_utf8(narrow.data(), narrow.size(), area.data(), area.size() - 1)
               == platform::does_not_fit);
     return wide;
 }
@@ -17,8 +17,8 @@ std::u16string widened(const std::string& narrow) {
 std::string narrowed(const std::u16string& wide) {
     std::string narrow(platform::utf8_size(wide.data(), wide.size()), 0);
     check(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), narrow.size()) == narrow.size());
-    if (!narrow.empty())
-        check(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), narrow.size() - 1)
+    if (std::string area = narrow; !area.empty())
+        check(platform::utf8_from_wide(wide.data(), wide.size(), area.data(), area.size() - 1)
               == platform::does_not_fit);
     return narrow;
 }

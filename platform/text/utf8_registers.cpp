@@ -245,8 +245,10 @@ WITH_64_BYTES inline bool widen_short_lanes(widening& state, __m512i bytes, size
         return false;
     const bool is_cut = twos >> (count - 1); // by the end of the register
     const uint64_t leads = (ones | twos) & low_bits(count - is_cut);
-    if ((ones | twos | (twos << 1 & known)) != known || (twos << 1 & (ones | twos)) != 0)
-        return false; // some byte continues nothing, or is not continued
+    const uint64_t continuing =
+        _mm512_cmplt_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC0))) & known;
+    if ((ones | twos | continuing) != known || (twos << 1 & known) != continuing)
+        return false; // some byte continues nothing, is not continued, or has no place in UTF-8
     const __m512i next = _mm512_maskz_loadu_epi8(low_bits(count - 1), state.at + 1);
     const __m512i first = _mm512_maskz_compress_epi8(leads, bytes);
     const __m512i second = _mm512_maskz_compress_epi8(leads, next);
