@@ -6,8 +6,8 @@
  *  - Text is wide text, 16-bit code units ended by a zero unit, unless "narrow" is said. ZU_W("text") makes a
  *    literal of it on every platform. Lengths count code units unless bytes are said.
  *  - ZU_bool is one byte: 1 true, 0 false.
- *  - A failed call leaves its reason in the calling thread's last-error code, to be read with GetLastError(). Where
- *    no code is named, the function does not touch it.
+ *  - A failed call leaves its reason in the calling thread's last-error code, to be read with GetLastError() before the
+ *    next call. Where no code is named, the function does not touch it, on failure or on success.
  *  - Allocation never fails towards the caller: when memory runs out, one line is written and the process ends (see
  *    Memory). What a function returns in "new memory" is the caller's, and is released with ZU_free.
  *  - Pointers must not be null unless null is mentioned.
@@ -86,7 +86,8 @@ typedef struct tm ZU_tm; /* the nine fields of broken-down local time; see zu_pl
  */
 
 /*
- * Starts the library: the socket library (2.2, else 1.1), then logging. Call it before anything else. A socket library
+ * Starts the library: the socket library (2.2, else 1.1), then logging. Call it before anything else. It may change the
+ * last-error code. A socket library
  * that does not start is not reported here: every socket call then fails with 10093 (WSANOTINITIALISED).
  */
 ZU_API void ZU_init(void);
@@ -97,10 +98,11 @@ ZU_API void ZU_init(void);
  */
 ZU_API void ZU_shutdown(void);
 
-/* The version of the interface, the constant text "1.0"; ZU_VERSION_MAJOR and its like tell the library's. Any thread. */
+/* The version of the interface, the constant text "1.0"; ZU_VERSION_MAJOR and its like tell the library's. Not to be
+   freed. Any thread. */
 ZU_API const ZU_wchar* ZU_version(void);
 
-/* When the library was built, as "Apr 30 2006 10:50:42", a constant text. Any thread. */
+/* When the library was built, as "Apr 30 2006 10:50:42", a constant text. Not to be freed. Any thread. */
 ZU_API const ZU_wchar* ZU_compilation_timestamp(void);
 
 /*
@@ -203,7 +205,7 @@ ZU_API void ZU_s_destroy(ZU_s* s);
 /* Empties the string and keeps its buffer; one that is shared is let go instead. */
 ZU_API void ZU_s_clear(ZU_s* s);
 
-/* Inserts a whole text at a position; a null or empty text changes nothing. */
+/* Inserts a whole text at a position; position 0xFFFFFFFF appends it. A null or empty text changes nothing. */
 ZU_API ZU_s* ZU_s_insert(ZU_s* s, uint32_t position, const ZU_wchar* text);
 
 /* Inserts up to n characters of the text, less when it ends before; position 0xFFFFFFFF appends. Null text: n = 0. */
@@ -216,7 +218,7 @@ ZU_API ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n);
  * Appends, or with the plain names replaces by, formatted text, of any length. The format is the platform's wide
  * printf:
  *  - %s %c, also with l or w, take wide text; %S %C and %hs %hc narrow text, each byte one character. Null prints
- *    "(null)", width, precision and the flag 0 count for texts too.
+ *    "(null)". Width, precision and the flag 0 count for texts, too.
  *  - Numbers are printed as the C library does. h is 16 bits, l and I32 are 32, ll, I64 and j are 64, I, z and t have
  *    the width of a pointer.
  *  - %p prints an address with all its digits. %n takes its argument and stores nothing. A letter without a meaning
@@ -232,7 +234,7 @@ ZU_API ZU_s* ZU_s_sprintf_i(ZU_s* s, const ZU_wchar* format, va_list arguments);
 /* Exchanges two strings. */
 ZU_API void ZU_s_swap(ZU_s* s, ZU_s* other);
 
-/* Makes s a copy of the source; a null source empties s and keeps its buffer. */
+/* Makes s a copy of the source, which may be s itself. An empty source empties s, and s keeps its buffer. */
 ZU_API ZU_s* ZU_s_assign_s(ZU_s* s, const ZU_s* source);
 
 /* Writes one character and returns the one that stood there. The string must be longer than the index. */
@@ -247,7 +249,7 @@ ZU_API uint32_t ZU_s_trim_end_c(ZU_s* s, ZU_wchar character);
 /* Replaces every `from` by `to`; returns how many. */
 ZU_API uint32_t ZU_s_replace_c(ZU_s* s, ZU_wchar from, ZU_wchar to);
 
-/* Change the ASCII letters to lower or upper case, in place; every other character stays. */
+/* Change the ASCII letters to lower or upper case, in place; every other character stays. An empty string stays so. */
 ZU_API void ZU_s_make_lower(ZU_s* s);
 ZU_API void ZU_s_make_upper(ZU_s* s);
 
@@ -258,8 +260,8 @@ ZU_API ZU_wchar* ZU_strupr(ZU_wchar* text);
 /*
  * Replaces s by a template's text: %1, %2 ... stand for the wide texts that follow (null: "(null)"), each as often as
  * wanted, %n for a line end CR LF, %% for one percent sign. There must be an argument for each number, and none may lie
- * in s. Returns the length. A number below 1, more than 128 inserts, or a star for a width or a precision fail: 0, and s
- * is empty.
+ * in s. Returns the length. A number below 1, more than 128 inserts, or a star for a width or a precision fail: 0, and
+ * s is empty.
  *
  * Everything else behind a percent sign is a conversion as in ZU_s_sprintf, and takes the next insert of the list: in
  * "50% done, %1" the "% d" prints a part of the insert's address, and %1 what follows it. Write "50%% done". A template
@@ -283,7 +285,8 @@ typedef struct ZU_fixed_s {
 /* Assigns a text to a record that is zero or in use; null: the empty text. */
 ZU_API void ZU_fixed_s_create(ZU_fixed_s* s, const ZU_wchar* text);
 
-/* Makes the record a copy of the text. Its block is kept when the text that it held was not shorter. */
+/* Make the record a copy of a text, which unlike that of ZU_fixed_s_create must not be null, or of another record,
+   which may be the same. The block is kept when the text that it held was not shorter. */
 ZU_API void ZU_fixed_s_assign(ZU_fixed_s* s, const ZU_wchar* text);
 ZU_API void ZU_fixed_s_assign_s(ZU_fixed_s* s, const ZU_fixed_s* source);
 
@@ -292,7 +295,8 @@ ZU_API void ZU_fixed_s_destroy(ZU_fixed_s* s);
 
 /*
  * Writes the text into a block in new memory at *buffer: a 32-bit count of bytes, the least significant first, then
- * the bytes in a narrow encoding (ZU_ENCODING_...), no terminator. Returns the block's size in bytes.
+ * the bytes in a narrow encoding (ZU_ENCODING_...), no terminator. Returns the block's size in bytes. It is 4, with a
+ * count of 0, for the empty text and for an unknown encoding.
  */
 ZU_API int32_t ZU_fixed_s_to_buffer(const ZU_fixed_s* s, uint32_t encoding, uint8_t** buffer);
 
@@ -375,10 +379,11 @@ ZU_API void ZU_trim_end_char(ZU_wchar* text, ZU_wchar character);
  */
 ZU_API int32_t ZU_printf_ex(const ZU_wchar* format, ...);
 
-/* Whether a text is all decimal digits; unless bit 0 of the flags is set, one sign may stand first (also alone). */
+/* Whether a text is all decimal digits; unless bit 0 of the flags is set, one sign may stand first (also alone). The
+   empty text is not. */
 ZU_API ZU_bool ZU_is_numeric(const ZU_wchar* text, uint8_t flags);
 
-/* A copy in new memory, cut to `maximum` characters and "..." when it is longer. */
+/* A copy in new memory; of a longer text, its first `maximum` characters and "..." behind them. */
 ZU_API ZU_wchar* ZU_str_make_short_name(const ZU_wchar* text, uint32_t maximum);
 
 /* A 32-bit hash that is blind to the case of ASCII letters; 0 for the empty text. */
@@ -501,7 +506,8 @@ ZU_API ZU_bool ZU_lock_thread_init_recursive(ZU_lock_thread* lock);
    stays taken. Always true. */
 ZU_API ZU_bool ZU_lock_thread_lock(ZU_lock_thread* lock);
 
-/* Gives the lock back once. Always true. */
+/* Gives the lock back once. Only its holder may: nothing is checked, and when another thread gives it back, the lock
+   guards nothing any more. Always true. */
 ZU_API ZU_bool ZU_lock_thread_unlock(ZU_lock_thread* lock);
 
 /* Ends the use of the storage, which is not freed. The lock must be free. Null is accepted. Always true. */
@@ -524,7 +530,7 @@ ZU_API ZU_bool ZU_destroy_event(ZU_event* event);
 ZU_API ZU_bool ZU_set_event(ZU_event* event);
 ZU_API ZU_bool ZU_reset_event(ZU_event* event);
 
-/* Waits up to a time-out in milliseconds. Returns 1 signalled, 0 timed out, -1 failed. */
+/* Waits up to a time-out in milliseconds. Returns 1 signalled, 0 timed out, -1 failed, with the platform's code. */
 ZU_API int32_t ZU_wait_for_event(ZU_event* event, uint32_t timeout_ms);
 
 /*
@@ -544,8 +550,8 @@ typedef struct ZU_sem ZU_sem;
 ZU_API ZU_sem* ZU_sem_create(int32_t initial_count, int32_t maximum_count);
 
 /*
- * Takes one from the count, waiting for it up to a time-out in milliseconds. False when that fails; *timed_out
- * (may be null) is then 1 for a time-out, otherwise 0.
+ * Takes one from the count, waiting for it up to a time-out in milliseconds. False when that fails: *timed_out (may be
+ * null) is then 1 for a time-out, and 0 for a failed wait, which leaves the platform's code. It is 0 on success.
  */
 ZU_API ZU_bool ZU_sem_wait(ZU_sem* sem, uint32_t timeout_ms, ZU_bool* timed_out);
 
@@ -609,14 +615,14 @@ ZU_API uint32_t ZU_get_current_thread_id(void);
  * A process that ends in order takes its locks' files away, if nobody else has them open. A process that is killed
  * leaves them behind. Such a file counts as no lock: the same user's next lock of that name takes it over, as does any
  * user's if it was for everyone, and this user's or root's next process with a lock removes it. Other users are refused
- * until then (5).
+ * until then, with code 5 (ERROR_ACCESS_DENIED).
  */
 typedef void* ZU_lock_process;
 
 /*
  * Create the lock, or open one that exists (last-error code 183 (ERROR_ALREADY_EXISTS), otherwise 0): for the user's
- * own processes, or for every user of the machine. Null with code 5 (ERROR_ACCESS_DENIED) for another user's lock that
- * is not for everyone, 6 (ERROR_INVALID_HANDLE) when something else has the name, 3 (ERROR_PATH_NOT_FOUND), 123
+ * own processes, or for every user of the machine. Null with code 5 for another user's lock that is not for everyone,
+ * 6 (ERROR_INVALID_HANDLE) when something else has the name, 3 (ERROR_PATH_NOT_FOUND), 123
  * (ERROR_INVALID_NAME) or 161 (ERROR_BAD_PATHNAME) for what is no name, 206 (ERROR_FILENAME_EXCED_RANGE) for one that
  * is too long, 1460 (ERROR_TIMEOUT) after a second in which another process has kept the lock's file to itself, 4
  * (ERROR_TOO_MANY_OPEN_FILES) without a descriptor, 1450 (ERROR_NO_SYSTEM_RESOURCES) without a handle. The call never
@@ -626,11 +632,13 @@ ZU_API ZU_lock_process ZU_lock_process_create(const ZU_wchar* name);
 ZU_API ZU_lock_process ZU_lock_process_create_everyone(const ZU_wchar* name);
 
 /* Opens an existing lock, to see that it exists: it cannot be locked through this handle (code 5). Null with code 2
-   (ERROR_FILE_NOT_FOUND) when there is none, 87 for null, otherwise as create. Release: ZU_lock_process_close. */
+   (ERROR_FILE_NOT_FOUND) when there is none, 87 (ERROR_INVALID_PARAMETER) for null, 6 for "", otherwise as create.
+   Release: ZU_lock_process_close. */
 ZU_API ZU_lock_process ZU_lock_process_open(const ZU_wchar* name);
 
 /* Take the lock, without limit or up to a time-out in milliseconds: 0 only tries. True when it is taken from a living
-   owner or was free; false after a time-out, an owner's end (owned all the same, see above) or a failure. */
+   owner or was free; false after a time-out, an owner's end (owned all the same, see above) or a failure: 5 through a
+   handle of ZU_lock_process_open, 6 for one that is null or closed. */
 ZU_API ZU_bool ZU_lock_process_lock(ZU_lock_process lock);
 ZU_API ZU_bool ZU_lock_process_lock_timeout(ZU_lock_process lock, uint32_t timeout_ms);
 
@@ -728,7 +736,8 @@ ZU_API uint32_t ZU_hash_table_enumerate(const ZU_hash_table* table, ZU_enumerate
 ZU_API uint32_t ZU_hash_table_enumerate2(const ZU_hash_table* table, ZU_enumerate2_fn callback,
                                          void* context);
 
-/* Put the position on the first item to walk forward, or on the last to walk backward; on the end when there is none. */
+/* Put the position on the first item to walk forward, or on the last to walk backward; on the end when there is
+   none. */
 ZU_API void ZU_hash_table_begin(ZU_hash_table* table, ZU_hash_table_iter* iter);
 ZU_API void ZU_hash_table_rbegin(ZU_hash_table* table, ZU_hash_table_iter* iter);
 
@@ -782,7 +791,8 @@ ZU_API void ZU_DAFreeItems(ZU_DA* array);
 /*
  * First in, first out, of up to a fixed number of pointers, for any number of producer and consumer threads. A push
  * waits for room and a pop for a value, each up to a time-out in milliseconds: 0 only tries, ZU_WAIT_INFINITE waits
- * without limit. The values are the caller's: the queue neither looks at them nor frees them.
+ * without limit. One that expires leaves the last-error code alone. The values are the caller's: the queue neither
+ * looks at them nor frees them, and null is a value like any other.
  *
  * All but create and destroy may be called from any thread.
  */
@@ -831,9 +841,9 @@ ZU_API ZU_bool ZU_is_full_path(const ZU_wchar* path);
 ZU_API int32_t ZU_path_too_long(const ZU_wchar* path);
 
 /*
- * The current directory without a backslash at its end (the root of C: is "C:"); in new memory, null on failure. On
- * Linux it is a network path where only a share leads there, and code 3 (ERROR_PATH_NOT_FOUND) where neither a drive
- * nor a share does.
+ * The current directory without a backslash at its end (the root of C: is "C:"). On failure `out` is empty, or the
+ * result null instead of new memory, with the platform's code. On Linux it is a network path where only a share leads
+ * there, and code 3 (ERROR_PATH_NOT_FOUND) where neither a drive nor a share does.
  */
 ZU_API ZU_bool ZU_get_current_dir_ex(ZU_s* out);
 ZU_API ZU_wchar* ZU_get_current_dir(void);
@@ -841,13 +851,15 @@ ZU_API ZU_wchar* ZU_get_current_dir(void);
 /*
  * The full path of something that exists: absolute, no "." or "..", drive letter in upper case, every component as the
  * file system stores it, no backslash at the end. Slashes count as backslashes, and C:dir as C:\dir. Fails with 2
- * (ERROR_FILE_NOT_FOUND) for a path that is empty, begins with a single backslash or a slash, holds ? or *, leaves its root, or names a server
- * alone; otherwise with the platform's code. On failure `out` is empty, or the result null instead of new memory.
+ * (ERROR_FILE_NOT_FOUND) for a path that is empty, begins with a single backslash or a slash, holds ? or *, leaves its
+ * root, or names a server alone; otherwise with the platform's code. On failure `out` is empty, or the result null
+ * instead of new memory.
  */
 ZU_API ZU_bool ZU_get_actual_full_path_ex(const ZU_wchar* path, ZU_s* out);
 ZU_API ZU_wchar* ZU_get_actual_full_path(const ZU_wchar* path);
 
-/* The program's own path in new memory; null when it has 260 code units or more, and where no drive leads there. */
+/* The program's own path in new memory. Null when it has 260 code units or more, and with the platform's code where no
+   drive leads there. On success the code may be another one than before, here and in ZU_generate_local_path. */
 ZU_API ZU_wchar* ZU_get_exe_path(void);
 
 /* A file name appended to the directory of the program, in new memory; null where ZU_get_exe_path is null. */
@@ -891,31 +903,37 @@ ZU_API ZU_bool ZU_is_floppy_drive(const ZU_wchar* path);
  */
 typedef struct ZU_file ZU_file;
 
-/* What for. With neither, the data can be neither read nor written (5, ERROR_ACCESS_DENIED), and no share mode minds. */
+/* What for. With neither, the data can be neither read nor written (5, ERROR_ACCESS_DENIED), and no share mode
+   minds. */
 #define ZU_FILE_READ 0x001u
 #define ZU_FILE_WRITE 0x002u
 
 /* How. Exactly one counts, the first in this order. */
 #define ZU_FILE_CREATE_ALWAYS 0x004u /* new, or emptied */
-#define ZU_FILE_CREATE_NEW 0x008u    /* fails when the file exists (code 80) */
+#define ZU_FILE_CREATE_NEW 0x008u    /* fails when the file exists: 80 (ERROR_FILE_EXISTS) */
 #define ZU_FILE_OPEN_ALWAYS 0x010u   /* the file as it is, or new */
-#define ZU_FILE_OPEN_EXISTING 0x020u /* fails when there is none (code 2) */
+#define ZU_FILE_OPEN_EXISTING 0x020u /* fails when there is none: 2 (ERROR_FILE_NOT_FOUND) */
 #define ZU_FILE_TRUNCATE_EXISTING                                                                            \
-    0x040u /* emptied; needs ZU_FILE_WRITE (87); fails when there is none (code 2) */
+    0x040u /* emptied; fails without ZU_FILE_WRITE: 87 (ERROR_INVALID_PARAMETER); when there is none: 2 */
 
 /* What others may do meanwhile. */
 #define ZU_FILE_SHARE_READ 0x080u  /* others may open it for reading meanwhile */
 #define ZU_FILE_SHARE_WRITE 0x100u /* others may open it for writing meanwhile */
 
 /*
- * Opens a file; null on failure: 87 (ERROR_INVALID_PARAMETER) without one of the five ways, 32
- * (ERROR_SHARING_VIOLATION) while somebody has it open in a way that the two do not share. A read-only or hidden file
+ * Opens a file, at position 0. Null on failure: 87 without one of the five ways, 32 (ERROR_SHARING_VIOLATION) while
+ * somebody has it open in a way that the two do not share, 3 (ERROR_PATH_NOT_FOUND) without its directory, 5 for a
+ * directory. On success the code is 183 (ERROR_ALREADY_EXISTS) where ZU_FILE_CREATE_ALWAYS or ZU_FILE_OPEN_ALWAYS found
+ * the file there, otherwise 0. Release it with ZU_close_file.
+ *
+ * A read-only or hidden file
  * that refuses (5) is opened in a second attempt without these attributes, unless by ZU_FILE_CREATE_NEW or
  * ZU_FILE_TRUNCATE_EXISTING alone, and has them back afterwards. That attempt does not help with
- * ZU_FILE_CREATE_ALWAYS on a system file, nor where the user may not change the attributes. `security` is the
- * platform's SECURITY_ATTRIBUTES or null, and only null where the platform is not native (50, ERROR_NOT_SUPPORTED).
+ * ZU_FILE_CREATE_ALWAYS on a system file, nor where the user may not change the attributes. `security` is null or the
+ * platform's SECURITY_ATTRIBUTES; on Linux all but null fails with 50 (ERROR_NOT_SUPPORTED).
  *
- * A slash does not separate in a drive path or a network path: C:/a is not found. Paths of the host: see the guide.
+ * A slash does not separate in a drive path or a network path: C:/a fails with 123 (ERROR_INVALID_NAME). Paths of the
+ * host: see the guide.
  *
  * On Linux, a pipe that is opened for writing alone waits for its reader, and keeps what was written until that has
  * read it. Opened for reading alone it does not wait: without a writer it reads as empty. A read waits while a writer
@@ -928,9 +946,10 @@ ZU_API ZU_file* ZU_open_file(const ZU_wchar* path, uint32_t flags, void* securit
 ZU_API void ZU_close_file(ZU_file* file);
 
 /*
- * Read or write at the position and move it. *bytes_done is the number of bytes moved, 0 on failure; a read moves
- * fewer than asked only when the file ends, and none at its end, which is no failure. From a pipe or a terminal it
- * moves what is there, as soon as there is something.
+ * Read or write at the position and move it; a file that was opened without ZU_FILE_READ, or ZU_FILE_WRITE, fails with
+ * 5. *bytes_done is the number of bytes moved, 0 on failure. A read moves fewer than asked only when the file ends, and
+ * none at its end, which is no failure. From a pipe or a terminal it moves what is there, as soon as there is
+ * something. A write moves all or fails. With a count of 0 nothing moves, and the memory may be null.
  */
 ZU_API ZU_bool ZU_read_file(ZU_file* file, void* bytes, uint32_t count, uint32_t* bytes_done);
 ZU_API ZU_bool ZU_write_file(ZU_file* file, const void* bytes, uint32_t count, uint32_t* bytes_done);
@@ -943,7 +962,8 @@ typedef struct ZU_file_vec {
 
 #define ZU_WRITE_V_MAX 1024 /* pieces of one gather list */
 
-/* Writes the pieces, in their order, in one write. 87 for more than ZU_WRITE_V_MAX pieces, or 4 GiB and more. */
+/* Writes the pieces, in their order, in one write, by the rules of ZU_write_file. Fails with 87 for more than
+   ZU_WRITE_V_MAX pieces, or 4 GiB and more. A count of 0 or less writes nothing; a piece of length 0 may be null. */
 ZU_API ZU_bool ZU_write_file_v(ZU_file* file, const ZU_file_vec* pieces, int32_t count, uint32_t* bytes_done);
 
 /* Where a seek counts from. */
@@ -957,7 +977,7 @@ ZU_API ZU_bool ZU_write_file_v(ZU_file* file, const ZU_file_vec* pieces, int32_t
  */
 ZU_API ZU_bool ZU_seek_file(ZU_file* file, int64_t offset, uint64_t* new_position, uint32_t origin);
 
-/* Gives the position. */
+/* Gives the position. False, with 0 at *position, when it is unknown and the platform cannot tell it. */
 ZU_API ZU_bool ZU_tell_file(ZU_file* file, uint64_t* position);
 
 /* Makes the file end at the position: it is cut, or grows by zero bytes. Needs ZU_FILE_WRITE (5). */
@@ -970,15 +990,17 @@ ZU_API ZU_bool ZU_flush_file(ZU_file* file);
 /*
  * Lines of 8-bit text, as they stand in the file. A line ends at a line feed or a zero byte, which is not part of it;
  * a carriage return before that goes as well, and so does one that ends the file or a piece of a line that is longer
- * than its limit. The reader's only place is the file's position, which is left at the
- * start of the next line. Read until the result is null: at the end of the file *short_read is then 1; after a failed
- * read, which leaves the platform's code, it is 0. With a line, *short_read tells that the file's end was met.
+ * than its limit. The reader's only place is the file's position, which is left at the start of the next line.
+ *
+ * Read until the result is null, with 0 at *length: at the end of the file *short_read is then 1; after a failed read,
+ * which leaves the platform's code, it is 0. With a line, *short_read tells that the file's end was met.
  */
 #define ZU_GET_LINE_MAX 102400u /* bytes of a line that ZU_get_line gives at once */
 
 /*
  * The next line, terminated, in the caller's buffer, where it is valid until the buffer is used again; its length goes
- * to *length. A line of more than `limit` bytes comes in pieces; with limit 0 the result is null.
+ * to *length. The buffer is empty or in use, and the caller destroys it. A line of more than `limit` bytes comes in
+ * pieces; with limit 0 the result is null, *short_read 0, and nothing is read.
  */
 ZU_API char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* short_read,
                            uint32_t limit);
@@ -989,7 +1011,7 @@ ZU_API char* ZU_get_line(ZU_file* file, uint32_t* length, ZU_bool* short_read);
 /* ---- File status and directory enumeration ------------------------------------------------------------------ */
 /*
  * Times are those of ZU_FILETIME_2_time_t, and -1 where they do not convert. Any thread; an enumeration belongs to one
- * thread at a time.
+ * thread at a time. A slash does not separate in a drive path or a network path, as for ZU_open_file.
  */
 
 /* Bits of st_mode: the owner's, which stand for group and others as well. */
@@ -1043,8 +1065,10 @@ typedef struct ZU_stat {
 
 /*
  * Gives the status of a file or directory; roots of drives and network shares have the fixed time of 1980-01-01
- * 00:00:00 local time. Returns 0, or -1 with a record of zeros and errno ENOENT: code 2 for a path that is empty,
- * begins with a single backslash or a slash, or holds ? or *, 3 for a root that is none, otherwise the platform's.
+ * 00:00:00 local time. Returns 0, or -1 with a record of zeros, errno ENOENT and a code: 2 (ERROR_FILE_NOT_FOUND) for
+ * what is not there and for a path that is empty, begins with a single backslash or a slash, or holds ? or *; 3
+ * (ERROR_PATH_NOT_FOUND) for a drive or share that is none, and where a directory on the way is missing; otherwise the
+ * platform's. With 0 for a root the code may be another one than before.
  */
 ZU_API int32_t ZU_stat64(const ZU_wchar* path, ZU_stat* status);
 
@@ -1063,12 +1087,15 @@ ZU_API int32_t ZU_stat64(const ZU_wchar* path, ZU_stat* status);
 /* A walk through the entries of one directory, in the platform's order. */
 typedef struct ZU_enum_dir ZU_enum_dir;
 
-/* One entry. What it points at is valid until the next ZU_enum_dir_next or ZU_enum_dir_end. */
+/*
+ * One entry. What it points at is valid until the next ZU_enum_dir_next or ZU_enum_dir_end. In `path` the directory is
+ * as it was given, but without \\?\ in front and backslashes at its end.
+ */
 typedef struct ZU_enum_dir_entry {
     uint32_t record_size;        /* of this record, in bytes */
     WIN32_FIND_DATAW* find_data; /* all that the platform tells */
     const ZU_wchar* name;        /* as the file system stores it */
-    const ZU_wchar* path;        /* the directory as given, a backslash, the name */
+    const ZU_wchar* path;        /* the directory, a backslash, the name */
     uint32_t attributes;         /* attribute code */
     uint64_t size;               /* bytes; 0 unless asked for */
     ZU_time_t creation_time;     /* this and the next two: -1 unless asked for */
@@ -1077,15 +1104,17 @@ typedef struct ZU_enum_dir_entry {
 } ZU_enum_dir_entry;
 
 /*
- * Starts at the first entry. Null on failure: 3 for the empty path, 18 for a directory that has nothing but "." and
- * ".." when those are left out, otherwise the platform's code. Release the walk with ZU_enum_dir_end.
+ * Starts at the first entry. Null on failure: 3 for the empty path and for what is not there, 267 (ERROR_DIRECTORY) for
+ * what is no directory, 18 (ERROR_NO_MORE_FILES) for a directory that has
+ * nothing but "." and ".." when those are left out, otherwise the platform's code. The walk may or may not show
+ * what is made or deleted meanwhile. Release it with ZU_enum_dir_end.
  */
 ZU_API ZU_enum_dir* ZU_enum_dir_begin(const ZU_wchar* path, uint32_t flags);
 
-/* The present entry. */
+/* The present entry: the walk's own record, which each step fills anew. Not after a step that has failed. */
 ZU_API ZU_enum_dir_entry* ZU_enum_dir_get(ZU_enum_dir* walk);
 
-/* Goes to the next entry; false with code 18 after the last. */
+/* Goes to the next entry; false with code 18 after the last, with another when the directory could not be read. */
 ZU_API ZU_bool ZU_enum_dir_next(ZU_enum_dir* walk);
 
 /* Ends a walk, at any point of it. Null: nothing happens. */
@@ -1095,38 +1124,46 @@ ZU_API void ZU_enum_dir_end(ZU_enum_dir* walk);
 /*
  * Failures leave the platform's code. Where an item is refused because it is read-only, the attribute is taken away
  * for one more attempt, and comes back if that one fails too. Backslashes at the end of a path are ignored, but for
- * ZU_delete_file and ZU_move_file. Any thread.
+ * ZU_delete_file and ZU_move_file. A slash does not separate in a drive path or a network path, as for ZU_open_file.
+ * Any thread.
  */
 
-/* Makes one directory; its parent must exist. `security`: see ZU_open_file. */
+/* Makes one directory. Fails with 183 (ERROR_ALREADY_EXISTS) when something has the name, with 3 (ERROR_PATH_NOT_FOUND)
+   without its parent. `security` is as for ZU_open_file. */
 ZU_API ZU_bool ZU_create_dir(const ZU_wchar* path, void* security);
 
-/* Removes an empty directory; 145 for one that is not empty. */
+/* Removes an empty directory. Fails with 145 (ERROR_DIR_NOT_EMPTY) when something is in it, with 267 (ERROR_DIRECTORY)
+   for a file, with 2 (ERROR_FILE_NOT_FOUND) when there is none. */
 ZU_API ZU_bool ZU_delete_dir(const ZU_wchar* path);
 
-/* Deletes a file; 32 while it is open. */
+/* Deletes a file, or a link and not what it leads to. Fails with 32 (ERROR_SHARING_VIOLATION) while it is open, with 5
+   (ERROR_ACCESS_DENIED) for a directory, with 2 when there is none. */
 ZU_API ZU_bool ZU_delete_file(const ZU_wchar* path);
 
 /*
- * Removes a directory and all that is in it, as far as it can; true when the directory itself is gone. Links inside
- * are removed, and nothing that they point at.
+ * Removes a directory and all that is in it, as far as it can: what is in use or refuses is passed over. True when the
+ * directory itself is gone; otherwise the code says why that one stayed, mostly 145. Links inside are removed, and
+ * nothing that they point at.
  */
 ZU_API ZU_bool ZU_delete_dir_recursive(const ZU_wchar* path);
 
-/* Moves or renames a file or directory and replaces a file at the destination. Not across volumes (code 17). */
+/* Moves or renames a file or directory and replaces a file at the destination. Fails with 32 while either is open, with
+   5 onto a directory, with 17 (ERROR_NOT_SAME_DEVICE) from one volume to another; on Linux also between two mounts of
+   one file system, and for a directory that lies in a lower layer of an overlay. */
 ZU_API ZU_bool ZU_move_file(const ZU_wchar* source, const ZU_wchar* destination);
 
 /*
  * Sets the times of a file or directory, each unless it is -1, by the rule of Zu_time_t_2_FILETIME. The root of a
- * drive has none to set: nothing happens, and the result is true.
+ * drive has none to set: nothing happens, and the result is true. A success may change the last-error code.
  */
 ZU_API ZU_bool ZU_set_file_time(const ZU_wchar* path, ZU_time_t creation, ZU_time_t modification,
                                 ZU_time_t access);
 
-/* The attribute code (ZU_PATH_...), 0 on failure. */
+/* The attribute code (ZU_PATH_...), 0 on failure with the platform's code: 2 or 3 for what is not there. */
 ZU_API uint32_t ZU_path_attributes(const ZU_wchar* path);
 
-/* Set or give the platform's own attribute bits; 0xFFFFFFFF on failure. */
+/* Set or give the platform's own attribute bits (FILE_ATTRIBUTE_READONLY and its like). To set returns false on
+   failure, to give 0xFFFFFFFF. */
 ZU_API ZU_bool ZU_set_file_platform_attributes(const ZU_wchar* path, uint32_t bits);
 ZU_API uint32_t ZU_get_file_platform_attributes(const ZU_wchar* path);
 
@@ -1175,7 +1212,8 @@ ZU_API uint32_t ZU_log_get_output(void);
 ZU_API void ZU_log_add_output(uint32_t bits);
 ZU_API void ZU_log_del_output(uint32_t bits);
 
-/* Adds a hook behind the others; false when the same function stands there with the same user data. */
+/* Adds a hook behind the others; false when the same function stands there with the same user data. The user data may
+   be null, and is the caller's. */
 ZU_API ZU_bool ZU_log_add_hook(ZU_log_hook function, void* user_data);
 
 /* Removes a hook; false when it is not there. */
@@ -1187,16 +1225,19 @@ ZU_API int32_t ZU_log_clear_hook(void);
 /* The number of hooks, read without waiting. */
 ZU_API int32_t ZU_log_get_hook_count(void);
 
-/* Sets the filter; a null function removes it. */
+/* Sets the one filter in place of the one before; a null function removes it. */
 ZU_API void ZU_log_set_filter(ZU_log_filter function, void* user_data);
 
 /* ---- Log record writer -------------------------------------------------------------------------------------- */
 /*
- * A record is one line: "|D:2006-03-07 14:05:09|P: 1234|T:  567|L:W|O:Windows| " and the message. The outputs are served
- * in the order standard error, standard output, hooks, debugger, file, and the result is the mask of those that took
- * the record: a stream that took and flushed the line, at least one hook that answered true, a file that holds the
+ * A record is one line: "|D:2006-03-07 14:05:09|P: 1234|T:  567|L:W|O:Windows| " and the message. The outputs are
+ * served in the order standard error, standard output, hooks, debugger, file, and the result is the mask of those that
+ * took the record: a stream that took and flushed the line, at least one hook that answered true, a file that holds the
  * whole line; never the debugger. 0: no output took it, or its level or every output is switched off; such a record
- * waits for no lock.
+ * waits for no lock. Why an output did not take a record is not reported.
+ *
+ * The file output sets the last-error code, to 0 or 183 (ERROR_ALREADY_EXISTS) when all went well and to the platform's
+ * code otherwise. So take a code that is to be told before anything is written.
  *
  * Texts are not escaped. A message with a line end in it makes lines of its own, which may look like records, and its
  * control characters reach the terminal: take them out of what others supply, and never use such a text as the format.
@@ -1235,9 +1276,9 @@ ZU_API uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_se
  * rotated first: name.1 is the latest older file, name.2 the one before it, up to generations - 1. A generation that
  * cannot be moved stays, and the line is appended.
  *
- * While one process writes, another's write to the same file fails and is not in its result. A user who may read the file
- * can keep every record out of it in the same way, by holding it open without sharing it with writers: where users of
- * the machine are not trusted, give the file or its directory a mode such as 0640 or 0750. Processes that rotate one
+ * While one process writes, another's write to the same file fails and is not in its result. A user who may read the
+ * file can keep every record out of it in the same way, by holding it open without sharing it with writers: where users
+ * of the machine are not trusted, give the file or its directory a mode such as 0640 or 0750. Processes that rotate one
  * set of files without taking turns lose records that were reported as written; before_write and after_write are the
  * place for turns. A process that is killed while it writes can leave a half line, to which the next one is appended.
  */
@@ -1270,7 +1311,7 @@ ZU_API void ZU_log_set_log_file_ex(const ZU_wchar* file_name, ZU_bool relative_t
                                    uint32_t max_size, uint32_t generations, ZU_log_file_callback before_write,
                                    ZU_log_file_callback after_write);
 
-/* Gives the settings of the default log file, the name in new memory (null for none). */
+/* Gives the settings of the default log file: the name in new memory, which the caller frees, or null for none. */
 ZU_API void ZU_log_get_log_file(ZU_log_file_settings* settings);
 
 /* ---- Tracing and message formatting ------------------------------------------------------------------------- */
@@ -1283,7 +1324,7 @@ ZU_API void ZU_log_get_log_file(ZU_log_file_settings* settings);
 ZU_API uint32_t ZU_trace_enter(const ZU_wchar* function, const ZU_wchar* format, ...);
 ZU_API uint32_t ZU_trace_leave(const ZU_wchar* function, const ZU_wchar* format, ...);
 
-/* Something to tell in between. */
+/* Something to tell in between; a null format tells no more than the name. */
 ZU_API uint32_t ZU_trace(const ZU_wchar* function, const ZU_wchar* format, ...);
 
 /* Write a record whose text is a template with numbered inserts, as ZU_s_format_message takes it: as dangerous as a
@@ -1575,65 +1616,73 @@ ZU_API void ZU_timer_set_run_now(ZU_timer_set* set, ZU_timer* timer);
 /* ---- Socket wrappers and address helpers -------------------------------------------------------------------- */
 /*
  * Calls of the platform's socket library under names of ours: arguments and results pass unchanged, and a failure
- * leaves the platform's code (10004 to 11004) as the last-error code. They need ZU_init: before it they fail with
- * 10093. An IPv4 address is 32 bits in network byte order. Any thread; one socket may be used from several.
+ * leaves the platform's code (10004 to 11004) as the last-error code, which a success may change, too. They need
+ * ZU_init: before it they fail with 10093 (WSANOTINITIALISED). The functions on the text of an address and
+ * ZU_gethostname do without. What is no socket fails with 10038 (WSAENOTSOCK). An IPv4 address is 32 bits in network
+ * byte order, lengths of addresses are bytes. Any thread; one socket may be used from several.
  *
  * On Linux a socket is a descriptor, so levels, options and flags are the system's. Time-out options (SO_RCVTIMEO,
- * SO_SNDTIMEO) are taken both as a timeval and as a 32-bit count of milliseconds. Nothing here raises SIGPIPE. A
- * stream socket may bind a port whose connections were accepted, or are closed and still winding down; never one that
- * another socket is bound to, listens on or connects from (10048). SO_REUSEADDR does not change that. The port of a
- * connecting socket that was killed with its program, or shut down by the system's own call, is free up to a minute
- * later.
+ * SO_SNDTIMEO) are taken both as a timeval and as a 32-bit count of milliseconds. Nothing here raises SIGPIPE. A stream
+ * socket may bind a port whose connections were accepted, or are closed and still winding down; never one that another
+ * socket is bound to, listens on or connects from: 10048 (WSAEADDRINUSE). SO_REUSEADDR does not change that. The port
+ * of a connecting socket that was killed with its program, or shut down by the system's own call, is free up to a
+ * minute later.
  */
 
 /* A new socket, or INVALID_SOCKET. Release it with ZU_socket_close. */
 ZU_API SOCKET ZU_socket(int32_t family, int32_t type, int32_t protocol);
 
-/* Waits for a connection and returns its socket, or INVALID_SOCKET. Address and length (bytes) may be null; a length
-   too short for an address fails with 10014, and the connection stays. */
+/* Waits for a connection and returns its socket, which the caller closes, or INVALID_SOCKET. *address_length goes in as
+   the room and comes out as the length of the peer's address. Both may be null. Room too short for an address fails
+   with 10014 (WSAEFAULT), and the connection stays. On a socket that does not block, 10035 (WSAEWOULDBLOCK): none is
+   there. */
 ZU_API SOCKET ZU_accept(SOCKET socket, struct sockaddr* address, int32_t* address_length);
 
-/* 0, or -1: 10038 for what is no socket. */
+/* Ends the use of a socket. Returns 0, or -1. */
 ZU_API int32_t ZU_socket_close(SOCKET socket);
 
-/* 0, or -1. */
+/* Gives a socket its own address; port 0 lets the platform choose one. Returns 0, or -1. */
 ZU_API int32_t ZU_bind(SOCKET socket, const struct sockaddr* address, int32_t address_length);
 
-/* 0, or -1: 10035 (WSAEWOULDBLOCK) for an attempt that goes on, on a socket that does not block; 10061
-   (WSAECONNREFUSED) where nobody listens, also when the attempt has met itself on a port of this computer. */
+/* Connects a socket and waits for the outcome. Returns 0, or -1: 10035 for an attempt that goes on, on a socket that
+   does not block; 10061 (WSAECONNREFUSED) where nobody listens, also when the attempt has met itself on a port of this
+   computer. */
 ZU_API int32_t ZU_connect(SOCKET socket, const struct sockaddr* address, int32_t address_length);
 
-/* 0, or -1. */
+/* Lets a bound socket take connections, of which about `backlog` may wait for ZU_accept. Returns 0, or -1. */
 ZU_API int32_t ZU_listen(SOCKET socket, int32_t backlog);
 
 /*
- * Waits until a socket of a set is ready and leaves the ready ones in the sets. Returns how many there are, 0 when
- * the time-out (null: no limit) ends, which leaves the last-error code alone, or -1; without any socket 10022. A
- * socket that has never been connected is not ready; a failed connection attempt shows in the error set alone. The
- * first argument is ignored, and the time-out record is never written to. On Linux a set holds descriptors up to 1,023
- * (FD_SETSIZE - 1) and no others: setting a higher one writes beyond it. Transports and the port test have no such
- * limit.
+ * Waits until a socket of a set is ready and leaves the ready ones in the sets. Returns how many there are, 0 when the
+ * time-out (null: no limit) ends, which leaves the last-error code alone, or -1: 10022 (WSAEINVAL) without any socket,
+ * and for a time-out below 0. A socket that has never been connected is not ready; a failed connection attempt shows in
+ * the error set alone. The first argument is ignored, and the time-out record is never written to. On Linux a set holds
+ * descriptors up to 1,023 (FD_SETSIZE - 1) and no others: setting a higher one writes beyond it. Transports and the
+ * port test have no such limit.
  */
 ZU_API int32_t ZU_select(int32_t ignored_count, fd_set* read_set, fd_set* write_set, fd_set* error_set,
                          const struct timeval* timeout);
 
-/* 0, or -1. The length is in bytes. */
+/* Sets an option from a value of so many bytes. Returns 0, or -1. */
 ZU_API int32_t ZU_setsockopt(SOCKET socket, int32_t level, int32_t option, const void* value, int32_t length);
 
-/* The number of bytes taken, which may be less than the length, or -1. */
+/* The number of bytes taken, which may be less than the length, or -1. A send waits for room; on a socket that does not
+   block it fails with 10035 instead. */
 ZU_API int32_t ZU_send(SOCKET socket, const void* buffer, int32_t length, int32_t flags);
 ZU_API int32_t ZU_sendto(SOCKET socket, const void* buffer, int32_t length, int32_t flags,
                          const struct sockaddr* address, int32_t address_length);
 
-/* The number of bytes received, 0 when the peer has closed, or -1: 10040 for a datagram longer than the capacity,
-   whose rest is lost; 10054 for an earlier datagram of this socket that nobody took, though more may arrive. The
-   sender's address and its length may be null. */
+/* The number of bytes received, as soon as there are any; 0 when the peer has closed, or -1: 10040 (WSAEMSGSIZE) for a
+   datagram longer than the capacity, whose rest is lost; 10054 (WSAECONNRESET) for an earlier datagram of this socket
+   that nobody took, though more may arrive; 10060 (WSAETIMEDOUT) when SO_RCVTIMEO ends it. The sender's address and its
+   length, which goes in as the room, may be null. */
 ZU_API int32_t ZU_recv(SOCKET socket, void* buffer, int32_t capacity, int32_t flags);
 ZU_API int32_t ZU_recvfrom(SOCKET socket, void* buffer, int32_t capacity, int32_t flags,
                            struct sockaddr* address, int32_t* address_length);
 
-/* The address of a dotted text, or INADDR_NONE. One to four numbers, decimal, octal (0...) or hexadecimal (0x...);
-   the last fills the bytes that are left. Text after white space is ignored. */
+/* The address of a dotted text, or INADDR_NONE for what is none; 255.255.255.255 gives the same. One to four numbers,
+   decimal, octal (0...) or hexadecimal (0x...); the last fills the bytes that are left. Text after white space is
+   ignored. */
 ZU_API uint32_t ZU_inet_addr(const char* text);
 ZU_API uint32_t ZU_inet_addr_tchar(const ZU_wchar* text);
 
@@ -1642,7 +1691,7 @@ ZU_API void ZU_inet_ntoa(uint32_t address, char* buffer);
 ZU_API void ZU_inet_ntoa_tchar(uint32_t address, ZU_wchar* buffer);
 
 /* Writes this computer's name (on Linux: up to the first full stop; 64 characters at most). Returns 1, or 0 with code
-   111 when the capacity, in characters with the terminator, is too small. */
+   111 (ERROR_BUFFER_OVERFLOW) when the capacity, in characters with the terminator, is too small. */
 ZU_API int32_t ZU_gethostname(ZU_wchar* buffer, uint32_t capacity);
 
 /* Whether a text has the shape of a dotted address: at most 15 digits and full stops, three of the latter, a digit
@@ -1661,8 +1710,10 @@ ZU_API ZU_wchar* ZU_get_ip_address_by_host_name(const ZU_wchar* name);
 
 /*
  * Tries a TCP connection to a dotted IPv4 address (a name is not looked up) within a time-out in milliseconds and
- * closes it again. Returns 0 connected; 1 failed, with the code of the step that failed (87 for a null address; that
- * of a refusal is the platform's); 2 no answer in time. Always sets the last-error code, to 0 on success. Any thread.
+ * closes it again. Returns 0 connected; 1 failed, with the code of the step that failed: 87 (ERROR_INVALID_PARAMETER)
+ * for a null address; 2 no answer in time. Always sets the last-error code: to 0 on
+ * success, and to 10035 (WSAEWOULDBLOCK), which the attempt has left, with 2 and when a refusal had to be waited for.
+ * Needs ZU_init. Any thread.
  */
 ZU_API int32_t ZU_socket_test_port(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms);
 
@@ -1673,11 +1724,13 @@ ZU_API int32_t ZU_socket_test_port(const ZU_wchar* address, uint16_t port, uint3
  * last-error code alone and sets *timed_out to 1; in every other case that is 0. The pointer may be null.
  *
  * One thread may send while another receives on the same transport; destroying one that is in use is the caller's
- * error. A failed constructor leaves nothing behind. Codes are the platform's, kept across the clean-up.
+ * error. A failed constructor leaves nothing behind. Codes are the platform's, kept across the clean-up; a success may
+ * change the last-error code as well. All need ZU_init.
  */
 typedef struct ZU_trans ZU_trans;
 
-/* How to create one. One of the first two is needed (code 87). A datagram transport can be created, not used. */
+/* How to create one. One of the first two is needed: else 87 (ERROR_INVALID_PARAMETER). A datagram transport can be
+   created, not used. */
 #define ZU_TRANS_TCP 0x01u
 #define ZU_TRANS_UDP 0x02u          /* only without ZU_TRANS_TCP */
 #define ZU_TRANS_REUSEADDR 0x04u    /* SO_REUSEADDR on */
@@ -1696,8 +1749,9 @@ ZU_API ZU_trans* ZU_trans_socket_create_server(uint16_t port, int32_t backlog, u
 ZU_API ZU_trans* ZU_trans_socket_accept(ZU_trans* server, struct sockaddr* peer, int32_t* peer_length,
                                         const struct timeval* timeout, ZU_bool* timed_out);
 
-/* A connection to a host, by name or dotted address, for as long as the platform tries; null on failure. The local
-   port to come from may be null. */
+/* A connection to a host, by name or dotted address, for as long as the platform tries. Null on failure: the codes of
+   ZU_get_ip_address_by_host_name for a name, 10061 (WSAECONNREFUSED) where nobody listens. The local port to come from
+   may be null. The rest is as for a server. */
 ZU_API ZU_trans* ZU_trans_socket_connect(const ZU_wchar* host, uint16_t port, const uint16_t* local_port,
                                          uint32_t flags, int32_t send_buffer_bytes,
                                          int32_t receive_buffer_bytes);
@@ -1705,9 +1759,9 @@ ZU_API ZU_trans* ZU_trans_socket_connect(const ZU_wchar* host, uint16_t port, co
 /*
  * Send or receive once: true, and at *sent or *received the bytes that went, which may be fewer than asked for. The
  * time-out bounds the whole call: a send with one takes what there is room for, where one without waits until all is
- * taken. One call moves 2,147,483,647 bytes at most. False otherwise, with 0 bytes: 87 (ERROR_INVALID_PARAMETER) for a
- * server or datagram transport, 10054 (WSAECONNRESET) when the peer has closed, 10035 (WSAEWOULDBLOCK) when another
- * thread's send took the room in between.
+ * taken. One call moves 2,147,483,647 bytes at most. False otherwise, with 0 bytes: 87 for a server or datagram
+ * transport, 10054 (WSAECONNRESET) when the peer has closed, 10035 (WSAEWOULDBLOCK) when another thread's send took the
+ * room in between.
  */
 ZU_API ZU_bool ZU_trans_send(ZU_trans* transport, const void* buffer, uint32_t length, uint32_t* sent,
                              const struct timeval* timeout, ZU_bool* timed_out);
@@ -1721,8 +1775,8 @@ ZU_API void ZU_trans_destroy(ZU_trans* transport);
 /*
  * One value of a key below a root: HKEY_LOCAL_MACHINE and the like, or an open key of the platform (on Linux nothing
  * gives out one, so there the predefined roots are all). Keys and names are blind to case; a null subkey is the root
- * itself, and a null or empty name the key's default value. Last-error codes: 2 (ERROR_FILE_NOT_FOUND) for a missing key
- * or value and for one of another type, 5 (ERROR_ACCESS_DENIED) when the registry may not be read, 6
+ * itself, and a null or empty name the key's default value. Last-error codes: 2 (ERROR_FILE_NOT_FOUND) for a missing
+ * key or value and for one of another type, 5 (ERROR_ACCESS_DENIED) when the registry may not be read, 6
  * (ERROR_INVALID_HANDLE) for a bad root, 161 (ERROR_BAD_PATHNAME) for a subkey that begins with a backslash; on success
  * the code is left alone. Any thread.
  */
@@ -1731,8 +1785,8 @@ ZU_API void ZU_trans_destroy(ZU_trans* transport);
    failure. */
 ZU_API ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name);
 
-/* The number of a REG_DWORD value; one that is stored in fewer than four bytes has them lowest. False, with 0 at *value,
-   on failure: 2 for a text of any length, 234 (ERROR_MORE_DATA) for another value of more than four bytes. */
+/* The number of a REG_DWORD value; one that is stored in fewer than four bytes has them lowest. False, with 0 at
+   *value, on failure: 2 for a text of any length, 234 (ERROR_MORE_DATA) for another value of more than four bytes. */
 ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name,
                                       uint32_t* value);
 
@@ -1741,28 +1795,29 @@ ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const Z
  * Services are programs that the platform's manager keeps: it records them, starts and stops them, and tells their
  * state. Any thread; starting, stopping and uninstalling block the caller for as long as they wait.
  *
- * The machine is null, "", "." or its own name for this one. Names are blind to case and have 1 to 256 units. A function
- * that fails gives false and leaves the code of the step that failed: 1060 (ERROR_SERVICE_DOES_NOT_EXIST), 5
- * (ERROR_ACCESS_DENIED), 1722 (RPC_S_SERVER_UNAVAILABLE) for another machine, on Linux for every other one, 123
- * (ERROR_INVALID_NAME) for a name that no service can have, 487 (ERROR_INVALID_ADDRESS) for null, 4
- * (ERROR_TOO_MANY_OPEN_FILES) where no descriptor is left. Installing, starting, stopping and uninstalling need the
- * rights of an administrator; whether a service exists, and its state, anybody may ask.
+ * The machine is null, "", ".", "localhost" or its own name for this one, also with \\ in front. Names are blind to
+ * case and have 1 to 256 units. A function that fails gives false and leaves the code of the step that failed: 1060
+ * (ERROR_SERVICE_DOES_NOT_EXIST), 5 (ERROR_ACCESS_DENIED), 1722 (RPC_S_SERVER_UNAVAILABLE) for another machine, on
+ * Linux for every other one, 123 (ERROR_INVALID_NAME) for a name that no service can have, 487 (ERROR_INVALID_ADDRESS)
+ * for null, 4 (ERROR_TOO_MANY_OPEN_FILES) where no descriptor is left. Installing, starting, stopping and uninstalling
+ * need the rights of an administrator; whether a service exists, and its state, anybody may ask.
  *
  * Starting and stopping wait for as long as the service reports progress: until it has not done so for longer than
  * the time that it asked for itself.
  *
  * On Linux an administrator is whoever may write to the directory of the services. Where the machine is run by systemd,
  * root's services are units of it: they belong to the machine, and SERVICE_AUTO_START has them started with it.
- * Elsewhere a service runs as the user who starts it, only that user and root can stop it, it ends with the control group
- * of its starter, and nothing starts it with the machine. It reports by datagrams to the socket that NOTIFY_SOCKET names; one that never does counts as running
- * when it is alive after half a second. Why a start failed stands on the system log.
+ * Elsewhere a service runs as the user who starts it, only that user and root can stop it, it ends with the control
+ * group of its starter, and nothing starts it with the machine. It reports by datagrams to the socket that
+ * NOTIFY_SOCKET names; one that never does counts as running when it is alive after half a second. Why a start failed
+ * stands on the system log.
  */
 
 /*
  * Installs a service. `command_line` is what starts its program: the path and arguments. A path with spaces belongs in
  * quotes; without them the first program counts whose name ends at a space. `type` and `start_type` are the platform's
- * (SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START ...). A display name of null or "" is the name. `dependencies` are the
- * names of services to be started first, each ended by a zero and all by another, or null; they need not exist yet.
+ * (SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START ...). A display name of null or "" is the name. `dependencies` are
+ * the names of services to be started first, each ended by a zero and all by another, or null; they need not exist yet.
  * Codes: 1073 (ERROR_SERVICE_EXISTS), 1072 (ERROR_SERVICE_MARKED_FOR_DELETE) while a service of that name is being
  * deleted, 1078 (ERROR_DUPLICATE_SERVICE_NAME) for the display name, 1059 (ERROR_CIRCULAR_DEPENDENCY), 1055
  * (ERROR_SERVICE_DATABASE_LOCKED), 87 (ERROR_INVALID_PARAMETER) for types and command lines that no service can have.
@@ -1787,7 +1842,8 @@ ZU_API ZU_bool ZU_NT_service_stop(const ZU_wchar* machine, const ZU_wchar* name)
 /* Whether there is such a service. False with 1060 when there is none; another code when it could not be asked. */
 ZU_API ZU_bool ZU_NT_service_exist(const ZU_wchar* machine, const ZU_wchar* name);
 
-/* SERVICE_STOPPED (1), SERVICE_RUNNING (4) or another of the platform's seven states; 0 when it cannot be told. */
+/* SERVICE_STOPPED (1), SERVICE_RUNNING (4) or another of the platform's seven states; 0, with a code, when it cannot be
+   told. */
 ZU_API uint32_t ZU_NT_service_get_state(const ZU_wchar* machine, const ZU_wchar* name);
 
 /*
@@ -1808,8 +1864,8 @@ ZU_API ZU_bool ZU_NT_service_wait_pending(void* service, ZU_bool starting);
  */
 
 /* Whether the calling thread's user (the one it impersonates, else the process's) is in a built-in group, by the
-   group's number below the built-in domain. False with code 0 is a plain no; with another code nobody could say, such
-   as 4 (ERROR_TOO_MANY_OPEN_FILES). */
+   group's number below the built-in domain. True with code 0. False with code 0 is a plain no; with another code nobody
+   could say, such as 4 (ERROR_TOO_MANY_OPEN_FILES). */
 ZU_API ZU_bool ZU_current_user_in_group(uint32_t rid);
 
 /* The same for administrators (544), users (545), guests (546) and power users (547). */
@@ -1835,8 +1891,10 @@ ZU_API ZU_bool ZU_adjust_privilege(const ZU_wchar* privilege, ZU_bool enable, ZU
 /* ---- Password validation ------------------------------------------------------------------------------------ */
 /*
  * A domain is null or empty for none. Both functions first make sure that the account exists, ask the platform, and
- * take as long as it does: a refusal may take seconds. False gives no reason: there is no such account, the password
- * is wrong, or a step failed. Any thread; while ZU_user_is_admin runs, its thread impersonates the user.
+ * take as long as it does: a refusal may take seconds. False gives no reason: there is no such account, the password is
+ * wrong, or a step failed. The last-error code is that of the last step of many, and does not tell them apart. The
+ * user's name and the password must not be null, and no copy of the password is kept. Any thread; while
+ * ZU_user_is_admin runs, its thread impersonates the user.
  *
  * On Linux the verdict is that of PAM (service "zu", else "login"), asked in zu-helper. Without it every password is
  * refused, and so is an empty one.
@@ -1856,7 +1914,8 @@ ZU_API ZU_bool ZU_user_is_admin(const ZU_wchar* domain, const ZU_wchar* user, co
  * the kernel's build number. Any thread.
  */
 
-/* Makes the string the description. On failure the string is destroyed, and the code is that of the platform. */
+/* Makes the string the description. On failure the string is null, with the platform's code; on Linux it does not
+   fail. */
 ZU_API ZU_bool ZU_get_os_desc_ex(ZU_s* description);
 
 /* The description in new memory; null on failure. */

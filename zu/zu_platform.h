@@ -68,8 +68,8 @@ typedef struct FILETIME {
 /* ---- Directory entries -------------------------------------------------------------------------------------- */
 
 /*
- * The bits of an entry's attributes. NORMAL stands alone: it says that no other bit is set. DEVICE is what is neither file
- * nor directory (a pipe, a socket, a device), REPARSE_POINT a symbolic link that is reported itself.
+ * The bits of an entry's attributes. NORMAL stands alone: it says that no other bit is set. DEVICE is what is neither
+ * file nor directory (a pipe, a socket, a device), REPARSE_POINT a symbolic link that is reported itself.
  */
 #define FILE_ATTRIBUTE_READONLY 0x1u
 #define FILE_ATTRIBUTE_HIDDEN 0x2u

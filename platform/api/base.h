@@ -44,8 +44,8 @@ union LARGE_INTEGER {
 using ::GetLastError;
 using ::SetLastError;
 
-// The text of a system code, ended by CR LF. Known codes have one; others fail with 317. With ALLOCATE_BUFFER,
-// `buffer` is the address of a WCHAR* that receives memory for LocalFree (null on failure).
+// The text of a system code, ended by CR LF. Known codes have one; others fail with 317 (ERROR_MR_MID_NOT_FOUND). With
+// ALLOCATE_BUFFER, `buffer` is the address of a WCHAR* that receives memory for LocalFree (null on failure).
 DWORD FormatMessageW(DWORD flags, LPCVOID source, DWORD code, DWORD language, WCHAR* buffer, DWORD size,
                      va_list* arguments);
 

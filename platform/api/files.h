@@ -2,7 +2,8 @@
 //
 // Paths: long form (`\\?\C:\dir`, `\\?\UNC\srv\share\dir`) is taken literally; everything else is resolved lexically
 // first. 32,767 units at most, 255 in a component. Letter case is ignored; what a file system stores is kept. Missing
-// last component: 2; missing or non-directory parent: 3; a name that cannot be: 123.
+// last component: 2 (ERROR_FILE_NOT_FOUND); missing or non-directory parent: 3 (ERROR_PATH_NOT_FOUND); a name that
+// cannot be: 123 (ERROR_INVALID_NAME).
 #pragma once
 
 #include <cstdio>
@@ -15,18 +16,20 @@ namespace platform {
 using ::HMODULE;
 using ::WIN32_FIND_DATAW;
 
-// INVALID_HANDLE_VALUE on failure. Sets 0, or 183 when CREATE_ALWAYS or OPEN_ALWAYS met an existing file. The share
-// mode holds against every other handle of every process: 32 on a conflict. Ends with CloseHandle.
+// INVALID_HANDLE_VALUE on failure. Sets 0, or 183 (ERROR_ALREADY_EXISTS) when CREATE_ALWAYS or OPEN_ALWAYS met an
+// existing file. The share mode holds against every other handle of every process: 32 (ERROR_SHARING_VIOLATION) on a
+// conflict. Ends with CloseHandle.
 HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share_mode, SECURITY_ATTRIBUTES* attributes,
                    DWORD disposition, DWORD flags, HANDLE template_file);
 
-// Synchronous: `overlapped` must be null (else 87). One thread at a time per handle. A read moves less than asked
-// only at the end of the file; a write moves everything or fails, and leaves no part of a line on a full disk where
-// it is the only writer (112).
+// Synchronous: `overlapped` must be null (else 87, ERROR_INVALID_PARAMETER). One thread at a time per handle. A read
+// moves less than asked only at the end of the file; a write moves everything or fails, and leaves no part of a line on
+// a full disk where it is the only writer: 112 (ERROR_DISK_FULL).
 BOOL ReadFile(HANDLE file, void* out, DWORD bytes, DWORD* bytes_done, void* overlapped);
 BOOL WriteFile(HANDLE file, const void* data, DWORD bytes, DWORD* bytes_done, void* overlapped);
 
-// `new_position` may be null, and is not written on failure: 131 for a position below 0, 87 for an unknown origin.
+// `new_position` may be null, and is not written on failure: 131 (ERROR_NEGATIVE_SEEK) for a position below 0, 87 for
+// an unknown origin.
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* new_position, DWORD origin);
 BOOL SetEndOfFile(HANDLE file);
 BOOL FlushFileBuffers(HANDLE file);
@@ -45,10 +48,10 @@ BOOL RemoveDirectoryW(const WCHAR* path);
 DWORD GetFileAttributesW(const WCHAR* path); // INVALID_FILE_ATTRIBUTES on failure
 BOOL SetFileAttributesW(const WCHAR* path, DWORD file_attributes);
 
-// A name of ours. A walk down a tree that is to be taken away: the entries of a directory in its order, and each directory
-// after what is in it; a directory that cannot be listed comes alone. Whatever others put in the place of what was
-// listed, nothing outside the tree is reached: links are given, and followed at the top only. Deep trees cost neither
-// stack nor descriptors.
+// A name of ours. A walk down a tree that is to be taken away: the entries of a directory in its order, and each
+// directory after what is in it; a directory that cannot be listed comes alone. Whatever others put in the place of
+// what was listed, nothing outside the tree is reached: links are given, and followed at the top only. Deep trees cost
+// neither stack nor descriptors.
 class tree_walk {
 public:
     explicit tree_walk(const WCHAR* path); // of the directory, without a backslash at its end
@@ -64,8 +67,9 @@ private:
     std::unique_ptr<class tree_levels> levels_;
 };
 
-// A name of ours. The attributes of one item that is held: what is looked at, changed and put back is the same, whatever
-// its path comes to name meanwhile. The path stays valid for as long. Taking hold leaves the last-error code alone.
+// A name of ours. The attributes of one item that is held: what is looked at, changed and put back is the same,
+// whatever its path comes to name meanwhile. The path stays valid for as long. Taking hold leaves the last-error code
+// alone.
 class item_attributes {
 public:
     // What the path leads to; with FILE_FLAG_OPEN_REPARSE_POINT a link itself.
@@ -83,8 +87,8 @@ private:
     DWORD code_;
 };
 
-// The last component may hold wildcards. INVALID_HANDLE_VALUE on failure; FindNextFileW ends with 18. The handle is
-// released with FindClose, never with CloseHandle.
+// The last component may hold wildcards. INVALID_HANDLE_VALUE on failure; FindNextFileW ends with 18
+// (ERROR_NO_MORE_FILES). The handle is released with FindClose, never with CloseHandle.
 HANDLE FindFirstFileW(const WCHAR* pattern, WIN32_FIND_DATAW* found);
 BOOL FindNextFileW(HANDLE search, WIN32_FIND_DATAW* found);
 BOOL FindClose(HANDLE search);

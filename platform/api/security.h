@@ -20,7 +20,7 @@ struct SID {
     DWORD SubAuthority[1]; // as many as the count says
 };
 
-// A new identifier for FreeSid; false with 1337 for a count above 8.
+// A new identifier for FreeSid; false with 1337 (ERROR_INVALID_SID) for a count above 8.
 BOOL AllocateAndInitializeSid(SID_IDENTIFIER_AUTHORITY* authority, BYTE count, DWORD number_0, DWORD number_1,
                               DWORD number_2, DWORD number_3, DWORD number_4, DWORD number_5, DWORD number_6,
                               DWORD number_7, PSID* sid);
@@ -65,11 +65,13 @@ struct SECURITY_DESCRIPTOR {
     ACL* Dacl;
 };
 
-// A new list of entries that allow, for LocalFree. Returns the code: 50 for an old list to merge with, a mode other
-// than set and grant, or a trustee that is no identifier; 0 and a null list for no entries.
+// A new list of entries that allow, for LocalFree. Returns the code: 50 (ERROR_NOT_SUPPORTED) for an old list to merge
+// with, a mode other than set and grant, or a trustee that is no identifier; 0 and a null list for no entries.
 DWORD SetEntriesInAclW(DWORD count, EXPLICIT_ACCESS_W* entries, ACL* old_list, ACL** new_list);
 
-BOOL InitializeSecurityDescriptor(SECURITY_DESCRIPTOR* descriptor, DWORD revision); // 1305 unless revision 1
+// Fails with 1305 (ERROR_UNKNOWN_REVISION) for any revision but 1.
+BOOL InitializeSecurityDescriptor(SECURITY_DESCRIPTOR* descriptor, DWORD revision);
+
 // Both keep the address alone.
 BOOL SetSecurityDescriptorOwner(SECURITY_DESCRIPTOR* descriptor, PSID owner, BOOL defaulted);
 BOOL SetSecurityDescriptorDacl(SECURITY_DESCRIPTOR* descriptor, BOOL present, ACL* list, BOOL defaulted);
@@ -78,8 +80,9 @@ BOOL SetSecurityDescriptorDacl(SECURITY_DESCRIPTOR* descriptor, BOOL present, AC
 
 enum SID_NAME_USE { SidTypeUser = 1, SidTypeGroup, SidTypeDomain, SidTypeAlias, SidTypeWellKnownGroup };
 
-// What a name stands for on this machine (another: 1722), with or without a domain and a backslash before it; 1332
-// for nothing. Sizes are bytes and characters: what is there and what came, or with code 122 what is needed.
+// Finds the account that a name, with or without a domain and a backslash before it, stands for on this machine; any
+// other machine fails with 1722 (RPC_S_SERVER_UNAVAILABLE), a name of nobody with 1332 (ERROR_NONE_MAPPED). Sizes are
+// bytes and characters: what is there and what came, or with code 122 (ERROR_INSUFFICIENT_BUFFER) what is needed.
 BOOL LookupAccountNameW(const WCHAR* machine, const WCHAR* name, PSID sid, DWORD* sid_size, WCHAR* domain,
                         DWORD* domain_size, SID_NAME_USE* kind);
 
@@ -100,7 +103,8 @@ enum TOKEN_INFORMATION_CLASS { TokenGroups = 2 };
 HANDLE GetCurrentProcess();
 HANDLE GetCurrentThread();
 
-// The calling process's token (its effective user), and the one that the calling thread impersonates (1008: none).
+// The calling process's token (its effective user), and the one that the calling thread impersonates; without one 1008
+// (ERROR_NO_TOKEN).
 BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token);
 BOOL OpenThreadToken(HANDLE thread, DWORD access, BOOL as_self, HANDLE* token);
 
@@ -128,16 +132,19 @@ struct TOKEN_PRIVILEGES {
     LUID_AND_ATTRIBUTES Privileges[1]; // as many as the count says
 };
 
-BOOL LookupPrivilegeValueW(const WCHAR* machine, const WCHAR* name, LUID* value); // 1313 for an unknown name
+// Fails with 1313 (ERROR_NO_SUCH_PRIVILEGE) for an unknown name.
+BOOL LookupPrivilegeValueW(const WCHAR* machine, const WCHAR* name, LUID* value);
 
-// True, with code 1300 when the token does not hold one of them. `previous` (may be null) lists what has changed.
+// True, with code 1300 (ERROR_NOT_ALL_ASSIGNED) when the token does not hold one of them. `previous` (may be null)
+// lists what has changed.
 BOOL AdjustTokenPrivileges(HANDLE token, BOOL disable_all, TOKEN_PRIVILEGES* wanted, DWORD size,
                            TOKEN_PRIVILEGES* previous, DWORD* length);
 
 // ---- Logon -----------------------------------------------------------------------------------------------------
 
-// Asks the host's authentication service for its verdict: 1326 refused, 1327 empty password, other codes for
-// accounts that are locked or have expired. The only type is the network's, the only provider the default.
+// Asks the host's authentication service for its verdict: 1326 (ERROR_LOGON_FAILURE) when it refuses, 1327
+// (ERROR_ACCOUNT_RESTRICTION) for an empty password, other codes for accounts that are locked or have expired. The only
+// type is the network's, the only provider the default.
 BOOL LogonUserW(const WCHAR* user, const WCHAR* domain, const WCHAR* password, DWORD type, DWORD provider,
                 HANDLE* token);
 

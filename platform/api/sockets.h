@@ -21,7 +21,7 @@ struct WSADATA {
 };
 
 // Counted: the library is started until every start has its clean-up. 0 or the code. Every call below but inet_addr
-// and __WSAFDIsSet fails with 10093 while it is not started.
+// and __WSAFDIsSet fails with 10093 (WSANOTINITIALISED) while it is not started.
 int WSAStartup(WORD version, WSADATA* data);
 int WSACleanup();
 

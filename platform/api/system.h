@@ -12,14 +12,16 @@ using FARPROC = intptr_t (*)();
 
 // ---- Registry: results are returned, and the last-error code is left alone ----
 //
-// Keys and names are blind to case. A root is a predefined key or an open one (else 6). Only reading is offered.
+// Keys and names are blind to case. A root is a predefined key or an open one (else 6, ERROR_INVALID_HANDLE). Only
+// reading is offered.
 
-// `subkey` null or empty opens the root itself. Missing: 2; a leading backslash: 161. The key is null on failure, and
-// ends with RegCloseKey.
+// `subkey` null or empty opens the root itself. Missing: 2 (ERROR_FILE_NOT_FOUND); a leading backslash: 161
+// (ERROR_BAD_PATHNAME). The key is null on failure, and ends with RegCloseKey.
 LONG RegOpenKeyExW(HKEY root, const WCHAR* subkey, DWORD options, REGSAM access, HKEY* key);
 
-// Null or empty name: the default value. Missing: 2. `size` in and out, in bytes; too small: 234 with the type and the
-// size needed. Null data measures; each output may be null, but `size` only together with `data` (87).
+// Null or empty name: the default value. Missing: 2. `size` in and out, in bytes; too small: 234 (ERROR_MORE_DATA) with
+// the type and the size needed. Null data measures; each output may be null, but `size` only together with `data`: else
+// 87 (ERROR_INVALID_PARAMETER).
 LONG RegQueryValueExW(HKEY key, const WCHAR* name, DWORD* reserved, DWORD* type, BYTE* data, DWORD* size);
 
 LONG RegCloseKey(HKEY key);
@@ -32,8 +34,9 @@ BOOL GetComputerNameW(WCHAR* buffer, DWORD* size);
 
 // ---- Version ----
 
+// The size goes in as that of this record or of the extended one: any other fails with 122 (ERROR_INSUFFICIENT_BUFFER).
 struct OSVERSIONINFOW {
-    DWORD dwOSVersionInfoSize; // of this record or the extended one; any other fails with 122
+    DWORD dwOSVersionInfoSize;
     DWORD dwMajorVersion;
     DWORD dwMinorVersion;
     DWORD dwBuildNumber;
@@ -61,14 +64,16 @@ BOOL GetVersionExW(OSVERSIONINFOW* version);
 // ---- Dynamic libraries ----
 
 // A path with a folder is looked up as every path; a bare name beside the executable, then as the host's loader does.
-// Without an extension ".so" is added, unless a dot ends the name. Null on failure: 126 not found or not loadable, 193
-// no library, 5 a directory or no right to read, 87 a null path. `file` must be null.
+// Without an extension ".so" is added, unless a dot ends the name. Null on failure: 126 (ERROR_MOD_NOT_FOUND) for what
+// is not found or cannot be loaded, 193 (ERROR_BAD_EXE_FORMAT) for what is no library, 5 (ERROR_ACCESS_DENIED) for a
+// directory or without the right to read, 87 for a null path. `file` must be null.
 HMODULE LoadLibraryExW(const WCHAR* path, HANDLE file, DWORD flags);
 HMODULE LoadLibraryW(const WCHAR* path);
 
 BOOL FreeLibrary(HMODULE module); // null: 6; a module that is not loaded: 126
 
-// What the module itself exports, and not its dependencies: else 127. A null module is the executable.
+// What the module itself exports, and not its dependencies: else 127 (ERROR_PROC_NOT_FOUND). A null module is the
+// executable.
 FARPROC GetProcAddress(HMODULE module, const char* name);
 
 } // namespace platform

@@ -5,8 +5,9 @@
 
 namespace platform {
 
-// Both give the number of units written (or needed, with an output size of 0), 0 on failure: 87 for a count of 0, a
-// null or unknown argument, 122 when the output is too small. A count below 0 takes the terminator along.
+// Both give the number of units written (or needed, with an output size of 0), 0 on failure: 87
+// (ERROR_INVALID_PARAMETER) for a count of 0, a null or unknown argument, 122 (ERROR_INSUFFICIENT_BUFFER) when the
+// output is too small. A count below 0 takes the terminator along.
 int WideCharToMultiByte(UINT code_page, DWORD flags, const WCHAR* wide, int count, char* out, int size,
                         const char* default_char, BOOL* used_default);
 int MultiByteToWideChar(UINT code_page, DWORD flags, const char* narrow, int count, WCHAR* out, int size);

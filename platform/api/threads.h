@@ -19,7 +19,7 @@ void EnterCriticalSection(CRITICAL_SECTION* section);
 void LeaveCriticalSection(CRITICAL_SECTION* section);
 void DeleteCriticalSection(CRITICAL_SECTION* section);
 
-// Attributes and a name must be null, else 50: there are no named events and semaphores here.
+// Attributes and a name must be null, else 50 (ERROR_NOT_SUPPORTED): there are no named events and semaphores here.
 HANDLE CreateEventW(SECURITY_ATTRIBUTES* attributes, BOOL manual_reset, BOOL initial_state,
                     const WCHAR* name);
 BOOL SetEvent(HANDLE event);
@@ -30,19 +30,25 @@ HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES* attributes, LONG initial_count, LON
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG release_count, LONG* previous_count);
 
 // A mutex, shared by name with every process of the machine; null or "": of this process alone. A handle for
-// CloseHandle, code 0 for a new one and 183 for one that existed; null with 5 (another user's, not made for everyone),
-// 6 (the file under the name is no mutex), 123, 161 or 3 (not a name), 206 (too long), 1460 (another process keeps the
-// file to itself). The attributes may give every user access.
+// CloseHandle, code 0 for a new one and 183 (ERROR_ALREADY_EXISTS) for one that existed. Null with 5
+// (ERROR_ACCESS_DENIED) for another user's that is not for everyone, 6 (ERROR_INVALID_HANDLE) when the file under the
+// name is no mutex, 123 (ERROR_INVALID_NAME), 161 (ERROR_BAD_PATHNAME) or 3 (ERROR_PATH_NOT_FOUND) for what is no name,
+// 206 (ERROR_FILENAME_EXCED_RANGE) for one that is too long, 1460 (ERROR_TIMEOUT) when another process keeps the file
+// to itself. The attributes may give every user access.
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name);
-HANDLE OpenMutexW(DWORD access, BOOL inherit, const WCHAR* name); // 2 when there is none
-BOOL ReleaseMutex(HANDLE mutex);                                  // 288 unless the calling thread owns it
+
+// Opens a mutex that exists: 2 (ERROR_FILE_NOT_FOUND) when there is none.
+HANDLE OpenMutexW(DWORD access, BOOL inherit, const WCHAR* name);
+
+// Gives the mutex back once: 288 (ERROR_NOT_OWNER) unless the calling thread owns it.
+BOOL ReleaseMutex(HANDLE mutex);
 
 // WAIT_OBJECT_0 (plus the index), WAIT_ABANDONED_0 likewise for a mutex whose owner ended, WAIT_TIMEOUT, or
 // WAIT_FAILED with the code. One signal releases one waiter, in the order in which they began to sleep.
 DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 
-// The lowest index that is signalled is taken. For all: none is taken before every one can be, which the signal does that
-// makes them complete; no object twice (87).
+// The lowest index that is signalled is taken. For all: none is taken before every one can be, which the signal does
+// that makes them complete; no object twice: 87 (ERROR_INVALID_PARAMETER).
 DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL wait_all, DWORD milliseconds);
 
 // Indivisible, with a full barrier; the new value, which wraps around.
@@ -53,8 +59,8 @@ inline LONG InterlockedDecrement(volatile LONG* cell) {
     return __atomic_sub_fetch(cell, 1, __ATOMIC_SEQ_CST);
 }
 
-// Starts a thread; 0 on failure, with the code set: 8 when the host has no room for it, 50 for security attributes
-// or flags other than STACK_SIZE_PARAM_IS_A_RESERVATION. The handle is closed with CloseHandle.
+// Starts a thread; 0 on failure, with the code set: 8 (ERROR_NOT_ENOUGH_MEMORY) when the host has no room for it, 50
+// for security attributes or flags other than STACK_SIZE_PARAM_IS_A_RESERVATION. The handle is closed with CloseHandle.
 uintptr_t _beginthreadex(void* security, unsigned stack_size, unsigned (*function)(void*), void* argument,
                          unsigned flags, unsigned* thread_id);
 BOOL GetExitCodeThread(HANDLE thread, DWORD* code); // 259 while it runs
