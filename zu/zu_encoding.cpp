@@ -1,8 +1,6 @@
 // Binary-to-text encodings: fields of bits, text over any alphabet, base64, base32 and hexadecimal.
 #include <algorithm>
 #include <array>
-#include <type_traits>
-#include <utility>
 
 #include "zu/zu_support.h"
 
@@ -11,14 +9,14 @@ namespace {
 constexpr uint32_t success = 0;
 constexpr uint32_t bad_character = 1;
 constexpr uint32_t no_room = 2;   // output area too small
-constexpr uint32_t odd_count = 2; // a hexadecimal digit without its pair
+constexpr uint32_t odd_count = 2; // the last hexadecimal digit has no second one
 constexpr uint32_t no_symbol = 0xFFFFFFFF;
 
 constexpr uint32_t low_bits(uint32_t count) {
     return (1u << count) - 1;
 }
 
-// The field functions with offsets that reach the last bit of a large range.
+// ZU_get_bits and ZU_set_bits with a 64-bit offset, which reaches the last bit of 4 GiB.
 uint32_t read_field(const uint8_t* bytes, uint32_t byte_count, uint64_t offset, uint32_t count) {
     uint32_t value = 0;
     uint64_t at = offset / 8;
@@ -42,8 +40,8 @@ void write_field(uint8_t* bytes, uint32_t byte_count, uint64_t offset, uint32_t 
     }
 }
 
-// Characters that the bytes need, with the terminator. More than fit the result are the caller's error; so many are
-// then asked for that no area is large enough.
+// Characters that the bytes need, with the terminator. If the count does not fit the result, the caller has made an
+// error: the largest count is asked for then, which no area holds.
 uint32_t text_size(uint32_t bits, uint32_t byte_count) {
     const uint64_t symbols = (uint64_t{byte_count} * 8 + bits - 1) / bits;
     return static_cast<uint32_t>(std::min<uint64_t>(symbols + 1, 0xFFFFFFFF));
@@ -72,8 +70,8 @@ bool decode_from(uint32_t first, uint32_t symbols, F&& decode, uint32_t bits, co
 
 // ---- The built-in alphabets: the same text, a block at a time ----
 //
-// A block is as many bytes as a symbol has bits: eight symbols exactly. Whatever does not fill one, or holds a
-// character outside the alphabet, is left to the functions above.
+// A block has as many bytes as a symbol has bits, which makes exactly eight symbols. The functions above take the rest
+// that fills no block, and a block with a character outside the alphabet.
 
 constexpr uint32_t block_symbols = 8;
 constexpr uint32_t not_in_alphabet = 1u << 31;
@@ -88,10 +86,10 @@ struct coder {
 
     const ZU_wchar* alphabet;
     std::array<pair, symbol_count * symbol_count> pairs{}; // the characters of two symbols at once
-    std::array<std::array<uint32_t, 128>, 4>
-        shifted_values{}; // of a character, where its place in four puts it
+    // shifted_values[place][character]: the character's value, shifted to its place among four.
+    std::array<std::array<uint32_t, 128>, 4> shifted_values{};
 
-    // Of two symbols, the first is the lower one, unless high_first is said.
+    // The first of two symbols has the lower bits, or with high_first the upper ones.
     constexpr explicit coder(const ZU_wchar* text, bool high_first = false) : alphabet(text) {
         for (uint32_t i = 0; i < pairs.size(); ++i) {
             const ZU_wchar low = text[i % symbol_count], high = text[i / symbol_count];
@@ -110,7 +108,7 @@ struct coder {
             values[other] = values[character];
     }
 
-    // Of two characters below 128; with not_in_alphabet set when one has no value.
+    // The value of two characters below 128; not_in_alphabet is set in it if one of them has no value.
     uint32_t value_of_pair(const ZU_wchar* text) const {
         return shifted_values[0][text[0]] | shifted_values[1][text[1]];
     }
@@ -135,27 +133,22 @@ bool below_128(const ZU_wchar* eight_characters) {
     return ((fours[0] | fours[1]) & 0xFF80FF80FF80FF80) == 0;
 }
 
-// Calls the function with 0 to Count - 1 as constants: a loop that the compiler need not decide to unroll.
-template <uint32_t Count, class F>
-void repeat(F&& function) {
-    [&]<uint32_t... I>(std::integer_sequence<uint32_t, I...>) {
-        (function(std::integral_constant<uint32_t, I>()), ...);
-    }
-    (std::make_integer_sequence<uint32_t, Count>());
-}
-
+// The loops over a block are unrolled: then the compiler reads and writes several bytes at once, which takes a third of
+// the time.
 template <uint32_t Bits>
 void encode_blocks(const coder<Bits>& coder, const uint8_t* bytes, uint32_t blocks, ZU_wchar* text) {
     for (; blocks != 0; --blocks, bytes += Bits, text += block_symbols) {
         uint64_t block = 0;
-        repeat<Bits>([&](auto i) { block |= uint64_t{bytes[i]} << 8 * i; });
-        repeat<block_symbols / 2>([&](auto i) {
+#pragma GCC unroll 8
+        for (uint32_t i = 0; i < Bits; ++i)
+            block |= uint64_t{bytes[i]} << 8 * i;
+#pragma GCC unroll 4
+        for (uint32_t i = 0; i < block_symbols / 2; ++i)
             std::memcpy(text + 2 * i, &coder.pairs[block >> 2 * Bits * i & low_bits(2 * Bits)], sizeof(pair));
-        });
     }
 }
 
-// Decodes up to the first block that holds a character outside the alphabet; returns how many there were before.
+// Decodes up to the first block that holds a character outside the alphabet; returns the count of decoded blocks.
 template <uint32_t Bits>
 uint32_t decode_blocks(const coder<Bits>& coder, const ZU_wchar* text, uint32_t blocks, uint8_t* bytes) {
     uint32_t done = 0;
@@ -165,7 +158,9 @@ uint32_t decode_blocks(const coder<Bits>& coder, const ZU_wchar* text, uint32_t 
         if ((low | high) & not_in_alphabet)
             break;
         const uint64_t block = low | uint64_t{high} << 4 * Bits;
-        repeat<Bits>([&](auto i) { bytes[i] = static_cast<uint8_t>(block >> 8 * i); });
+#pragma GCC unroll 8
+        for (uint32_t i = 0; i < Bits; ++i)
+            bytes[i] = static_cast<uint8_t>(block >> 8 * i);
     }
     return done;
 }
@@ -185,7 +180,7 @@ uint32_t encode(const coder<Bits>& coder, const uint8_t* bytes, uint32_t byte_co
     return success;
 }
 
-// Common to both ways of decoding: how many symbols there are, and whether the area holds their bytes.
+// Common to both ways of decoding: the count of symbols, and the bytes that they make.
 struct decoding {
     uint32_t symbols, bytes;
 
