@@ -17,7 +17,7 @@ struct hook_node {
 // The main lock guards everything but the three atomic words and the locks. The another-file lock serialises the writes
 // to another file among themselves; it is taken before the main lock.
 struct module_state {
-    // Relaxed access is enough: each of the three words is a switch of its own that publishes nothing else.
+    // Relaxed access is enough: each of the three words is a switch of its own, and publishes no other data.
     std::atomic<uint32_t> level_mask{ZU_LOG_WARNING | ZU_LOG_ERROR | ZU_LOG_ALERT};
     std::atomic<uint32_t> output_mask{ZU_LOG_OUT_STDOUT | ZU_LOG_OUT_DEBUGGER | ZU_LOG_OUT_FILE};
     ZU_log_filter filter = nullptr;
@@ -53,12 +53,17 @@ inline bool is_wanted(uint32_t level) {
 void start();
 void stop();
 
-// Appends one line to the file that the settings describe; true when the whole line was written. The main lock is
-// held.
+// Whether a conversion failed that has given so many bytes. ZU_wchar_2_char gives an empty text then, as without memory
+// for a converter.
+inline bool failed_to_convert(text_view text, uint32_t bytes) {
+    return bytes == 0 && !text.empty() && text[0] != 0;
+}
+
+// Appends one line to the file that the settings describe; true if the whole line was written. The main lock is held.
 bool write_to_file(const ZU_log_file_settings& settings, text_view prefix, text_view message);
 
-// Makes room for a new file at the path: moves every generation one number up and lets the oldest go. A generation that
-// cannot be moved is passed over; the next line is then appended to whatever the path names.
+// Makes room for a new file at the path: moves every generation one number up and deletes the oldest. A generation that
+// cannot be moved stays. If that is the live file, the next line is appended to it.
 void rotate(uint32_t generations, text_view path);
 
 } // namespace zu::log

@@ -1,5 +1,5 @@
-// Log file management: the settings of the default file, and the output that appends one line to a file, which it has
-// rotated before the size limit is passed. No file is held open between records.
+// Log file management: the settings of the default file, and the output that appends one line to a file. A line that
+// would pass the size limit rotates the file first. No file is held open between records.
 #include "zu/zu_log.h"
 
 namespace {
@@ -38,7 +38,7 @@ public:
 
     explicit operator bool() const { return is_at_end_; }
 
-    // Whether so many bytes more keep to the limit. A file that did not exist takes a line of any length.
+    // Whether a line of so many bytes keeps to the limit. A new file takes a line of any length.
     bool has_room_for(uint32_t bytes, uint32_t max_size) const {
         return is_new_ || size_ + bytes <= max_size;
     }
@@ -60,7 +60,7 @@ bool is_beyond(const ZU_wchar* path, uint32_t bytes, uint32_t max_size) {
     return ZU_stat64(path, &status) == 0 && static_cast<uint64_t>(status.st_size) + bytes > max_size;
 }
 
-// Nearly always the file is there and has room: then what opening it tells is enough, and its status is not read.
+// The file is opened first. Nearly always it has room, and then its status need not be read.
 bool append_to_file(const ZU_log_file_settings& settings, text_view path, const char* line, uint32_t bytes) {
     bool was_open = false;
     if (live_file file(path.data()); file) {
@@ -75,12 +75,19 @@ bool append_to_file(const ZU_log_file_settings& settings, text_view path, const 
     return live_file(path.data()).append(line, bytes);
 }
 
+// With another encoding every line is empty text, and writing none of it succeeds.
+bool is_known(uint32_t encoding) {
+    return encoding == ZU_ENCODING_ANSI || encoding == ZU_ENCODING_UTF8;
+}
+
 bool write_line(const ZU_log_file_settings& settings, text_view prefix, text_view message) {
     scoped_string wide_line, path;
     make_line(wide_line, prefix, message);
     uint32_t bytes = 0;
     const owned<char> line(ZU_wchar_2_char(settings.encoding, wide_line.text(),
                                            static_cast<int32_t>(wide_line.length()), &bytes));
+    if (is_known(settings.encoding) && zu::log::failed_to_convert(wide_line.view(), bytes))
+        return false;
     make_path(path, settings);
     return append_to_file(settings, path.view(), line.get(), bytes);
 }

@@ -31,7 +31,7 @@ bool has_same_prefix(const ZU_log_record& record, const ZU_log_record& other) {
            && std::memcmp(&record.local_time, &other.local_time, sizeof(ZU_tm)) == 0;
 }
 
-// Records come in bursts: the prefix of the latest one mostly serves again.
+// Records come in bursts, so the prefix of the last record can mostly be used again.
 void format_prefix(const ZU_log_record& record) {
     if (module.prefix && has_same_prefix(record, module.prefix_source))
         return;
@@ -73,6 +73,9 @@ uint32_t write_to_streams(const ZU_log_record& record, uint32_t outputs) {
                                              static_cast<int32_t>(record.prefix_length), &prefix_bytes));
     const owned<char> message(ZU_wchar_2_char(ZU_ENCODING_ANSI, record.message,
                                               static_cast<int32_t>(record.message_length), &message_bytes));
+    if (zu::log::failed_to_convert({record.prefix, record.prefix_length}, prefix_bytes)
+        || zu::log::failed_to_convert({record.message, record.message_length}, message_bytes))
+        return 0;
     const uint32_t bytes = prefix_bytes + message_bytes;
     uint32_t taken = 0;
     platform::quiet_pipes quiet;
@@ -85,7 +88,7 @@ uint32_t write_to_streams(const ZU_log_record& record, uint32_t outputs) {
     return taken;
 }
 
-// Every hook sees the record, whatever the others answer.
+// Every hook gets the record, also after another has taken it.
 uint32_t call_hooks(const ZU_log_record& record) {
     uint32_t taken = 0;
     for (const zu::log::hook_node* node = module.hooks.next; node != &module.hooks; node = node->next)
@@ -166,7 +169,7 @@ uint32_t ZU_log_write_another_file(uint32_t level, const ZU_log_file_settings* s
 uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_settings* settings,
                                      const ZU_wchar* format, va_list arguments) {
     if (!zu::log::is_wanted(level))
-        return 0; // without a wait for whoever writes to another file now
+        return 0; // before the lock, which another thread may hold while it writes
     zu::held lock(module.another_file_lock);
     return write_record(level, *settings, format, arguments);
 }

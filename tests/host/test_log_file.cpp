@@ -85,6 +85,16 @@ TEST(log_file, characters_that_the_encoding_lacks) {
         setenv("LC_ALL", "x.CP1252", 1);
         ZU_log_add_output(ZU_LOG_OUT_STDOUT);
         log.set(1 << 20, 3, ZU_ENCODING_ANSI);
+        ZU_tm local;
+        ZU_localtime(0, &local); // reads the zone's file
+        rlimit memory;
+        getrlimit(RLIMIT_AS, &memory);
+        const rlim_t usual = std::exchange(memory.rlim_cur, 0);
+        setrlimit(RLIMIT_AS, &memory);
+        if (!address_space_is_not_limited() && ZU_log_write(ZU_LOG_INFO, u"no memory for a converter") != 0)
+            _exit(1);
+        memory.rlim_cur = usual;
+        setrlimit(RLIMIT_AS, &memory);
         ZU_log_write(ZU_LOG_INFO, u"\u20ac \u0436 \U0001F600 \xD800");
         log.set(1 << 20, 3);
         _exit(static_cast<int>(ZU_log_write(ZU_LOG_INFO, u"\u20ac \xD800")));
