@@ -21,7 +21,7 @@ bool open_current_token(platform::HANDLE* token) {
            && platform::OpenProcessToken(platform::GetCurrentProcess(), access, token);
 }
 
-// Every group counts, whatever its attributes.
+// Every group counts, also one whose attributes say that it is disabled.
 bool lists(const platform::TOKEN_GROUPS* groups, platform::PSID wanted) {
     for (platform::DWORD i = 0; i < groups->GroupCount; ++i) {
         if (platform::EqualSid(groups->Groups[i].Sid, wanted))
@@ -78,8 +78,8 @@ void free_block(void* block) {
 
 // ---- Privileges ------------------------------------------------------------------------------------------------
 
-// Whether the privilege was enabled before a change that the platform has accepted. It lists what it has changed; one
-// that is not listed was as wanted already, or is not held at all.
+// Whether the privilege was enabled before a change that the platform has accepted. `previous` lists the privileges
+// that were changed: one that is not listed was as wanted already, or the token does not hold it.
 bool was_enabled_before(const platform::TOKEN_PRIVILEGES* previous, bool wanted, platform::DWORD code) {
     if (previous->PrivilegeCount > 0)
         return previous->Privileges[0].Attributes & SE_PRIVILEGE_ENABLED;
@@ -126,7 +126,7 @@ ZU_bool ZU_current_user_is_admin() {
     const platform::DWORD code = platform::GetLastError();
     if (ZU_current_user_in_group(DOMAIN_GROUP_RID_ADMINS))
         return true;
-    if (code != ERROR_SUCCESS) // the first question has failed, so this is no plain no
+    if (code != ERROR_SUCCESS) // the first question failed, so the answer is not a plain no
         platform::SetLastError(code);
     return false;
 }

@@ -7,7 +7,7 @@ struct ZU_bitset {
     uint32_t capacity; // bits that the data holds
     uint32_t size;     // bits in the set
     ZU_bool growable;
-    ZU_bool fill; // what new bits are
+    ZU_bool fill; // the value of new bits
     uint8_t* data;
 };
 
@@ -36,7 +36,7 @@ uint8_t value_of(uint8_t byte, uint32_t index) {
     return byte >> index % 8 & 1;
 }
 
-// The byte that holds a bit, which exists from here on in a set that grows.
+// The byte that holds a bit. A growable set grows until it has the bit.
 uint8_t& byte_of(ZU_bitset* bitset, uint32_t index) {
     if (bitset->growable && index >= bitset->size)
         grow(bitset, index + 1);

@@ -10,10 +10,10 @@ constexpr uint32_t granularity = 4;
 
 uint32_t rounded_up(uint32_t size) {
     const uint32_t rounded = (size + granularity - 1) & ~(granularity - 1);
-    return rounded >= size ? rounded : size; // the last three sizes of 32 bits have no multiple above them
+    return rounded >= size ? rounded : size; // rounding up the last three 32-bit sizes overflows
 }
 
-// Makes room for `size` bytes. The block that was left for a larger one is handed to the caller.
+// Makes room for `size` bytes. If a larger block takes the place of the old one, the caller owns the old one.
 zu::owned<uint8_t> grow(ZU_buf* buffer, uint32_t size, uint32_t keep) {
     if (buffer->capacity >= size)
         return zu::owned<uint8_t>();
@@ -35,8 +35,8 @@ void ZU_buf_append(ZU_buf* buffer, uint32_t offset, const void* bytes, uint32_t 
     if (count == 0)
         return;
     const uint32_t end = zu::block_size(uint64_t{offset} + count);
-    const zu::owned<uint8_t> left =
-        grow(buffer, end, std::min(offset, buffer->capacity)); // may hold the bytes
+    // The bytes may lie in the old block, so it is freed after they are copied.
+    const zu::owned<uint8_t> old = grow(buffer, end, std::min(offset, buffer->capacity));
     std::memmove(buffer->data + offset, bytes, count);
 }
 

@@ -27,7 +27,7 @@ int convert(platform::UINT page, const char* text, int32_t length, ZU_wchar* out
     return platform::MultiByteToWideChar(page, 0, text, length, out, size);
 }
 
-// What is to be converted. A text of more units than the platform counts cannot be, and nothing stands for it.
+// The count of units to convert. The platform counts them in 31 bits: a longer text gives an empty one.
 template <class Unit>
 int32_t effective_length(const Unit* text, int32_t length) {
     while (length > 0 && text[length - 1] == 0)
@@ -38,15 +38,15 @@ int32_t effective_length(const Unit* text, int32_t length) {
     return measured <= INT32_MAX ? static_cast<int32_t>(measured) : 0;
 }
 
-// Room that the result of a text is likely to need, so that it need not be measured; 0 where measuring costs less. No
-// unit becomes more than three bytes of UTF-8.
+// Room that the result probably needs, so that it need not be measured; 0 where measuring costs less. A unit becomes at
+// most three bytes of UTF-8.
 int likely_room(const ZU_wchar*, int32_t length) {
     constexpr int32_t longest = 512;
     return length > 0 && length <= longest ? 3 * length : 0;
 }
 
-// No byte of UTF-8 becomes more than one unit. In a long text those that begin a character are counted, and twice where
-// it becomes a pair: malformed text may have more.
+// A byte of UTF-8 becomes at most one unit. In a long text the bytes that begin a character are counted, and counted
+// twice if the character becomes a surrogate pair. Malformed text may need more.
 int likely_room(const char* text, int32_t length) {
     constexpr int32_t short_length = 512, block = 64;
     if (length <= short_length)
@@ -71,8 +71,8 @@ To* converted(uint32_t encoding, const From* text, int32_t length, uint32_t* res
     int room = likely_room(text, length);
     zu::owned<To> result(zu::allocate<To>(static_cast<uint32_t>(room) + 1));
     int size = room > 0 ? convert(page.number, text, length, result.get(), room) : 0;
-    if (size == 0
-        && length != 0) { // there was no room that is likely, or it was too little, or nothing can be done
+    // Nothing was tried, or the room was too small, or the conversion fails and will fail again.
+    if (size == 0 && length != 0) {
         room = convert(page.number, text, length, static_cast<To*>(nullptr), 0);
         result.reset(zu::allocate<To>(static_cast<uint32_t>(room) + 1));
         size = room > 0 ? convert(page.number, text, length, result.get(), room) : 0;

@@ -4,8 +4,8 @@
 
 struct ZU_enum_dir {
     uint32_t flags;
-    ZU_s pattern; // what is searched for, in long form
-    ZU_s path;    // the directory in the caller's form, and the present name after it
+    ZU_s pattern; // the search's pattern, in long form
+    ZU_s path;    // the directory in the caller's form, then the name of the current entry
     uint32_t prefix_length;
     ZU_enum_dir_entry entry;
     platform::HANDLE search;
@@ -40,7 +40,7 @@ bool is_dots(zu::text_view name) {
     return name == ZU_W(".") || name == ZU_W("..");
 }
 
-// From an entry that was just read to the first acceptable one.
+// Steps from the entry just read to the first acceptable one, which may be the same.
 bool advance(ZU_enum_dir* walk) {
     while ((walk->flags & ZU_ENUM_DIR_SKIP_DOTS) && is_dots(walk->entry.find_data->cFileName)) {
         if (!platform::FindNextFileW(walk->search, walk->entry.find_data))

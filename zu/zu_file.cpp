@@ -2,7 +2,7 @@
 // files, and a position that is known without asking.
 #include "zu/zu_path.h"
 
-// All I/O on the handle goes through this family, which is what keeps the position true.
+// All I/O on the handle goes through this family, so the recorded position is always right.
 struct ZU_file {
     platform::HANDLE handle;
     ZU_buf scratch; // the bytes of a gather list, joined
@@ -44,8 +44,8 @@ platform::HANDLE create(const ZU_wchar* long_path, uint32_t flags, void* securit
                                  FILE_ATTRIBUTE_NORMAL, nullptr);
 }
 
-// The second attempt on a file that refused with 5 (ERROR_ACCESS_DENIED): without the attributes that may be the
-// reason. The file has them back when this returns, whatever came of it.
+// The second attempt on a file that refused with 5 (ERROR_ACCESS_DENIED). The attributes that may be the reason are
+// taken off for the attempt and put back after it, also when it fails.
 platform::HANDLE create_past_attributes(const ZU_wchar* long_path, uint32_t flags, void* security) {
     const platform::DWORD first_code = platform::GetLastError();
     platform::item_attributes item(long_path, 0);

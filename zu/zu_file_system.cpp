@@ -4,8 +4,8 @@
 
 namespace {
 
-// Attempts once more what a read-only item may have refused: the attribute is taken away, and put back if the item
-// refuses all the same. False with the code of the last attempt.
+// Repeats an operation that a read-only item may have refused. The attribute is taken off first, and put back if the
+// operation fails again. False with the code of the last attempt.
 template <class Operation>
 bool attempt_again_writable(platform::item_attributes&& item, Operation operation) {
     const platform::DWORD refusal = platform::GetLastError();
@@ -22,7 +22,7 @@ bool attempt_again_writable(platform::item_attributes&& item, Operation operatio
     return false;
 }
 
-// `hold` takes the item's attributes when they may be the reason of a refusal.
+// `hold` opens the item's attributes. It is called only if they may be the reason of a refusal.
 template <class Operation, class Hold>
 bool delete_item(Operation operation, Hold hold) {
     if (operation())
@@ -40,7 +40,7 @@ bool delete_path(const ZU_wchar* long_path, Operation operation) {
     return delete_item([&] { return operation(long_path); }, [&] { return attributes_at(long_path); });
 }
 
-// The long form with a drive's root completed; whether it is a drive's root.
+// Makes the long form of a path, with the backslash that a drive's root needs. True for a drive's root.
 bool prepare(const ZU_wchar* path, zu::scoped_string& prepared) {
     ZU_long_path(path, prepared.address());
     return zu::complete_root(prepared.address());
@@ -101,8 +101,8 @@ ZU_bool ZU_set_file_time(const ZU_wchar* path, ZU_time_t creation, ZU_time_t mod
                                                         OPEN_EXISTING, flags, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return false;
-    platform::FILETIME created, accessed,
-        modified; // stay unread, and the file's own as they are, without a time
+    // For an absent time the conversion gives null: the file keeps its own.
+    platform::FILETIME created, accessed, modified;
     const bool done = platform::SetFileTime(file, Zu_time_t_2_FILETIME(creation, &created),
                                             Zu_time_t_2_FILETIME(access, &accessed),
                                             Zu_time_t_2_FILETIME(modification, &modified));

@@ -3,7 +3,7 @@
 
 namespace {
 
-// The text may lie in the record's own block, so a new block is filled before the old one goes.
+// The text may lie in the record's own block, so a new block is filled before the old one is freed.
 void assign(ZU_fixed_s* s, const ZU_wchar* text, size_t length) {
     if (length == 0) {
         ZU_fixed_s_destroy(s);

@@ -38,8 +38,8 @@ const void* key_of(const ZU_hash_table* table, const void* item) {
     return static_cast<const uint8_t*>(item) + table->key_offset;
 }
 
-// Where a key is in the list of its bucket, or would have to be inserted before. Looking up is inlined wherever it is
-// asked for, as the calls of the two callbacks are most of its cost.
+// The node with a key, or the one in front of which the key belongs. The search is inlined in every caller: its cost is
+// mostly that of calls.
 struct place {
     list_link* at;
     bool found;
@@ -47,7 +47,7 @@ struct place {
 
 [[gnu::always_inline]] inline place look_up(const ZU_hash_table* table, list_link* head, const void* key) {
     for (list_link* at = head->next; at != head; at = at->next) {
-        __builtin_prefetch(at->next); // while the item's key is on its way
+        __builtin_prefetch(at->next); // loads the next node while this item's key is loaded
         const int32_t order = table->compare(key, key_of(table, item_of(at)));
         if (order <= 0)
             return {at, order == 0};

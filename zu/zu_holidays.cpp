@@ -5,7 +5,7 @@ namespace {
 
 constexpr uint32_t growth = 8;
 
-// The position counted from 1, or 0. Needs the lock.
+// The position of a day, counted from 1; 0 if it is not there. The lock is held.
 uint32_t search(const ZU_timer_holidays& holidays, const ZU_holiday& wanted) {
     for (uint32_t i = 0; i < holidays.count; ++i) {
         if (holidays.entries[i].month == wanted.month && holidays.entries[i].day == wanted.day)

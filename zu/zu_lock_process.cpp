@@ -3,7 +3,7 @@
 
 namespace {
 
-// The parts of the everyone form's descriptor; all of them are released at the end of the scope.
+// The security descriptor that lets everyone use a lock, and its parts. All are released at the end of the scope.
 class everyone_access {
 public:
     ~everyone_access();

@@ -10,7 +10,7 @@ namespace {
 using zu::scoped_string;
 using zu::text_view;
 
-// Without a list every number is tried, up to this many: a fraction of a second while the service's lock is held.
+// If the directory cannot be listed, every number is tried. This many take a fraction of a second under the main lock.
 constexpr uint32_t most_tried_without_list = 1000;
 
 // Numbers of generations; the live file is 0.
@@ -45,8 +45,8 @@ private:
     uint32_t capacity_ = 0;
 };
 
-// The number that a name of a generation ends with; 0 for any other name. Its first characters, in whatever letter
-// case, and the dot are what was searched for.
+// The number at the end of a generation's name; 0 for any other name. The search has compared the characters before the
+// dot already, without regard to case.
 uint32_t number_of(text_view name, size_t live_name_length) {
     if (name.size() < live_name_length + 2 || name[live_name_length] != u'.')
         return 0;
@@ -62,7 +62,7 @@ uint32_t number_of(text_view name, size_t live_name_length) {
     return number <= UINT32_MAX ? static_cast<uint32_t>(number) : 0;
 }
 
-// Adds the numbers up to `oldest` that the directory holds. False when it cannot be listed.
+// Adds the numbers of the generations that exist, up to `oldest`. False if the directory cannot be listed.
 bool list_numbers(text_view path, uint32_t oldest, number_list& numbers) {
     const size_t name_length = path.size() - (path.find_last_of(ZU_W("\\/:")) + 1);
     scoped_string pattern;

@@ -11,7 +11,7 @@ constexpr uint32_t length_size = 8; // the count of bits that ends the last bloc
 
 struct context {
     uint32_t state[4];
-    uint8_t tail[2 * block_size]; // what does not fill a block, and the padding
+    uint8_t tail[2 * block_size]; // the bytes that fill no block, and the padding
 };
 
 uint32_t load(const uint8_t* bytes) {
@@ -35,13 +35,13 @@ constexpr uint32_t sines[64] = {
     0x6fa87e4f, 0xfe2ce6e0, 0xa3014314, 0x4e0811a1, 0xf7537e82, 0xbd3af235, 0x2ad7d2bb, 0xeb86d391,
 };
 
-// The rounds' functions, each added to a sum in such an order that b, which is computed last, enters as late as it
-// can: the chain of steps through b is what the digest's speed depends on.
+// The rounds' functions, each added to a sum. Each step computes b from the b before it, and this chain sets the
+// digest's speed: so b enters the sum as late as possible.
 uint32_t add_f(uint32_t sum, uint32_t b, uint32_t c, uint32_t d) {
     return sum + (d ^ (b & (c ^ d)));
 }
 uint32_t add_g(uint32_t sum, uint32_t b, uint32_t c, uint32_t d) {
-    return sum + (~d & c) + (d & b); // no bit is in both, so adding stands for or
+    return sum + (~d & c) + (d & b); // the two have no bit in common, so + does the work of |
 }
 uint32_t add_h(uint32_t sum, uint32_t b, uint32_t c, uint32_t d) {
     return sum + (b ^ (c ^ d));
@@ -62,7 +62,7 @@ constexpr round_shape shapes[4] = {
     {add_i, {6, 10, 15, 21}, 0, 7},
 };
 
-// One of the 64 steps. The four words take the parts a, b, c, d in turn: a is the one that changes.
+// One of the 64 steps. The four words play the parts a, b, c and d in turn; the step changes a.
 template <int Step>
 inline void step(uint32_t (&s)[4], const uint32_t (&words)[16]) {
     constexpr round_shape shape = shapes[Step / 16];
@@ -101,8 +101,8 @@ uint32_t pad(uint8_t* tail, const uint8_t* rest, uint32_t rest_size, uint32_t by
     return blocks;
 }
 
-// Clears in a way that the compiler may not leave out, although nothing reads the bytes again: for all it knows, the
-// empty instruction does.
+// Clears the record. Nothing reads it again, so the compiler might leave the clearing out; the empty instruction
+// counts as a reader.
 void clear(context& used) {
     std::memset(&used, 0, sizeof used);
     __asm__ volatile("" : : "r"(&used) : "memory");

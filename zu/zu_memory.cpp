@@ -10,7 +10,7 @@ namespace {
 FILE* error_stream = nullptr; // null: standard error
 
 [[noreturn, gnu::cold, gnu::noinline]] void report_and_abort(uint64_t bytes) {
-    const int error = errno; // that of the failed call, before anything here can change it
+    const int error = errno; // the failed call's, read before another call changes it
     const platform::quiet_pipes quiet;
     FILE* stream = error_stream ? error_stream : stderr;
     std::fprintf(stream, "error (ZU_memory):Failed to allocate memory. size:%llu. errno:%d.\n",

@@ -82,7 +82,7 @@ const ZU_wchar* nt_edition(const version_record& version) {
     }
 }
 
-// 0, or the code of the failed step.
+// Reads the edition's name from the registry. The result is 0, or the code of the failed step.
 platform::LONG read_product_type(ZU_wchar* text, platform::DWORD bytes) {
     platform::HKEY key;
     platform::LONG result = platform::RegOpenKeyExW(
@@ -122,7 +122,7 @@ bool append_nt_edition_of_registry(const version_record& version, ZU_s* out) {
     return true;
 }
 
-// The last service pack of version 4 came twice under one name; a hotfix of the second tells them apart.
+// The sixth service pack of version 4 appeared twice under one name. Only the second has this hotfix.
 bool is_service_pack_6a(const version_record& version) {
     if (version.dwMajorVersion != 4 || platform::lstrcmpiW(version.szCSDVersion, ZU_W("Service Pack 6")) != 0)
         return false;
@@ -150,7 +150,7 @@ bool describe_nt(const version_record& version, bool is_extended, ZU_s* out) {
     return true;
 }
 
-// Reads the extended record where the platform has it, else the basic one.
+// Reads the extended version record if the platform has it, otherwise the basic one.
 bool read_version(version_record& version, bool& is_extended) {
     auto* record = reinterpret_cast<platform::OSVERSIONINFOW*>(&version);
     version.dwOSVersionInfoSize = sizeof version;

@@ -1,4 +1,4 @@
-// Password validation: two roads to the platform's verdict, and whether a user is an administrator.
+// Password validation: two ways to ask the platform, and whether a user is an administrator.
 #include "zu/zu_support.h"
 
 namespace {
@@ -89,13 +89,13 @@ public:
     platform::SecBuffer with_size(platform::DWORD size) const { return {size, SECBUFFER_TOKEN, block_}; }
 
     platform::DWORD room = 0;
-    platform::DWORD length = 0; // the size of the token in it
+    platform::DWORD length = 0; // bytes of the token
 
 private:
     void* block_ = nullptr;
 };
 
-// One side of the handshake, which cleans up after itself.
+// One side of the handshake. The destructor releases its handles.
 class side {
 public:
     // With an identity it is the client's side, without one the server's.
@@ -110,7 +110,7 @@ public:
     side(const side&) = delete;
     side& operator=(const side&) = delete;
 
-    // Takes the other side's token, or null for none yet, and makes the next one.
+    // Takes the other side's token, null in the first step, and makes the next one.
     bool step(const token_buffer* in, token_buffer& out) {
         if (!initialised_ && !acquire_credentials())
             return false;
@@ -218,7 +218,7 @@ bool handshake_succeeds(const ZU_wchar* domain, const ZU_wchar* user, const ZU_w
 
 // ---- The logon -------------------------------------------------------------------------------------------------
 
-// Switches the two privileges of a logon on, and those that were off before off again.
+// Enables the two privileges of a logon. The destructor disables those that were disabled before.
 class logon_privileges {
 public:
     logon_privileges() {
@@ -265,7 +265,7 @@ bool logged_on_user_is_admin(platform::HANDLE token) {
     return is_admin;
 }
 
-// Version 5.0 lets nobody but the system log users on, so there the password alone is tested.
+// In version 5.0 only the system may log users on, so the password alone is tested there.
 bool can_log_on_for_groups() {
     platform::OSVERSIONINFOEXW version{};
     version.dwOSVersionInfoSize = sizeof version;

@@ -96,7 +96,7 @@ void ZU_long_path(const ZU_wchar* path, ZU_s* out) {
     ZU_s_clear(out);
     ZU_s_reserve(out, static_cast<uint32_t>(rest.size() + zu::long_network_prefix.size()));
     if (zu::is_long_path(rest)) {
-        // Already.
+        // It is in long form already.
     } else if (zu::is_drive_path(rest)) {
         append(out, zu::long_prefix);
     } else if (rest.starts_with(zu::two_backslashes)) {
@@ -108,8 +108,8 @@ void ZU_long_path(const ZU_wchar* path, ZU_s* out) {
 
 ZU_bool ZU_is_full_path(const ZU_wchar* path) {
     const zu::text_view view(path);
-    return view.starts_with(zu::two_backslashes)
-           || zu::is_drive_path(view); // a long form begins with two backslashes as well
+    // A long form begins with two backslashes as well.
+    return view.starts_with(zu::two_backslashes) || zu::is_drive_path(view);
 }
 
 int32_t ZU_path_too_long(const ZU_wchar* path) {
@@ -161,13 +161,13 @@ namespace {
 
 // A path on its way to its actual form.
 struct resolution {
-    zu::scoped_string absolute; // the path that is looked for
-    zu::text_view rest;         // the part of it that is still to walk
-    zu::scoped_string actual;   // the part that has been found, in long form
-    size_t root_length = 0;     // ".." cuts nothing off in front of this
+    zu::scoped_string absolute; // the path to resolve
+    zu::text_view rest;         // the part of `absolute` that is not resolved yet
+    zu::scoped_string actual;   // the part that is resolved, in long form
+    size_t root_length = 0;     // ".." never shortens `actual` below this
 };
 
-// Makes `absolute` a full path with backslashes alone, and none at its end.
+// Makes `absolute` a full path, without slashes and without backslashes at its end.
 bool make_absolute(const ZU_wchar* path, zu::scoped_string& absolute) {
     if (*path == 0 || zu::begins_at_no_root(path))
         return zu::fail(ERROR_FILE_NOT_FOUND);
@@ -196,7 +196,7 @@ void begin_at_drive(resolution& r) {
     r.rest = r.absolute.view().substr(2);
 }
 
-// The share is the root that must exist, but ".." may take it away and leave the server.
+// The share must exist. Still, ".." may remove it and leave the server.
 bool begin_at_share(resolution& r) {
     const zu::text_view path = r.absolute.view().substr(zu::two_backslashes.size());
     const zu::text_view server = path.substr(0, path.find('\\'));

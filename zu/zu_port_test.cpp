@@ -5,7 +5,7 @@ namespace {
 
 enum : int32_t { connected = 0, failed = 1, timed_out = 2 };
 
-// Waits for the outcome of an attempt that goes on. The error set is looked at first: a failure shows there alone.
+// Waits for the outcome of an attempt in progress. A failure shows in the error set alone, so that is read first.
 int32_t wait_for_outcome(SOCKET socket, const platform::timeval& timeout) {
     platform::one_socket_set writable(socket);
     platform::one_socket_set in_error(socket);

@@ -1,8 +1,8 @@
 // The bounded queue: a list under a lock, and two semaphores on which all waiting happens.
 //
 // Free places and stored values are counted under the lock. A thread that finds none registers and sleeps on the
-// semaphore of its side; whoever gives one while threads are registered gives it to one of them, through that
-// semaphore. So a push or pop that need not wait locks once and touches neither semaphore.
+// semaphore of its side. A thread that gives one while others are registered posts that semaphore, and one of them has
+// it. So a push or pop that need not wait locks once and touches neither semaphore.
 #include <atomic>
 
 #include "zu/zu_support.h"
@@ -15,18 +15,18 @@ struct queue_link {
 };
 
 struct queue_node {
-    queue_link link; // first: the address of a link is that of its node
+    queue_link link; // comes first, so that a link's address is that of its node
     void* value;
 };
 
-// Places or values: one side takes them, the other gives them.
+// A supply of free places or of stored values: push takes places and gives values, pop the other way round.
 struct queue_supply {
-    ZU_sem* given;      // Posted once for each gift to a thread that waits.
-    int32_t available;  // Those that the next threads find without waiting.
-    int32_t registered; // Threads that wait and have not been given one.
+    ZU_sem* given;      // posted once for each one that a waiting thread is given
+    int32_t available;  // how many can be taken without waiting
+    int32_t registered; // threads that wait and have not been given one
 };
 
-// A few nodes are kept for the next pushes: a node that one thread frees for another to allocate is slow for both.
+// Some nodes are kept for the next pushes: memory that one thread allocates and another frees costs both time.
 constexpr int32_t spare_nodes_at_most = 1024;
 
 } // namespace
@@ -35,7 +35,7 @@ struct ZU_queue {
     ZU_lock_thread lock;
     int32_t maximum_size;
     int32_t count;
-    queue_link head; // its own neighbour when the queue is empty
+    queue_link head; // linked to itself when the queue is empty
     queue_supply free_places;
     queue_supply stored_values;
     queue_link* spare; // linked by `next` alone
@@ -85,15 +85,14 @@ bool take_and_lock(ZU_queue* queue, queue_supply& supply, uint32_t timeout_ms, Z
 void give_and_unlock(ZU_queue* queue, queue_supply& supply) {
     if (supply.registered > 0) {
         --supply.registered;
-        ZU_sem_post(
-            supply.given); // Under the lock: a thread that finds itself given one must find the post, too.
+        ZU_sem_post(supply.given); // under the lock: took_last_moment_gift relies on the post
     } else {
         ++supply.available;
     }
     ZU_lock_thread_unlock(&queue->lock);
 }
 
-// The size is asked for without the lock. Relaxed: nothing else hangs on the number.
+// The size is read without the lock. Relaxed access is enough: the number publishes no other data.
 std::atomic_ref<int32_t> count_of(ZU_queue* queue) {
     return std::atomic_ref<int32_t>(queue->count);
 }
@@ -111,7 +110,7 @@ queue_node* new_node(ZU_queue* queue) {
     return node_of(taken);
 }
 
-// False when there are enough of them: the node is to be freed.
+// False if enough nodes are kept already: the caller frees this one.
 bool keep_spare(ZU_queue* queue, queue_node* node) {
     if (queue->spare_count == spare_nodes_at_most)
         return false;

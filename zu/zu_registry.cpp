@@ -23,7 +23,7 @@ ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar*
     platform::DWORD size = first_size;
     platform::DWORD type = REG_NONE;
     do {
-        // Room behind the value, since not every writer stores a terminator, or an even number of bytes.
+        // Leaves room for a terminator. Some writers store none, or an odd number of bytes.
         data = static_cast<uint8_t*>(ZU_realloc(data, size + terminator));
         result = platform::RegQueryValueExW(key, name, nullptr, &type, data, &size);
     } while (result == ERROR_MORE_DATA);
@@ -40,7 +40,7 @@ ZU_wchar* ZU_registry_get_str(HKEY root, const ZU_wchar* subkey, const ZU_wchar*
 }
 
 ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const ZU_wchar* name, uint32_t* value) {
-    *value = 0; // a number that is stored in fewer bytes fills the lower ones
+    *value = 0; // a number stored in fewer bytes sets only the lower ones
     platform::HKEY key;
     platform::LONG result = platform::RegOpenKeyExW(root, subkey, 0, KEY_QUERY_VALUE, &key);
     if (result == ERROR_SUCCESS) {

@@ -5,7 +5,7 @@
 
 namespace {
 
-// Closes a handle of the manager, which must not change why something failed.
+// Closes a handle of the manager, and keeps the last-error code of a failure.
 class service_handle {
 public:
     explicit service_handle(platform::SC_HANDLE handle) : handle_(handle) {}
@@ -31,7 +31,7 @@ struct rights {
 constexpr rights to_change{SC_MANAGER_ALL_ACCESS, SERVICE_ALL_ACCESS};
 constexpr rights to_query{SC_MANAGER_CONNECT, SERVICE_QUERY_STATUS};
 
-// Does something with the open service; its result, or T() when the service cannot be opened.
+// Opens the service and calls work(service). The result is that of the call, or zero if the service cannot be opened.
 template <class F>
 auto with_service(const ZU_wchar* machine, const ZU_wchar* name, const rights& access, F&& work) {
     using result = decltype(work(platform::SC_HANDLE()));

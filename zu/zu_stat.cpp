@@ -8,23 +8,23 @@
 
 namespace {
 
-constexpr int32_t root_year = 1980 - 1900; // every root has the same time: its first day
+constexpr int32_t root_year = 1980 - 1900; // every root has the time of this year's first day
 constexpr uint32_t owner_to_group = 3, owner_to_others = 6, group_bits = 0x38, others_bits = 0x7;
 constexpr size_t shortest_network_root = 11;
-constexpr uint64_t units_of_second = 10'000'000; // of a file time
+constexpr uint64_t file_time_units_per_second = 10'000'000;
 
 uint64_t units_of(const platform::FILETIME& time) {
     return uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
 }
 
-// What is known of an item before it takes the shape of a status record.
+// An item as the platform reports it, before it becomes a status record.
 struct item {
     platform::DWORD attributes;
     uint64_t size;
     zu::file_times times;
 };
 
-// Refuses what no search must see, and makes the rest a long form; "." and ".." stay in it.
+// Makes the long form of a path; "." and ".." stay in it. False for a path that must not reach a search.
 bool make_absolute(const ZU_wchar* path, zu::scoped_string& absolute) {
     zu::text_view named(path);
     if (named.empty() || zu::begins_at_no_root(named))
@@ -57,8 +57,8 @@ bool is_network_root(zu::text_view absolute) {
     return std::count(absolute.begin(), absolute.end(), '\\') == 1;
 }
 
-// A root has no directory entry, so no search finds it: its drive type tells whether it is there. Keeps the code that
-// stands when the path is not that of a root.
+// A root has no directory entry, so no search finds it: its drive type tells whether it exists. For any other path the
+// result is false, and the last-error code stays.
 bool query_root(const zu::scoped_string& absolute, item& found) {
     zu::scoped_string root;
     if (!zu::is_long_drive(absolute.view()) && !is_network_root(absolute.view()))
@@ -138,11 +138,12 @@ uint64_t size_of(const platform::WIN32_FIND_DATAW& found) {
 
 file_times times_of(const platform::WIN32_FIND_DATAW& found) {
     const ZU_time_t modification = ZU_FILETIME_2_time_t(&found.ftLastWriteTime);
-    // The times of a file that was written at once and then left alone lie in one second: that converts once.
+    // The times of many files lie in one second, so that one conversion serves all three.
     const auto other = [&found, modification](const platform::FILETIME& time) {
         const uint64_t units = units_of(time);
-        const bool same =
-            units == 0 || units / units_of_second == units_of(found.ftLastWriteTime) / units_of_second;
+        const bool same = units == 0
+                          || units / file_time_units_per_second
+                                 == units_of(found.ftLastWriteTime) / file_time_units_per_second;
         return same ? modification : ZU_FILETIME_2_time_t(&time);
     };
     return {other(found.ftCreationTime), modification, other(found.ftLastAccessTime)};

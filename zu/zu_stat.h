@@ -1,4 +1,4 @@
-// What status, enumeration and file-system operations share of attributes, sizes and times. Internal.
+// Attributes, sizes and times, for the families of status, enumeration and file-system operations. Internal.
 #pragma once
 
 #include "zu/zu_support.h"

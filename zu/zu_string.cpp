@@ -7,10 +7,10 @@
 namespace {
 
 constexpr uint32_t capacity_step = 64;
-constexpr uint32_t formatting_slack = 63;    // room that a formatted piece is given before the first attempt
-constexpr uint32_t formatting_reserve = 127; // room that is made when there is less
-constexpr uint32_t formatting_step = 128;    // room that is added when the output does not fit
-constexpr uint32_t largest_capacity = 0x7FFFFFBF; // of a block whose bytes are counted in 32 bits
+constexpr uint32_t formatting_slack = 63;         // the least room for the first attempt to format
+constexpr uint32_t formatting_reserve = 127;      // the room that is made if there is less
+constexpr uint32_t formatting_step = 128;         // the room that is added if the output does not fit
+constexpr uint32_t largest_capacity = 0x7FFFFFBF; // in characters; the block's bytes are counted in 32 bits
 constexpr uint32_t position_end = 0xFFFFFFFF;
 
 constexpr uint32_t most_inserts = 128;
@@ -28,7 +28,7 @@ uint32_t capacity_of(ZU_s s) {
     return s ? header_of(s)->capacity : 0;
 }
 
-constexpr int32_t count_alone = 1; // of a buffer that is not shared
+constexpr int32_t count_alone = 1; // the reference count of a buffer that is not shared
 
 bool is_shared(ZU_s s) {
     return s && header_of(s)->reference_count > count_alone;
@@ -48,13 +48,12 @@ uint32_t length_within(const ZU_wchar* text, uint32_t n) {
     return static_cast<uint32_t>(platform::wcsnlen(text, n));
 }
 
-// A buffer that is not shared keeps its block as far as the allocator can. Out of line, so that the operations stay
-// short where there is room.
+// A buffer that is not shared is reallocated, and so may keep its block. The function is out of line, which keeps the
+// operations short for the usual case that there is room.
 [[gnu::noinline]] void move_to_capacity(ZU_s* s, uint64_t capacity) {
     const ZU_s old = *s;
     const uint32_t bytes = block_bytes(capacity);
-    const uint32_t kept =
-        old ? length_within(old, ZU_s_length(old)) : 0; // what lies behind a zero character is let go
+    const uint32_t kept = old ? length_within(old, ZU_s_length(old)) : 0; // up to the first zero character
     ZU_s_header* header;
     if (old && header_of(old)->reference_count > count_alone) {
         header = static_cast<ZU_s_header*>(ZU_malloc(bytes));
@@ -86,7 +85,7 @@ bool lies_within(ZU_s s, const ZU_wchar* text) {
            && at <= reinterpret_cast<uintptr_t>(s + header_of(s)->length);
 }
 
-// A text to be added that lies in the string's own buffer, which growing moves, is first copied aside.
+// A copy of a text that lies in the string's own buffer. Growing moves the buffer, so the text is copied first.
 ZU_wchar* copied_aside(const ZU_wchar* text, uint32_t n) {
     const uint32_t length = length_within(text, n);
     auto* copy = zu::allocate<ZU_wchar>(length + 1);
@@ -113,7 +112,7 @@ void put_behind(ZU_s s, const ZU_wchar* text, uint32_t k) {
     set_length(s, length + k);
 }
 
-// Out of line, so that appending stays short where there is room.
+// Out of line, which keeps appending short for the usual case that there is room.
 [[gnu::noinline]] void append_with_growth(ZU_s* s, const ZU_wchar* text, uint32_t n) {
     if (lies_within(*s, text)) {
         const zu::owned<ZU_wchar> copy(copied_aside(text, n));
@@ -154,7 +153,8 @@ ZU_s* ZU_s_insert(ZU_s* s, uint32_t position, const ZU_wchar* text) {
     if (zu::is_empty(text))
         return s;
     const size_t length = zu::text_view(text).size();
-    zu::block_size(uint64_t{length} * sizeof(ZU_wchar)); // a longer one has no place in any string
+    // Ends the process for a text that no string can hold.
+    zu::block_size(uint64_t{length} * sizeof(ZU_wchar));
     return ZU_s_insert_n(s, position, text, static_cast<uint32_t>(length));
 }
 
@@ -205,8 +205,8 @@ int format_at(ZU_wchar* out, uint32_t room, const ZU_wchar* format, va_list argu
     return length;
 }
 
-// The next capacity to try after one that was too small: the first of the series that holds the output. A runtime
-// that cannot measure is given a little more each time, and twice as much once the text is long.
+// The next capacity to try after one that was too small. Capacities grow in steps; the first that holds the output is
+// taken. A runtime that cannot measure the output gets one step more each time, and twice as much once the text is long.
 uint64_t next_capacity(uint32_t capacity, uint32_t length, int measured) {
     constexpr uint32_t long_text = 0x10000;
     const uint64_t needed = uint64_t{length} + static_cast<uint64_t>(measured);
@@ -264,7 +264,7 @@ ZU_s* ZU_s_assign_s(ZU_s* s, const ZU_s* source) {
 }
 
 ZU_wchar ZU_s_set_at(ZU_s* s, uint32_t index, ZU_wchar character) {
-    grow(s, header_of(*s)->length, true); // not null
+    grow(s, header_of(*s)->length, true); // the caller passes no null string
     return std::exchange((*s)[index], character);
 }
 
@@ -360,7 +360,7 @@ struct insert_table {
     uint32_t count = 0;
 };
 
-// Takes the insert whose number stands at `at`, and moves behind the number; false when there is no such insert.
+// Takes the insert whose number stands at `at`, and moves `at` behind the number. False if there is no such insert.
 bool take_insert(const ZU_wchar*& at, va_list arguments, insert_table& inserts) {
     ZU_wchar digits[most_insert_digits + 1];
     uint32_t count = 0;
@@ -374,8 +374,8 @@ bool take_insert(const ZU_wchar*& at, va_list arguments, insert_table& inserts) 
     return true;
 }
 
-// Whether the conversion behind a percent sign has its width or precision from an argument. Every argument is a text
-// here, whose address would be the number.
+// Whether the conversion behind a percent sign takes its width or precision from an argument. Every argument is a text
+// here, so its address would be taken for the number.
 bool takes_a_number(const ZU_wchar* conversion) {
     bool star = false;
     for (; zu::text_view(ZU_W("-+ #.*0123456789")).find(*conversion) != zu::text_view::npos; ++conversion)
@@ -408,7 +408,7 @@ bool rewrite_template(const ZU_wchar* message, va_list arguments, ZU_wchar* out,
     return true;
 }
 
-// A real variadic call with every slot of the table: nothing here depends on what a va_list is made of.
+// Passes every slot of the table in a variadic call, so that no va_list has to be built by hand.
 template <size_t... Slot>
 void format_inserts(ZU_s* s, const ZU_wchar* format, const insert_table& inserts,
                     std::index_sequence<Slot...>) {

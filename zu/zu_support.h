@@ -31,7 +31,7 @@ private:
     platform::DWORD code_;
 };
 
-// Sets the last-error code and gives a failed result: false, null, or the one that is named.
+// Sets the last-error code and returns a failed result: false, null, or `result`.
 template <class Result = bool>
 Result fail(platform::DWORD code, Result result = {}) {
     platform::SetLastError(code);
@@ -64,7 +64,7 @@ public:
     T& operator[](size_t index) const { return block_[index]; }
     explicit operator bool() const { return block_ != nullptr; }
 
-    // The caller owns the block from here on.
+    // Hands the block to the caller, who owns it then.
     T* release() { return std::exchange(block_, nullptr); }
 
     void reset(T* block) { ZU_free(std::exchange(block_, block)); }
@@ -90,10 +90,10 @@ private:
     ZU_s text_ = nullptr;
 };
 
-// Ends the process as out of memory: no block holds so many bytes.
+// Ends the process as out of memory, since no block holds so many bytes.
 [[noreturn]] void report_too_long(uint64_t bytes);
 
-// Bytes in 32 bits, as the memory family counts them. Sizes are computed in 64 bits up to here, so that none wraps.
+// The size in 32 bits, as the memory family counts. Callers compute sizes in 64 bits, so that none wraps.
 inline uint32_t block_size(uint64_t bytes) {
     if (bytes > UINT32_MAX)
         report_too_long(bytes);

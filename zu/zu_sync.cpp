@@ -19,7 +19,7 @@ platform::CRITICAL_SECTION* section_of(ZU_lock_thread* lock) {
     return reinterpret_cast<platform::CRITICAL_SECTION*>(lock->storage);
 }
 
-// k + 1 for object number k of n, 0 for a time-out, -1 for everything else.
+// The public result of a wait: k + 1 for object number k, 0 for a time-out, -1 for everything else.
 int32_t wait_result(platform::DWORD result, uint32_t count) {
     if (result <= count - 1)
         return static_cast<int32_t>(result + 1);

@@ -104,7 +104,7 @@ ZU_bool ZU_wildcard_match(const ZU_wchar* pattern, const ZU_wchar* text) {
         if (!matches_one(*pattern, *text))
             return 0;
     }
-    // After a star the rest of the pattern is tried at every later place; the last star alone has to be retried.
+    // After a star the rest of the pattern is tried at every later place of the text. Only the latest star is retried.
     const ZU_wchar* resume = nullptr;
     const ZU_wchar* retry = nullptr;
     while (*text) {

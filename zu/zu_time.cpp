@@ -10,7 +10,7 @@ constexpr uint32_t text_size = 20; // "2006-04-30 10:50:42" and its terminator
 struct date_field {
     int32_t ZU_tm::*target;
     int32_t first, last;
-    int32_t stored_less; // what the record counts from
+    int32_t stored_less; // the value that the record stores as 0
     bool optional;
 };
 
@@ -39,7 +39,7 @@ bool take_number(const ZU_wchar*& rest, int32_t& value) {
         ++rest;
     const ZU_wchar* const begin = rest;
     value = 0;
-    bool is_plain = true; // a few digits and nothing else, which fit into 32 bits
+    bool is_plain = true; // nothing but digits, few enough for 32 bits
     for (; *rest != 0 && !is_separator(*rest); ++rest) {
         const auto digit = static_cast<uint32_t>(*rest - u'0');
         is_plain = is_plain && digit <= 9 && rest - begin < 9;
@@ -51,7 +51,7 @@ bool take_number(const ZU_wchar*& rest, int32_t& value) {
     return rest != begin;
 }
 
-// Writes the digits of a usual record. False, with nothing written, when a field needs more or fewer.
+// Writes a record whose fields have the usual numbers of digits. False, with nothing written, for any other record.
 bool write_usual(const ZU_tm& local, ZU_wchar* buffer) {
     constexpr ZU_wchar form[text_size] = ZU_W("0000-00-00 00:00:00");
     const auto is_outside = [](int32_t value, uint32_t high) { return static_cast<uint32_t>(value) > high; };
@@ -75,7 +75,7 @@ bool write_usual(const ZU_tm& local, ZU_wchar* buffer) {
     return true;
 }
 
-// Records are written as they stand, so that a sum may wrap.
+// Records are written as they are, with any values. So a sum wraps instead of being undefined.
 int32_t sum(int32_t value, int32_t other) {
     return static_cast<int32_t>(static_cast<uint32_t>(value) + static_cast<uint32_t>(other));
 }

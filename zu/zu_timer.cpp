@@ -14,12 +14,12 @@ bool is_too_late(int64_t scheduled, ZU_time_t now) {
     return offset != 0 && now - scheduled > offset;
 }
 
-// By value: the calendar writes to the record that it is given.
+// The record is passed by value, since the calendar writes to it.
 ZU_time_t time_of(ZU_tm local) {
     return ZU_mktime(&local);
 }
 
-// An instant and its local time, worked out once for each due test, in the zone that is set at its begin.
+// An instant and its local time, computed once for each due test, in the zone that is set when the test begins.
 struct moment {
     ZU_time_t time;
     bool converts;
@@ -33,7 +33,7 @@ struct moment {
     }
 };
 
-// Brings what is known of the start up to date with the zone that is set now.
+// Computes the start again if the zone has changed.
 void look_at_zone(const ZU_timer& timer, zu::known_start& start) {
     ZU_tzset();
     const uint32_t zone = platform::zone_number();
@@ -79,7 +79,7 @@ bool is_excluded(const ZU_timer& timer, const zu::known_start& start, const mome
     return ZU_timer_holidays_find(timer.holidays, &today);
 }
 
-// The scheduled time that a periodic timer is at, or -1; it may lie after `at`, and beyond 32 bits.
+// The scheduled time that a periodic timer is tested for, or -1. It may lie after `at`, and beyond 32 bits.
 int64_t grid_point(ZU_timer& timer, zu::known_start& start, ZU_time_t low, const moment& at, int64_t period) {
     const int64_t base = base_of_grid(timer, start, at);
     if (base == -1)
@@ -186,7 +186,7 @@ void destroy_timer(ZU_timer& timer) {
 ZU_int_list read_list(const ZU_wchar* text, int32_t low, int32_t high) {
     if (is_empty(text))
         return {};
-    uint64_t found = 0; // bit 0 is `low`
+    uint64_t found = 0; // bit k stands for low + k
     const owned<ZU_wchar> copy(ZU_strdup(text));
     ZU_wchar* context = nullptr;
     for (const ZU_wchar* token = ZU_strtok(copy.get(), ZU_W("|:;,"), &context); token;

@@ -22,14 +22,15 @@ struct timer_inputs {
     ZU_timer_holidays* holidays;
 };
 
-// A timer's start and end as times, in the zone of its latest due test: a scan need not work them out for every timer.
+// A timer's start and end as times, in the zone of its latest due test. They are kept, so that a scan need not compute
+// them for every timer.
 struct known_start {
     uint32_t zone; // platform::zone_number; 0: nothing is known
     ZU_time_t time;
     int32_t weekday;
     ZU_time_t end;         // INT32_MAX for a timer without end
-    ZU_time_t base[2];     // where the grid of a period begins, in standard and in daylight time
-    bool is_base_known[2]; // likewise
+    ZU_time_t base[2];     // the first instant of the period's grid, in standard and in daylight time
+    bool is_base_known[2]; // for each element of `base`
 };
 
 // Fills the common part. False when a date cannot be read; the timer then owns nothing.

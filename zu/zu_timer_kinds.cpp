@@ -1,4 +1,4 @@
-// The six kinds of timer: each is an operations table, its own fields, and the tests that set it apart.
+// The six kinds of timer. Each has a table of operations, fields of its own, and its own tests.
 #include "zu/zu_timer.h"
 
 namespace {
@@ -13,7 +13,7 @@ struct daily_timer {
 
 struct interval_timer {
     ZU_timer common;
-    int32_t hours; // the three as given; only their sum is 1 second or more
+    int32_t hours; // hours, minutes and seconds as given; their sum is 1 second or more
     int32_t minutes;
     int32_t seconds;
     ZU_int_list excluded_hours; // 0 to 23
@@ -33,7 +33,7 @@ struct monthly_timer {
     zu::known_start start;
 };
 
-// Both kinds that count within the month: calendar weeks, or occurrences of each weekday.
+// The record of the two kinds that count within the month: calendar weeks, or occurrences of each weekday.
 struct counted_timer {
     ZU_timer common;
     int32_t number;       // not 0; negative counts from the month's end
@@ -78,7 +78,7 @@ void daily_destroy(ZU_timer* timer) {
         zu::destroy_timer(*timer);
 }
 
-// 32-bit arithmetic: one value may be negative, and a sum beyond 32 bits wraps instead of being undefined.
+// The period in seconds. One value may be negative. A sum beyond 32 bits wraps instead of being undefined.
 int32_t period_of(int32_t hours, int32_t minutes, int32_t seconds) {
     const auto unsigned_of = [](int32_t value) { return static_cast<uint32_t>(value); };
     return static_cast<int32_t>((unsigned_of(hours) * 60 + unsigned_of(minutes)) * 60 + unsigned_of(seconds));
@@ -135,7 +135,7 @@ bool is_listed_day(const ZU_timer& timer, const ZU_tm& today) {
     return zu::names_day(as<monthly_timer>(timer).days, today);
 }
 
-// Where a day stands among the calendar weeks of its month.
+// The place of a day among the calendar weeks of its month.
 struct month_place {
     int32_t row; // 1, 2, ... from the week of the 1st, or -1, -2, ... from that of the last day; 0 unknown
     int32_t edge_weekday; // the weekday of the 1st, or of the last day
@@ -199,7 +199,7 @@ T* make(kind which, const zu::timer_inputs& inputs) {
     return timer.release();
 }
 
-// A kind whose rule is a list; without any usable value there is no timer. `number` goes where the kind has one.
+// Makes a timer of a kind whose rule is a list. Without any usable value in the list there is no timer.
 template <class T, ZU_int_list T::*list>
 T* make_with_list(kind which, const zu::timer_inputs& inputs, const ZU_wchar* values, int32_t low,
                   int32_t high) {
@@ -253,7 +253,7 @@ ZU_timer* ZU_timer_new_interval(const ZU_wchar* start, const ZU_wchar* end, cons
         return nullptr;
     timer->excluded_hours = zu::read_list(excluded_hours, 0, 24);
     for (int32_t i = 0; i < timer->excluded_hours.count; ++i) {
-        if (timer->excluded_hours.values[i] == 24) // midnight, by its other name
+        if (timer->excluded_hours.values[i] == 24) // another name of hour 0
             timer->excluded_hours.values[i] = 0;
     }
     timer->hours = hours;

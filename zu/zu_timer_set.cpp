@@ -18,8 +18,9 @@ constexpr uint32_t slices_per_second = 1000 / slice_ms;
 constexpr int32_t visitor_stops = 1;
 constexpr int32_t visitor_removes = 2;
 
-// The fields that are read without the lock. Nothing is reached through the count and the run-now request there, so
-// they need no order; the thread pointer hands the thread's record on, and the stop flag what came before it.
+// The fields that are also read without the lock. The count and the run-now request need no memory order, since their
+// readers reach nothing through them. The thread pointer publishes the thread's record, and the stop flag all that was
+// written before it was set.
 std::atomic_ref<int32_t> count_of(ZU_timer_set& set) {
     return std::atomic_ref(set.count);
 }
@@ -46,7 +47,7 @@ void request(ZU_timer_set& set, ZU_timer_entry* entry) {
     run_now_of(set).store(entry, std::memory_order_relaxed);
 }
 
-// All that follow, up to the loop, run with the lock held.
+// The functions from here to the scheduler's thread run with the lock held.
 
 void add_to_count(ZU_timer_set& set, int32_t change) {
     const auto count = count_of(set);
@@ -105,7 +106,7 @@ int32_t remove_where(ZU_timer_set& set, Test test) {
 
 // ---- The scheduler's thread ----
 
-// False when the thread is to end. The next entry is read after the callback, which may have added or removed it.
+// Tests every timer. False if the thread must end. A callback may add or remove entries, so the next is read after it.
 bool scan(ZU_timer_set& set) {
     const zu::held lock(set.lock);
     for (ZU_timer_link* link = set.entries.next; link != &set.entries; link = link->next) {
@@ -129,7 +130,7 @@ void serve_run_now(ZU_timer_set& set) {
     request(set, nullptr);
 }
 
-// Waits for the time of the next scan. False when the thread is to end.
+// Waits until the next scan, and serves run-now requests. False if the thread must end.
 bool wait_and_serve(ZU_timer_set& set) {
     const uint64_t slices = uint64_t{set.period} * slices_per_second;
     for (uint64_t i = 0; i < slices; ++i) {
@@ -139,7 +140,7 @@ bool wait_and_serve(ZU_timer_set& set) {
         if (pending(set))
             serve_run_now(set);
     }
-    return !is_stopping(set); // the only look of a set without entries and without a period
+    return !is_stopping(set); // a set without a period never enters the loop
 }
 
 uint32_t run_scheduler(void* argument) {

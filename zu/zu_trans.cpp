@@ -20,7 +20,7 @@ bool is_stream(const ZU_trans* transport) {
 
 enum class direction { read, write };
 
-// Whether the socket is ready before the time-out ends; without one there is no wait at all.
+// Waits until the socket is ready or the time-out ends; true if it is ready. Without a time-out it does not wait.
 bool wait_until_ready(SOCKET socket, direction wanted, const platform::timeval* timeout, ZU_bool* timed_out) {
     if (!timeout)
         return true;
@@ -33,7 +33,7 @@ bool wait_until_ready(SOCKET socket, direction wanted, const platform::timeval* 
     return ready > 0;
 }
 
-// Send and receive begin alike, before they touch the data.
+// The steps that send and receive share, before they touch the data.
 bool begin_transfer(const ZU_trans* transport, direction wanted, uint32_t* count,
                     const platform::timeval* timeout, ZU_bool* timed_out) {
     *count = 0;
@@ -43,7 +43,7 @@ bool begin_transfer(const ZU_trans* transport, direction wanted, uint32_t* count
     return wait_until_ready(transport->socket, wanted, timeout, timed_out);
 }
 
-// A piece that is too long for one call to count goes in part, as any piece may.
+// A piece of more than 2 GiB goes in part, as any piece may.
 int32_t one_call(uint32_t length) {
     return static_cast<int32_t>(std::min<uint32_t>(length, INT32_MAX));
 }
@@ -134,7 +134,7 @@ SOCKET set_up(const uint16_t* local_port, uint32_t flags, buffer_sizes sizes) {
     return socket;
 }
 
-// Ends a constructor that failed. Only the code stays.
+// Destroys a transport that could not be made, and keeps the last-error code.
 ZU_trans* abandon(ZU_trans* transport) {
     const zu::keep_last_error reason;
     ZU_trans_destroy(transport);

@@ -11,7 +11,7 @@ enum class trans_role : int32_t { client = 1, accepted = 2, server = 3 };
 } // namespace zu
 
 struct ZU_trans_ops {
-    void (*destroy)(ZU_trans* transport); // leaves the record itself
+    void (*destroy)(ZU_trans* transport); // does not free the record
     ZU_bool (*send)(ZU_trans* transport, const void* buffer, uint32_t length, uint32_t* sent,
                     const struct timeval* timeout, ZU_bool* timed_out);
     ZU_bool (*receive)(ZU_trans* transport, void* buffer, uint32_t capacity, uint32_t* received,

@@ -1,5 +1,5 @@
-// The memory of the containers inside the library: when it runs out, the one failure policy holds there as well. A part
-// of the shared library alone, which keeps these names to itself; a program's own are not replaced.
+// The memory of the standard containers inside the library, under the one failure policy of the memory family. The
+// shared library alone has this file and does not export the operators, so a program's own are not replaced.
 #include <cstdlib>
 #include <new>
 
