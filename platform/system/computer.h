@@ -7,11 +7,11 @@
 
 namespace platform {
 
-// As GetComputerNameW gives it.
+// The name that GetComputerNameW gives.
 std::u16string computer_name();
 
-// Whether a machine's name, with or without two backslashes in front, means this computer: null, "", ".", "localhost"
-// and its own name do.
+// Whether a machine's name means this computer, with or without two backslashes in front. Null, "", ".", "localhost" and
+// the computer's own name do.
 bool is_this_computer(const WCHAR* name);
 
 } // namespace platform

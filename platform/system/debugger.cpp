@@ -1,5 +1,5 @@
-// The debugger output: one datagram a line, as UTF-8, to the socket "zu-debug" in the runtime directory. Nobody is
-// waited for: a line that cannot be delivered at once is lost.
+// The debugger output: one datagram a line, as UTF-8, to the socket "zu-debug" in the runtime directory. The caller never
+// waits: a line that cannot be delivered at once is lost.
 #include "platform/api/debugger.h"
 
 #include <sys/socket.h>
@@ -25,10 +25,10 @@ namespace {
 constexpr size_t longest_datagram = 32 * 1024;
 constexpr int64_t pause_after_failure_ms = 1000;
 
-// The time of the next attempt, on the monotonic clock. A race costs one attempt too many, no more.
+// The time of the next attempt, on the monotonic clock. Threads that race for it make one attempt too many, no more.
 std::atomic<int64_t> next_attempt_ms{0};
 
-// False when there is no runtime directory, or its name leaves no room in a socket's address.
+// Makes the listener's address. False if there is no runtime directory, or its name is too long for an address.
 bool find_listener(sockaddr_un& address) {
     const char* given = secure_getenv("XDG_RUNTIME_DIR");
     std::string_view directory = given ? given : "";
@@ -64,7 +64,7 @@ std::string to_datagram(std::u16string_view text) {
     return bytes;
 }
 
-// The socket lives for one line: none is kept that a daemon's start could close, or a child inherit.
+// The socket lives for one line: a socket that is kept could be closed by a daemon that starts, or reach a child.
 bool deliver(const WCHAR* text) {
     sockaddr_un address;
     if (!find_listener(address))

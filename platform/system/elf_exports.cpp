@@ -1,4 +1,4 @@
-// What a loaded library exports itself. dlsym finds what its dependencies export as well, and the address does not tell
+// The symbols that a loaded library exports itself. dlsym also finds those of its dependencies. An address does not tell
 // the two apart: an indirect function may lie in the vDSO, and a TLS variable on the heap.
 #include <elf.h>
 #include <link.h>
@@ -14,13 +14,13 @@ namespace {
 using symbol = ElfW(Sym);
 
 constexpr uint16_t hidden_version = 0x8000;
-constexpr uint16_t first_version_of_its_own = 2; // below stand "local" and "global", which hide nothing
+constexpr uint16_t first_version_of_its_own = 2; // 0 and 1 are "local" and "global"
 
 class export_table {
 public:
     explicit export_table(const link_map& library) {
         for (const ElfW(Dyn)* entry = library.l_ld; entry->d_tag != DT_NULL; ++entry) {
-            // The loader has turned offsets into addresses where it may write.
+            // In a table that the loader may write to, it has replaced offsets by addresses.
             const uintptr_t value = entry->d_un.d_ptr;
             const auto* at =
                 reinterpret_cast<const char*>(value >= library.l_addr ? value : library.l_addr + value);
@@ -50,7 +50,7 @@ public:
     }
 
 private:
-    // No table holds the count of symbols. In the GNU one, the last chain ends with the last symbol.
+    // No table holds the count of symbols. In the GNU hash table the last chain ends with the last symbol.
     void find_bounds() {
         if (!gnu_table_) {
             first_ = 1;

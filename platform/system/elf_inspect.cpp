@@ -31,7 +31,7 @@ class elf_file {
 public:
     explicit elf_file(const descriptor& file, uint64_t size) : file_(file), size_(size) {}
 
-    // Whether the loader of this machine can map it: the headers fit, and no segment ends beyond the file.
+    // Whether the loader can map the file: it is for this machine, and no segment ends beyond the file.
     bool read_headers() {
         file_header header;
         if (!read(0, &header, sizeof header) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0

@@ -27,9 +27,9 @@ constexpr wide_view library_extension = u".so";
 
 // ---- What is loaded ---------------------------------------------------------------------------------------------
 
-// The modules that were loaded through this layer, how often, and under which name first. Each holds one load of the
-// host's loader. That loader would follow any pointer, so handles that are made up or used up are refused by this
-// table.
+// The modules that were loaded through this layer, each with its count of loads and its first name. A module holds one
+// load of the host's loader. That loader would follow any pointer, so this table refuses handles that are invented or
+// freed.
 struct module_table {
     struct entry {
         size_t loads = 0;
@@ -53,7 +53,7 @@ bool is_built_in(const void* module) {
     return false;
 }
 
-// The first load of a module sets the code 0, another leaves it alone.
+// Counts a load. The first load of a module sets the last-error code 0, another leaves the code alone.
 HMODULE loaded(void* module, wide_view name) {
     module_table& modules = table();
     std::unique_lock hold(modules.lock);
@@ -61,7 +61,7 @@ HMODULE loaded(void* module, wide_view name) {
     const bool is_first = ++entry.loads == 1;
     if (is_first)
         entry.name = name;
-    hold.unlock(); // dlclose waits for other threads' loads, whose constructors may come here
+    hold.unlock(); // dlclose waits for loads in other threads, whose constructors may take this lock
     if (is_first)
         SetLastError(ERROR_SUCCESS);
     else if (!is_built_in(module))
@@ -104,8 +104,8 @@ bool is_there(const std::string& name) {
     return library != nullptr;
 }
 
-// Collects the libraries of a folder that a library of the folder wants and that are not there yet, each behind those
-// that it wants itself.
+// Collects the libraries that a library needs, lie in its folder and are not loaded yet. Each comes after the libraries
+// that it needs itself.
 void collect_from_folder(const std::string& folder, const std::vector<std::string>& needed,
                          std::set<std::string>& seen, std::vector<std::string>& found) {
     for (const std::string& name : needed) {
@@ -135,9 +135,9 @@ std::u16string with_extension(wide_view path) {
     return complete;
 }
 
-// A descriptor of a directory that is never closed, or -1 with errno. The loader knows its libraries by name, and takes
-// one of the same name for the same library, so a descriptor's number in a name must never come to mean another
-// directory. Only directories whose path is too long for the host get one.
+// A descriptor of a directory that is never closed, or -1 with errno. Only directories whose path is too long for the
+// host get one; a name with the descriptor's number stands for them. The loader takes libraries of one name for the same
+// library, so the number must never mean another directory.
 int lasting_number(int directory) {
     static std::mutex lock;
     static auto* const numbers = new std::map<std::pair<dev_t, ino_t>, int>;
@@ -153,13 +153,13 @@ int lasting_number(int directory) {
     return entry->second;
 }
 
-// Whether a code says that the path names nothing, as opposed to that nobody could look.
+// Whether a code says that the path names nothing. Other codes say that it could not be looked at.
 bool is_about_the_name(DWORD code) {
     return code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND || code == ERROR_INVALID_NAME
            || code == ERROR_BAD_NETPATH || code == ERROR_BAD_NET_NAME;
 }
 
-// The host path of a file; 0, or a code.
+// Finds the host path of a library's file. The result is 0, or a code.
 DWORD find_library(const std::u16string& path, std::string& host_path) {
     place where;
     if (const DWORD code = where.set(path.c_str()))
@@ -178,7 +178,7 @@ DWORD find_library(const std::u16string& path, std::string& host_path) {
     return ERROR_SUCCESS;
 }
 
-// The loader tells only in words why it failed. A file that it found and did not like stands in front of them.
+// The loader tells only in words why it failed. If it has refused a file, the words begin with the file's path.
 DWORD code_of_loader_failure() {
     if (const DWORD code = code_of_missing_library(errno); code != ERROR_MOD_NOT_FOUND)
         return code;

@@ -25,30 +25,31 @@ struct built_in_module {
 
 extern const built_in_module* const built_in_modules[]; // ended by null
 
-// False in tests alone: then these names are loaded from disk like any other.
+// False only in tests: these names are then loaded from disk like any other.
 extern std::atomic<bool> built_in_modules_offered;
 
-// 0 for a file that can be a library, and the libraries that it wants, in its order. Else 126 (missing), 5 (a
-// directory, or not readable), 193 (something else, or for another machine), or the code of why nobody can say.
+// Reads the names of the libraries that a library's file needs, in its order. The result is 0, 126 (ERROR_MOD_NOT_FOUND)
+// for a missing file, 5 (ERROR_ACCESS_DENIED) for a directory and for a file that may not be read, 193
+// (ERROR_BAD_EXE_FORMAT) for a file that is no library of this machine, or the code of why it could not be read.
 DWORD inspect_library(const char* path, std::vector<std::string>& needed);
 
-// dlopen; null with the last-error code.
+// Calls dlopen. The result is null, with the last-error code, on failure.
 void* open_library(const std::string& name);
 
-// The code for an errno met while looking for a library: 126, or why nobody can say whether it is there.
+// The code for an errno of a search for a library: 126 if it is missing, otherwise why the search failed.
 DWORD code_of_missing_library(int error);
 
-// The file header of this very library, which names the machine that others must be for.
+// The file header of this library itself. It names the machine that other libraries must be for.
 const ElfW(Ehdr) & this_library_s_header();
 
-// Whose symbol dlsym finds under a name. A library that defines versions and nothing under them is a shell that was
-// left when its functions moved into another library: it stands for its dependencies.
+// The library whose symbol dlsym finds under a name. A library that defines versions without functions is what remained
+// when its functions moved into another library: it stands for its dependencies.
 enum class exporter { nobody, itself, dependencies };
 exporter exporter_of(const link_map& library, const char* name);
 
-// Loads libraries of a folder, so that others find them by their bare names: while this lives, and for as long
-// afterwards as another library wants them. The folder ends with a slash. In one with a colon, a library counts only
-// under its SONAME.
+// Loads libraries of a folder, so that others find them by their bare names. They stay loaded while this object lives,
+// and afterwards as long as another library needs them. The folder ends with a slash. In a folder with a colon in its
+// name, a library is found only by its SONAME.
 class library_folder {
 public:
     library_folder(const std::vector<std::string>& names, const std::string& folder);
@@ -56,11 +57,11 @@ public:
     library_folder(const library_folder&) = delete;
     library_folder& operator=(const library_folder&) = delete;
 
-    // False, with the last-error code, when they could not be loaded.
+    // False, with the last-error code, if the libraries could not be loaded.
     explicit operator bool() const { return is_there_; }
 
 private:
-    const descriptor image_; // its number is the stub's name, so it is open as long as the stub is loaded
+    const descriptor image_; // its number is the stub's name, so it stays open while the stub is loaded
     void* library_ = nullptr;
     bool is_there_;
 };

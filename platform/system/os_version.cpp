@@ -1,4 +1,4 @@
-// The version record: a system of the NT family that is none of the named ones, told by distribution and kernel.
+// The version record: an NT version that is none of the named ones. The distribution and the kernel give its fields.
 #include <sys/utsname.h>
 
 #include <algorithm>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr DWORD major_version = 10;
 
-// PRETTY_NAME="Debian GNU/Linux 12 (bookworm)": a shell's assignment, quoted or not.
+// Removes the quoting of a shell's assignment, as in PRETTY_NAME="Debian GNU/Linux 12 (bookworm)".
 std::string unquoted(std::string text) {
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
         text.pop_back();
@@ -49,7 +49,7 @@ std::string distribution() {
     return "Linux";
 }
 
-// "#57~22.04.1-Ubuntu SMP ...": 57.
+// The first number of a kernel's version: 57 for "#57~22.04.1-Ubuntu SMP ...".
 DWORD build_number(const char* version) {
     const char* mark = std::strchr(version, '#');
     return mark ? static_cast<DWORD>(std::strtoul(mark + 1, nullptr, 10)) : 0;

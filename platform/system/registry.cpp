@@ -26,14 +26,14 @@ bool is_root(HKEY key) {
     return reinterpret_cast<uintptr_t>(key) - first < std::size(root_names);
 }
 
-// A key in a state of the registry. The path finds it again in the next.
+// A key in a state of the registry. The path finds it again in the next state.
 struct key_place {
     std::u16string path;
     state_pointer state;
     const registry_node* node = nullptr;
 
-    // 0, or a code; the node is null when the state has none for the path. A predefined root is there, whatever the
-    // files hold.
+    // Looks the key up in the newest state. The result is 0, or a code; the node is null if the key is gone. A predefined
+    // root always exists.
     DWORD renew() {
         static const registry_node empty;
         const state_pointer before = state;
@@ -49,7 +49,7 @@ struct key_place {
     }
 };
 
-// Nothing in it changes, so threads may share the handle.
+// The object never changes, so threads may share the handle.
 struct open_key : object {
     static constexpr object_kind kind{};
     open_key(key_place found, REGSAM granted) : object(kind), where(std::move(found)), access(granted) {}
@@ -58,7 +58,7 @@ struct open_key : object {
     const REGSAM access;
 };
 
-// What a root or an open key stands for, and its access; false for anything else.
+// Finds the key and the access that a handle stands for. False for a handle that is neither a root nor an open key.
 bool resolve(HKEY key, key_place& where, REGSAM& access) {
     if (is_root(key)) {
         const auto first = reinterpret_cast<uintptr_t>(HKEY_CLASSES_ROOT);
@@ -74,7 +74,7 @@ bool resolve(HKEY key, key_place& where, REGSAM& access) {
     return true;
 }
 
-// 0, or a code. `size` becomes that of the value either way.
+// Copies a value out. The result is 0, or a code. `size` becomes the value's size in both cases.
 LONG copy_value(const registry_value& value, DWORD* type, BYTE* data, DWORD* size) {
     if (type)
         *type = value.type;
@@ -88,7 +88,7 @@ LONG copy_value(const registry_value& value, DWORD* type, BYTE* data, DWORD* siz
         return ERROR_MORE_DATA;
     if (*size > 0)
         std::memcpy(data, value.data.data(), *size);
-    // A text that is stored without a terminator gets one where it costs nothing.
+    // A text that is stored without a terminator gets one if there is room behind it.
     const bool is_text = value.type == REG_SZ || value.type == REG_EXPAND_SZ || value.type == REG_MULTI_SZ;
     if (is_text && room - *size >= sizeof(WCHAR))
         std::memset(data + *size, 0, sizeof(WCHAR));

@@ -1,4 +1,4 @@
-// Inside the layer: the registry as it stands in its files, keys by name within keys.
+// Inside the layer: the registry as its files hold it, a tree of keys.
 #pragma once
 
 #include <map>
@@ -19,13 +19,13 @@ struct registry_value {
     std::vector<BYTE> data;
 };
 
-// Names are folded, since case does not tell them apart.
+// Names are stored case-folded, since two names that differ in case alone are one.
 struct registry_node {
     std::map<std::u16string, std::unique_ptr<registry_node>, std::less<>> keys;
     std::map<std::u16string, registry_value, std::less<>> values;
 
-    // The key at the end of a path, or null. Backslashes separate; doubled ones count once, and one at the end is
-    // ignored.
+    // The key at the end of a path, or null. Backslashes separate the names. Doubled ones count once, and one at the end
+    // is ignored.
     const registry_node* find(wide_view path) const;
 };
 
@@ -45,43 +45,44 @@ struct registry_text {
     DWORD decode(std::string_view file);
 };
 
-// Lines that mean nothing are skipped, and counted here.
+// The lines that have no meaning. They are skipped and counted here.
 struct skipped_lines {
     size_t count = 0;
     size_t first = 0; // counted from 1
 };
 
-// Lines of a text, counted from 0; `end` is behind the last one.
+// A range of lines, counted from 0. `end` is the line behind the last one.
 struct line_range {
     size_t first, end;
 };
 
-// Hears of what a text says as it is read, in the spelling of the text.
+// Is called for each key and value while a text is read, with the names as the text spells them.
 class registry_listener {
 public:
     virtual ~registry_listener() = default;
     virtual void on_key(wide_view path, bool removes, line_range lines) = 0;
-    virtual void on_value(wide_view name, bool removes, line_range lines) = 0; // of the key before
+    // A value of the key that was read last.
+    virtual void on_value(wide_view name, bool removes, line_range lines) = 0;
 };
 
-// Adds the keys and values of a text to the roots, which the node holds by name. `only`, if given, is the root to add
-// to.
+// Adds the keys and values of a text to `roots`, whose children are the roots by name. If `only` is given, everything
+// below other roots is left out.
 skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only = {},
                                  registry_listener* listener = nullptr);
 
-// The two files, of the machine and of the calling user; the latter is empty where there is no home.
+// The paths of the machine's file and of the calling user's. The latter is empty for a user without a home.
 std::string machine_registry_file();
 std::string user_registry_file();
 
-// The registry as the files had it at some time.
+// The registry as the files held it at some time.
 struct registry_state {
     registry_node roots;
     DWORD user_code = 0; // why the user's own file could not be read, or 0
 };
 using state_pointer = std::shared_ptr<const registry_state>;
 
-// The registry as the files have it now: registry.reg of the host directory, and below HKEY_CURRENT_USER what
-// ~/.config/zu/registry.reg adds. 0, or a code. The user's own file can make a call fail only when `for_user` is true.
+// The registry as the files hold it now: registry.reg of the host directory, and ~/.config/zu/registry.reg, which adds
+// to HKEY_CURRENT_USER. The result is 0, or a code. The user's own file can fail a call only if `for_user` is true.
 DWORD current_registry(bool for_user, state_pointer& result);
 
 } // namespace platform

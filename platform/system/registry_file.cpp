@@ -1,4 +1,4 @@
-// The registry's files, which are read again when they have changed: by one thread, for all that wait meanwhile.
+// The registry's files. When they have changed, one thread reads them again, and the others wait for it.
 #include <fcntl.h>
 #include <pthread.h>
 #include <pwd.h>
@@ -41,8 +41,8 @@ struct file_stamp {
                && changed.tv_sec == other.changed.tv_sec && changed.tv_nsec == other.changed.tv_nsec;
     }
 
-    // A change within the same tick of the file system's clock would leave the same stamp. A file of the future, as
-    // seen after a clock was set back, is never old enough.
+    // Whether any further change alters the stamp. A change within the same tick of the file system's clock would not.
+    // A file with a time in the future, as after a clock was set back, is never settled.
     bool is_settled() const {
         constexpr time_t settling_s = 2;
         timespec now;
@@ -55,7 +55,7 @@ bool is_missing(int error) {
     return error == ENOENT || error == ENOTDIR;
 }
 
-// A file that is not there is an empty one, with the stamp of none. 0, or an errno.
+// Reads a file's stamp; a missing file has a stamp of its own. The result is 0, or an errno.
 int stamp_of(const std::string& path, file_stamp& stamp) {
     struct stat status;
     if (stat(path.c_str(), &status) == 0)
@@ -67,7 +67,7 @@ int stamp_of(const std::string& path, file_stamp& stamp) {
     return 0;
 }
 
-// 0, or an errno. A file that has grown since its size was asked for is read to its end.
+// Reads a file to its end, also if it has grown beyond `size`. The result is 0, or an errno.
 int read_all(int number, size_t size, std::string& content) {
     content.resize(size);
     size_t filled = 0;
@@ -88,9 +88,10 @@ int read_all(int number, size_t size, std::string& content) {
 struct file_content {
     std::string bytes;
     file_stamp stamp;
-    bool is_settled = true; // no change can hide behind the stamp
+    bool is_settled = true; // any further change alters the stamp
 
-    // 0, or an errno. A file of `owner_only` must be the caller's own or root's; what is no file is refused.
+    // Reads a file and its stamp. The result is 0, or an errno. Anything but a regular file is refused; with `owner_only`
+    // so is a file that belongs to others than the caller and root.
     int read(const std::string& path, bool owner_only) {
         constexpr int attempts = 3; // a file may be written while it is read
         bool is_steady = false;
@@ -121,12 +122,12 @@ struct loaded_registry {
     state_pointer state;
     file_content machine, user;
     bool has_bytes = false; // the files' bytes are kept until both have settled
-    uint64_t number = 0;    // loads are counted
+    uint64_t number = 0;    // the count of loads so far
 };
 
 // Never destroyed: threads may still read while the process ends.
 struct registry_cache {
-    std::mutex lock; // guards the next two; held for the length of a copy
+    std::mutex lock; // guards the next two members; held only while they are copied
     loaded_registry latest;
     uint64_t loads_begun = 0;
     std::mutex* loading = new std::mutex; // held by the thread that loads
@@ -137,7 +138,8 @@ registry_cache& cache() {
     return *made;
 }
 
-// A child forked while another thread copies must find the lock free. The thread that loads does not exist in it.
+// A child that is forked while another thread copies must find `lock` free. A thread that loads does not exist in the
+// child, so `loading` is replaced there.
 [[maybe_unused]] const int fork_handlers =
     pthread_atfork([] { cache().lock.lock(); }, [] { cache().lock.unlock(); },
                    [] {
@@ -153,7 +155,7 @@ void report_skipped(const std::string& path, skipped_lines skipped) {
     OutputDebugStringW(wide_from(line).c_str());
 }
 
-// 0, or a code.
+// Adds a file's keys and values to the roots. The result is 0, or a code.
 DWORD add(const file_content& file, const std::string& path, wide_view only, registry_node& roots) {
     registry_text text;
     if (const DWORD code = text.decode(file.bytes))
@@ -173,7 +175,7 @@ bool say_the_same(const loaded_registry& before, const loaded_registry& now) {
            && before.user.bytes == now.user.bytes;
 }
 
-// Reads both files. What says the same as before is not taken apart again. 0, or a code.
+// Reads both files. If their bytes are the same as before, they are not parsed again. The result is 0, or a code.
 DWORD load(const std::string& machine_path, const std::string& user_path, const loaded_registry& before,
            loaded_registry& now) {
     if (const int error = now.machine.read(machine_path, false))
@@ -233,7 +235,7 @@ DWORD current_registry(bool for_user, state_pointer& result) {
     }
     const std::lock_guard only_one(*shared.loading);
     std::unique_lock hold(shared.lock);
-    // A load that began after this call serves it as well as one of its own.
+    // A load that began after this call is new enough for it.
     if (shared.latest.number <= begun_before) {
         loaded_registry next;
         next.number = ++shared.loads_begun;

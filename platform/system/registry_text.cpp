@@ -74,7 +74,7 @@ int hex_digit(WCHAR unit) {
     return letter >= 0 && letter < 6 ? letter + 10 : -1;
 }
 
-// A place in the text. A take function moves on if the text fits, and else stays.
+// A place in the text. A take function moves on if the text matches, and otherwise stays.
 class cursor {
 public:
     explicit cursor(wide_view text) : rest_(text) {}
@@ -134,7 +134,7 @@ public:
         return false;
     }
 
-    // Takes bytes between commas. A backslash at the end of a line continues the list in the next.
+    // Takes bytes separated by commas. A backslash at the end of a line continues the list on the next line.
     bool take_bytes(std::vector<BYTE>& bytes) {
         do {
             skip_continuation();
@@ -233,7 +233,7 @@ private:
         return 1 + static_cast<size_t>(std::count(before.begin(), before.end(), u'\n'));
     }
 
-    // Counts lines for the listener, each once: up to the one that a cursor is in.
+    // Counts the lines in front of the one that the cursor is in, each only once.
     void pass_lines_before(const cursor& at) {
         const size_t done = text_.text.size() - at.size();
         if (listener_)
@@ -243,21 +243,21 @@ private:
         counted_ = done;
     }
 
-    // From the line that reading is at to the one that a cursor is in.
+    // The lines from the current one to the one that the cursor is in.
     line_range lines_to(const cursor& last) {
         const size_t first = line_;
         pass_lines_before(last);
         return {first, line_ + 1};
     }
 
-    // An empty line, a comment or the heading.
+    // Takes the rest of an empty line, of a comment or of the heading.
     bool take_rest_of_line() {
         if (!at_.take(u"windows registry editor version 5.00"))
             at_.take(u"regedit4");
         return at_.is_at_line_end();
     }
 
-    // The values after a line that names no key belong to none.
+    // Takes a line with a key. The values after a line without a usable key are skipped.
     bool take_key() {
         cursor after = at_;
         if (!after.take(u"["))
@@ -350,7 +350,7 @@ private:
     registry_node& roots_;
     const wide_view only_;
     registry_listener* const listener_;
-    size_t line_ = 0, counted_ = 0; // the line of the units that have been counted
+    size_t line_ = 0, counted_ = 0; // the current line, and the units in front of it
     registry_node* key_ = nullptr;
     skipped_lines skipped_;
 };
