@@ -53,7 +53,7 @@ typedef char16_t ZU_wchar;
 #define ZU_W(text) u##text
 #endif
 
-/* What stands in front of every function; a program that reads this header by other means may define its own. */
+/* The words in front of every function; a program that reads this header by other means may define its own. */
 #if defined(ZU_API)
 #elif defined(_WIN32)
 #ifdef ZU_BUILDING
@@ -179,7 +179,7 @@ ZU_API int32_t ZU_fclose(FILE* stream);
  */
 typedef ZU_wchar* ZU_s;
 
-/* What lies before the first character. */
+/* The header that lies before the first character. */
 typedef struct ZU_s_header {
     uint32_t capacity;       /* characters that fit, without the terminator */
     uint32_t length;         /* characters held */
@@ -415,8 +415,9 @@ ZU_API void ZU_set_bits(uint8_t* bytes, uint32_t byte_count, uint32_t bit_offset
                         uint32_t value);
 
 /*
- * Writes the text and its terminator; *size is in characters with the terminator. Returns 0, or 2 for too little room:
- * nothing is written, and the text area may then be null. The text must be shorter than 2^32 - 1 characters.
+ * Writes the text and its terminator; *size is in characters with the terminator. No bytes give the empty text. Returns
+ * 0, or 2 for too little room: nothing is written, and the text area may then be null. The text must be shorter than
+ * 2^32 - 1 characters.
  */
 ZU_API uint32_t ZU_bin2basex(const ZU_wchar* alphabet, uint32_t bits, const uint8_t* bytes,
                              uint32_t byte_count, ZU_wchar* text, uint32_t* size);
@@ -427,8 +428,8 @@ ZU_API ZU_wchar* ZU_bin2basex_ex(const ZU_wchar* alphabet, uint32_t bits, const 
 
 /*
  * Writes the whole bytes that the characters hold; the count may include a terminator, and *size is in bytes. Returns
- * 0; 1 for a character outside the alphabet (*size is 0, what stood before it is written); 2 for too little room
- * (nothing is written).
+ * 0; 1 for a character outside the alphabet (*size is 0, what stood before it is written); 2 for too little room:
+ * nothing is written, and the area may then be null.
  */
 ZU_API uint32_t ZU_basex2bin(ZU_basex_decode_fn decode, uint32_t bits, const ZU_wchar* text,
                              uint32_t character_count, uint8_t* bytes, uint32_t* size);
@@ -567,7 +568,7 @@ ZU_API int32_t ZU_atomic_dec_32(int32_t* cell);
 
 /* ---- Threads, sleeping and clocks --------------------------------------------------------------------------- */
 
-/* What a thread runs; its result is the thread's exit code. */
+/* The function that a thread runs; its result is the thread's exit code. */
 typedef uint32_t (*ZU_thread_func)(void* argument);
 
 /* A thread that was started, or the calling one. */
@@ -691,9 +692,9 @@ typedef struct ZU_hash_table {
     uint32_t bucket_count;       /* lists */
     ZU_hash_table_link* buckets; /* heads of the lists; an empty one points to itself */
     uint32_t key_offset;         /* bytes from the start of an item to its key */
-    ZU_hash_fn hash;             /* of a key */
+    ZU_hash_fn hash;             /* the hash of a key */
     ZU_compare_fn compare;       /* tells keys apart */
-    ZU_free_fn release;          /* of an item that leaves, or null */
+    ZU_free_fn release;          /* takes an item that leaves, or null */
 } ZU_hash_table;
 
 /* A position in a table; the caller's record. It is void once its item is removed by other means than delete_at. */
@@ -866,7 +867,7 @@ ZU_API ZU_wchar* ZU_get_exe_path(void);
 ZU_API ZU_wchar* ZU_generate_local_path(const ZU_wchar* file_name);
 
 /*
- * What stands before the last backslash, in new memory: "C:\dir" of "C:\dir\a", "C:" of "C:\a" and of "C:", "\" of
+ * The part before the last backslash, in new memory: "C:\dir" of "C:\dir\a", "C:" of "C:\a" and of "C:", "\" of
  * "\a"; null for null and where there is no backslash.
  */
 ZU_API ZU_wchar* ZU_get_path(const ZU_wchar* path);
@@ -903,12 +904,12 @@ ZU_API ZU_bool ZU_is_floppy_drive(const ZU_wchar* path);
  */
 typedef struct ZU_file ZU_file;
 
-/* What for. With neither, the data can be neither read nor written (5, ERROR_ACCESS_DENIED), and no share mode
+/* Purposes. With neither, the data can be neither read nor written (5, ERROR_ACCESS_DENIED), and no share mode
    minds. */
 #define ZU_FILE_READ 0x001u
 #define ZU_FILE_WRITE 0x002u
 
-/* How. Exactly one counts, the first in this order. */
+/* Ways to open. Exactly one counts, the first in this order. */
 #define ZU_FILE_CREATE_ALWAYS 0x004u /* new, or emptied */
 #define ZU_FILE_CREATE_NEW 0x008u    /* fails when the file exists: 80 (ERROR_FILE_EXISTS) */
 #define ZU_FILE_OPEN_ALWAYS 0x010u   /* the file as it is, or new */
@@ -916,7 +917,7 @@ typedef struct ZU_file ZU_file;
 #define ZU_FILE_TRUNCATE_EXISTING                                                                            \
     0x040u /* emptied; fails without ZU_FILE_WRITE: 87 (ERROR_INVALID_PARAMETER); when there is none: 2 */
 
-/* What others may do meanwhile. */
+/* Shares with others. Without either the file is the opener's alone. */
 #define ZU_FILE_SHARE_READ 0x080u  /* others may open it for reading meanwhile */
 #define ZU_FILE_SHARE_WRITE 0x100u /* others may open it for writing meanwhile */
 
@@ -966,7 +967,7 @@ typedef struct ZU_file_vec {
    ZU_WRITE_V_MAX pieces, or 4 GiB and more. A count of 0 or less writes nothing; a piece of length 0 may be null. */
 ZU_API ZU_bool ZU_write_file_v(ZU_file* file, const ZU_file_vec* pieces, int32_t count, uint32_t* bytes_done);
 
-/* Where a seek counts from. */
+/* Origins of a seek. */
 #define ZU_SEEK_BEGIN 0u
 #define ZU_SEEK_CURRENT 1u
 #define ZU_SEEK_END 2u
@@ -1041,7 +1042,7 @@ typedef struct ZU_stat_time {
     }
 #endif
 
-/* What ZU_stat64 tells of a file. */
+/* The status of a file. */
 typedef struct ZU_stat {
     uint32_t st_dev;                 /* the drive: 0 for A:, 2 for C:; 0 for a network path */
     uint16_t st_ino;                 /* 0 */
@@ -1079,7 +1080,7 @@ ZU_API int32_t ZU_stat64(const ZU_wchar* path, ZU_stat* status);
 #define ZU_PATH_SYSTEM 0x100u
 #define ZU_PATH_READONLY 0x200u
 
-/* What an enumeration gives and leaves out. */
+/* Flags of an enumeration. */
 #define ZU_ENUM_DIR_SIZE 1u      /* give sizes */
 #define ZU_ENUM_DIR_TIMES 2u     /* give times */
 #define ZU_ENUM_DIR_SKIP_DOTS 4u /* leave "." and ".." out */
@@ -1092,14 +1093,14 @@ typedef struct ZU_enum_dir ZU_enum_dir;
  * as it was given, but without \\?\ in front and backslashes at its end.
  */
 typedef struct ZU_enum_dir_entry {
-    uint32_t record_size;        /* of this record, in bytes */
+    uint32_t record_size;        /* bytes of this record */
     WIN32_FIND_DATAW* find_data; /* all that the platform tells */
     const ZU_wchar* name;        /* as the file system stores it */
     const ZU_wchar* path;        /* the directory, a backslash, the name */
     uint32_t attributes;         /* attribute code */
     uint64_t size;               /* bytes; 0 unless asked for */
     ZU_time_t creation_time;     /* this and the next two: -1 unless asked for */
-    ZU_time_t modification_time; /* of the content */
+    ZU_time_t modification_time; /* when the content changed */
     ZU_time_t access_time;       /* the latest */
 } ZU_enum_dir_entry;
 
@@ -1147,9 +1148,9 @@ ZU_API ZU_bool ZU_delete_file(const ZU_wchar* path);
  */
 ZU_API ZU_bool ZU_delete_dir_recursive(const ZU_wchar* path);
 
-/* Moves or renames a file or directory and replaces a file at the destination. Fails with 32 while either is open, with
-   5 onto a directory, with 17 (ERROR_NOT_SAME_DEVICE) from one volume to another; on Linux also between two mounts of
-   one file system, and for a directory that lies in a lower layer of an overlay. */
+/* Moves or renames a file or directory and replaces a file at the destination. Fails with 32 while the source is open,
+   with 5 onto a directory or an open file, with 17 (ERROR_NOT_SAME_DEVICE) from one volume to another; on Linux also
+   between two mounts of one file system, and for a directory that lies in a lower layer of an overlay. */
 ZU_API ZU_bool ZU_move_file(const ZU_wchar* source, const ZU_wchar* destination);
 
 /*
@@ -1243,17 +1244,17 @@ ZU_API void ZU_log_set_filter(ZU_log_filter function, void* user_data);
  * control characters reach the terminal: take them out of what others supply, and never use such a text as the format.
  */
 
-/* What a hook gets of a record. */
+/* A record, as a hook and the filter see it. */
 struct ZU_log_record {
     uint32_t level;          /* ZU_LOG_ALERT and its like */
     ZU_time_t time;          /* when it was written */
-    uint32_t process_id;     /* of its writer */
-    uint32_t thread_id;      /* of its writer */
+    uint32_t process_id;     /* the writer's */
+    uint32_t thread_id;      /* the writer's */
     const ZU_wchar* prefix;  /* never null */
     uint32_t prefix_length;  /* characters */
     const ZU_wchar* message; /* never null */
     uint32_t message_length; /* characters */
-    ZU_tm local_time;        /* of time */
+    ZU_tm local_time;        /* the same moment, broken down */
 };
 
 typedef struct ZU_log_file_settings ZU_log_file_settings;
@@ -1286,7 +1287,7 @@ ZU_API uint32_t ZU_log_write_another_file_i(uint32_t level, const ZU_log_file_se
 /* Runs around every write to the file. */
 typedef ZU_bool (*ZU_log_file_callback)(void);
 
-/* Where a file's records go, and how many of them are kept. */
+/* A log file: its name, its form, and how much of it is kept. */
 struct ZU_log_file_settings {
     const ZU_wchar* file_name;   /* null or empty: no file */
     ZU_bool relative_to_exe_dir; /* the name is taken below the executable's directory */
@@ -1729,8 +1730,8 @@ ZU_API int32_t ZU_socket_test_port(const ZU_wchar* address, uint16_t port, uint3
  */
 typedef struct ZU_trans ZU_trans;
 
-/* How to create one. One of the first two is needed: else 87 (ERROR_INVALID_PARAMETER). A datagram transport can be
-   created, not used. */
+/* Flags of a new transport. One of the first two is needed: else 87 (ERROR_INVALID_PARAMETER). A datagram transport can
+   be created, not used. */
 #define ZU_TRANS_TCP 0x01u
 #define ZU_TRANS_UDP 0x02u          /* only without ZU_TRANS_TCP */
 #define ZU_TRANS_REUSEADDR 0x04u    /* SO_REUSEADDR on */
@@ -1793,7 +1794,8 @@ ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const Z
 /* ---- Service control ---------------------------------------------------------------------------------------- */
 /*
  * Services are programs that the platform's manager keeps: it records them, starts and stops them, and tells their
- * state. Any thread; starting, stopping and uninstalling block the caller for as long as they wait.
+ * state. Any thread; a success may change the last-error code; starting, stopping and uninstalling block the caller for
+ * as long as they wait.
  *
  * The machine is null, "", ".", "localhost" or its own name for this one, also with \\ in front. Names are blind to
  * case and have 1 to 256 units. A function that fails gives false and leaves the code of the step that failed: 1060
@@ -1936,7 +1938,8 @@ ZU_API ZU_wchar* ZU_get_os_desc(void);
  */
 ZU_API HMODULE ZU_dll_load(const ZU_wchar* path);
 
-/* Takes a load back. True for null, where there is nothing to do; false, code 126, for what is not loaded. */
+/* Takes a load back; the code may be 0 after it. True for null, where there is nothing to do; false, code 126, for what
+   is not loaded. */
 ZU_API ZU_bool ZU_dll_unload(HMODULE module);
 
 /* The address of the function or variable that the library itself exports under a narrow name, case counting; of a

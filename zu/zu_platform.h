@@ -86,15 +86,15 @@ typedef struct FILETIME {
 /* The kind of a REPARSE_POINT, in dwReserved0. */
 #define IO_REPARSE_TAG_SYMLINK 0xA000000Cu
 
-/* What a search reports of one entry. The name is terminated; there is never an alternate name here. */
+/* One entry, as a search reports it. The name is terminated; there is never an alternate name here. */
 typedef struct WIN32_FIND_DATAW {
     uint32_t dwFileAttributes;       /* FILE_ATTRIBUTE_ bits */
-    FILETIME ftCreationTime;         /* of the entry */
+    FILETIME ftCreationTime;         /* when the entry was made */
     FILETIME ftLastAccessTime;       /* as the file system keeps it */
-    FILETIME ftLastWriteTime;        /* of the content */
+    FILETIME ftLastWriteTime;        /* when the content changed */
     uint32_t nFileSizeHigh;          /* size in bytes, the upper 32 bits */
     uint32_t nFileSizeLow;           /* and the lower */
-    uint32_t dwReserved0;            /* of a REPARSE_POINT: its kind; otherwise 0 */
+    uint32_t dwReserved0;            /* the kind of a REPARSE_POINT, otherwise 0 */
     uint32_t dwReserved1;            /* nothing */
     char16_t cFileName[260];         /* the name */
     char16_t cAlternateFileName[14]; /* always empty */
@@ -130,11 +130,11 @@ typedef struct HINSTANCE__* HMODULE;
 
 /* ---- Services ----------------------------------------------------------------------------------------------- */
 
-/* What kind of program a service is: one of its own process, or one that shares it. */
+/* Kinds of services: one with a process of its own, or one that shares a process. */
 #define SERVICE_WIN32_OWN_PROCESS 0x10
 #define SERVICE_WIN32_SHARE_PROCESS 0x20
 
-/* When a service starts: with the system, when it is asked to, or never. */
+/* Starts of a service: with the system, when it is asked to, or never. */
 #define SERVICE_AUTO_START 2
 #define SERVICE_DEMAND_START 3
 #define SERVICE_DISABLED 4

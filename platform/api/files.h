@@ -54,7 +54,8 @@ BOOL SetFileAttributesW(const WCHAR* path, DWORD file_attributes);
 // neither stack nor descriptors.
 class tree_walk {
 public:
-    explicit tree_walk(const WCHAR* path); // of the directory, without a backslash at its end
+    // The path is that of the directory, without a backslash at its end.
+    explicit tree_walk(const WCHAR* path);
     ~tree_walk();
     tree_walk(const tree_walk&) = delete;
     tree_walk& operator=(const tree_walk&) = delete;
@@ -72,9 +73,10 @@ private:
 // alone.
 class item_attributes {
 public:
-    // What the path leads to; with FILE_FLAG_OPEN_REPARSE_POINT a link itself.
+    // Holds the item that the path leads to; with FILE_FLAG_OPEN_REPARSE_POINT a link itself.
     item_attributes(const WCHAR* path, DWORD flags);
-    explicit item_attributes(const tree_walk& walk); // of the present entry, a link itself
+    // Holds the present entry, a link itself.
+    explicit item_attributes(const tree_walk& walk);
     ~item_attributes();
     item_attributes(const item_attributes&) = delete;
     item_attributes& operator=(const item_attributes&) = delete;

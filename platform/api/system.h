@@ -72,8 +72,8 @@ HMODULE LoadLibraryW(const WCHAR* path);
 
 BOOL FreeLibrary(HMODULE module); // null: 6; a module that is not loaded: 126
 
-// What the module itself exports, and not its dependencies: else 127 (ERROR_PROC_NOT_FOUND). A null module is the
-// executable.
+// The address of a name that the module itself exports, and not its dependencies: else 127 (ERROR_PROC_NOT_FOUND). A
+// null module is the executable.
 FARPROC GetProcAddress(HMODULE module, const char* name);
 
 } // namespace platform
