@@ -1,4 +1,5 @@
-// Accounts, groups and privileges: of root, of ordinary users, of an impersonated one.
+// Accounts, groups and privileges: of root, of ordinary users, of an impersonated one. About Linux: its users, groups
+// and capabilities stand for the accounts.
 #include <grp.h>
 
 #include <sstream>
@@ -98,7 +99,7 @@ TEST(account, names_that_are_users_and_names_that_are_not) {
     }
 }
 
-TEST(account, users_of_other_domains_are_asked_for_as_they_are_written) {
+TEST(account, users_of_other_domains) {
     const file_place place;
     std::ostringstream all;
     all << std::ifstream("/etc/passwd").rdbuf() << "ZUDOM\\alice:x:54321:65534::/:/bin/sh\n"

@@ -1,4 +1,5 @@
-// Conversions between wide and narrow text, console output, and the helpers on plain texts.
+// Conversions between wide and narrow text, console output, and the helpers on plain texts. About Linux: the character
+// set is that of the locale, and iconv converts it.
 #include <sys/mman.h>
 
 #include "platform/text/registers.h"
@@ -25,7 +26,7 @@ std::string narrow_of(const std::u16string& wide, uint32_t encoding = ZU_ENCODIN
     return converted<std::string>(ZU_wchar_2_char, encoding, wide.data(), wide.size());
 }
 
-TEST(utf8, malformed_text_gives_one_mark_for_each_maximal_bad_part) {
+TEST(utf8, marks_for_malformed_text) {
     // The expected text with a dot for each mark.
     const std::pair<std::string, std::u16string> rows[] = {
         // clang-format off
@@ -180,24 +181,25 @@ TEST(code_pages, the_environment_names_the_character_set) {
 }
 
 TEST(code_pages, counts_and_codes) {
-    // Text, its count, the room, and the result with its code; 4711 was there before.
+    constexpr uint32_t kept = 4711, wrong = codes::invalid_parameter, too_small = codes::insufficient_buffer;
+    // Text, its count, the room, and the result with its code; one that was there before stays.
     const std::tuple<const char16_t*, const char*, int, int, int, uint32_t> rows[] = {
-        {u"ab", "ab", 2, 8, 2, 4711},   {u"ab", "ab", -1, 8, 3, 4711},
-        {u"ab", "ab", -7, 0, 3, 4711},  {u"a\0b", "a\0b", 3, 3, 3, 4711},
-        {u"ab", "ab", 0, 8, 0, 87},     {nullptr, nullptr, 2, 8, 0, 87},
-        {u"ab", "ab", 2, -1, 0, 87},    {u"abc", "abc", 3, 2, 0, 122},
-        {u"abc", "abc", -1, 3, 0, 122}, {u"\u00e9", "\xF0\x90\x80\x80", 4, 1, 0, 122},
+        {u"ab", "ab", 2, 8, 2, kept},         {u"ab", "ab", -1, 8, 3, kept},
+        {u"ab", "ab", -7, 0, 3, kept},        {u"a\0b", "a\0b", 3, 3, 3, kept},
+        {u"ab", "ab", 0, 8, 0, wrong},        {nullptr, nullptr, 2, 8, 0, wrong},
+        {u"ab", "ab", 2, -1, 0, wrong},       {u"abc", "abc", 3, 2, 0, too_small},
+        {u"abc", "abc", -1, 3, 0, too_small}, {u"\u00e9", "\xF0\x90\x80\x80", 4, 1, 0, too_small},
     };
     char bytes[8];
     char16_t units[8];
     for (uint32_t page : {CP_ACP, CP_UTF8, 12345u}) {
         for (const auto& [wide, narrow, count, size, result, code] : rows) {
-            const std::pair expected(page == 12345 ? 0 : result, page == 12345 ? 87 : code);
-            SetLastError(4711);
+            const std::pair expected(page == 12345 ? 0 : result, page == 12345 ? wrong : code);
+            SetLastError(kept);
             const int narrowed =
                 platform::WideCharToMultiByte(page, 0, wide, count, bytes, size, nullptr, nullptr);
             EXPECT_EQ(std::pair(narrowed, GetLastError()), expected);
-            SetLastError(4711);
+            SetLastError(kept);
             const int widened = platform::MultiByteToWideChar(page, 0, narrow, count, units, size);
             EXPECT_EQ(std::pair(widened, GetLastError()), expected);
         }
@@ -227,7 +229,7 @@ bool a_broken_pipe_waits() {
     return sigismember(&pending, SIGPIPE) == 1;
 }
 
-TEST(console, writes_narrow_text_and_survives_a_reader_that_has_gone) {
+TEST(console, narrow_text_and_a_lost_reader) {
     const outcome gone = run_child([] {
         setenv("LC_ALL", "C.UTF-8", 1);
         std::fprintf(stderr, "%d ", ZU_printf_ex(u"%s %5lu\u20ac\n", u"wide", 42u));

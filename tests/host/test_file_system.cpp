@@ -1,11 +1,13 @@
 // File-system operations, their second attempt on read-only items, and the recursive delete. File handles: ways to
-// open, positions, gathered writes.
+// open, positions, gathered writes. About Linux: modes and links of the host, and its permissions for root and others.
 #include "support/test.h"
 
 namespace {
 
 constexpr uint32_t hidden = FILE_ATTRIBUTE_HIDDEN, system_ = FILE_ATTRIBUTE_SYSTEM;
 constexpr uint32_t read_only = FILE_ATTRIBUTE_READONLY, plain = FILE_ATTRIBUTE_NORMAL;
+constexpr uint32_t ok = codes::none, wrong = codes::invalid_parameter, exists = codes::file_exists,
+                   denied = codes::access_denied;
 
 // A file of that content, with those attributes.
 void make(const file_place& place, const char* name, const char* contents, uint32_t bits) {
@@ -17,37 +19,40 @@ void make(const file_place& place, const char* name, const char* contents, uint3
 
 TEST(file_system, single_items_and_their_attributes) {
     as_both_users([](const file_place& place) {
-        for (const auto& [path, code] :
-             {std::pair{u"T:\\a\\b", 3u}, {u"T:\\a\\\\", 0u}, {u"t:\\A", 183u}, {u"T:\\a\\b", 0u}})
+        for (const auto& [path, code] : {std::pair{u"T:\\a\\b", codes::path_not_found},
+                                         {u"T:\\a\\\\", ok},
+                                         {u"t:\\A", codes::already_exists},
+                                         {u"T:\\a\\b", ok}})
             EXPECT_EQ(code_of(ZU_create_dir(path, nullptr)), code);
-        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), 145u);
+        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), codes::directory_not_empty);
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\b", read_only | hidden));
         ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\", read_only | system_));
-        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a\\")), 145u)
+        EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a\\")), codes::directory_not_empty)
             << "of the second attempt, whose bits are put back";
         EXPECT_EQ(ZU_path_attributes(u"T:\\a"), ZU_PATH_DIR | ZU_PATH_READONLY | ZU_PATH_SYSTEM);
-        for (const auto& [path, code] : {std::pair{u"T:\\A\\B\\", 0u}, {u"T:\\a", 0u}, {u"T:\\a", 2u}})
+        for (const auto& [path, code] :
+             {std::pair{u"T:\\A\\B\\", ok}, {u"T:\\a", ok}, {u"T:\\a", codes::file_not_found}})
             EXPECT_EQ(code_of(ZU_delete_dir(path)), code);
 
         make(place, "f", "", read_only | hidden | system_);
-        for (const uint32_t code : {0u, 2u})
+        for (const uint32_t code : {ok, codes::file_not_found})
             EXPECT_EQ(code_of(ZU_delete_file(u"T:\\F")), code);
         EXPECT_FALSE(place.exists("f"));
         make(place, "f", "", read_only | hidden);
         ZU_file* open =
             ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ, nullptr);
-        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\f")), 32u);
+        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\f")), codes::sharing_violation);
         ZU_close_file(open);
         EXPECT_EQ(ZU_path_attributes(u"T:\\f"), 0x282u);
 
         EXPECT_EQ(ZU_path_attributes(u"T:") & ZU_PATH_DIR, ZU_PATH_DIR) << "a root is completed";
         EXPECT_EQ(ZU_get_file_platform_attributes(u"T:\\missing"), INVALID_FILE_ATTRIBUTES);
         EXPECT_EQ(ZU_path_attributes(u"T:\\missing\\x"), 0u);
-        EXPECT_EQ(GetLastError(), 3u);
+        EXPECT_EQ(GetLastError(), codes::path_not_found);
     });
 }
 
-TEST(file_system, a_recursive_delete_takes_the_tree_and_leaves_what_links_point_at) {
+TEST(file_system, recursive_delete_and_links) {
     as_both_users([](const file_place& place) {
         for (const char* directory : {"kept", "tree", "tree/d1", "tree/d2", "tree/d2/deep"})
             place.make_directory(directory);
@@ -62,7 +67,8 @@ TEST(file_system, a_recursive_delete_takes_the_tree_and_leaves_what_links_point_
         for (const char16_t* path : {u"T:\\tree\\\u00e4", u"T:\\tree\\d2"})
             ASSERT_TRUE(ZU_set_file_platform_attributes(path, read_only | system_));
         ZU_file* open = ZU_open_file(u"T:\\tree\\d1\\f3", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING, nullptr);
-        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree")), 145u) << "what is in use stays";
+        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree")), codes::directory_not_empty)
+            << "what is in use stays";
         EXPECT_TRUE(place.exists("tree/d1/f3"));
         EXPECT_FALSE(place.exists("tree/d1/f4") || place.exists("tree/d2") || place.exists("tree/down"));
         ZU_close_file(open);
@@ -70,12 +76,12 @@ TEST(file_system, a_recursive_delete_takes_the_tree_and_leaves_what_links_point_
         EXPECT_EQ(place.read("kept/f"), "kept");
         EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\top")), 0u) << "followed when named itself";
         EXPECT_FALSE(place.exists("top") || place.exists("kept/f"));
-        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\top")), 2u);
+        EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\top")), codes::file_not_found);
     });
 }
 
 // Somebody else exchanges what is being deleted for links to what must stay.
-TEST(file_system, nothing_is_reached_through_links_that_are_swapped_in) {
+TEST(file_system, links_swapped_in_by_others) {
     const file_place place;
     place.make_directory("kept");
     for (int f = 0; f < 200; ++f)
@@ -133,17 +139,18 @@ TEST(file_system, a_deep_tree_costs_neither_stack_nor_descriptors) {
     EXPECT_EQ(child.output, "0") << child.error_output;
 }
 
-TEST(file_system, a_move_replaces_files_and_keeps_a_destination_that_it_cannot_replace) {
+TEST(file_system, moves_over_what_is_there) {
     as_both_users([](const file_place& place) {
         place.make_directory("dir");
         // With attributes, the destination is a file that holds "dst" before; then the code, and what it holds after.
-        // clang-format off
         const std::tuple<const char16_t*, const char16_t*, uint32_t, uint32_t, const char*> rows[] = {
-            {u"T:\\src", u"T:\\new", 0, 0, "src"}, {u"T:\\SRC", u"T:\\dst", plain, 0, "src"},
-            {u"T:\\src", u"T:\\dst", read_only | hidden, 0, "src"}, {u"T:\\missing", u"T:\\dst", read_only, 2, "dst"},
-            {u"T:\\src", u"T:\\no\\dst", 0, 3, ""}, {u"T:\\src", u"T:\\dir", 0, 5, ""},
-            {u"T:\\dir", u"T:\\moved", 0, 0, ""}};
-        // clang-format on
+            {u"T:\\src", u"T:\\new", 0, ok, "src"},
+            {u"T:\\SRC", u"T:\\dst", plain, ok, "src"},
+            {u"T:\\src", u"T:\\dst", read_only | hidden, ok, "src"},
+            {u"T:\\missing", u"T:\\dst", read_only, codes::file_not_found, "dst"},
+            {u"T:\\src", u"T:\\no\\dst", 0, codes::path_not_found, ""},
+            {u"T:\\src", u"T:\\dir", 0, denied, ""},
+            {u"T:\\dir", u"T:\\moved", 0, ok, ""}};
         for (const auto& [source, destination, bits, code, contents] : rows) {
             const std::string name = narrow(destination).substr(3);
             place.write("src", "src");
@@ -155,7 +162,7 @@ TEST(file_system, a_move_replaces_files_and_keeps_a_destination_that_it_cannot_r
             EXPECT_TRUE(!kept || ZU_get_file_platform_attributes(destination) == bits) << "put back";
         }
         place.map_drive('U', "/dev/shm");
-        EXPECT_EQ(code_of(ZU_move_file(u"T:\\src", u"U:\\zu-test-moved")), 17u);
+        EXPECT_EQ(code_of(ZU_move_file(u"T:\\src", u"U:\\zu-test-moved")), codes::not_same_device);
     });
 }
 
@@ -174,18 +181,22 @@ std::string read(ZU_file* file, uint32_t count) {
 TEST(file, ways_to_open_and_the_second_attempt) {
     constexpr uint32_t missing = 0;
     // Attributes of a file that holds "old", the flags, the code, and what it holds then.
-    // clang-format off
     const std::tuple<uint32_t, uint32_t, uint32_t, const char*> rows[] = {
-        {missing, ZU_FILE_OPEN_ALWAYS, 0, ""}, {missing, ZU_FILE_OPEN_EXISTING, 2, ""}, {plain, 0, 87, "old"},
-        {plain, ZU_FILE_OPEN_ALWAYS, 0, "old"}, {plain, ZU_FILE_CREATE_NEW, 80, "old"},
-        {plain, ZU_FILE_CREATE_NEW | ZU_FILE_CREATE_ALWAYS, 0, ""},
-        {plain, ZU_FILE_TRUNCATE_EXISTING | ZU_FILE_OPEN_EXISTING, 0, "old"},
-        {plain, ZU_FILE_TRUNCATE_EXISTING, 0, ""}, {read_only, ZU_FILE_OPEN_EXISTING, 0, "old"},
-        {read_only, ZU_FILE_TRUNCATE_EXISTING, 5, "old"}, {read_only, ZU_FILE_CREATE_NEW, 80, "old"},
-        {read_only | hidden, ZU_FILE_CREATE_ALWAYS, 0, ""}, {hidden, ZU_FILE_CREATE_ALWAYS, 0, ""},
-        {hidden | system_, ZU_FILE_CREATE_ALWAYS, 5, "old"}, // the second attempt fails too
+        {missing, ZU_FILE_OPEN_ALWAYS, ok, ""},
+        {missing, ZU_FILE_OPEN_EXISTING, codes::file_not_found, ""},
+        {plain, 0, wrong, "old"},
+        {plain, ZU_FILE_OPEN_ALWAYS, ok, "old"},
+        {plain, ZU_FILE_CREATE_NEW, exists, "old"},
+        {plain, ZU_FILE_CREATE_NEW | ZU_FILE_CREATE_ALWAYS, ok, ""},
+        {plain, ZU_FILE_TRUNCATE_EXISTING | ZU_FILE_OPEN_EXISTING, ok, "old"},
+        {plain, ZU_FILE_TRUNCATE_EXISTING, ok, ""},
+        {read_only, ZU_FILE_OPEN_EXISTING, ok, "old"},
+        {read_only, ZU_FILE_TRUNCATE_EXISTING, denied, "old"},
+        {read_only, ZU_FILE_CREATE_NEW, exists, "old"},
+        {read_only | hidden, ZU_FILE_CREATE_ALWAYS, ok, ""},
+        {hidden, ZU_FILE_CREATE_ALWAYS, ok, ""},
+        {hidden | system_, ZU_FILE_CREATE_ALWAYS, denied, "old"}, // the second attempt fails too
     };
-    // clang-format on
     as_both_users([&](const file_place& place) {
         for (const auto& [attributes, flags, code, contents] : rows) {
             SCOPED_TRACE(testing::Message() << attributes << ' ' << flags);
@@ -202,20 +213,23 @@ TEST(file, ways_to_open_and_the_second_attempt) {
         place.make_directory("d");
         ZU_set_file_platform_attributes(u"T:\\d", read_only);
         EXPECT_EQ(ZU_open_file(u"T:\\d", ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING, nullptr), nullptr);
-        EXPECT_EQ(GetLastError(), 5u);
+        EXPECT_EQ(GetLastError(), codes::access_denied);
         EXPECT_EQ(ZU_get_file_platform_attributes(u"T:\\d"), FILE_ATTRIBUTE_DIRECTORY | read_only);
     });
 }
 
-TEST(file, the_position_is_kept_and_lost_with_a_failure) {
+TEST(file, positions_and_failures) {
     const file_place place;
     place.write("f", std::string(100, 'x'));
     ZU_file* file = ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING, nullptr);
-    EXPECT_TRUE(ZU_seek_file(file, 0, nullptr, ZU_SEEK_END) && written(file, "0123456789"));
+    EXPECT_TRUE(ZU_seek_file(file, 0, nullptr, ZU_SEEK_END));
+    EXPECT_TRUE(written(file, "0123456789"));
+    constexpr uint32_t before = codes::negative_seek;
     const std::tuple<int64_t, uint32_t, uint32_t, uint64_t> rows[] = {
-        {0, ZU_SEEK_CURRENT, 0, 110}, {-10, ZU_SEEK_CURRENT, 0, 100},  {0, 3, 87, 0},
-        {0, ZU_SEEK_CURRENT, 0, 100}, {-101, ZU_SEEK_CURRENT, 131, 0}, {-1, ZU_SEEK_BEGIN, 131, 0},
-        {100, ZU_SEEK_BEGIN, 0, 100}, {1000, ZU_SEEK_END, 0, 1110},    {0, 0xFFFFFFFF, 87, 0}};
+        {0, ZU_SEEK_CURRENT, ok, 110}, {-10, ZU_SEEK_CURRENT, ok, 100},    {0, 3, wrong, 0},
+        {0, ZU_SEEK_CURRENT, ok, 100}, {-101, ZU_SEEK_CURRENT, before, 0}, {-1, ZU_SEEK_BEGIN, before, 0},
+        {100, ZU_SEEK_BEGIN, ok, 100}, {1000, ZU_SEEK_END, ok, 1110},      {0, 0xFFFFFFFF, wrong, 0},
+    };
     uint64_t position = 7;
     for (const auto& [offset, origin, code, reached] : rows) {
         position = 7;
@@ -228,15 +242,16 @@ TEST(file, the_position_is_kept_and_lost_with_a_failure) {
     EXPECT_EQ(read(file, 10), "") << "beyond the end";
     EXPECT_TRUE(written(file, "z"));
     EXPECT_EQ(place.read("f").substr(108), "89" + std::string(1000, '\0') + "z");
-    EXPECT_TRUE(ZU_seek_file(file, 4, nullptr, ZU_SEEK_BEGIN) && ZU_set_end_of_file(file));
-    EXPECT_TRUE(ZU_tell_file(file, &position) && ZU_flush_file(file));
+    EXPECT_TRUE(ZU_seek_file(file, 4, nullptr, ZU_SEEK_BEGIN));
+    for (const ZU_bool done : {ZU_set_end_of_file(file), ZU_tell_file(file, &position), ZU_flush_file(file)})
+        EXPECT_TRUE(done);
     EXPECT_EQ(position, 4u);
     EXPECT_EQ(place.read("f"), "xxxx");
     ZU_close_file(file);
     ZU_close_file(nullptr);
 }
 
-TEST(file, a_gather_list_is_one_write_of_at_most_1024_pieces) {
+TEST(file, gather_lists) {
     const file_place place;
     ZU_file* file = ZU_open_file(u"T:\\f", ZU_FILE_WRITE | ZU_FILE_CREATE_NEW, nullptr);
     const auto* bytes = reinterpret_cast<const uint8_t*>("abcd");
@@ -244,8 +259,9 @@ TEST(file, a_gather_list_is_one_write_of_at_most_1024_pieces) {
     list[1] = {nullptr, 0};
     const ZU_file_vec two[] = {{bytes, 2}, {bytes + 2, 2}}, huge[] = {{bytes, 0xFFFFFFFF}, {bytes, 4}};
     const std::tuple<const ZU_file_vec*, int32_t, uint32_t, uint32_t> rows[] = {
-        {list.data(), 1025, 87, 0}, {list.data(), 1024, 0, 1023}, {two, 2, 0, 4},
-        {list.data(), 0, 0, 0},     {list.data(), -1, 0, 0},      {huge, 2, 87, 0}}; // a sum must not wrap
+        {list.data(), 1025, wrong, 0}, {list.data(), 1024, ok, 1023}, {two, 2, ok, 4},
+        {list.data(), 0, ok, 0},       {list.data(), -1, ok, 0},      {huge, 2, wrong, 0},
+    };
     for (const auto& [pieces, count, code, wanted] : rows) {
         uint32_t done = 7;
         EXPECT_EQ(code_of(ZU_write_file_v(file, pieces, count, &done)), code) << count;

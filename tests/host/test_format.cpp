@@ -1,4 +1,5 @@
-// The wide formatter: numbers beside the C library's own, texts by the platform's rules, and the counted area.
+// The wide formatter: numbers beside the C library's own, texts by the platform's rules, and the counted area. About
+// Linux: the layer's own formatter stands in for the platform's.
 #include <cfloat>
 #include <cmath>
 
@@ -132,14 +133,16 @@ TEST(format_texts, by_the_rules_of_the_platform) {
     const std::u16string zeros(2 * sizeof(void*) - 3, u'0');
     int stored = 7;
     const std::pair<std::u16string, std::u16string> rows[] = {
-        // clang-format off
-        {formatted(u"%s|%ls|%ws|%lS|%Ls", wide, wide, wide, wide, wide), u"wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac"},
+        {formatted(u"%s|%ls|%ws|%lS|%Ls", wide, wide, wide, wide, wide),
+         u"wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac"},
         {formatted(u"%S|%hs|%hS", narrow, narrow, narrow), u"nar\u00e9|nar\u00e9|nar\u00e9"},
-        {formatted(u"%c%lc%wc%lC|%C%hc", 0x20ac, 0x20ac, 0x20ac, 0x20ac, 0x141, 0x141), u"\u20ac\u20ac\u20ac\u20ac|AA"},
+        {formatted(u"%c%lc%wc%lC|%C%hc", 0x20ac, 0x20ac, 0x20ac, 0x20ac, 0x141, 0x141),
+         u"\u20ac\u20ac\u20ac\u20ac|AA"},
         {formatted(u"a%cb", 0), std::u16string(u"a\0b", 3)},
         {formatted(u"%s|%S|%hs", no_wide, no_narrow, no_narrow), u"(null)|(null)|(null)"},
         {formatted(u"%.3s|%10s|%-10S|", no_wide, no_wide, no_narrow), u"(nu|    (null)|(null)    |"},
-        {formatted(u"%6s|%-6s|%.2s|%6.2S|%-6.2hs|", u"abc", u"abc", u"abc", "abc", "abc"), u"   abc|abc   |ab|    ab|ab    |"},
+        {formatted(u"%6s|%-6s|%.2s|%6.2S|%-6.2hs|", u"abc", u"abc", u"abc", "abc", "abc"),
+         u"   abc|abc   |ab|    ab|ab    |"},
         {formatted(u"%05s|%-05s|%03c|%.0s|%.s", u"ab", u"ab", 'x', u"ab", u"ab"), u"000ab|ab   |00x||"},
         {formatted(u"%*s|%*s|%.*s|%.*s", 4, u"ab", -4, u"ab", 1, u"ab", -1, u"ab"), u"  ab|ab  |a|ab"},
         {formatted(u"%.3s%.2S", wide_open, narrow_open), u"abcab"},
@@ -151,9 +154,10 @@ TEST(format_texts, by_the_rules_of_the_platform) {
         {formatted(u"%y%q%k%b%m%Z%wZ|%d", 42), u"yqkbmZZ|42"},
         {formatted(u"%'d|%1$d|%I5|%Is|%I6d", 1), u"'d|$d|I5|Is|I6d"},
         {formatted(u"100%%|%5%|%-%"), u"100%|%|%"},
-        {formatted(u"abc%"), u"abc"}, {formatted(u"abc%-08.3l"), u"abc"}, {formatted(u"%d%*", 1, 2), u"1"},
+        {formatted(u"abc%"), u"abc"},
+        {formatted(u"abc%-08.3l"), u"abc"},
+        {formatted(u"%d%*", 1, 2), u"1"},
         {formatted(u"%n%d", &stored, 42), u"42"},
-        // clang-format on
     };
     for (const auto& [actual, expected] : rows)
         EXPECT_EQ(actual, expected);

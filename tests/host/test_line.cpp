@@ -1,4 +1,4 @@
-// The line reader.
+// The line reader. About Linux: the files lie on a drive of the layer.
 #include "support/test.h"
 
 namespace {

@@ -1,4 +1,5 @@
 // Logging inside one process: switches, hooks, filter, the form of a record on every output, traces and templates.
+// About Linux: standard streams, signals and the debugger socket of the host.
 #include "support/test.h"
 
 namespace {
@@ -32,7 +33,7 @@ uint32_t constant_filter(void* user_data, uint32_t, const ZU_log_record*) {
     return *static_cast<uint32_t*>(user_data);
 }
 
-TEST(log_configuration, switches_outlast_a_stop_and_lists_and_files_do_not) {
+TEST(log_configuration, what_outlasts_a_stop) {
     EXPECT_EQ(ZU_log_get_output(), 0x1Au);
     uint32_t to_nothing = 0;
     recorder first;
@@ -123,19 +124,21 @@ TEST(log_record, traces_and_templates) {
     ZU_trace(long_name.c_str(), u"");
     ZU_log_format_message(ZU_LOG_INFO, u"%2 before %1, %1%%", u"b", u"a");
     ZU_log_format_message(ZU_LOG_INFO, u"%0");
-    const std::vector<std::u16string> expected = {
-        // clang-format off
-        u"->>: f()", u"->>: f(): 1", u"<<-: f()", u"<<-: f(): 100%", u"     f(): at %d is no format",
-        u"     " + long_name + u"(): ", u"a before b, b%", u""
-        // clang-format on
-    };
+    const std::vector<std::u16string> expected = {u"->>: f()",
+                                                  u"->>: f(): 1",
+                                                  u"<<-: f()",
+                                                  u"<<-: f(): 100%",
+                                                  u"     f(): at %d is no format",
+                                                  u"     " + long_name + u"(): ",
+                                                  u"a before b, b%",
+                                                  u""};
     EXPECT_EQ(log.messages, expected);
     ZU_log_set_level(0x38);
     EXPECT_EQ(ZU_trace_enter(u"f", nullptr) + ZU_trace_leave(u"f", nullptr) + ZU_trace(u"f", u"x"), 0u);
     EXPECT_EQ(ZU_log_format_message(ZU_LOG_INFO, u"%1", u"x"), 0u);
 }
 
-TEST(log_streams, the_result_tells_what_was_taken_and_a_pipe_without_reader_costs_its_bit_only) {
+TEST(log_streams, result_and_pipes_without_reader) {
     const outcome child = run_child([] {
         started_library started;
         dup2(STDOUT_FILENO, STDERR_FILENO);
@@ -157,7 +160,7 @@ TEST(log_streams, the_result_tells_what_was_taken_and_a_pipe_without_reader_cost
     EXPECT_EQ(messages, taken_twice + taken_twice + "s| to one");
 }
 
-TEST(log_streams, files_and_sockets_never_take_the_place_of_a_closed_one) {
+TEST(log_streams, closed_standard_streams) {
     const file_place place;
     const outcome child = run_child([&] {
         started_library started;
@@ -174,7 +177,7 @@ TEST(log_streams, files_and_sockets_never_take_the_place_of_a_closed_one) {
     EXPECT_EQ(place.read("a") + place.read("b"), "");
 }
 
-TEST(log_concurrency, hooks_and_filters_change_while_eight_threads_write) {
+TEST(log_concurrency, changes_while_threads_write) {
     started_library started;
     ZU_log_set_level(0x3F);
     ZU_log_set_output(ZU_LOG_OUT_HOOK);
@@ -207,7 +210,7 @@ TEST(log_concurrency, hooks_and_filters_change_while_eight_threads_write) {
 }
 
 // A listener on the debugger's socket, in a runtime directory of its own, that does not read while lines come.
-TEST(log_debugger, one_datagram_a_line_cut_between_characters_and_no_delay) {
+TEST(log_debugger, one_datagram_for_each_line) {
     const file_place place;
     setenv("XDG_RUNTIME_DIR", place.host_path().c_str(), 1);
     const int listener = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);

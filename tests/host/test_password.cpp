@@ -1,4 +1,5 @@
-// Password validation against PAM, with users of the host; without PAM, without the helper, without the package.
+// Password validation against PAM, with users of the host; without PAM, without the helper, without the package. About
+// Linux: PAM and the users of the host decide.
 #include <dlfcn.h>
 
 #include "platform/system/module.h"
@@ -64,7 +65,8 @@ TEST_F(password, right_and_wrong_ones) {
                 {nullptr, u"", {false, 0}},     {u".", right, {true, 1}}};
     quickly([&] {
         for (const auto& row : rows)
-            EXPECT_EQ(verdict_on(row.given, row.domain), row.verdict) << &row - rows;
+            EXPECT_EQ(verdict_on(row.given, row.domain), row.verdict)
+                << narrow(row.given) << " in " << (row.domain ? narrow(row.domain) : "none");
         EXPECT_FALSE(ZU_validate_user_password(nullptr, u"no such user", right));
         platform::built_in_modules_offered = false; // the security package among them: one road is left
         EXPECT_EQ(verdict_on(right), std::pair(true, 1L));
@@ -103,7 +105,7 @@ TEST_F(password, administrators) {
     EXPECT_EQ(was_on, 0) << "switched off again";
 }
 
-TEST_F(password, nothing_is_right_without_the_authentication_service) {
+TEST_F(password, without_the_authentication_service) {
     void* pam = dlopen("libpam.so.0", RTLD_NOW);
     ASSERT_NE(pam, nullptr) << "no PAM on this machine";
     Dl_info where;

@@ -1,4 +1,5 @@
-// Paths: their forms and limits, and the actual form of what exists. File status and directory enumeration.
+// Paths: their forms and limits, and the actual form of what exists. File status and directory enumeration. About
+// Linux: the paths lead to files of the host, whose modes and times are told.
 #include "support/test.h"
 
 namespace {
@@ -41,13 +42,16 @@ TEST_F(paths, long_form_fullness_and_limits) {
 }
 
 TEST_F(paths, directory_part_and_last_component) {
-    // clang-format off
-    const char16_t* rows[][3] = {
-        {u"C:\\dir\\file.txt", u"C:\\dir", u"file.txt"}, {u"C:\\file.txt", u"C:", u"file.txt"},
-        {u"C:\\dir\\ ", u"C:\\dir", u"dir"}, {u"\\file", u"\\", u"file"}, {u"\\", u"\\", u""},
-        {u"file.txt", none, u"file.txt"}, {u"/a/b", none, u"/a/b"}, {u"1:", u"1:", u"1:"}, {u"C:x", none, u"C:x"},
-        {u"", none, u""}};
-    // clang-format on
+    const char16_t* rows[][3] = {{u"C:\\dir\\file.txt", u"C:\\dir", u"file.txt"},
+                                 {u"C:\\file.txt", u"C:", u"file.txt"},
+                                 {u"C:\\dir\\ ", u"C:\\dir", u"dir"},
+                                 {u"\\file", u"\\", u"file"},
+                                 {u"\\", u"\\", u""},
+                                 {u"file.txt", none, u"file.txt"},
+                                 {u"/a/b", none, u"/a/b"},
+                                 {u"1:", u"1:", u"1:"},
+                                 {u"C:x", none, u"C:x"},
+                                 {u"", none, u""}};
     for (const auto& [path, directory, name] : rows) {
         EXPECT_EQ(taken(ZU_get_path(path)), directory) << narrow(path);
         EXPECT_EQ(taken(ZU_get_filename(path)), name) << narrow(path);
@@ -61,28 +65,31 @@ TEST_F(paths, actual_path) {
     place.write("Data/LOGS/A.txt", "");
     place.map_share("srv", "share", place.host_path("Data"));
     ASSERT_EQ(chdir(place.host_path("Data").c_str()), 0);
-    // clang-format off
-    const std::tuple<const char16_t*, const char16_t*, uint32_t> rows[] = {
-                {u"t:\\\\data\\.\\logs\\..", u"T:\\Data", 0}, {u"\\\\?\\t:\\DATA\\Logs\\a.TXT", u"T:\\Data\\LOGS\\A.txt", 0},
-                {u"t:/data/logs/", u"T:\\Data\\LOGS", 0}, {u"t:data", u"T:\\Data", 0}, {u"T:\\", u"T:", 0},
-                {u"./logs/../LOGS", u"T:\\Data\\LOGS", 0}, {u"..\\data", u"T:\\Data", 0},
-                {u"\\\\srv\\share\\logs\\a.txt", u"\\\\srv\\share\\LOGS\\A.txt", 0},
-                {u"\\\\srv\\\\share\\", u"\\\\srv\\share", 0}, {u"\\\\srv\\share\\..", u"\\\\srv", 0},
-                {u"T:\\..", none, 2}, {u"..\\..", none, 2}, {u"T:\\data\\..\\..\\data", none, 2},
-                {u"\\\\srv\\share\\..\\..", none, 2}, {u"\\\\srv", none, 2}, {u"\\\\srv\\", none, 2},
-                {u"\\\\\\srv\\share", none, 2}, {u"T:\\d?ta", none, 2}, {u"\\\\?\\x\\data", none, 2}, {u"", none, 2},
-                {u"\\data", none, 2}, {u"/data", none, 2}, {u"T:\\data\\missing", none, 2},
-                {u"T:\\missing\\a.txt", none, 2}, {u"T:\\data\\logs\\a.txt\\b", none, 267}, {u"Q:\\data", none, 3}};
-    // clang-format on
-    for (const auto& [path, actual, code] : rows) {
-        ZU_s out = nullptr;
-        ZU_s_append_n(&out, u"before", 6);
-        SetLastError(12345);
-        EXPECT_EQ(ZU_get_actual_full_path_ex(path, &out), code == 0) << narrow(path);
-        EXPECT_EQ(text(ZU_s_text(out)), code == 0 ? actual : u"") << narrow(path);
-        EXPECT_EQ(GetLastError(), code == 0 ? 12345u : code) << narrow(path);
-        ZU_s_destroy(&out);
-    }
+    const std::tuple<const char16_t*, uint32_t, std::vector<const char16_t*>> rows[] = {
+        {u"T:", codes::none, {u"T:\\"}},
+        {u"T:\\Data", codes::none, {u"t:\\\\data\\.\\logs\\..", u"t:data", u"..\\data"}},
+        {u"T:\\Data\\LOGS", codes::none, {u"t:/data/logs/", u"./logs/../LOGS"}},
+        {u"T:\\Data\\LOGS\\A.txt", codes::none, {u"\\\\?\\t:\\DATA\\Logs\\a.TXT"}},
+        {u"\\\\srv", codes::none, {u"\\\\srv\\share\\.."}},
+        {u"\\\\srv\\share", codes::none, {u"\\\\srv\\\\share\\"}},
+        {u"\\\\srv\\share\\LOGS\\A.txt", codes::none, {u"\\\\srv\\share\\logs\\a.txt"}},
+        {u"",
+         codes::file_not_found,
+         {u"T:\\..", u"..\\..", u"T:\\data\\..\\..\\data", u"\\\\srv\\share\\..\\..", u"\\\\srv",
+          u"\\\\srv\\", u"\\\\\\srv\\share", u"T:\\d?ta", u"\\\\?\\x\\data", u"", u"\\data", u"/data",
+          u"T:\\data\\missing", u"T:\\missing\\a.txt"}},
+        {u"", codes::path_not_found, {u"Q:\\data"}},
+        {u"", codes::directory_name_invalid, {u"T:\\data\\logs\\a.txt\\b"}}};
+    for (const auto& [actual, code, paths] : rows)
+        for (const char16_t* path : paths) {
+            ZU_s out = nullptr;
+            ZU_s_append_n(&out, u"before", 6);
+            SetLastError(12345);
+            EXPECT_EQ(ZU_get_actual_full_path_ex(path, &out), code == 0) << narrow(path);
+            EXPECT_EQ(text(ZU_s_text(out)), actual) << narrow(path);
+            EXPECT_EQ(GetLastError(), code == 0 ? 12345u : code) << narrow(path);
+            ZU_s_destroy(&out);
+        }
     EXPECT_EQ(taken(ZU_get_current_dir()), u"T:\\Data");
     ASSERT_EQ(chdir(place.host_path().c_str()), 0);
     EXPECT_EQ(taken(ZU_get_current_dir()), u"T:");
@@ -151,13 +158,16 @@ TEST_F(stat, mode_size_and_drive) {
         place.write(name, "12345");
     place.make_directory("x.exe");
     ASSERT_EQ(truncate(place.host_path("a.exe.txt").c_str(), 5'000'000'000), 0);
-    // clang-format off
     const std::tuple<const char16_t*, uint32_t, uint16_t, int64_t> rows[] = {
-        {u"T:\\r.un.EXE", 0, 0x81FF, 5}, {u"T:\\RO.cmd", read_only, 0x816D, 5}, {u"T:\\.bat", 0, 0x81FF, 5},
-                {u"notes.txt", read_only, 0x8124, 5}, {u"\\\\?\\T:\\a.exe.txt", 0, 0x81B6, 5'000'000'000},
-                {u"exe", hidden, 0x81B6, 5}, {u"t:\\x.exed", 0, 0x81B6, 5}, {u"t:\\x.exe\\\\", 0, 0x41FF, 0},
-                {u"x.exe", read_only, 0x416D, 0}};
-    // clang-format on
+        {u"T:\\r.un.EXE", 0, 0x81FF, 5},
+        {u"T:\\RO.cmd", read_only, 0x816D, 5},
+        {u"T:\\.bat", 0, 0x81FF, 5},
+        {u"notes.txt", read_only, 0x8124, 5},
+        {u"\\\\?\\T:\\a.exe.txt", 0, 0x81B6, 5'000'000'000},
+        {u"exe", hidden, 0x81B6, 5},
+        {u"t:\\x.exed", 0, 0x81B6, 5},
+        {u"t:\\x.exe\\\\", 0, 0x41FF, 0},
+        {u"x.exe", read_only, 0x416D, 0}};
     ASSERT_EQ(chdir(place.host_path().c_str()), 0);
     for (const auto& [path, attributes, mode, size] : rows) {
         ASSERT_TRUE(ZU_set_file_platform_attributes(path, attributes));
@@ -185,23 +195,23 @@ TEST_F(stat, mode_size_and_drive) {
 TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
     place.write("f", "");
     place.map_share("srv", "share", place.host_path());
-    // clang-format off
-    const std::pair<const char16_t*, uint32_t> rows[] = {
-        {u"", 2}, {u"/x", 2}, {u"\\x", 2}, {u"T:\\*.txt", 2}, {u"f?", 2}, {u"\\\\?\\", 2}, {u"T:\\missing", 2},
-        {u"T:\\missing\\x", 3}, {u"T:\\f\\x", 267}, {u"Q:\\", 3}, {u"\\\\srv\\share\\missing", 2},
-        {u"\\\\srv\\nosuch", 3}, {u"\\\\nosuch\\share\\", 3}};
-    // clang-format on
+    const std::pair<uint32_t, std::vector<const char16_t*>> rows[] = {
+        {codes::file_not_found,
+         {u"", u"/x", u"\\x", u"T:\\*.txt", u"f?", u"\\\\?\\", u"T:\\missing", u"\\\\srv\\share\\missing"}},
+        {codes::path_not_found, {u"T:\\missing\\x", u"Q:\\", u"\\\\srv\\nosuch", u"\\\\nosuch\\share\\"}},
+        {codes::directory_name_invalid, {u"T:\\f\\x"}}};
     const ZU_stat zeros = {};
-    for (const auto& [path, code] : rows) {
-        SCOPED_TRACE(narrow(path));
-        ZU_stat status;
-        std::memset(&status, 0x55, sizeof status);
-        errno = 0;
-        EXPECT_EQ(ZU_stat64(path, &status), -1);
-        EXPECT_EQ(errno, ENOENT);
-        EXPECT_EQ(GetLastError(), code);
-        EXPECT_EQ(std::memcmp(&status, &zeros, sizeof zeros), 0);
-    }
+    for (const auto& [code, paths] : rows)
+        for (const char16_t* path : paths) {
+            SCOPED_TRACE(narrow(path));
+            ZU_stat status;
+            std::memset(&status, 0x55, sizeof status);
+            errno = 0;
+            EXPECT_EQ(ZU_stat64(path, &status), -1);
+            EXPECT_EQ(errno, ENOENT);
+            EXPECT_EQ(GetLastError(), code);
+            EXPECT_EQ(std::memcmp(&status, &zeros, sizeof zeros), 0);
+        }
 }
 
 // The offset in force now is taken for every date: a file of the other season is an hour off.
@@ -253,7 +263,7 @@ auto walk(const char16_t* directory, uint32_t flags) {
     return result;
 }
 
-TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for) {
+TEST_F(enum_dir, entries_and_codes) {
     setenv("TZ", "UTC0", 1);
     place.make_directory("dir");
     place.make_directory("dir/sub");
@@ -263,10 +273,11 @@ TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for
     set_modification(place, "dir/a.txt", 1137000000);
     place.map_share("srv", "share", place.host_path("dir"));
     ASSERT_EQ(chdir(place.host_path().c_str()), 0);
-    // clang-format off
-    const char16_t* forms[][2] = {{u"T:\\dir", u"T:\\dir\\"}, {u"t:\\Dir\\\\", u"t:\\Dir\\"}, {u"dir", u"dir\\"},
-                                  {u"\\\\?\\T:\\dir", u"T:\\dir\\"}, {u"\\\\srv\\share", u"\\\\srv\\share\\"}};
-    // clang-format on
+    const char16_t* forms[][2] = {{u"T:\\dir", u"T:\\dir\\"},
+                                  {u"t:\\Dir\\\\", u"t:\\Dir\\"},
+                                  {u"dir", u"dir\\"},
+                                  {u"\\\\?\\T:\\dir", u"T:\\dir\\"},
+                                  {u"\\\\srv\\share", u"\\\\srv\\share\\"}};
     const char16_t* names[] = {u"a.txt", u"b\xdcff\xf03a", u"link", u"sub"};
     for (const auto& [given, prefix] : forms) {
         const auto all = walk(given, ZU_ENUM_DIR_SIZE | ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS);
@@ -288,7 +299,11 @@ TEST_F(enum_dir, entries_have_the_callers_path_their_code_and_what_was_asked_for
     EXPECT_EQ(plain[2].second.modification_time, -1);
     place.make_directory("empty");
     const std::pair<const char16_t*, uint32_t> failures[] = {
-        {u"", 3}, {u"T:\\empty", 18}, {u"T:\\missing", 3}, {u"T:\\dir\\a.txt", 267}, {u"Q:\\", 3}};
+        {u"", codes::path_not_found},
+        {u"T:\\missing", codes::path_not_found},
+        {u"Q:\\", codes::path_not_found},
+        {u"T:\\empty", codes::no_more_files},
+        {u"T:\\dir\\a.txt", codes::directory_name_invalid}};
     for (const auto& [directory, code] : failures) {
         EXPECT_EQ(ZU_enum_dir_begin(directory, ZU_ENUM_DIR_SKIP_DOTS), nullptr) << narrow(directory);
         EXPECT_EQ(GetLastError(), code) << narrow(directory);

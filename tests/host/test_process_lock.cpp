@@ -1,4 +1,5 @@
-// Named process locks between real processes, with owners that die and users that differ.
+// Named process locks between real processes, with owners that die and users that differ. About Linux: the locks are
+// files in /dev/shm, and owners are killed by signals.
 #include <sys/mman.h>
 
 #include "support/test.h"
@@ -340,7 +341,7 @@ TEST_F(process_lock, users) {
     const outcome user = run_as_ordinary_user([&] {
         for (int i = 0; i < 50000; ++i) {
             ZU_lock_process lock = open();
-            if (!lock && GetLastError() != 2)
+            if (!lock && GetLastError() != codes::file_not_found)
                 std::printf("%u ", GetLastError());
             ZU_lock_process_close(lock);
         }

@@ -1,4 +1,5 @@
-// The registry's files in all their spellings, the calls over them, and the two reads of the library.
+// The registry's files in all their spellings, the calls over them, and the two reads of the library. About Linux: the
+// registry is files of the host.
 #include <mutex>
 
 #include "platform/system/registry.h"

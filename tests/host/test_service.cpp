@@ -1,4 +1,5 @@
-// Services: real processes under the helper, and what becomes of them when either is killed.
+// Services: real processes under the helper, and what becomes of them when either is killed. About Linux: the layer has
+// a service manager of its own.
 #include <sys/prctl.h>
 
 #include <cctype>
@@ -208,10 +209,11 @@ TEST_F(service, programs_that_cannot_run) {
     place_.write("plain", "#!/bin/sh\n");
     place_.write("text", "no program\n");
     chmod(place_.host_path("text").c_str(), 0755);
-    const std::pair<std::u16string, uint32_t> rows[] = {{place_.drive_path(u"missing.exe -x"), 2},
-                                                        {wide(place_.host_path("no/such/folder")), 3},
-                                                        {place_.drive_path(u"plain"), 5},
-                                                        {place_.drive_path(u"TEXT"), 193}};
+    const std::pair<std::u16string, uint32_t> rows[] = {
+        {place_.drive_path(u"missing.exe -x"), codes::file_not_found},
+        {wide(place_.host_path("no/such/folder")), codes::path_not_found},
+        {place_.drive_path(u"plain"), codes::access_denied},
+        {place_.drive_path(u"TEXT"), codes::bad_exe_format}};
     for (const auto& [command, code] : rows) {
         ASSERT_TRUE(install(u"broken", command));
         EXPECT_EQ(start_code(u"broken"), code);
@@ -359,33 +361,35 @@ TEST_F(service, names_rights_and_arguments) {
         uint32_t type, start;
         const char16_t* command;
         uint32_t code;
-    } rows[] = {{longest.c_str(), u"", 0x110, 2, u"x", 0},
-                {u"..", u"%25 \xD800 d", 1, 0, u"x", 0}, // a driver, under an odd name
+    } rows[] = {{longest.c_str(), u"", 0x110, 2, u"x", codes::none},
+                {u"..", u"%25 \xD800 d", 1, 0, u"x", codes::none}, // a driver, under an odd name
                 {u"TAKEN", nullptr, 0x10, 3, u"x", codes::service_exists},
                 {u"other", u"Taken", 0x10, 3, u"x", codes::duplicate_service_name},
-                {u"", nullptr, 0x10, 3, u"x", 123},
-                {u"a/b", nullptr, 0x10, 3, u"x", 123},
-                {too_long.c_str(), nullptr, 0x10, 3, u"x", 123},
-                {u"n", too_long.c_str(), 0x10, 3, u"x", 123},
-                {u"n", nullptr, 0x30, 3, u"x", 87},
-                {u"n", nullptr, 0x10, 1, u"x", 87},
-                {u"n", nullptr, 0x10, 3, nullptr, 87}};
+                {u"", nullptr, 0x10, 3, u"x", codes::invalid_name},
+                {u"a/b", nullptr, 0x10, 3, u"x", codes::invalid_name},
+                {too_long.c_str(), nullptr, 0x10, 3, u"x", codes::invalid_name},
+                {u"n", too_long.c_str(), 0x10, 3, u"x", codes::invalid_name},
+                {u"n", nullptr, 0x30, 3, u"x", codes::invalid_parameter},
+                {u"n", nullptr, 0x10, 1, u"x", codes::invalid_parameter},
+                {u"n", nullptr, 0x10, 3, nullptr, codes::invalid_parameter}};
     for (const auto& row : rows) {
         const handle made{platform::CreateServiceW(manager, row.name, row.display, SERVICE_ALL_ACCESS,
                                                    row.type, row.start, 1u, row.command, nullptr, nullptr,
                                                    nullptr, nullptr, nullptr)};
-        EXPECT_EQ(code_of(made), row.code) << &row - rows;
+        EXPECT_EQ(code_of(made), row.code)
+            << narrow(row.name) << " type " << row.type << " start " << row.start;
         EXPECT_TRUE(!made || platform::DeleteService(made));
     }
 
     SERVICE_STATUS now;
     const handle looked_at = open(u"taken", SERVICE_QUERY_STATUS);
-    EXPECT_EQ(code_of(platform::DeleteService(looked_at)), 5u);
-    EXPECT_EQ(code_of(platform::StartServiceW(looked_at, 0, nullptr)), 5u);
-    EXPECT_EQ(code_of(platform::ControlService(looked_at, SERVICE_CONTROL_STOP, &now)), 5u);
-    EXPECT_EQ(code_of(platform::QueryServiceStatus(open(u"taken", SERVICE_START), &now)), 5u);
+    EXPECT_EQ(code_of(platform::DeleteService(looked_at)), codes::access_denied);
+    EXPECT_EQ(code_of(platform::StartServiceW(looked_at, 0, nullptr)), codes::access_denied);
+    EXPECT_EQ(code_of(platform::ControlService(looked_at, SERVICE_CONTROL_STOP, &now)), codes::access_denied);
+    EXPECT_EQ(code_of(platform::QueryServiceStatus(open(u"taken", SERVICE_START), &now)),
+              codes::access_denied);
     EXPECT_EQ(stop_code(u"taken", 77), codes::invalid_service_control);
-    EXPECT_EQ(code_of(platform::QueryServiceStatus(manager, &now)), 6u);
+    EXPECT_EQ(code_of(platform::QueryServiceStatus(manager, &now)), codes::invalid_handle);
 
     ZU_wchar own[65];
     ASSERT_EQ(ZU_gethostname(own, 65), 1);
@@ -400,7 +404,7 @@ TEST_F(service, names_rights_and_arguments) {
     ::close(lock);
 }
 
-TEST_F(service, deleted_once_it_has_stopped_and_nobody_has_it_open) {
+TEST_F(service, deletion_while_running_or_open) {
     ASSERT_TRUE(install_steps(u"going", "log READY=1"));
     ASSERT_TRUE(starts(u"going"));
     handle first = open(u"going"), second = open(u"going");
@@ -514,7 +518,8 @@ TEST_F(service, callers_short_of_descriptors) {
     });
     EXPECT_EQ(starved.output, "");
     EXPECT_FALSE(ZU_NT_service_exist(nullptr, u"too")) << "its display name is taken";
-    ASSERT_TRUE(stops(u"on top") && platform::DeleteService(open(u"slow to end")));
+    ASSERT_TRUE(stops(u"on top"));
+    ASSERT_TRUE(platform::DeleteService(open(u"slow to end")));
     EXPECT_EQ(run_child(ask).output, "");
     EXPECT_EQ(state(u"slow to end"), SERVICE_RUNNING + 0u) << "marked, and alive";
 }
@@ -532,8 +537,10 @@ TEST_F(service, groups_and_the_umask) {
     const std::string all = place_.host_path("deep/host/services");
     const auto group = static_cast<gid_t>(
         std::stoi(run_as_ordinary_user([] { printf("%d", static_cast<int>(getegid())); }).output));
-    for (const std::string& directory : {all, all + "/shared"})
-        ASSERT_TRUE(chown(directory.c_str(), 0, group) == 0 && chmod(directory.c_str(), 0775) == 0);
+    for (const std::string& directory : {all, all + "/shared"}) {
+        ASSERT_EQ(chown(directory.c_str(), 0, group), 0);
+        ASSERT_EQ(chmod(directory.c_str(), 0775), 0);
+    }
     EXPECT_TRUE(starts(u"shared")) << "gives the lock to the group";
     EXPECT_TRUE(stops(u"shared"));
     const outcome member = run_as_ordinary_user([&] {
@@ -582,12 +589,14 @@ TEST_F(service, failed_starts_are_told_on_the_system_log) {
 }
 
 TEST(command_line, words_quotes_and_backslashes) {
-    // clang-format off
     const std::pair<std::u16string, std::u16string> rows[] = {
-        {u"/bin/a", u"/bin/a|"}, {u"  \"C:\\my dir\\a.exe\"  -x  y ", u"C:\\my dir\\a.exe|-x|y|"},
-        {u"a \"b c\"d e\"\"f", u"a|b cd|ef|"}, {u"a \\\\ \\\"b \\\\\"c d\"", u"a|\\\\|\"b|\\c d|"},
-        {u"a \"b\"\"c\" \"\"", u"a|b\"c||"}, {u"\"open", u"open|"}, {u"", u"|"}};
-    // clang-format on
+        {u"/bin/a", u"/bin/a|"},
+        {u"  \"C:\\my dir\\a.exe\"  -x  y ", u"C:\\my dir\\a.exe|-x|y|"},
+        {u"a \"b c\"d e\"\"f", u"a|b cd|ef|"},
+        {u"a \\\\ \\\"b \\\\\"c d\"", u"a|\\\\|\"b|\\c d|"},
+        {u"a \"b\"\"c\" \"\"", u"a|b\"c||"},
+        {u"\"open", u"open|"},
+        {u"", u"|"}};
     for (const auto& [text, expected] : rows) {
         const platform::command_line line(text);
         std::u16string words = line.program() + u'|';

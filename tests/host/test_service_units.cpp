@@ -1,4 +1,5 @@
-// Services as units of systemd, which is booted for each test in a world of its own.
+// Services as units of systemd, which is booted for each test in a world of its own. About Linux: units of systemd
+// stand for services.
 #include "support/test.h"
 
 namespace {
@@ -104,10 +105,10 @@ TEST_P(units, keep_the_rules_of_services) {
 }
 INSTANTIATE_TEST_SUITE_P(table, units,
                          testing::Values("*life*:*cannot_run*:*end_by*", "*reports*", "*killed*:*same_time*",
-                                         "*dependencies*:*deleted*:*spellings*"));
+                                         "*dependencies*:*deletion*:*spellings*"));
 
 using world = units;
-TEST_F(world, keeps_an_automatic_service_through_its_starters_end_and_a_second_boot) {
+TEST_F(world, automatic_service) {
     EXPECT_EQ(call("install Clock \"/bin/sleep 1000\""), "1\n");
     EXPECT_EQ(inside("systemctl is-enabled zu@clock"), "enabled\n");
     inside("systemd-run --wait --quiet --unit=starter /opt/zu/test_service_units --call start Clock");

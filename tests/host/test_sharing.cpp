@@ -1,4 +1,5 @@
-// Share modes between processes, users and handles: all pairs of access and share mode; deleting and moving.
+// Share modes between processes, users and handles: all pairs of access and share mode; deleting and moving. About
+// Linux: locks on files stand for share modes.
 #include "support/test.h"
 
 namespace {
@@ -8,14 +9,16 @@ using sharing = file_test;
 
 // One of the sixteen ways to open a file: what it does with the data and what it shares, in the bits of share modes.
 struct way {
-    explicit way(DWORD number) : needs(number / 4), share(number % 4) {}
+    explicit way(DWORD number) : way(number / 4, number % 4) {}
+    way(DWORD what, DWORD shared) : needs(what), share(shared) {}
     DWORD access() const {
         const DWORD read = needs & FILE_SHARE_READ ? GENERIC_READ : 0;
         return needs == 0 ? FILE_WRITE_ATTRIBUTES : read | (needs & FILE_SHARE_WRITE ? GENERIC_WRITE : 0);
     }
     DWORD needs, share;
 };
-const way read_alone(4), write_alone(8), all_alone(12);
+constexpr DWORD read = FILE_SHARE_READ, write = FILE_SHARE_WRITE;
+const way read_alone(read, 0), write_alone(write, 0), all_alone(read | write, 0), readers(read, read);
 
 struct opened : layer_file {
     opened(const std::u16string& path, const way& how, DWORD disposition = OPEN_EXISTING)
@@ -47,8 +50,9 @@ void make_kinds(const file_place& place) {
 // What opening says as long as nobody else has the file open.
 DWORD code_alone(const file_kind& kind, const way& how, bool as_root) {
     if ((how.needs & FILE_SHARE_WRITE) && kind.mode == 0444)
-        return 5;
-    return (how.needs & FILE_SHARE_READ) && kind.mode == 0222 && !as_root ? 5 : 0;
+        return codes::access_denied;
+    return (how.needs & FILE_SHARE_READ) && kind.mode == 0222 && !as_root ? codes::access_denied
+                                                                          : codes::none;
 }
 
 bool go_together(const way& first, const way& second) {
@@ -74,7 +78,7 @@ std::string run_matrix(const file_place& place, bool first_is_root, bool second_
                                         && !(first_is_root && second_is_root);
                 DWORD wanted = code_alone(kind, second, second_is_root);
                 if (wanted == 0 && (by_mistake || !go_together(first, second)))
-                    wanted = 32;
+                    wanted = codes::sharing_violation;
                 const DWORD code = opened(path, second).code;
                 if (code != wanted)
                     wrong << kind.name << ' ' << i << '+' << j << ": " << code << ", not " << wanted << "; ";
@@ -84,7 +88,7 @@ std::string run_matrix(const file_place& place, bool first_is_root, bool second_
     return wrong.str();
 }
 
-TEST_F(sharing, all_pairs_between_two_processes_of_the_same_or_different_users) {
+TEST_F(sharing, all_pairs_of_ways_to_open) {
     make_kinds(place);
     EXPECT_EQ(run_matrix(place, is_root(), is_root()), "");
     if (!is_root())
@@ -95,39 +99,40 @@ TEST_F(sharing, all_pairs_between_two_processes_of_the_same_or_different_users) 
     EXPECT_EQ(child.output, "<>");
 }
 
-TEST_F(sharing, a_refused_open_leaves_the_data_and_the_checks_have_their_order) {
+TEST_F(sharing, refused_opens) {
     make_kinds(place);
     const std::u16string path = place.long_path(u"plain"), read_only = place.long_path(u"read-only");
     {
         const holder child = opened_elsewhere(path, all_alone);
         for (const DWORD disposition : {CREATE_ALWAYS, OPEN_ALWAYS, TRUNCATE_EXISTING})
-            EXPECT_EQ(opened(path, write_alone, disposition).code, 32u);
-        EXPECT_EQ(opened(path, write_alone, CREATE_NEW).code, 80u);
+            EXPECT_EQ(opened(path, write_alone, disposition).code, codes::sharing_violation);
+        EXPECT_EQ(opened(path, write_alone, CREATE_NEW).code, codes::file_exists);
         EXPECT_EQ(place.read("plain"), "data");
     }
     // Who has emptied it without access for writing does not count as a writer afterwards.
-    for (const DWORD number : {1u, 5u, 6u, 4u}) {
-        const opened emptied(path, way(number), CREATE_ALWAYS);
-        EXPECT_EQ(emptied.code, 183u);
-        EXPECT_EQ(opened_elsewhere(path, way(5)).result(), go_together(way(number), way(5)) ? 0u : 32u);
+    for (const way& how : {way(0, read), readers, way(read, write), read_alone}) {
+        const opened emptied(path, how, CREATE_ALWAYS);
+        EXPECT_EQ(emptied.code, codes::already_exists);
+        EXPECT_EQ(opened_elsewhere(path, readers).result(),
+                  go_together(how, readers) ? codes::none : codes::sharing_violation);
     }
     const holder child = opened_elsewhere(read_only, read_alone);
-    EXPECT_EQ(opened(read_only, write_alone).code, 5u);
-    EXPECT_EQ(opened(read_only, read_alone).code, 32u);
-    EXPECT_EQ(code_of(DeleteFileW(read_only.c_str())), 32u);
+    EXPECT_EQ(opened(read_only, write_alone).code, codes::access_denied);
+    EXPECT_EQ(opened(read_only, read_alone).code, codes::sharing_violation);
+    EXPECT_EQ(code_of(DeleteFileW(read_only.c_str())), codes::sharing_violation);
 }
 
-TEST_F(sharing, ends_with_the_process_and_with_the_close_whoever_has_copies) {
+TEST_F(sharing, end_of_a_claim) {
     place.write("file", "data");
     const std::u16string path = place.long_path(u"file");
     holder killed = opened_elsewhere(path, all_alone);
-    EXPECT_EQ(opened(path, all_alone).code, 32u);
+    EXPECT_EQ(opened(path, all_alone).code, codes::sharing_violation);
     killed.end();
     opened mine(path, all_alone);
     EXPECT_EQ(mine.code, 0u);
-    EXPECT_EQ(opened(path, all_alone).code, 32u) << "within one process too";
+    EXPECT_EQ(opened(path, all_alone).code, codes::sharing_violation) << "within one process too";
     run_child([&] { mine.close(); });
-    EXPECT_EQ(opened(path, all_alone).code, 32u) << "a child has closed its copy";
+    EXPECT_EQ(opened(path, all_alone).code, codes::sharing_violation) << "a child has closed its copy";
     const holder copy([] { return 0u; }); // has one of the descriptor until it ends
     mine.close();
     EXPECT_EQ(opened(path, all_alone).code, 0u);
@@ -141,16 +146,17 @@ TEST_F(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
         place.write("file", "file");
         place.write("other", "other");
         const holder child = opened_elsewhere(path, way(i));
-        const DWORD in_use = way(i).needs != 0 ? 32 : 0;
+        const DWORD in_use = way(i).needs != 0 ? codes::sharing_violation : codes::none;
         EXPECT_EQ(code_of(MoveFileExW(path.c_str(), moved.c_str(), 0)), in_use);
         MoveFileExW(moved.c_str(), path.c_str(), 0);
-        EXPECT_EQ(code_of(MoveFileExW(other.c_str(), path.c_str(), 1)), in_use ? 5u : 0u);
+        EXPECT_EQ(code_of(MoveFileExW(other.c_str(), path.c_str(), 1)),
+                  in_use ? codes::access_denied : codes::none);
         EXPECT_EQ(code_of(DeleteFileW(path.c_str())), in_use);
         EXPECT_EQ(place.read("file"), in_use ? "file" : "");
     }
 }
 
-TEST_F(sharing, what_cannot_be_asked_for_want_of_descriptors_is_not_deleted_or_replaced) {
+TEST_F(sharing, callers_short_of_descriptors) {
     const std::u16string path = place.long_path(u"file"), other = place.long_path(u"other");
     place.write("file", "file");
     place.write("other", "other");
@@ -176,7 +182,7 @@ TEST_F(sharing, no_line_goes_to_a_file_that_is_gone) {
             continue;
         std::string written;
         for (int i = 0; i < 3000; ++i) {
-            const opened file(live, way(9), OPEN_ALWAYS);
+            const opened file(live, way(write, read), OPEN_ALWAYS);
             DWORD done;
             if (SetFilePointerEx(file, LARGE_INTEGER{}, nullptr, FILE_END)
                 && WriteFile(file, "line\n", 5, &done, nullptr))
@@ -193,7 +199,7 @@ TEST_F(sharing, no_line_goes_to_a_file_that_is_gone) {
         kept += place.read("away").size();
         // A writer that had it open already is about to find out that it was moved.
         while (!DeleteFileW(away.c_str()))
-            ASSERT_EQ(GetLastError(), 32u);
+            ASSERT_EQ(GetLastError(), codes::sharing_violation);
     }
     for (const char* report : reports)
         written += place.read(report).size();

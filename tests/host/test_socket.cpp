@@ -1,4 +1,5 @@
-// Sockets: codes by situation, readiness, ports, the port test, addresses, names.
+// Sockets: codes by situation, readiness, ports, the port test, addresses, names. About Linux: codes come from errno
+// values, and the network is a namespace.
 #include <sys/time.h>
 
 #include "support/test.h"
@@ -122,7 +123,7 @@ TEST(library, calls_need_it_and_a_socket) {
     EXPECT_EQ(outcome_of(ZU_socket(AF_INET, SOCK_STREAM, IPPROTO_UDP)), WSAEPROTONOSUPPORT);
 }
 
-TEST_F(sockets, streams_that_are_not_connected_fail_with_the_code_of_their_state) {
+TEST_F(sockets, codes_of_streams_by_state) {
     const held_socket fresh = stream_socket(), listener = listening_socket(),
                       idle = bound_socket(SOCK_STREAM);
     const sockaddr_in address = address_of(listener);
@@ -287,7 +288,7 @@ TEST_F(sockets, calls_go_on_after_signals_and_see_what_others_do) {
     other.join();
 }
 
-TEST_F(sockets, addresses_of_other_families_have_rules_of_their_own) {
+TEST_F(sockets, addresses_of_other_families) {
     const file_place place;
     sockaddr_un path{AF_UNIX, ""};
     const std::string name = place.host_path("s");
@@ -461,7 +462,7 @@ std::u16string looked_up(const ZU_wchar* name) {
     return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
 }
 
-TEST_F(sockets, name_of_this_computer_and_what_nobody_is_asked_for) {
+TEST_F(sockets, own_name_and_odd_names) {
     ZU_wchar name[65];
     ASSERT_EQ(ZU_gethostname(name, 65), 1);
     const uint32_t length = static_cast<uint32_t>(std::u16string(name).size());
@@ -495,7 +496,7 @@ void answer(int server) {
     }
 }
 
-TEST_F(sockets, the_resolver_answers_in_codes_and_a_lonely_network_has_no_routes) {
+TEST_F(sockets, codes_of_the_resolver_and_without_routes) {
     const file_place place;
     place.write("resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
     const std::string configuration = place.host_path("resolv.conf");

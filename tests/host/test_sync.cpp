@@ -1,4 +1,5 @@
-// Thread locks, events, semaphores and waits: results, codes, and what must hold when many threads meet.
+// Thread locks, events, semaphores and waits: results, codes, and what must hold when many threads meet. About Linux:
+// futexes stand for the objects, and whether a thread sleeps is read in /proc.
 #include "support/test.h"
 
 namespace {

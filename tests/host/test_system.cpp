@@ -1,4 +1,5 @@
-// The operating-system description, for systems that nobody here owns, and dynamic libraries.
+// The operating-system description, for systems that nobody here owns, and dynamic libraries. About Linux: the loader
+// of the host, and ELF objects made by its compiler.
 #include <dlfcn.h>
 #include <sys/utsname.h>
 
@@ -230,7 +231,7 @@ TEST_F(libraries, failures_have_their_codes) {
     EXPECT_EQ(starved.output, "4 4 ");
 }
 
-TEST_F(libraries, what_a_library_wants_is_searched_in_its_folder_first) {
+TEST_F(libraries, search_for_dependencies) {
     place.make_directory("parts");
     build("parts/libzu-test-base.so", "int base(void) { return 5; }"); // without a name inside
     if (IsSkipped())

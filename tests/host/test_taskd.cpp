@@ -1,4 +1,5 @@
-// taskd as a user meets it: what it says of a task file, what it runs, and how it ends.
+// taskd as a user meets it: what it says of a task file, what it runs, and how it ends. About Linux: a shell runs it,
+// and signals end it.
 #include "support/test.h"
 
 namespace {
@@ -18,10 +19,10 @@ protected:
         return run_command("cd " + place_.host_path() + "; taskd=" + program + "; " + text);
     }
     const file_place place_; // has a registry and services of its own
-    const std::string path_ = place_.host_path("file"), port_ = std::to_string(20000 + getpid() % 20000);
+    const std::string path_ = place_.host_path("file"), port_ = std::to_string(port_of_our_own());
 };
 
-TEST_F(taskd, reports_what_it_cannot_understand_and_shows_what_comes) {
+TEST_F(taskd, bad_lines_and_next_firings) {
     const std::string start = " | 2024-01-01 00:00 | ";
     const std::string bad[][2] = {
         {"only | three | \x80\xff", "a task is: name | rule | start [to end] | exclusions | action text"},
@@ -59,7 +60,7 @@ TEST_F(taskd, reports_what_it_cannot_understand_and_shows_what_comes) {
     EXPECT_EQ(result.exit_code, 1);
 }
 
-TEST_F(taskd, logs_rotates_digests_cleans_answers_and_stops_whatever_its_clients_do) {
+TEST_F(taskd, a_whole_run_with_rude_clients) {
     std::string tasks = "job | daily 1 | 2037-01-01 00:00 | | print done\n";
     for (const char* action : {"print  Grüße | und mehr ", "probe nowhere", "digest d/new.tmp",
                                "clean d *.tmp 1d", "clean d * soon", "digest d/none"})
@@ -70,9 +71,11 @@ TEST_F(taskd, logs_rotates_digests_cleans_answers_and_stops_whatever_its_clients
     const outcome result = script("port=" + port_ + R"(; ask() { $taskd --ask 127.0.0.1:$port "$1"; }
         mkdir d; for name in old.tmp older.TMP new.tmp old.txt future.tmp; do echo -n abc >d/$name; done
         touch -d '2 days ago' d/old*; touch -d @5000000000 d/future.tmp
-        $taskd --for 20 --trace --log log --log-size 500 --log-keep 3 --port $port >out & sleep 1
+        $taskd --for 60 --trace --log log --log-size 500 --log-keep 3 --port $port >out &
+        until ask status; do sleep 0.1; done >/dev/null 2>&1
         (exec 3<>/dev/tcp/127.0.0.1/$port; sleep 5) 2>/dev/null &
-        (head -c 100000 /dev/zero >/dev/tcp/127.0.0.1/$port) 2>/dev/null & sleep 2
+        (head -c 100000 /dev/zero >/dev/tcp/127.0.0.1/$port) 2>/dev/null &
+        until grep -q 'nothing deleted' out && [ -e log.2 ]; do sleep 0.1; done
         ask 'run job'; ask status; ask 'run nothing'; ask stop; wait %1; cat out log.errors; ls d log*)");
     for (const char* text :
          {"job runs\n", "job: ", "next 2037-01-01 00:00:00\n", "no task is called \"nothing\"\n",
@@ -99,7 +102,7 @@ TEST_F(taskd, tells_how_it_is_used) {
     }
 }
 
-TEST_F(taskd, runs_once_under_a_name_and_again_after_a_killed_one) {
+TEST_F(taskd, single_instance) {
     place_.write("tasks.txt", "");
     const std::string name = "taskd test " + std::to_string(getpid());
     const outcome result = script("name='" + name + R"('

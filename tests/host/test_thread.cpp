@@ -1,4 +1,5 @@
-// Threads, their ends and exit codes, stacks, sleeping, clocks and identifiers.
+// Threads, their ends and exit codes, stacks, sleeping, clocks and identifiers. About Linux: stacks and identifiers of
+// the host, with limits on memory.
 #include <pthread.h>
 
 #include "support/test.h"

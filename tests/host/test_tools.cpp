@@ -1,4 +1,5 @@
-// The command `zu`, run as an administrator runs it: what it says is what the library then does.
+// The command `zu`, run as an administrator runs it: what it says is what the library then does. About Linux: the
+// command shows where the layer keeps its files.
 #include <sys/prctl.h>
 
 #include "support/test.h"
@@ -52,7 +53,7 @@ TEST(command, is_misused_or_fails_with_a_reason_and_a_status) {
     EXPECT_NE(zu("info").error_output.find("/nonexistent is missing"), std::string::npos);
 }
 
-TEST(command, tells_and_sets_where_paths_lead_as_root_and_as_an_ordinary_user) {
+TEST(command, paths_and_drives) {
     as_both_users([](const file_place& place) {
         place.make_directory("Data");
         place.write("Data/Report.TXT", "x");
@@ -73,7 +74,7 @@ TEST(command, tells_and_sets_where_paths_lead_as_root_and_as_an_ordinary_user) {
     });
 }
 
-TEST(command, changes_registry_files_in_every_encoding_and_keeps_what_it_does_not_understand) {
+TEST(command, registry_files_in_every_encoding) {
     as_both_users([](const file_place& place) {
         setenv("HOME", place.host_path().c_str(), 1);
         const std::string copy = place.host_path("copy.reg"),

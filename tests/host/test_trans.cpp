@@ -1,4 +1,5 @@
-// Transports: construction and its failures, time-outs, lost peers, many connections at once.
+// Transports: construction and its failures, time-outs, lost peers, many connections at once. About Linux: limits on
+// descriptors, and sockets of the host.
 #include "support/test.h"
 #include "zu/zu_trans.h"
 
@@ -62,7 +63,8 @@ TEST_F(trans, refuse_what_they_cannot_do_and_leave_nothing) {
         const uint16_t port = port_of(server->socket), closed_port = port_of(idle);
         const transport client = client_of(server), datagrams = server_on(0, ZU_TRANS_UDP),
                         datagram_client = client_on(port_of(datagrams->socket), ZU_TRANS_UDP);
-        ASSERT_TRUE(client && datagram_client);
+        ASSERT_TRUE(client);
+        ASSERT_TRUE(datagram_client);
         for (const transport* one : {&server, &datagrams, &datagram_client}) {
             EXPECT_EQ(send(*one, "x"), refused);
             EXPECT_EQ(receive(*one), refused);
@@ -159,7 +161,8 @@ TEST_F(trans, a_thousand_connections_at_once) {
     for (size_t i = 0; i < 1000; ++i) {
         clients.push_back(client_of(server));
         accepted.push_back(accepted_from(server));
-        ASSERT_TRUE(clients.back() && accepted.back()) << i << ": " << GetLastError();
+        ASSERT_TRUE(clients.back()) << i << ": " << GetLastError();
+        ASSERT_TRUE(accepted.back()) << i << ": " << GetLastError();
         ASSERT_NE(send(clients.back(), std::to_string(i)), out_of_time) << i;
     }
     ASSERT_GT(accepted.back()->socket, 1023u);

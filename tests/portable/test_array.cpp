@@ -38,11 +38,14 @@ TEST(array, random_adds_and_deletes_against_a_model) {
                 ASSERT_EQ(array.items[model.size()], nullptr) << "the place that became free";
             }
         }
-        ASSERT_TRUE(array.count == model.size() && array.capacity == capacity) << "in fours, and never less";
+        ASSERT_EQ(std::pair(size_t{array.count}, size_t{array.capacity}),
+                  std::pair(model.size(), size_t{capacity}))
+            << "in fours, and never less";
     }
     EXPECT_TRUE(std::equal(model.begin(), model.end(), array.items));
     ZU_DAFreeItems(&array);
-    EXPECT_TRUE(array.count == 0 && array.capacity == 0 && array.items == nullptr);
+    EXPECT_EQ(array.items, nullptr);
+    EXPECT_EQ(std::pair(array.count, array.capacity), std::pair(0u, 0u));
     EXPECT_FALSE(ZU_DADeleteItemByIndex(&array, 0) || ZU_DADeleteItemByValue(&array, nullptr));
     ZU_DAFreeItems(&array);
 }

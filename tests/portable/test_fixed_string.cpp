@@ -23,7 +23,8 @@ TEST(fixed_string, the_block_follows_the_length_that_was_held) {
     EXPECT_NE(copy.text, s.text);
     ZU_fixed_s_destroy(&s);
     ZU_fixed_s_assign_s(&copy, &s);
-    EXPECT_TRUE(copy.text == nullptr && copy.length == 0);
+    EXPECT_EQ(copy.text, nullptr);
+    EXPECT_EQ(copy.length, 0u);
 }
 
 TEST(fixed_string, the_serialised_form_counts_bytes_of_the_encoding) {
@@ -42,7 +43,7 @@ TEST(fixed_string, the_serialised_form_counts_bytes_of_the_encoding) {
     }
 }
 
-TEST(buffer, grows_in_fours_keeps_what_it_is_told_and_hands_over) {
+TEST(buffer, growth_and_ownership) {
     ZU_buf b = {}, other = {};
     ZU_buf_append(&b, 0, "", 0);
     EXPECT_EQ(b.data, nullptr);
@@ -67,7 +68,8 @@ TEST(buffer, grows_in_fours_keeps_what_it_is_told_and_hands_over) {
     ZU_free(data);
     ZU_buf_get_ex(&b, 1, 0);
     ZU_buf_destroy(&b);
-    EXPECT_TRUE(b.data == nullptr && b.capacity == 0);
+    EXPECT_EQ(b.data, nullptr);
+    EXPECT_EQ(b.capacity, 0u);
     ZU_buf_destroy(nullptr);
 }
 

@@ -117,7 +117,7 @@ TEST(hash_table, random_calls_against_a_model) {
     }
 }
 
-TEST(hash_table, empty_tables_clear_use_after_destroy_and_other_callbacks) {
+TEST(hash_table, empty_and_destroyed_tables) {
     table_and_model both(3, modulo_3);
     ZU_hash_table& table = both.table;
     for (int round = 0; round < 2; ++round) {

@@ -52,7 +52,7 @@ TEST_F(holidays, keep_their_order_and_refuse_repeats) {
     EXPECT_EQ(all(), days{}) << "it can start again";
 }
 
-TEST_F(holidays, threads_fill_and_ask_at_once_in_room_that_grows_by_eight_and_stays) {
+TEST_F(holidays, threads_that_fill_and_ask_at_once) {
     crew fillers;
     for (uint32_t month = 0; month < 4; ++month) {
         fillers.add([this, month] {

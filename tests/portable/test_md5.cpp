@@ -8,7 +8,8 @@ std::string digest_of(const std::vector<uint8_t>& bytes) {
     uint8_t area[18];
     std::memset(area, 0x5A, sizeof area);
     ZU_md5_hash(bytes.data(), static_cast<uint32_t>(bytes.size()), area + 1);
-    EXPECT_TRUE(area[0] == 0x5A && area[17] == 0x5A) << "16 bytes and no more";
+    EXPECT_EQ(std::pair(area[0], area[17]), std::pair(uint8_t{0x5A}, uint8_t{0x5A}))
+        << "16 bytes and no more";
     ZU_wchar text[33];
     ZU_bin2hex(area + 1, 16, text);
     return narrow(ZU_strlwr(text));

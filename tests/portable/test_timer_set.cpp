@@ -157,7 +157,7 @@ TEST(timer_set, run_now_needs_no_schedule) {
         EXPECT_EQ(t.calls, 1) << t.key;
 }
 
-TEST(timer_set, a_request_ends_with_its_entry_or_with_the_next_start) {
+TEST(timer_set, end_of_a_request) {
     scoped_set set(1);
     task one(1), two(2);
     for (const bool starts : {false, true}) {

@@ -53,19 +53,22 @@ protected:
 TEST_F(timers, list_texts) {
     using list = std::vector<int32_t>;
     const struct {
+        const char* name;
         text list_text;
         list months, days; // as read with 1 to 12, and with -31 to 31
     } rows[] = {
-        // clang-format off
-        {u"1;3,5|7:9", {1, 3, 5, 7, 9}, {1, 3, 5, 7, 9}}, {u"9,1,1,13,0", {1, 9}, {0, 1, 9, 13}}, {u"1 2", {1}, {1}},
-        {u" 12,-31,31,32,-32,+4,5x,-1", {4, 5, 12}, {-31, -1, 4, 5, 12, 31}}, {u"|;:,", {}, {}}, {nullptr, {}, {}},
-        // clang-format on
+        {"every separator", u"1;3,5|7:9", {1, 3, 5, 7, 9}, {1, 3, 5, 7, 9}},
+        {"order and twins", u"9,1,1,13,0", {1, 9}, {0, 1, 9, 13}},
+        {"a space ends it", u"1 2", {1}, {1}},
+        {"limits", u" 12,-31,31,32,-32,+4,5x,-1", {4, 5, 12}, {-31, -1, 4, 5, 12, 31}},
+        {"separators only", u"|;:,", {}, {}},
+        {"null", nullptr, {}, {}},
     };
     for (const auto& row : rows) {
         const timer_ptr timer = daily(u"2006-05-01 08:00", nullptr, nullptr, 1, row.list_text, row.list_text);
         const ZU_int_list &months = timer->excluded_months, &days = timer->excluded_days;
-        EXPECT_EQ(list(months.values, months.values + months.count), row.months) << &row - rows;
-        EXPECT_EQ(list(days.values, days.values + days.count), row.days) << &row - rows;
+        EXPECT_EQ(list(months.values, months.values + months.count), row.months) << row.name;
+        EXPECT_EQ(list(days.values, days.values + days.count), row.days) << row.name;
     }
 }
 
@@ -99,10 +102,12 @@ TEST_F(timers, lateness_low_mark_and_last_firing) {
         bool due;
         ZU_time_t last_after;
     } rows[] = {
-        // clang-format off
-        {"early", 60, 0, 0, eight - 1, false, 0},             {"a negative limit", -1, 0, 0, eight, false, 0},
-        {"late", 60, 0, 0, eight + 60, true, eight},          {"too late", 60, 0, 0, eight + 61, false, 0},
-        {"any time", 0, 0, 0, eight + day - 1, true, eight},  {"no such time", 0, 0, -10, -5, false, 0},
+        {"early", 60, 0, 0, eight - 1, false, 0},
+        {"a negative limit", -1, 0, 0, eight, false, 0},
+        {"late", 60, 0, 0, eight + 60, true, eight},
+        {"too late", 60, 0, 0, eight + 61, false, 0},
+        {"any time", 0, 0, 0, eight + day - 1, true, eight},
+        {"no such time", 0, 0, -10, -5, false, 0},
         {"fired already", 60, eight, 0, eight + 1, false, eight},
         {"fired the day before", 60, eight - day, eight + 1, eight + 2, true, eight},
         {"fired, but off the grid", 60, eight - 1, 0, eight, true, eight},
@@ -110,7 +115,6 @@ TEST_F(timers, lateness_low_mark_and_last_firing) {
         {"a point before the low mark", 60, eight - day, eight + 2, eight + 1, false, eight - day},
         {"low just before it", 0, 0, eight - 1, eight + 3600, true, eight},
         {"low at the start itself", 0, 0, start, start + 5, true, start},
-        // clang-format on
     };
     for (const auto& row : rows) {
         const timer_ptr timer = daily(u"2006-05-01 08:00");

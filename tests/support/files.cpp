@@ -118,7 +118,8 @@ layer_file::layer_file(const std::u16string& path, uint32_t access, uint32_t dis
     SetLastError(0xABCD);
     handle_ = platform::CreateFileW(path.c_str(), access, share, nullptr, disposition, flags, nullptr);
     code = GetLastError();
-    EXPECT_EQ(handle_ != INVALID_HANDLE_VALUE, code == 0 || code == 183) << code << ' ' << narrow(path);
+    EXPECT_EQ(handle_ != INVALID_HANDLE_VALUE, code == codes::none || code == codes::already_exists)
+        << code << ' ' << narrow(path);
 }
 
 void layer_file::close() {
