@@ -76,7 +76,7 @@ bool has_several_processors() {
     return several;
 }
 
-// The instruction takes from a few nanoseconds to more than a hundred, depending on the processor.
+// The pause instruction takes from a few nanoseconds to more than a hundred, depending on the processor.
 unsigned pauses_in_first_turn() {
     static const unsigned measured = [] {
         constexpr long sample = 64;
@@ -115,8 +115,8 @@ void lock_word::lock_slowly(std::atomic<uint32_t>& word) {
     for (;;) {
         uint32_t state = word.load(std::memory_order_relaxed);
         if (state == is_free || (state == is_handed && has_slept)) {
-            // Taken as contended: others may sleep besides us, and one wake too many is harmless. Acquire: as in
-            // try_lock.
+            // We take the lock as contended: others may sleep besides us, and one wake too many is harmless.
+            // Acquire: as in try_lock.
             if (word.compare_exchange_weak(state, is_contended, std::memory_order_acquire,
                                            std::memory_order_relaxed))
                 return;
@@ -136,8 +136,8 @@ void lock_word::unlock_slowly(std::atomic<uint32_t>& word) {
     // Release: as in unlock.
     while (!word.compare_exchange_weak(state, state == is_starving ? is_handed : is_free,
                                        std::memory_order_release, std::memory_order_relaxed)) {}
-    // Handed over, the lock goes to the thread that this wakes, or to one that is awake after a sleep: the thread that
-    // set the mark is asleep or on its way here.
+    // A lock that is handed over goes to the thread that this call wakes, or to another that has slept already. One
+    // of them will come: the thread that marked the lock as starving is asleep, or about to try again.
     wake_on(&word, 1);
 }
 

@@ -32,9 +32,9 @@ bool sleep_on(const std::atomic<uint32_t>* word, uint32_t expected, const deadli
 // the word's memory has been released since.
 void wake_on(const std::atomic<uint32_t>* word, int count);
 
-// Waiting for another processor in turns that double. In a longer turn the word that is waited for stays in the other
-// processor's cache, which can do many pieces of work in the meantime, where short turns would have the two take it
-// from each other for every single one.
+// Spinning until another processor changes a word, in turns that double in length. During a long turn the word stays in
+// the other processor's cache, which can change it many times. Short turns would move it between the two caches for
+// every single change.
 class backoff {
 public:
     // All turns together take about as long as falling asleep and being woken.

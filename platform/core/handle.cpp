@@ -12,7 +12,7 @@ std::atomic<uint32_t> places_used{1}; // places that have ever been handed out; 
 
 // The free places form a stack: each holds the number of the next. The head carries a count of changes beside the
 // number of the first (0: none), so that a head that has been taken and put back meanwhile is not mistaken for an
-// unchanged one. There is no lock that a fork in the middle of a change could leave held in the child.
+// unchanged one. A lock would not do: a fork in the middle of a change would leave it held in the child.
 std::atomic<uint64_t> free_head{0};
 
 constexpr uint32_t number_in(uint64_t head) {
@@ -45,7 +45,7 @@ void give_back(uint32_t number) {
     uint64_t head = free_head.load(std::memory_order_relaxed);
     do {
         handle_slot(number).store((uintptr_t{number_in(head)} << 1) | free_mark, std::memory_order_relaxed);
-        // Release: who takes the place sees the number of the next one.
+        // Release: the thread that takes the place sees the number of the next one.
     } while (!free_head.compare_exchange_weak(head, head_after(head, number), std::memory_order_release,
                                               std::memory_order_relaxed));
 }

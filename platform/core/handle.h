@@ -13,15 +13,15 @@
 
 namespace platform {
 
-// A handle of a new object, whose first reference it takes over. Null, with the code set, for a null object (no
-// memory: 8) and when the process has all the handles it can have (1450); the object is closed and released then.
+// A handle of a new object, whose first reference it takes over. Null, with the code set, in two cases: for a null
+// object, which `new` gave for want of memory, 8 (ERROR_NOT_ENOUGH_MEMORY); and when the process has all the handles
+// that it can have, 1450 (ERROR_NO_SYSTEM_RESOURCES), where the object is closed and released.
 HANDLE new_handle(object* opened, uintptr_t mark = 0);
 
 // The table: a place holds the address of an object, maybe with a mark, or is free, which its lowest bit or 0 says.
 inline constexpr uintptr_t free_mark = 1;
 inline constexpr uintptr_t guarded_mark = 2; // an object to be found under a lock, as guarded_object_of tells
-inline constexpr uintptr_t waitable_mark =
-    4; // a `waitable`, so that a wait need not ask the object what it is
+inline constexpr uintptr_t waitable_mark = 4; // a `waitable`: a wait need not ask the object what it is
 inline constexpr uintptr_t all_marks = free_mark | guarded_mark | waitable_mark;
 static_assert(__STDCPP_DEFAULT_NEW_ALIGNMENT__ > all_marks);
 inline constexpr uintptr_t handles_at_most = uintptr_t{1} << 20;
@@ -46,7 +46,7 @@ inline object* marked_object_in(uintptr_t content, uintptr_t mark) {
     return found ? reinterpret_cast<object*>(content & ~all_marks) : nullptr;
 }
 
-// The object of a value that names none in the table: that of the pseudo handles, or null with code 6.
+// The object of a value that names no place in the table: the one of the pseudo handles, or null with code 6.
 object* pseudo_object_of(HANDLE handle);
 
 // The object of a handle; null with code 6 when there is none. The pseudo handles -1 and -2, this process and this

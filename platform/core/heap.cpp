@@ -17,7 +17,7 @@ HLOCAL LocalFree(HLOCAL block) {
     return nullptr;
 }
 
-// Its address is the heap's handle.
+// The address of this byte is the heap's handle.
 static constexpr char process_heap = 0;
 
 HANDLE GetProcessHeap() {

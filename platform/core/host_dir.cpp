@@ -27,15 +27,17 @@ const char* absolute_path_of(const char* given) {
             return value->absolute.c_str();
     }
     char* directory = getcwd(nullptr, 0);
+    // Without a working directory a relative path leads nowhere, so it may as well stay as it is.
     if (!directory)
-        return given; // which leads nowhere either
+        return given;
     auto* const fresh = new relative_value{given, std::string(directory) + '/' + given, seen.load()};
     std::free(directory);
     while (!seen.compare_exchange_weak(fresh->next, fresh, std::memory_order_acq_rel)) {}
     return fresh->absolute.c_str();
 }
 
-// Asked when the library is loaded, so that a relative value counts from where the process is then.
+// The first call is made when the library is loaded, so that a relative value counts from the directory in which the
+// process was started.
 [[maybe_unused]] const char* const at_the_start = host_directory();
 
 bool is_variable(const char* entry) {

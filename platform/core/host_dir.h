@@ -13,7 +13,7 @@ inline constexpr const char* standard_host_directory = "/var/lib/zu";
 // until the environment changes.
 const char* host_directory();
 
-// The path of something in it: in_host_directory("registry.reg").
+// The path of an entry of the host directory: in_host_directory("registry.reg").
 std::string in_host_directory(const char* relative);
 
 // Tells whether host_directory() may give another path than when it was last asked, without a search of the
@@ -23,7 +23,7 @@ public:
     bool may_have_changed();
 
 private:
-    // As the environment was when it was last searched.
+    // The environment as it was at the last search.
     char** environment_ = nullptr;
     bool is_set_ = false;
     size_t at_ = 0;               // the index of the variable; of the last one when it is not set

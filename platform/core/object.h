@@ -1,4 +1,4 @@
-// Inside the layer: what stands behind a handle, as handle.h has it.
+// Inside the layer: the objects that handles stand for. The handles themselves are in handle.h.
 //
 // A source that offers objects of its own derives a class from `object`:
 //
@@ -12,8 +12,8 @@
 //     return new_handle(new (std::nothrow) search);           // null with code 8 when there is no memory
 //     search* found = object_of<search>(handle);              // null with code 6 for anything else
 //
-// An object lives while its handle is open or something else counts on it (see `kept`): a thread that sleeps on it,
-// the thread that it stands for.
+// An object lives while its handle is open or something else has a reference (see `kept`): a thread that sleeps on the
+// object, or the thread that the object stands for.
 #pragma once
 
 #include <atomic>
@@ -24,7 +24,7 @@ namespace platform {
 
 class waitable;
 
-// Tells the kinds of objects apart, by its address.
+// One kind of objects. Its address tells it from the other kinds.
 struct object_kind {
     char unused = 0;
 };
@@ -36,11 +36,13 @@ public:
     object(const object&) = delete;
     object& operator=(const object&) = delete;
 
-    // The handle is being closed, for good and whatever this says: 0, or the code of what could not be finished.
+    // Called while the handle is being closed. 0, or the code of the work that could not be finished; the handle is
+    // gone in either case.
     virtual DWORD close() { return ERROR_SUCCESS; }
 
     // Waits for the object, up to a time-out in milliseconds: WAIT_OBJECT_0 or WAIT_ABANDONED_0 when it is taken,
-    // WAIT_TIMEOUT, or WAIT_FAILED with the code set. An object that nobody can wait for fails with 6.
+    // WAIT_TIMEOUT, or WAIT_FAILED with the code set. An object that nobody can wait for fails with
+    // 6 (ERROR_INVALID_HANDLE).
     virtual DWORD wait(DWORD milliseconds);
 
     // The object as one that can be waited for together with others; null, with the code set, when it cannot.
@@ -62,7 +64,7 @@ private:
     std::atomic<uint32_t> references_{1}; // the first belongs to the handle
 };
 
-// Counts on an object for the length of a scope.
+// A reference to an object for the length of a scope.
 class kept {
 public:
     explicit kept(object* counted) : object_(counted) { object_->keep(); }

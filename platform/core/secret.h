@@ -6,7 +6,7 @@
 
 namespace platform {
 
-// Of a fixed size, so that no growth leaves a copy behind.
+// The size is fixed, so that no growth leaves a copy behind.
 class secret {
 public:
     explicit secret(size_t size) : bytes_(size) {}

@@ -22,7 +22,7 @@ namespace platform {
 
 namespace {
 
-// An object of the process that is asked for, and the name under which the loader has it.
+// The loaded file, program or library, that holds an address, and the name by which the loader knows it.
 struct own_object {
     uintptr_t address;
     bool is_program;
@@ -42,8 +42,8 @@ int look_at(dl_phdr_info* object, size_t, void* wanted) {
     return 1;
 }
 
-// The folder that this code was loaded from, with its slash: the library's, or that of a program that contains it. A
-// program's name here is what it was started by, so the system is asked for its path.
+// The folder that this code was loaded from, with its slash: the library's, or that of a program that contains it. The
+// loader knows a program only by the name it was started by, so the kernel is asked for the program's path.
 std::string own_folder() {
     own_object own{reinterpret_cast<uintptr_t>(&look_at), false, {}};
     dl_iterate_phdr(look_at, &own);

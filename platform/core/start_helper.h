@@ -15,7 +15,7 @@ std::string helper_path();
 
 // Starts `zu-helper COMMAND` in a session of its own, with a descriptor as its standard input (-1: none) and nothing
 // else of ours: no signal settings, no environment but what is given, no descriptors but those listed, whose numbers
-// are its further arguments. Its process, or -1 with errno.
+// are its further arguments. Gives its pid, or -1 with errno.
 pid_t start_helper(const char* command, int standard_input, std::initializer_list<int> descriptors = {},
                    std::vector<std::string> environment = {});
 

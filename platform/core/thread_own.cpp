@@ -32,8 +32,8 @@ void release_at_thread_end(owned_kind& kind) {
         kind.next = kinds.load(std::memory_order_relaxed);
         while (!kinds.compare_exchange_weak(kind.next, &kind, std::memory_order_release)) {}
     }
-    pthread_setspecific(ending_key(),
-                        &kinds); // any value but null; a destructor that asks again is called again
+    // Any value but null has release_all called. When that sets the key again, it is called again.
+    pthread_setspecific(ending_key(), &kinds);
 }
 
 } // namespace platform

@@ -8,7 +8,7 @@ namespace platform {
 
 // One kind of object that threads own, in the list of all kinds.
 struct owned_kind {
-    void (*release)(); // the calling thread's, if it has one
+    void (*release)(); // releases the calling thread's object, if it has one
     std::atomic<bool> is_listed{false};
     owned_kind* next = nullptr;
 };
@@ -17,9 +17,9 @@ struct owned_kind {
 // thread_local object, ends the process when there is no memory to note the destructor; here the object then stays.
 void release_at_thread_end(owned_kind& kind);
 
-// Made when the thread first asks, released when it ends. Destructors that run after that may still ask, and get a fresh
-// one, which a plain thread_local object would not give them. And the thread's storage holds a pointer alone: a library
-// whose objects lie there whole can be too large to be loaded by a program that runs already.
+// The object is made when the thread first asks, and released when the thread ends. A destructor that runs later may
+// still ask and gets a fresh object, which a plain thread_local would not give. Only a pointer lies in TLS: a library
+// that is loaded into a running program gets little static TLS space.
 template <class Value>
 class thread_own {
 public:

@@ -12,7 +12,7 @@ namespace {
 
 constinit std::atomic<uint32_t> several_lock{lock_word::is_free};
 
-// In a forked child no other thread is there to give it back.
+// A forked child has no other thread that could give the lock back.
 [[maybe_unused]] const int fork_handler =
     pthread_atfork(nullptr, nullptr, [] { several_lock.store(lock_word::is_free); });
 

@@ -25,7 +25,8 @@ struct sleeper {
     static constexpr uint32_t waiting = 0xFFFFFFFF;
     static constexpr uint32_t timed_out = 0xFFFFFFFE;
 
-    sleeper() = default; // It wants any of its objects.
+    // Waits for any one of the objects, or for all of them.
+    sleeper() = default;
     sleeper(queue_entry* entries, uint32_t count) : all(entries), all_count(count) {}
 
     // Settles how the wait ends: with the index of the object that releases it, or timed_out. Only the first one who
@@ -47,8 +48,8 @@ struct sleeper {
     }
 
     std::atomic<uint32_t> outcome{waiting};
-    queue_entry* const all =
-        nullptr; // its places in the queues of all its objects; null: it wants any of them
+    // The sleeper's entries in the queues of all its objects; null for a wait for any one of them.
+    queue_entry* const all = nullptr;
     const uint32_t all_count = 0;
 };
 
@@ -58,7 +59,7 @@ class waitable;
 struct queue_entry {
     sleeper* who = nullptr;
     waitable* of = nullptr;
-    uint32_t index = 0; // The object's, among those that the sleeper waits for.
+    uint32_t index = 0; // the place of this object among those that the sleeper waits for
     queue_entry* next = nullptr;
     queue_entry** link = nullptr; // what points here; null: in no queue
 };
@@ -139,7 +140,7 @@ private:
     static constexpr uint32_t count_mask = queued - 1;
 
     const bool stays_;
-    std::atomic<uint8_t> spins_{backoff::turns_at_most}; // Turns of spinning before a sleep.
+    std::atomic<uint8_t> spins_{backoff::turns_at_most}; // turns of spinning before a sleep
     std::atomic<uint32_t> state_;
     std::atomic<uint32_t> lock_{lock_word::is_free};
     uint32_t for_all_ = 0; // how many in the queue want all of their objects

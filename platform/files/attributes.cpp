@@ -52,12 +52,14 @@ private:
     std::string text_;
 };
 
-// New in Linux 6.13, and of the same numbers everywhere: extended attributes of an entry, without a walk to its directory.
+// System calls that are new in Linux 6.13: extended attributes of an entry, without a walk to its directory. Their
+// numbers are the same on all architectures.
 constexpr long getxattrat_number = 464;
 constexpr long listxattrat_number = 465;
 std::atomic<bool> has_calls_at{true};
 
-struct xattr_arguments { // of the kernel
+// The kernel's record for getxattrat.
+struct xattr_arguments {
     alignas(8) uint64_t value;
     uint32_t size;
     uint32_t flags;
@@ -122,7 +124,7 @@ bool remove(const attribute_holder& to, const char* name) {
     return result == 0 || errno == ENODATA || errno == EOPNOTSUPP;
 }
 
-// New in Linux 6.6: the mode of a bare descriptor's file.
+// A system call that is new in Linux 6.6: it changes the mode of a bare descriptor's file.
 constexpr long fchmodat2_number = 452;
 
 bool change_mode(const attribute_holder& to, mode_t mode) {
@@ -133,7 +135,7 @@ bool change_mode(const attribute_holder& to, mode_t mode) {
            || whole_path(to).call([mode](const char* path) { return chmod(path, mode); }) == 0;
 }
 
-// Errors that leave a file without stored attributes: there are none, or the caller may not read them.
+// Errors that count as "nothing is stored": there are no extended attributes, or the caller may not read them.
 bool is_nothing(int error) {
     return error == ENODATA || error == EOPNOTSUPP || error == EACCES || error == EPERM;
 }
@@ -158,8 +160,8 @@ bool set_number(const attribute_holder& to, const char* name, uint64_t number) {
     return set(to, name, {text, static_cast<size_t>(size)});
 }
 
-// Read from /proc, and never changed for a moment to be read: other threads may be creating files. What cannot be read
-// counts as the narrowest that is usual, so that nobody is given more than they should have.
+// The umask is read from /proc: umask(2) tells it only by changing it, and other threads may be creating files. A umask
+// that cannot be read counts as 077, the narrowest that is usual, so that nobody is given more than they should have.
 mode_t current_umask() {
     char line[128];
     unsigned mask = 077;

@@ -14,8 +14,8 @@
 
 namespace platform {
 
-// What attributes are read from: a name below a directory, or without one the descriptor itself. Only descriptors are
-// written to: a name may have come to be another file's since its mode was read.
+// The item that attributes are read from: a name below a directory, or a descriptor. Attributes are written to
+// descriptors alone: a name may have become another file's since its mode was read.
 struct attribute_holder {
     int at;
     const char* name;     // null: `at` is the descriptor
@@ -35,7 +35,8 @@ struct stored_attributes {
     uint64_t created = 0; // a file time; 0: never set
 };
 
-// One call when nothing is stored, as is the rule. 0 or a code; what the caller may not read counts as not stored.
+// Reads what is stored, with a single system call for the usual file, which has nothing stored. 0 or a code; attributes
+// that the caller may not read count as not stored.
 DWORD read_stored(const attribute_holder& from, stored_attributes& out);
 
 // The attribute bits alone.

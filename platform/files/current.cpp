@@ -29,7 +29,7 @@ std::string executable() {
         }
         path.resize(2 * path.size());
     }
-    // The host marks a file that has been deleted or replaced since the start.
+    // The kernel marks the path of an executable that has been deleted or replaced since the start.
     constexpr std::string_view mark = " (deleted)";
     if (path.ends_with(mark) && access(path.c_str(), F_OK) != 0)
         path.resize(path.size() - mark.size());
@@ -60,7 +60,7 @@ DWORD GetCurrentDirectoryW(DWORD size, WCHAR* out) {
 
 DWORD GetModuleFileNameW(HMODULE module, WCHAR* out, DWORD size) {
     if (module)
-        return fail<DWORD>(ERROR_MOD_NOT_FOUND); // libraries are not asked for
+        return fail<DWORD>(ERROR_MOD_NOT_FOUND); // families ask for the executable alone
     const std::string host = executable();
     if (host.empty())
         return fail<DWORD>(code_of_errno(errno));

@@ -33,7 +33,7 @@ DWORD remove_link(int at, const char* name) {
     return unlink_entry(at, name, 0);
 }
 
-// The status of the place itself, a link for one. 0 or a code.
+// The status of the entry itself: for a link, that of the link. 0 or a code.
 DWORD look_at(place& where, const WCHAR* path, struct stat& status) {
     if (const DWORD code = where.set(path))
         return code;

@@ -45,7 +45,7 @@ private:
     size_t used_ = 0;
     size_t position_ = 0;
     bool at_end_ = false;
-    int error_ = 0; // of a read that failed, which is told once the entries before it are taken
+    int error_ = 0; // errno of a failed read; told once the entries before it are taken
 };
 
 // Opens a directory for listing what is in it; -1 and errno when that fails. `flags`: more of openat.

@@ -4,8 +4,8 @@
 //     drives/unc/srv/share    likewise for \\srv\share
 //
 // Each thread remembers what it has read for a second, so that a path costs no call for its drive; a letter or share
-// that is not known is always looked up anew. What could not be asked is never taken for "there is none": what the
-// thread has read before stays in use, and without that the call fails with the host's code.
+// that is not known is always looked up anew. A failed look-up never counts as "there is no such drive": the thread
+// goes on with what it has read before, and when it has read nothing, the call fails with the host's code.
 #pragma once
 
 #include <string>
@@ -15,11 +15,12 @@
 
 namespace platform {
 
-// Adds the host path of the drive's directory, without a slash at its end (nothing for /). 0, 3 for no such drive, or
-// the code of what kept it from being looked up.
+// Adds the host path of the drive's directory, without a slash at its end (nothing for /). 0, 3 (ERROR_PATH_NOT_FOUND)
+// for no such drive, or the code of the failure that kept it from being looked up.
 DWORD append_drive_directory(char letter, std::string& out);
 
-// Likewise for a share: 53 for an unknown server, 67 for a share that the server does not have.
+// Likewise for a share: 53 (ERROR_BAD_NETPATH) for an unknown server, 67 (ERROR_BAD_NET_NAME) for a share that the
+// server does not have.
 DWORD append_share_directory(wide_view server, wide_view share, std::string& out);
 
 // The drive path (C:\dir) of a host path: of all drives, the one whose directory is the longest prefix. Where no drive

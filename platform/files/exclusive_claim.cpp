@@ -16,7 +16,7 @@ namespace {
 
 constexpr int tries = 16;
 
-// For reading if possible: opening for writing would tell those who watch the file that it may have changed.
+// Opens for reading if possible: opening for writing would tell those who watch the file that it may have changed.
 int open_somehow(int at, const char* name, descriptor_rights& rights) {
     const auto open_for = [&](int access) {
         return retried(
@@ -30,7 +30,7 @@ int open_somehow(int at, const char* name, descriptor_rights& rights) {
     return open_for(O_WRONLY);
 }
 
-// The host refuses to open the file at all, for whatever use: then its permissions decide about the name as well.
+// Errors by which the host refuses to open the file for any use. Its permissions then decide about the name as well.
 bool is_refusal(int error) {
     return error == EACCES || error == EPERM || error == ENXIO || error == ETXTBSY || error == EROFS;
 }
@@ -66,7 +66,7 @@ bool hold::try_take(int at, const char* name, struct stat& status, DWORD& code) 
     descriptor_ = descriptor(open_somehow(at, name, rights));
     const int error = descriptor_ ? 0 : errno;
     if (error == EWOULDBLOCK)
-        code = ERROR_SHARING_VIOLATION; // under a lease, which is taken back now
+        code = ERROR_SHARING_VIOLATION; // another program has a lease, which the kernel now calls back
     else if (error != 0 && error != ENOENT && error != ELOOP && !is_refusal(error))
         code = code_of_errno(error);
     else if (error == 0)

@@ -9,8 +9,8 @@
 
 namespace platform {
 
-// Holds a claim on all use of a file's data until the end of the scope. An opener that has waited for that finds out by
-// itself that its file is gone.
+// Holds a claim on all use of a file's data until the end of the scope. An opener that claims
+// the file later looks whether the file still has its name.
 class hold {
 public:
     hold() = default;
@@ -18,12 +18,12 @@ public:
     hold(const hold&) = delete;
     hold& operator=(const hold&) = delete;
 
-    // 0 with the status of what is now held, a link itself, not what it leads to; 32 (ERROR_SHARING_VIOLATION) when a
-    // handle is open, or another code. Directories, links and special files have no data to claim, and a file that may
-    // not be opened at all is left to the host's permissions.
+    // 0 with the status of the entry that is now held, for a link that of the link itself; 32 (ERROR_SHARING_VIOLATION)
+    // when a handle is open, or another code. Directories, links and special files have no data to claim, and a file
+    // that may not be opened at all is left to the host's permissions.
     DWORD take(place& where, struct stat& status);
 
-    // The same for an entry of a directory. Of the status, the kind alone has to be right at first, and may be out of
+    // The same for an entry of a directory. On entry only the kind of file in `status` counts, and it may be out of
     // date.
     DWORD take(int at, const char* name, struct stat& status);
 
@@ -33,7 +33,7 @@ public:
     void reset();
 
 private:
-    // False: something else bears the name by now.
+    // False when the name has become another file's.
     bool try_take(int at, const char* name, struct stat& status, DWORD& code);
     DWORD claim(const descriptor_rights& rights);
 

@@ -18,7 +18,7 @@ struct open_request {
     bool denies_writes = true;
     bool takes_directories = false;
     DWORD disposition = OPEN_EXISTING;
-    DWORD attributes = 0; // for a file that is made or replaced
+    DWORD attributes = 0; // those of a file that is made or replaced
     int host_flags = 0;   // further flags for the host's open
 };
 
@@ -75,19 +75,20 @@ private:
     const bool writes_;
     const bool writes_attributes_;
     const bool has_claim_;
-    const bool keeps_writers_away_; // by its claim
+    const bool keeps_writers_away_; // its claim denies writing to others
     const mode_t mode_;
-    const DWORD opener_; // the process
+    const DWORD opener_; // pid of the process that opened it
 
     uint64_t position_ = 0;
     static constexpr uint64_t not_asked = UINT64_MAX - 1;
-    uint64_t size_limit_ = not_asked; // of the process, for each file
-    uint64_t size_;                   // of the file, while other writers are kept away
+    uint64_t size_limit_ = not_asked; // RLIMIT_FSIZE
+    uint64_t size_;                   // the file's; exact while other writers are kept away
 
-    // Read ahead: the bytes of the file from block_start_ on. And where the latest read began and ended.
+    // The block that was read ahead: the bytes of the file from block_start_ on.
     std::unique_ptr<char[]> block_;
     uint64_t block_start_ = 0;
     size_t block_size_ = 0;
+    // The positions where the latest read began and ended.
     uint64_t latest_start_ = 0;
     uint64_t latest_end_ = 0;
 };

@@ -17,7 +17,7 @@ namespace {
 // The bits of the platform's flags that are a new file's attributes.
 constexpr DWORD attribute_bits = 0xFFFF;
 
-// In place of a code: what was opened is not what the path names any more.
+// Stands in for a code: the path no longer names the file that was opened.
 constexpr DWORD opens_again = 0xFFFFFFFF;
 
 constexpr int tries = 16;
@@ -40,8 +40,9 @@ int open_call(place& where, int flags) {
 }
 
 // Opens without waiting: a pipe without a writer, or a serial line without a carrier, would keep the caller waiting for
-// as long as its owner likes. EAGAIN means that another program has a lease on the file, which the host is calling back
-// and which is worth waiting for; but then the file is opened by the descriptor that shows that it is one.
+// as long as its owner likes. EAGAIN means that another program has a lease on the file. The kernel is calling the
+// lease back, so a wait ends soon. Only a regular file may be waited for: the name is opened with O_PATH, its kind is
+// looked at, and that very file is opened through /proc.
 int open_without_waiting(place& where, int flags) {
     const int number = open_call(where, flags | O_NONBLOCK);
     if (number >= 0 || errno != EAGAIN)
@@ -122,7 +123,7 @@ DWORD open_existing(place& where, const open_request& request, descriptor_rights
     return out ? ERROR_SUCCESS : where.code_of(errno);
 }
 
-// Makes the file; `opens_again` when there is one by now.
+// Creates the file. Gives `opens_again` when another program has created it first.
 DWORD create(place& where, const open_request& request, descriptor& out) {
     const int flags = O_RDWR | O_CREAT | request.host_flags;
     out = descriptor(open_call(where, flags | O_EXCL));
@@ -132,7 +133,7 @@ DWORD create(place& where, const open_request& request, descriptor& out) {
         return where.code_of(errno);
     if (request.disposition == CREATE_NEW)
         return ERROR_FILE_EXISTS;
-    // Another program was faster, or there is a link that leads nowhere yet: then the file is made where it leads.
+    // Another program was faster, or the name is a link without a target: then the file is created at the target.
     struct stat status;
     const auto follow = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
     if (where.attempt(follow) == 0)
@@ -141,8 +142,8 @@ DWORD create(place& where, const open_request& request, descriptor& out) {
     return out ? ERROR_SUCCESS : where.code_of(errno);
 }
 
-// Whether what was opened is still the file of that name, now that nobody can delete or move it any more. A reader may
-// keep a file that was moved since, as if it had been opened earlier; what is written must not go elsewhere.
+// Whether the opened file still has its name, now that the claim keeps others from deleting or moving it. A reader may
+// keep a file that was moved since, as if it had been opened earlier. A writer may not: its data would go elsewhere.
 bool is_still_there(place& where, const share_claim& claim, const struct stat& status) {
     struct stat now;
     const auto look = [&](int at, const char* path) { return fstatat(at, path, &now, 0); };
@@ -290,7 +291,7 @@ DWORD open_place(place& where, const open_request& request, opened_file& out) {
         if (const DWORD code = check_directory_name(where, request))
             return code;
     // A file that was deleted or moved after it was opened and before it was claimed is opened again: nothing may be
-    // written to what no longer has that name. A file that never stays is in use by others.
+    // written to a file that has lost the name. When that happens every time, the file counts as in use by others.
     DWORD code = opens_again;
     for (int i = 0; code == opens_again && i < tries; ++i)
         code = open_once(where, request, out);

@@ -26,12 +26,12 @@ public:
     static constexpr object_kind kind{};
     search() : object(kind) {}
 
-    // The next entry: false with the code set, 18 at the end.
+    // The next entry: false with the code set, which is 18 (ERROR_NO_MORE_FILES) at the end.
     virtual bool next(WIN32_FIND_DATAW&) { return fail<bool>(ERROR_NO_MORE_FILES); }
 };
 
-// A search with wildcards. Entries are taken from the directory a block at a time, each with its status. What fits
-// into one block is read whole at the start, and its directory closed: so a walk down a deep tree keeps none open.
+// A search with wildcards. Entries are taken from the directory a block at a time, each with its status. A
+// directory that fits into one block is read whole at the start and closed, so a walk down a deep tree keeps none open.
 class directory_search : public search {
 public:
     directory_search(descriptor directory, const std::u16string& pattern)
@@ -45,7 +45,7 @@ private:
     bool next_known(WIN32_FIND_DATAW& out);
 
     struct known_entry {
-        size_t name_end; // in names_
+        size_t name_end; // index in names_
         entry_status status;
     };
 
@@ -57,12 +57,12 @@ private:
     directory_reader reader_;
     std::string names_;
     std::vector<known_entry> known_; // read already: the dots, or all of a small directory
-    size_t position_ = 0;            // in known_
+    size_t position_ = 0;            // index in known_
     size_t name_start_ = 0;
 };
 
 DWORD directory_search::begin(bool has_dots) {
-    if (!reader_.fill() && errno != 0) // ENOENT: it was removed after it had been opened
+    if (!reader_.fill() && errno != 0) // ENOENT: the directory was removed after the opening
         return errno == ENOENT ? ERROR_PATH_NOT_FOUND : code_of_errno(errno);
     DWORD code = ERROR_SUCCESS;
     for (const char* dots : {".", ".."})
@@ -84,9 +84,9 @@ bool directory_search::is_wanted(std::string_view name) const {
     return matches(pattern_, text);
 }
 
-// 0, 2 (ERROR_FILE_NOT_FOUND) when the entry is gone, or another code for want of memory or descriptors. An entry that
-// does not let itself be looked at is there all the same, with its kind alone: the directory may be readable, but not
-// what is in it.
+// 0, 2 (ERROR_FILE_NOT_FOUND) when the entry is gone, or another code for want of memory or descriptors. An entry whose
+// status is refused is reported with its kind alone: a user may be allowed to list a directory, but not to look at its
+// entries.
 DWORD directory_search::look_at(const char* name, unsigned char type, entry_status& out) const {
     struct statx status = {};
     stored_attributes stored;
@@ -141,7 +141,7 @@ bool directory_search::next(WIN32_FIND_DATAW& out) {
             return true;
         }
         if (!reader_.fill()) {
-            if (errno != 0 && errno != ENOENT) // ENOENT: it was removed meanwhile, and has no more entries
+            if (errno != 0 && errno != ENOENT) // ENOENT: a removed directory has no more entries
                 return fail<bool>(code_of_errno(errno));
             reader_.close();
         }
@@ -154,7 +154,8 @@ HANDLE handle_of(search* opened) {
     return handle ? handle : INVALID_HANDLE_VALUE;
 }
 
-// ENOTDIR comes for a file in any place of the path. Its own code is for one that is searched itself.
+// ENOTDIR comes when any component of the path is a file. 267 (ERROR_DIRECTORY) is for a file that is searched itself;
+// a file further up gives 3 (ERROR_PATH_NOT_FOUND).
 DWORD code_of_search(place& where, int error, bool is_directory) {
     if (error == ENOENT && is_directory)
         return ERROR_PATH_NOT_FOUND;

@@ -35,7 +35,7 @@ void fill_find_data(std::string_view host_name, const entry_status& entry, WIN32
     out.nFileSizeLow = static_cast<DWORD>(entry.size);
     out.dwReserved0 = entry.attributes & FILE_ATTRIBUTE_REPARSE_POINT ? IO_REPARSE_TAG_SYMLINK : 0;
     out.dwReserved1 = 0;
-    // No file system takes names that give more units than fit; should one, the name is cut, not the record broken.
+    // No file system has names of more units than fit. If one had, the name would be cut and the record stay whole.
     host_name = host_name.substr(0, std::size(out.cFileName) - 1);
     out.cFileName[wide_name(host_name, out.cFileName)] = 0;
     out.cAlternateFileName[0] = 0;

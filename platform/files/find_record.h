@@ -1,4 +1,4 @@
-// Inside this folder: what a search reports of one entry, from what the host says.
+// Inside this folder: the record that a search reports of an entry, made from the host's status.
 #pragma once
 
 #include <fcntl.h>
@@ -18,7 +18,7 @@ struct entry_status {
     uint64_t size;
 };
 
-// The status of what a path leads to, or with AT_SYMLINK_NOFOLLOW of a link at its end: one call.
+// Calls statx on the file that a path leads to, or with AT_SYMLINK_NOFOLLOW on a link at its end. 0, or -1 with errno.
 int status_of(int at, const char* path, int flags, struct statx& out);
 
 entry_status entry_of(const struct statx& status, const stored_attributes& stored);

@@ -35,8 +35,8 @@ constexpr uint32_t removed = IN_DELETE | IN_MOVED_FROM;
 constexpr uint32_t local_file_systems[] = {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC,  BTRFS_SUPER_MAGIC,
                                            TMPFS_MAGIC,      F2FS_SUPER_MAGIC, OVERLAYFS_SUPER_MAGIC};
 
-// A bag of hashes: each is in it as often as it was added. An open table: a hash lies in the slot of its low bits, or in
-// one of those that follow, with no empty slot in between.
+// A bag of hashes: each is in it as often as it was added. The table is an open one: a hash lies in the slot of its low
+// bits, or in a later slot with no empty one in between.
 class hash_bag {
 public:
     size_t size() const { return size_; }
@@ -126,8 +126,8 @@ struct watched_directory {
     const dev_t device;
     const ino_t inode;
     const int watch;
-    bool is_whole =
-        false; // all names are in. Until then removed ones stay, since the reading may not have met them.
+    // All names are in. Until then the hashes of removed names stay, since the reading may not have met those names.
+    bool is_whole = false;
     bool is_lost = false; // it is not watched any more
     uint64_t last_use;
     hash_bag names;
@@ -215,7 +215,7 @@ private:
             drop(*directory);
     }
 
-    // The directory may be gone afterwards: the list's pointer to it goes last.
+    // The record may be freed by this: the list's pointer to it may be the last one.
     void drop(watched_directory& directory) {
         if (directory.is_lost)
             return;

@@ -1,5 +1,5 @@
-// Inside this folder: what large directories hold, so that a missing name is known to be missing in every spelling
-// without a look at each of a hundred thousand entries.
+// Inside this folder: the names in large directories. A name can be known to be missing in every spelling, without a
+// look at each of a hundred thousand entries.
 //
 // For a few directories, the hashes of all names are kept, with the letters folded. The host's notifications (inotify)
 // keep them exact: they are queued before the call that changes a directory returns. A name whose hash is missing is in

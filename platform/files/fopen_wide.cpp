@@ -13,7 +13,7 @@ namespace platform {
 
 namespace {
 
-// Parses a mode. False when it is none.
+// Parses a mode. False when it is not valid.
 bool parse_mode(const WCHAR* mode, open_request& request, const char*& host_mode) {
     const WCHAR kind = *mode;
     if (kind != 0)
@@ -23,7 +23,7 @@ bool parse_mode(const WCHAR* mode, open_request& request, const char*& host_mode
         switch (*mode) {
         case u'+': updates = true; break;
         case u'x': is_new = true; break;
-        // Every flush is to reach the disk, so every write is made to.
+        // The mode asks that every flush reach the disk. With O_DSYNC every write does.
         case u'c': request.host_flags |= O_DSYNC; break;
         // Text or bytes, which do not differ here; hints; close-on-exec, which is always set.
         case u'b':
@@ -94,7 +94,7 @@ FILE* _wfopen(const WCHAR* path, const WCHAR* mode) {
     }
     FILE* stream = fdopen(opened.number.get(), host_mode);
     if (stream)
-        opened.number.release(); // the stream's now, with the claim
+        opened.number.release(); // the stream owns it now, with the claim
     else
         set_last_error_from_errno();
     return stream;

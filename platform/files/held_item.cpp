@@ -18,7 +18,7 @@ int held_item::take(int at, const char* name, int flags) {
         return -1;
     if (!can_store(status_.st_mode))
         return 0;
-    // Where it may be had, a descriptor for reading serves all calls, and without /proc.
+    // A descriptor for reading, where the user may have one, serves all calls and needs no /proc.
     descriptor readable(
         retried([&] { return openat(at, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | link_flag); }));
     struct stat other;

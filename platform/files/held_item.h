@@ -1,5 +1,5 @@
-// Inside this folder: one item of the file system by a descriptor, so that what is looked at, changed and put back is
-// the same, whatever its path comes to name meanwhile.
+// Inside this folder: an item of the file system that is held by a descriptor. It is looked at, changed and put back by
+// that descriptor, so it stays the same item even when its path comes to name another.
 #pragma once
 
 #include "platform/core/descriptor.h"
@@ -9,7 +9,7 @@ namespace platform {
 
 class held_item {
 public:
-    // Takes what the name leads to, or with AT_SYMLINK_NOFOLLOW a link itself. 0, or -1 with errno.
+    // Takes the item that the name leads to, or with AT_SYMLINK_NOFOLLOW a link itself. 0, or -1 with errno.
     int take(int at, const char* name, int flags);
 
     const struct stat& status() const { return status_; }
@@ -25,8 +25,8 @@ private:
     struct stat status_ = {};
 };
 
-// Makes a call on what a path leads to, and for a link that leads nowhere (to nothing, in a circle, through a file) on
-// the link itself: call(directory, name, flags) gives -1 and errno when it fails.
+// Makes a call on the item that a path leads to, and for a link that leads nowhere (to nothing, in a circle, through a
+// file) on the link itself: call(directory, name, flags) gives -1 and errno when it fails.
 template <class Call>
 int call_through_links(place& where, Call call) {
     int flags = 0;

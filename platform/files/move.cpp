@@ -18,13 +18,13 @@ namespace platform {
 namespace {
 
 constexpr int tries = 16;
-constexpr DWORD moves_again = 0xFFFFFFFF; // in place of a code: somebody made a file of that name meanwhile
+constexpr DWORD moves_again = 0xFFFFFFFF; // stands in for a code: somebody has just made a file of that name
 
 bool look(place& where, int flags, struct stat& status) {
     return where.attempt([&](int at, const char* path) { return fstatat(at, path, &status, flags); }) == 0;
 }
 
-// Two paths to one file: through the same entry, or through two links.
+// Whether two paths to one file lead through the same directory entry, and not through two hard links.
 bool is_same_entry(const WCHAR* source_path, const WCHAR* destination_path, const place& source,
                    const place& destination) {
     place source_folder, destination_folder;
@@ -48,19 +48,20 @@ int rename_call(const place& source, const place& destination, unsigned flags) {
     return renameat2(source.directory(), source.name(), destination.directory(), destination.name(), flags);
 }
 
-// To a name that is free; one that has appeared meanwhile is left alone.
+// Moves to a name that was free. A file that has been made under that name since is left alone.
 DWORD move_to_free_name(const place& source, const place& destination) {
     if (rename_call(source, destination, RENAME_NOREPLACE) == 0)
         return ERROR_SUCCESS;
     if (errno == EEXIST)
         return moves_again;
-    // Not every file system can promise that; and what it says of a directory moved into itself, it says again.
+    // EINVAL: the file system lacks RENAME_NOREPLACE, or a directory moves into itself; the plain call repeats that
+    // error.
     if (errno == EINVAL && rename_call(source, destination, 0) == 0)
         return ERROR_SUCCESS;
     return code_of_move(destination, errno);
 }
 
-// The file keeps its place under the new name's spelling, when that differs in case alone.
+// Renames an entry to the caller's spelling of its name, which differs from the stored one in case at most.
 DWORD respell(place& source, place& destination) {
     if (destination.given_name() == source.last_name())
         return ERROR_SUCCESS;
@@ -73,7 +74,7 @@ DWORD replace(place& source, const struct stat& source_status, place& destinatio
     if (S_ISDIR(destination_status.st_mode) || S_ISDIR(source_status.st_mode)
         || is_read_only(destination_status.st_mode))
         return ERROR_ACCESS_DENIED;
-    // One step replaces the file; the spelling of its name follows, and is of less weight.
+    // One step replaces the file. A second one gives it the caller's spelling, and may fail without harm.
     if (rename_call(source, destination, 0) != 0)
         return code_of_move(destination, errno);
     if (destination.given_name() != destination.last_name()) {

@@ -26,7 +26,8 @@ void append_wide_name(std::string_view host, std::u16string& out);
 // Adds the host's spelling of one component; false, with `out` unchanged, when no file can have that name.
 bool append_host_name(wide_view name, std::string& out);
 
-// Takes the first character off a host name, for case folding; a byte that is no part of UTF-8 is one of its own.
+// Takes the first character off a host name, for case folding; a byte that is no part of UTF-8 counts as
+// a character of its own.
 char32_t take_character(std::string_view& host);
 
 // Whether two names differ in the case of letters alone, or not at all.

@@ -15,7 +15,7 @@ namespace {
 constexpr wide_view long_prefix = u"\\\\?\\";
 constexpr wide_view network_name = u"UNC";
 
-// Objects, not functions, so that the compiler turns a search for them into a plain loop.
+// These are objects, not functions, so that the compiler turns a search for them into a plain loop.
 constexpr auto is_backslash = [](WCHAR unit) { return unit == u'\\'; };
 constexpr auto is_separator = [](WCHAR unit) { return unit == u'\\' || unit == u'/'; };
 constexpr auto is_wildcard = [](WCHAR unit) { return unit == u'*' || unit == u'?'; };

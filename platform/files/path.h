@@ -29,7 +29,8 @@ struct parsed_path {
     std::u16string pattern; // a search's last component, when it is not an exact name; `host` ends before it
 };
 
-// 0, or the code of what is wrong with the text or of the missing drive (3) or share (53, 67).
+// 0 or a code: that of a fault in the text, 3 (ERROR_PATH_NOT_FOUND) for a missing drive, 53 (ERROR_BAD_NETPATH) or 67
+// (ERROR_BAD_NET_NAME) for a missing share.
 DWORD parse_path(const WCHAR* path, path_use use, parsed_path& out);
 
 // Whether a path means the null device: `nul` in any directory, unless the path is in long form.

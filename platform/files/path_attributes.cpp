@@ -42,7 +42,7 @@ DWORD read_attributes(const WCHAR* path, DWORD& attributes) {
     return ERROR_SUCCESS;
 }
 
-// What the path leads to, or with `takes_links` a link at its end. 0 or a code.
+// Holds the item that the path leads to, or with `takes_links` a link at its end. 0 or a code.
 DWORD hold(const WCHAR* path, bool takes_links, held_item& out) {
     place where;
     if (const DWORD code = set_place(where, path))

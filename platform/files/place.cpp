@@ -1,4 +1,4 @@
-// Finding what a path names on the host.
+// Finding the file that a path names on the host.
 #include "platform/files/place.h"
 
 #include <linux/fs.h>
@@ -140,7 +140,8 @@ bool place::find_spelling() {
     const std::string stored = look_in(std::move(opened), last_name());
     if (stored.empty())
         return false;
-    if (stored != last_name()) // the same name: another program has made the file since
+    // The two are equal when another program has made the file since.
+    if (stored != last_name())
         spell_last(stored);
     return true;
 }
@@ -155,7 +156,7 @@ bool place::walk() {
         std::string component = wanted.substr(at + 1, end - at - 1);
         const bool is_there = respell(here.get(), component);
         if (end == wanted.size()) {
-            // Whether it exists or not, this is its directory.
+            // Whether the last component exists or not, `here` is its directory.
             start_ = found.size() + 1;
             path_.host = std::move(found) + wanted.substr(at);
             at_ = std::move(here);

@@ -62,7 +62,8 @@ public:
     // it. False, with errno, when it does not exist.
     bool find();
 
-    // The code for an errno of a call on the place: tells a missing name (2) from a missing directory (3).
+    // The code for an errno of a call on the place: 2 (ERROR_FILE_NOT_FOUND) for a missing name, 3
+    // (ERROR_PATH_NOT_FOUND) for a missing directory.
     DWORD code_of(int error) const;
 
     // The two arguments for the host's calls. `name` may be several components.
@@ -83,7 +84,7 @@ private:
     parsed_path path_;
     descriptor at_;          // the directory that `name` starts from, once `start_` is set
     size_t start_ = 0;       // how much of the path has been walked
-    std::string given_name_; // once another spelling is in use
+    std::string given_name_; // the path's own spelling, once another is in use
     bool searched_ = false;
     bool directory_missing_ = false;
 };

@@ -1,5 +1,5 @@
-// Inside this folder: removing an entry of a directory, by its name there. `status` is that of the entry itself, a link
-// for one. Each gives 0 or a code.
+// Inside this folder: removing an entry of a directory, by its name there. `status` is that of the entry itself, for
+// a link that of the link. Each gives 0 or a code.
 #pragma once
 
 #include <sys/stat.h>
@@ -11,7 +11,7 @@ namespace platform {
 // As RemoveDirectoryW.
 DWORD remove_directory_entry(int at, const char* name, const struct stat& status);
 
-// As DeleteFileW. Of the status, the kind alone has to be right, and may be out of date.
+// As DeleteFileW. On entry only the kind of file in `status` counts, and it may be out of date.
 DWORD delete_file_entry(int at, const char* name, struct stat& status);
 
 } // namespace platform

@@ -1,4 +1,4 @@
-// Inside this folder: whether two looks were at one file.
+// Inside this folder: whether two stat records are of one file.
 #pragma once
 
 #include <sys/stat.h>

@@ -125,7 +125,8 @@ share_result test_range(int descriptor, byte_range range) {
 }
 
 share_result test_bytes(int descriptor, unsigned bytes) {
-    // Mostly nobody is there at all, and one call tells. What lies between the tested bytes may be taken.
+    // Usually nobody else holds any byte, and one call on the whole range tells. A conflict may come from a byte that
+    // lies between the tested ones, so each run of those is then tested alone.
     share_result result = test_range(descriptor, hull_of(bytes));
     if (result == share_result::conflict)
         each_range(bytes, [&](byte_range range) {
@@ -139,7 +140,7 @@ struct claim_locks {
     unsigned own;
     unsigned opposite;
     short type;
-    bool one_call_decides; // an exclusive lock on bytes that are both
+    bool one_call_decides; // own and opposite bytes are the same, and the lock is exclusive
 };
 
 claim_locks locks_of(const share_claim& claim, const descriptor_rights& rights) {
@@ -168,7 +169,7 @@ bool could_be_granted(int descriptor, const claim_locks& locks) {
     return is_own_free && test_bytes(descriptor, locks.opposite) == share_result::granted;
 }
 
-// Whether what stands in the way goes, within a time in which a handle is either opened or gives way.
+// Whether the rival's locks go away within the time in which a handle is either opened or gives way.
 bool becomes_free(int descriptor, const claim_locks& locks) {
     for (int i = 0; i < looks; ++i) {
         if (could_be_granted(descriptor, locks))
@@ -178,7 +179,7 @@ bool becomes_free(int descriptor, const claim_locks& locks) {
     return false;
 }
 
-// A moment of a length that the other side of a race does not choose as well.
+// Waits for a moment. Its length varies, so that the two sides of a race do not wait equally long.
 void wait_a_little(int after_try) {
     if (after_try == 0)
         return;

@@ -7,7 +7,7 @@
 
 namespace platform {
 
-// What a handle does with the data of its file, and what it keeps others from doing.
+// The uses that a handle makes of its file's data, and those that it denies to others.
 struct share_claim {
     bool reads;
     bool writes;
@@ -18,7 +18,7 @@ struct share_claim {
     bool matters() const { return reads || writes; }
 };
 
-// What a descriptor is open for: it decides which locks it can take.
+// The uses that a descriptor is open for: they decide which locks it can take.
 struct descriptor_rights {
     bool reads;
     bool writes;
@@ -28,18 +28,19 @@ enum class share_result {
     granted,
     conflict,
     unsupported, // the file system refuses such locks: nothing is held, and nothing keeps others away
-    failed,      // the locks could not be asked for, for want of memory or of locks: errno
+    failed,      // the locks could not be asked for, with errno, such as for want of memory
 };
 
 share_result take_claim(int descriptor, const share_claim& claim, const descriptor_rights& rights);
 
-// A claim on everything, for whoever deletes or replaces a file.
+// A claim on everything, for a caller that deletes or replaces a file.
 inline constexpr share_claim claim_on_all{true, true, true, true};
 
-// For a claim that was taken for emptying a file, by a handle that does not write afterwards.
+// Gives back the writer's part of a claim that was taken for emptying a file by a handle that does not write
+// afterwards.
 void end_writing(int descriptor, const share_claim& claim);
 
-// Gives back what the descriptor holds. Closing would do, if no child that was forked meanwhile had a copy of it.
+// Gives back the descriptor's locks. Closing it would not do when a forked child has a copy of the descriptor.
 void give_back_claim(int descriptor);
 
 // Adds what a lock on the bytes from first to last says about its holder; false when it has nothing to do with sharing.

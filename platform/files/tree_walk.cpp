@@ -1,4 +1,4 @@
-// A walk down a tree that is to be taken away, while others may write to it.
+// A walk down a tree that is to be removed, while others may write to it.
 //
 // Every step goes from the descriptor of a directory that was listed to an entry of it, and never through a link or from
 // the root. So nothing outside the tree is reached, and a level costs the same at any depth. Only the lowest levels keep
@@ -43,10 +43,10 @@ private:
     struct level {
         descriptor directory;
         struct stat status;
-        std::string name;    // in the directory above
+        std::string name;    // its name in the directory above
         std::string pending; // entries to come: a byte of type, the name, a zero
-        size_t position = 0; // in `pending`
-        bool at_end = false; // no more than those
+        size_t position = 0; // index in `pending`
+        bool at_end = false; // `pending` holds the last entries
     };
 
     int directory() const { return levels_.back().directory.get(); }
@@ -68,7 +68,7 @@ tree_levels::tree_levels(const WCHAR* path) {
     place where;
     if (where.set((std::u16string(path) + u'\\').c_str()) != ERROR_SUCCESS)
         return;
-    level top; // a link is followed, as its caller named it
+    level top; // a link is followed: it stands for the directory that the caller named
     top.directory =
         descriptor(where.attempt([](int at, const char* name) { return open_to_list(at, name); }));
     if (top.directory && fstat(top.directory.get(), &top.status) == 0)
@@ -89,14 +89,14 @@ void tree_levels::read_block(level& of) const {
     of.directory = reader.take_directory();
 }
 
-// Reads to its end what cannot be read later.
+// Closes a level's directory, which is read to its end first: it could not be read on from the same entry later.
 void tree_levels::close(level& above) const {
     while (!above.at_end)
         read_block(above);
     above.directory.reset();
 }
 
-// False: only the lowest level is open.
+// Closes the highest level that is open. False when only the lowest one is.
 bool tree_levels::close_highest() {
     for (size_t i = 0; i + 1 < levels_.size(); ++i) {
         if (!levels_[i].directory)

@@ -148,7 +148,7 @@ DWORD read_mount_facts(const std::string& directory, mount_facts& out) {
     out.major = major(status.st_dev);
     out.minor = minor(status.st_dev);
     out.kind = kind_of(static_cast<uint32_t>(system.f_type), out.major, out.minor);
-    // Device 0 is none: such a file system lies on no medium.
+    // Major number 0 stands for no device: such a file system lies on no medium.
     out.is_removable = out.major != 0 && medium_is_removable(out.major, out.minor);
     return ERROR_SUCCESS;
 }

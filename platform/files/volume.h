@@ -1,4 +1,4 @@
-// Inside this folder: what the host says about the mount behind a drive, and what the platform would call that.
+// Inside this folder: the host's facts about the mount behind a drive, and the platform's names for them.
 #pragma once
 
 #include <string>
@@ -15,10 +15,10 @@ enum class medium {
 };
 
 struct mount_facts {
-    medium kind = medium::fixed; // by the file system
+    medium kind = medium::fixed; // told by the file system
     unsigned major = 0;          // the device's numbers
     unsigned minor = 0;
-    bool is_removable = false; // by the device
+    bool is_removable = false; // told by the device
 };
 
 // The kind of a drive: DRIVE_REMOVABLE ... DRIVE_RAMDISK.

@@ -18,7 +18,7 @@ bool same_unit(WCHAR unit, WCHAR other) {
     return unit == other || fold_case(unit) == fold_case(other);
 }
 
-// What is left of a pattern when the name is at its end.
+// Whether the rest of a pattern may stand for nothing, at the end of the name.
 bool may_be_nothing(wide_view pattern) {
     for (size_t i = 0; i < pattern.size(); ++i) {
         const bool is_dot_before_wildcard =
@@ -29,7 +29,8 @@ bool may_be_nothing(wide_view pattern) {
     return true;
 }
 
-// The places of the pattern that a name can have reached so far: one pass over the name, whatever the stars.
+// The positions in the pattern that a name can have reached so far. All of them are kept, so one pass over the name is
+// enough however many stars there are.
 using places = std::bitset<longest_component + 1>;
 
 places after(wide_view pattern, places reached, WCHAR unit) {
@@ -38,8 +39,8 @@ places after(wide_view pattern, places reached, WCHAR unit) {
         if (!reached[i])
             continue;
         if (pattern[i] == u'*') {
-            reached[i + 1] = true; // nothing
-            next[i] = true;        // or one more
+            reached[i + 1] = true; // the star stands for nothing more
+            next[i] = true;        // or for this unit as well
         } else if (pattern[i] == u'?') {
             if (unit == u'.')
                 reached[i + 1] = true;

@@ -12,7 +12,7 @@ namespace {
 
 constexpr int64_t coarse_tick_ms = 10; // the most that the coarse clock is behind; no wait may end early
 
-// In milliseconds; 0 for none.
+// A socket's time-out in milliseconds; 0 for none.
 int64_t timeout_of(int descriptor, int option) {
     timeval span{};
     socklen_t size = sizeof span;

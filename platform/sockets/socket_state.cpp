@@ -1,4 +1,4 @@
-// What the kernel knows of a socket.
+// Questions to the kernel about a socket.
 #include "platform/sockets/socket_state.h"
 
 #include <fcntl.h>

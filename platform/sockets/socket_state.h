@@ -1,4 +1,4 @@
-// Inside this folder: what the kernel knows of a socket, where errno and poll say too little.
+// Inside this folder: questions to the kernel about a socket, for where errno and poll say too little.
 #pragma once
 
 namespace platform {

@@ -9,7 +9,7 @@ namespace platform {
 
 namespace {
 
-// Characters first, first + step, ... last fold to themselves plus distance.
+// The characters first, first + step, ... last fold to themselves plus distance.
 struct fold_run {
     uint32_t first;
     uint32_t last;

@@ -34,7 +34,8 @@ const iconv_t no_converter = reinterpret_cast<iconv_t>(intptr_t{-1});
 
 constexpr DWORD unknown_charset = ERROR_INVALID_PARAMETER;
 
-// The code of what a look for a converter needs and the host is short of: one descriptor, and memory for a module.
+// 0, or the code of a shortage that would keep a converter from being found: a search takes one descriptor, and memory
+// for a module.
 DWORD shortage() {
     const descriptor probe(open("/", O_PATH | O_CLOEXEC));
     if (!probe)
@@ -59,9 +60,9 @@ public:
     host_converter(const host_converter&) = delete;
     host_converter& operator=(const host_converter&) = delete;
 
-    // For a set that the host does not know iconv_open says EINVAL, but also when it could not load what it has; and a
-    // table that it could not read at its first look it never reads again. So there must be room before, and EINVAL
-    // counts only when there is room after.
+    // iconv_open gives EINVAL for a set that the host does not know, but also for a module that it could not load. And
+    // when its first attempt to read the table of sets has failed, it never reads that table again. So there must be no
+    // shortage before the call, and EINVAL counts only when there is none after it.
     DWORD open(const char* to, const char* from) {
         if (const DWORD code = shortage())
             return code;
@@ -107,7 +108,8 @@ std::string charset_in(const std::string& locale) {
     return locale.substr(dot + 1, end - dot - 1);
 }
 
-// Asks the host for the set of its locale of that name; UTF-8 when it has none. The code of what it is short of.
+// Asks the host for the set of its locale of that name; UTF-8 when it has no such locale. 0, or the
+// code of a shortage.
 DWORD ask_for_charset(const std::string& locale, std::string& charset) {
     if (const DWORD code = shortage())
         return code;
@@ -118,7 +120,8 @@ DWORD ask_for_charset(const std::string& locale, std::string& charset) {
     return host_locale ? ERROR_SUCCESS : shortage();
 }
 
-// Finds the environment's set, and opens the converter from it unless it is UTF-8, as which an unknown set counts.
+// Finds the environment's set, and opens the converter from it unless it is UTF-8. An unknown set counts as UTF-8. 0,
+// or the code of a shortage.
 DWORD find_charset(std::string& charset, host_converter& to_wide) {
     charset = utf8_charset;
     const std::string locale = environment_locale();
@@ -140,7 +143,7 @@ DWORD find_charset(std::string& charset, host_converter& to_wide) {
 }
 
 // One step of the host's converter, as far as the input or a small output area goes; 0 or errno. A null input writes
-// what leads back to the initial shift state.
+// the bytes that lead back to the initial shift state.
 template <class Unit>
 int convert_step(iconv_t descriptor, const char*& in, size_t& in_bytes, bounded_output<Unit>& out) {
     Unit area[128];
@@ -202,7 +205,7 @@ single_byte_set::single_byte_set(const host_converter& to_wide) : exists(to_wide
     std::sort(byte_of_wide.begin(), byte_of_wide.begin() + known);
 }
 
-// What stands in for a character that the set lacks: the letter under the accent, the narrow form of a wide one.
+// The stand-in for a character that the set lacks: the letter under the accent, the narrow form of a wide one.
 WCHAR best_fit(WCHAR unit) {
     constexpr std::u16string_view from_u0100_on =
         u"AaAaAaCcCcCcCcDdDdEeEeEeEeEeGgGgGgGgHhHhIiIiIiIiIi??JjKk?LlLlLl??LlNnNnNn???OoOoOo??RrRrRr"
@@ -236,8 +239,8 @@ struct charset {
 };
 
 const charset* environment_charset() {
-    static constinit std::atomic<const charset*> settled =
-        nullptr; // never released: exit handlers convert as well
+    // Never released: exit handlers convert as well.
+    static constinit std::atomic<const charset*> settled = nullptr;
     if (const charset* known = settled.load(std::memory_order_acquire))
         return known;
     std::string name;
@@ -309,8 +312,9 @@ bool charset_to_wide(const charset& from, const char* narrow, size_t count, boun
         in += skipped;
         in_bytes -= skipped;
     }
+    // A set that composes characters may hold the last one back.
     in = nullptr;
-    convert_step(descriptor, in, in_bytes, out); // a set that composes characters may hold the last one back
+    convert_step(descriptor, in, in_bytes, out);
     return true;
 }
 

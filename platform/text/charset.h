@@ -1,4 +1,4 @@
-// Inside this folder: the environment's character set: what narrow text outside UTF-8 is written in.
+// Inside this folder: the environment's character set, which narrow text is in unless it is UTF-8.
 #pragma once
 
 #include <cstddef>
@@ -28,14 +28,14 @@ private:
 };
 
 // The character set that LC_ALL, LC_CTYPE or LANG names; UTF-8 for none, "C", "POSIX" and for a set that the host does
-// not know. It stands from the first question on that could be answered: null with a code while the host is short of
-// the descriptors or the memory that finding it takes.
+// not know. The first answer is kept for good. Null with a code while the host is short of the descriptors or the
+// memory that finding it takes.
 struct charset;
 const charset* environment_charset();
 bool is_utf8(const charset& set);
 
-// Conversions through a set that is not UTF-8. Wide characters that it lacks become '?', one for each unit; bytes
-// without a meaning U+FFFD. False with a code when the host cannot convert now.
+// Conversions through a set that is not UTF-8. Wide characters that it lacks become '?', one for each unit. Bytes
+// without a meaning become U+FFFD. False with a code when the host cannot convert now.
 bool charset_from_wide(const charset& to, const WCHAR* wide, size_t count, bounded_output<char>& out);
 bool charset_to_wide(const charset& from, const char* narrow, size_t count, bounded_output<WCHAR>& out);
 

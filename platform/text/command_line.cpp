@@ -36,7 +36,7 @@ std::u16string take_argument(wide_view& text) {
         if (backslashes % 2 != 0) {
             argument += u'"';
         } else if (quoted && at < text.size() && text[at] == u'"') {
-            // A doubled quote is one, and goes on quoting.
+            // A doubled quote inside quotes is one quote, and the quoting goes on.
             argument += u'"';
             ++at;
         } else {

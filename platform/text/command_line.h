@@ -8,13 +8,13 @@
 
 namespace platform {
 
-// The program is what stands between quotes at the start, or the first word. A path with spaces may have no quotes, so
-// where no program has that name, the platform tries each longer text that ends at a space. In the arguments, quotes
-// hold a word together, and backslashes are plain characters but before a quote: an even number is half as many and the
-// quote counts, after an odd number it is a character too.
+// The program is the quoted text at the start, or the first word. A path with spaces may have no quotes, so where no
+// program has that name, the platform tries each longer text that ends at a space. In the arguments, quotes hold a word
+// together. Backslashes are plain characters except before a quote: there each pair gives one backslash, and one that
+// is left over makes the quote a plain character.
 class command_line {
 public:
-    explicit command_line(wide_view text); // which must last
+    explicit command_line(wide_view text); // the text must outlive this
 
     const std::u16string& program() const { return program_; }
     std::vector<std::u16string> arguments() const;

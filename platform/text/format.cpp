@@ -116,8 +116,8 @@ void put_conversion(format_output& out, const conversion& how, argument_list& ar
         // Storing through an argument is how formats are attacked; the argument is taken, and that is all.
         arguments.next<void*>();
         break;
-    // Z too, though the platform takes a counted text there: in a message template the argument is always a plain
-    // text, and whoever wrote the template must not be able to have it read as something else.
+    // Z as well. The platform takes a counted text there, but the argument of a message template is always a plain
+    // text, and the author of a template must not be able to have it read as anything else.
     default: out.put(how.letter);
     }
 }
@@ -138,8 +138,8 @@ int _vsnwprintf(WCHAR* out, size_t count, const WCHAR* format, va_list arguments
             break;
         conversion how;
         how.letter = end[1];
-        const bool is_plain =
-            how.letter == u's' || how.letter == u'd' || how.letter == u'u'; // nothing to be read
+        // Without flags, a width or a size there is nothing to be parsed.
+        const bool is_plain = how.letter == u's' || how.letter == u'd' || how.letter == u'u';
         format = is_plain ? end + 2 : parse_conversion(end + 1, list, how);
         put_conversion(output, how, list);
     }

@@ -36,7 +36,7 @@ public:
     void fail() { failed_ = true; }
     bool failed() const { return failed_; }
 
-    // More than this need not be known of the length of a text.
+    // The length of a text need not be counted beyond this.
     size_t decisive_length() const { return measures_ ? SIZE_MAX : left_ + 1; }
 
     // The length, or -1. Writes the terminator where there is room for it.
@@ -98,7 +98,7 @@ struct conversion {
 // Reads the conversion after a percent sign, with the arguments that its stars name; returns what follows it.
 const WCHAR* parse_conversion(const WCHAR* at, argument_list& arguments, conversion& parsed);
 
-// Put the number for d i u o x X, and for a A e E f F g G.
+// Put the number of the letters d i u o x X, and of a A e E f F g G.
 void put_integer(format_output& out, const conversion& how, argument_list& arguments);
 void put_floating(format_output& out, const conversion& how, argument_list& arguments);
 

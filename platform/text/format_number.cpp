@@ -97,9 +97,9 @@ WCHAR* write_digits(uint64_t value, WCHAR letter, WCHAR* end) {
     case u'x': return write_binary(value, 4, u"0123456789abcdef", end);
     case u'X': return write_binary(value, 4, u"0123456789ABCDEF", end);
     default:
-        return value <= UINT32_MAX
-                   ? write_decimal(static_cast<uint32_t>(value), end) // of which dividing is cheap
-                   : write_decimal(value, end);
+        // Dividing 32 bits is cheaper.
+        return value <= UINT32_MAX ? write_decimal(static_cast<uint32_t>(value), end)
+                                   : write_decimal(value, end);
     }
 }
 
@@ -136,7 +136,7 @@ void put_integer(format_output& out, const conversion& how, argument_list& argum
     const size_t padding = how.width > length ? how.width - length : 0;
     if (!how.left)
         out.fill(u' ', padding);
-    if (zeros <= area_size - most_digits - 2) { // as nearly always: the number in one piece
+    if (zeros <= area_size - most_digits - 2) { // nearly always: the number fits in one piece
         digits = std::fill_n(digits - zeros, zeros, u'0') - zeros;
         digits = std::copy_backward(prefix, prefix + prefix_length, digits);
         out.put(digits, length);
@@ -151,7 +151,7 @@ void put_integer(format_output& out, const conversion& how, argument_list& argum
 
 namespace {
 
-// No value of the type has a digit other than 0 behind so many.
+// No value of the type has a digit other than 0 after this many.
 constexpr int double_digits = 1100;
 constexpr int long_double_digits = 16600;
 

@@ -23,7 +23,7 @@ bool is_digit(WCHAR c) {
     return c >= u'0' && c <= u'9';
 }
 
-// A number too large for an int stands at its end: no output of that length fits anywhere.
+// A number that is too large for an int becomes INT_MAX: no output of that length fits anywhere.
 int parse_number(const WCHAR*& at) {
     int64_t value = 0;
     for (; is_digit(*at); ++at)

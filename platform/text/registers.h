@@ -1,4 +1,4 @@
-// Inside this folder: which wide registers the machine has, found out once, as the library is loaded.
+// Inside this folder: the wide registers that the machine has, found out once, as the library is loaded.
 #pragma once
 
 namespace platform {
@@ -8,7 +8,7 @@ struct wide_registers {
     bool of_64_bytes; // AVX-512 with the instructions that move bytes (VBMI2)
 };
 
-// What the conversions use. Tests take registers away, and compare the results.
+// The registers that the conversions use. Tests take some away, and compare the results.
 extern wide_registers registers;
 
 } // namespace platform

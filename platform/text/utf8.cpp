@@ -1,5 +1,5 @@
-// UTF-8 and UTF-16. Registers of 64 bytes take all that is well formed. Where the machine has none, ASCII goes a block at
-// a time, and everything else in runs for which the area has room whatever they become.
+// UTF-8 and UTF-16. Registers of 64 bytes take all text that is well formed. Where the machine has none, ASCII goes a
+// block at a time, and other text in short runs, each of which is sure to fit into the area.
 #include "platform/text/utf8.h"
 
 #include <algorithm>
@@ -44,7 +44,7 @@ size_t copy_ascii_blocks(const From* __restrict text, To* __restrict out, size_t
     return length;
 }
 
-// So many units or bytes go between two looks at what is left of the text and of the area.
+// The units or bytes that are converted between two looks at the room that is left.
 constexpr ptrdiff_t run = 16;
 
 size_t encoded_size(char32_t character) {
@@ -177,7 +177,7 @@ size_t utf8_size(const WCHAR* wide, size_t count) {
 
 namespace {
 
-// Converts as long as the area holds whatever comes.
+// Converts as long as the area has room for the longest result of the next run.
 void narrow_blocks(narrowing& state) {
     const WCHAR* at = state.at;
     char* out = state.out;
@@ -219,7 +219,7 @@ bool continues(char byte) {
     return (byte & 0xC0) == 0x80;
 }
 
-// Converts as long as the area holds whatever comes.
+// Converts as long as the area has room for the longest result of the next run.
 void widen_blocks(widening& state) {
     const char* at = state.at;
     WCHAR* out = state.out;
@@ -258,7 +258,7 @@ void widen_blocks(widening& state) {
                 break;
             }
         }
-        if (at < stop) // at what is malformed
+        if (at < stop) // a malformed character comes next
             break;
     }
     state.at = at;

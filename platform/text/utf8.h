@@ -1,4 +1,4 @@
-// Inside the layer: UTF-8 and UTF-16, both ways. Malformed input never stops a conversion, and what comes out is always
+// Inside the layer: UTF-8 and UTF-16, both ways. Malformed input never stops a conversion, and the result is always
 // well formed.
 #pragma once
 
@@ -24,21 +24,21 @@ inline bool is_low_surrogate(char32_t unit) {
 // The bytes that wide text takes as UTF-8. A surrogate without its partner counts as U+FFFD.
 size_t utf8_size(const WCHAR* wide, size_t count);
 
-// Writes them, without a terminator: their number, or does_not_fit when `size` bytes are too few. What the area holds
-// behind them, or all of it then, is not defined.
+// Writes those bytes, without a terminator. Gives their number, or does_not_fit when `size` bytes are too few. The area
+// behind them is undefined afterwards, and all of it when they do not fit.
 size_t utf8_from_wide(const WCHAR* wide, size_t count, char* out, size_t size);
 
 // The units that UTF-8 takes as wide text. Each maximal bad part, as Unicode recommends, counts as one U+FFFD.
 size_t wide_size(const char* utf8, size_t count);
 
-// Writes them in the same way.
+// Writes those units in the same way.
 size_t wide_from_utf8(const char* utf8, size_t count, WCHAR* out, size_t size);
 
 // The same in strings of their own.
 std::string utf8_of(wide_view wide);
 std::u16string wide_from(std::string_view utf8);
 
-// What stands at the head of a piece of UTF-8 that is not empty.
+// The character at the head of UTF-8 text that is not empty.
 struct utf8_piece {
     char32_t character; // replacement_character when it is malformed
     size_t length;      // bytes taken: the whole sequence, or the maximal bad part

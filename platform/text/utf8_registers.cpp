@@ -8,7 +8,7 @@
 #include <algorithm>
 
 #ifndef __clang__
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized" // of the compiler's own header, at every use
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized" // raised by the compiler's own header at every use
 #endif
 #define WITH_64_BYTES [[gnu::target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,bmi2,popcnt")]]
 
@@ -16,7 +16,7 @@ namespace platform {
 
 namespace {
 
-constexpr size_t lanes = 16; // of 32 bits
+constexpr size_t lanes = 16; // lanes of 32 bits in a register
 
 constexpr uint64_t low_bits(size_t count) {
     return count < 64 ? (uint64_t{1} << count) - 1 : ~uint64_t{0};
@@ -140,11 +140,11 @@ WITH_64_BYTES void narrow_in_registers(narrowing& state) {
 
 namespace {
 
-// The characters that begin at so many places, one in each lane.
+// Characters that have been decoded, one in each lane.
 struct decoded_lanes {
     __m512i characters;
     uint32_t two, three, four; // lanes of at least so many bytes
-    uint32_t bad;              // lanes of what is malformed
+    uint32_t bad;              // lanes with a malformed character
 };
 
 // The one of four numbers that belongs to the length of each lane's character.
@@ -177,8 +177,8 @@ WITH_64_BYTES inline decoded_lanes decode_lanes(__m512i bytes, uint64_t places) 
     decoded.characters = _mm512_srlv_epi32(_mm512_or_si512(upper, lower), by_length(decoded, 18, 12, 6, 0));
 
     const __m512i marks = by_length(decoded, 0, 0x00C00000, 0x00C0C000, 0x00C0C0C0);
-    const __m512i lowest =
-        by_length(decoded, 0, 0x80, 0x800, 0x10000); // of the length: less is an overlong form
+    // A character below the lowest one of its length is an overlong form.
+    const __m512i lowest = by_length(decoded, 0, 0x80, 0x800, 0x10000);
     const __m512i surrogate = _mm512_and_si512(decoded.characters, all(0xFFFFF800));
     const __m512i continuing = _mm512_and_si512(marks, all(0x00808080));
     decoded.bad = _mm512_cmpneq_epi32_mask(_mm512_and_si512(words, marks), continuing)
@@ -243,7 +243,7 @@ WITH_64_BYTES inline bool widen_short_lanes(widening& state, __m512i bytes, size
     const uint64_t ones = ~_mm512_movepi8_mask(bytes) & known;
     if (_mm512_cmpge_epu8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xE0))) != 0)
         return false;
-    const bool is_cut = twos >> (count - 1); // by the end of the register
+    const bool is_cut = twos >> (count - 1); // the last character goes beyond the register
     const uint64_t leads = (ones | twos) & low_bits(count - is_cut);
     const uint64_t continuing =
         _mm512_cmplt_epi8_mask(bytes, _mm512_set1_epi8(static_cast<char>(0xC0))) & known;
@@ -267,8 +267,8 @@ WITH_64_BYTES inline bool widen_short_lanes(widening& state, __m512i bytes, size
 // One step over bytes of any kind; false at a malformed character. The step's length comes from the leading bytes
 // alone, so that the next step need not wait for this one's characters.
 WITH_64_BYTES inline bool widen_lanes(widening& state, __m512i bytes, size_t count) {
-    constexpr size_t whole =
-        61; // a character that begins before this place lies in the register, whatever its length
+    // A character that begins before this place lies in the register, whatever its length.
+    constexpr size_t whole = 61;
     const __m512i last_continuing = _mm512_set1_epi8(static_cast<char>(0xBF));
     const uint64_t leads = _mm512_cmpgt_epi8_mask(bytes, last_continuing) & low_bits(count);
     if (!(leads & 1))
@@ -287,7 +287,7 @@ WITH_64_BYTES inline bool widen_lanes(widening& state, __m512i bytes, size_t cou
     const int lengths = __builtin_popcount(decoded.two & lanes_taken)
                         + __builtin_popcount(decoded.three & lanes_taken)
                         + __builtin_popcount(decoded.four & lanes_taken);
-    if (taken + static_cast<size_t>(lengths) != length) // bytes that continue nothing
+    if (taken + static_cast<size_t>(lengths) != length) // some bytes continue no character
         return false;
     put_units(state, decoded, taken);
     state.at += length;

@@ -53,8 +53,8 @@ WITH_32_BYTES inline bool has_no_zero(const __m256i* block) {
 
 // The text begins at an even address.
 WITH_32_BYTES size_t length_by_vectors(const WCHAR* text, size_t limit) {
-    const size_t before =
-        reinterpret_cast<uintptr_t>(text) % vector_bytes; // bytes of the first vector before the text
+    // The bytes of the first vector that lie before the text.
+    const size_t before = reinterpret_cast<uintptr_t>(text) % vector_bytes;
     const auto* at = reinterpret_cast<const __m256i*>(reinterpret_cast<const char*>(text) - before);
     size_t length = 0;
     if (const uint32_t zeros = zeros_in(at) >> before)

@@ -22,8 +22,8 @@ struct semaphore : waitable {
     const uint32_t maximum;
 };
 
-// No caller can make security attributes that mean anything to an object without a name, and there are no named
-// events and semaphores: both are refused, never dropped.
+// Events and semaphores have no names here, and security attributes mean nothing to an object without a name. Both are
+// refused, not ignored.
 bool is_plain(const SECURITY_ATTRIBUTES* attributes, const WCHAR* name) {
     if (!attributes && !name)
         return true;

@@ -1,4 +1,4 @@
-// Inside this folder: a lock that many calls share and a fork has alone, and that the child can give back.
+// Inside this folder: a lock that calls share and that a fork takes alone. The forked child can reset it.
 #pragma once
 
 #include <atomic>
@@ -9,7 +9,7 @@
 
 namespace platform {
 
-// The C library's own lock of this kind knows its writer by the thread's number, and the child's thread has another one.
+// pthread_rwlock_t would not do: it knows its writer by the thread's number, and the child's thread has another one.
 // The word counts the calls in its lower half and the forks in its upper half. A call waits while a fork is wanted or
 // under way, a fork until no call is left.
 class fork_lock {

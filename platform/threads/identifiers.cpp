@@ -10,8 +10,9 @@ namespace platform {
 
 namespace {
 
-// The kernel is asked once; a forked child asks again. 0: not known. Initial-exec, since a look-up through the
-// loader would cost more than the answer is worth; it takes four bytes of the loader's spare room.
+// The kernel is asked once; a forked child asks again. 0 means not known. The TLS model is initial-exec, since a
+// look-up through the loader would cost more than the call that it saves. It takes four bytes of the loader's spare
+// static TLS.
 std::atomic<DWORD> process_identifier{0};
 [[gnu::tls_model("initial-exec")]] constinit thread_local DWORD thread_identifier = 0;
 

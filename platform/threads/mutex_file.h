@@ -16,13 +16,13 @@
 
 namespace platform {
 
-// What the file of a lock tells to who may read it.
+// The contents of a lock's file, for a user who may read it.
 struct mutex_facts {
     std::u16string name; // empty where the file could not be read
     std::string path;
     uid_t user = 0;
     bool for_everyone = false;
-    bool is_left_behind = false; // by processes that were killed: nobody has it open
+    bool is_left_behind = false; // nobody has it open: its processes were killed
     uint32_t owner = 0;          // the thread that holds it, or has died holding it; 0 for none
 };
 
@@ -34,13 +34,13 @@ public:
     // from being looked at.
     DWORD open(const std::u16string& name, bool may_create, bool for_everyone, bool& existed);
 
-    // Takes the lock; failed: with the code set.
+    // Takes the lock. `failed` comes with the code set.
     taken lock(const deadline& until);
     void unlock();
     void abandon(); // gives the lock up as if the owner had died
 
-    // In a forked child: gives up what it shares with its parent, the parent's lock with it, and opens the file as the
-    // process of its own that it is. Where that fails, so does every call from here on.
+    // Called in a forked child. Gives up the descriptor that it shares with its parent, and so the parent's locks, and
+    // opens the file as a process of its own. When that fails, every later call fails.
     void reopen(const std::u16string& name);
 
     // Ends the use of the file; the last one removes it. A lock that is held is given up as if its owner had died.
@@ -52,7 +52,7 @@ public:
     // Removes the files that killed processes of this user have left behind, of any user when it is root.
     static void sweep();
 
-    // The locks of this machine. 0, or why they cannot be listed.
+    // Lists the locks of this machine. 0 or a code.
     static DWORD list(std::vector<mutex_facts>& out);
 
 private:
@@ -77,7 +77,7 @@ private:
 
     std::string path_;
     descriptor file_;
-    void* mapping_ = nullptr; // It holds the words, for the kernel alone.
+    void* mapping_ = nullptr; // the two words of the file, for the kernel's futex calls alone
     bool owes_turn_ = false;  // the last unlock woke a sleeper; guarded by the gate of the process
 };
 

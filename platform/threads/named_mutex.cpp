@@ -43,20 +43,21 @@ struct shared_mutex {
     int users = 0; // handles and running waits; guarded by the lock of the list of mutexes
     gate_event* gate = new gate_event;
     std::atomic<uintptr_t> owner{0};
-    uint32_t depth = 0;     // of the owner
-    bool abandoned = false; // without a file to say so; guarded by the gate
+    uint32_t depth = 0;     // how many times the owner has taken it
+    bool abandoned = false; // used where there is no file; guarded by the gate
 };
 
 using shared_pointer = std::shared_ptr<shared_mutex>;
 
-// Both live until the very end of the process, where threads may still end.
+// This lock, the next one and the list are never destroyed: threads may still end at the very end of the process.
 std::mutex& list_lock() {
     static std::mutex* const lock = new std::mutex;
     return *lock;
 }
 
-// Shared while a mutex's file is opened or closed, which may take a moment; so the lock of the list is never held for
-// as long. Exclusive for a fork: no child gets a file that is half open. It is taken before the lock of the list.
+// Held while a mutex's file is opened or closed, which may take a moment, so that the lock of the list need not be.
+// Calls share it. A fork takes it alone, so that no child gets a file that is half open. It is taken before the lock of
+// the list.
 fork_lock& files_lock() {
     static fork_lock* const lock = new fork_lock;
     return *lock;
@@ -67,7 +68,7 @@ std::map<std::u16string, shared_pointer>& mutexes_by_name() {
     return *list;
 }
 
-// The last user of a mutex closes its file. A call that uses it is one, since another thread may close the handle.
+// The last user of a mutex closes its file. A running call counts as a user, since another thread may close the handle.
 void leave(shared_mutex& mutex) {
     {
         const std::lock_guard<std::mutex> held(list_lock());
@@ -114,7 +115,7 @@ owned_list* owned_by_this_thread() {
     return nullptr;
 }
 
-// Guarded by the lock of the list: `close` takes it.
+// A guarded object, whose lock is that of the list: `close` takes it.
 struct mutex_handle : object {
     static constexpr object_kind kind{};
     mutex_handle(shared_pointer of, DWORD rights) : object(kind), mutex(std::move(of)), access(rights) {}
@@ -133,7 +134,7 @@ struct mutex_handle : object {
     const DWORD access;
 };
 
-// Once in the life of a process is enough.
+// The files that killed processes left behind are swept once in the life of a process.
 constinit std::atomic<bool> has_swept{false};
 
 // A forked child is a process of its own: it owns no named mutex, whatever its parent does, and none of the threads
@@ -164,8 +165,8 @@ void unlock_in_parent() {
 
 [[maybe_unused]] const int fork_handlers = pthread_atfork(lock_for_fork, unlock_in_parent, start_as_child);
 
-// A process that ends without closing its locks leaves no file behind. One that another thread still owns stays, since
-// that thread runs until the process has ended.
+// A process that ends without closing its locks leaves no file behind. The file of a lock that another thread owns
+// stays, since that thread runs until the process has ended.
 [[gnu::destructor]] void remove_names() {
     std::vector<shared_pointer> mutexes;
     {
@@ -203,7 +204,7 @@ public:
     DWORD access = 0;
 };
 
-// Keeps it among those that its thread owns, in place of those that were closed while they were owned.
+// Adds a mutex to those that its thread owns, and drops those that were closed while they were owned.
 void add_owned(owned_list& owned, const shared_pointer& mutex) {
     if (!owned.empty()) {
         const std::lock_guard<std::mutex> held(list_lock());
@@ -312,7 +313,7 @@ shared_pointer find_or_open(const std::u16string& name, bool may_create, bool fo
     return used;
 }
 
-// A handle of a mutex on which the caller counts; null, with the code set, when there can be none.
+// A handle of a mutex whose user count the caller has raised for it. Null with the code set, and the count put back.
 HANDLE handle_of(const shared_pointer& mutex, DWORD access) {
     auto* const opened = new (std::nothrow) mutex_handle(mutex, access);
     if (!opened)

@@ -15,8 +15,8 @@ namespace platform {
 
 namespace {
 
-constexpr size_t default_stack_at_least = size_t{1}
-                                          << 20; // some C libraries give far less than programs expect
+// Some C libraries give far less than programs expect.
+constexpr size_t default_stack_at_least = size_t{1} << 20;
 
 struct thread : waitable {
     static constexpr object_kind kind{};
@@ -71,7 +71,7 @@ size_t stack_bytes(size_t by_default, unsigned asked, bool is_reservation) {
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t least =
         std::max<size_t>(static_cast<size_t>(sysconf(_SC_THREAD_STACK_MIN)), PTHREAD_STACK_MIN);
-    // Otherwise the size is what to commit at first, of a reservation that is at least the default.
+    // Without the flag, the size asked for is what to commit at first. The reservation is at least the default.
     const size_t wanted =
         is_reservation && asked != 0 ? asked : std::max<size_t>({by_default, default_stack_at_least, asked});
     return (std::max(wanted, least) + page - 1) / page * page;
@@ -83,7 +83,7 @@ bool start(thread& self, unsigned stack_size, bool is_reservation) {
         return false;
     size_t by_default = 0;
     pthread_attr_getstacksize(&attributes, &by_default);
-    self.keep(); // The thread counts on it, too.
+    self.keep(); // the running thread has a reference, too
     const bool started =
         pthread_attr_setstacksize(&attributes, stack_bytes(by_default, stack_size, is_reservation)) == 0
         && pthread_create(&self.host, &attributes, run, &self) == 0;

@@ -6,10 +6,10 @@
 
 namespace platform {
 
-// The address of a thread and the host's number for it both serve again once it has ended, so a lock that it left
-// held would pass for a lock of the next thread. A forked child's thread keeps the number and the thread locks that
-// go with it. Initial-exec, since a look-up through the loader would cost more than the whole lock; it takes a
-// pointer's bytes of the loader's spare room.
+// The address of a thread and its tid are used again after its end, so a lock that it left held would pass for a lock
+// of the next thread. A forked child's thread keeps the number and the thread locks that go with it. The TLS model is
+// initial-exec, since a look-up through the loader would cost more than the whole lock. It takes eight bytes of the
+// loader's spare static TLS.
 [[gnu::tls_model("initial-exec")]] inline constinit thread_local uintptr_t known_serial = 0;
 
 // Never 0.

@@ -61,10 +61,10 @@ void several::settle_or_enqueue(sleeper& self) {
         entry.who = &self;
         one.lock();
         const bool signalled = one.is_signalled_locked();
+        // If settle fails, an earlier object already ended the wait: leave this one signalled.
         if (!signalled)
             one.enqueue_locked(entry);
-        else if (self.settle(
-                     i)) // If it fails, an earlier object already ended the wait: leave this one signalled.
+        else if (self.settle(i))
             one.take_locked();
         one.unlock();
         if (signalled)

@@ -61,7 +61,7 @@ void _tzset() {
 }
 
 int32_t time(int32_t* out) {
-    // The clock of the latest tick costs a fraction, and shows the same second but for the second's last milliseconds.
+    // The clock of the latest tick costs a fraction, and shows the same second, except in a second's last milliseconds.
     constexpr long surely_before_the_end = 900'000'000;
     timespec now;
     clock_gettime(CLOCK_REALTIME_COARSE, &now);

@@ -25,7 +25,7 @@ constexpr int days_before_month(int64_t year, int month) {
     return sums[month - 1] + (month > 2 && is_leap_year(year) ? 1 : 0);
 }
 
-// The first of January.
+// The days from 1970-01-01 to the first of January.
 constexpr int64_t days_before_year(int64_t year) {
     constexpr int64_t days_before_1970 = 719162; // counted from 0001-01-01
     const int64_t past = year - 1;

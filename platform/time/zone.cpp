@@ -30,7 +30,7 @@ constexpr int64_t system_zone_check_ms = 1000;
 // Where both ends of an hour have the same offset, so has the hour.
 constexpr int64_t hour = 3600;
 
-// No offset reaches it; 24:59:59 is the largest that TZ can spell.
+// Every offset is smaller: 24:59:59 is the largest that TZ can spell.
 constexpr int64_t offset_limit = 25 * hour;
 
 zone_span ask(int64_t time) {
@@ -38,7 +38,7 @@ zone_span ask(int64_t time) {
     ::tm local{};
     if (!localtime_r(&host_time, &local))
         return {time, time + 1, 0, false};
-    // By the fields, not by what the zone calls its offset: a zone may also count leap seconds.
+    // The offset comes from the fields, not from tm_gmtoff: a zone may also count leap seconds.
     const int64_t days = civil::days_of(local.tm_year + int64_t{1900}, local.tm_mon + 1, local.tm_mday);
     const int64_t shown =
         days * civil::seconds_per_day + local.tm_hour * hour + local.tm_min * 60 + local.tm_sec;
@@ -49,7 +49,7 @@ bool same_offset(const zone_span& one, const zone_span& other) {
     return one.offset == other.offset && one.daylight == other.daylight;
 }
 
-// The first second of what holds at `high`, which differs from what holds at `low`.
+// The first second of the offset or flag that holds at `high`, which are not those at `low`.
 int64_t change_between(int64_t low, int64_t high) {
     const zone_span before = ask(low);
     while (high - low > 1) {
@@ -93,7 +93,7 @@ uint32_t next_number() {
 } // namespace
 
 // Holds the lock and calls tzset while the C library is asked: another thread might make it read another setting. If TZ
-// changes meanwhile, or the zone could not be read, the answers are used once and not cached.
+// changes in between, or the zone could not be read, the answers are used once and not cached.
 class zone::question {
 public:
     explicit question(zone& asked) : zone_(asked) {
@@ -101,7 +101,7 @@ public:
         if (zone_.setting_.from_system && !system_zone_can_be_read())
             zone_.usable_ = false;
         ::tzset();
-        check_setting(); // also here, for it may be changed back before the answers are complete
+        check_setting(); // here as well: TZ may be changed back before the answers are complete
     }
     ~question() {
         host_zone.unlock();
@@ -176,7 +176,7 @@ void zone::read() {
     zones.push_back({setting_, spans_});
 }
 
-// The result of getenv, without its search as long as the variable stays where it was found.
+// The result of getenv("TZ"), without a search as long as the variable stays where it was found.
 const char* zone::variable() {
     constexpr size_t name_length = 3;
     const auto is_it = [](const char* entry) {
@@ -349,7 +349,7 @@ zone::absence zone::look_around(int64_t time, bool daylight) {
     return gone;
 }
 
-// A time with the flag, in steps of a day, which no season is shorter than; -1 when there is none.
+// Looks for a time with the flag in steps of a day, since no season is shorter. -1 when there is none.
 int64_t zone::nearest_day(int64_t time, int64_t step, bool daylight) {
     const auto search = [&](auto is_daylight) {
         int64_t day = std::clamp<int64_t>(time, 0, last_time);

@@ -51,14 +51,14 @@ public:
 
     explicit zone(zone_setting setting);
 
-    // Another one for each zone that a thread of this process has made. Never 0.
+    // A number that no other zone object of this process has. Never 0.
     uint32_t number() const { return number_; }
 
     // The time that was broken down last. The next one is mostly the same or of the same day, and breaking a day down
     // costs more than the rest.
     struct shown_time {
         int32_t time = -1;
-        int64_t days = INT64_MIN; // whose fields the record holds
+        int64_t days = INT64_MIN; // the day whose fields `local` holds
         tm local{};
     };
     shown_time& latest_shown() { return latest_shown_; }
@@ -83,7 +83,8 @@ private:
         int32_t offset_before, offset_after;
     };
 
-    // Entries of 2^24 seconds, 194 days; the first and the last stand for what lies beyond as well.
+    // The index has an entry for each 2^24 seconds, 194 days. The first and the last entry stand for all earlier and
+    // later times as well.
     static constexpr int index_shift = 24;
     static constexpr int64_t index_size = (last_time >> index_shift) + 1;
 
@@ -113,8 +114,8 @@ private:
     bool is_read_ = false;         // its file or its rule was read, so the C library need not be asked
     int64_t next_check_ms_ = 0;    // when to look at the system's file again
     std::vector<zone_span> spans_; // ascending, not overlapping, with holes where nothing was asked yet
-    std::array<uint16_t, index_size>
-        index_{};                      // the first span that may hold a time of each entry's half-year
+    // For each entry, the first span that may hold a time of its 194 days.
+    std::array<uint16_t, index_size> index_{};
     size_t latest_ = 0;                // the span that was asked for last
     std::vector<absence> absences_[2]; // by daylight flag; ascending
 };

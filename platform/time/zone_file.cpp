@@ -23,7 +23,7 @@ namespace {
 constexpr char zone_directory[] = "/usr/share/zoneinfo/";
 constexpr off_t largest_file = 256 * 1024;
 
-// Empty where only the C library knows.
+// The path of a setting's zone file; empty where only the C library can tell.
 std::string path_of(const zone_setting& setting) {
     if (setting.from_system)
         return system_zone_file;
@@ -40,7 +40,7 @@ bool is_want_of_resources(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
-// False, with errno, for what is no file or cannot be read.
+// False, with errno, for anything but a regular file that can be read.
 bool read_whole(const std::string& path, std::string& bytes) {
     const descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status;
@@ -55,7 +55,7 @@ bool read_whole(const std::string& path, std::string& bytes) {
     return size >= 0;
 }
 
-// Numbers of a file, the highest byte first. Beyond its end they are 0, and `failed` is set.
+// Reads numbers from a file, the highest byte first. Beyond its end they are 0, and `failed` is set.
 class byte_reader {
 public:
     explicit byte_reader(std::string_view bytes) : rest_(bytes) {}

@@ -11,7 +11,7 @@ namespace {
 
 constexpr int32_t hour = 3600;
 
-// Takes the parts of a rule from the front of its text. What does not fit leaves `failed` set.
+// Takes the parts of a rule from the front of its text. Text that does not fit leaves `failed` set.
 class rule_reader {
 public:
     explicit rule_reader(std::string_view text) : rest_(text) {}
@@ -40,7 +40,7 @@ public:
         return value;
     }
 
-    // Three letters or more, or what stands between < and >.
+    // Three letters or more, or such a name between < and >, which may hold digits and signs.
     void name() {
         const bool quoted = take('<');
         const auto is_letter = [&](char c) {
@@ -88,13 +88,13 @@ private:
     bool failed_ = false;
 };
 
-// On the clock that is `offset` ahead of UTC.
+// The moment of a change in a year. The rule tells it on a clock that is `offset` ahead of UTC.
 int64_t instant_of(const yearly_change& change, int64_t year, int32_t offset) {
     const int64_t first_day = civil::days_of(year, change.month, 1);
     const int to_weekday = (change.weekday - civil::weekday_of(first_day) + 7) % 7;
     int64_t day = first_day + to_weekday + 7 * (change.week - 1);
     if (day >= first_day + civil::days_in_month(year, change.month))
-        day -= 7; // a fifth that the month does not have is the last
+        day -= 7; // the month has no fifth such weekday: the last one counts
     return day * civil::seconds_per_day + change.seconds - offset;
 }
 

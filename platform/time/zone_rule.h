@@ -9,8 +9,8 @@
 
 namespace platform {
 
-// The n-th weekday of a month, 5 for the last, and a time of that day on the clock before the change. It may lie days
-// away from it.
+// The n-th weekday of a month, 5 for the last, and a time of that day on the clock before the change. That time
+// may lie days away from the day.
 struct yearly_change {
     int month;   // 1 to 12
     int week;    // 1 to 5
@@ -28,7 +28,8 @@ struct zone_rule {
 // Reads "CET-1" or "CET-1CEST,M3.5.0,M10.5.0/3". Nothing for any other form, which is left to the C library.
 std::optional<zone_rule> read_rule(std::string_view text);
 
-// Adds what the rule says of the time from `begin` to `end`; joined with the last span where it goes on.
+// Adds the spans that the rule gives from `begin` to `end`. The first is joined with the last one added, where it goes
+// on.
 void add_spans(const zone_rule& rule, int64_t begin, int64_t end, std::vector<zone_span>& spans);
 
 // Adds a span that begins where the last one ends, or makes the last one longer. Nothing for an empty one.
