@@ -28,7 +28,7 @@ constexpr size_t whole_drive = 'z' - 'a';
 
 constexpr time_t never = -1;
 constexpr time_t memory_seconds = 1;
-constexpr size_t most_shares = 64; // that a thread remembers
+constexpr size_t shares_remembered_at_most = 64;
 
 struct known_drive {
     time_t read_at = never;
@@ -86,7 +86,8 @@ bool is_absence(int error) {
 }
 
 // The directory that an entry of the host directory stands for: a link's text is taken as it is, so that a drive
-// costs neither a descriptor nor a look at the file system behind it. 0, 2 for no such entry, or another code.
+// costs neither a descriptor nor a look at the file system behind it. 0, 2 (ERROR_FILE_NOT_FOUND) for no such entry, or
+// another code.
 DWORD read_entry(const std::string& folder, std::string_view entry, std::string& directory) {
     const std::string path = folder + '/' + std::string(entry);
     char text[PATH_MAX];
@@ -228,8 +229,12 @@ DWORD read_share_ways(drive_memory& drives, time_t now) {
             std::u16string root = u"\\\\";
             append_wide_name(server, root);
             append_wide_name(share, root += u'\\');
-            if (code == ERROR_SUCCESS && read_entry(server_folder, share, directory) == ERROR_SUCCESS)
+            if (code == ERROR_SUCCESS)
+                code = read_entry(server_folder, share, directory);
+            if (code == ERROR_SUCCESS)
                 code = add_way(directory, std::move(root), ways);
+            else if (code == ERROR_FILE_NOT_FOUND || code == ERROR_ACCESS_DENIED)
+                code = ERROR_SUCCESS; // it has just been removed, or the user may not enter
         }
     }
     if (code != ERROR_SUCCESS)
@@ -288,7 +293,7 @@ DWORD append_share_directory(wide_view server, wide_view share, std::string& out
     if (code != ERROR_SUCCESS)
         return code;
     out += directory;
-    if (drives.shares.size() == most_shares)
+    if (drives.shares.size() == shares_remembered_at_most)
         drives.shares.clear();
     drives.shares.push_back({std::u16string(server), std::u16string(share), now, std::move(directory)});
     return ERROR_SUCCESS;

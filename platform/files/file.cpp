@@ -27,7 +27,7 @@ bool is_stream(mode_t mode) {
     return S_ISFIFO(mode) || S_ISCHR(mode) || S_ISSOCK(mode);
 }
 
-// EAGAIN: a read that does not wait has found nothing yet, in another user's pipe or in a queue of the kernel's.
+// EAGAIN: there is nothing to read yet, and the descriptor does not wait, as for another user's pipe.
 DWORD code_of_read(int error) {
     return error == EAGAIN ? DWORD{ERROR_NO_DATA} : code_of_errno(error);
 }
@@ -69,8 +69,8 @@ DWORD file::read(char* out, size_t count, size_t& done) {
     return ERROR_SUCCESS;
 }
 
-// Reads until the count is met or the file ends. Where the block at hand ends, it goes on in the file: so bytes that
-// others append are seen, and no record is cut in two.
+// Reads until the count is met or the file ends. Behind the end of the block it reads from the file itself: so bytes
+// that others append are seen, and no record is cut in two.
 DWORD file::read_regular(char* out, size_t count, size_t& done) {
     const uint64_t start = position_;
     DWORD code = ERROR_SUCCESS;
@@ -115,7 +115,8 @@ size_t file::take_from_block(char* out, size_t count) {
     return size;
 }
 
-// Whether the position is where the latest read ended, or in it: a line reader goes back for what follows the line.
+// Whether the position is where the latest read ended, or in it: a line reader reads a
+// piece, takes a line from it, and seeks back to the end of that line.
 bool file::is_sequential() const {
     return position_ >= latest_start_ && position_ <= latest_end_;
 }
@@ -222,6 +223,8 @@ DWORD file::seek(int64_t distance, DWORD origin, int64_t& position) {
             return code_of_errno(errno);
         // The size of a block device is where it ends.
         base = S_ISBLK(mode_) ? lseek(number_.get(), 0, SEEK_END) : now.st_size;
+        if (base < 0) // a device that is open for its attributes alone
+            return code_of_errno(errno);
         size_ = static_cast<uint64_t>(now.st_size);
     } else if (origin != FILE_BEGIN) {
         return ERROR_INVALID_PARAMETER;

@@ -120,10 +120,10 @@ int wait_for_attempt(int descriptor, int64_t start_ms) {
     while (!has_limit && poll(&watched, 1, -1) < 0 && errno == EINTR) {}
     int error = 0;
     socklen_t size = sizeof error;
-    if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0)
-        return 0;
+    if (getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) != 0)
+        return -1;
     errno = error;
-    return -1;
+    return error == 0 ? 0 : -1;
 }
 
 bool same_end(const sockaddr_storage& own, const sockaddr* target) {
@@ -140,7 +140,7 @@ bool same_end(const sockaddr_storage& own, const sockaddr* target) {
 }
 
 // The kernel may let an attempt come from the very port that it goes to, where nobody listens. The socket is then
-// connected to itself. errno stays.
+// connected to itself. Leaves errno alone.
 bool is_connected_to_itself(int descriptor, const sockaddr* target) {
     const int error = errno;
     sockaddr_storage own{};
@@ -267,8 +267,8 @@ SOCKET accept(SOCKET socket, sockaddr* address, int* length) {
     if (!sockets_started())
         return INVALID_SOCKET;
     const int listener = descriptor_of(socket);
-    if (address
-        && (!length || too_little_room(listener, *length))) { // a connection that is taken would be lost
+    // Looked at first: a connection that is accepted without room for its address would be lost.
+    if (address && (!length || too_little_room(listener, *length))) {
         SetLastError(code_of_bad_place_for_peer(listener));
         return INVALID_SOCKET;
     }
@@ -345,7 +345,7 @@ int listen(SOCKET socket, int backlog) {
         return SOCKET_ERROR;
     const int descriptor = descriptor_of(socket);
     if (socket_type(descriptor) == SOCK_STREAM) {
-        if (!socket_is_bound(descriptor)) // else the kernel would choose a port
+        if (!socket_is_bound(descriptor)) // the kernel would choose a port for it
             return socket_failure(WSAEINVAL);
         give_way(descriptor, 1);
     }

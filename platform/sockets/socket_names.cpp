@@ -1,4 +1,4 @@
-// Addresses and names: dotted text, look-ups, the name of this computer.
+// Addresses and names: dotted text, and look-ups of hosts by name.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
@@ -113,21 +113,22 @@ struct host_record {
     }
 };
 
-// The addresses of this computer: those that others can reach it by, else the loopback.
-std::vector<in_addr> own_addresses() {
-    std::vector<in_addr> found;
+// Finds the addresses of this computer: those that others can reach it by, else the loopback. False, with errno, when
+// the kernel cannot be asked.
+bool find_own_addresses(std::vector<in_addr>& found) {
     ifaddrs* list = nullptr;
-    if (getifaddrs(&list) == 0) {
-        for (const ifaddrs* at = list; at; at = at->ifa_next) {
-            if (at->ifa_addr && at->ifa_addr->sa_family == AF_INET && at->ifa_flags & IFF_UP
-                && !(at->ifa_flags & IFF_LOOPBACK))
-                found.push_back(reinterpret_cast<const sockaddr_in*>(at->ifa_addr)->sin_addr);
-        }
-        freeifaddrs(list);
+    if (getifaddrs(&list) != 0)
+        return false;
+    found.clear();
+    for (const ifaddrs* at = list; at; at = at->ifa_next) {
+        if (at->ifa_addr && at->ifa_addr->sa_family == AF_INET && at->ifa_flags & IFF_UP
+            && !(at->ifa_flags & IFF_LOOPBACK))
+            found.push_back(reinterpret_cast<const sockaddr_in*>(at->ifa_addr)->sin_addr);
     }
+    freeifaddrs(list);
     if (found.empty())
         found.push_back({htonl(INADDR_LOOPBACK)});
-    return found;
+    return true;
 }
 
 DWORD code_of_lookup(int resolver_error, int error) {
@@ -170,8 +171,11 @@ hostent* gethostbyname(const char* name) {
     host_record& record = thread_own<host_record>::get();
     const bool own_name = name && strcasecmp(name, own.c_str()) == 0 && own != "localhost";
     if (!name || !*name || own_name) {
+        if (!find_own_addresses(record.addresses)) {
+            SetLastError(code_of_lookup(NETDB_INTERNAL, errno));
+            return nullptr;
+        }
         record.name = own;
-        record.addresses = own_addresses();
     } else if (const in_addr address{platform::inet_addr(name)};
                address.s_addr != INADDR_NONE && !is_space(*name)) {
         record.name = name;

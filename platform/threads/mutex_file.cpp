@@ -26,7 +26,7 @@ namespace {
 
 constexpr char folder[] = "/dev/shm";
 constexpr char prefix[] = "/dev/shm/zu.mutex.";
-constexpr size_t longest_plain_name = 180; // A file's name may have 255 bytes.
+constexpr size_t longest_plain_name = 180; // a file's name may have 255 bytes
 constexpr mode_t for_owner = 0600;
 constexpr mode_t for_all = 0666;
 
@@ -39,7 +39,7 @@ constexpr off_t turn = initialisation + 3;
 constexpr char magic[] = "zu mutex 2 \n"; // the two words follow, then the name
 constexpr off_t held_at = sizeof magic - 1;
 constexpr uint32_t is_free =
-    0; // Any other value is the number of the thread that holds the lock or died with it.
+    0; // any other value: the number of the thread that holds the lock or died with it
 constexpr off_t turns_at = held_at + sizeof is_free;
 constexpr size_t mapped_bytes = turns_at + sizeof is_free;
 static_assert(held_at % sizeof is_free == 0);
@@ -89,15 +89,16 @@ mode_t mode_of(bool for_everyone) {
     return for_everyone ? for_all : for_owner;
 }
 
-// On the descriptor, whatever the umask says. A file that another user left behind for everyone stays as it is.
+// Sets the rights on the descriptor, where no umask applies. A file that another user left behind for everyone stays as
+// it is.
 bool set_rights(int file, bool for_everyone) {
     struct stat status;
     return fstat(file, &status) == 0
            && (status.st_uid != geteuid() || fchmod(file, mode_of(for_everyone)) == 0);
 }
 
-// A new file under a name that is free, else errno. It gets its name when it has its rights, so that no user is ever
-// refused at a lock for everyone.
+// Creates a file under a name that is free; none, with errno, on failure. The file gets its rights before its name, so
+// that no user is ever refused at a lock for everyone.
 descriptor create_file(const std::string& path, bool for_everyone) {
     descriptor file(::open(folder, O_RDWR | O_CLOEXEC | O_TMPFILE, for_owner));
     if (!file || fchmod(file.get(), mode_of(for_everyone)) != 0)
@@ -112,8 +113,8 @@ descriptor create_file(const std::string& path, bool for_everyone) {
     return linked ? std::move(file) : descriptor();
 }
 
-// Whether it is a lock of this user's, or of anybody's for root. A file of another kind is not ours to remove, whatever
-// its name.
+// Whether the file is a lock of this user's, or of anybody's when this user is root. A file of another kind is not ours
+// to remove, whatever its name.
 bool is_own_lock(int file) {
     struct stat status;
     char start[sizeof magic - 1];
@@ -125,7 +126,7 @@ bool is_own_lock(int file) {
 
 std::string path_of(const std::u16string& name) {
     std::string path = prefix;
-    uint64_t hash = 0xCBF29CE484222325; // It stands for the end of a name that is too long for a file's.
+    uint64_t hash = 0xCBF29CE484222325; // stands for the end of a name that is too long for a file
     for (char16_t unit : name) {
         hash = (hash ^ unit) * 0x100000001B3;
         const bool plain = (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z')
@@ -142,6 +143,14 @@ std::string path_of(const std::u16string& name) {
     return path;
 }
 
+// Replaces the text of a file. False with errno.
+bool write_text(int file, const std::string& text) {
+    if (ftruncate(file, 0) != 0)
+        return false;
+    errno = ENOSPC; // stands when a part of the text is written
+    return pwrite(file, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+}
+
 std::string text_of(const std::u16string& name) {
     std::string text = magic;
     text.append(mapped_bytes - text.size(), 0);
@@ -153,7 +162,7 @@ void pause_for(long nanoseconds) {
     nanosleep(&length, nullptr);
 }
 
-// Another user's file is one of the locks for everyone, or no business of ours.
+// Another user's file is taken only as a lock for everyone.
 DWORD check_rights(int file) {
     struct stat status;
     if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode))
@@ -170,7 +179,8 @@ bool mutex_file::is_still_named() const {
            && opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
-// Locks the byte of those who make, check or remove the file. False with errno: ETIMEDOUT when somebody keeps it.
+// Locks the byte that guards making, checking and removing the file. False with errno: ETIMEDOUT when somebody keeps
+// it.
 bool mutex_file::begin_change(const deadline& limit) const {
     for (long pause = first_pause_ns; !try_lock(file_.get(), initialisation);
          pause = std::min(pause * 2, longest_pause_ns)) {
@@ -189,7 +199,7 @@ void mutex_file::end_change() const {
     set_lock(file_.get(), F_UNLCK, initialisation);
 }
 
-// Within a change. False when another process has the file open.
+// Called within a change. False when another process has the file open.
 bool mutex_file::remove_if_unused() const {
     return try_lock(file_.get(), liveness) && is_still_named() && unlink(path_.c_str()) == 0;
 }
@@ -238,7 +248,7 @@ DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool fo
     } else {
         code = check_or_write(name, may_create, for_everyone, existed, again);
     }
-    if (code != ERROR_SUCCESS) // the next one to look must not find us alive
+    if (code != ERROR_SUCCESS) // the next process must not take us for a user of the file
         set_lock(file_.get(), F_UNLCK, liveness);
     end_change();
     return code;
@@ -246,13 +256,13 @@ DWORD mutex_file::open_once(const std::u16string& name, bool may_create, bool fo
 
 DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bool for_everyone,
                                  bool& existed, bool& again) {
-    again = !is_still_named(); // removed by the last one before us
+    again = !is_still_named(); // its last user has removed it
     if (again)
         return ERROR_SUCCESS;
     std::string text = text_of(name);
     existed = !try_lock(file_.get(), liveness);
     if (existed) {
-        // Once more: it may have been made anew, for its owner alone, since it was opened.
+        // Checked once more: the file may have been written anew, for its owner alone, since it was opened.
         if (const DWORD code = check_rights(file_.get()); code != ERROR_SUCCESS)
             return code;
         std::string found(text.size() + 1, 0);
@@ -266,8 +276,7 @@ DWORD mutex_file::check_or_write(const std::u16string& name, bool may_create, bo
     } else if (!may_create) {
         unlink(path_.c_str()); // left behind by processes that were killed
         return ERROR_FILE_NOT_FOUND;
-    } else if (!set_rights(file_.get(), for_everyone) || ftruncate(file_.get(), 0) != 0
-               || pwrite(file_.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) {
+    } else if (!set_rights(file_.get(), for_everyone) || !write_text(file_.get(), text)) {
         const DWORD code = code_of_errno(errno);
         unlink(path_.c_str());
         return code;
@@ -331,7 +340,7 @@ mutex_file::taken mutex_file::lock(const deadline& until) {
     return mark_held() ? taken::yes : taken::abandoned;
 }
 
-// False when it cannot be had in time. The lock may then be taken out of turn, unless the caller's time is over, too.
+// False when the turn cannot be had in time. The lock may then be taken out of turn, unless the caller's time is over.
 bool mutex_file::take_turn(const deadline& until) const {
     const deadline limit = until.within(longest_turn_ms);
     for (;;) {
@@ -388,7 +397,7 @@ bool mutex_file::mark_held() const {
 }
 
 // Sleeps until the lock is given up, for a while. False at once when the word does not say that it is held: its owner
-// is about to say so, or to let go.
+// is about to write its number, or to unlock.
 bool mutex_file::sleep_while_held(const deadline& until) const {
     uint32_t held = is_free;
     return read_word(held_at, held) && held != is_free && sleep_on_word(held_at, held, until);
@@ -425,7 +434,7 @@ void mutex_file::close() {
         return;
     if (begin_change(deadline(longest_change_ms)))
         remove_if_unused();
-    // Explicitly, since a forked child may still have the file open.
+    // Unlocked explicitly, since a forked child may still have the file open.
     for (off_t byte : {ownership, liveness, initialisation})
         set_lock(file_.get(), F_UNLCK, byte);
     munmap(mapping_, mapped_bytes);
@@ -434,9 +443,9 @@ void mutex_file::close() {
 
 void mutex_file::remove_name(const deadline& limit) {
     if (!file_ || !begin_change(limit))
-        return; // left behind, as by a killed process
+        return; // the file stays, as after a killed process
     if (!remove_if_unused())
-        set_lock(file_.get(), F_RDLCK, liveness); // shared again, should it be alone now
+        set_lock(file_.get(), F_RDLCK, liveness); // shared again, in case it was taken alone
     end_change();
 }
 

@@ -281,6 +281,16 @@ TEST_F(process_lock, a_file_kept_from_others) {
     EXPECT_EQ(code_of(open() != nullptr), codes::timed_out);
 }
 
+TEST_F(process_lock, a_file_with_too_little_room) {
+    const outcome child = run_child([&] {
+        const rlimit few_bytes{20, 20};
+        setrlimit(RLIMIT_FSIZE, &few_bytes);
+        std::printf("%u", code_of(create() != nullptr));
+    });
+    EXPECT_EQ(child.output, std::to_string(codes::disk_full));
+    EXPECT_FALSE(has_file());
+}
+
 TEST_F(process_lock, no_file_outlives_a_process_for_long) {
     run_child([&] {
         ZU_lock_process_lock(create());

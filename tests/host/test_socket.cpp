@@ -475,6 +475,12 @@ TEST_F(sockets, own_name_and_odd_names) {
     EXPECT_EQ(looked_up(u"1.2.3"), u"1.2.0.3") << "an address, by its shorter form";
     for (const ZU_wchar* unknown : {u" ", u"a b", u"256.1.1"})
         EXPECT_EQ(looked_up(unknown), u"code 11001") << narrow(unknown);
+    const outcome starved = run_child([] {
+        const rlimit no_descriptors{0, 0};
+        setrlimit(RLIMIT_NOFILE, &no_descriptors);
+        std::printf("%s", narrow(looked_up(u"")).c_str());
+    });
+    EXPECT_EQ(starved.output, "code 11003") << "not the loopback";
 }
 
 // A name server that answers by the first digit of the name: with its code, from 4 on with an address.
