@@ -57,16 +57,24 @@ bool is_in_current_token(platform::PSID wanted) {
 
 // ---- Accounts --------------------------------------------------------------------------------------------------
 
+// The heap leaves the code alone when it has no memory: 8 (ERROR_NOT_ENOUGH_MEMORY) is set here.
+bool is_there(const void* block) {
+    if (!block)
+        platform::SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return block != nullptr;
+}
+
 template <class T>
 T* heap_block(platform::DWORD count) {
-    return static_cast<T*>(platform::HeapAlloc(platform::GetProcessHeap(), 0, count * sizeof(T)));
+    void* const block = platform::HeapAlloc(platform::GetProcessHeap(), 0, count * sizeof(T));
+    return is_there(block) ? static_cast<T*>(block) : nullptr;
 }
 
 // False when there is no memory. The block then stays as it was.
 template <class T>
 bool grow(T*& block, platform::DWORD count) {
-    void* grown = platform::HeapReAlloc(platform::GetProcessHeap(), 0, block, count * sizeof(T));
-    if (grown)
+    void* const grown = platform::HeapReAlloc(platform::GetProcessHeap(), 0, block, count * sizeof(T));
+    if (is_there(grown))
         block = static_cast<T*>(grown);
     return grown != nullptr;
 }

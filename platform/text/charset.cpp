@@ -67,6 +67,8 @@ public:
         if (const DWORD code = shortage())
             return code;
         descriptor_ = iconv_open(to, from);
+        if (!is_open() && errno == EINVAL) // or a shortage has come and gone
+            descriptor_ = iconv_open(to, from);
         if (is_open())
             return ERROR_SUCCESS;
         const DWORD code = code_of_errno(errno);
