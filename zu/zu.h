@@ -406,11 +406,11 @@ ZU_API ZU_bool ZU_wildcard_match_win32_file(const ZU_wchar* pattern, const ZU_wc
 /* The value of a character, of which only the low 16 bits count; 0xFFFFFFFF for one outside the alphabet. */
 typedef uint32_t (*ZU_basex_decode_fn)(uint32_t character);
 
-/* The number in up to 32 bits from a bit offset on; bits beyond the bytes read as 0. */
+/* The number in 0 to 32 bits from a bit offset on; bits beyond the bytes read as 0. */
 ZU_API uint32_t ZU_get_bits(const uint8_t* bytes, uint32_t byte_count, uint32_t bit_offset,
                             uint32_t bit_count);
 
-/* Writes the low bits of a value from a bit offset on, up to the end of the bytes; all other bits stay. */
+/* Writes the 0 to 32 low bits of a value from a bit offset on, up to the end of the bytes; all other bits stay. */
 ZU_API void ZU_set_bits(uint8_t* bytes, uint32_t byte_count, uint32_t bit_offset, uint32_t bit_count,
                         uint32_t value);
 
@@ -1673,10 +1673,10 @@ ZU_API int32_t ZU_send(SOCKET socket, const void* buffer, int32_t length, int32_
 ZU_API int32_t ZU_sendto(SOCKET socket, const void* buffer, int32_t length, int32_t flags,
                          const struct sockaddr* address, int32_t address_length);
 
-/* The number of bytes received, as soon as there are any; 0 when the peer has closed, or -1: 10040 (WSAEMSGSIZE) for a
-   datagram longer than the capacity, whose rest is lost; 10054 (WSAECONNRESET) for an earlier datagram of this socket
-   that nobody took, though more may arrive; 10060 (WSAETIMEDOUT) when SO_RCVTIMEO ends it. The sender's address and its
-   length, which goes in as the room, may be null. */
+/* The number of bytes received, as soon as there are any; 0 when the peer has closed, and for a capacity of 0; or -1:
+   10040 (WSAEMSGSIZE) for a datagram longer than the capacity, whose rest is lost; 10054 (WSAECONNRESET) for an earlier
+   datagram of this socket that nobody took, though more may arrive; 10060 (WSAETIMEDOUT) when SO_RCVTIMEO ends it. The
+   sender's address and its length, which goes in as the room, may be null. */
 ZU_API int32_t ZU_recv(SOCKET socket, void* buffer, int32_t capacity, int32_t flags);
 ZU_API int32_t ZU_recvfrom(SOCKET socket, void* buffer, int32_t capacity, int32_t flags,
                            struct sockaddr* address, int32_t* address_length);
@@ -1721,8 +1721,9 @@ ZU_API int32_t ZU_socket_test_port(const ZU_wchar* address, uint16_t port, uint3
 /* ---- Transport objects -------------------------------------------------------------------------------------- */
 /*
  * A transport is a TCP endpoint: a server that listens, a connection accepted from it, or a client's connection. A
- * time-out is a timeval by pointer, null for no limit. When one ends an operation, the operation fails, leaves the
- * last-error code alone and sets *timed_out to 1; in every other case that is 0. The pointer may be null.
+ * time-out is a timeval by pointer, null for no limit; one below 0 fails with 10022 (WSAEINVAL). When one ends an
+ * operation, the operation fails, leaves the last-error code alone and sets *timed_out to 1; in every other case that
+ * is 0. The pointer may be null.
  *
  * One thread may send while another receives on the same transport; destroying one that is in use is the caller's
  * error. A failed constructor leaves nothing behind. Codes are the platform's, kept across the clean-up; a success may
@@ -1760,9 +1761,9 @@ ZU_API ZU_trans* ZU_trans_socket_connect(const ZU_wchar* host, uint16_t port, co
 /*
  * Send or receive once: true, and at *sent or *received the bytes that went, which may be fewer than asked for. The
  * time-out bounds the whole call: a send with one takes what there is room for, where one without waits until all is
- * taken. One call moves 2,147,483,647 bytes at most. False otherwise, with 0 bytes: 87 for a server or datagram
- * transport, 10054 (WSAECONNRESET) when the peer has closed, 10035 (WSAEWOULDBLOCK) when another thread's send took the
- * room in between.
+ * taken. One call moves 2,147,483,647 bytes at most. A receive needs room for a byte: with a capacity of 0 the peer
+ * seems to have closed. False otherwise, with 0 bytes: 87 for a server or datagram transport, 10054 (WSAECONNRESET)
+ * when the peer has closed, 10035 (WSAEWOULDBLOCK) when another thread's send took the room in between.
  */
 ZU_API ZU_bool ZU_trans_send(ZU_trans* transport, const void* buffer, uint32_t length, uint32_t* sent,
                              const struct timeval* timeout, ZU_bool* timed_out);
