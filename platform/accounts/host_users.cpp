@@ -13,7 +13,7 @@ namespace platform {
 
 namespace {
 
-// Calls a re-entrant look-up with as much storage as it asks for. False with errno 0 when there is no such entry.
+// Calls a re-entrant look-up with as much storage as it asks for. False with errno 0 if there is no such entry.
 template <class Entry, class Call>
 bool look_up(Entry& entry, std::vector<char>& storage, Call call) {
     storage.resize(1024);
@@ -85,7 +85,7 @@ std::optional<std::vector<gid_t>> groups_of(const host_user& user) {
             groups.resize(static_cast<size_t>(count));
             return groups;
         }
-        if (count <= room) { // it asks for no more room: there was no memory
+        if (count <= room) { // the call failed, but not for want of room
             errno = ENOMEM;
             return std::nullopt;
         }
@@ -103,7 +103,7 @@ constexpr const char* administrators[] = {"wheel", "sudo", "admin"};
 constexpr const char* power_users[] = {"staff"};
 constexpr const char* guest = "nobody";
 
-// Whether a group of one of the names is among the groups. False with errno 0, or with why nobody can say.
+// Whether the groups hold one of these names. False with errno 0 for a no, and with another errno if a look-up failed.
 template <size_t count>
 bool any_among(const char* const (&names)[count], const std::vector<gid_t>& groups) {
     for (const char* name : names) {

@@ -25,7 +25,7 @@ namespace platform {
 
 namespace {
 
-constexpr int patience_ms = static_cast<int>(logon_limit_s + 5) * 1000; // the helper ends itself before
+constexpr int patience_ms = static_cast<int>(logon_limit_s + 5) * 1000; // the helper's own limit is shorter
 
 secret request_for(const std::string& user, std::u16string_view password) {
     const size_t head = user.size() + 1;
@@ -35,8 +35,8 @@ secret request_for(const std::string& user, std::u16string_view password) {
     return request;
 }
 
-// Waits for the helper, and ends it first if it has not answered in time. The pidfd keeps the signal from another
-// process that has got the number, should the caller's own SIGCHLD handler have collected the helper already.
+// Waits for the helper, and kills it first if it has not answered in time. The caller's own SIGCHLD handler may have
+// collected the helper, and its pid may be another process's by then: so the signal goes to the pidfd.
 void end_helper(pid_t helper, int process, bool answered) {
     if (!answered && process >= 0)
         syscall(SYS_pidfd_send_signal, process, SIGKILL, nullptr, 0);
@@ -52,7 +52,7 @@ DWORD answer_to(const secret& request) {
     if (helper < 0)
         return ERROR_NO_LOGON_SERVERS;
     const descriptor process(static_cast<int>(syscall(SYS_pidfd_open, helper, 0)));
-    theirs.reset(); // so that the helper's end shows when it closes
+    theirs.reset(); // only the helper has this end now, so its exit is seen as the end of the stream
 
     DWORD code = ERROR_NO_LOGON_SERVERS;
     bool answered = false;

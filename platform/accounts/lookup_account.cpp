@@ -57,7 +57,7 @@ std::optional<account> find_known(std::u16string_view domain, std::u16string_vie
     return std::nullopt;
 }
 
-// A user wins over everything else of its name. errno is 0 when nothing has that name.
+// The account of a name. A user comes before a group of the same name. errno is 0 if nothing has the name.
 std::optional<account> find_account(std::u16string_view domain, std::u16string_view name) {
     const std::u16string machine = computer_name();
     const bool anywhere = domain.empty();

@@ -10,7 +10,7 @@ namespace platform {
 
 namespace {
 
-// Their values count up from 2.
+// The value of the first privilege in the list; the others count up from it.
 constexpr DWORD first_privilege = 2;
 constexpr std::u16string_view names[] = {u"SeCreateTokenPrivilege",
                                          u"SeAssignPrimaryTokenPrivilege",
@@ -44,7 +44,7 @@ constexpr std::u16string_view names[] = {u"SeCreateTokenPrivilege",
 constexpr DWORD end_of_privileges = first_privilege + std::size(names);
 constexpr DWORD change_notify = 23;
 
-// One bit for each privilege. A process has SeChangeNotifyPrivilege on from its start.
+// One bit for each privilege. A process starts with SeChangeNotifyPrivilege enabled.
 std::atomic<uint64_t> enabled{uint64_t{1} << change_notify};
 
 bool is_held(const identity& user, const LUID& privilege) {

@@ -44,10 +44,10 @@ constexpr std::u16string_view package_comment = u"Asks this machine's authentica
 
 using nonce = std::array<BYTE, 16>;
 
-// User, domain and password stand one behind the other.
+// User, domain and password follow one another in the text.
 struct credentials {
     secret text{0};
-    DWORD lengths[3] = {}; // in units
+    DWORD lengths[3] = {}; // the three lengths, in units
     bool outbound = false;
 };
 
@@ -58,7 +58,7 @@ struct context {
     secret seal{0}; // random bytes that hide the third token's credentials, until the server has read it
 };
 
-// Handles are numbers that are used only once, so a stale one is known as such.
+// Handles are numbers that are used only once, so a stale one is recognised.
 template <class Kept>
 class handle_table {
 public:
@@ -108,7 +108,7 @@ struct token_head {
     DWORD number; // 1 to 3
     nonce client_nonce;
     nonce server_nonce;
-    DWORD lengths[3]; // the third token: of user, domain and password behind the head, in units
+    DWORD lengths[3]; // in the third token: units of user, domain and password, which follow the head
 };
 
 constexpr char token_mark[8] = "ZUTOKEN";
@@ -203,7 +203,7 @@ SECURITY_STATUS begin_server(SecBufferDesc* input, CtxtHandle* out, SecBufferDes
     return SEC_I_CONTINUE_NEEDED;
 }
 
-// Takes the seal out of the client's context. It opens one token, once.
+// Takes the seal out of the client's context, so that it opens one token and no other.
 bool take_seal(const context& server, size_t size, secret& out) {
     const std::shared_ptr<context> client = all_contexts().find_if([&](const context& one) {
         return one.client && one.client_nonce == server.client_nonce
@@ -244,7 +244,7 @@ bool is_package(const SEC_WCHAR* name) {
 SECURITY_STATUS query_package_info(SEC_WCHAR* package, SecPkgInfoW** info) {
     if (!is_package(package))
         return package_not_found;
-    // The texts stand behind the record, in one block.
+    // The texts follow the record in the same block.
     constexpr size_t name_size = (package_name.size() + 1) * sizeof(WCHAR);
     constexpr size_t comment_size = (package_comment.size() + 1) * sizeof(WCHAR);
     auto* block = static_cast<char*>(std::malloc(sizeof(SecPkgInfoW) + name_size + comment_size));

@@ -23,7 +23,7 @@ std::shared_ptr<const identity>& impersonated() {
     return thread_own<std::shared_ptr<const identity>>::get();
 }
 
-// Null, with the code, when its groups cannot be told.
+// The identity of a user. Null, with the code, if its groups cannot be looked up.
 std::shared_ptr<const identity> identity_of(uid_t user, const std::vector<gid_t>& groups, bool is_process) {
     std::optional<std::vector<sid_value>> sids = groups_in_token(user, groups);
     return sids ? std::make_shared<const identity>(identity{user, std::move(*sids), is_process})
@@ -78,7 +78,7 @@ BOOL GetTokenInformation(HANDLE handle, TOKEN_INFORMATION_CLASS wanted, LPVOID o
         return fail(ERROR_INVALID_PARAMETER);
     const std::vector<sid_value>& groups = asked->of()->groups;
     size_t need = offsetof(TOKEN_GROUPS, Groups) + groups.size() * sizeof(SID_AND_ATTRIBUTES);
-    BYTE* next_sid = static_cast<BYTE*>(out) + need; // the identifiers stand behind the list
+    BYTE* next_sid = static_cast<BYTE*>(out) + need; // the identifiers follow the list
     for (const sid_value& sid : groups)
         need += sid.size();
     *length = static_cast<DWORD>(need);

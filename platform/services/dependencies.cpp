@@ -17,8 +17,8 @@ bool names_it(const std::vector<std::u16string>& names, wide_view wanted) {
                        [&](const std::u16string& name) { return same_service_name(name, wanted); });
 }
 
-// Waits while a service starts, for as long as it reports progress within the time that it asks for. 1068
-// (ERROR_SERVICE_DEPENDENCY_FAIL) when it does not run then.
+// Waits while a service starts, as long as it reports progress within the time that it asks for. 1068
+// (ERROR_SERVICE_DEPENDENCY_FAIL) if it does not run after that.
 DWORD wait_until_it_runs(installed_service& service) {
     DWORD check_point = 0;
     for (DWORD progress = GetTickCount();; Sleep(10)) {
@@ -36,7 +36,8 @@ DWORD wait_until_it_runs(installed_service& service) {
     }
 }
 
-// A failure is 1075 (ERROR_SERVICE_DEPENDENCY_DELETED) where a service is missing, else 1068.
+// Starts a service that another needs. A failure is 1075 (ERROR_SERVICE_DEPENDENCY_DELETED) if it is missing, and 1068
+// for every other reason.
 DWORD start_dependency(service_manager& manager, wide_view name, const start_function& start) {
     std::unique_ptr<installed_service> needed;
     DWORD code = manager.open(name, needed);
@@ -53,7 +54,7 @@ DWORD start_dependency(service_manager& manager, wide_view name, const start_fun
 } // namespace
 
 DWORD check_for_circle(service_manager& manager, const service_record& record) {
-    std::vector<std::u16string> needed = record.dependencies; // grows by what those need
+    std::vector<std::u16string> needed = record.dependencies; // grows by their own dependencies
     for (size_t i = 0; i < needed.size(); ++i) {
         if (same_service_name(needed[i], record.name))
             return ERROR_CIRCULAR_DEPENDENCY;
@@ -112,7 +113,7 @@ DWORD check_for_dependents(service_manager& manager, const service_record& recor
         SERVICE_STATUS status = {};
         DWORD code = manager.open(other.name, dependent);
         if (code == ERROR_SERVICE_DOES_NOT_EXIST)
-            continue; // removed meanwhile
+            continue; // the service was removed after it was listed
         if (code == ERROR_SUCCESS)
             code = dependent->status(status);
         if (code != ERROR_SUCCESS)

@@ -13,8 +13,8 @@ DWORD check_for_circle(service_manager& manager, const service_record& record);
 // Starts a service after those that it depends on.
 DWORD start_with_dependencies(service_manager& manager, installed_service& service);
 
-// The same but for the start itself: 0 when the service may be started now. `start` begins to start one that it depends
-// on, and leaves alone one that is alive.
+// Starts the services that a service depends on, but not the service itself. 0 if it may be started now. `start` begins to
+// start one of those that it depends on, unless that one is alive.
 using start_function = std::function<DWORD(installed_service& needed)>;
 DWORD prepare_start(service_manager& manager, installed_service& service, const start_function& start);
 

@@ -28,7 +28,7 @@ bool read_text(const char* path, char* out, size_t size) {
     return count >= 0;
 }
 
-// 0 with errno when it cannot be told.
+// A number for this boot and this pid namespace. 0, with errno, if it cannot be computed.
 uint32_t this_machine() {
     char boot[64];
     struct stat pids;
@@ -41,7 +41,8 @@ uint32_t this_machine() {
     return hash | 1;
 }
 
-// False with errno. The fields of the text follow the program's name, which may hold spaces and parentheses.
+// Reads when a process started; false with errno. The fields follow the program's name, which may hold spaces and
+// parentheses.
 bool read_start_time(pid_t process, uint64_t& out) {
     char text[1024];
     if (!read_text(("/proc/" + std::to_string(process) + "/stat").c_str(), text, sizeof text))
@@ -52,7 +53,7 @@ bool read_start_time(pid_t process, uint64_t& out) {
     constexpr const char* format =
         " %c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d %*d %llu";
     if (!name_end || std::sscanf(name_end + 1, format, &state, &ticks) != 2 || state == 'Z' || state == 'X') {
-        errno = ESRCH; // it has ended, and only its parent has not been told
+        errno = ESRCH; // a zombie has ended: only its parent has not collected it yet
         return false;
     }
     out = ticks;
@@ -83,13 +84,14 @@ DWORD find_process(const process_identity& wanted, bool& lives) {
         lives = start_time == wanted.start_time;
         return ERROR_SUCCESS;
     }
-    // It may have ended between the two looks; else /proc hides it from this user.
+    // The process may have ended between the two looks. If it has not, /proc hides it from this user.
     const bool ended = errno == ESRCH || (errno == ENOENT && kill(wanted.number, 0) != 0 && errno == ESRCH);
     return ended ? ERROR_SUCCESS : errno == ENOENT ? ERROR_ACCESS_DENIED : code_of_errno(errno);
 }
 
 void kill_process(const process_identity& wanted) {
-    // The descriptor keeps meaning the process that it was opened for; whether that was the wanted one is asked after.
+    // The pidfd always means the process that it was opened for. So it is opened first, and then that process is compared
+    // with the wanted one.
     const descriptor opened(wanted.number > 0 ? open_process(wanted.number) : -1);
     bool lives = false;
     if (opened && find_process(wanted, lives) == ERROR_SUCCESS && lives)

@@ -1,4 +1,4 @@
-// Inside this folder: which process a number meant, told apart from later processes with the same number.
+// Inside this folder: the identity of a process, which tells it from later processes with the same pid.
 #pragma once
 
 #include <sys/types.h>
@@ -9,17 +9,17 @@ namespace platform {
 
 struct process_identity {
     int32_t number = 0;      // the pid; 0 for none
-    uint32_t machine = 0;    // computed from what names this boot and this space of pids
-    uint64_t start_time = 0; // since the boot, in ticks of the clock
+    uint32_t machine = 0;    // computed from the boot's identifier and the pid namespace
+    uint64_t start_time = 0; // clock ticks since the boot
 };
 
-// None where /proc does not tell.
+// The identity of a process; none if /proc does not show it.
 process_identity identity_of(pid_t process);
 
-// Whether that process lives. 0, or why it cannot be told.
+// Finds out whether that process lives. The result is 0, or the code of why it cannot be told.
 DWORD find_process(const process_identity& wanted, bool& lives);
 
-// Kills it if it lives.
+// Kills that process if it lives.
 void kill_process(const process_identity& wanted);
 
 // pidfd_open and pidfd_send_signal, which the C library's header declares as functions of the other language.

@@ -1,4 +1,4 @@
-// Services as directories: what makes one appear and disappear as a whole, whatever happens on the way.
+// Services as directories. Each appears and disappears as a whole, also if the process dies on the way.
 #include "platform/services/service_directory.h"
 
 #include <dirent.h>
@@ -41,13 +41,13 @@ descriptor open_directory_of(int all, const std::string& name) {
     return descriptor(openat(all, name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
 }
 
-// A failed look for a service means that none is there, or that it could not be looked for.
+// The code for a failed search: the service does not exist, or the search itself failed.
 DWORD code_of_search(int error) {
     return error == ENOENT || error == ENOTDIR ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(error);
 }
 
-// A lock on a service's record: for reading by whoever has the service open, for writing by whoever removes it. It
-// belongs to the description, so that handles of one process count each for itself.
+// Locks a service's record: for reading by a process that has the service open, for writing by one that removes it. The
+// lock belongs to the open file description, so each handle of a process counts for itself.
 bool lock_record(int record, short type) {
     struct flock lock = {};
     lock.l_type = type;
@@ -62,7 +62,7 @@ bool others_have_it_open(int record) {
     return fcntl(record, F_OFD_GETLK, &lock) != 0 || lock.l_type != F_UNLCK;
 }
 
-// False with errno.
+// Reads a whole file of a directory; false with errno.
 bool read_whole(int directory, const char* name, std::string& out) {
     const descriptor file(openat(directory, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     for (char block[4096];;) {
@@ -103,7 +103,7 @@ bool list(int directory, std::vector<std::string>& out) {
     return error == 0;
 }
 
-// A service's directory holds files alone.
+// Removes a service's directory, which holds nothing but files.
 void remove_directory(int all, const char* name) {
     const descriptor directory = open_directory_of(all, name);
     std::vector<std::string> files;
@@ -114,8 +114,8 @@ void remove_directory(int all, const char* name) {
     unlinkat(all, name, AT_REMOVEDIR);
 }
 
-// Makes a path of directories, as far as it is missing. They are for all to read, whatever the umask: anybody may ask
-// for a service's state. False with errno.
+// Makes the directories of a path that are missing; false with errno. The umask does not count: everybody may read them,
+// since anybody may ask for a service's state.
 bool make_directories(const std::string& path) {
     for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
         const std::string part = path.substr(0, end);
@@ -182,7 +182,7 @@ public:
     DWORD finish_off() override { return finish_off_service(directory_.get()); }
 
 private:
-    std::string path_; // of all services
+    std::string path_; // the directory of all services
     descriptor directory_;
     descriptor record_file_;
     service_record record_;
@@ -190,24 +190,25 @@ private:
     status_watch watch_;
 };
 
-// True only when it is certain.
+// Whether nothing of a service lives. False also if that cannot be told.
 bool nothing_lives(int directory) {
     service_life life;
     return status_watch().look(directory, life) == ERROR_SUCCESS && !life.is_alive;
 }
 
-// Removes a marked service of which nothing lives and that nobody has open or starts; the caller holds the lock of all
-// services. Once nobody has it open nobody can begin to start it, but a helper may still be about to.
+// Removes a marked service of which nothing lives, and that nobody has open or starts. The caller holds the lock of all
+// services. A service that nobody has open cannot be started anew, but a helper may still be about to start it.
 bool remove_unused(int all, const std::string& name) {
     const descriptor directory = open_directory_of(all, name);
     const descriptor record(openat(directory.get(), record_name, O_RDWR | O_CLOEXEC | O_NOFOLLOW));
     service_record found;
     const DWORD code = record ? read_service(directory.get(), found) : code_of_errno(errno);
-    const bool is_known = code == ERROR_SUCCESS || code == ERROR_INVALID_DATA; // a damaged one goes as well
+    const bool is_known =
+        code == ERROR_SUCCESS || code == ERROR_INVALID_DATA; // even a damaged one is removed
     if (!is_known || !has_mark(directory.get(), deleted_mark) || !lock_record(record.get(), F_WRLCK)
         || service_lock::is_held(directory.get(), start_lock) || !nothing_lives(directory.get()))
         return false;
-    remove_directory(all, gone_name); // a removal that was cut short may have left it
+    remove_directory(all, gone_name); // left there by a removal that was cut short
     if (renameat(all, name.c_str(), all, gone_name) != 0)
         return false;
     remove_directory(all, gone_name);
@@ -218,7 +219,7 @@ bool remove_unused(int all, const std::string& name) {
     return true;
 }
 
-// Whether a new service is to be run by the host's manager. The administrator's word stands in a file.
+// Decides whether the host's manager runs a new service. The administrator can say so in a file.
 DWORD choose_manager(int all, service_record& record) {
     std::string word;
     if (!read_whole(all, ".manager", word) && errno != ENOENT)
@@ -253,9 +254,9 @@ DWORD check_names(service_manager& manager, int all, const service_record& recor
     return check_for_circle(manager, record);
 }
 
-// Writes the directory under another name first. False with errno.
+// Writes a service's directory under another name, and renames it when it is whole. False with errno.
 bool write_service(int all, const service_record& record) {
-    remove_directory(all, new_name); // an installation that was cut short may have left it
+    remove_directory(all, new_name); // left there by an installation that was cut short
     if (mkdirat(all, new_name, 0755) != 0)
         return false;
     const descriptor directory = open_directory_of(all, new_name);
@@ -282,14 +283,14 @@ public:
         if (has_mark(directory.get(), deleted_mark) && !others_have_it_open(file.get())
             && nothing_lives(directory.get())) {
             file.reset();
-            remove_if_unused(path, directory_name); // does nothing where the caller may not
+            remove_if_unused(path, directory_name); // does nothing if the caller has no right to
             return ERROR_SERVICE_DOES_NOT_EXIST;
         }
         struct stat status;
         if (!lock_record(file.get(), F_RDLCK))
             return errno == EAGAIN || errno == EACCES ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(errno);
         if (fstat(file.get(), &status) == 0 && status.st_nlink == 0)
-            return ERROR_SERVICE_DOES_NOT_EXIST; // it has been removed at this moment
+            return ERROR_SERVICE_DOES_NOT_EXIST; // it was removed at this moment
         service_record record;
         if (const DWORD code = read_service(directory.get(), record); code != ERROR_SUCCESS)
             return code;
@@ -357,7 +358,7 @@ public:
     }
 
 private:
-    // Has the unit started with the machine, or takes the service back.
+    // Lets the machine's start begin the unit. If that fails, the new service is removed again.
     static DWORD enable(int all, const service_record& record) {
         const DWORD code = run_systemctl({"enable", "--", unit_of(record.name)});
         if (code != ERROR_SUCCESS)

@@ -5,7 +5,7 @@
 //     .new, .gone        a service on its way in or out: only a whole one has its name
 //     <name>/record      what was installed; never changed. Every open handle holds a reader's lock on it
 //     <name>/status      what lives (service_status.h); replaced by every start
-//     <name>/start       held by its starter, and by the helper until it has answered
+//     <name>/start       locked by its starter, and by the helper until it has answered
 //     <name>/reports     exists once the service has reported its state (service_protocol.h)
 //     <name>/deleted     exists once it is marked for deletion
 #pragma once

@@ -1,4 +1,4 @@
-// Inside the layer: the files whose lock says that something is being done with services.
+// Inside the layer: files that are locked while services are added, removed or started.
 #pragma once
 
 #include "platform/api/base.h"
@@ -17,7 +17,7 @@ public:
     } // 0, 1055 (ERROR_SERVICE_DATABASE_LOCKED) while others hold it, or another code
     int get() const { return file_.get(); }
 
-    // Whether somebody holds it, without waiting; also when that cannot be told.
+    // Whether somebody holds the lock, without waiting. True also if that cannot be told.
     static bool is_held(int directory, const char* name);
 
 private:

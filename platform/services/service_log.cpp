@@ -12,7 +12,7 @@ namespace platform {
 
 namespace {
 
-// The sentence without its line end.
+// The sentence for a code, without its line end.
 std::string words_of(DWORD code) {
     const error_text* const end = error_texts + error_text_count;
     const auto row =

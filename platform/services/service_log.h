@@ -1,4 +1,4 @@
-// Inside the layer: why a service did not start or run on, said where an administrator reads it.
+// Inside the layer: tells the administrator why a service did not start or run on.
 #pragma once
 
 #include <string_view>
@@ -7,7 +7,7 @@
 
 namespace platform {
 
-// One line on the system log: the service, the step that failed, and the code in words.
+// Writes one line to the system log: the service, the step that failed, and the code in words.
 void log_failed_start(wide_view service, std::string_view step, DWORD code);
 
 } // namespace platform

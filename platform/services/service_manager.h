@@ -1,4 +1,4 @@
-// Inside the layer: what the service calls need of a manager of services.
+// Inside the layer: the interface between the service calls and a manager of services.
 //
 // The calls hold the platform's rules: handles, rights, arguments, dependencies and the codes that belong to them. A
 // manager holds the services: it records them, runs them and tells what lives. The one here keeps them in the host
@@ -17,22 +17,21 @@ namespace platform {
 // A service that somebody has open. While anybody has, in any process, it is not removed.
 class installed_service {
 public:
-    virtual ~installed_service() =
-        default; // the last one of a service that is marked and has stopped removes it
+    virtual ~installed_service() = default; // the last one removes a service that is marked and has stopped
 
     virtual const service_record& record() const = 0;
-    virtual bool may_be_changed() const = 0; // by the caller: started, stopped, deleted
-    virtual bool is_marked() const = 0;      // for deletion
-    virtual DWORD mark() = 0; // 1072 (ERROR_SERVICE_MARKED_FOR_DELETE) when it is marked already
+    virtual bool may_be_changed() const = 0; // whether the caller may start, stop and delete it
+    virtual bool is_marked() const = 0;      // whether it is marked for deletion
+    virtual DWORD mark() = 0;                // 1072 (ERROR_SERVICE_MARKED_FOR_DELETE) if it is marked already
     virtual DWORD status(SERVICE_STATUS& out) = 0;
 
-    // Returns when the program has been started; 1056 (ERROR_SERVICE_ALREADY_RUNNING) when something of it lives.
+    // Starts the program, and waits until it runs. 1056 (ERROR_SERVICE_ALREADY_RUNNING) if something of the service lives.
     virtual DWORD start() = 0;
 
-    // Passes on a stop, and waits until it has been taken; 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) when nobody answers.
+    // Orders the stop, and waits until it has begun. 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) if nobody answers.
     virtual DWORD stop() = 0;
 
-    // Ends what lives of it although nobody is left to take orders.
+    // Ends the processes of a service whose helper is gone.
     virtual DWORD finish_off() = 0;
 };
 
@@ -40,14 +39,15 @@ class service_manager {
 public:
     virtual ~service_manager() = default;
 
-    virtual bool may_create() const = 0; // by the caller
+    virtual bool may_create() const = 0; // whether the caller may install services
 
-    // 1060 (ERROR_SERVICE_DOES_NOT_EXIST), or why it could not be looked for.
+    // Opens a service. 1060 (ERROR_SERVICE_DOES_NOT_EXIST), or the code of why the search failed.
     virtual DWORD open(wide_view name, std::unique_ptr<installed_service>& out) = 0;
     virtual DWORD find(wide_view name, service_record& out) = 0; // without opening it
     virtual DWORD all(std::vector<service_record>& out) = 0;
 
-    // 1073, 1072 and 1078 for names that are taken; 1059 for a circle of dependencies.
+    // Installs a service. 1073 (ERROR_SERVICE_EXISTS), 1072 and 1078 (ERROR_DUPLICATE_SERVICE_NAME) for names that are
+    // taken, 1059 (ERROR_CIRCULAR_DEPENDENCY) for a circle of dependencies.
     virtual DWORD create(const service_record& record) = 0;
 };
 

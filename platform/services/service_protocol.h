@@ -1,4 +1,5 @@
-// Inside the layer: what the helper of a service and those who start and stop it agree on, beside the status.
+// Inside the layer: the signal and the marks by which a service's helper and its callers understand each other. The
+// status is in service_status.h.
 #pragma once
 
 #include <csignal>
@@ -8,9 +9,9 @@ namespace platform {
 // The order to end the service.
 inline constexpr int stop_signal = SIGTERM;
 
-// Files of a service's directory that exist or do not.
+// Marks: empty files of a service's directory, which mean something by existing.
 inline constexpr const char* reports_mark = "reports"; // the service has reported its state
-inline constexpr const char* deleted_mark = "deleted"; // it is to be removed
+inline constexpr const char* deleted_mark = "deleted"; // the service is marked for deletion
 bool has_mark(int directory, const char* mark);
 bool set_mark(int directory, const char* mark); // false with errno: EEXIST when it is set
 void clear_mark(int directory, const char* mark);

@@ -70,7 +70,7 @@ std::string folded(wide_view name) {
     return out;
 }
 
-// The number in hexadecimal that follows a percent sign, with its `u`; 0 digits when there is none.
+// Reads the hexadecimal number behind a percent sign, with its `u`. The result is its length; 0 if there is none.
 size_t escaped_unit(std::string_view text, WCHAR& unit) {
     const size_t start = text.substr(0, 1) == "u" ? 1 : 0;
     const size_t digits = start ? 4 : 2;

@@ -31,14 +31,14 @@ struct service_record {
 
 std::string text_of(const service_record& record);
 
-// False when the text is no record.
+// Reads a record's text; false if it is none.
 bool read_record(std::string_view text, service_record& out);
 
-// Names of services are the same whatever the case of their letters.
+// Whether two names mean one service: letter case does not count.
 bool same_service_name(wide_view one, wide_view other);
 
-// A name that is the same for all spellings of a service's name, and different for different ones but for very long
-// names, which are cut and told apart by a number computed from them.
+// The directory's name, the same for all spellings of a service's name and different for different names. A very long
+// name is cut, and a hash of the whole name is appended.
 std::string directory_name_of(wide_view service_name);
 
 } // namespace platform

@@ -21,12 +21,12 @@ namespace platform {
 
 namespace {
 
-constexpr int answer_limit_ms = 30000; // as the platform gives a service to answer its manager
+constexpr int answer_limit_ms = 30000; // the time that the platform gives a service to answer its manager
 constexpr DWORD keeper_limit_ms = 1000;
 constexpr DWORD leftovers_limit_ms = 2000;
 
-// Looks again and again until the test is content. 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) when the time is over before
-// that, or why it could not be looked.
+// Looks at the service again and again until is_content(life) is true. 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) when the time
+// is over, or the code of a look that failed.
 template <class F>
 DWORD wait_until(int directory, status_watch& watch, DWORD limit_ms, F&& is_content) {
     for (const DWORD start = GetTickCount();; Sleep(2)) {
@@ -49,14 +49,14 @@ bool has_fallen_silent(const service_report& report) {
     return report.state == SERVICE_START_PENDING && GetTickCount() - report.made_at_ms > report.wait_hint_ms;
 }
 
-// The code that the helper gives for the start. False when none comes.
+// Reads the helper's answer, the code of the start. False if none comes.
 bool read_answer(int pipe, DWORD& code) {
     pollfd ready = {pipe, POLLIN, 0};
     return retried([&] { return poll(&ready, 1, answer_limit_ms); }) > 0
            && retried([&] { return read(pipe, &code, sizeof code); }) == sizeof code;
 }
 
-// Variables that name neither a program nor a library.
+// The environment for the service, without variables that name programs or libraries to load.
 std::vector<std::string> service_environment() {
     std::vector<std::string> environment = {std::string("ZU_HOST=") + host_directory()};
     for (const char* name : {"LANG", "LC_ALL", "LC_CTYPE", "TZ", "XDG_RUNTIME_DIR"}) {
@@ -66,8 +66,8 @@ std::vector<std::string> service_environment() {
     return environment;
 }
 
-// Starts a helper, which inherits the status and the lock, and waits for its answer. `failed_step` stays null when the
-// code is the helper's own.
+// Starts a helper, which inherits the status and the lock, and waits for its answer. `failed_step` is null if the code is
+// the helper's own.
 DWORD launch(int directory, int status, int lock, const char*& failed_step) {
     failed_step = "starting zu-helper";
     int ends[2];
@@ -79,9 +79,9 @@ DWORD launch(int directory, int status, int lock, const char*& failed_step) {
         start_helper("service", -1, {directory, status, lock, question.get()}, service_environment());
     if (helper < 0)
         return code_of_errno(errno);
-    question.reset(); // so that the end of the helper is the end of the pipe
-    // The helper forks at once and goes on in its child, as nobody's. What its parent ends with is of no interest: a
-    // caller that ignores the ends of children, or collects them itself, does no harm.
+    question.reset(); // only the helper has this end now, so its exit ends the pipe
+    // The helper forks at once and goes on in its child, which init adopts. The parent's exit status is not needed, so
+    // the caller may ignore SIGCHLD or collect its children itself.
     retried([&] { return waitpid(helper, nullptr, 0); });
     DWORD code = ERROR_SUCCESS;
     const bool answered = read_answer(answer.get(), code);
@@ -103,7 +103,7 @@ SERVICE_STATUS status_of(const service_record& record, const service_life& life)
                                                                    : ERROR_PROCESS_ABORTED;
         status.dwServiceSpecificExitCode = report.specific_exit_code;
     } else if (lost_its_helper(life) || report.state == SERVICE_STOPPED) {
-        status.dwCurrentState = SERVICE_STOP_PENDING; // about to be dead
+        status.dwCurrentState = SERVICE_STOP_PENDING; // its last processes are about to end
     } else {
         status.dwCurrentState = report.state;
         status.dwCheckPoint = report.check_point;
@@ -115,7 +115,7 @@ SERVICE_STATUS status_of(const service_record& record, const service_life& life)
 
 DWORD begin_start(int directory, const service_record& record, begun_start& out) {
     const DWORD lock = out.lock.emplace(directory, start_lock).code();
-    // While somebody else starts it, it may not look alive yet: the code comes when it does.
+    // Another caller is starting the service, which may not look alive yet.
     if (lock != ERROR_SUCCESS)
         return lock == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock;
     service_life life;
@@ -143,7 +143,7 @@ DWORD start_service(int directory, const service_record& record) {
     log_failed_start(record.name, failed_step, code);
     service_life life;
     const DWORD unknown = status_watch().look(directory, life);
-    if (unknown != ERROR_SUCCESS || life.has_helper) // it may come yet
+    if (unknown != ERROR_SUCCESS || life.has_helper) // the start may still succeed
         return unknown != ERROR_SUCCESS ? unknown : code;
     service_report report;
     report.state = SERVICE_STOPPED;
@@ -158,8 +158,7 @@ DWORD stop_service(int directory) {
     service_life life, again;
     if (const DWORD code = watch.look(directory, life); code != ERROR_SUCCESS)
         return code;
-    // The descriptor keeps the process's number from being used again; whether it was still the helper is then asked
-    // once more.
+    // The pidfd always means the process that it was opened for. The second look then tells whether that was the helper.
     const descriptor helper(life.helper > 0 ? open_process(life.helper) : -1);
     if (!helper)
         return life.helper > 0 && errno != ESRCH ? code_of_errno(errno) : ERROR_SERVICE_NOT_ACTIVE;
@@ -185,14 +184,14 @@ DWORD finish_off_service(int directory) {
         return code;
     if (!lost_its_helper(life))
         return ERROR_SUCCESS;
-    // The helper's keeper does it, unless it was killed as well.
+    // The helper's keeper kills what is left, unless it was killed as well.
     const auto is_dead = [](const service_life& now) { return !now.is_alive; };
     DWORD code = wait_until(directory, watch, keeper_limit_ms, is_dead);
     if (code == ERROR_SERVICE_REQUEST_TIMEOUT) {
         end_leftovers(directory, life.report);
         code = wait_until(directory, watch, leftovers_limit_ms, is_dead);
     }
-    return code == ERROR_SERVICE_REQUEST_TIMEOUT ? ERROR_SUCCESS : code; // what it then is, its status says
+    return code == ERROR_SERVICE_REQUEST_TIMEOUT ? ERROR_SUCCESS : code; // the status tells what still lives
 }
 
 } // namespace platform

@@ -28,7 +28,7 @@ DWORD begin_start(int directory, const service_record& record, begun_start& out)
 // of it lives or it is being started.
 DWORD start_service(int directory, const service_record& record);
 
-// The same as a unit of the host's manager. 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) when the unit fails.
+// Starts the service as a unit of the host's manager. 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) if the unit fails.
 DWORD start_unit(int directory, const service_record& record);
 DWORD stop_unit(int directory, const service_record& record);
 
@@ -38,7 +38,7 @@ DWORD stop_service(int directory);
 // Waits until a helper that has been told to stop has begun to. 1053 when it does not.
 DWORD wait_for_stop(int directory, status_watch& watch, const service_life& told);
 
-// Ends what is left of a service whose helper was killed, unless that happens by itself.
+// Ends what is left of a service whose helper was killed, unless the helper's keeper does.
 DWORD finish_off_service(int directory);
 
 } // namespace platform

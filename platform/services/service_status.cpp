@@ -26,7 +26,7 @@ namespace {
 constexpr off_t alive_byte = 0;
 constexpr off_t helper_byte = 1;
 constexpr const char* new_status_name = "status.new";
-static_assert(std::has_unique_object_representations_v<service_report>); // no gaps in what is summed up
+static_assert(std::has_unique_object_representations_v<service_report>); // no padding in the checksum
 
 struct flock lock_of(short type, off_t byte) {
     struct flock lock = {};
@@ -37,8 +37,8 @@ struct flock lock_of(short type, off_t byte) {
     return lock;
 }
 
-// The lock for writing that somebody has on a byte: F_UNLCK for none. 0, or why it cannot be told. A lock for reading,
-// which any user could place, is not seen.
+// Finds the write lock that another process has on a byte; its type is F_UNLCK if there is none. The result is 0, or the
+// code of why that cannot be told. Read locks, which any user could place, are not seen.
 DWORD find_lock(int status, off_t byte, struct flock& out) {
     out = lock_of(F_RDLCK, byte);
     return fcntl(status, F_OFD_GETLK, &out) == 0 ? ERROR_SUCCESS : code_of_errno(errno);
@@ -58,8 +58,7 @@ uint64_t check_of(const service_report& report) {
     return hash;
 }
 
-// A report is written in one call, but one that is read at the same moment may be half old, half new: then it is read
-// again.
+// Reads the report. A report that is written at the same moment may be read half old and half new; then it is read again.
 DWORD read_report(int status, service_report& out) {
     for (int attempt = 0; attempt < 1000; ++attempt) {
         stored_report stored;
@@ -74,7 +73,7 @@ DWORD read_report(int status, service_report& out) {
     return ERROR_INVALID_DATA;
 }
 
-// Whether a process's descriptor is the description that holds byte 0 of the file.
+// Whether a process's descriptor refers to the open file description that has locked byte 0.
 bool holds_alive_byte(const char* process, int number, const struct stat& status) {
     const std::string name = std::to_string(number);
     struct stat found;
@@ -94,10 +93,10 @@ bool holds_alive_byte(const char* process, int number, const struct stat& status
 } // namespace
 
 descriptor new_status(int directory) {
-    unlinkat(directory, new_status_name, 0); // left by a start that was cut short
+    unlinkat(directory, new_status_name, 0); // a start that was cut short may have left one
     descriptor status(openat(directory, new_status_name, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     struct flock lock = lock_of(F_WRLCK, alive_byte);
-    service_report first; // from here on the file has room for one
+    service_report first; // written now, so that a full disk fails the start and no later report
     if (status && (fcntl(status.get(), F_OFD_SETLK, &lock) != 0 || !write_report(status.get(), first)))
         status.reset();
     return status;
@@ -131,7 +130,7 @@ DWORD status_watch::look(int directory, service_life& out) {
     struct flock alive = lock_of(F_UNLCK, alive_byte);
     DWORD code = file_ ? find_lock(file_.get(), alive_byte, alive) : ERROR_SUCCESS;
     if (code == ERROR_SUCCESS && alive.l_type == F_UNLCK) {
-        // A file whose locks are gone may have been replaced by that of a newer start.
+        // The file has no locks, so a newer start may have replaced it.
         file_ = descriptor(openat(directory, "status", O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
         if (!file_)
             return errno == ENOENT ? ERROR_SUCCESS : code_of_errno(errno); // ENOENT: it was never started
@@ -141,7 +140,7 @@ DWORD status_watch::look(int directory, service_life& out) {
         code = read_report(file_.get(), out.report);
     out.is_alive = code == ERROR_SUCCESS && alive.l_type != F_UNLCK;
     if (code == ERROR_INVALID_DATA && alive.l_type == F_UNLCK)
-        return ERROR_SUCCESS; // a machine that broke down has lost the text: nothing is known of the last run
+        return ERROR_SUCCESS; // the machine broke down before the text reached the disk: the last run is unknown
     if (code != ERROR_SUCCESS)
         return code;
     if (!out.is_alive)

@@ -1,4 +1,4 @@
-// Services that the host's manager runs: they are started and stopped by it, and told apart by their status as all are.
+// Services as units of the host's manager, which starts and stops them. Their status is the same as of other services.
 #include <sys/stat.h>
 
 #include "platform/api/threads.h"
@@ -14,9 +14,9 @@ namespace {
 constexpr DWORD answer_limit_ms = 30000;
 constexpr DWORD look_at_unit_ms = 250;
 constexpr const char* order_lock =
-    "order"; // while a unit is ordered to start, before its helper takes the start lock
+    "order"; // held by the starter of a unit, whose helper takes the start lock
 
-// Tells one status file from the next.
+// The mark by which a new status file is told from the one before.
 struct file_mark {
     ino_t number = 0;
     timespec changed = {};
@@ -34,14 +34,14 @@ struct file_mark {
     }
 };
 
-// The code of a start whose helper has come and gone: a program that has run and ended was started.
+// The code of a start whose helper has ended already. If the program has run, the start has succeeded.
 DWORD code_of_ended_start(const service_report& report) {
     const bool has_run =
         report.exit_code == ERROR_SERVICE_SPECIFIC_ERROR || report.exit_code == ERROR_PROCESS_ABORTED;
     return has_run ? ERROR_SUCCESS : report.exit_code;
 }
 
-// Waits until the unit's helper has started the program. 1053 when the unit fails before that.
+// Waits until the unit's helper has started the program. 1053 if the unit fails before that.
 DWORD wait_for_program(int directory, const file_mark& before, const std::string& unit) {
     status_watch watch;
     const DWORD start = GetTickCount();
@@ -78,11 +78,12 @@ DWORD start_unit(int directory, const service_record& record) {
     if (code != ERROR_SUCCESS || life.is_alive)
         return code != ERROR_SUCCESS ? code : ERROR_SERVICE_ALREADY_RUNNING;
     const file_mark before(directory);
-    run_systemctl({"reset-failed", "--", unit}); // an earlier failure is not this one's
+    run_systemctl({"reset-failed", "--", unit}); // forgets the failure of an earlier start
     code = run_systemctl({"start", "--no-block", "--", unit});
     if (code == ERROR_SUCCESS)
         code = wait_for_program(directory, before, unit);
-    if (code != ERROR_SUCCESS && file_mark(directory) == before) // else the helper has said why
+    // A helper that came as far as a status of its own has logged the failure itself.
+    if (code != ERROR_SUCCESS && file_mark(directory) == before)
         log_failed_start(record.name, "starting " + unit, code);
     return code;
 }

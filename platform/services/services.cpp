@@ -40,14 +40,14 @@ public:
     const DWORD rights;
 };
 
-// The object of a handle that has these rights; null, with 6 or 5.
+// The object of a handle that has these rights; null with 6 (ERROR_INVALID_HANDLE) or 5 (ERROR_ACCESS_DENIED).
 template <class T>
 T* with_rights(SC_HANDLE handle, DWORD wanted) {
     T* const found = object_of<T>(handle);
     return found && (found->rights & wanted) != wanted ? fail<T*>(ERROR_ACCESS_DENIED) : found;
 }
 
-// 0, 487 for null, or 123 for what can be no service's name.
+// 0, 487 (ERROR_INVALID_ADDRESS) for null, or 123 (ERROR_INVALID_NAME) for a text that can be no service's name.
 DWORD code_of_name(const WCHAR* name) {
     if (!name)
         return ERROR_INVALID_ADDRESS;
@@ -61,12 +61,12 @@ bool is_type(DWORD type, DWORD start_type) {
     const bool is_driver = type == 1 || type == 2 || type == 8;
     const DWORD program = type & ~interactive;
     const bool is_program = program == SERVICE_WIN32_OWN_PROCESS || program == SERVICE_WIN32_SHARE_PROCESS;
-    // Drivers alone can start before there are programs.
+    // Only drivers can start before the first program.
     return (is_driver || is_program) && start_type <= SERVICE_DISABLED
            && (is_driver || start_type >= SERVICE_AUTO_START);
 }
 
-// Names one after another, each ended by a zero and all by another.
+// The names of a list: each is ended by a zero unit, and the list by one more.
 std::vector<std::u16string> split_list(const WCHAR* list) {
     std::vector<std::u16string> names;
     for (; list && *list; list += names.back().size() + 1)
@@ -78,7 +78,7 @@ bool is_pending(DWORD state) {
     return state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING;
 }
 
-// 0 when a service in this state takes a stop.
+// 0 if a service in this state takes a stop.
 DWORD check_stop(const installed_service& service, const SERVICE_STATUS& status) {
     if (status.dwCurrentState == SERVICE_STOPPED)
         return ERROR_SERVICE_NOT_ACTIVE;

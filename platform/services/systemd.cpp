@@ -35,7 +35,7 @@ bool is_plain(char c) {
 
 } // namespace
 
-// As systemd-escape does it.
+// Escapes the name as systemd-escape does.
 std::string unit_of(wide_view service_name) {
     std::u16string folded;
     for (WCHAR unit : service_name)
@@ -93,7 +93,7 @@ DWORD run_systemctl(bool for_user, std::initializer_list<std::string> arguments)
     const bool is_known = retried([&] { return waitpid(child, &status, 0); }) == child;
     if (!is_known || status == 0)
         return ERROR_SUCCESS;
-    constexpr int no_permission = 4; // as systemctl tells it
+    constexpr int no_permission = 4; // systemctl's exit status for it
     return WIFEXITED(status) && WEXITSTATUS(status) == no_permission ? ERROR_ACCESS_DENIED
                                                                      : ERROR_SERVICE_REQUEST_TIMEOUT;
 }
