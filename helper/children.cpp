@@ -33,7 +33,7 @@ bool adopt_orphans() {
     return ::prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
 }
 
-// As long as one lives, it may hold the lock that says so, and nothing can be started.
+// A child that lives may hold the lock on byte 0 of the status, and then the service cannot be started.
 void end_children(platform::DWORD limit_ms, const std::function<void()>& between) {
     std::vector<pid_t> asked;
     const platform::DWORD start = platform::GetTickCount();

@@ -7,11 +7,11 @@
 
 namespace zu_helper {
 
-// Has what any process below leaves behind become a child of this one. False with errno.
+// Makes this process adopt the orphans of all its descendants. False with errno.
 bool adopt_orphans();
 
-// Asks every child to end, once, kills those that have not done so in time, and returns when there is none. `between`
-// is called between the looks.
+// Asks every child once to end, and kills those that have not ended in time. Returns when there is none. `between` is
+// called between two looks.
 void end_children(platform::DWORD limit_ms, const std::function<void()>& between);
 
 } // namespace zu_helper

@@ -3,7 +3,7 @@
 
 namespace zu_helper {
 
-// Each takes the arguments behind its name and returns the exit status.
+// Each command takes the arguments behind its name and returns the exit status.
 int logon(int count, char** arguments);
 int service(int count, char** arguments);
 int unit(int count, char** arguments);

@@ -13,7 +13,7 @@ namespace zu_helper {
 
 namespace {
 
-// What the unit gets beyond the time that the service asked for, so that the library's wait ends first.
+// The unit gets this time beyond what the service asks for, so that the library's wait ends first.
 constexpr uint64_t spare_ms = 1000;
 
 const char* word_of(platform::DWORD state) {
@@ -42,7 +42,7 @@ void manager_socket::tell(std::string_view text) const {
         return;
     path_.copy(address.sun_path, path_.size());
     if (address.sun_path[0] == '@')
-        address.sun_path[0] = 0; // a name that is no file
+        address.sun_path[0] = 0; // an abstract name, which is no file
     const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path_.size());
     ::sendto(socket_.get(), text.data(), text.size(), MSG_NOSIGNAL,
              reinterpret_cast<const sockaddr*>(&address), size);

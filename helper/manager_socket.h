@@ -1,4 +1,4 @@
-// The host's service manager, when it has started the helper: it is told what becomes of the service.
+// Reports to the host's service manager, if that has started the helper.
 #pragma once
 
 #include <string>
@@ -18,11 +18,11 @@ public:
 
     void tell(std::string_view text) const;
 
-    // The state and the check point, and that the service needs time, is ready, or is ending.
+    // Reports the state and the check point, and that the service needs time, is ready, or is ending.
     void tell(const platform::service_report& report);
 
 private:
-    std::string path_; // empty when nobody wants to know
+    std::string path_; // empty if there is no manager to tell
     bool is_for_user_ = false;
     platform::descriptor socket_;
     std::string told_;

@@ -43,7 +43,7 @@ ucred sender_of(msghdr& message) {
     return sender;
 }
 
-// A directory of this user in which nobody else can put anything: found or made.
+// Finds or makes a directory of this user in which nobody else can put anything.
 bool make_own_directory(const std::string& path) {
     struct stat found;
     return (mkdir(path.c_str(), 0711) == 0 || errno == EEXIST) && lstat(path.c_str(), &found) == 0
@@ -95,10 +95,10 @@ bool notify_socket::open(const std::string& path) {
     std::memcpy(address.sun_path, path.data(), path.size());
     descriptor opened(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
-    unlink(path.c_str()); // a helper that was killed has left it
+    unlink(path.c_str()); // left there by a helper that was killed
     if (!opened || setsockopt(opened.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0
         || bind(opened.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0
-        || chmod(path.c_str(), 0666) != 0) // for a service that gives up its rights; who reports is checked
+        || chmod(path.c_str(), 0666) != 0) // a service may give up its rights; `receive` checks the sender
         return false;
     socket_ = std::move(opened);
     path_ = path;

@@ -12,9 +12,9 @@ namespace zu_helper {
 
 using platform::descriptor;
 
-// Where a service sends its reports: a socket with a short name, since the host takes 107 bytes. It lies in a directory
-// of this user in /run or $XDG_RUNTIME_DIR, under the number of the service's directory. Where there is none, it lies in
-// a new directory of /tmp, whose name nobody can have taken before.
+// The place of the socket to which a service sends its reports. Its name is short, since the host takes 107 bytes. It lies
+// in a directory of this user in /run or $XDG_RUNTIME_DIR, under the inode number of the service's directory. Without
+// such a directory it lies in a new one of /tmp, whose name nobody can have taken before.
 class notify_place {
 public:
     explicit notify_place(int service_directory);
@@ -36,8 +36,8 @@ public:
     bool open(const std::string& path); // false with errno
     int get() const { return socket_.get(); }
 
-    // The next report of a process of the session; false when there is none. Reports of others, and descriptors that
-    // come with one, are dropped.
+    // Takes the next report of a process of the session; false if there is none. Reports of others are dropped, and
+    // descriptors that come with a report are closed.
     bool receive(pid_t session, std::string& text);
 
 private:
@@ -45,7 +45,7 @@ private:
     std::string path_;
 };
 
-// The value that a report gives to a name, in a line of its own; without data when it does not.
+// The value of a name in a report, which has one line for each name. Without data if the report does not have it.
 std::string_view reported(std::string_view text, std::string_view name);
 
 } // namespace zu_helper

@@ -20,7 +20,7 @@ using platform::DWORD;
 using platform::place;
 using platform::wide_view;
 
-// A byte that is no part of UTF-8 stands in wide text as half a pair, U+DC80 ... U+DCFF.
+// Whether a unit stands for a byte that is no UTF-8: one of U+DC80 to U+DCFF without the first half of a pair.
 bool is_byte(wide_view text, size_t at) {
     return text[at] >= 0xDC80 && text[at] <= 0xDCFF
            && (at == 0 || !platform::is_high_surrogate(text[at - 1]));

@@ -8,8 +8,8 @@
 
 namespace zu_helper {
 
-// The words of a service's command line as the host takes them, its program by a path of the host. 0, or the code of why
-// it cannot be started.
+// Splits a service's command line into words for execve; the first is the program's path on the host. The result is 0, or
+// the code of why the program cannot be started.
 platform::DWORD find_program(platform::wide_view command_line, std::vector<std::string>& words);
 
 } // namespace zu_helper

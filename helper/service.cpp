@@ -1,9 +1,9 @@
-// zu-helper service DIRECTORY STATUS LOCK ANSWER: runs the service of a directory. Its status is the file that the starter
-// has made; the lock says that it is being started; the starter waits at the pipe for a code.
+// zu-helper service DIRECTORY STATUS LOCK ANSWER: runs the service of a directory. The arguments are fds: the directory,
+// the status file that the starter has made, the start lock, and the pipe on which the starter waits for a code.
 //
-// Two processes go on: the helper, which supervises the service, and its keeper, which waits for the helper's end. When
-// the helper is killed, what it has left becomes the keeper's, whatever rights it has given up and whatever descriptors
-// it has closed, and is killed.
+// Two processes go on: the helper, which supervises the service, and its keeper, which waits for the helper's end. If the
+// helper is killed, the keeper adopts the processes of the service and kills them. That also reaches those that have
+// changed their user or closed the fd of the status.
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -34,7 +34,7 @@ struct passed_descriptors {
     int directory, status, lock, answer;
 };
 
-// The starter may have descriptors that nobody closes when a program is started: they would live on here.
+// Closes the descriptors that the starter has leaked into this process, which would stay open here.
 void close_all_but(const std::vector<int>& kept) {
     DIR* const own = ::opendir("/proc/self/fd");
     if (!own)
@@ -51,7 +51,7 @@ void close_all_but(const std::vector<int>& kept) {
         ::close(number);
 }
 
-// With the answer the start is over, for the keeper as well. SIGPIPE is blocked: a starter that has gone does not matter.
+// Answers the starter, and gives the start lock back. SIGPIPE is blocked, since the starter may have ended.
 void tell_starter(const passed_descriptors& passed, DWORD code) {
     ::flock(passed.lock, LOCK_UN);
     layer::retried([&] { return ::write(passed.answer, &code, sizeof code); });
@@ -73,7 +73,7 @@ void be_the_helper(const passed_descriptors& passed, const std::string& socket_p
             service.run();
         }
     }
-    // A starter that is told of a failure must find the service stopped.
+    // Frees byte 0 first: a starter that is told of a failure must find the service stopped.
     layer::release_alive_byte(passed.status);
     if (code != ERROR_SUCCESS)
         tell_starter(passed, code);
@@ -110,7 +110,7 @@ int service(int count, char** arguments) {
     close_all_but(numbers);
     for (int number : numbers)
         ::fcntl(number, F_SETFD, FD_CLOEXEC);
-    // The starter collects the parent at once; nobody is the parent of what goes on.
+    // The starter collects this process at once. The child goes on, adopted by init.
     if (const pid_t child = ::fork(); child != 0)
         ::_exit(child < 0);
     sigset_t all;
@@ -119,7 +119,7 @@ int service(int count, char** arguments) {
     ::umask(022);
     if (::chdir("/") == 0)
         be_the_keeper({numbers[0], numbers[1], numbers[2], numbers[3]});
-    ::_exit(0); // not by return: what the library's own objects do at the end concerns a process that used it
+    ::_exit(0); // without the destructors of static objects, which belong to the starter's life
 }
 
 } // namespace zu_helper

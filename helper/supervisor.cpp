@@ -34,13 +34,13 @@ using layer::code_of_errno;
 using layer::GetTickCount;
 using layer::retried;
 
-// A service that has never reported counts as running when it is alive after this time.
+// A service that has never reported counts as running if it is alive after this time.
 constexpr DWORD silent_start_ms = 500;
 
 // The time that the program's children get to end by themselves, once it has ended.
 constexpr DWORD children_limit_ms = 5000;
 
-// The time in milliseconds that a report asks for, if it does.
+// Reads the time in milliseconds that a report asks for. False if it asks for none.
 bool read_wait_hint(std::string_view report, DWORD& out) {
     const std::string_view value = reported(report, "EXTEND_TIMEOUT_USEC");
     uint64_t microseconds = 0;
@@ -85,7 +85,7 @@ DWORD supervisor::prepare(const std::string& socket_path, std::vector<std::strin
     layer::service_record record;
     const DWORD known = layer::read_service(directory_, record);
     name_ = record.name;
-    // Others see the status from here on, whatever becomes of the start.
+    // Others see the status from here on, also if the start fails.
     if (!layer::become_helper(status_) || (tell(), !layer::publish_status(directory_, status_)))
         return failed_to("taking its status over", code_of_errno(errno));
     if (known != ERROR_SUCCESS)
@@ -133,12 +133,12 @@ DWORD supervisor::start_program(std::vector<std::string>& words) {
     if (program_ < 0)
         return code_of_errno(errno);
     tell_failure.reset();
-    int error = 0; // nothing comes when the program has taken over, and closed the pipe by that
+    int error = 0; // nothing comes if execve succeeds, which closes the pipe
     if (retried([&] { return ::read(failure.get(), &error, sizeof error); }) != sizeof error) {
         report_.program = layer::identity_of(program_);
         return ERROR_SUCCESS;
     }
-    ::waitpid(program_, nullptr, 0); // until then it holds the lock
+    ::waitpid(program_, nullptr, 0); // it holds the lock until it has ended
     return error == ENOEXEC ? ERROR_BAD_EXE_FORMAT : code_of_errno(error);
 }
 
@@ -157,7 +157,7 @@ DWORD supervisor::start(const std::string& socket_path) {
     if (code != ERROR_SUCCESS)
         show(SERVICE_STOPPED);
     else
-        tell(); // the report names the program's process now
+        tell(); // the report now has the program's pid and start time
     return code;
 }
 
@@ -188,7 +188,7 @@ void supervisor::order_stop() {
     was_told_to_stop_ = is_stopping_ = true;
     show(SERVICE_STOP_PENDING);
     ::kill(program_, SIGTERM);
-    ::kill(-program_, SIGCONT); // one that somebody has stopped must be able to hear it
+    ::kill(-program_, SIGCONT); // a program that was suspended must be able to handle the signal
 }
 
 void supervisor::take_signals() {
@@ -200,7 +200,7 @@ void supervisor::take_signals() {
     take_ends();
 }
 
-// Beside the program those end here whose parents have gone.
+// Collects the children that have ended: the program, and orphans that this process has adopted.
 void supervisor::take_ends() {
     int status;
     for (pid_t child; (child = ::waitpid(-1, &status, WNOHANG)) > 0;) {
@@ -211,7 +211,7 @@ void supervisor::take_ends() {
     }
 }
 
-// Sleeps until something comes, or the time is over.
+// Sleeps until a signal or a report comes, or the time is over.
 void supervisor::wait(DWORD limit_ms) {
     pollfd sources[] = {{signals_.get(), POLLIN, 0}, {notify_.get(), POLLIN, 0}};
     ::poll(sources, 2, limit_ms == INFINITE ? -1 : static_cast<int>(limit_ms));
@@ -254,7 +254,7 @@ void supervisor::note_end() {
         const DWORD code = report_.exit_code != 0 ? report_.exit_code : ERROR_SERVICE_REQUEST_TIMEOUT;
         failed_to(("its program " + how + " before it was ready").c_str(), code);
     }
-    // A whole run that said nothing, although there was time to, shows that the program does not report any more.
+    // The program has reported nothing in a run that was long enough. It does not report any more, so the mark goes.
     if (!has_reported_ && GetTickCount() - started_ > layer::usual_wait_hint_ms)
         layer::clear_mark(directory_, layer::reports_mark);
 }

@@ -17,14 +17,14 @@ using platform::DWORD;
 
 class supervisor {
 public:
-    // The service's directory, the new status of this start, and the host's manager, if that has started the helper.
+    // Takes fds of the service's directory and of the new status, and the host's manager if that started the helper.
     supervisor(int directory, int status, manager_socket* manager = nullptr)
         : directory_(directory), status_(status), manager_(manager) {}
 
-    // 0 once the program runs, or the code of why it does not.
+    // Starts the program. The result is 0 when it runs, or the code of why it does not.
     DWORD start(const std::string& socket_path);
 
-    // Returns when nothing of the service lives any more, with the exit status that its program had.
+    // Supervises the service until nothing of it lives. The result is the exit status of its program.
     int run();
 
 private:
@@ -53,12 +53,12 @@ private:
     descriptor signals_;
     notify_socket notify_;
     std::u16string name_;
-    pid_t program_ = 0; // 0: it has ended
-    pid_t session_ = 0; // the program's pid, also of its session, when it has ended
-    int end_ = 0;       // the way it ended, as waitpid gives it
+    pid_t program_ = 0; // the program's pid; 0 when it has ended
+    pid_t session_ = 0; // the number of the program's session: its pid, also after its end
+    int end_ = 0;       // the program's status from waitpid
     DWORD started_ = 0;
-    bool reports_ = false;      // its own reports decide about its state
-    bool has_reported_ = false; // since this start
+    bool reports_ = false;      // whether the program's own reports decide about its state
+    bool has_reported_ = false; // whether it has reported since this start
     bool is_ready_ = false;
     bool is_stopping_ = false;
     bool was_told_to_stop_ = false;

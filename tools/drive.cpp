@@ -102,7 +102,7 @@ int list(const arguments& given) {
     return done;
 }
 
-// Where the entry of D: or \\server\share lies.
+// The path of the link for D: or \\server\share in the host directory.
 std::string entry_of(const std::string& root) {
     std::string path = platform::in_host_directory("drives");
     if (root.size() == 2 && root[1] == ':' && platform::is_drive_letter(root[0]))
@@ -152,12 +152,12 @@ int unmap(const arguments& given) {
     given.expect(2, 2);
     std::string entry = entry_of(given.words[1]);
     if (faccessat(AT_FDCWD, entry.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) != 0
-        && entry.ends_with(':')) // made by hand, in upper case
+        && entry.ends_with(':')) // a link in upper case was made by hand
         entry[entry.size() - 2] = static_cast<char>(entry[entry.size() - 2] & ~0x20);
     if (unlink(entry.c_str()) != 0)
         errno == ENOENT ? fail(given.words[1] + " is not mapped") : fail_by_errno(entry);
     if (const size_t folder = entry.rfind("/unc/"); folder != std::string::npos)
-        rmdir(entry.substr(0, entry.rfind('/')).c_str()); // of the server, when it has no other share
+        rmdir(entry.substr(0, entry.rfind('/')).c_str()); // removes the server's folder if it is empty
     return done;
 }
 

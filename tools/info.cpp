@@ -1,4 +1,4 @@
-// zu info: what the library is and finds here, and what to do about what does not work.
+// zu info: the library's version, what it finds on this machine, and how to mend what does not work.
 #include <langinfo.h>
 #include <locale.h>
 #include <pwd.h>
@@ -22,7 +22,7 @@ namespace zu_tools {
 
 namespace {
 
-// Says on standard error what does not work, and what helps.
+// Writes to standard error what does not work, and how to mend it.
 struct complaints {
     bool any = false;
     void add(const std::string& text) {

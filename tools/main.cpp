@@ -112,7 +112,7 @@ int main(int count, char** texts) {
     for (const command& known : commands) {
         if (name == known.name) {
             const int status = run(known, given);
-            // A full disk or a reader that has gone must not look like an answer.
+            // Output that did not reach a full disk or a reader that has ended is a failure.
             return std::fflush(stdout) == 0 && !std::ferror(stdout) ? status : failed;
         }
     }

@@ -78,7 +78,7 @@ std::string json(const cell& value) {
     if (value.is_bare)
         return value.text;
     std::string result = "\"";
-    // Programs get well-formed text, whatever bytes a file's name has.
+    // Programs get well-formed UTF-8, also for a file name whose bytes are none.
     for (const char c : platform::utf8_of(platform::wide_from(value.text))) {
         char escaped[8];
         const auto byte = static_cast<unsigned char>(c);

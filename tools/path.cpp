@@ -54,7 +54,7 @@ std::u16string wide_path(const std::string& argument) {
 
 namespace {
 
-// Name -> target, for each link that the path goes through.
+// The links that a path goes through, each as "name -> target".
 std::string links_on(const std::string& host) {
     std::string links;
     for (size_t end = host.find('/', 1);; end = host.find('/', end + 1)) {
@@ -69,7 +69,7 @@ std::string links_on(const std::string& host) {
     }
 }
 
-// D: or \\server\share, with the directory that it is.
+// The root of a path, D: or \\server\share, and the directory that it stands for.
 std::string root_of(const std::u16string& wide) {
     std::u16string path = wide;
     if (path.starts_with(u"\\\\?\\UNC\\"))

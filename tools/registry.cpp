@@ -82,7 +82,7 @@ std::string file_of(const std::u16string& key) {
     return path;
 }
 
-// What programs see now.
+// The registry as programs see it now.
 platform::state_pointer current(const std::u16string& key) {
     platform::state_pointer state;
     check(platform::current_registry(is_users(key), state), "the registry");
@@ -130,7 +130,7 @@ std::string text_of(const registry_value& value) {
     return hex;
 }
 
-// The spelling of the files for keys and names, which programs do not tell apart by case.
+// The spelling that the files have for keys and names. Programs do not see it, since case does not count.
 class spellings {
 public:
     explicit spellings(const std::u16string& key) {
@@ -302,7 +302,7 @@ int remove(const arguments& given) {
             fail("the key has no value " + platform::utf8_of(name));
         file.text().remove_value(key, name);
     }
-    // The machine's file may have it as well; there it stays for other users.
+    // The machine's file may have the value as well. It stays there for other users.
     if (is_users(key)) {
         registry_file machine(platform::machine_registry_file(), registry_file::use::read);
         const platform::registry_node* others = machine.text().roots().find(key);
@@ -317,7 +317,7 @@ int remove(const arguments& given) {
     return done;
 }
 
-// Every key below, with its values.
+// Copies every key below a node, with its values.
 void copy(const platform::registry_node& node, const std::u16string& key, const spellings& known,
           registry_text_edit& to) {
     to.add_key(key);
@@ -395,7 +395,7 @@ private:
     std::u16string key_;
 };
 
-// Which files the lines of a text belong to.
+// Finds out which files the lines of a text belong to.
 struct files_meant : platform::registry_listener {
     bool users = false, machines = false;
 

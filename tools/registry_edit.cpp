@@ -55,7 +55,7 @@ std::u16string hex_of(const platform::BYTE* bytes, size_t count) {
     return result;
 }
 
-// Whether a text between quotation marks comes back as it is.
+// Whether a text can be written between quotation marks and be read back unchanged.
 bool is_plain(wide_view text) {
     for (size_t i = 0; i < text.size(); ++i) {
         const platform::WCHAR unit = text[i];
@@ -221,7 +221,7 @@ void registry_text_edit::set(const std::u16string& key, const std::u16string& na
         replace(found->second.lines.back(), line);
     else
         insert_into(key, line);
-    // What the reader makes of it decides.
+    // The layer's reader decides whether the change has worked.
     const platform::registry_node* node = roots_.find(key);
     const auto made = node ? node->values.find(platform::folded_name(name)) : decltype(node->values.end()){};
     if (!node || made == node->values.end() || made->second.type != value.type
@@ -231,7 +231,7 @@ void registry_text_edit::set(const std::u16string& key, const std::u16string& na
 }
 
 void registry_text_edit::remove_value(const std::u16string& key, const std::u16string& name) {
-    for (;;) { // also those that a later line overrides
+    for (;;) { // lines that a later one overrides are removed as well
         const auto known = lines_.keys.find(folded_path(key));
         if (known == lines_.keys.end())
             return;
@@ -255,7 +255,7 @@ void registry_text_edit::remove_key(const std::u16string& key) {
             for (const line_range& lines : value.lines)
                 last = lines.first > last.first ? lines : last;
         }
-        replace(last, u""); // from the end, so that the lines before keep their numbers
+        replace(last, u""); // the last lines go first, so that those in front keep their numbers
     }
     if (roots_.find(key))
         hide(key, {});

@@ -1,5 +1,5 @@
-// A registry file that is changed line by line: what is not understood stays byte for byte. The layer's own reader says
-// what the lines mean, and has the last word on what was made of them.
+// Changes a registry file line by line. Lines that are not understood stay byte for byte. The layer's own reader tells
+// what the lines mean, and checks each change.
 #pragma once
 
 #include <map>
@@ -20,10 +20,10 @@ struct registry_lines : platform::registry_listener {
     struct key {
         std::u16string path;
         std::vector<platform::line_range> headings;
-        std::map<std::u16string, value> values; // by folded name
+        std::map<std::u16string, value> values; // the key is the folded name
         size_t end = 0;                         // behind the last line that belongs to it
     };
-    std::map<std::u16string, key> keys; // by folded path
+    std::map<std::u16string, key> keys; // the key is the folded path
 
     void on_key(platform::wide_view path, bool removes, platform::line_range lines) override;
     void on_value(platform::wide_view name, bool removes, platform::line_range lines) override;
@@ -47,7 +47,7 @@ public:
     void add_key(const std::u16string& key);
     void remove_value(const std::u16string& key, const std::u16string& name);
     void remove_key(const std::u16string& key);
-    // Says that a value or key is not there although another file has it.
+    // Writes a line that removes a value or key which another file has.
     void hide(const std::u16string& key, const std::optional<std::u16string>& name);
 
 private:
@@ -59,7 +59,7 @@ private:
 
     const std::string path_;
     std::string bytes_;
-    std::vector<size_t> starts_; // of the lines, and the end
+    std::vector<size_t> starts_; // the starts of all lines, and the end of the text
     bool is_older_ = false;
     platform::registry_node roots_;
     registry_lines lines_;
@@ -72,7 +72,7 @@ public:
     registry_file(std::string path, use how);
 
     registry_text_edit& text() { return *text_; }
-    void replace(); // by the text: written aside, flushed, renamed
+    void replace(); // writes the text to a new file, flushes it, and renames it to this one
 
 private:
     std::string path_;

@@ -74,7 +74,7 @@ int state(const arguments& given) {
     return status.dwCurrentState == SERVICE_RUNNING ? done : failed;
 }
 
-// Does something that waits, and meanwhile says on standard error how far the service is.
+// Does work that waits for the service. While it waits, the service's progress is shown on standard error.
 platform::DWORD watched(const std::u16string& name, const std::function<bool()>& work) {
     std::atomic<bool> is_done = false;
     platform::DWORD code = ERROR_SUCCESS;
@@ -134,7 +134,7 @@ int install(const arguments& given) {
     std::u16string depends = platform::wide_from(given.value_of("--depends"));
     for (char16_t& unit : depends)
         unit = unit == u',' ? u'\0' : unit;
-    depends.push_back(u'\0'); // and the string's own terminator is the second
+    depends.push_back(u'\0'); // the list ends with two zeros; the string's own terminator is the second
     if (!ZU_NT_service_install(nullptr, name.c_str(), display.c_str(), command.c_str(),
                                SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
                                depends.size() > 1 ? depends.c_str() : nullptr))
@@ -150,7 +150,7 @@ int uninstall(const arguments& given) {
     return done;
 }
 
-// The host's own reader of its log; where there is none, the file that a log daemon writes.
+// Shows the lines of the host's log: by its own reader, or without one from the file that a log daemon writes.
 int log(const arguments& given) {
     given.expect(2, 2);
     SERVICE_STATUS status{};

@@ -1,4 +1,4 @@
-// What the subcommands of `zu` share: their arguments, their output, and the one way to fail.
+// Arguments, output and failures, which the subcommands of `zu` share.
 #pragma once
 
 #include <cstdint>
@@ -17,28 +17,28 @@ enum exit_status {
     misused = 2
 };
 
-// Thrown; main() writes it to standard error.
+// The exception of a failure. main() writes it to standard error.
 struct failure {
     int status;
     std::string text;
 };
 
 [[noreturn]] void fail(std::string text);
-[[noreturn]] void fail(const std::string& what, platform::DWORD code); // with the code in words
+[[noreturn]] void fail(const std::string& what, platform::DWORD code); // adds the code in words
 [[noreturn]] void misuse(std::string text);
 
 // Fails unless the code is 0.
 void check(platform::DWORD code, const std::string& what);
 
-// What stands behind a subcommand: words, and options that begin with --.
+// The arguments of a subcommand: words, and options that begin with --.
 struct arguments {
     std::vector<std::string> words;
     std::vector<std::string> options;
     bool as_json = false;
 
     bool has(std::string_view option) const;
-    std::string value_of(std::string_view option) const; // of --option=value; empty without
-    void expect(size_t least, size_t most) const;        // words
+    std::string value_of(std::string_view option) const; // for --option=value; empty if it is missing
+    void expect(size_t least, size_t most) const;        // fails for another count of words
     void allow(std::initializer_list<std::string_view> known) const;
 };
 
@@ -49,10 +49,10 @@ struct cell {
     cell(bool truth) : text(truth ? "true" : "false"), is_bare(true) {}
 
     std::string text;
-    bool is_bare = false; // of quotation marks, in JSON
+    bool is_bare = false; // without quotation marks in JSON
 };
 
-// Rows of the same columns, for people, or for programs a list of objects.
+// Rows of the same columns. Programs get them as a list of JSON objects.
 class table {
 public:
     explicit table(std::vector<std::string> columns) : columns_(std::move(columns)) {}
@@ -66,7 +66,7 @@ private:
     std::vector<std::vector<cell>> rows_;
 };
 
-// A few facts, one a line, or for programs one object.
+// A few facts, one a line. Programs get them as one JSON object.
 class facts {
 public:
     void add(std::string name, cell value) { rows_.emplace_back(std::move(name), std::move(value)); }
@@ -76,13 +76,13 @@ private:
     std::vector<std::pair<std::string, cell>> rows_;
 };
 
-// Control characters of what others have named, so that they do not reach the terminal.
+// A text with its control characters replaced, since a name that others chose must not control the terminal.
 std::string shown(std::string_view text);
 
 // The text of a code, without its line end.
 std::string words_of(platform::DWORD code);
 
-// What an argument names: a path of the platform as it is, or one of the host as the path that leads there.
+// The path of the platform that an argument means. A path of the host becomes the one that leads there.
 std::u16string wide_path(const std::string& argument);
 bool is_host_path(std::string_view argument);
 std::string absolute(const std::string& host_path); // lexically
