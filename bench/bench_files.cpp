@@ -220,7 +220,7 @@ void open_bare(benchmark::State& state) {
 }
 BENCHMARK(open_bare);
 
-// The described steps: what was opened is looked at, and share modes take a lock.
+// The described steps: the opened file's status is read, and the share mode takes a lock.
 void open_bare_with_status_and_lock(benchmark::State& state) {
     const std::string path = host_path(file_of_blocks());
     for (auto _ : state) {
@@ -237,7 +237,7 @@ void open_bare_with_status_and_lock(benchmark::State& state) {
 }
 BENCHMARK(open_bare_with_status_and_lock);
 
-// Somebody has had the file for a while.
+// The file has been open elsewhere for a while.
 void open_refused_zu(benchmark::State& state) {
     const zu_file holder(file_of_blocks(), 0x92);
     const std::u16string path = zu_path(file_of_blocks());
@@ -289,7 +289,7 @@ void missing_bare(benchmark::State& state) {
 }
 BENCHMARK(missing_bare);
 
-// The attributes that the record holds take a call of their own, whoever asks.
+// The record also holds the attributes, which take a call of their own.
 void stat_bare_with_attributes(benchmark::State& state) {
     const std::string path = host_path(file_of_blocks());
     struct stat status;

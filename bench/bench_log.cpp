@@ -1,4 +1,4 @@
-// A log record: to nobody, to a hook, and to a file beside the same bare calls and the standard streams.
+// A log record without output, to a hook, and to a file, beside the same bare calls and the standard streams.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>

@@ -14,7 +14,7 @@ namespace {
 
 constexpr timeval limit{5, 0};
 
-// What a program without the library writes.
+// The code of a program that does not use the library.
 struct bare {
     int socket;
 

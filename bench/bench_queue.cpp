@@ -62,7 +62,7 @@ private:
     const size_t capacity_;
 };
 
-// Each row is run often, since what a busy machine adds is no property of the queue: the best run tells most.
+// Each row is run often, and the best run counts: a busy machine adds time that is no property of the queue.
 void best_of_many(benchmark::internal::Benchmark* row) {
     row->Arg(1)
         ->Arg(2)

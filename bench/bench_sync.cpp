@@ -142,7 +142,7 @@ void semaphore_post_wait_host(benchmark::State& state) {
 }
 BENCHMARK(semaphore_post_wait_host);
 
-// Between processes, and free again when the owner dies: a user would lock a file.
+// A lock between processes that is free again when its owner dies. Without the library a program would lock a file.
 void process_lock_zu(benchmark::State& state) {
     ZU_lock_process lock = ZU_lock_process_create(u"zu-bench");
     for (auto _ : state) {

@@ -164,7 +164,7 @@ void format_floating_snprintf(benchmark::State& state) {
     }
 }
 
-// A short piece behind what is there, and in place of it.
+// A short piece behind the present text, and in its place.
 void format_piece_zu(benchmark::State& state) {
     ZU_s s = nullptr;
     ZU_s_reserve(&s, 16000);

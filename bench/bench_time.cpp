@@ -47,7 +47,7 @@ void localtime_of_c(benchmark::State& state) {
     tm local;
     for (auto _ : state) {
         const time_t value = values[i++ % values.size()];
-        tzset(); // what sees a changed zone
+        tzset(); // sees a changed zone
         localtime_r(&value, &local);
         benchmark::DoNotOptimize(local);
     }
@@ -176,7 +176,7 @@ void thousand_new_times(benchmark::State& state) {
     size_t zone = 0;
     ZU_tm local;
     for (auto _ : state) {
-        setenv("TZ", zones[zone++ % 5], 1); // one more than a process remembers
+        setenv("TZ", zones[zone++ % 5], 1); // five zones, one more than a process remembers
         for (const ZU_time_t value : values) {
             ZU_localtime(value, &local);
             benchmark::DoNotOptimize(local);
@@ -184,7 +184,7 @@ void thousand_new_times(benchmark::State& state) {
     }
 }
 
-// What a thread pays for its first local time of a day, and of a zone.
+// The first local time of a day in a thread, and the first one in a zone.
 void first_local_time(benchmark::State& state) {
     ZU_tm local;
     bool one = false;

@@ -89,7 +89,7 @@ void not_due_by_hand(benchmark::State& state) {
         benchmark::DoNotOptimize(timer.due(now++));
 }
 
-// What a timer set does with 100,000 entries of all kinds: the time and a due test for each.
+// The work of a timer set's scan over 100,000 entries of all kinds: reading the time and a due test for each.
 void scan(benchmark::State& state) {
     use_berlin();
     std::vector<ZU_timer*> timers;

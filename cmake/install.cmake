@@ -1,5 +1,5 @@
-# What `cmake --install` puts down. Nothing in it names the prefix, so another one may be given to it, and the folder
-# may be moved.
+# The files that `cmake --install` installs. None of them names the prefix, so the installation may choose another one,
+# and the folder may be moved.
 include(CMakePackageConfigHelpers)
 
 set(zu_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zu)

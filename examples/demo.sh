@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# What ./run demo shows: the task scheduler, from its table of next firings to its last one, and once more as a service.
+# The program of ./run demo shows the task scheduler, from its table of next firings to its last one, and once more as a service.
 set -euo pipefail
 build=$(realpath "$1")
 tasks=$(realpath "$(dirname "$0")/tasks.txt")
 
 taskd=$build/examples/taskd
 place=$(mktemp -d)
-sockets=/run/zu # of root's services; an ordinary user's are where XDG_RUNTIME_DIR says
+sockets=/run/zu # where root's services report; an ordinary user's are in XDG_RUNTIME_DIR
 [ ! -e "$sockets" ] || sockets=
 cleanup() {
     if [ -d host/services/taskd ]; then "$taskd" --uninstall >/dev/null || true; fi

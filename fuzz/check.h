@@ -1,4 +1,4 @@
-// What the fuzz entry points share.
+// Helpers of the fuzz entry points.
 #pragma once
 
 #include <cstdint>
@@ -6,13 +6,13 @@
 #include <cstring>
 #include <string>
 
-// What an entry point claims: where it does not hold, the fuzzer keeps the input.
+// A claim of an entry point. If it does not hold, the fuzzer keeps the input.
 inline void check(bool holds) {
     if (!holds)
         std::abort();
 }
 
-// Two bytes a unit.
+// The units of the input: two bytes make one.
 inline std::u16string units_of(const uint8_t* data, size_t size) {
     std::u16string units(size / 2, 0);
     if (!units.empty())

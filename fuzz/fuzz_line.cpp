@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t limits[] = {1, 2, 3, 127, 128, 129, 255, 256, 257, 1000, ZU_GET_LINE_MAX, UINT32_MAX};
 
-// A file that lives as long as the process and is filled anew for every input.
+// A file that lives as long as the process and gets new content for every input.
 ZU_file* scratch_file() {
     const std::string name = "fuzz_line." + std::to_string(getpid());
     ZU_file* file = ZU_open_file((u"C:\\tmp\\" + std::u16string(name.begin(), name.end())).c_str(),

@@ -1,5 +1,5 @@
-// Paths, names and patterns: whatever the text, a path stays on its drive, a name comes back as it was, and matching
-// agrees with a plain model.
+// Paths, names and patterns of any text: a path stays on its drive, a name comes back unchanged, and matching agrees with
+// a plain model.
 #include "fuzz/check.h"
 #include "platform/files/name_map.h"
 #include "platform/files/path.h"
@@ -10,7 +10,7 @@ namespace {
 
 using namespace platform;
 
-// What is spelled on the host has no empty, "." or ".." component, and no zero byte.
+// A path of the host never has an empty, "." or ".." component, nor a zero byte.
 void check_path(const std::u16string& text, path_use use) {
     parsed_path path;
     if (parse_path(text.c_str(), use, path) != ERROR_SUCCESS)
@@ -42,7 +42,7 @@ void check_names(const std::string& host, const std::u16string& wide) {
 bool model(wide_view pattern, wide_view name) {
     if (pattern.empty())
         return name.empty();
-    if (name.empty()) { // what may stand for nothing is left: stars, marks, and dots before them
+    if (name.empty()) { // only characters that match nothing are left: stars, marks, and dots before them
         const size_t next = pattern[0] == u'.' ? 1 : 0;
         return next < pattern.size() && (pattern[next] == u'*' || pattern[next] == u'?')
                && model(pattern.substr(next + 1), name);

@@ -12,8 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::u16string first = all.substr(0, data[0]), second = all.substr(first.size());
     ZU_wildcard_match(first.c_str(), second.c_str());
     ZU_wildcard_match_win32_file(first.c_str(), second.c_str());
-    // Widths of many digits make texts that no memory holds, and more fields than there are inserts read what nobody
-    // has passed.
+    // Widths of many digits make texts that no memory holds. More fields than inserts read arguments that nobody has
+    // passed.
     constexpr auto most_fields = 100;
     const auto are_digits = [](ZU_wchar a, ZU_wchar b) {
         return a >= u'0' && a <= u'9' && b >= u'0' && b <= u'9';

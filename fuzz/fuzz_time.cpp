@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     setenv("TZ", zones[data[0] % 4], 1);
     std::u16string text = units_of(data + 2, size - 2);
-    if (data[1] % 2) // one byte is one unit, so that digits come up often
+    if (data[1] % 2) // one byte becomes one unit, so that digits are frequent
         text.assign(data + 2, data + size);
     ZU_tm local{};
     const ZU_time_t time = ZU_read_tm(text.c_str(), &local);
@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ZU_tm again{};
     check(ZU_localtime(time, &again) && std::memcmp(&again, &local, sizeof local) == 0);
     check(std::u16string(written).size() == 19);
-    check(ZU_mktime(&again) == time); // the flag settles which of two it is
+    check(ZU_mktime(&again) == time); // the daylight flag tells which of two times is meant
     const ZU_time_t reread = ZU_read_time_t(written);
     check(reread == time || std::abs(int64_t{reread} - time) <= 48 * 3600);
     return 0;

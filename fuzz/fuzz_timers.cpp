@@ -13,7 +13,7 @@ ZU_timer* make(FuzzedDataProvider& input, ZU_timer_holidays* holidays, bool& is_
     std::u16string t[7];
     for (std::u16string& each : t) {
         const std::string text = input.ConsumeRandomLengthString();
-        each.assign(text.begin(), text.end()); // with units beyond ASCII, as the bytes have a sign
+        each.assign(text.begin(), text.end()); // bytes have a sign, so some units lie beyond ASCII
     }
     // A date of any bytes is mostly refused, so most of them get a good one.
     const ZU_wchar* start = kind & 64 ? t[0].c_str() : u"2006-05-01 02:30";

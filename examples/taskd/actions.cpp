@@ -12,7 +12,7 @@ std::string print(const std::string& text) {
     return text;
 }
 
-// ADDRESS PORT MS
+// Tests a port. The text is ADDRESS PORT MS.
 std::string probe(const std::string& text) {
     const auto parts = words(text);
     int32_t port = 0, timeout_ms = 0;

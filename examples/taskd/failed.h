@@ -3,7 +3,7 @@
 
 #include <string>
 
-// Thrown: the reason, for the journal or the user.
+// The exception, with the reason for the journal or the user.
 struct failed {
     std::string reason;
 };

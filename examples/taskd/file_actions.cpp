@@ -44,7 +44,7 @@ std::string in_hexadecimal(const uint8_t* bytes, size_t count) {
     return text;
 }
 
-// "90s", "15m", "12h", "30d"
+// Reads an age such as "90s", "15m", "12h" or "30d".
 int64_t read_age_in_seconds(std::string_view text) {
     constexpr struct {
         char unit;
@@ -87,7 +87,7 @@ std::string clean(const std::string& text) {
     std::string gone, kept;
     for (bool is_more = walk != nullptr; is_more; is_more = ZU_enum_dir_next(walk.get())) {
         const ZU_enum_dir_entry& entry = *ZU_enum_dir_get(walk.get());
-        const bool has_age = entry.modification_time != -1; // a time past 2038 is none, and not an old one
+        const bool has_age = entry.modification_time != -1; // a time after 2038 is unknown, and not old
         if (!(entry.attributes & ZU_PATH_FILE) || !has_age || entry.modification_time > latest
             || !ZU_wildcard_match_win32_file(pattern.c_str(), entry.name))
             continue;

@@ -5,7 +5,7 @@
 
 namespace {
 
-// Counted by a hook, one record at a time: the log's lock is held while it runs.
+// The counts of a hook. It needs no lock of its own, since the log's lock is held while it runs.
 struct {
     unsigned told, warned, complained;
 } counts;
@@ -20,7 +20,7 @@ ZU_bool count(void*, const ZU_log_record* record) {
     return 1;
 }
 
-wide_text error_file; // empty: none
+wide_text error_file; // empty if there is none
 
 void set_file(const journal_options& options) {
     const auto max_bytes = static_cast<uint32_t>(options.max_bytes);

@@ -6,14 +6,14 @@
 #include "zu/zu.h"
 
 struct journal_options {
-    std::string file; // empty: standard output alone
+    std::string file; // empty for standard output alone
     int32_t max_bytes = 1024 * 1024;
-    int32_t keep = 5; // files, the live one included
+    int32_t keep = 5; // how many files, with the live one
     bool is_tracing = false;
 };
 
-// Open from the constructor to the destructor, which closes with a summary. Errors go to a file of their own, beside the
-// journal's.
+// The journal is open from the constructor to the destructor, which writes a summary. Errors also go to a file of their
+// own, beside the journal's.
 class journal {
 public:
     explicit journal(const journal_options& options);
@@ -21,11 +21,11 @@ public:
     journal(const journal&) = delete;
     journal& operator=(const journal&) = delete;
 
-    // Tells the first line, which its file has to take; throws `failed`.
+    // Writes the first line; throws `failed` if the file does not take it.
     void begin(const std::string& text) const;
 };
 
-// Any thread, while a journal is open.
+// Writes a line. Any thread may call it while a journal is open.
 void tell(const std::string& text);
 void warn(const std::string& text);
 void complain(const std::string& text);

@@ -72,7 +72,7 @@ exit_status run(const options& chosen) {
         open.begin(banner());
         return show_and_serve(chosen);
     } catch (const failed& problem) {
-        complain(problem.reason); // a service has nobody at its error stream
+        complain(problem.reason); // nobody reads a service's error stream
         return failure;
     }
 }

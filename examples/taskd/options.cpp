@@ -25,7 +25,7 @@ constexpr unsigned to_manage =
     bit(mode::install) | bit(mode::uninstall) | bit(mode::start) | bit(mode::stop) | bit(mode::state);
 constexpr unsigned with_file = to_run | bit(mode::next);
 
-// There is one mode at most.
+// Chooses a mode. There is one at most.
 template <mode what>
 bool choose(const char*, options& result) {
     const bool is_first = result.what == mode::run;
@@ -129,7 +129,7 @@ private:
         return found->take(value, result_);
     }
 
-    // The file, or the command that is asked.
+    // Takes a word that is no option: the task file, or the command to ask for.
     bool take_operand(const char* text) {
         const bool is_command = result_.what == mode::ask;
         std::string& operand = is_command ? result_.command : result_.path;

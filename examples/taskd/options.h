@@ -25,10 +25,10 @@ struct options {
     std::string ask;     // HOST:PORT of a running taskd
     std::string command; // the command that it is asked
     std::string service = "taskd";
-    std::vector<run_word> run_words; // all that a run was told, for the service that is told the same
+    std::vector<run_word> run_words; // the options of a run, which an installed service gets as well
 };
 
-// False for what taskd does not understand, or what does not go together.
+// Reads the arguments. False if taskd does not understand one, or if two do not go together.
 bool read_options(int count, char** arguments, options& result);
 
 void print_usage();

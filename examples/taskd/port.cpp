@@ -20,7 +20,7 @@ timeval milliseconds(uint32_t count) {
             static_cast<decltype(timeval::tv_usec)>(count % 1000 * 1000)};
 }
 
-// The rest of a client's time; ends at 0.
+// The time that a client has left; never below 0.
 class deadline {
 public:
     timeval left() const {
@@ -44,7 +44,7 @@ bool send_all(ZU_trans* to, std::string_view text, const deadline& until) {
     return true;
 }
 
-// One line without its end; false when none came in time, or it is too long.
+// Receives one line without its end. False if none came in time, or if it is too long.
 bool receive_line(ZU_trans* from, std::string& line, const deadline& until) {
     while (line.find('\n') == line.npos) {
         char block[longest_line];
@@ -77,7 +77,7 @@ status_port::~status_port() {
         return;
     is_closing_ = true;
     for (int i = 0; i < serving_threads; ++i)
-        ZU_queue_push(clients_, nullptr, ZU_WAIT_INFINITE, nullptr); // the end of one thread
+        ZU_queue_push(clients_, nullptr, ZU_WAIT_INFINITE, nullptr); // ends one thread
     for (ZU_thread* thread : threads_) {
         if (thread)
             ZU_thread_wait_for_termination(thread, nullptr);
@@ -93,9 +93,9 @@ uint32_t status_port::accept_clients(void* self) {
         ZU_bool timed_out = 0;
         ZU_trans* client = ZU_trans_socket_accept(port->server_, nullptr, nullptr, &slice, &timed_out);
         if (client && !ZU_queue_push(port->clients_, client, 0, nullptr))
-            ZU_trans_destroy(client); // too many are waiting
+            ZU_trans_destroy(client); // too many clients are waiting
         if (!client && !timed_out)
-            ZU_sleep(slice_ms); // out of descriptors, for instance: do not spin
+            ZU_sleep(slice_ms); // without descriptors, accepting fails again at once
     }
     return 0;
 }

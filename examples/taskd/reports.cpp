@@ -19,7 +19,7 @@ struct socket_path {
         char* const bytes = reinterpret_cast<char*>(&address) + start;
         std::copy(path.begin(), path.end(), bytes);
         if (bytes[0] == '@')
-            bytes[0] = 0; // a name that is no file
+            bytes[0] = 0; // an abstract name, which is no file
         address.ss_family = AF_UNIX;
         length = static_cast<int32_t>(start + path.size());
     }
@@ -55,7 +55,7 @@ void service_reports::ending() {
     asking_ = ZU_thread_create(ask_for_time, this);
 }
 
-// Five seconds, every second.
+// Asks for five more seconds, once a second.
 uint32_t service_reports::ask_for_time(void* self) {
     do
         report("EXTEND_TIMEOUT_USEC=5000000");

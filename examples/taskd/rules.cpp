@@ -12,13 +12,13 @@ namespace {
     throw misunderstood{'"' + std::string(what) + "\" " + std::string(why)};
 }
 
-// Everything that the six constructors take, as they take it.
+// The arguments of the six constructors.
 struct inputs {
     wide_text start, end;
     int32_t number = 0;                      // days, weeks, the number of a week or of an occurrence
     wide_text on;                            // weekdays, or days of the month
     int32_t clock[3] = {};                   // hours, minutes, seconds
-    wide_text months, days, weekdays, hours; // excluded
+    wide_text months, days, weekdays, hours; // the exclusions
     ZU_timer_holidays* holidays = nullptr;
 };
 
@@ -127,7 +127,7 @@ void read_span(inputs& in, std::string_view span) {
         in.end = moment(trimmed(span.substr(to + 4)), "an end");
 }
 
-// "12-25,01-01"
+// Reads a list of holidays such as "12-25,01-01".
 void read_holidays(ZU_timer_holidays* holidays, std::string_view text) {
     for (std::string_view item : pieces(text, ',')) {
         const auto parts = pieces(item, '-');

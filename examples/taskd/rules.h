@@ -7,7 +7,7 @@
 
 #include "zu/zu.h"
 
-// Thrown for a rule that cannot be understood: the reason, as the report will show it.
+// The exception for a rule that cannot be understood, with the reason as the report shows it.
 struct misunderstood {
     std::string reason;
 };

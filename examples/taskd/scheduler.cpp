@@ -9,7 +9,7 @@
 
 // An item of the table of tasks: the key lies inside.
 struct scheduler::listed {
-    const char* name; // the task's
+    const char* name; // points to the task's name
     entry* what;
 };
 
@@ -17,7 +17,7 @@ struct scheduler::entry {
     listed in_table;
     std::unique_ptr<task> job;
     scheduler* owner;
-    ZU_timer* timer; // the set's
+    ZU_timer* timer; // owned by the set
     std::atomic<unsigned> done{0};
     std::atomic<unsigned> failed{0};
 };
@@ -25,7 +25,7 @@ struct scheduler::entry {
 // An item of the queue to the workers.
 struct scheduler::firing {
     entry* what;
-    ZU_time_t scheduled; // 0: by request
+    ZU_time_t scheduled; // 0 for a firing by request
 };
 
 namespace {
@@ -56,7 +56,7 @@ scheduler::scheduler(task_list list) : due_(ZU_queue_create(most_waiting)) {
         added->owner = this;
         added->timer = job->timer.release();
         added->job = std::move(job);
-        ZU_hash_table_insert(&by_name_, &added->in_table); // a name that comes twice finds the first task
+        ZU_hash_table_insert(&by_name_, &added->in_table); // of two tasks with one name, the first stays
         ZU_timer_set_add(&set_, added->timer, added.get(), fire);
         entries_.push_back(std::move(added));
     }
@@ -69,7 +69,7 @@ scheduler::~scheduler() {
         warn(due->what->job->name + " was due, but taskd ends");
     }
     for (size_t i = 0; i < workers_.size(); ++i)
-        ZU_queue_push(due_, nullptr, ZU_WAIT_INFINITE, nullptr); // the end of one worker
+        ZU_queue_push(due_, nullptr, ZU_WAIT_INFINITE, nullptr); // ends one worker
     for (ZU_thread* worker : workers_)
         ZU_thread_wait_for_termination(worker, nullptr);
     ZU_queue_destroy(due_);
@@ -111,7 +111,7 @@ int32_t scheduler::describe(void* lines, ZU_timer* timer, void* user_data, ZU_ti
     return 0;
 }
 
-// On the set's thread: what is due is handed on, so that a slow action delays no other task.
+// Runs on the set's thread, and hands the task to a worker, so that a slow action delays no other task.
 void scheduler::fire(void* user_data, ZU_timer* timer) {
     auto* each = static_cast<entry*>(user_data);
     auto* due = new firing{each, timer->last};

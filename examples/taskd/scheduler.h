@@ -18,8 +18,8 @@ public:
 
     bool start();
 
-    // Both from any thread while the scheduler runs. They never wait for a worker.
-    bool run_now(const std::string& name); // false: no such task
+    // Any thread may call these two while the scheduler runs. They never wait for a worker.
+    bool run_now(const std::string& name); // false if there is no such task
     std::string status();                  // a line for every task
 
 private:

@@ -48,7 +48,7 @@ const char* word_of(uint32_t state) {
     case SERVICE_CONTINUE_PENDING: return "continuing";
     case SERVICE_PAUSE_PENDING: return "pausing";
     case SERVICE_PAUSED: return "paused";
-    default: return nullptr; // unknown to this program
+    default: return nullptr; // a state that this program does not know
     }
 }
 

@@ -3,9 +3,9 @@
 
 #include <string>
 
-// Where the task file is named, as a text.
+// The registry key whose text value names the task file.
 inline constexpr const char* settings_key = "Software\\zu\\taskd"; // below HKEY_LOCAL_MACHINE
 inline constexpr const char* task_file_value = "TaskFile";
 
-// The task file: the one that is given, else the registry's, else tasks.txt. Throws `failed`.
+// The task file: `given`, or the registry's if that is empty, or tasks.txt if there is none. Throws `failed`.
 std::string task_file(const std::string& given);

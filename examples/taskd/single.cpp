@@ -10,7 +10,7 @@ single_instance::single_instance(const std::string& name) {
     if (!lock_)
         fail("--single " + name);
     is_held_ = ZU_lock_process_lock_timeout(lock_, 0);
-    // Locking is false also for a lock that was taken over from a killed owner. Only an owner can unlock.
+    // Locking also returns false for a lock that was taken over from a killed owner. Only an owner can unlock.
     if (!is_held_ && ZU_lock_process_unlock(lock_))
         is_held_ = ZU_lock_process_lock_timeout(lock_, 0);
 }

@@ -5,8 +5,8 @@
 
 #include "zu/zu.h"
 
-// Holds the process lock of a name until the destructor, unless another taskd does. Without a name it holds nothing, and
-// says that it does. To be made and destroyed by one thread; throws `failed` where there can be no such lock.
+// Holds the process lock of a name until the destructor, unless another taskd holds it. Without a name it needs no lock,
+// and counts as holding one. One thread must make and destroy it. Throws `failed` if the lock cannot be made.
 class single_instance {
 public:
     explicit single_instance(const std::string& name);

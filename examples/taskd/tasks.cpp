@@ -8,7 +8,7 @@
 
 namespace {
 
-// name | rule | start [to end] | exclusions | action text
+// Reads a line: name | rule | start [to end] | exclusions | action text.
 std::unique_ptr<task> read_task(std::string_view line) {
     const auto fields = pieces(line, '|', 5);
     if (fields.size() != 5)

@@ -19,13 +19,13 @@ struct task {
 
 struct task_list {
     std::vector<std::unique_ptr<task>> tasks;
-    bool is_complete = true; // false: a line was reported
+    bool is_complete = true; // false if a line was reported
 };
 
 // Throws `failed` when the file cannot be read.
 task_list read_tasks(const std::string& path, void (*report)(const std::string&));
 
-// When a timer fires next, in words where it does not.
+// The time of a timer's next firing; in words, if it does not fire.
 std::string next_firing(ZU_timer* timer);
 
 void print_next_firings(const task_list& list);
