@@ -69,7 +69,7 @@ TEST(queue, many_producers_and_consumers) {
                 for (uintptr_t n = 1; n <= per_producer;) {
                     ZU_bool timed_out = 77;
                     const bool stored =
-                        ZU_queue_push(queue, value(number << 32 | n), random() % 3, &timed_out);
+                        ZU_queue_push(queue, value(number << 16 | n), random() % 3, &timed_out);
                     EXPECT_EQ(timed_out, !stored);
                     n += stored;
                     if (random() % 10 == 0)
@@ -87,8 +87,8 @@ TEST(queue, many_producers_and_consumers) {
                         EXPECT_EQ(out, nullptr);
                         continue;
                     }
-                    const uintptr_t from = reinterpret_cast<uintptr_t>(out) >> 32;
-                    const uintptr_t n = reinterpret_cast<uintptr_t>(out) & 0xFFFFFFFF;
+                    const uintptr_t from = reinterpret_cast<uintptr_t>(out) >> 16;
+                    const uintptr_t n = reinterpret_cast<uintptr_t>(out) & 0xFFFF;
                     EXPECT_GT(n, std::exchange(latest[from], n));
                     sum += n;
                     --left;
