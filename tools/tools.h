@@ -37,7 +37,7 @@ struct arguments {
     bool as_json = false;
 
     bool has(std::string_view option) const;
-    std::string value_of(std::string_view option) const; // for --option=value; empty if it is missing
+    std::string value_of(std::string_view option) const; // the value in --option=value; empty without
     void expect(size_t least, size_t most) const;        // fails for another count of words
     void allow(std::initializer_list<std::string_view> known) const;
 };

@@ -30,7 +30,7 @@ struct known_start {
     int32_t weekday;
     ZU_time_t end;         // INT32_MAX for a timer without end
     ZU_time_t base[2];     // the first instant of the period's grid, in standard and in daylight time
-    bool is_base_known[2]; // for each element of `base`
+    bool is_base_known[2]; // whether the element of `base` has been computed
 };
 
 // Fills the common part. False when a date cannot be read; the timer then owns nothing.

@@ -37,7 +37,7 @@ struct shared_state {
 };
 shared_state* state = nullptr;
 
-// What the library is asked to do.
+// The calls of the library that the scenario makes.
 template <class Work>
 auto asked(Work work) {
     SetLastError(0);

@@ -56,7 +56,7 @@ scheduler::scheduler(task_list list) : due_(ZU_queue_create(most_waiting)) {
         added->owner = this;
         added->timer = job->timer.release();
         added->job = std::move(job);
-        ZU_hash_table_insert(&by_name_, &added->in_table); // of two tasks with one name, the first stays
+        ZU_hash_table_insert(&by_name_, &added->in_table); // a second task of the same name is not inserted
         ZU_timer_set_add(&set_, added->timer, added.get(), fire);
         entries_.push_back(std::move(added));
     }

@@ -76,7 +76,7 @@ std::string library_that_wants(const std::vector<std::string>& names, const std:
     table.add(DT_STRSZ, table.texts.size());
     table.add(DT_NULL, size_t{0});
 
-    file_header header = this_library_s_header(); // for the fields that describe this machine
+    file_header header = this_library_s_header(); // has the fields that describe this machine
     header.e_type = ET_DYN;
     header.e_entry = header.e_shoff = 0;
     header.e_shnum = header.e_shstrndx = 0;
