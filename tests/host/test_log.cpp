@@ -140,6 +140,7 @@ TEST(log_record, traces_and_templates) {
 
 TEST(log_streams, result_and_pipes_without_reader) {
     const outcome child = run_child([] {
+        setenv("LC_ALL", "C.UTF-8", 1);
         started_library started;
         dup2(STDOUT_FILENO, STDERR_FILENO);
         ZU_log_set_output(ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT);

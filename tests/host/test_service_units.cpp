@@ -98,9 +98,10 @@ protected:
 
 // The table of all services, run by the manager.
 TEST_P(units, keep_the_rules_of_services) {
-    const std::string report =
-        inside(std::string("ZU_TEST_UNITS=1 /opt/zu/test_service --gtest_filter=") + GetParam());
-    EXPECT_NE(report.find("[  PASSED  ]"), std::string::npos) << report;
+    const std::string filter = GetParam(),
+                      report = inside("ZU_TEST_UNITS=1 /opt/zu/test_service --gtest_filter=" + filter);
+    const auto tests = std::to_string(1 + std::count(filter.begin(), filter.end(), ':')); // one for each part
+    EXPECT_NE(report.find("[  PASSED  ] " + tests + " test"), std::string::npos) << report;
     EXPECT_EQ(report.find("[  FAILED  ]"), std::string::npos) << report;
 }
 INSTANTIATE_TEST_SUITE_P(table, units,
