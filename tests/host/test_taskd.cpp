@@ -12,11 +12,12 @@ class taskd : public testing::Test {
 protected:
     void write(const std::string& text) { place_.write("file", text); }
     outcome run(const std::string& options) {
-        return run_command("TZ=UTC exec " + program + " " + options + " " + path_);
+        return run_command("LC_ALL=C.UTF-8 TZ=UTC exec " + program + " " + options + " " + path_);
     }
     // A script in the place of the test, where $taskd is the program.
     outcome script(const std::string& text) {
-        return run_command("cd " + place_.host_path() + "; taskd=" + program + "; " + text);
+        return run_command("export LC_ALL=C.UTF-8; cd " + place_.host_path() + "; taskd=" + program + "; "
+                           + text);
     }
     const file_place place_; // has a registry and services of its own
     const std::string path_ = place_.host_path("file"), port_ = std::to_string(port_of_our_own());
