@@ -13,7 +13,7 @@ struct ZU_thread_start {
     void* argument;
 };
 
-unsigned trampoline(void* argument) {
+unsigned WINAPI trampoline(void* argument) {
     ZU_thread_start* start = static_cast<ZU_thread_start*>(argument);
     const ZU_thread_start copy = *start;
     ZU_free(start);

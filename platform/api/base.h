@@ -63,6 +63,9 @@ BOOL CloseHandle(HANDLE handle);
 
 } // namespace platform
 
+// How the platform calls back, where its calls have a convention of their own: here as every function.
+#define WINAPI
+
 inline constexpr int TRUE = 1;
 inline constexpr int FALSE = 0;
 inline const platform::HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<platform::HANDLE>(intptr_t{-1});

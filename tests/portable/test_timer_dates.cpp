@@ -87,11 +87,11 @@ struct schedule {
 const zone_model zones[] = {
     {"Europe/Berlin", 1h, 2h,
      [](year y) { return sys_days(y/March/Sunday[last]) + 3600s; }, [](year y) { return sys_days(y/October/Sunday[last]) + 3600s; }},
-    {"America/New_York", -5h, -4h,
+    {"EST5EDT", -5h, -4h,
      [](year y) { return sys_days(y/March/Sunday[2]) + 25200s; }, [](year y) { return sys_days(y/November/Sunday[1]) + 21600s; }},
     {"Australia/Lord_Howe", 630min, 11h,
      [](year y) { return sys_days(y/October/Sunday[1]) - 30600s; }, [](year y) { return sys_days(y/April/Sunday[1]) - 32400s; }},
-    {"Asia/Kolkata", 330min, 330min},
+    {"IST-5:30", 330min, 330min},
 };
 
 // All of them keep the holidays free. Some start in the hour of the changes on purpose.
@@ -129,6 +129,10 @@ TEST(timer_dates, of_ten_years) {
         ZU_timer_holidays_add(&free_days, &each);
     const sys_seconds low = sys_days(2009y / 1 / 1), end = sys_days(2019y / 1 / 1);
     for (const zone_model& zone : zones) {
+        if (!has_zone(zone.name)) {
+            std::printf("not in %s: this platform does not know it\n", zone.name);
+            continue;
+        }
         set_zone(zone.name);
         for (const seconds late : {60s, 0s}) {
             ZU_timer_set_valid_offset_seconds(static_cast<int32_t>(late.count()));

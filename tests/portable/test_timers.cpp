@@ -226,18 +226,17 @@ TEST_F(timers, what_the_search_finds) {
 TEST_F(timers, a_change_of_zone_is_seen_at_the_next_test) {
     const timer_ptr both[] = {weekly(u"2012-07-02 08:00", u"1", 1),
                               daily(u"2012-07-02 08:00", u"2012-07-09 08:00")};
-    for (const auto& [zone, hour] : {std::pair("UTC", 8), {"Europe/Berlin", 6}, {"America/New_York", 12}}) {
+    for (const auto& [zone, hour] : {std::pair("UTC0", 8), {"AAA-2", 6}, {"EST5EDT", 12}}) {
         set_zone(zone);
         for (const timer_ptr& timer : both)
             for (int other : {6, 8, 12})
                 EXPECT_EQ(due(timer, 0, at(2012, 7, 9, other)), other == hour)
                     << "eight o'clock in summer in " << zone;
     }
-    set_zone("CET-1CEST,M3.5.0,M10.5.0/3");
-    const timer_ptr over_the_change = daily(u"2037-03-27 08:00", u"", u"", 1, u"", u"", u"5,6");
-    EXPECT_EQ(next(over_the_change), at(2037, 10, 25, 7)) << "whole days are an hour late all summer";
+    const timer_ptr over_the_change = daily(u"2037-03-06 08:00", u"", u"", 1, u"", u"", u"5,6");
+    EXPECT_EQ(next(over_the_change), at(2037, 11, 1, 13)) << "whole days are an hour late all summer";
     ZU_timer_set_valid_offset_seconds(3600);
-    EXPECT_EQ(next(over_the_change), at(2037, 3, 29, 6));
+    EXPECT_EQ(next(over_the_change), at(2037, 3, 8, 12));
 }
 
 } // namespace

@@ -17,4 +17,7 @@ inline void set_zone(const char* text) {
     set_variable("TZ", text);
 }
 
+// Whether this platform knows a zone by that text.
+bool has_zone(const char* text);
+
 } // namespace zu_test

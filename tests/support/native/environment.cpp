@@ -1,6 +1,7 @@
 #include "support/environment.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace zu_test {
@@ -8,6 +9,12 @@ namespace zu_test {
 // The runtime's own copy is what _tzset reads; an empty value removes the variable.
 void set_variable(const char* name, const char* value) {
     _putenv((std::string(name) + "=" + (value ? value : "")).c_str());
+}
+
+// The runtime reads a name of three letters, an offset, and a second name for the daylight saving of the USA. It has no
+// names of the zone database.
+bool has_zone(const char* text) {
+    return std::strchr(text, '/') == nullptr;
 }
 
 } // namespace zu_test
