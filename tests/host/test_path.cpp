@@ -80,8 +80,8 @@ TEST_F(paths, actual_path) {
           u"T:\\data\\missing", u"T:\\missing\\a.txt"}},
         {u"", codes::path_not_found, {u"Q:\\data"}},
         {u"", codes::directory_name_invalid, {u"T:\\data\\logs\\a.txt\\b"}}};
-    for (const auto& [actual, code, paths] : rows)
-        for (const char16_t* path : paths) {
+    for (const auto& [actual, code, all_typed] : rows)
+        for (const char16_t* path : all_typed) {
             ZU_s out = nullptr;
             ZU_s_append_n(&out, u"before", 6);
             SetLastError(12345);
@@ -201,8 +201,8 @@ TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
         {codes::path_not_found, {u"T:\\missing\\x", u"Q:\\", u"\\\\srv\\nosuch", u"\\\\nosuch\\share\\"}},
         {codes::directory_name_invalid, {u"T:\\f\\x"}}};
     const ZU_stat zeros = {};
-    for (const auto& [code, paths] : rows)
-        for (const char16_t* path : paths) {
+    for (const auto& [code, all_refused] : rows)
+        for (const char16_t* path : all_refused) {
             SCOPED_TRACE(narrow(path));
             ZU_stat status;
             std::memset(&status, 0x55, sizeof status);
