@@ -1,5 +1,5 @@
-// What the host keeps, as anybody may have written it: a service's status, drives and shares, attributes, zones; and a
-// log file of any name and settings.
+// Files that the host keeps, as anybody may have written them: a service's status, drives and shares, attributes,
+// zones; and a log file of any name and settings.
 #include <fcntl.h>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sys/xattr.h>

@@ -524,7 +524,7 @@ typedef struct ZU_event ZU_event;
  */
 ZU_API ZU_event* ZU_create_event(ZU_bool manual_reset);
 
-/* Ends the event; false when its handle could not be closed (the record is gone all the same). Null: true. */
+/* Ends the event; false when its handle could not be closed (the record is gone anyway). Null: true. */
 ZU_API ZU_bool ZU_destroy_event(ZU_event* event);
 
 /* Make the event signalled, or not. True; using an event that has been destroyed is undefined. */
@@ -559,7 +559,7 @@ ZU_API ZU_bool ZU_sem_wait(ZU_sem* sem, uint32_t timeout_ms, ZU_bool* timed_out)
 /* Adds one to the count; false with code 298 (ERROR_TOO_MANY_POSTS) at the maximum. */
 ZU_API ZU_bool ZU_sem_post(ZU_sem* sem);
 
-/* Ends the semaphore; false when its handle could not be closed (the record is gone all the same). Null: true. */
+/* Ends the semaphore; false when its handle could not be closed (the record is gone anyway). Null: true. */
 ZU_API ZU_bool ZU_sem_destroy(ZU_sem* sem);
 
 /* Add or subtract 1 in one indivisible step with a full barrier; return the new value. The cell is aligned to 4. */
@@ -584,7 +584,7 @@ ZU_API ZU_thread* ZU_thread_create(ZU_thread_func function, void* argument);
 ZU_API ZU_thread* ZU_thread_create_ex(ZU_thread_func function, void* argument, uint32_t stack_size_bytes);
 
 /* Waits without limit for the end of a thread, gives its exit code (pointer may be null) and releases it. Returns 0, or
-   -1 with the platform's code when the wait failed: the thread is released all the same, and its code reads 0. */
+   -1 with the platform's code when the wait failed: the thread is released anyway, and its code reads 0. */
 ZU_API int32_t ZU_thread_wait_for_termination(ZU_thread* thread, uint32_t* exit_code);
 
 /* Suspends the calling thread for at least that long; 0 gives up the rest of its time slice, 0xFFFFFFFF never returns.
@@ -608,7 +608,7 @@ ZU_API uint32_t ZU_get_current_thread_id(void);
  * A process that gives the lock back and takes it again lets a process that sleeps for it go first; so none that sleeps
  * is overtaken again and again by the one that has just been in. Beyond that, nearly always in order of arrival.
  *
- * When its owner ends while owning it, the next one to take it gets false and owns it all the same: it can put right
+ * When its owner ends while owning it, the next one to take it gets false and owns it anyway: it can put right
  * what the lock guards, and must unlock. The same holds when the owner's process closes its last handle: unlock first.
  * A time-out gives false, too, and does not touch the last-error code. To tell the two apart, unlock: true if the lock
  * was owned.
@@ -638,7 +638,7 @@ ZU_API ZU_lock_process ZU_lock_process_create_everyone(const ZU_wchar* name);
 ZU_API ZU_lock_process ZU_lock_process_open(const ZU_wchar* name);
 
 /* Take the lock, without limit or up to a time-out in milliseconds: 0 only tries. True when it is taken from a living
-   owner or was free; false after a time-out, an owner's end (owned all the same, see above) or a failure: 5 through a
+   owner or was free; false after a time-out, an owner's end (owned anyway, see above) or a failure: 5 through a
    handle of ZU_lock_process_open, 6 for one that is null or closed. */
 ZU_API ZU_bool ZU_lock_process_lock(ZU_lock_process lock);
 ZU_API ZU_bool ZU_lock_process_lock_timeout(ZU_lock_process lock, uint32_t timeout_ms);

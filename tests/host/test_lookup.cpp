@@ -119,7 +119,7 @@ TEST_F(lookup, names_of_the_host) {
     }
 }
 
-// What is kept of a large directory gives the same answers as a look at it, whoever changes it.
+// The names that are kept of a large directory give the same answers as a look at it, whoever changes it.
 TEST_F(lookup, large_directories) {
     place.write("file", "");
     place.make_directory("large");
@@ -242,7 +242,7 @@ TEST_F(lookup, drives_and_shares) {
     }
 }
 
-// What cannot be looked up is a failure: a path never comes to mean another file.
+// A drive that cannot be looked up is a failure: a path never comes to mean another file.
 TEST_F(lookup, drives_that_cannot_be_asked_about) {
     place.make_directory("disk");
     place.write("disk/file", "");
@@ -263,7 +263,7 @@ TEST_F(lookup, drives_that_cannot_be_asked_about) {
         chmod(drives.c_str(), static_cast<mode_t>(mode));
         EXPECT_EQ(run_as_ordinary_user(print_codes).output, codes) << std::oct << mode;
     }
-    // What a thread has read stays in use.
+    // The drives that a thread has read stay in use.
     chmod(drives.c_str(), 0777);
     EXPECT_EQ(run_as_ordinary_user([&] {
                   print_codes();

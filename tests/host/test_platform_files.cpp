@@ -192,7 +192,8 @@ TEST_F(platform_files, reading_ahead_hides_nothing) {
     EXPECT_EQ(read_some(both, 6), "");
 }
 
-// What is written arrives, whatever signals come; a writer learns that its reader is gone; no reader is held up.
+// Every byte that is written arrives, whatever signals come; a writer learns that its reader is gone; no reader is held
+// up.
 TEST_F(platform_files, pipes) {
     struct sigaction nothing = {};
     nothing.sa_handler = [](int) {};
@@ -353,7 +354,7 @@ TEST_F(platform_files, moving_has_its_codes_and_loses_nothing) {
             }
 }
 
-// What a directory does not permit fails with 5.
+// A call that the directory does not permit fails with 5.
 TEST_F(platform_files, directory_permissions) {
     for (const auto& [directory, mode] : {std::pair{"closed", 0}, {"fixed", 0555}, {"listed", 0444}}) {
         place.make_directory(directory);
@@ -379,7 +380,7 @@ TEST_F(platform_files, directory_permissions) {
 }
 
 TEST_F(platform_files, streams_open_in_each_mode) {
-    // What is left of "data", and of a missing file, after "xy" has been written where that is possible; none: it is
+    // The rest of "data", and of a missing file, after "xy" has been written where that is possible; none: it is
     // not opened.
     const std::string none = "none";
     const std::tuple<const char16_t*, std::string, std::string> rows[] = {
@@ -427,7 +428,7 @@ mode_t mode_of(const std::string& path) {
 }
 
 TEST(attributes, each_bit_reads_back_as_it_should) {
-    // What is set, and what a file and a directory have then.
+    // The attributes that are set, and those that a file and a directory have then.
     const std::array<DWORD, 3> rows[] = {
         {0, 0x80, 0x10},      {0x81, 0x01, 0x11},       {0x10, 0x80, 0x10},           {0x20, 0x20, 0x30},
         {0x01, 0x01, 0x11},   {0x02, 0x02, 0x12},       {0x04, 0x04, 0x14},           {0x27, 0x27, 0x37},
@@ -580,7 +581,7 @@ TEST(attributes, links_and_what_is_no_file) {
     place.make_directory("directory");
     ASSERT_EQ(mkfifo(place.host_path("pipe").c_str(), 0444), 0);
     constexpr DWORD link = 0x400;
-    // What a listing reports, and a question about the path.
+    // The attributes in a listing, and in the answer to a question about the path.
     const std::tuple<const char16_t*, const char*, DWORD, DWORD> rows[] = {
         {u"target", nullptr, 0x03, 0x03},         {u"directory", nullptr, 0x10, 0x10},
         {u"pipe", nullptr, 0x41, 0x41},           {u"link", "target", link, 0x03},

@@ -185,7 +185,7 @@ TEST_F(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     lock_in_thread(unnamed);
     for (ZU_lock_process one : {lock, unnamed}) {
         EXPECT_EQ(platform::WaitForSingleObject(one, 60000), WAIT_ABANDONED);
-        EXPECT_TRUE(ZU_lock_process_unlock(one)) << "it is owned all the same";
+        EXPECT_TRUE(ZU_lock_process_unlock(one)) << "it is owned anyway";
         expect_free(one);
     }
     killer.join();

@@ -77,7 +77,7 @@ protected:
         starter_ = 0;
     }
 
-    // What a command prints in there.
+    // The output of a command in there.
     std::string inside(const std::string& command) const {
         const std::string first = "P=$(pgrep -P " + std::to_string(starter_) + ") && ";
         return run_command(

@@ -47,7 +47,7 @@ void make_kinds(const file_place& place) {
     }
 }
 
-// What opening says as long as nobody else has the file open.
+// The code of opening as long as nobody else has the file open.
 DWORD code_alone(const file_kind& kind, const way& how, bool as_root) {
     if ((how.needs & FILE_SHARE_WRITE) && kind.mode == 0444)
         return codes::access_denied;
@@ -109,7 +109,7 @@ TEST_F(sharing, refused_opens) {
         EXPECT_EQ(opened(path, write_alone, CREATE_NEW).code, codes::file_exists);
         EXPECT_EQ(place.read("plain"), "data");
     }
-    // Who has emptied it without access for writing does not count as a writer afterwards.
+    // A handle that has emptied it without access for writing does not count as a writer afterwards.
     for (const way& how : {way(0, read), readers, way(read, write), read_alone}) {
         const opened emptied(path, how, CREATE_ALWAYS);
         EXPECT_EQ(emptied.code, codes::already_exists);

@@ -244,7 +244,7 @@ TEST_F(sockets, datagrams) {
     EXPECT_EQ(ZU_recvfrom(receiver, buffer, 4, 0, reinterpret_cast<sockaddr*>(&from), &length), 1);
     EXPECT_EQ(ntohs(from.sin_port), port_of(fresh));
 
-    // What nobody took is reported to a receive, once each, and keeps no other datagram from going.
+    // A datagram that nobody took is reported to a receive, once each, and keeps no other datagram from going.
     for (bool connected : {false, true}) {
         SCOPED_TRACE(connected);
         for (int i = 0; i < 2; ++i) {

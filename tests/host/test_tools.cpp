@@ -10,7 +10,7 @@ outcome zu(const std::string& arguments) {
     return run_command(ZU_COMMAND " " + arguments);
 }
 
-// What it prints; a failure counts, with its reason.
+// The output of the command; a failure counts, with its reason.
 std::string said(const std::string& arguments) {
     const outcome result = zu(arguments);
     EXPECT_EQ(result.exit_code, 0) << arguments << ": " << result.error_output;

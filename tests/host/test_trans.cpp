@@ -31,7 +31,7 @@ transport accepted_from(const transport& server) {
 const std::string refused = "code 87: ", lost = "code 10054: ";
 const std::string out_of_time = "code 4711:  timed out"; // the code is as it was before
 
-// What went is empty unless the transfer was done.
+// The bytes that went; empty unless the transfer was done.
 std::string outcome_of(bool success, const std::string& what_went, ZU_bool timed_out) {
     return (success ? "done: " : "code " + std::to_string(GetLastError()) + ": ") + what_went
            + (timed_out ? " timed out" : "");

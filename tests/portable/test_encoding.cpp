@@ -36,7 +36,7 @@ bytes random_bytes(size_t count) {
     return result;
 }
 
-// What a decoder leaves: its result, the size, and the whole area. The area is a block of its own with as many
+// The outcome of a decoder: its result, the size, and the whole area. The area is a block of its own with as many
 // bytes as said, and so is the text, so that a byte read or written beyond either is seen by the sanitizer.
 struct decoded {
     uint32_t result, size;

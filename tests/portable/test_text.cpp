@@ -63,7 +63,7 @@ TEST(text, trimming_numbers_and_hashes) {
     EXPECT_EQ(ZU_hash_string_nocase(std::u16string(1 << 17, u'\uffff').c_str()), 0xFFFF0000u) << "sums wrap";
 }
 
-// What a pattern means, told by recursion.
+// The meaning of a pattern, told by recursion.
 bool matches(const ZU_wchar* pattern, const ZU_wchar* text) {
     if (*pattern == u'*')
         return matches(pattern + 1, text) || (*text && matches(pattern, text + 1));

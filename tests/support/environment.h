@@ -1,4 +1,4 @@
-// What surrounds a test's process.
+// The environment of a test's process.
 #pragma once
 
 namespace zu_test {

@@ -75,7 +75,7 @@ private:
     platform::HANDLE handle_;
 };
 
-// What a search of the layer finds, in its order, and the last code.
+// The names that a search of the layer finds, in its order, and the last code.
 struct listing {
     uint32_t code = 0;
     std::vector<std::u16string> names;

@@ -1,4 +1,4 @@
-// What the tests of portable/ start with: the public header, the C++ library, and the helpers that exist on both
+// The start of every test program in portable/: the public header, the C++ library, and the helpers that exist on both
 // platforms. Precompiled, so that a program costs its own lines only.
 #pragma once
 

@@ -1,4 +1,4 @@
-// What calls of the library give back.
+// Results of calls of the library, and their codes.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
-// What every test program starts with: the suite's helpers, the library, the layer, and the headers that most need.
-// Precompiled, so that a program costs its own lines only.
+// The start of every test program in host/: the suite's helpers, the library, the layer, and the headers that most
+// need. Precompiled, so that a program costs its own lines only.
 #pragma once
 
 #include <fcntl.h>
