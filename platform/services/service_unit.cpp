@@ -59,7 +59,7 @@ DWORD wait_for_program(int directory, const file_mark& before, const std::string
         if (waited < next_look)
             continue;
         next_look = waited + look_at_unit_ms;
-        if (run_systemctl({"is-failed", "--", unit}) == ERROR_SUCCESS && file_mark(directory) == before)
+        if (has_failed(unit) && file_mark(directory) == before)
             return ERROR_SERVICE_REQUEST_TIMEOUT;
     }
 }

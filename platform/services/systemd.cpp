@@ -66,7 +66,15 @@ bool prefers_units() {
     return false;
 }
 
-DWORD run_systemctl(bool for_user, std::initializer_list<std::string> arguments) {
+namespace {
+
+struct ending {
+    DWORD code;    // 0, or why the program could not be started
+    bool is_known; // a caller that ignores the ends of its children loses this one's
+    int status;    // as waitpid gives it
+};
+
+ending run(bool for_user, std::initializer_list<std::string> arguments) {
     std::vector<std::string> words{"systemctl", for_user ? "--user" : "--system", "--quiet",
                                    "--no-ask-password"};
     words.insert(words.end(), arguments);
@@ -82,20 +90,32 @@ DWORD run_systemctl(bool for_user, std::initializer_list<std::string> arguments)
     const int error = posix_spawn(&child, "/usr/bin/systemctl", &streams, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&streams);
     if (error != 0)
-        return code_of_errno(error);
+        return {code_of_errno(error), false, 0};
 
     const descriptor process(open_process(child));
     pollfd ended = {process.get(), POLLIN, 0};
     if (!process || retried([&] { return poll(&ended, 1, answer_limit_ms); }) <= 0)
         kill(child, SIGKILL);
     int status = 0;
-    // A caller that ignores the ends of its children loses this one's: then what follows tells whether it was done.
     const bool is_known = retried([&] { return waitpid(child, &status, 0); }) == child;
-    if (!is_known || status == 0)
-        return ERROR_SUCCESS;
+    return {ERROR_SUCCESS, is_known, status};
+}
+
+} // namespace
+
+DWORD run_systemctl(bool for_user, std::initializer_list<std::string> arguments) {
+    const ending end = run(for_user, arguments);
+    // An order whose end is unknown counts as given: the service's status tells whether it was carried out.
+    if (end.code != ERROR_SUCCESS || !end.is_known || end.status == 0)
+        return end.code;
     constexpr int no_permission = 4; // systemctl's exit status for it
-    return WIFEXITED(status) && WEXITSTATUS(status) == no_permission ? ERROR_ACCESS_DENIED
-                                                                     : ERROR_SERVICE_REQUEST_TIMEOUT;
+    return WIFEXITED(end.status) && WEXITSTATUS(end.status) == no_permission ? ERROR_ACCESS_DENIED
+                                                                             : ERROR_SERVICE_REQUEST_TIMEOUT;
+}
+
+bool has_failed(const std::string& unit) {
+    const ending end = run(geteuid() != 0, {"is-failed", "--", unit});
+    return end.code == ERROR_SUCCESS && end.is_known && end.status == 0;
 }
 
 } // namespace platform

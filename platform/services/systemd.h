@@ -27,4 +27,7 @@ inline DWORD run_systemctl(std::initializer_list<std::string> arguments) {
     return run_systemctl(geteuid() != 0, arguments);
 }
 
+// Whether the unit is in the failed state. What could not be asked is no failure of the unit: false.
+bool has_failed(const std::string& unit);
+
 } // namespace platform
