@@ -63,8 +63,9 @@ int open_without_waiting(place& where, int flags) {
 // Makes reads and writes of pipes and devices wait again, except reads of a pipe that belongs to another user, who could
 // keep it open and write nothing. Root's pipes count as the user's own.
 DWORD let_calls_wait(int number, const open_request& request, const struct stat& status) {
+    const bool only_reads = request.reads && !request.writes;
     const bool is_anothers =
-        S_ISFIFO(status.st_mode) && !request.writes && status.st_uid != 0 && status.st_uid != geteuid();
+        S_ISFIFO(status.st_mode) && only_reads && status.st_uid != 0 && status.st_uid != geteuid();
     const int flags = fcntl(number, F_GETFL);
     const int wanted = is_anothers ? flags | O_NONBLOCK : flags & ~O_NONBLOCK;
     if (flags < 0 || (wanted != flags && fcntl(number, F_SETFL, wanted) != 0))

@@ -231,6 +231,7 @@ TEST_F(platform_files, pipes) {
         char byte;
         DWORD done;
         EXPECT_EQ(code_of(ReadFile(others, &byte, 1, &done, nullptr)), codes::no_data);
+        EXPECT_EQ(open_code(place.long_path(u"pipe"), FILE_WRITE_ATTRIBUTES, OPEN_EXISTING), 0u);
     }
     reader.close();
     close(other);
