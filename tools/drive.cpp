@@ -28,12 +28,13 @@ namespace {
 
 const char* kind_name(platform::UINT kind) {
     switch (kind) {
+    case 1: return "missing";
     case 2: return "removable";
     case 3: return "fixed";
     case 4: return "remote";
     case 5: return "disc";
     case 6: return "memory";
-    default: return "missing";
+    default: return "unknown";
     }
 }
 

@@ -53,6 +53,13 @@ DWORD find_root(const WCHAR* root, place& where) {
     return where.find() ? ERROR_DIR_NOT_ROOT : where.code_of(errno);
 }
 
+// The kind of a root that gave a code: what could not be looked up, or may not be, is unknown and not missing.
+UINT drive_type_without_facts(DWORD code) {
+    const bool is_unknown =
+        code == ERROR_TOO_MANY_OPEN_FILES || code == ERROR_NOT_ENOUGH_MEMORY || code == ERROR_ACCESS_DENIED;
+    return is_unknown ? DRIVE_UNKNOWN : DRIVE_NO_ROOT_DIR;
+}
+
 } // namespace
 
 UINT GetDriveTypeW(const WCHAR* root) {
@@ -60,15 +67,17 @@ UINT GetDriveTypeW(const WCHAR* root) {
     if (is_bare_drive(text))
         text += u'\\'; // C: alone would be the drive's current directory
     place where;
-    if (where.set(text.c_str()) != ERROR_SUCCESS)
-        return DRIVE_NO_ROOT_DIR;
+    if (const DWORD code = where.set(text.c_str()))
+        return drive_type_without_facts(code);
     if (where.is_volume())
         return DRIVE_UNKNOWN;
     if (!where.is_root() && !where.ends_with_separator())
         return DRIVE_NO_ROOT_DIR;
     mount_facts facts;
-    if (!where.find() || read_mount_facts(where.whole_name(), facts) != ERROR_SUCCESS)
-        return DRIVE_NO_ROOT_DIR;
+    if (!where.find())
+        return drive_type_without_facts(where.code_of(errno));
+    if (const DWORD code = read_mount_facts(where.whole_name(), facts))
+        return drive_type_without_facts(code);
     return where.is_network() ? DRIVE_REMOTE : drive_type_of(facts);
 }
 
