@@ -1,9 +1,7 @@
 // The end of a thread: what it owns is released, through one key for all kinds of objects.
 #include "platform/core/thread_own.h"
 
-#include <pthread.h>
-
-#include <climits>
+#include "platform/core/thread_end.h"
 
 namespace platform {
 
@@ -17,11 +15,7 @@ void release_all(void*) {
 }
 
 pthread_key_t ending_key() {
-    static const pthread_key_t key = [] {
-        pthread_key_t made;
-        return pthread_key_create(&made, release_all) == 0 ? made
-                                                           : static_cast<pthread_key_t>(PTHREAD_KEYS_MAX);
-    }();
+    static const pthread_key_t key = key_for_thread_end(release_all);
     return key;
 }
 

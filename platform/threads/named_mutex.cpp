@@ -13,11 +13,11 @@
 #include "platform/access/access_list.h"
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
+#include "platform/core/thread_end.h"
 #include "platform/core/waitable.h"
 #include "platform/threads/fork_lock.h"
 #include "platform/threads/mutex_file.h"
 #include "platform/threads/named_mutex.h"
-#include "platform/threads/thread_end.h"
 #include "platform/threads/thread_serial.h"
 
 namespace platform {

@@ -8,8 +8,8 @@
 
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
+#include "platform/core/thread_end.h"
 #include "platform/core/waitable.h"
-#include "platform/threads/thread_end.h"
 
 namespace platform {
 

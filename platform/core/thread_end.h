@@ -1,4 +1,4 @@
-// Inside this folder: a function that is called at the end of each thread that has set a value for it.
+// Inside the layer: a function that is called at the end of each thread that has set a value for it.
 #pragma once
 
 #include <pthread.h>
