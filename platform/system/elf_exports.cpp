@@ -33,11 +33,12 @@ public:
             case DT_VERDEF: defines_versions_ = true; break;
             }
         }
-        if (symbols_ && names_)
-            find_bounds();
+        find_bounds();
     }
 
     exporter exporter_of(const char* name) const {
+        if (!symbols_ || !names_)
+            return exporter::nobody;
         bool exports_anything = false;
         for (uint32_t i = first_; i < end_; ++i) {
             if (!is_exported(i))
@@ -71,8 +72,6 @@ private:
     }
 
     bool is_exported(uint32_t i) const {
-        if (!symbols_)
-            return false;
         const symbol& one = symbols_[i];
         const bool names_a_version = one.st_shndx == SHN_ABS && one.st_value == 0;
         return one.st_shndx != SHN_UNDEF && !names_a_version && ELF64_ST_BIND(one.st_info) != STB_LOCAL
