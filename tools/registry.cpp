@@ -74,9 +74,16 @@ bool is_users(const std::u16string& key) {
     return platform::folded_name(key).starts_with(platform::current_user_root);
 }
 
+// Empty for a user without a home.
+std::string users_file() {
+    std::string path;
+    check(platform::user_registry_file(path), "this user's home");
+    return path;
+}
+
 // The file that a change of the key belongs to.
 std::string file_of(const std::u16string& key) {
-    std::string path = is_users(key) ? platform::user_registry_file() : platform::machine_registry_file();
+    std::string path = is_users(key) ? users_file() : platform::machine_registry_file();
     if (path.empty())
         fail("this user has no home, and so no registry of its own");
     return path;
@@ -135,8 +142,8 @@ class spellings {
 public:
     explicit spellings(const std::u16string& key) {
         add(platform::machine_registry_file());
-        if (is_users(key) && !platform::user_registry_file().empty())
-            add(platform::user_registry_file());
+        if (const std::string users = is_users(key) ? users_file() : std::string(); !users.empty())
+            add(users);
     }
 
     std::string key(const std::u16string& parent, const std::u16string& name) const {

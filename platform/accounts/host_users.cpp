@@ -7,28 +7,13 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "platform/core/host_entry.h"
+
 namespace platform {
 
 // ---- The host's data bases -------------------------------------------------------------------------------------
 
 namespace {
-
-// Calls a re-entrant look-up with as much storage as it asks for. False with errno 0 if there is no such entry.
-template <class Entry, class Call>
-bool look_up(Entry& entry, std::vector<char>& storage, Call call) {
-    storage.resize(1024);
-    for (;;) {
-        Entry* found = nullptr;
-        const int error = call(&entry, storage.data(), storage.size(), &found);
-        if (error != ERANGE) {
-            const bool is_missing =
-                error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
-            errno = is_missing ? 0 : error;
-            return found != nullptr;
-        }
-        storage.resize(storage.size() * 2);
-    }
-}
 
 template <class Call>
 std::optional<host_user> user_by(Call call) {

@@ -70,9 +70,10 @@ public:
 skipped_lines read_registry_text(const registry_text& text, registry_node& roots, wide_view only = {},
                                  registry_listener* listener = nullptr);
 
-// The paths of the machine's file and of the calling user's. The latter is empty for a user without a home.
+// The paths of the machine's file and of the calling user's. The latter is empty for a user without a home; its result
+// is 0, or a code.
 std::string machine_registry_file();
-std::string user_registry_file();
+DWORD user_registry_file(std::string& path);
 
 // The registry as the files held it at some time.
 struct registry_state {

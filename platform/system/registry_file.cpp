@@ -14,6 +14,7 @@
 #include "platform/core/descriptor.h"
 #include "platform/core/error.h"
 #include "platform/core/host_dir.h"
+#include "platform/core/host_entry.h"
 #include "platform/core/retry.h"
 #include "platform/system/registry.h"
 #include "platform/text/utf8.h"
@@ -100,8 +101,9 @@ struct file_content {
                 retried([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
             struct stat status;
             if (!file || fstat(file.get(), &status) != 0) {
+                const int error = errno;
                 *this = {};
-                return is_missing(errno) ? 0 : errno;
+                return is_missing(error) ? 0 : error;
             }
             const bool is_trusted = !owner_only || status.st_uid == geteuid() || status.st_uid == 0;
             if (!S_ISREG(status.st_mode) || !is_trusted)
@@ -120,6 +122,7 @@ struct file_content {
 
 struct loaded_registry {
     state_pointer state;
+    uid_t reader = 0; // the effective user that was allowed to read the files
     file_content machine, user;
     bool has_bytes = false; // the files' bytes are kept until both have settled
     uint64_t number = 0;    // the count of loads so far
@@ -164,10 +167,14 @@ DWORD add(const file_content& file, const std::string& path, wide_view only, reg
     return ERROR_SUCCESS;
 }
 
-bool holds(const registry_cache& where, const file_stamp& machine, const file_stamp& user, bool for_user) {
-    const loaded_registry& latest = where.latest;
-    return latest.state && latest.machine.stamp == machine && latest.machine.is_settled
-           && (!for_user || (latest.user.stamp == user && latest.user.is_settled));
+// Whether the files still say what was loaded. A failure to read the user's file is never kept.
+bool is_current(const loaded_registry& latest, uid_t reader, const file_stamp& machine,
+                const file_stamp* user) {
+    return latest.state && latest.reader == reader && latest.machine.stamp == machine
+           && latest.machine.is_settled
+           && (!user
+               || (latest.state->user_code == ERROR_SUCCESS && latest.user.stamp == *user
+                   && latest.user.is_settled));
 }
 
 bool say_the_same(const loaded_registry& before, const loaded_registry& now) {
@@ -175,20 +182,26 @@ bool say_the_same(const loaded_registry& before, const loaded_registry& now) {
            && before.user.bytes == now.user.bytes;
 }
 
+DWORD read_users_file(std::string& path, file_content& content) {
+    if (const DWORD code = user_registry_file(path))
+        return code;
+    const int error = path.empty() ? 0 : content.read(path, true);
+    return error ? code_of_errno(error) : DWORD{ERROR_SUCCESS};
+}
+
 // Reads both files. If their bytes are the same as before, they are not parsed again. The result is 0, or a code.
-DWORD load(const std::string& machine_path, const std::string& user_path, const loaded_registry& before,
-           loaded_registry& now) {
+DWORD load(const std::string& machine_path, const loaded_registry& before, loaded_registry& now) {
     if (const int error = now.machine.read(machine_path, false))
         return code_of_errno(error);
-    const int user_error = user_path.empty() ? 0 : now.user.read(user_path, true);
-    if (user_error == 0 && say_the_same(before, now) && before.state->user_code == ERROR_SUCCESS) {
+    std::string user_path;
+    const DWORD user_code = read_users_file(user_path, now.user);
+    if (user_code == ERROR_SUCCESS && say_the_same(before, now) && before.state->user_code == ERROR_SUCCESS) {
         now.state = before.state;
     } else {
         const auto state = std::make_shared<registry_state>();
         if (const DWORD code = add(now.machine, machine_path, {}, state->roots))
             return code;
-        state->user_code = user_error ? code_of_errno(user_error)
-                                      : add(now.user, user_path, current_user_root, state->roots);
+        state->user_code = user_code ? user_code : add(now.user, user_path, current_user_root, state->roots);
         now.state = state;
     }
     now.has_bytes = !now.machine.is_settled || !now.user.is_settled;
@@ -205,43 +218,58 @@ std::string machine_registry_file() {
     return in_host_directory("registry.reg");
 }
 
-std::string user_registry_file() {
-    constexpr char relative[] = "/.config/zu/registry.reg";
-    if (const char* home = secure_getenv("HOME"); home && *home == '/')
-        return std::string(home) + relative;
-    passwd entry;
-    passwd* found = nullptr;
-    char room[4096];
-    getpwuid_r(geteuid(), &entry, room, sizeof room, &found);
-    return found && *found->pw_dir == '/' ? std::string(found->pw_dir) + relative : std::string();
+DWORD user_registry_file(std::string& path) {
+    path.clear();
+    std::string home;
+    if (const char* const told = secure_getenv("HOME"); told && *told == '/') {
+        home = told;
+    } else {
+        passwd entry;
+        std::vector<char> storage;
+        const auto ask = [](passwd* out, char* room, size_t size, passwd** found) {
+            return getpwuid_r(geteuid(), out, room, size, found);
+        };
+        if (look_up(entry, storage, ask))
+            home = entry.pw_dir;
+        else if (errno != 0)
+            return code_of_errno(errno);
+    }
+    if (home.starts_with('/'))
+        path = home + "/.config/zu/registry.reg";
+    return ERROR_SUCCESS;
 }
 
 DWORD current_registry(bool for_user, state_pointer& result) {
+    const uid_t reader = geteuid();
     const std::string machine_path = machine_registry_file();
-    const std::string user_path = for_user ? user_registry_file() : std::string();
     file_stamp machine, user;
     if (const int error = stamp_of(machine_path, machine))
         return code_of_errno(error);
-    if (const int error = user_path.empty() ? 0 : stamp_of(user_path, user))
-        return code_of_errno(error);
+    if (for_user) {
+        std::string user_path;
+        if (const DWORD code = user_registry_file(user_path))
+            return code;
+        if (const int error = user_path.empty() ? 0 : stamp_of(user_path, user))
+            return code_of_errno(error);
+    }
     registry_cache& shared = cache();
     uint64_t begun_before;
     {
         const std::lock_guard hold(shared.lock);
         result = shared.latest.state;
-        if (holds(shared, machine, user, for_user))
-            return for_user ? result->user_code : DWORD{ERROR_SUCCESS};
+        if (is_current(shared.latest, reader, machine, for_user ? &user : nullptr))
+            return ERROR_SUCCESS;
         begun_before = shared.loads_begun;
     }
     const std::lock_guard only_one(*shared.loading);
     std::unique_lock hold(shared.lock);
     // A load that began after this call is new enough for it.
-    if (shared.latest.number <= begun_before) {
+    if (shared.latest.number <= begun_before || shared.latest.reader != reader) {
         loaded_registry next;
         next.number = ++shared.loads_begun;
+        next.reader = reader;
         hold.unlock(); // only this thread changes `latest`
-        if (const DWORD code =
-                load(machine_path, for_user ? user_path : user_registry_file(), shared.latest, next))
+        if (const DWORD code = load(machine_path, shared.latest, next))
             return code;
         hold.lock();
         shared.latest = std::move(next);
