@@ -177,19 +177,25 @@ size_t utf8_size(const WCHAR* wide, size_t count) {
 
 namespace {
 
+// Copies whole blocks of ASCII, and moves both places behind them. False when there are none.
+template <class From, class To>
+bool move_over_ascii(const conversion_state<From, To>& state, const From*& at, To*& out) {
+    if (!is_ascii(*at))
+        return false;
+    const auto most = static_cast<size_t>(std::min(state.end - at, state.out_end - out));
+    const size_t copied = copy_ascii_blocks(at, out, most);
+    at += copied;
+    out += copied;
+    return copied != 0;
+}
+
 // Converts as long as the area has room for the longest result of the next run.
 void narrow_blocks(narrowing& state) {
     const WCHAR* at = state.at;
     char* out = state.out;
     while (state.end - at > run && state.out_end - out >= 3 * run + 4) {
-        if (is_ascii(*at)) {
-            const auto most = static_cast<size_t>(std::min(state.end - at, state.out_end - out));
-            const size_t copied = copy_ascii_blocks(at, out, most);
-            at += copied;
-            out += copied;
-            if (copied != 0)
-                continue;
-        }
+        if (move_over_ascii(state, at, out))
+            continue;
         for (const WCHAR* const stop = at + run; at < stop;) {
             const char32_t unit = *at;
             if (unit < 0xD800 || unit >= 0xE000) {
@@ -224,14 +230,8 @@ void widen_blocks(widening& state) {
     const char* at = state.at;
     WCHAR* out = state.out;
     while (state.end - at >= run + 4 && state.out_end - out >= run + 4) {
-        if (is_ascii(*at)) {
-            const auto most = static_cast<size_t>(std::min(state.end - at, state.out_end - out));
-            const size_t copied = copy_ascii_blocks(at, out, most);
-            at += copied;
-            out += copied;
-            if (copied != 0)
-                continue;
-        }
+        if (move_over_ascii(state, at, out))
+            continue;
         const char* const stop = at + run;
         while (at < stop) {
             const auto first = static_cast<unsigned char>(*at);
