@@ -44,7 +44,11 @@ void look_at_zone(const ZU_timer& timer, zu::known_start& start) {
     start.zone = zone;
     start.time = platform::mktime(&local);
     start.weekday = zu::weekday(local);
-    start.end = timer.end ? time_of(*timer.end) : INT32_MAX;
+    start.end = INT32_MAX;
+    if (timer.end) {
+        local = *timer.end;
+        start.end = platform::mktime(&local);
+    }
 }
 
 // The start's wall-clock time, read in the daylight-saving state of `at`: whole days stay on it all year.

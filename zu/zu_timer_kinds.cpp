@@ -119,8 +119,8 @@ bool is_listed_weekday(const ZU_timer& timer, const ZU_tm& today) {
     return zu::contains(as<T>(timer).weekdays, zu::weekday(today));
 }
 
-// Callers rely on it: seconds are counted, not calendar days. So with n above 1 nothing fires while daylight saving
-// differs from the start's: no difference is then a whole number of weeks.
+// The difference counts seconds, not calendar days, and callers rely on that. So with n above 1 nothing fires while
+// daylight saving differs from the start's: no difference is then a whole number of weeks.
 bool is_nth_week(const ZU_timer& timer, const zu::firing& candidate) {
     const int32_t n = as<weekly_timer>(timer).every_n_weeks;
     if (n == 1)
@@ -146,7 +146,7 @@ month_place place_in_month(const ZU_tm& today, bool from_end) {
     ZU_tm edge = today;
     edge.tm_mday = from_end ? length : 1;
     edge.tm_isdst = -1;
-    if (ZU_mktime(&edge) == -1)
+    if (platform::mktime(&edge) == -1)
         return {0, 0};
     const int32_t weekday = zu::weekday(edge);
     const int32_t day = today.tm_mday;
@@ -180,11 +180,11 @@ constexpr int32_t reserved = 16;
 
 // clang-format off
 constexpr ZU_timer_ops tables[] = {
-    {reserved, daily_due,                                          daily_next,     daily_destroy},
-    {reserved, interval_due,                                       interval_next,  destroy_with_list<interval_timer, &interval_timer::excluded_hours>},
-    {reserved, day_based_due<weekly_timer, weekly_rule>,           day_based_next, destroy_with_list<weekly_timer, &weekly_timer::weekdays>},
-    {reserved, day_based_due<monthly_timer, monthly_rule>,         day_based_next, destroy_with_list<monthly_timer, &monthly_timer::days>},
-    {reserved, day_based_due<counted_timer, week_of_month_rule>,   day_based_next, destroy_with_list<counted_timer, &counted_timer::weekdays>},
+    {reserved, daily_due,                                           daily_next,     daily_destroy},
+    {reserved, interval_due,                                        interval_next,  destroy_with_list<interval_timer, &interval_timer::excluded_hours>},
+    {reserved, day_based_due<weekly_timer, weekly_rule>,            day_based_next, destroy_with_list<weekly_timer, &weekly_timer::weekdays>},
+    {reserved, day_based_due<monthly_timer, monthly_rule>,          day_based_next, destroy_with_list<monthly_timer, &monthly_timer::days>},
+    {reserved, day_based_due<counted_timer, week_of_month_rule>,    day_based_next, destroy_with_list<counted_timer, &counted_timer::weekdays>},
     {reserved, day_based_due<counted_timer, weekday_of_month_rule>, day_based_next, destroy_with_list<counted_timer, &counted_timer::weekdays>},
 };
 // clang-format on
