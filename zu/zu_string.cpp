@@ -374,14 +374,46 @@ bool take_insert(const ZU_wchar*& at, va_list arguments, insert_table& inserts) 
     return true;
 }
 
-// Whether the conversion behind a percent sign takes its width or precision from an argument. Every argument is a text
-// here, so its address would be taken for the number.
-bool takes_a_number(const ZU_wchar* conversion) {
-    bool star = false;
-    for (; zu::text_view(ZU_W("-+ #.*0123456789")).find(*conversion) != zu::text_view::npos; ++conversion)
-        star |= *conversion == '*';
-    const auto letter = static_cast<ZU_wchar>(*conversion | 0x20);
-    return star && letter >= 'a' && letter <= 'z';
+// Moves behind a width or precision. True for a star: it takes an argument for the number.
+bool skip_number(const ZU_wchar*& at) {
+    if (*at == '*')
+        return ++at;
+    while (is_digit(*at))
+        ++at;
+    return false;
+}
+
+void skip_sizes(const ZU_wchar*& at) {
+    for (;;) {
+        if (*at == 'I' && ((at[1] == '6' && at[2] == '4') || (at[1] == '3' && at[2] == '2')))
+            at += 3;
+        else if (*at && zu::text_view(ZU_W("hlwjztL")).find(*at) != zu::text_view::npos)
+            ++at;
+        else
+            return;
+    }
+}
+
+// Whether a conversion takes its width or precision from an argument. In a template every argument is a text, so its
+// address would be taken for the number. Conversions are read as the formatter reads them: in "%-%%*d" the second
+// percent sign is the letter of the first, and the third begins a conversion with a star.
+bool takes_a_number(const ZU_wchar* at) {
+    while (*at) {
+        if (*at++ != '%')
+            continue;
+        while (*at && zu::text_view(ZU_W("-+ #0")).find(*at) != zu::text_view::npos)
+            ++at;
+        bool star = skip_number(at);
+        if (*at == '.')
+            star |= skip_number(++at);
+        const auto letter = static_cast<ZU_wchar>(*at | 0x20);
+        if (star && letter >= 'a' && letter <= 'z')
+            return true;
+        skip_sizes(at);
+        if (*at)
+            ++at; // the letter
+    }
+    return false;
 }
 
 // Rewrites a message template into a format whose k-th "%s" stands for the k-th insert taken.
@@ -398,8 +430,6 @@ bool rewrite_template(const ZU_wchar* message, va_list arguments, ZU_wchar* out,
             out[-1] = '\r';
             *out++ = '\n';
             ++message;
-        } else if (takes_a_number(message)) {
-            return false;
         } else {
             *out++ = *message++;
         }
@@ -421,7 +451,7 @@ int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list argument
     ZU_s_clear(s);
     const zu::owned<ZU_wchar> format(zu::allocate<ZU_wchar>(uint64_t{zu::text_view(message).size()} + 1));
     insert_table inserts;
-    if (!rewrite_template(message, arguments, format.get(), inserts))
+    if (!rewrite_template(message, arguments, format.get(), inserts) || takes_a_number(format.get()))
         return 0;
     format_inserts(s, format.get(), inserts, std::make_index_sequence<most_inserts>());
     return static_cast<int32_t>(ZU_s_length(*s));

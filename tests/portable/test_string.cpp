@@ -186,7 +186,8 @@ TEST(message_template, inserts_line_ends_and_conversions_of_its_own) {
         // clang-format off
         {u"", u""}, {u"%1 and %3%n", u"one and (null)\r\n"}, {u"%2%1%2", u"twoonetwo"}, {u"100%% of %2%", u"100% of two"},
         {u"%%1", u"%1"}, {u"%-5s|%y", u"(null)|y"}, {u"text %0", u""}, {most, most_text}, {most + u"%1", u""},
-        {u"%*d %1", u""}, {u"% -+#.9*ls", u""}, {u"%1%*", u"one"}, // a number would be an address
+        {u"%*d %1", u""}, {u"% -+#.*ls", u""}, {u"%1%*", u"one"}, // a number would be an address
+        {u"%1%-%%*e", u""}, {u"%h%%*d", u""}, {u"%.1.%*c", u""}, {u"%I64%%*d", u""}, {u"%1%%*d", u"one%*d"},
         {u"%2%s|%1", u"twoone|(null)"}, // its own conversion takes the second insert, and "%1" what follows: nothing
         {u"%" + std::u16string(62, u'0') + u"21", u"two1"}, // a number has 63 digits at most
         // clang-format on
