@@ -52,8 +52,8 @@ std::string readable_size(uint64_t bytes) {
 
 void add_row(const arguments& given, const std::u16string& root, const std::string& directory, table& rows) {
     const std::u16string top = root + u'\\';
-    platform::WCHAR label[256] = {}, system[256] = {};
-    platform::GetVolumeInformationW(top.c_str(), label, 256, nullptr, nullptr, nullptr, system, 256);
+    platform::WCHAR label[256] = {};
+    platform::GetVolumeInformationW(top.c_str(), label, 256, nullptr, nullptr, nullptr, nullptr, 0);
     struct statvfs space {};
     const bool is_there = statvfs(directory.empty() ? "/" : directory.c_str(), &space) == 0;
     const uint64_t bytes = uint64_t{space.f_bavail} * space.f_frsize;

@@ -110,9 +110,15 @@ BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD label_size, DW
     mount_facts facts;
     if (const DWORD code = read_mount_facts(directory, facts))
         return fail(code);
-    if ((label && !copy_text(wide_of(volume_label(directory)), label, label_size))
-        || (file_system
-            && !copy_text(wide_of(file_system_of(facts.major, facts.minor)), file_system, file_system_size)))
+    std::string found_label, found_system;
+    if (label)
+        if (const DWORD code = volume_label(directory, found_label))
+            return fail(code);
+    if (file_system)
+        if (const DWORD code = file_system_of(facts.major, facts.minor, found_system))
+            return fail(code);
+    if ((label && !copy_text(wide_of(found_label), label, label_size))
+        || (file_system && !copy_text(wide_of(found_system), file_system, file_system_size)))
         return fail(ERROR_MORE_DATA);
     if (serial)
         *serial = facts.major << 20 | facts.minor;

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 
 #include "platform/core/descriptor.h"
@@ -51,7 +52,8 @@ medium kind_of(uint32_t magic, unsigned major, unsigned minor) {
         if (row.magic == magic)
             return row.kind;
     if (magic == FUSE_SUPER_MAGIC) {
-        const std::string name = file_system_of(major, minor);
+        std::string name;
+        file_system_of(major, minor, name); // one that cannot be told counts as local
         for (const std::string_view remote : remote_in_user_space)
             if (name == remote)
                 return medium::remote;
@@ -85,19 +87,21 @@ std::string unescape(std::string_view text) {
     return out;
 }
 
-std::string label_in_dev(dev_t device) {
-    std::string label;
-    DIR* labels = opendir("/dev/disk/by-label");
+// The label that the host's device manager has found on a device; unchanged for none. 0 or a code.
+DWORD label_in_dev(dev_t device, std::string& label) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> labels(opendir("/dev/disk/by-label"), closedir);
     if (!labels)
-        return label;
-    while (const dirent* entry = readdir(labels)) {
+        return errno == ENOENT ? DWORD{ERROR_SUCCESS} : code_of_errno(errno);
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(labels.get());
+        if (!entry)
+            return code_of_errno(errno);
         struct stat status;
-        if (fstatat(dirfd(labels), entry->d_name, &status, 0) == 0 && S_ISBLK(status.st_mode)
+        if (fstatat(dirfd(labels.get()), entry->d_name, &status, 0) == 0 && S_ISBLK(status.st_mode)
             && status.st_rdev == device)
             label = unescape(entry->d_name);
     }
-    closedir(labels);
-    return label;
 }
 
 bool medium_is_removable(unsigned major, unsigned minor) {
@@ -153,11 +157,10 @@ DWORD read_mount_facts(const std::string& directory, mount_facts& out) {
     return ERROR_SUCCESS;
 }
 
-std::string file_system_of(unsigned major, unsigned minor) {
-    std::string name;
+DWORD file_system_of(unsigned major, unsigned minor, std::string& name) {
     FILE* records = std::fopen("/proc/self/mountinfo", "re");
     if (!records)
-        return name;
+        return code_of_errno(errno);
     char* line = nullptr;
     size_t room = 0;
     while (getline(&line, &room, records) > 0) {
@@ -168,18 +171,25 @@ std::string file_system_of(unsigned major, unsigned minor) {
             && record_major == major && record_minor == minor && std::sscanf(after + 3, "%63s", found) == 1)
             name = found;
     }
+    const int error = std::feof(records) ? 0 : errno;
     std::free(line);
     std::fclose(records);
-    return name;
+    return code_of_errno(error);
 }
 
-std::string volume_label(const std::string& directory) {
-    char label[FSLABEL_MAX + 1] = "";
+DWORD volume_label(const std::string& directory, std::string& label) {
+    char text[FSLABEL_MAX + 1] = "";
     const descriptor opened(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (opened && ioctl(opened.get(), FS_IOC_GETFSLABEL, label) == 0)
-        return label;
+    if (!opened && errno != EACCES)
+        return code_of_errno(errno);
+    if (opened && ioctl(opened.get(), FS_IOC_GETFSLABEL, text) == 0) {
+        label = text;
+        return ERROR_SUCCESS;
+    }
     struct stat status;
-    return stat(directory.c_str(), &status) == 0 ? label_in_dev(status.st_dev) : std::string();
+    if (stat(directory.c_str(), &status) != 0)
+        return code_of_errno(errno);
+    return label_in_dev(status.st_dev, label);
 }
 
 } // namespace platform
