@@ -88,10 +88,11 @@ bool write_whole(int directory, const char* name, std::string_view text) {
 
 // The names of all entries but "." and "..". False with errno.
 bool list(int directory, std::vector<std::string>& out) {
-    const int own = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    DIR* const stream = own < 0 ? nullptr : fdopendir(own);
+    descriptor own(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    DIR* const stream = own ? fdopendir(own.get()) : nullptr;
     if (!stream)
         return false;
+    own.release(); // the stream closes it
     errno = 0;
     while (const dirent* entry = readdir(stream)) {
         if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
@@ -112,6 +113,15 @@ void remove_directory(int all, const char* name) {
     for (const std::string& file : files)
         unlinkat(directory.get(), file.c_str(), 0);
     unlinkat(all, name, AT_REMOVEDIR);
+}
+
+// Removes a service, which disappears as a whole. False with errno.
+bool take_out(int all, const char* name) {
+    remove_directory(all, gone_name); // left there by a removal that was cut short
+    if (renameat(all, name, all, gone_name) != 0)
+        return false;
+    remove_directory(all, gone_name);
+    return true;
 }
 
 // Makes the directories of a path that are missing; false with errno. The umask does not count: everybody may read them,
@@ -208,10 +218,8 @@ bool remove_unused(int all, const std::string& name) {
     if (!is_known || !has_mark(directory.get(), deleted_mark) || !lock_record(record.get(), F_WRLCK)
         || service_lock::is_held(directory.get(), start_lock) || !nothing_lives(directory.get()))
         return false;
-    remove_directory(all, gone_name); // left there by a removal that was cut short
-    if (renameat(all, name.c_str(), all, gone_name) != 0)
+    if (!take_out(all, name.c_str()))
         return false;
-    remove_directory(all, gone_name);
     if (found.is_unit) {
         run_systemctl({"disable", "--", unit_of(found.name)});
         run_systemctl({"reset-failed", "--", unit_of(found.name)});
@@ -362,7 +370,7 @@ private:
     static DWORD enable(int all, const service_record& record) {
         const DWORD code = run_systemctl({"enable", "--", unit_of(record.name)});
         if (code != ERROR_SUCCESS)
-            remove_directory(all, directory_name_of(record.name).c_str());
+            take_out(all, directory_name_of(record.name).c_str());
         return code;
     }
 };

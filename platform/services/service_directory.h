@@ -6,6 +6,7 @@
 //     <name>/record      what was installed; never changed. Every open handle holds a reader's lock on it
 //     <name>/status      what lives (service_status.h); replaced by every start
 //     <name>/start       locked by its starter, and by the helper until it has answered
+//     <name>/order       locked by the starter of a unit, whose helper takes `start`
 //     <name>/reports     exists once the service has reported its state (service_protocol.h)
 //     <name>/deleted     exists once it is marked for deletion
 #pragma once

@@ -113,17 +113,21 @@ SERVICE_STATUS status_of(const service_record& record, const service_life& life)
     return status;
 }
 
-DWORD begin_start(int directory, const service_record& record, begun_start& out) {
-    const DWORD lock = out.lock.emplace(directory, start_lock).code();
+DWORD check_start(int directory, const service_lock& lock) {
     // Another caller is starting the service, which may not look alive yet.
-    if (lock != ERROR_SUCCESS)
-        return lock == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock;
+    if (lock.code() != ERROR_SUCCESS)
+        return lock.code() == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock.code();
     service_life life;
     DWORD code = finish_off_service(directory);
     if (code == ERROR_SUCCESS)
         code = status_watch().look(directory, life);
-    if (code != ERROR_SUCCESS || life.is_alive)
-        return code != ERROR_SUCCESS ? code : ERROR_SERVICE_ALREADY_RUNNING;
+    return code == ERROR_SUCCESS && life.is_alive ? ERROR_SERVICE_ALREADY_RUNNING : code;
+}
+
+DWORD begin_start(int directory, const service_record& record, begun_start& out) {
+    DWORD code = check_start(directory, out.lock.emplace(directory, start_lock));
+    if (code != ERROR_SUCCESS)
+        return code;
     out.status = new_status(directory);
     if (out.status)
         return ERROR_SUCCESS;

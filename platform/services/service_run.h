@@ -14,6 +14,10 @@ namespace platform {
 // The status that a service has by its record and by what lives of it.
 SERVICE_STATUS status_of(const service_record& record, const service_life& life);
 
+// Whether a starter that has taken its lock may go on. 1056 (ERROR_SERVICE_ALREADY_RUNNING) when another has the lock, or
+// something of the service lives.
+DWORD check_start(int directory, const service_lock& lock);
+
 // A start that has been begun: nobody else can start the service before the lock is given back.
 struct begun_start {
     std::optional<service_lock> lock;

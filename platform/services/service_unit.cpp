@@ -13,8 +13,6 @@ namespace {
 
 constexpr DWORD answer_limit_ms = 30000;
 constexpr DWORD look_at_unit_ms = 250;
-constexpr const char* order_lock =
-    "order"; // held by the starter of a unit, whose helper takes the start lock
 
 // The mark by which a new status file is told from the one before.
 struct file_mark {
@@ -69,14 +67,9 @@ DWORD wait_for_program(int directory, const file_mark& before, const std::string
 DWORD start_unit(int directory, const service_record& record) {
     const std::string unit = unit_of(record.name);
     const service_lock lock(directory, order_lock);
-    if (lock.code() != ERROR_SUCCESS)
-        return lock.code() == ERROR_SERVICE_DATABASE_LOCKED ? ERROR_SERVICE_ALREADY_RUNNING : lock.code();
-    service_life life;
-    DWORD code = finish_off_service(directory);
-    if (code == ERROR_SUCCESS)
-        code = status_watch().look(directory, life);
-    if (code != ERROR_SUCCESS || life.is_alive)
-        return code != ERROR_SUCCESS ? code : ERROR_SERVICE_ALREADY_RUNNING;
+    DWORD code = check_start(directory, lock);
+    if (code != ERROR_SUCCESS)
+        return code;
     const file_mark before(directory);
     run_systemctl({"reset-failed", "--", unit}); // forgets the failure of an earlier start
     code = run_systemctl({"start", "--no-block", "--", unit});

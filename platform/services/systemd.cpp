@@ -2,22 +2,18 @@
 #include "platform/services/systemd.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <vector>
 
-#include "platform/core/descriptor.h"
+#include "platform/api/threads.h"
 #include "platform/core/error.h"
 #include "platform/core/host_dir.h"
-#include "platform/core/retry.h"
-#include "platform/services/process_identity.h"
 #include "platform/text/case_fold.h"
 #include "platform/text/utf8.h"
 
@@ -25,7 +21,8 @@ namespace platform {
 
 namespace {
 
-constexpr int answer_limit_ms = 30000;
+constexpr DWORD answer_limit_ms = 30000;
+constexpr DWORD look_ms = 5;
 constexpr size_t longest_unit = 255; // systemd's own limit
 
 bool is_plain(char c) {
@@ -92,13 +89,15 @@ ending run(bool for_user, std::initializer_list<std::string> arguments) {
     if (error != 0)
         return {code_of_errno(error), false, 0};
 
-    const descriptor process(open_process(child));
-    pollfd ended = {process.get(), POLLIN, 0};
-    if (!process || retried([&] { return poll(&ended, 1, answer_limit_ms); }) <= 0)
-        kill(child, SIGKILL);
+    // Looking again and again takes no descriptor, of which none may be free.
     int status = 0;
-    const bool is_known = retried([&] { return waitpid(child, &status, 0); }) == child;
-    return {ERROR_SUCCESS, is_known, status};
+    pid_t ended;
+    for (const DWORD start = GetTickCount(); (ended = waitpid(child, &status, WNOHANG)) == 0;
+         Sleep(look_ms)) {
+        if (GetTickCount() - start > answer_limit_ms)
+            kill(child, SIGKILL);
+    }
+    return {ERROR_SUCCESS, ended == child, status};
 }
 
 } // namespace

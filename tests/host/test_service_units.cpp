@@ -114,6 +114,8 @@ TEST_F(world, automatic_service) {
     EXPECT_EQ(inside("systemctl is-enabled zu@clock"), "enabled\n");
     inside("systemd-run --wait --quiet --unit=starter /opt/zu/test_service_units --call start Clock");
     EXPECT_EQ(call("state clock"), "4\n") << "it does not belong to the control group of its starter";
+    EXPECT_EQ(call("install \"\\${A} \\$\\$\" \"/bin/sleep 1000\""), "1\n");
+    EXPECT_EQ(call("start \"\\${A} \\$\\$\""), "1\n");
     end();
     boot();
     EXPECT_EQ(call("start clock"), "1\n");
