@@ -1,9 +1,12 @@
-# Manual pages. Each is installed with what it is about.
+# Manual pages and completions for bash, each with what it is about.
+set(zu_completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES docs/man/zu.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 if(TARGET zu-command)
   install(FILES docs/man/zu.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES docs/man/zu-helper.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
+  install(FILES tools/completion/zu DESTINATION ${zu_completions})
 endif()
 if(TARGET taskd)
   install(FILES docs/man/taskd.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES tools/completion/taskd DESTINATION ${zu_completions})
 endif()
