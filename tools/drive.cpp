@@ -166,14 +166,7 @@ int unmap(const arguments& given) {
 
 int drive(const arguments& given) {
     given.allow({"--json"});
-    const std::string order = given.words.empty() ? "" : given.words[0];
-    if (order == "list")
-        return list(given);
-    if (order == "map")
-        return map(given);
-    if (order == "unmap")
-        return unmap(given);
-    misuse("list, map or unmap?");
+    return run_order(given, {{"list", list}, {"map", map}, {"unmap", unmap}});
 }
 
 } // namespace zu_tools

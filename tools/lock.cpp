@@ -78,11 +78,7 @@ int clean(const arguments& given) {
 int lock(const arguments& given) {
     given.allow({"--json"});
     given.expect(1, 1);
-    if (given.words[0] == "list")
-        return list(given);
-    if (given.words[0] == "clean")
-        return clean(given);
-    misuse("list or clean?");
+    return run_order(given, {{"list", list}, {"clean", clean}});
 }
 
 } // namespace zu_tools

@@ -53,6 +53,16 @@ void arguments::allow(std::initializer_list<std::string_view> known) const {
     }
 }
 
+int run_order(const arguments& given, std::initializer_list<order> orders) {
+    std::string names;
+    for (const order& known : orders) {
+        if (!given.words.empty() && given.words[0] == known.name)
+            return known.run(given);
+        names += (names.empty() ? "" : &known + 1 == orders.end() ? " or " : ", ") + std::string(known.name);
+    }
+    misuse(names + '?');
+}
+
 std::string words_of(platform::DWORD code) {
     const platform::error_text* const end = platform::error_texts + platform::error_text_count;
     const auto row = std::find_if(platform::error_texts, end,

@@ -442,16 +442,12 @@ int import_from(const arguments& given) {
 
 int registry(const arguments& given) {
     given.allow({"--json", "--utf16"});
-    const std::string order = given.words.empty() ? "" : given.words[0];
-    constexpr std::pair<const char*, int (*)(const arguments&)> orders[] = {
-        {"list", list},     {"get", get},          {"set", set},
-        {"delete", remove}, {"export", export_to}, {"import", import_from},
-    };
-    for (const auto& [name, run] : orders) {
-        if (order == name)
-            return run(given);
-    }
-    misuse("list, get, set, delete, export or import?");
+    return run_order(given, {{"list", list},
+                             {"get", get},
+                             {"set", set},
+                             {"delete", remove},
+                             {"export", export_to},
+                             {"import", import_from}});
 }
 
 } // namespace zu_tools

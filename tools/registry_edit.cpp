@@ -209,6 +209,8 @@ std::u16string registry_text_edit::line_of(const std::u16string& name,
 void registry_text_edit::add_key(const std::u16string& key) {
     if (!roots_.find(key))
         insert_into(key, u"");
+    if (!roots_.find(key))
+        fail(path_ + " cannot hold this key");
 }
 
 void registry_text_edit::set(const std::u16string& key, const std::u16string& name,
@@ -327,10 +329,11 @@ void registry_file::replace() {
     if (!file)
         fail_by_errno(aside);
     std::string_view rest = text_->bytes();
-    struct stat old;
-    bool good = fchmod(file.get(), mode_) == 0;
-    if (good && stat(path_.c_str(), &old) == 0 && old.st_uid != geteuid())
+    struct stat old, own;
+    bool good = fstat(file.get(), &own) == 0;
+    if (good && stat(path_.c_str(), &old) == 0 && (old.st_uid != own.st_uid || old.st_gid != own.st_gid))
         good = fchown(file.get(), old.st_uid, old.st_gid) == 0;
+    good = good && fchmod(file.get(), mode_) == 0;
     while (good && !rest.empty()) {
         const ssize_t size = platform::retried([&] { return write(file.get(), rest.data(), rest.size()); });
         good = size >= 0;

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstdio>
-#include <functional>
 #include <thread>
 
 #include "platform/services/service_manager.h"
@@ -74,12 +73,15 @@ int state(const arguments& given) {
     return status.dwCurrentState == SERVICE_RUNNING ? done : failed;
 }
 
-// Does work that waits for the service. While it waits, the service's progress is shown on standard error.
-platform::DWORD watched(const std::u16string& name, const std::function<bool()>& work) {
+// Calls a function of the library that waits for the service of the second word. While it waits, the service's progress
+// is shown on standard error.
+platform::DWORD watched(const arguments& given, ZU_bool (*work)(const ZU_wchar*, const ZU_wchar*)) {
+    given.expect(2, 2);
+    const std::u16string name = platform::wide_from(given.words[1]);
     std::atomic<bool> is_done = false;
     platform::DWORD code = ERROR_SUCCESS;
     std::thread worker([&] {
-        code = work() ? platform::DWORD{ERROR_SUCCESS} : GetLastError();
+        code = work(nullptr, name.c_str()) ? platform::DWORD{ERROR_SUCCESS} : GetLastError();
         is_done = true;
     });
     const bool to_people = isatty(STDERR_FILENO);
@@ -104,25 +106,18 @@ platform::DWORD watched(const std::u16string& name, const std::function<bool()>&
     return code;
 }
 
-void hint(platform::DWORD code, const std::string& name) {
-    if (code == ERROR_SERVICE_REQUEST_TIMEOUT)
-        std::fprintf(stderr, "why may stand in the system log: zu service log %s\n", shown(name).c_str());
-}
-
 int start(const arguments& given) {
-    given.expect(2, 2);
-    const std::u16string name = platform::wide_from(given.words[1]);
-    const platform::DWORD code = watched(name, [&] { return ZU_NT_service_start(nullptr, name.c_str()); });
-    hint(code, given.words[1]);
+    const platform::DWORD code = watched(given, ZU_NT_service_start);
+    if (code == ERROR_SERVICE_REQUEST_TIMEOUT)
+        std::fprintf(stderr, "why may stand in the system log: zu service log %s\n",
+                     shown(given.words[1]).c_str());
     check(code, "starting " + given.words[1]);
     return done;
 }
 
 int stop(const arguments& given) {
-    given.expect(2, 2);
-    const std::u16string name = platform::wide_from(given.words[1]);
-    check(watched(name, [&] { return ZU_NT_service_stop(nullptr, name.c_str()); }),
-          "stopping " + given.words[1]);
+    const platform::DWORD code = watched(given, ZU_NT_service_stop);
+    check(code, "stopping " + given.words[1]);
     return done;
 }
 
@@ -143,10 +138,8 @@ int install(const arguments& given) {
 }
 
 int uninstall(const arguments& given) {
-    given.expect(2, 2);
-    const std::u16string name = platform::wide_from(given.words[1]);
-    check(watched(name, [&] { return ZU_NT_service_uninstall(nullptr, name.c_str()); }),
-          "uninstalling " + given.words[1]);
+    const platform::DWORD code = watched(given, ZU_NT_service_uninstall);
+    check(code, "uninstalling " + given.words[1]);
     return done;
 }
 
@@ -156,7 +149,8 @@ int log(const arguments& given) {
     SERVICE_STATUS status{};
     check(status_of(platform::wide_from(given.words[1]), status), given.words[1]);
     const std::string wanted = "service " + given.words[1] + " ";
-    const std::string pattern = "service " + given.words[1] + " has not started";
+    const std::string pattern =
+        "service \\Q" + given.words[1] + "\\E has not started"; // a name may have any sign
     std::fflush(stdout);
     if (access("/run/systemd/journal/socket", F_OK) == 0)
         execlp("journalctl", "journalctl", "--no-pager", "--case-sensitive=false", "--grep", pattern.c_str(),
@@ -172,16 +166,13 @@ int log(const arguments& given) {
 
 int service(const arguments& given) {
     given.allow({"--json", "--display", "--depends"});
-    const std::string order = given.words.empty() ? "" : given.words[0];
-    constexpr std::pair<const char*, int (*)(const arguments&)> orders[] = {
-        {"list", list},       {"state", state},         {"start", start}, {"stop", stop},
-        {"install", install}, {"uninstall", uninstall}, {"log", log},
-    };
-    for (const auto& [name, run] : orders) {
-        if (order == name)
-            return run(given);
-    }
-    misuse("list, state, start, stop, install, uninstall or log?");
+    return run_order(given, {{"list", list},
+                             {"state", state},
+                             {"start", start},
+                             {"stop", stop},
+                             {"install", install},
+                             {"uninstall", uninstall},
+                             {"log", log}});
 }
 
 } // namespace zu_tools

@@ -87,6 +87,13 @@ std::u16string wide_path(const std::string& argument);
 bool is_host_path(std::string_view argument);
 std::string absolute(const std::string& host_path); // lexically
 
+// Runs the order that the first word names; misuse if it is none of them.
+struct order {
+    const char* name;
+    int (*run)(const arguments&);
+};
+int run_order(const arguments& given, std::initializer_list<order> orders);
+
 struct command {
     const char* name;
     const char* help; // the first line is the summary

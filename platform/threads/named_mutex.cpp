@@ -340,8 +340,16 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const
     const HANDLE handle = handle_of(mutex, MUTEX_ALL_ACCESS);
     if (!handle)
         return nullptr;
-    if (initially_owned && !existed)
-        WaitForSingleObject(handle, 0);
+    if (initially_owned && !existed) {
+        const DWORD taken = wait_for_mutex(handle, 0);
+        if (taken == WAIT_FAILED) {
+            const keep_last_error code;
+            CloseHandle(handle);
+            return nullptr;
+        }
+        // Another process was faster, and has it: for this one it was there before.
+        existed = taken == WAIT_TIMEOUT;
+    }
     SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return handle;
 }

@@ -394,6 +394,17 @@ TEST_F(process_lock, hostile_files) {
     }
 }
 
+TEST_F(process_lock, whoever_makes_it_owns_it_or_hears_that_it_was_there) {
+    const pid_t rival = fork_child([&] { take_and_leave(INT_MAX, 0, true); });
+    for (int i = 0; i < 3000; ++i) {
+        const platform::HANDLE lock = platform::CreateMutexW(nullptr, 1, wide_name.c_str());
+        const bool was_there = GetLastError() == codes::already_exists;
+        EXPECT_EQ(platform::ReleaseMutex(lock) != 0, !was_there);
+        EXPECT_TRUE(platform::CloseHandle(lock));
+    }
+    kill_child(rival);
+}
+
 // Without an entry for everyone, or with too few rights in it, the lock stays its user's.
 TEST_F(process_lock, access_lists) {
     platform::SID_IDENTIFIER_AUTHORITY world = {SECURITY_WORLD_SID_AUTHORITY};

@@ -92,6 +92,9 @@ TEST(command, registry_files_in_every_encoding) {
         for (const std::string& file :
              {newer, "REGEDIT4" + body, wide(newer, false), wide(newer, true), "\xEF\xBB\xBF" + newer}) {
             place.write("../host/registry.reg", file);
+            const std::string path = place.host_path("../host/registry.reg"), look = "stat -c %g " + path;
+            run_command("chgrp 12345 " + path); // root alone can
+            const std::string group = run_command(look).output;
             const std::string key = "'HKLM\\software\\ZU' ";
             said("registry set " + key + "old expand_sz '%HOME%\\\"a\"'");
             said("registry set " + key + "New dword 0xFFFFFFFF");
@@ -108,6 +111,7 @@ TEST(command, registry_files_in_every_encoding) {
             uint32_t number = 0;
             EXPECT_TRUE(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"Software\\Zu", u"New", &number));
             EXPECT_EQ(number, 0xFFFFFFFFu);
+            EXPECT_EQ(run_command(look).output, group) << "whose programs may read it";
             const std::string now = place.read("../host/registry.reg");
             const std::string kept = file[0] == '\xFF'   ? wide(unknown, false).substr(2)
                                      : file[0] == '\xFE' ? wide(unknown, true).substr(2)
