@@ -1069,7 +1069,7 @@ typedef struct ZU_stat {
  * 00:00:00 local time. Returns 0, or -1 with a record of zeros, errno ENOENT and a code: 2 (ERROR_FILE_NOT_FOUND) for
  * what is not there and for a path that is empty, begins with a single backslash or a slash, or holds ? or *; 3
  * (ERROR_PATH_NOT_FOUND) for a drive or share that is none, and where a directory on the way is missing; otherwise the
- * platform's. With 0 for a root the code may be another one than before.
+ * platform's.
  */
 ZU_API int32_t ZU_stat64(const ZU_wchar* path, ZU_stat* status);
 

@@ -78,10 +78,15 @@ bool query_root(const zu::scoped_string& absolute, item& found) {
 }
 
 bool query(const zu::scoped_string& absolute, item& result) {
+    const platform::DWORD code_before = platform::GetLastError();
     platform::WIN32_FIND_DATAW found;
     const platform::HANDLE search = platform::FindFirstFileW(absolute.text(), &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return query_root(absolute, result);
+    if (search == INVALID_HANDLE_VALUE) {
+        if (!query_root(absolute, result))
+            return false;
+        platform::SetLastError(code_before);
+        return true;
+    }
     platform::FindClose(search);
     result = {found.dwFileAttributes, zu::size_of(found), zu::times_of(found)};
     return true;

@@ -9,7 +9,9 @@
 #include "platform/api/files.h"
 #include "platform/core/error.h"
 #include "platform/files/attributes.h"
+#include "platform/files/directory_scan.h"
 #include "platform/files/exclusive_claim.h"
+#include "platform/files/name_map.h"
 #include "platform/files/place.h"
 #include "platform/files/same_file.h"
 
@@ -24,15 +26,48 @@ bool look(place& where, int flags, struct stat& status) {
     return where.attempt([&](int at, const char* path) { return fstatat(at, path, &status, flags); }) == 0;
 }
 
-// Whether two paths to one file lead through the same directory entry, and not through two hard links.
-bool is_same_entry(const WCHAR* source_path, const WCHAR* destination_path, const place& source,
-                   const place& destination) {
+// Looks at the directory that a path is in. 0 or a code.
+DWORD look_at_folder(const WCHAR* path, place& folder, struct stat& status) {
+    if (const DWORD code = folder.set(path))
+        return code;
+    folder.set_to_parent();
+    return look(folder, 0, status) ? DWORD{ERROR_SUCCESS} : folder.code_of(errno);
+}
+
+// Whether a directory lists both names. Only its list tells two links from one entry that the file system itself finds
+// in any case of letters. 0 or a code.
+DWORD has_both_entries(place& folder, std::string_view name, std::string_view other, bool& has_both) {
+    directory_reader reader(
+        descriptor(folder.attempt([](int at, const char* path) { return open_to_list(at, path); })));
+    if (reader.directory() < 0)
+        return folder.code_of(errno);
+    int found = 0;
+    while (reader.fill())
+        for (directory_reader::entry entry; reader.take(entry);)
+            found += entry.name == name || entry.name == other;
+    has_both = found == 2;
+    return code_of_errno(errno);
+}
+
+// Whether two paths to one file lead through the same directory entry, and not through two hard links. 0 or a code.
+DWORD compare_entries(const WCHAR* source_path, const WCHAR* destination_path, const place& source,
+                      const place& destination, bool& are_same) {
     place source_folder, destination_folder;
     struct stat status, other;
-    return source.last_name() == destination.last_name() && source_folder.set(source_path) == ERROR_SUCCESS
-           && destination_folder.set(destination_path) == ERROR_SUCCESS && source_folder.set_to_parent()
-           && destination_folder.set_to_parent() && look(source_folder, 0, status)
-           && look(destination_folder, 0, other) && is_same(status, other);
+    are_same = false;
+    if (!same_name(source.last_name(), destination.last_name()))
+        return ERROR_SUCCESS;
+    if (const DWORD code = look_at_folder(source_path, source_folder, status))
+        return code;
+    if (const DWORD code = look_at_folder(destination_path, destination_folder, other))
+        return code;
+    are_same = is_same(status, other);
+    if (!are_same || source.last_name() == destination.last_name())
+        return ERROR_SUCCESS;
+    bool has_both = false;
+    const DWORD code = has_both_entries(source_folder, source.last_name(), destination.last_name(), has_both);
+    are_same = !has_both;
+    return code;
 }
 
 DWORD code_of_move(const place& destination, int error) {
@@ -67,6 +102,23 @@ DWORD respell(place& source, place& destination) {
         return ERROR_SUCCESS;
     destination.use_given_name();
     return rename_call(source, destination, 0) == 0 ? ERROR_SUCCESS : code_of_move(destination, errno);
+}
+
+// Moves a file to a path that leads to it already.
+DWORD move_to_itself(const WCHAR* source_path, const WCHAR* destination_path, place& source,
+                     place& destination, const struct stat& status, bool replaces) {
+    bool are_same = false;
+    if (const DWORD code = compare_entries(source_path, destination_path, source, destination, are_same))
+        return code;
+    if (are_same)
+        return respell(source, destination);
+    if (!replaces)
+        return ERROR_ALREADY_EXISTS;
+    // The host leaves two links to one file alone. With one link, the second name is a mount or an alias: taking the
+    // first away would lose the file.
+    const int result = status.st_nlink > 1 ? unlinkat(source.directory(), source.name(), 0)
+                                           : rename_call(source, destination, 0);
+    return result == 0 ? ERROR_SUCCESS : code_of_move(source, errno);
 }
 
 DWORD replace(place& source, const struct stat& source_status, place& destination,
@@ -107,16 +159,10 @@ DWORD move_once(const WCHAR* source_path, const WCHAR* destination_path, bool re
         const DWORD code = destination.code_of(errno);
         return code == ERROR_FILE_NOT_FOUND ? move_to_free_name(source, destination) : code;
     }
-    if (is_same(source_status, destination_status)
-        && is_same_entry(source_path, destination_path, source, destination))
-        return respell(source, destination);
+    if (is_same(source_status, destination_status))
+        return move_to_itself(source_path, destination_path, source, destination, source_status, replaces);
     if (!replaces)
         return ERROR_ALREADY_EXISTS;
-    if (is_same(source_status, destination_status)) {
-        // Two links to one file: the host would leave both alone.
-        const int result = unlinkat(source.directory(), source.name(), 0);
-        return result == 0 ? ERROR_SUCCESS : code_of_move(source, errno);
-    }
     if (const DWORD code = destination_held.take(destination, destination_status))
         return code == ERROR_SHARING_VIOLATION ? ERROR_ACCESS_DENIED : code;
     return replace(source, source_status, destination, destination_status);

@@ -148,7 +148,9 @@ void set_modification(const file_place& place, const char* name, time_t seconds)
 
 ZU_stat status_of(const char16_t* path) {
     ZU_stat status;
-    EXPECT_EQ(ZU_stat64(path, &status), 0) << GetLastError() << ' ' << narrow(path);
+    SetLastError(1234);
+    EXPECT_EQ(ZU_stat64(path, &status), 0) << narrow(path);
+    EXPECT_EQ(GetLastError(), 1234u) << narrow(path);
     return status;
 }
 

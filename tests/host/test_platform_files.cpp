@@ -355,6 +355,25 @@ TEST_F(platform_files, moving_has_its_codes_and_loses_nothing) {
             }
 }
 
+// The same file under two names, by a mount and not by a second link.
+TEST_F(platform_files, moving_onto_its_own_mount_loses_nothing) {
+    if (!is_root())
+        GTEST_SKIP() << "mounting takes root";
+    for (const char* name : {"other", "FILE"}) {
+        place.write("file", "data");
+        place.write(name, "");
+        const outcome child = run_child([&] {
+            if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
+                || mount(place.host_path("file").c_str(), place.host_path(name).c_str(), "", MS_BIND,
+                         nullptr))
+                _exit(2);
+            std::printf("%u", code_of(MoveFileExW(u"T:\\file", place.long_path(wide(name)).c_str(), 1)));
+        });
+        EXPECT_EQ(child.output, "32") << name;
+        EXPECT_EQ(place.read("file"), "data") << name;
+    }
+}
+
 // A call that the directory does not permit fails with 5.
 TEST_F(platform_files, directory_permissions) {
     for (const auto& [directory, mode] : {std::pair{"closed", 0}, {"fixed", 0555}, {"listed", 0444}}) {
