@@ -1,4 +1,5 @@
-# Manual pages and completions for bash, each with what it is about.
+# The documents that install.cmake does not know, manual pages and completions for bash, each with what it is about.
+install(FILES docs/porting.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 set(zu_completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES docs/man/zu.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 if(TARGET zu-command)

@@ -12,7 +12,7 @@
         target = substr($0, RSTART + 2, RLENGTH - 3)
         head = substr($0, 1, RSTART - 1)
         tail = substr($0, RSTART + RLENGTH)
-        keep = target ~ /^(docs\/)?(guide|platform)\.md/ || target ~ /^https?:/
+        keep = target ~ /^(docs\/)?(guide|platform|porting)\.md/ || target ~ /^https?:/
         if (!keep) {
             start = match(head, /\[[^\[]*$/)
             head = substr(head, 1, start - 1) substr(head, start + 1)
