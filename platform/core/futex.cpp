@@ -2,7 +2,6 @@
 #include "platform/core/futex.h"
 
 #include <linux/futex.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,13 +51,13 @@ deadline deadline::within(DWORD milliseconds) const {
 
 bool sleep_on(const std::atomic<uint32_t>* word, uint32_t expected, const deadline& until) {
     // The bitset form is the one that takes an absolute time on the monotonic clock.
-    const long result = syscall(SYS_futex, word, FUTEX_WAIT_BITSET_PRIVATE, expected, until.moment(), nullptr,
-                                FUTEX_BITSET_MATCH_ANY);
+    const long result = syscall(futex_call, word, FUTEX_WAIT_BITSET_PRIVATE, expected, until.moment(),
+                                nullptr, FUTEX_BITSET_MATCH_ANY);
     return result == 0 || errno != ETIMEDOUT;
 }
 
 void wake_on(const std::atomic<uint32_t>* word, int count) {
-    syscall(SYS_futex, word, FUTEX_WAKE_PRIVATE, count);
+    syscall(futex_call, word, FUTEX_WAKE_PRIVATE, count);
 }
 
 namespace {

@@ -1,12 +1,21 @@
 // Inside the layer: sleeping on a word of memory, deadlines, and the small lock that guards the layer's own records.
 #pragma once
 
+#include <sys/syscall.h>
+
 #include <atomic>
 #include <ctime>
 
 #include "platform/api/base.h"
 
 namespace platform {
+
+// The number of the kernel's call. Where long has 32 bits, the older call would read only half of a timespec's seconds.
+#ifdef SYS_futex_time64
+constexpr long futex_call = SYS_futex_time64;
+#else
+constexpr long futex_call = SYS_futex;
+#endif
 
 // A moment on the monotonic clock, a number of milliseconds from now; INFINITE never comes. Every other number is
 // finite: 0xFFFFFFFE milliseconds are 49.7 days.

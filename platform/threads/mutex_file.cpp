@@ -6,7 +6,6 @@
 #include <linux/futex.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -356,7 +355,7 @@ bool mutex_file::take_turn(const deadline& until) const {
 void mutex_file::pass_turn() const {
     constexpr int count_up = FUTEX_OP(FUTEX_OP_ADD, 1, FUTEX_OP_CMP_EQ, 0);
     set_lock(file_.get(), F_UNLCK, turn);
-    syscall(SYS_futex, word(turns_at), FUTEX_WAKE_OP, 1, 0, word(turns_at), count_up);
+    syscall(futex_call, word(turns_at), FUTEX_WAKE_OP, 1, 0, word(turns_at), count_up);
 }
 
 // The words are read and written by system calls alone: through the mapping they would raise SIGBUS once somebody cuts
@@ -376,7 +375,7 @@ bool mutex_file::write_word(off_t at, uint32_t value) const {
 // Sleeps for a while as long as the word has that value. False when it cannot be slept on.
 bool mutex_file::sleep_on_word(off_t at, uint32_t value, const deadline& until) const {
     const deadline slice = until.within(longest_sleep_ms);
-    return syscall(SYS_futex, word(at), FUTEX_WAIT_BITSET, value, slice.moment(), nullptr,
+    return syscall(futex_call, word(at), FUTEX_WAIT_BITSET, value, slice.moment(), nullptr,
                    FUTEX_BITSET_MATCH_ANY)
                == 0
            || errno != EFAULT;
@@ -385,7 +384,7 @@ bool mutex_file::sleep_on_word(off_t at, uint32_t value, const deadline& until) 
 // Sets the word to this thread's number; false when it was not free. As long as nobody sleeps on the word, one call of
 // the kernel does both: an attempt to take it as a lock.
 bool mutex_file::mark_held() const {
-    if (syscall(SYS_futex, word(held_at), FUTEX_TRYLOCK_PI, 0, nullptr, nullptr, 0) == 0)
+    if (syscall(futex_call, word(held_at), FUTEX_TRYLOCK_PI, 0, nullptr, nullptr, 0) == 0)
         return true;
     // A word that is owned gives one of four errors, depending on whether a thread of that number exists.
     if (errno == EDEADLK || errno == ESRCH || errno == EWOULDBLOCK || errno == EPERM)
@@ -406,7 +405,7 @@ bool mutex_file::sleep_while_held(const deadline& until) const {
 // One call of the kernel sets the word free and wakes one of those who sleep on it.
 void mutex_file::unlock() {
     constexpr int set_free = FUTEX_OP(FUTEX_OP_SET, is_free, FUTEX_OP_CMP_EQ, is_free);
-    const long woken = syscall(SYS_futex, word(held_at), FUTEX_WAKE_OP, 1, 0, word(held_at), set_free);
+    const long woken = syscall(futex_call, word(held_at), FUTEX_WAKE_OP, 1, 0, word(held_at), set_free);
     if (woken < 0)
         write_word(held_at, is_free);
     owes_turn_ = woken > 0;
@@ -415,7 +414,7 @@ void mutex_file::unlock() {
 
 void mutex_file::abandon() {
     set_lock(file_.get(), F_UNLCK, ownership);
-    syscall(SYS_futex, word(held_at), FUTEX_WAKE, 1, nullptr, nullptr, 0);
+    syscall(futex_call, word(held_at), FUTEX_WAKE, 1, nullptr, nullptr, 0);
 }
 
 void mutex_file::reopen(const std::u16string& name) {

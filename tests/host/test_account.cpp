@@ -56,7 +56,7 @@ TEST(groups, follow_the_host_s_users_and_groups) {
 TEST(groups, impersonation_is_a_matter_of_one_thread) {
     const temporary_user admin("s3cret", true);
     if (!admin.made())
-        GTEST_SKIP() << "no user could be made: this takes root, useradd and chpasswd";
+        GTEST_SKIP() << "no user could be made: this takes root, useradd, chpasswd and libpam.so.0";
     setenv("ZU_HELPER", ZU_HELPER_PROGRAM, 1);
     const std::string own = run_as_ordinary_user([] { std::printf("%s", groups().c_str()); }).output;
     const outcome child = run_child([&] {

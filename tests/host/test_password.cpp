@@ -16,7 +16,7 @@ class password : public testing::Test {
 protected:
     void SetUp() override {
         if (!user_.made())
-            GTEST_SKIP() << "no user could be made: this takes root, useradd and chpasswd";
+            GTEST_SKIP() << "no user could be made: this takes root, useradd, chpasswd and libpam.so.0";
         place_.write("helper", "#!/bin/sh\necho >>" + place_.host_path("asked")
                                    + "\nexec " ZU_HELPER_PROGRAM " \"$@\"\n");
         chmod(place_.host_path("helper").c_str(), 0755);

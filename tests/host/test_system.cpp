@@ -122,8 +122,8 @@ protected:
     // A library with the given source; the test is skipped without a compiler.
     void build(const std::string& relative, const std::string& source, const std::string& options = "") {
         place.write("source.c", source);
-        const outcome made = run_command("cc -shared -fPIC -o '" + place.host_path(relative) + "' '"
-                                         + place.host_path("source.c") + "' " + options + " 2>&1");
+        const outcome made = run_command(ZU_C_COMPILER " -shared -fPIC -o '" + place.host_path(relative)
+                                         + "' '" + place.host_path("source.c") + "' " + options + " 2>&1");
         if (made.exit_code == 127)
             GTEST_SKIP() << "no compiler to make a library with";
         ASSERT_EQ(made.exit_code, 0) << made.output;

@@ -1,5 +1,6 @@
 #include "support/users.h"
 
+#include <dlfcn.h>
 #include <grp.h>
 
 #include "support/test.h"
@@ -10,6 +11,11 @@ static bool run(const std::string& command) {
     return is_root() && run_command(command).exit_code == 0;
 }
 
+static bool has_pam() {
+    void* const library = dlopen("libpam.so.0", RTLD_LAZY);
+    return library && dlclose(library) == 0;
+}
+
 temporary_user::temporary_user(const std::string& password, bool is_administrator) {
     static int count = 0;
     name_ = "zu" + std::to_string(getpid()) + "u" + std::to_string(++count);
@@ -18,7 +24,7 @@ temporary_user::temporary_user(const std::string& password, bool is_administrato
         if (is_administrator && getgrnam(name))
             groups = std::string("nogroup -G ") + name;
     }
-    made_ = run("useradd -M -N -s /bin/sh -g " + groups + " " + name_)
+    made_ = has_pam() && run("useradd -M -N -s /bin/sh -g " + groups + " " + name_)
             && run("printf '%s:%s\\n' " + name_ + " '" + password + "' | chpasswd");
 }
 

@@ -13,7 +13,7 @@ public:
     temporary_user(const temporary_user&) = delete;
     temporary_user& operator=(const temporary_user&) = delete;
 
-    bool made() const { return made_; } // false where the user is not root or the tools are missing
+    bool made() const { return made_; } // false without root, the tools, or PAM for this word size
     std::u16string name() const { return {name_.begin(), name_.end()}; }
     bool change(const std::string& options) const; // as usermod takes them
 
