@@ -2,6 +2,7 @@
 // below the temporary folder, warm in the page cache.
 #include <dirent.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -402,6 +403,30 @@ void lines_bare_chunks(benchmark::State& state) {
 }
 BENCHMARK(lines_bare_chunks)->Unit(benchmark::kMillisecond);
 
+// Lines copied out of blocks of 4 KiB: what a reader needs that keeps writers away.
+void lines_bare_blocks(benchmark::State& state) {
+    const bare_file f(file_of_lines(), O_RDONLY);
+    char block[block_size], line[256];
+    for (auto _ : state) {
+        lseek(f.descriptor, 0, SEEK_SET);
+        size_t kept = 0; // bytes of the line so far
+        for (ssize_t size; (size = read(f.descriptor, block, sizeof block)) > 0;) {
+            const char *at = block, *const end = block + size;
+            while (const void* feed = std::memchr(at, '\n', static_cast<size_t>(end - at))) {
+                const size_t length = static_cast<size_t>(static_cast<const char*>(feed) - at);
+                std::memcpy(line + kept, at, length);
+                benchmark::DoNotOptimize(line);
+                at += length + 1;
+                kept = 0;
+            }
+            std::memcpy(line + kept, at, static_cast<size_t>(end - at));
+            kept += static_cast<size_t>(end - at);
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * line_count);
+}
+BENCHMARK(lines_bare_blocks)->Unit(benchmark::kMillisecond);
+
 void lines_getline(benchmark::State& state) {
     std::ifstream f(host_path(file_of_lines()));
     std::string line;
@@ -414,6 +439,22 @@ void lines_getline(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * line_count);
 }
 BENCHMARK(lines_getline)->Unit(benchmark::kMillisecond);
+
+// ---- Patterns -------------------------------------------------------------------------------------------------------
+
+void wildcard_zu(benchmark::State& state) {
+    const std::u16string name = u"some-name-4711.txt";
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ZU_wildcard_match(u"*.txt", name.c_str()));
+}
+BENCHMARK(wildcard_zu);
+
+void wildcard_fnmatch(benchmark::State& state) {
+    const std::string name = "some-name-4711.txt";
+    for (auto _ : state)
+        benchmark::DoNotOptimize(fnmatch("*.txt", name.c_str(), 0));
+}
+BENCHMARK(wildcard_fnmatch);
 
 // ---- Trees: 1,000 directories of 100 files --------------------------------------------------------------------------
 
@@ -449,6 +490,43 @@ void delete_tree_zu(benchmark::State& state) {
     }
 }
 BENCHMARK(delete_tree_zu)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+// The described steps: a file that is open elsewhere stays, so each is opened and claimed, and must still be the one of
+// its name.
+void remove_bare(int directory, const char* name) {
+    const int file = openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_start = INT64_MAX - 4;
+    lock.l_len = 4;
+    lock.l_type = F_RDLCK;
+    const bool is_locked = fcntl(file, F_OFD_SETLK, &lock) == 0;
+    lock.l_type = F_WRLCK;
+    struct stat opened, named;
+    if (!is_locked || fcntl(file, F_OFD_GETLK, &lock) != 0 || fstat(file, &opened) != 0
+        || fstatat(directory, name, &named, AT_SYMLINK_NOFOLLOW) != 0 || opened.st_ino != named.st_ino
+        || unlinkat(directory, name, 0) != 0)
+        std::abort();
+    close(file);
+}
+
+void delete_tree_bare(benchmark::State& state) {
+    for (auto _ : state) {
+        state.PauseTiming();
+        make_tree();
+        state.ResumeTiming();
+        for (int d = 0; d < tree_directories; ++d) {
+            const std::string path = host_path("tree/directory-" + std::to_string(d));
+            DIR* directory = opendir(path.c_str());
+            while (const dirent* entry = readdir(directory))
+                if (entry->d_type == DT_REG)
+                    remove_bare(dirfd(directory), entry->d_name);
+            closedir(directory);
+            rmdir(path.c_str());
+        }
+        rmdir(host_path("tree").c_str());
+    }
+}
+BENCHMARK(delete_tree_bare)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 void delete_tree_std_filesystem(benchmark::State& state) {
     const fs::path path = host_path("tree");

@@ -58,6 +58,10 @@ bool begins_at_no_root(text_view path) {
     return path.starts_with('/') || (path.starts_with('\\') && !path.starts_with(two_backslashes));
 }
 
+bool has_wildcard(text_view path) {
+    return std::any_of(path.begin(), path.end(), [](ZU_wchar c) { return c == '?' || c == '*'; });
+}
+
 bool equal_without_case(text_view a, text_view b) {
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](ZU_wchar x, ZU_wchar y) { return ascii_upper(x) == ascii_upper(y); });
@@ -174,7 +178,7 @@ bool make_absolute(const ZU_wchar* path, zu::scoped_string& absolute) {
     zu::short_path(path, absolute.address());
     ZU_s_replace_c(absolute.address(), '/', '\\');
     ZU_s_trim_end_c(absolute.address(), '\\');
-    if (absolute.length() == 0 || absolute.view().find_first_of(zu::wildcards) != not_found)
+    if (absolute.length() == 0 || zu::has_wildcard(absolute.view()))
         return zu::fail(ERROR_FILE_NOT_FOUND);
     if (zu::is_drive_path(absolute.view()) || is_network_path(absolute.view()))
         return true;

@@ -8,7 +8,6 @@ namespace zu {
 inline constexpr text_view long_prefix = ZU_W("\\\\?\\");
 inline constexpr text_view long_network_prefix = ZU_W("\\\\?\\UNC\\");
 inline constexpr text_view two_backslashes = ZU_W("\\\\");
-inline constexpr text_view wildcards = ZU_W("?*");
 
 // "\\?\C:", the long form of a drive without its root's backslash.
 inline constexpr uint32_t long_drive_length = 6;
@@ -21,6 +20,8 @@ bool is_long_drive(text_view path); // exactly "\\?\" with a letter and a colon
 
 // Whether a path begins with a slash or with a single backslash. The families that resolve a path refuse both.
 bool begins_at_no_root(text_view path);
+
+bool has_wildcard(text_view path);
 
 bool equal_without_case(text_view a, text_view b);
 

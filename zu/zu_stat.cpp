@@ -31,7 +31,7 @@ bool make_absolute(const ZU_wchar* path, zu::scoped_string& absolute) {
         return zu::fail(ERROR_FILE_NOT_FOUND);
     if (zu::is_long_path(named))
         named.remove_prefix(zu::long_prefix.size());
-    if (named.empty() || named.find_first_of(zu::wildcards) != zu::text_view::npos)
+    if (named.empty() || zu::has_wildcard(named))
         return zu::fail(ERROR_FILE_NOT_FOUND);
     zu::trimmed_long_path(path, absolute.address());
     if (absolute.length() == 0)

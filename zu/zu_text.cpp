@@ -1,4 +1,7 @@
 // Text helpers on plain texts: tokens, splitting, trimming, tests, short names, hashing, wildcards.
+#include <algorithm>
+#include <cstdint>
+
 #include "zu/zu_support.h"
 
 namespace {
@@ -9,6 +12,18 @@ bool is_digit(ZU_wchar c) {
 
 ZU_wchar ascii_lower(ZU_wchar c) {
     return c >= 'A' && c <= 'Z' ? static_cast<ZU_wchar>(c + ('a' - 'A')) : c;
+}
+
+bool matches_one(ZU_wchar in_pattern, ZU_wchar c) {
+    return in_pattern == c || in_pattern == '?';
+}
+
+// Whether a text ends as a pattern without stars says.
+bool ends_with(const ZU_wchar* text, zu::text_view pattern) {
+    const size_t length = platform::wcsnlen(text, SIZE_MAX);
+    if (length < pattern.size())
+        return false;
+    return std::equal(pattern.begin(), pattern.end(), text + (length - pattern.size()), matches_one);
 }
 
 void copy_terminated(ZU_wchar* out, zu::text_view text) {
@@ -99,7 +114,6 @@ uint32_t ZU_hash_string_nocase(const ZU_wchar* text) {
 }
 
 ZU_bool ZU_wildcard_match(const ZU_wchar* pattern, const ZU_wchar* text) {
-    const auto matches_one = [](ZU_wchar p, ZU_wchar c) { return p == c || p == '?'; };
     for (; *text && *pattern != '*'; ++pattern, ++text) {
         if (!matches_one(*pattern, *text))
             return 0;
@@ -109,8 +123,11 @@ ZU_bool ZU_wildcard_match(const ZU_wchar* pattern, const ZU_wchar* text) {
     const ZU_wchar* retry = nullptr;
     while (*text) {
         if (*pattern == '*') {
-            if (!*++pattern)
-                return 1;
+            const ZU_wchar* end = ++pattern;
+            while (*end && *end != '*')
+                ++end;
+            if (!*end) // the last star
+                return ends_with(text, {pattern, static_cast<size_t>(end - pattern)});
             resume = pattern;
             retry = text + 1;
         } else if (matches_one(*pattern, *text)) {

@@ -53,13 +53,6 @@ DWORD file::close() {
 // ---- Reading ---------------------------------------------------------------------------------------------------
 
 DWORD file::read(char* out, size_t count, size_t& done) {
-    if (block_holds(count)) { // the common case of a line reader
-        std::memcpy(out, block_.get() + (position_ - block_start_), count);
-        latest_start_ = position_;
-        latest_end_ = position_ += count;
-        done = count;
-        return ERROR_SUCCESS;
-    }
     if (!is_stream(mode_))
         return read_regular(out, count, done);
     const ssize_t size = retried([&] { return ::read(number_.get(), out, count); });
@@ -213,19 +206,27 @@ DWORD file::flush() {
 
 // ---- Seeking ---------------------------------------------------------------------------------------------------
 
+// Where the file ends; -1 with errno. The host's own position, which nothing else uses, tells it in half the time of a
+// status. It is the only way for block devices, and does not serve some files of /proc.
+int64_t file::end() const {
+    if (S_ISREG(mode_) || S_ISBLK(mode_)) {
+        const off_t position = lseek(number_.get(), 0, SEEK_END);
+        if (position >= 0 || S_ISBLK(mode_))
+            return position;
+    }
+    struct stat now;
+    return fstat(number_.get(), &now) == 0 ? now.st_size : -1;
+}
+
 DWORD file::seek(int64_t distance, DWORD origin, int64_t& position) {
     int64_t base = 0;
     if (origin == FILE_CURRENT) {
         base = static_cast<int64_t>(position_);
     } else if (origin == FILE_END) {
-        struct stat now;
-        if (fstat(number_.get(), &now) != 0)
+        base = end();
+        if (base < 0)
             return code_of_errno(errno);
-        // The size of a block device is where it ends.
-        base = S_ISBLK(mode_) ? lseek(number_.get(), 0, SEEK_END) : now.st_size;
-        if (base < 0) // a device that is open for its attributes alone
-            return code_of_errno(errno);
-        size_ = static_cast<uint64_t>(now.st_size);
+        size_ = static_cast<uint64_t>(base);
     } else if (origin != FILE_BEGIN) {
         return ERROR_INVALID_PARAMETER;
     }
@@ -247,6 +248,11 @@ BOOL ReadFile(HANDLE handle, void* out, DWORD bytes, DWORD* bytes_done, void* ov
         return FALSE;
     if (overlapped)
         return result_of(ERROR_INVALID_PARAMETER);
+    if (out && bytes > 0 && opened->take_ahead(out, bytes)) {
+        if (bytes_done)
+            *bytes_done = bytes;
+        return TRUE;
+    }
     if (opened->is_directory())
         return result_of(ERROR_INVALID_FUNCTION);
     if (!opened->reads())

@@ -1,6 +1,7 @@
 // Inside this folder: open files.
 #pragma once
 
+#include <cstring>
 #include <memory>
 
 #include "platform/api/files.h"
@@ -43,6 +44,16 @@ public:
 
     DWORD close() override;
 
+    // Reads bytes that have been read ahead already, the common case of a line reader; false when they are not at hand.
+    bool take_ahead(void* out, size_t count) {
+        if (!block_holds(count))
+            return false;
+        std::memcpy(out, block_.get() + (position_ - block_start_), count);
+        latest_start_ = position_;
+        latest_end_ = position_ += count;
+        return true;
+    }
+
     DWORD read(char* out, size_t count, size_t& done);
     DWORD write(const char* data, size_t count);
     DWORD seek(int64_t distance, DWORD origin, int64_t& position);
@@ -69,6 +80,7 @@ private:
     DWORD write_regular(const char* data, size_t count);
     void cut_back(uint64_t written_to);
     uint64_t size_limit();
+    int64_t end() const;
 
     descriptor number_;
     const bool reads_;

@@ -1,8 +1,6 @@
 // Names of files, from the host's bytes to wide text and back.
 #include "platform/files/name_map.h"
 
-#include <array>
-
 #include "platform/text/case_fold.h"
 #include "platform/text/utf8.h"
 
@@ -13,18 +11,9 @@ namespace {
 constexpr char32_t escaped_byte = 0xDC00;
 constexpr char32_t escaped_character = 0xF000;
 
-// For each character of ASCII, whether the platform forbids it in names.
-constexpr std::array<bool, 128> forbidden = [] {
-    std::array<bool, 128> table{};
-    for (size_t i = 0; i < 0x20; ++i)
-        table[i] = true;
-    for (const char character : std::string_view("\"*/:<>?\\|"))
-        table[static_cast<unsigned char>(character)] = true;
-    return table;
-}();
-
+// A character of ASCII that the platform forbids in names.
 bool is_forbidden(char32_t character) {
-    return character < 0x80 && forbidden[character];
+    return character < 0x80 && !plain_units[character];
 }
 
 bool is_escaped_byte(char32_t unit) {
@@ -75,7 +64,7 @@ bool append_beyond_ascii(wide_view name, size_t& at, std::string& out, bool& has
 // Adds the run of plain characters that begins at `at`, and moves `at` past it.
 void append_plain(wide_view name, size_t& at, std::string& out) {
     const size_t start = at;
-    while (at < name.size() && name[at] < 0x80 && !forbidden[name[at]])
+    while (at < name.size() && is_plain_unit(name[at]))
         ++at;
     out.resize(out.size() + (at - start));
     char* end = out.data() + out.size();

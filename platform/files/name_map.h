@@ -9,6 +9,7 @@
 // would be UTF-8) names no file of the host.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -19,6 +20,17 @@ namespace platform {
 
 // Writes the wide spelling of a host name and gives its length: never more units than the name has bytes.
 size_t wide_name(std::string_view host, WCHAR* out);
+
+// Whether a unit of wide text is itself in names of the host: ASCII that the platform permits.
+inline constexpr std::array<bool, 128> plain_units = [] {
+    std::array<bool, 128> table{};
+    for (size_t unit = 0x20; unit < table.size(); ++unit)
+        table[unit] = std::string_view("\"*/:<>?\\|").find(static_cast<char>(unit)) == std::string_view::npos;
+    return table;
+}();
+inline bool is_plain_unit(WCHAR unit) {
+    return unit < plain_units.size() && plain_units[unit];
+}
 
 // Adds the wide spelling of a host name to a text.
 void append_wide_name(std::string_view host, std::u16string& out);

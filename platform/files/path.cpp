@@ -39,8 +39,41 @@ wide_view take_component(wide_view& rest, IsSeparator separates) {
 
 // ---- Literal paths ---------------------------------------------------------------------------------------------
 
+bool is_component(wide_view text) {
+    return !text.empty() && text.size() <= longest_component && text != u"." && text != u"..";
+}
+
+// Adds components in one pass when they are as most are: of plain units, none empty or dots. False, with nothing added,
+// for any others.
+bool append_plain_components(wide_view rest, std::string& host) {
+    const size_t before = host.size();
+    host.resize(before + 1 + rest.size());
+    char* out = host.data() + before;
+    *out++ = '/';
+    size_t start = 0; // of the component
+    for (size_t at = 0;; ++at) {
+        const bool is_end = at == rest.size();
+        if (is_end || rest[at] == u'\\') {
+            if (!is_component(rest.substr(start, at - start)))
+                break;
+            if (is_end)
+                return true;
+            *out++ = '/';
+            start = at + 1;
+        } else if (is_plain_unit(rest[at])) {
+            *out++ = static_cast<char>(rest[at]);
+        } else {
+            break;
+        }
+    }
+    host.resize(before);
+    return false;
+}
+
 // Adds the components below the drive's directory.
 DWORD append_components(wide_view rest, path_use use, parsed_path& out) {
+    if (append_plain_components(rest, out.host))
+        return ERROR_SUCCESS;
     out.is_root = rest.empty();
     out.ends_with_separator = !rest.empty() && rest.back() == u'\\';
     if (out.ends_with_separator)

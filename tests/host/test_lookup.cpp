@@ -6,6 +6,7 @@
 #include "platform/files/drives.h"
 #include "platform/files/folded_names.h"
 #include "platform/files/name_map.h"
+#include "platform/files/path.h"
 #include "platform/files/volume.h"
 #include "platform/files/wildcard.h"
 #include "platform/text/case_fold.h"
@@ -276,6 +277,32 @@ TEST_F(lookup, drives_that_cannot_be_asked_about) {
                   print_codes();
               }).output,
               "0 2 0 0 0 kind 4 0 2 0 0 0 kind 4 ");
+}
+
+// A path of plain characters is parsed in one pass, and any other component by component: both say the same.
+TEST_F(lookup, plain_paths_are_parsed_as_others_are) {
+    std::mt19937 random(1);
+    constexpr std::u16string_view units = u"ab.\\ ~*?:</\x1f\x7f";
+    const std::string root = place.host_path();
+    for (int i = 0; i < 20'000; ++i) {
+        std::u16string rest(1, u'a' + i % 2);
+        for (size_t length = random() % 12; length > 0; --length)
+            rest += units[random() % (i % 3 ? 6 : units.size())];
+        if (i % 100 == 0)
+            rest += std::u16string(252 + random() % 6, u'x');
+        for (const path_use use : {path_use::exact, path_use::search}) {
+            parsed_path plain, general;
+            const DWORD code = parse_path((u"\\\\?\\T:\\" + rest).c_str(), use, plain);
+            ASSERT_EQ(code, parse_path((u"\\\\?\\T:\\\u00e4\\" + rest).c_str(), use, general))
+                << narrow(rest);
+            if (code != 0)
+                continue;
+            ASSERT_EQ(plain.host.insert(root.size(), "/ä"), general.host) << narrow(rest);
+            ASSERT_EQ(plain.pattern, general.pattern) << narrow(rest);
+            ASSERT_EQ(plain.ends_with_separator, general.ends_with_separator) << narrow(rest);
+            ASSERT_EQ(plain.root_size, general.root_size);
+        }
+    }
 }
 
 TEST_F(lookup, relative_paths) {
