@@ -56,6 +56,13 @@ using ::_wtoi;
 using ::lstrcmpiW;
 using ::wcsnlen;
 
+// The copy of a text without its terminator.
+inline size_t copy_text(WCHAR* out, const WCHAR* text, size_t limit) {
+    const size_t length = ::wcsnlen(text, limit);
+    ::wmemcpy(out, text, length);
+    return length;
+}
+
 using ::CRITICAL_SECTION;
 using ::DeleteCriticalSection;
 using ::EnterCriticalSection;

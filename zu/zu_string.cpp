@@ -106,10 +106,10 @@ bool has_room(ZU_s s, uint32_t n) {
            && header_of(s)->reference_count <= count_alone;
 }
 
-void put_behind(ZU_s s, const ZU_wchar* text, uint32_t k) {
+// Copies up to the first zero character, at most n, behind the present text.
+void put_behind(ZU_s s, const ZU_wchar* text, uint32_t n) {
     const uint32_t length = header_of(s)->length;
-    std::memcpy(s + length, text, k * sizeof(ZU_wchar));
-    set_length(s, length + k);
+    set_length(s, length + static_cast<uint32_t>(platform::copy_text(s + length, text, n)));
 }
 
 // Out of line, which keeps appending short for the usual case that there is room.
@@ -181,7 +181,7 @@ ZU_s* ZU_s_append_n(ZU_s* s, const ZU_wchar* text, uint32_t n) {
     if (n == 0)
         return s;
     if (has_room(*s, n) && !lies_within(*s, text))
-        put_behind(*s, text, length_within(text, n));
+        put_behind(*s, text, n);
     else
         append_with_growth(s, text, n);
     return s;

@@ -20,6 +20,10 @@ int _snwprintf(WCHAR* out, size_t count, const WCHAR* format, ...);
 // The length of a text, but not more than `limit`; nothing behind a terminator before it counts as read.
 size_t wcsnlen(const WCHAR* text, size_t limit);
 
+// A name of ours. Copies a text without its terminator, at most `limit` units, into an area that it does not lie in;
+// returns how many.
+size_t copy_text(WCHAR* out, const WCHAR* text, size_t limit);
+
 // White space, one sign, decimal digits; wraps at 32 bits.
 int _wtoi(const WCHAR* text);
 

@@ -1,6 +1,7 @@
-// The length of a wide text. Aligned words and vectors never reach into another page, so that reading the units behind a
-// terminator is harmless, although no sanitizer can know that.
+// The length of a wide text, and its copy. Words and vectors that do not reach into another page may be read beyond a
+// terminator, which is harmless, although no sanitizer can know that.
 #include <algorithm>
+#include <cstring>
 
 #include "platform/api/text.h"
 #include "platform/text/registers.h"
@@ -13,24 +14,52 @@ namespace platform {
 
 namespace {
 
-__attribute__((no_sanitize("address", "thread"))) size_t length_by_words(const WCHAR* text, size_t limit) {
-    using word = uint64_t __attribute__((may_alias));
-    constexpr size_t units = sizeof(word) / sizeof(WCHAR);
+using word = uint64_t __attribute__((may_alias));
+constexpr size_t word_units = sizeof(word) / sizeof(WCHAR);
+
+bool has_zero(word units) {
     constexpr word ones = 0x0001000100010001u;
+    return ((units - ones) & ~units & (ones << 15)) != 0;
+}
+
+__attribute__((no_sanitize("address", "thread"))) size_t length_by_words(const WCHAR* text, size_t limit) {
     size_t length = 0;
     for (; reinterpret_cast<uintptr_t>(text + length) % sizeof(word) != 0; ++length) {
         if (length == limit || !text[length])
             return length;
     }
-    while (length < limit) {
-        const word four = *reinterpret_cast<const word*>(text + length);
-        if ((four - ones) & ~four & (ones << 15))
-            break;
-        length += units;
-    }
+    while (length < limit && !has_zero(*reinterpret_cast<const word*>(text + length)))
+        length += word_units;
     while (length < limit && text[length])
         ++length;
     return std::min(length, limit);
+}
+
+// Copies a text whose units, up to the limit, all lie in one page.
+__attribute__((no_sanitize("address", "thread"))) size_t copy_short(WCHAR* out, const WCHAR* text,
+                                                                    size_t limit) {
+    using vector = WCHAR __attribute__((vector_size(16)));
+    using unaligned = WCHAR __attribute__((vector_size(16), may_alias, aligned(1)));
+    using halves = uint64_t __attribute__((vector_size(16)));
+    constexpr size_t vector_units = sizeof(vector) / sizeof(WCHAR);
+    size_t length = 0;
+    for (; limit - length >= vector_units; length += vector_units) {
+        const vector units = *reinterpret_cast<const unaligned*>(text + length);
+        const auto zeros = reinterpret_cast<halves>(units == 0);
+        if ((zeros[0] | zeros[1]) != 0)
+            break;
+        *reinterpret_cast<unaligned*>(out + length) = units;
+    }
+    for (; length < limit && text[length]; ++length)
+        out[length] = text[length];
+    return length;
+}
+
+// Out of line, which keeps copy_text short for the usual short text.
+[[gnu::noinline]] size_t copy_long(WCHAR* out, const WCHAR* text, size_t limit) {
+    const size_t length = wcsnlen(text, limit);
+    std::memcpy(out, text, length * sizeof(WCHAR));
+    return length;
 }
 
 #ifdef __x86_64__
@@ -84,6 +113,15 @@ size_t wcsnlen(const WCHAR* text, size_t limit) {
         return 0;
     const bool is_even = reinterpret_cast<uintptr_t>(text) % sizeof(WCHAR) == 0;
     return registers.of_32_bytes && is_even ? length_by_vectors(text, limit) : length_by_words(text, limit);
+}
+
+size_t copy_text(WCHAR* out, const WCHAR* text, size_t limit) {
+    constexpr size_t short_limit = 32;
+    constexpr uintptr_t smallest_page = 4096;
+    const uintptr_t place_in_page = reinterpret_cast<uintptr_t>(text) % smallest_page;
+    if (limit <= short_limit && place_in_page + limit * sizeof(WCHAR) <= smallest_page)
+        return copy_short(out, text, limit);
+    return copy_long(out, text, limit);
 }
 
 } // namespace platform

@@ -106,7 +106,7 @@ TEST(utf8, every_character_as_the_plain_algorithm_converts_it) {
 }
 
 // Nothing is read behind a terminator, or behind the limit, that lies at the end of a page.
-TEST(wide_text, lengths_at_the_end_of_a_page) {
+TEST(wide_text, lengths_and_copies_at_the_end_of_a_page) {
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     void* const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     mprotect(static_cast<char*>(pages) + page, page, PROT_NONE);
@@ -115,12 +115,14 @@ TEST(wide_text, lengths_at_the_end_of_a_page) {
     const platform::wide_registers all = platform::registers;
     for (const platform::wide_registers& used : {platform::wide_registers{}, all}) {
         platform::registers = used;
-        for (size_t length = 0; length < 300; ++length) {
+        for (size_t length = 1; length < 300; ++length) {
             ASSERT_EQ(platform::wcsnlen(end - length, length), length);
             ASSERT_EQ(platform::wcsnlen(end - 300, length), length);
             end[-1] = 0;
-            ASSERT_EQ(platform::wcsnlen(end - std::max<size_t>(length, 1), SIZE_MAX),
-                      std::max<size_t>(length, 1) - 1);
+            ASSERT_EQ(platform::wcsnlen(end - length, SIZE_MAX), length - 1);
+            std::u16string copy(length + 9, u'-'); // of a text that ends at the page's end, with room for more
+            copy.resize(platform::copy_text(copy.data(), end - length, copy.size()));
+            ASSERT_EQ(copy, std::u16string(length - 1, u'x'));
             end[-1] = u'x';
         }
     }
