@@ -19,8 +19,10 @@ uint32_t load(const uint8_t* bytes) {
 }
 
 void store(uint8_t* bytes, uint32_t value) {
-    for (int i = 0; i < 4; ++i)
-        bytes[i] = static_cast<uint8_t>(value >> 8 * i);
+    bytes[0] = static_cast<uint8_t>(value);
+    bytes[1] = static_cast<uint8_t>(value >> 8);
+    bytes[2] = static_cast<uint8_t>(value >> 16);
+    bytes[3] = static_cast<uint8_t>(value >> 24);
 }
 
 // 2^32 times the absolute sine of 1 to 64 radians.
@@ -88,10 +90,16 @@ void digest_blocks(uint32_t (&state)[4], const uint8_t* bytes, uint32_t block_co
         digest_block(state, bytes, std::make_integer_sequence<int, 64>{});
 }
 
+// Clears the blocks one by one: the compiler makes a few wide stores for one, and a slow string instruction for two.
+void clear_blocks(uint8_t* bytes, uint32_t count) {
+    for (; count != 0; --count, bytes += block_size)
+        std::memset(bytes, 0, block_size);
+}
+
 // Pads the rest with a one bit, zeros and the count of bits, into one block or two; returns how many.
 uint32_t pad(uint8_t* tail, const uint8_t* rest, uint32_t rest_size, uint32_t byte_count) {
     const uint32_t blocks = rest_size < block_size - length_size ? 1 : 2;
-    std::memset(tail, 0, blocks * block_size);
+    clear_blocks(tail, blocks);
     if (rest_size != 0)
         std::memcpy(tail, rest, rest_size);
     tail[rest_size] = 0x80;
@@ -104,7 +112,8 @@ uint32_t pad(uint8_t* tail, const uint8_t* rest, uint32_t rest_size, uint32_t by
 // Clears the record. Nothing reads it again, so the compiler might leave the clearing out; the empty instruction
 // counts as a reader.
 void clear(context& used) {
-    std::memset(&used, 0, sizeof used);
+    std::memset(used.state, 0, sizeof used.state);
+    clear_blocks(used.tail, sizeof used.tail / block_size);
     __asm__ volatile("" : : "r"(&used) : "memory");
 }
 
@@ -118,9 +127,12 @@ void ZU_md5_hash(const uint8_t* bytes, uint32_t byte_count, uint8_t* digest) {
     state[2] = 0x98badcfe;
     state[3] = 0x10325476;
 
+    // The tail is made first, so that the blocks before it leave time to store its single bytes: a word of them is loaded
+    // slowly as long as they are on their way.
     const uint32_t rest_size = byte_count % block_size;
+    const uint32_t tail_blocks = pad(md5.tail, bytes + (byte_count - rest_size), rest_size, byte_count);
     digest_blocks(state, bytes, byte_count / block_size);
-    digest_blocks(state, md5.tail, pad(md5.tail, bytes + (byte_count - rest_size), rest_size, byte_count));
+    digest_blocks(state, md5.tail, tail_blocks);
 
     for (int i = 0; i < 4; ++i)
         store(digest + 4 * i, state[i]);
