@@ -31,6 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     platform::registers = {};
     const std::u16string without = widened(bytes);
     const std::string narrow_without = narrowed(units_of(data, size));
+    platform::registers = {all.of_32_bytes, false};
+    check(narrowed(units_of(data, size)) == narrow_without);
     platform::registers = all;
     const std::u16string from_bytes = widened(bytes);
     check(from_bytes == without);

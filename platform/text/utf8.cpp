@@ -44,8 +44,8 @@ size_t copy_ascii_blocks(const From* __restrict text, To* __restrict out, size_t
     return length;
 }
 
-// The units or bytes that are converted between two looks at the room that is left.
-constexpr ptrdiff_t run = 16;
+// The most units or bytes that are converted between two looks at the room that is left.
+constexpr ptrdiff_t run = 32;
 
 size_t encoded_size(char32_t character) {
     return character < 0x80 ? 1 : character < 0x800 ? 2 : character < 0x10000 ? 3 : 4;
@@ -189,14 +189,18 @@ bool move_over_ascii(const conversion_state<From, To>& state, const From*& at, T
     return copied != 0;
 }
 
-// Converts as long as the area has room for the longest result of the next run.
+// Converts runs that are sure to fit into the area: four bytes a unit hold every character, also one whose second unit
+// lies behind the run.
 void narrow_blocks(narrowing& state) {
     const WCHAR* at = state.at;
     char* out = state.out;
-    while (state.end - at > run && state.out_end - out >= 3 * run + 4) {
+    while (const ptrdiff_t length = std::min({run, state.end - at, (state.out_end - out) / 4})) {
         if (move_over_ascii(state, at, out))
             continue;
-        for (const WCHAR* const stop = at + run; at < stop;) {
+        const WCHAR* const stop = at + length;
+        if (registers.of_32_bytes && !is_high_surrogate(*at))
+            out = narrow_by_eights(at, stop, out);
+        while (at < stop) {
             const char32_t unit = *at;
             if (unit < 0xD800 || unit >= 0xE000) {
                 out = put_utf8(unit, out);

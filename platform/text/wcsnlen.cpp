@@ -38,8 +38,8 @@ __attribute__((no_sanitize("address", "thread"))) size_t length_by_words(const W
 // Copies a text whose units, up to the limit, all lie in one page.
 __attribute__((no_sanitize("address", "thread"))) size_t copy_short(WCHAR* out, const WCHAR* text,
                                                                     size_t limit) {
-    using vector = WCHAR __attribute__((vector_size(16)));
-    using unaligned = WCHAR __attribute__((vector_size(16), may_alias, aligned(1)));
+    using vector = uint16_t __attribute__((vector_size(16)));
+    using unaligned = uint16_t __attribute__((vector_size(16), may_alias, aligned(1)));
     using halves = uint64_t __attribute__((vector_size(16)));
     constexpr size_t vector_units = sizeof(vector) / sizeof(WCHAR);
     size_t length = 0;

@@ -68,15 +68,20 @@ TEST(utf8, wide_registers_change_nothing) {
             const std::u16string& letters = kinds[kind];
             wide += kind == 3 ? letters : letters.substr(random() % letters.size(), 1);
         }
-        std::string narrow[2];
-        for (bool with : {false, true}) {
-            platform::registers = with ? all : platform::wide_registers{};
-            narrow[with].resize(platform::utf8_size(wide.data(), wide.size()));
-            ASSERT_EQ(
-                platform::utf8_from_wide(wide.data(), wide.size(), narrow[with].data(), narrow[with].size()),
-                narrow[with].size());
+        std::string narrow[3];
+        for (size_t with : {0, 1, 2}) {
+            platform::registers =
+                with == 2 ? all : platform::wide_registers{with == 1 && all.of_32_bytes, false};
+            const size_t size = platform::utf8_size(wide.data(), wide.size()),
+                         room = size + random() % 2 * 90;
+            narrow[with].assign(size + 99, '-');
+            ASSERT_EQ(platform::utf8_from_wide(wide.data(), wide.size(), narrow[with].data(), room), size);
+            ASSERT_EQ(narrow[with].find_first_not_of('-', room), std::string::npos)
+                << "written behind the area";
+            narrow[with].resize(size);
         }
         ASSERT_EQ(narrow[0], narrow[1]);
+        ASSERT_EQ(narrow[0], narrow[2]);
         for (size_t wrong = random() % 3; wrong > 0 && !wide.empty(); --wrong)
             narrow[0][random() % narrow[0].size()] = "\x80\xBF\xC0\xC1\xE0\xED\xF4\xF5"[random() % 8];
         std::u16string read[2];
@@ -120,7 +125,8 @@ TEST(wide_text, lengths_and_copies_at_the_end_of_a_page) {
             ASSERT_EQ(platform::wcsnlen(end - 300, length), length);
             end[-1] = 0;
             ASSERT_EQ(platform::wcsnlen(end - length, SIZE_MAX), length - 1);
-            std::u16string copy(length + 9, u'-'); // of a text that ends at the page's end, with room for more
+            std::u16string copy(length + 9,
+                                u'-'); // of a text that ends at the page's end, with room for more
             copy.resize(platform::copy_text(copy.data(), end - length, copy.size()));
             ASSERT_EQ(copy, std::u16string(length - 1, u'x'));
             end[-1] = u'x';
