@@ -1,4 +1,5 @@
-// zu-helper runs what must not run inside the process that uses the library. One source per command.
+// zu-helper runs what must not run inside the process that uses the library. One source per command, but `ended` is in that of
+// `unit`.
 #pragma once
 
 namespace zu_helper {
@@ -7,5 +8,6 @@ namespace zu_helper {
 int logon(int count, char** arguments);
 int service(int count, char** arguments);
 int unit(int count, char** arguments);
+int ended(int count, char** arguments);
 
 } // namespace zu_helper

@@ -12,6 +12,7 @@ struct command {
 };
 
 constexpr command commands[] = {
+    {"ended", zu_helper::ended},
     {"logon", zu_helper::logon},
     {"service", zu_helper::service},
     {"unit", zu_helper::unit},

@@ -1,6 +1,9 @@
 // zu-helper unit NAME: runs an installed service in the foreground, as the main process of a unit of systemd. The unit's
 // control group does what the keeper does elsewhere.
+// zu-helper ended NAME: run by systemd when that unit has ended, notes why, for what the first could not tell itself.
 #include <signal.h>
+
+#include <cstdlib>
 
 #include "helper/helper.h"
 #include "helper/manager_socket.h"
@@ -9,6 +12,7 @@
 #include "platform/services/service_directory.h"
 #include "platform/services/service_log.h"
 #include "platform/services/service_run.h"
+#include "platform/services/service_unit.h"
 #include "platform/services/systemd.h"
 #include "platform/text/utf8.h"
 
@@ -24,7 +28,7 @@ DWORD start_as_unit(layer::installed_service& needed, const manager_socket& mana
     if (const DWORD code = needed.status(status);
         code != ERROR_SUCCESS || status.dwCurrentState != SERVICE_STOPPED)
         return code;
-    const std::string unit = layer::unit_of(needed.record().name);
+    const std::string unit = needed.unit();
     if (unit.empty())
         return ERROR_INVALID_NAME;
     manager.tell("STATUS=waiting for " + unit + "\nEXTEND_TIMEOUT_USEC=90000000");
@@ -40,11 +44,13 @@ DWORD prepare(layer::wide_view name, const manager_socket& manager, layer::begun
     std::unique_ptr<layer::installed_service> service;
     DWORD code = layer::the_service_manager().open(name, service);
     if (code == ERROR_SUCCESS)
-        code = layer::prepare_start(
-            layer::the_service_manager(), *service,
-            [&](layer::installed_service& needed) { return start_as_unit(needed, manager); });
-    if (code == ERROR_SUCCESS)
         code = layer::open_service_directory(name, directory);
+    if (code == ERROR_SUCCESS)
+        code = layer::check_record(*service);
+    if (code == ERROR_SUCCESS)
+        code = layer::start_needed(
+            layer::the_service_manager(), service->record(),
+            [&](layer::installed_service& needed) { return start_as_unit(needed, manager); });
     if (code == ERROR_SUCCESS)
         code = layer::begin_start(directory.get(), service->record(), begun);
     return code;
@@ -64,6 +70,9 @@ int unit(int count, char** arguments) {
     descriptor directory;
     if (const DWORD code = prepare(name, manager, begun, directory); code != ERROR_SUCCESS) {
         layer::log_failed_start(name, "looking at it and at what it depends on", code);
+        begun.lock.reset();
+        if (directory)
+            layer::store_failed_start(directory.get(), code);
         return 1;
     }
     const notify_place place(directory.get());
@@ -79,6 +88,19 @@ int unit(int count, char** arguments) {
     begun.status.reset();
     layer::remove_if_deleted(directory.get());
     return exit_status;
+}
+
+int ended(int count, char** arguments) {
+    const char* const result = std::getenv("SERVICE_RESULT");
+    const char* const status = std::getenv("EXIT_STATUS"); // a number, or the name of a signal
+    descriptor directory;
+    if (count != 1 || !result)
+        return 2;
+    const std::u16string name = layer::wide_from(arguments[0]);
+    if (layer::open_service_directory(name, directory) == ERROR_SUCCESS)
+        layer::note_end_of_unit(directory.get(), layer::unit_of(name), result,
+                                status ? static_cast<DWORD>(std::atoi(status)) : 0);
+    return 0;
 }
 
 } // namespace zu_helper

@@ -20,8 +20,8 @@ bool names_it(const std::vector<std::u16string>& names, wide_view wanted) {
 // Waits while a service starts, as long as it reports progress within the time that it asks for. 1068
 // (ERROR_SERVICE_DEPENDENCY_FAIL) if it does not run after that.
 DWORD wait_until_it_runs(installed_service& service) {
-    DWORD check_point = 0;
-    for (DWORD progress = GetTickCount();; Sleep(10)) {
+    DWORD check_point = 0, pause_ms = 10;
+    for (DWORD progress = GetTickCount();; Sleep(pause_ms), pause_ms = std::min<DWORD>(2 * pause_ms, 160)) {
         SERVICE_STATUS status;
         if (const DWORD code = service.status(status); code != ERROR_SUCCESS)
             return code;
@@ -70,7 +70,7 @@ DWORD check_for_circle(service_manager& manager, const service_record& record) {
     return ERROR_SUCCESS;
 }
 
-DWORD prepare_start(service_manager& manager, installed_service& service, const start_function& start) {
+DWORD check_record(const installed_service& service) {
     const service_record& record = service.record();
     if (service.is_marked())
         return ERROR_SERVICE_MARKED_FOR_DELETE;
@@ -78,23 +78,29 @@ DWORD prepare_start(service_manager& manager, installed_service& service, const 
         return ERROR_SERVICE_DISABLED;
     if (!(record.type & program_types))
         return ERROR_BAD_EXE_FORMAT; // a driver
-    SERVICE_STATUS status = {};
-    DWORD code = service.finish_off();
-    if (code == ERROR_SUCCESS)
-        code = service.status(status);
-    if (code == ERROR_SUCCESS && status.dwCurrentState != SERVICE_STOPPED)
-        code = ERROR_SERVICE_ALREADY_RUNNING;
-    if (code == ERROR_SUCCESS)
-        code = check_for_circle(manager, record);
+    return ERROR_SUCCESS;
+}
+
+DWORD start_needed(service_manager& manager, const service_record& record, const start_function& start) {
+    DWORD code = check_for_circle(manager, record);
     for (size_t i = 0; code == ERROR_SUCCESS && i < record.dependencies.size(); ++i)
         code = start_dependency(manager, record.dependencies[i], start);
     return code;
 }
 
 DWORD start_with_dependencies(service_manager& manager, installed_service& service) {
-    const DWORD code = prepare_start(manager, service, [&](installed_service& needed) {
-        return start_with_dependencies(manager, needed);
-    });
+    SERVICE_STATUS status = {};
+    DWORD code = check_record(service);
+    if (code == ERROR_SUCCESS)
+        code = service.finish_off();
+    if (code == ERROR_SUCCESS)
+        code = service.status(status);
+    if (code == ERROR_SUCCESS && status.dwCurrentState != SERVICE_STOPPED)
+        code = ERROR_SERVICE_ALREADY_RUNNING;
+    if (code == ERROR_SUCCESS)
+        code = start_needed(manager, service.record(), [&](installed_service& needed) {
+            return start_with_dependencies(manager, needed);
+        });
     if (code == ERROR_SUCCESS)
         return service.start();
     if (code != ERROR_SERVICE_ALREADY_RUNNING)

@@ -13,10 +13,12 @@ DWORD check_for_circle(service_manager& manager, const service_record& record);
 // Starts a service after those that it depends on.
 DWORD start_with_dependencies(service_manager& manager, installed_service& service);
 
-// Starts the services that a service depends on, but not the service itself. 0 if it may be started now. `start` begins to
-// start one of those that it depends on, unless that one is alive.
+// 0 if a service can be started by its record: it is not being deleted, not disabled, and no driver.
+DWORD check_record(const installed_service& service);
+
+// Starts the services that one depends on. `start` begins to start one of them, unless that one is alive.
 using start_function = std::function<DWORD(installed_service& needed)>;
-DWORD prepare_start(service_manager& manager, installed_service& service, const start_function& start);
+DWORD start_needed(service_manager& manager, const service_record& record, const start_function& start);
 
 // 1051 (ERROR_DEPENDENT_SERVICES_RUNNING) while a service that has not stopped depends on this one.
 DWORD check_for_dependents(service_manager& manager, const service_record& record);

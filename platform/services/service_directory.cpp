@@ -10,16 +10,20 @@
 #include <climits>
 #include <cstring>
 #include <mutex>
+#include <optional>
 
 #include "platform/core/error.h"
 #include "platform/core/host_dir.h"
 #include "platform/core/retry.h"
 #include "platform/services/dependencies.h"
+#include "platform/services/other_unit.h"
 #include "platform/services/service_lock.h"
 #include "platform/services/service_protocol.h"
 #include "platform/services/service_run.h"
 #include "platform/services/service_status.h"
+#include "platform/services/service_unit.h"
 #include "platform/services/systemd.h"
+#include "platform/services/unit_state.h"
 
 namespace platform {
 
@@ -159,6 +163,8 @@ public:
 
     const service_record& record() const override { return record_; }
 
+    std::string unit() const override { return unit_of(record_.name); }
+
     bool may_be_changed() const override {
         return faccessat(directory_.get(), ".", W_OK | X_OK, AT_EACCESS) == 0;
     }
@@ -175,9 +181,11 @@ public:
         const std::lock_guard guard(watch_lock_);
         service_life life;
         const DWORD code = watch_.look(directory_.get(), life);
-        if (code == ERROR_SUCCESS)
-            out = status_of(record_, life);
-        return code;
+        if (code != ERROR_SUCCESS)
+            return code;
+        out = status_of(record_, life);
+        return record_.is_unit && !life.is_alive && may_be_up(directory_.get(), unit()) ? ask_manager(out)
+                                                                                        : ERROR_SUCCESS;
     }
 
     DWORD start() override {
@@ -192,12 +200,25 @@ public:
     DWORD finish_off() override { return finish_off_service(directory_.get()); }
 
 private:
+    // The manager's own view of the service, unless that is stopped as well.
+    DWORD ask_manager(SERVICE_STATUS& out) {
+        if (!unit_watch_)
+            unit_watch_.emplace(is_of_users_manager(directory_.get()), unit());
+        SERVICE_STATUS found;
+        const DWORD code = unit_watch_->look(found);
+        found.dwServiceType = record_.type;
+        if (code == ERROR_SUCCESS && found.dwCurrentState != SERVICE_STOPPED)
+            out = found;
+        return code;
+    }
+
     std::string path_; // the directory of all services
     descriptor directory_;
     descriptor record_file_;
     service_record record_;
     std::mutex watch_lock_;
     status_watch watch_;
+    std::optional<unit_watch> unit_watch_; // once the manager has been asked
 };
 
 // Whether nothing of a service lives. False also if that cannot be told.
@@ -218,30 +239,48 @@ bool remove_unused(int all, const std::string& name) {
     if (!is_known || !has_mark(directory.get(), deleted_mark) || !lock_record(record.get(), F_WRLCK)
         || service_lock::is_held(directory.get(), start_lock) || !nothing_lives(directory.get()))
         return false;
+    const bool starts_again = has_mark(directory.get(), restarts_mark);
+    const bool for_user = is_of_users_manager(directory.get());
     if (!take_out(all, name.c_str()))
         return false;
     if (found.is_unit) {
-        run_systemctl({"disable", "--", unit_of(found.name)});
-        run_systemctl({"reset-failed", "--", unit_of(found.name)});
+        if (starts_again)
+            run_systemctl(for_user, {"stop", "--no-block", "--", unit_of(found.name)});
+        run_systemctl(for_user, {"disable", "--", unit_of(found.name)});
+        run_systemctl(for_user, {"reset-failed", "--", unit_of(found.name)});
     }
     return true;
 }
 
-// Decides whether the host's manager runs a new service. The administrator can say so in a file.
-DWORD choose_manager(int all, service_record& record) {
-    std::string word;
-    if (!read_whole(all, ".manager", word) && errno != ENOENT)
+// Reads what the administrator has decided about the manager of services; empty for nothing.
+DWORD read_decision(const std::string& path, std::string& word) {
+    if (!read_whole(AT_FDCWD, (path + "/.manager").c_str(), word) && errno != ENOENT && errno != ENOTDIR)
         return code_of_errno(errno);
     word = word.substr(0, word.find_last_not_of(" \n") + 1);
-    if (!word.empty() && word != "helper" && word != "systemd")
-        return ERROR_INVALID_DATA;
+    return word.empty() || word == "helper" || word == "systemd" ? ERROR_SUCCESS : ERROR_INVALID_DATA;
+}
+
+// Decides whether the host's manager runs a new service.
+DWORD choose_manager(const std::string& path, service_record& record) {
+    std::string word;
+    const DWORD code = read_decision(path, word);
     record.is_unit =
         (word == "systemd" || (word.empty() && prefers_units())) && !unit_of(record.name).empty();
-    return ERROR_SUCCESS;
+    return code;
+}
+
+// Finds a unit of the machine that others wrote. It is a service where those of the machine are units. 1060 for none.
+DWORD find_other_unit(const std::string& path, wide_view name, unit_file& out) {
+    std::string word;
+    const DWORD code = read_decision(path, word);
+    if (code != ERROR_SUCCESS)
+        return code;
+    const bool are_seen = word == "systemd" || (word.empty() && runs_this_machine());
+    return are_seen ? find_unit_file(name, out) : ERROR_SERVICE_DOES_NOT_EXIST;
 }
 
 // Whether a service can be recorded under its names, and beside those that it depends on.
-DWORD check_names(service_manager& manager, int all, const service_record& record) {
+DWORD check_names(service_manager& manager, const std::string& path, int all, const service_record& record) {
     const std::string name = directory_name_of(record.name);
     if (const descriptor same = open_directory_of(all, name)) {
         if (!has_mark(same.get(), deleted_mark))
@@ -251,6 +290,9 @@ DWORD check_names(service_manager& manager, int all, const service_record& recor
     } else if (errno != ENOENT) {
         return code_of_errno(errno);
     }
+    unit_file other;
+    if (const DWORD code = find_other_unit(path, record.name, other); code != ERROR_SERVICE_DOES_NOT_EXIST)
+        return code == ERROR_SUCCESS ? ERROR_SERVICE_EXISTS : code;
     std::vector<service_record> others;
     if (const DWORD code = manager.all(others); code != ERROR_SUCCESS)
         return code;
@@ -281,32 +323,13 @@ public:
 
     DWORD open(wide_view name, std::unique_ptr<installed_service>& out) override {
         const std::string path = services_path();
-        const std::string directory_name = directory_name_of(name);
-        descriptor directory = open_directory_of(AT_FDCWD, path + '/' + directory_name);
-        if (!directory)
-            return code_of_search(errno);
-        descriptor file(openat(directory.get(), record_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-        if (!file)
-            return code_of_search(errno);
-        if (has_mark(directory.get(), deleted_mark) && !others_have_it_open(file.get())
-            && nothing_lives(directory.get())) {
-            file.reset();
-            remove_if_unused(path, directory_name); // does nothing if the caller has no right to
-            return ERROR_SERVICE_DOES_NOT_EXIST;
-        }
-        struct stat status;
-        if (!lock_record(file.get(), F_RDLCK))
-            return errno == EAGAIN || errno == EACCES ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(errno);
-        if (fstat(file.get(), &status) == 0 && status.st_nlink == 0)
-            return ERROR_SERVICE_DOES_NOT_EXIST; // it was removed at this moment
-        service_record record;
-        if (const DWORD code = read_service(directory.get(), record); code != ERROR_SUCCESS)
-            return code;
-        if (!same_service_name(record.name, name))
-            return ERROR_SERVICE_DOES_NOT_EXIST;
-        out = std::make_unique<directory_service>(path, std::move(directory), std::move(file),
-                                                  std::move(record));
-        return ERROR_SUCCESS;
+        DWORD code = open_own(path, name, out);
+        unit_file other;
+        if (code == ERROR_SERVICE_DOES_NOT_EXIST)
+            code = find_other_unit(path, name, other);
+        if (!other.unit.empty())
+            out = service_of_unit(other);
+        return code;
     }
 
     DWORD find(wide_view name, service_record& out) override {
@@ -350,9 +373,9 @@ public:
         const service_lock lock(all.get(), all_services_lock);
         if (lock.code() != ERROR_SUCCESS)
             return lock.code();
-        DWORD code = check_names(*this, all.get(), record);
+        DWORD code = check_names(*this, path, all.get(), record);
         if (code == ERROR_SUCCESS)
-            code = choose_manager(all.get(), record);
+            code = choose_manager(path, record);
         if (code != ERROR_SUCCESS)
             return code;
         if (!write_service(all.get(), record)) {
@@ -366,11 +389,45 @@ public:
     }
 
 private:
+    // Opens a service that has a directory.
+    static DWORD open_own(const std::string& path, wide_view name, std::unique_ptr<installed_service>& out) {
+        const std::string directory_name = directory_name_of(name);
+        descriptor directory = open_directory_of(AT_FDCWD, path + '/' + directory_name);
+        if (!directory)
+            return code_of_search(errno);
+        descriptor file(openat(directory.get(), record_name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+        if (!file)
+            return code_of_search(errno);
+        if (has_mark(directory.get(), deleted_mark) && !others_have_it_open(file.get())
+            && nothing_lives(directory.get())) {
+            file.reset();
+            remove_if_unused(path, directory_name); // does nothing if the caller has no right to
+            return ERROR_SERVICE_DOES_NOT_EXIST;
+        }
+        struct stat status;
+        if (!lock_record(file.get(), F_RDLCK))
+            return errno == EAGAIN || errno == EACCES ? ERROR_SERVICE_DOES_NOT_EXIST : code_of_errno(errno);
+        if (fstat(file.get(), &status) == 0 && status.st_nlink == 0)
+            return ERROR_SERVICE_DOES_NOT_EXIST; // it was removed at this moment
+        service_record record;
+        if (const DWORD code = read_service(directory.get(), record); code != ERROR_SUCCESS)
+            return code;
+        if (!same_service_name(record.name, name))
+            return ERROR_SERVICE_DOES_NOT_EXIST;
+        out = std::make_unique<directory_service>(path, std::move(directory), std::move(file),
+                                                  std::move(record));
+        return ERROR_SUCCESS;
+    }
+
     // Lets the machine's start begin the unit. If that fails, the new service is removed again.
     static DWORD enable(int all, const service_record& record) {
-        const DWORD code = run_systemctl({"enable", "--", unit_of(record.name)});
+        const std::string name = directory_name_of(record.name);
+        const descriptor directory = open_directory_of(all, name);
+        const DWORD code = directory ? run_systemctl(is_of_users_manager(directory.get()),
+                                                     {"enable", "--", unit_of(record.name)})
+                                     : code_of_errno(errno);
         if (code != ERROR_SUCCESS)
-            take_out(all, directory_name_of(record.name).c_str());
+            take_out(all, name.c_str());
         return code;
     }
 };

@@ -21,9 +21,15 @@ descriptor open_lock(int directory, const char* name) {
     struct stat above, own;
     if (!file || fstat(directory, &above) != 0 || fstat(file.get(), &own) != 0 || own.st_uid != geteuid())
         return file;
+    // Root's lock in a directory of another user, as which a unit's helper may run, belongs to that user. A link to
+    // another file does not.
+    constexpr uid_t same_user = -1;
+    constexpr gid_t same_group = -1;
+    if (own.st_uid == 0 && above.st_uid != 0 && own.st_nlink == 1 && own.st_size == 0)
+        fchown(file.get(), above.st_uid, same_group);
     const bool is_for_group =
         (above.st_mode & S_IWGRP) != 0
-        && (own.st_gid == above.st_gid || fchown(file.get(), own.st_uid, above.st_gid) == 0);
+        && (own.st_gid == above.st_gid || fchown(file.get(), same_user, above.st_gid) == 0);
     const mode_t mode = 0600 | (is_for_group ? 060 : 0) | ((above.st_mode & S_IWOTH) != 0 ? 06 : 0);
     if ((own.st_mode & 0777) != mode)
         fchmod(file.get(), mode);

@@ -2,7 +2,8 @@
 //
 // The calls hold the platform's rules: handles, rights, arguments, dependencies and the codes that belong to them. A
 // manager holds the services: it records them, runs them and tells what lives. The one here keeps them in the host
-// directory, and runs each under a helper of its own (service_directory.cpp); another could pass them to the host's.
+// directory (service_directory.cpp) and runs each under a helper of its own. Where systemd runs the machine, units that
+// others wrote are services as well (other_unit.cpp).
 // A function that gives a code gives 0 when it has done its work.
 #pragma once
 
@@ -20,6 +21,7 @@ public:
     virtual ~installed_service() = default; // the last one removes a service that is marked and has stopped
 
     virtual const service_record& record() const = 0;
+    virtual std::string unit() const = 0; // its name as a unit of the host's manager; empty if it can be none
     virtual bool may_be_changed() const = 0; // whether the caller may start, stop and delete it
     virtual bool is_marked() const = 0;      // whether it is marked for deletion
     virtual DWORD mark() = 0;                // 1072 (ERROR_SERVICE_MARKED_FOR_DELETE) if it is marked already
@@ -43,7 +45,9 @@ public:
 
     // Opens a service. 1060 (ERROR_SERVICE_DOES_NOT_EXIST), or the code of why the search failed.
     virtual DWORD open(wide_view name, std::unique_ptr<installed_service>& out) = 0;
-    virtual DWORD find(wide_view name, service_record& out) = 0; // without opening it
+
+    // The records of services, without opening them. Units that others wrote have none.
+    virtual DWORD find(wide_view name, service_record& out) = 0;
     virtual DWORD all(std::vector<service_record>& out) = 0;
 
     // Installs a service. 1073 (ERROR_SERVICE_EXISTS), 1072 and 1078 (ERROR_DUPLICATE_SERVICE_NAME) for names that are

@@ -12,6 +12,8 @@ inline constexpr int stop_signal = SIGTERM;
 // Marks: empty files of a service's directory, which mean something by existing.
 inline constexpr const char* reports_mark = "reports"; // the service has reported its state
 inline constexpr const char* deleted_mark = "deleted"; // the service is marked for deletion
+inline constexpr const char* restarts_mark =
+    "restarts"; // the host's manager starts it again when it has ended
 bool has_mark(int directory, const char* mark);
 bool set_mark(int directory, const char* mark); // false with errno: EEXIST when it is set
 void clear_mark(int directory, const char* mark);

@@ -149,11 +149,7 @@ DWORD start_service(int directory, const service_record& record) {
     const DWORD unknown = status_watch().look(directory, life);
     if (unknown != ERROR_SUCCESS || life.has_helper) // the start may still succeed
         return unknown != ERROR_SUCCESS ? unknown : code;
-    service_report report;
-    report.state = SERVICE_STOPPED;
-    report.exit_code = code;
-    write_report(begun.status.get(), report);
-    publish_status(directory, begun.status.get());
+    publish_failure(directory, begun.status.get(), code);
     return code;
 }
 

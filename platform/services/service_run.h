@@ -32,10 +32,6 @@ DWORD begin_start(int directory, const service_record& record, begun_start& out)
 // of it lives or it is being started.
 DWORD start_service(int directory, const service_record& record);
 
-// Starts the service as a unit of the host's manager. 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) if the unit fails.
-DWORD start_unit(int directory, const service_record& record);
-DWORD stop_unit(int directory, const service_record& record);
-
 // Orders the helper to stop the service, and waits until it has begun to.
 DWORD stop_service(int directory);
 

@@ -111,6 +111,15 @@ bool publish_status(int directory, int status) {
     return fchmod(status, 0644) == 0 && renameat(directory, new_status_name, directory, "status") == 0;
 }
 
+void publish_failure(int directory, int status, DWORD exit_code, DWORD specific_exit_code) {
+    service_report report;
+    report.state = SERVICE_STOPPED;
+    report.exit_code = exit_code;
+    report.specific_exit_code = specific_exit_code;
+    if (write_report(status, report))
+        publish_status(directory, status);
+}
+
 void release_alive_byte(int status) {
     struct flock lock = lock_of(F_UNLCK, alive_byte);
     fcntl(status, F_OFD_SETLK, &lock);

@@ -40,6 +40,9 @@ bool become_helper(int status);
 // Puts a status file in the place of the one before, where everybody sees it. False with errno.
 bool publish_status(int directory, int status);
 
+// Puts a status file in the place of the one before that tells why the service has not run.
+void publish_failure(int directory, int status, DWORD exit_code, DWORD specific_exit_code = 0);
+
 // Frees byte 0 for all who have inherited it: nothing of the service lives any more.
 void release_alive_byte(int status);
 

@@ -1,11 +1,15 @@
-// Services as units of the host's manager, which starts and stops them. Their status is the same as of other services.
+// Services as units of systemd.
+#include "platform/services/service_unit.h"
+
 #include <sys/stat.h>
 
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
 #include "platform/services/service_log.h"
+#include "platform/services/service_protocol.h"
 #include "platform/services/service_run.h"
 #include "platform/services/systemd.h"
+#include "platform/services/unit_state.h"
 
 namespace platform {
 
@@ -13,6 +17,7 @@ namespace {
 
 constexpr DWORD answer_limit_ms = 30000;
 constexpr DWORD look_at_unit_ms = 250;
+constexpr DWORD end_of_unit_ms = 1000;
 
 // The mark by which a new status file is told from the one before.
 struct file_mark {
@@ -39,9 +44,25 @@ DWORD code_of_ended_start(const service_report& report) {
     return has_run ? ERROR_SUCCESS : report.exit_code;
 }
 
-// Waits until the unit's helper has started the program. 1053 if the unit fails before that.
+// Stores why the service has ended. Nothing of it lives, and nobody starts it, or this does nothing.
+void store_end(int directory, const SERVICE_STATUS& end) {
+    const service_lock lock(directory, start_lock);
+    const descriptor status =
+        check_start(directory, lock) == ERROR_SUCCESS ? new_status(directory) : descriptor();
+    if (status)
+        publish_failure(directory, status.get(), end.dwWin32ExitCode, end.dwServiceSpecificExitCode);
+}
+
+// Whether the manager has ended the unit because it failed. False also if that could not be asked.
+bool has_failed(unit_watch& manager, SERVICE_STATUS& end) {
+    return manager.look(end) == ERROR_SUCCESS && end.dwCurrentState == SERVICE_STOPPED
+           && end.dwWin32ExitCode != ERROR_SUCCESS;
+}
+
+// Waits until the unit's helper has started the program, or the unit fails before that.
 DWORD wait_for_program(int directory, const file_mark& before, const std::string& unit) {
     status_watch watch;
+    unit_watch manager(is_of_users_manager(directory), unit);
     const DWORD start = GetTickCount();
     for (DWORD next_look = look_at_unit_ms;; Sleep(5)) {
         service_life life;
@@ -57,22 +78,46 @@ DWORD wait_for_program(int directory, const file_mark& before, const std::string
         if (waited < next_look)
             continue;
         next_look = waited + look_at_unit_ms;
-        if (has_failed(unit) && file_mark(directory) == before)
-            return ERROR_SERVICE_REQUEST_TIMEOUT;
+        SERVICE_STATUS end;
+        if (!has_failed(manager, end) || !(file_mark(directory) == before))
+            continue;
+        store_end(directory, end); // the helper could not: it did not run
+        return end.dwWin32ExitCode == ERROR_FILE_NOT_FOUND ? ERROR_FILE_NOT_FOUND
+                                                           : ERROR_SERVICE_REQUEST_TIMEOUT;
     }
+}
+
+// Whether the manager has not seen the unit end yet.
+bool has_not_ended(int directory, const std::string& unit) {
+    struct stat all, link;
+    if (fstatat(directory, "..", &all, 0) != 0)
+        return true; // asking the manager will tell
+    // systemd keeps this link from the start of a unit until it is inactive or failed. Other users' are hidden.
+    const std::string runtime = all.st_uid == 0 ? "/run" : "/run/user/" + std::to_string(all.st_uid);
+    return lstat((runtime + "/systemd/units/invocation:" + unit).c_str(), &link) == 0;
 }
 
 } // namespace
 
+bool is_of_users_manager(int directory) {
+    struct stat all;
+    return fstatat(directory, "..", &all, 0) == 0 && all.st_uid != 0;
+}
+
+bool may_be_up(int directory, const std::string& unit) {
+    return has_mark(directory, restarts_mark) || has_not_ended(directory, unit);
+}
+
 DWORD start_unit(int directory, const service_record& record) {
     const std::string unit = unit_of(record.name);
+    const bool for_user = is_of_users_manager(directory);
     const service_lock lock(directory, order_lock);
     DWORD code = check_start(directory, lock);
     if (code != ERROR_SUCCESS)
         return code;
     const file_mark before(directory);
-    run_systemctl({"reset-failed", "--", unit}); // forgets the failure of an earlier start
-    code = run_systemctl({"start", "--no-block", "--", unit});
+    run_systemctl(for_user, {"reset-failed", "--", unit}); // forgets the failure of an earlier start
+    code = run_systemctl(for_user, {"start", "--no-block", "--", unit});
     if (code == ERROR_SUCCESS)
         code = wait_for_program(directory, before, unit);
     // A helper that came as far as a status of its own has logged the failure itself.
@@ -82,14 +127,55 @@ DWORD start_unit(int directory, const service_record& record) {
 }
 
 DWORD stop_unit(int directory, const service_record& record) {
+    const std::string unit = unit_of(record.name);
+    const bool for_user = is_of_users_manager(directory);
     status_watch watch;
     service_life life;
     DWORD code = watch.look(directory, life);
     if (code == ERROR_SUCCESS && !life.has_helper)
-        code = ERROR_SERVICE_NOT_ACTIVE;
+        return may_be_up(directory, unit) ? run_systemctl(for_user, {"stop", "--", unit})
+                                          : ERROR_SERVICE_NOT_ACTIVE;
     if (code == ERROR_SUCCESS)
-        code = run_systemctl({"stop", "--no-block", "--", unit_of(record.name)});
-    return code == ERROR_SUCCESS ? wait_for_stop(directory, watch, life) : code;
+        code = run_systemctl(for_user, {"stop", "--no-block", "--", unit});
+    if (code == ERROR_SUCCESS)
+        code = wait_for_stop(directory, watch, life);
+    if (code == ERROR_SUCCESS)
+        code = watch.look(directory, life);
+    // The manager needs a moment to see the end.
+    for (const DWORD start = GetTickCount(); code == ERROR_SUCCESS && !life.is_alive
+                                             && has_not_ended(directory, unit)
+                                             && GetTickCount() - start < end_of_unit_ms;)
+        Sleep(2);
+    return code;
+}
+
+void store_failed_start(int directory, DWORD code) {
+    SERVICE_STATUS end = {};
+    end.dwWin32ExitCode = code;
+    store_end(directory, end);
+}
+
+void note_end_of_unit(int directory, const std::string& unit, std::string_view result, DWORD exit_status) {
+    std::string rule;
+    if (ask_systemctl(is_of_users_manager(directory), {"show", "--property=Restart", "--", unit}, rule)
+            != ERROR_SUCCESS
+        || rule != "Restart=no\n")
+        set_mark(directory, restarts_mark);
+    else
+        clear_mark(directory, restarts_mark);
+
+    constexpr DWORD first_own_status =
+        200; // with those the manager says that it could not execute the helper
+    service_life last;
+    if (status_watch().look(directory, last) != ERROR_SUCCESS || last.is_alive)
+        return;
+    const bool helper_has_told =
+        result == "exit-code"
+        && (exit_status < first_own_status || last.report.specific_exit_code == exit_status);
+    SERVICE_STATUS end = {};
+    set_exit(result, exit_status, end);
+    if (end.dwWin32ExitCode != ERROR_SUCCESS && !helper_has_told)
+        store_end(directory, end);
 }
 
 } // namespace platform

@@ -1,8 +1,6 @@
 // Inside the layer: the host's service manager, systemd, under which a service can run as the unit zu@NAME.service.
 #pragma once
 
-#include <unistd.h>
-
 #include <initializer_list>
 #include <string>
 
@@ -13,8 +11,11 @@ namespace platform {
 // The unit of a service, the same for all spellings of its name; empty for a name that no unit can have.
 std::string unit_of(wide_view service_name);
 
-// Whether systemd runs the services of this caller and this host directory by default. It does for root and the machine's
-// own directory, if it runs and has the template of the units.
+// Whether systemd runs this machine, and what is kept in the standard host directory is that of the whole machine.
+bool runs_this_machine();
+
+// Whether systemd runs the services that this caller installs, unless the administrator has decided. It does for root, if
+// it runs the machine and has the template of the units.
 bool prefers_units();
 
 // Runs systemctl, for the manager of the machine or of the user, and waits for it. The result is 0 if it succeeded, 5
@@ -22,12 +23,7 @@ bool prefers_units();
 // of why it could not be started.
 DWORD run_systemctl(bool for_user, std::initializer_list<std::string> arguments);
 
-// The same, for the manager of this caller's own units.
-inline DWORD run_systemctl(std::initializer_list<std::string> arguments) {
-    return run_systemctl(geteuid() != 0, arguments);
-}
-
-// Whether the unit is in the failed state. What could not be asked is no failure of the unit: false.
-bool has_failed(const std::string& unit);
+// The same for what it prints. 1722 (RPC_S_SERVER_UNAVAILABLE) if it failed or took more than ten seconds.
+DWORD ask_systemctl(bool for_user, std::initializer_list<std::string> arguments, std::string& output);
 
 } // namespace platform

@@ -223,23 +223,24 @@ TEST_F(service, programs_that_cannot_run) {
     }
 }
 
-// A path needs no quotes where no program has a shorter name, and no letter in the right case.
+// A path needs no quotes where no program has a shorter name, and no letter in the right case. Names and arguments stay
+// what they are, whatever they mean to others.
 TEST_F(service, programs_by_other_spellings) {
     place_.make_directory("My Programs");
     place_.make_directory("My");
     place_.write("My Programs/a b", "#!/bin/sh\nprintf %s \"$*\" >\"$(dirname \"$0\")/said\"\n");
     chmod(place_.host_path("My Programs/a b").c_str(), 0755);
-    const std::u16string byte = {0xDCE9};
-    for (const std::u16string& command :
-         {u'"' + place_.drive_path(u"MY PROGRAMS\\A B") + u"\" -x  caf" + byte,
-          place_.drive_path(u"My programs\\a b") + u" -x  caf" + byte,
-          wide(place_.host_path("My Programs/a b")) + u" -x  caf" + byte}) {
-        ASSERT_TRUE(install(u"spelled", command));
-        EXPECT_EQ(start_code(u"spelled"), 0u) << narrow(command.substr(0, command.size() - 1));
-        EXPECT_TRUE(becomes(u"spelled", SERVICE_STOPPED));
-        EXPECT_EQ(place_.read("My Programs/said"), "-x caf\xE9");
+    const std::u16string words = u" -x $HOME ${A} %n ; *  caf" + std::u16string{0xDCE9};
+    for (const auto& [name, command] :
+         {std::pair{u"..", u'"' + place_.drive_path(u"MY PROGRAMS\\A B") + u'"'},
+          {u"-x 100%i ${A} $$ \"'", place_.drive_path(u"My programs\\a b")},
+          {u"É\n😀;*", wide(place_.host_path("My Programs/a b"))}}) {
+        ASSERT_TRUE(install(name, command + words));
+        EXPECT_EQ(start_code(name), 0u) << narrow(command);
+        EXPECT_TRUE(becomes(name, SERVICE_STOPPED));
+        EXPECT_EQ(place_.read("My Programs/said"), "-x $HOME ${A} %n ; * caf\xE9");
         place_.write("My Programs/said", "");
-        ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, u"spelled"));
+        ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, name));
     }
 }
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-// Called again inside that world: --call FUNCTION NAME [COMMAND].
+// Called again inside that world: --call FUNCTION NAME [COMMAND]. Prints the result, and after a failure the code.
 __attribute__((constructor)) void call_the_library(int count, char** arguments) {
     if (count < 4 || std::strcmp(arguments[1], "--call") != 0)
         return;
@@ -18,12 +18,36 @@ __attribute__((constructor)) void call_the_library(int count, char** arguments) 
         result = ZU_NT_service_start(nullptr, name.c_str());
     else if (what == "uninstall")
         result = ZU_NT_service_uninstall(nullptr, name.c_str());
+    else if (what == "stop")
+        result = ZU_NT_service_stop(nullptr, name.c_str());
     else
         result = ZU_NT_service_get_state(nullptr, name.c_str());
-    std::printf("%u\n", result);
+    std::printf(result != 0 ? "%u\n" : "%u, code %u\n", result, GetLastError());
+    if (platform::SERVICE_STATUS now; what == "status") {
+        const auto manager = platform::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+        platform::QueryServiceStatus(platform::OpenServiceW(manager, name.c_str(), SERVICE_QUERY_STATUS),
+                                     &now);
+        std::printf("exit %u %u, takes %u, hint %u\n", now.dwWin32ExitCode, now.dwServiceSpecificExitCode,
+                    now.dwControlsAccepted, now.dwWaitHint);
+    }
     std::fflush(stdout);
     _exit(0);
 }
+
+// Units that others wrote, and drop-ins for ours: files of systemd's folder, and their lines.
+constexpr std::pair<const char*, const char*> files[] = {
+    {"Plain.service", "ExecStart=/bin/sleep 1000"},
+    {"many@.service", "ExecStart=/bin/sleep 1000"},
+    {"slow.service", "Type=notify\nNotifyAccess=all\nTimeoutStartSec=1min 20s 500ms\n"
+                     "ExecStart=/bin/sh -c \"sleep 2; systemd-notify --ready; exec sleep 1000\""},
+    {"fails.service", "Type=notify\nExecStart=/bin/sh -c \"exit 3\""},
+    {"dies.service", "Type=notify\nExecStart=/bin/sh -c \"kill -9 $$$$\""},
+    {"unready.service", "Type=notify\nTimeoutStartSec=1\nExecStart=/bin/sleep 1000"},
+    {"absent.service", "Type=exec\nExecStart=/no/such/program"},
+    {"masked.service", nullptr},
+    {"zu@phoenix.service.d/own.conf", "Restart=always\nRestartSec=2"},
+    {"zu@tardy.service.d/own.conf", "TimeoutStartSec=2"},
+    {"zu@lesser.service.d/own.conf", "User=nobody"}};
 
 class units : public testing::TestWithParam<const char*> {
 protected:
@@ -41,6 +65,14 @@ protected:
             + " && sed 's|@ZU_HELPER@|/opt/zu/zu-helper|; s|@ZU_WANTED_BY@|multi-user.target|' " ZU_UNIT_TEMPLATE
             + " | tee " + folder + "user/zu@.service >" + folder + "system/zu@.service");
         ASSERT_EQ(made.exit_code, 0) << made.error_output;
+        for (const auto& [name, lines] : files) {
+            const std::filesystem::path path = folder + "system/" + name;
+            std::filesystem::create_directories(path.parent_path());
+            if (lines)
+                std::ofstream(path) << "[Service]\n" << lines << '\n';
+            else
+                std::filesystem::create_symlink("/dev/null", path);
+        }
         boot();
     }
 
@@ -106,22 +138,89 @@ TEST_P(units, keep_the_rules_of_services) {
 }
 INSTANTIATE_TEST_SUITE_P(table, units,
                          testing::Values("*life*:*cannot_run*:*end_by*", "*reports*", "*killed*:*same_time*",
-                                         "*dependencies*:*deletion*:*spellings*"));
+                                         "*dependencies*:*deletion*:*spellings*:*arguments*"));
 
 using world = units;
 TEST_F(world, automatic_service) {
     EXPECT_EQ(call("install Clock \"/bin/sleep 1000\""), "1\n");
     EXPECT_EQ(inside("systemctl is-enabled zu@clock"), "enabled\n");
-    inside("systemd-run --wait --quiet --unit=starter /opt/zu/test_service_units --call start Clock");
+    inside(
+        "systemd-run --quiet --unit=starter sh -c \"/opt/zu/test_service_units --call start Clock; sleep 1000\"");
+    for (int i = 0; i < 1000 && call("state clock") != "4\n"; ++i) {}
+    inside("systemctl stop starter");
     EXPECT_EQ(call("state clock"), "4\n") << "it does not belong to the control group of its starter";
-    EXPECT_EQ(call("install \"\\${A} \\$\\$\" \"/bin/sleep 1000\""), "1\n");
-    EXPECT_EQ(call("start \"\\${A} \\$\\$\""), "1\n");
     end();
     boot();
     EXPECT_EQ(call("start clock"), "1\n");
     EXPECT_EQ(inside("systemctl is-active zu@clock"), "active\n");
     EXPECT_EQ(call("uninstall clock"), "1\n");
     EXPECT_NE(inside("systemctl is-enabled zu@clock"), "enabled\n");
+}
+
+TEST_F(world, units_that_others_wrote) {
+    const std::tuple<const char*, const char*, const char*> rows[] = {
+        {"plain", "1\n", "4\nexit 0 0, takes 1, hint 0\n"},
+        {"MANY@one", "1\n", "4\nexit 0 0, takes 1, hint 0\n"},
+        {"slow", "1\n", "4\nexit 0 0, takes 1, hint 0\n"},
+        {"fails", "0, code 1053\n", "1\nexit 1066 3, takes 0, hint 0\n"},
+        {"dies", "0, code 1053\n", "1\nexit 1067 0, takes 0, hint 0\n"},
+        {"unready", "0, code 1053\n", "1\nexit 1053 0, takes 0, hint 0\n"},
+        {"absent", "0, code 1053\n", "1\nexit 2 0, takes 0, hint 0\n"},
+        {"masked", "0, code 1053\n", "1\nexit 0 0, takes 0, hint 0\n"}};
+    for (const auto& [name, started, status] : rows) {
+        EXPECT_EQ(call(std::string("start ") + name), started) << name;
+        EXPECT_EQ(call(std::string("status ") + name), status) << name;
+    }
+    EXPECT_EQ(call("stop slow"), "1\n");
+    inside("systemctl start --no-block slow");
+    EXPECT_EQ(call("status slow"), "2\nexit 0 0, takes 1, hint 80500\n");
+    EXPECT_EQ(call("install plain /bin/true"), "0, code 1073\n");
+    EXPECT_EQ(call("uninstall PLAIN"), "0, code 5\n");
+    EXPECT_EQ(call("state plain"), "1\n") << "deleting begins with stopping";
+    for (const char* none : {"zu@phoenix", "many@", "nothing"})
+        EXPECT_EQ(call(std::string("state ") + none), "0, code 1060\n") << none;
+    EXPECT_EQ(inside("as=\"setpriv --reuid nobody --clear-groups /opt/zu/test_service_units --call\";"
+                     "$as state many@one; $as start plain"),
+              "4\n0, code 5\n");
+}
+
+// What an administrator's drop-ins do, and a manager or a helper that is gone.
+TEST_F(world, restarts_time_outs_and_a_manager_that_is_gone) {
+    EXPECT_EQ(call("install phoenix \"/bin/sleep 1000\""), "1\n");
+    EXPECT_EQ(call("start phoenix"), "1\n");
+    inside("kill -9 $(pgrep -P $(systemctl show -p MainPID --value zu@phoenix)); sleep 0.5");
+    EXPECT_EQ(call("state phoenix"), "2\n") << "the manager will start it again";
+    EXPECT_EQ(call("start phoenix"), "1\n");
+    inside("kill -9 $(systemctl show -p MainPID --value zu@phoenix); sleep 0.5");
+    EXPECT_EQ(call("stop phoenix"), "1\n");
+    ZU_sleep(2500);
+    EXPECT_EQ(call("status phoenix"), "1\nexit 1067 0, takes 0, hint 0\n");
+
+    const std::string reporter = "/opt/zu/test_service --service /tmp/log ";
+    EXPECT_EQ(call("install tardy \"" + reporter + "EXTEND_TIMEOUT_USEC=500000\""), "1\n");
+    EXPECT_EQ(call("start tardy"), "0, code 1053\n");
+    ZU_sleep(2500);
+    EXPECT_EQ(call("status tardy"), "1\nexit 1053 0, takes 0, hint 0\n");
+
+    EXPECT_EQ(call("install waiting \"" + reporter + "EXTEND_TIMEOUT_USEC=5000000 4000 READY=1\""), "1\n");
+    std::string started;
+    std::thread starter([&] { started = call("start waiting"); });
+    for (int i = 0; i < 1000 && call("state waiting") != "2\n"; ++i) {}
+    const pid_t manager = std::stoi(run_command("pgrep -P " + std::to_string(starter_)).output);
+    kill(manager, SIGSTOP);
+    starter.join();
+    EXPECT_EQ(started, "1\n");
+    EXPECT_EQ(call("state plain"), "0, code 1722\n") << "nobody can say";
+    kill(manager, SIGCONT);
+    EXPECT_EQ(call("stop waiting"), "1\n");
+
+    // Under another user, whom the files belong that root makes for the start.
+    EXPECT_EQ(call("install lesser \"/bin/sleep 1000\""), "1\n");
+    inside("chown nobody /var/lib/zu/services/lesser; mv /opt/zu/zu-helper /opt/zu/hidden");
+    EXPECT_EQ(call("start lesser"), "0, code 1053\n");
+    EXPECT_EQ(call("status lesser"), "1\nexit 2 0, takes 0, hint 0\n");
+    inside("mv /opt/zu/hidden /opt/zu/zu-helper");
+    EXPECT_EQ(call("start lesser"), "1\n");
 }
 
 // With a manager of his own, who has been told the host directory.
