@@ -15,6 +15,14 @@ function plain(text,    parts, count, i, at, result) {
     return result
 }
 
+# The name that reference-page.awk gives a heading of the guide.
+function name_of(words) {
+    words = tolower(words)
+    gsub(/[^a-z0-9 _-]/, "", words)
+    gsub(/[ -]/, "_", words)
+    return "guide_" words
+}
+
 # The guide's programs by their number, and the functions of each family, before anything is printed.
 function read_ahead(header,    line, inside, family, name) {
     while ((getline line < "docs/guide.md") > 0) {
@@ -41,8 +49,12 @@ function example(family,    names, count, i, j, score, best, chosen) {
         for (j = 1; j <= count; ++j) score += index(program[i], names[j]) > 0
         if (score > best) { best = score; chosen = i }
     }
+    if (!chosen && ARGV[1] ~ /zu\.h$/) {
+        print "The guide has no program for family " family " of zu.h:" functions[family] >"/dev/stderr"
+        is_missing = 1
+    }
     if (!chosen) return ""
-    return "\n * From the guide, @ref guide_" chosen " \"" heading[chosen] "\":\n * @code{.c}\n" program[chosen] " * @endcode\n"
+    return "\n * From the guide, @ref " name_of(heading[chosen]) " \"" heading[chosen] "\":\n * @code{.c}\n" program[chosen] " * @endcode\n"
 }
 
 function title_of(line) { sub(/^\/\* ---- /, "", line); sub(/ -+ \*\/.*/, "", line); return line }
@@ -103,4 +115,7 @@ opened { close_text() }
     }
     print
 }
-END { if (group) print "/** @} */" }
+END {
+    if (group) print "/** @} */"
+    exit is_missing
+}

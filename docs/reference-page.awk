@@ -1,5 +1,24 @@
-# A page as Doxygen wants it: headings of the guide get names that the reference links to, and links to files that are
-# no part of the reference lose their target.
+# A page as Doxygen wants it. Headings get names, made of the page's and their words, which links lead to. Links to files
+# that are no part of the reference lose their target.
+function name_of(page, words) {
+    words = tolower(words)
+    gsub(/[^a-z0-9 _-]/, "", words)
+    gsub(/[ -]/, "_", words)
+    return page "_" words
+}
+
+# The page of a file, such as guide for docs/guide.md; empty for what is no page of the reference.
+function page_of(file) { return match(file, /(README|guide|platform|porting)\.md$/) ? substr(file, RSTART, RLENGTH - 3) : "" }
+
+# What a link leads to in the reference.
+function target_of(link,    at, page) {
+    if (link ~ /^https?:/) return link
+    at = index(link, "#")
+    page = at == 1 ? page_of(FILENAME) : page_of(at ? substr(link, 1, at - 1) : link)
+    if (page == "") return ""
+    return at ? "#" name_of(page, substr(link, at + 1)) : page ".md"
+}
+
 /^```/ {
     code = !code
     print code ? ($0 ~ /^```c/ ? "@code{.c}" : "@code{.unparsed}") : "@endcode"
@@ -7,20 +26,20 @@
 }
 !code {
     gsub(/\\`/, "\\ `") # a backslash at the end of code would hide the end
-    if (FILENAME ~ /guide\.md$/ && /^#+ /) $0 = $0 " {#guide_" ++headings "}"
-    while (match($0, /\]\([^)#]*[^)]*\)/)) {
-        target = substr($0, RSTART + 2, RLENGTH - 3)
+    if (/^##+ /) {
+        heading = $0
+        sub(/^#+ /, "", heading)
+        $0 = $0 " {#" name_of(page_of(FILENAME), heading) "}"
+    }
+    while (match($0, /\]\([^)]*\)/)) {
         head = substr($0, 1, RSTART - 1)
         tail = substr($0, RSTART + RLENGTH)
-        keep = target ~ /^(docs\/)?(guide|platform|porting)\.md/ || target ~ /^https?:/
-        if (!keep) {
+        target = target_of(substr($0, RSTART + 2, RLENGTH - 3))
+        if (target == "") {
             start = match(head, /\[[^\[]*$/)
-            head = substr(head, 1, start - 1) substr(head, start + 1)
-            $0 = head tail
-        } else {
-            name = target; sub(/.*\//, "", name)
-            $0 = head "]\001" name "\002" tail
-        }
+            $0 = substr(head, 1, start - 1) substr(head, start + 1) tail
+        } else
+            $0 = head "]\001" target "\002" tail
     }
     gsub(/\001/, "("); gsub(/\002/, ")")
 }
