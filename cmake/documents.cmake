@@ -11,3 +11,11 @@ if(TARGET taskd)
   install(FILES docs/man/taskd.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES tools/completion/taskd DESTINATION ${zu_completions})
 endif()
+# How gdb shows the records of zu.h. It looks for the file by the path of the library that a program has loaded.
+if(TARGET zu AND NOT WIN32)
+  install(CODE "
+    set(library \"${CMAKE_INSTALL_LIBDIR}\")
+    cmake_path(ABSOLUTE_PATH library BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\")
+    file(INSTALL \"${PROJECT_SOURCE_DIR}/tools/gdb/zu_printers.py\" TYPE FILE RENAME libzu.so.${PROJECT_VERSION}-gdb.py
+      DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/gdb/auto-load\${library}\")")
+endif()
