@@ -118,6 +118,11 @@ using ::WriteFile;
 using ::_wfopen;
 using ::fclose;
 
+// Nothing is read ahead here.
+inline DWORD take_line_ahead(HANDLE, void*, DWORD) {
+    return 0;
+}
+
 // A walk down a tree; here by paths.
 class tree_walk {
 public:

@@ -1,5 +1,6 @@
 // File handles: a flag word that maps onto the platform's ways to open, a second attempt on read-only and hidden
 // files, and a position that is known without asking.
+#include "zu/zu_file.h"
 #include "zu/zu_path.h"
 
 // All I/O on the handle goes through this family, so the recorded position is always right.
@@ -112,6 +113,13 @@ ZU_bool ZU_read_file(ZU_file* file, void* bytes, uint32_t count, uint32_t* bytes
     if (!platform::ReadFile(file->handle, bytes, count, &done, nullptr))
         return nothing_moved(file, bytes_done);
     return moved(file, done, bytes_done);
+}
+
+uint32_t zu::take_line_ahead(ZU_file* file, uint8_t* out, uint32_t most) {
+    const platform::DWORD taken = platform::take_line_ahead(file->handle, out, most);
+    if (file->position != position_unknown)
+        file->position += taken;
+    return taken;
 }
 
 ZU_bool ZU_write_file(ZU_file* file, const void* bytes, uint32_t count, uint32_t* bytes_done) {

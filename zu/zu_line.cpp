@@ -1,7 +1,7 @@
 // Line reader: reads in growing chunks, and moves the file's position back to the end of the line.
 #include <algorithm>
 
-#include "zu/zu_support.h"
+#include "zu/zu_file.h"
 
 namespace {
 
@@ -22,6 +22,16 @@ uint8_t* with_room(ZU_buf* buffer, uint32_t size, uint32_t keep) {
     return size <= buffer->capacity ? buffer->data : ZU_buf_get_ex(buffer, size, keep);
 }
 
+// Ends the line that the buffer holds, without a carriage return at its end.
+char* finish(ZU_buf* buffer, uint32_t held, uint32_t* length) {
+    uint8_t* line = with_room(buffer, held + 1, held);
+    if (held != 0 && line[held - 1] == '\r')
+        --held;
+    line[held] = 0;
+    *length = held;
+    return reinterpret_cast<char*>(line);
+}
+
 } // namespace
 
 char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* short_read, uint32_t limit) {
@@ -30,6 +40,11 @@ char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* sh
     limit = std::min(limit, longest_line);
     if (limit == 0)
         return nullptr;
+
+    // Most lines of a file that others may not write to: the result is that of the loop.
+    const uint32_t first = std::min(first_chunk, limit);
+    if (const uint32_t taken = zu::take_line_ahead(file, with_room(buffer, first, 0), first))
+        return finish(buffer, taken - 1, length);
 
     uint32_t held = 0; // bytes of the line that have been read
     bool any_read = false, line_ended = false;
@@ -47,15 +62,7 @@ char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* sh
         held += taken;
         *short_read = read < chunk;
     }
-    if (!any_read)
-        return nullptr;
-
-    uint8_t* line = with_room(buffer, held + 1, held);
-    if (held != 0 && line[held - 1] == '\r')
-        --held;
-    line[held] = 0;
-    *length = held;
-    return reinterpret_cast<char*>(line);
+    return any_read ? finish(buffer, held, length) : nullptr;
 }
 
 char* ZU_get_line(ZU_file* file, uint32_t* length, ZU_bool* short_read) {

@@ -26,6 +26,9 @@ HANDLE CreateFileW(const WCHAR* path, DWORD access, DWORD share_mode, SECURITY_A
 // moves less than asked only at the end of the file; a write moves everything or fails, and leaves no part of a line on
 // a full disk where it is the only writer: 112 (ERROR_DISK_FULL).
 BOOL ReadFile(HANDLE file, void* out, DWORD bytes, DWORD* bytes_done, void* overlapped);
+// A name of ours. Reads a line with the line feed or zero byte that ends it, when the end is among the next `most` bytes
+// and these have been read ahead. The number of its bytes; 0, with nothing read, in any other case.
+DWORD take_line_ahead(HANDLE file, void* out, DWORD most);
 BOOL WriteFile(HANDLE file, const void* data, DWORD bytes, DWORD* bytes_done, void* overlapped);
 
 // `new_position` may be null, and is not written on failure: 131 (ERROR_NEGATIVE_SEEK) for a position below 0, 87 for

@@ -52,6 +52,24 @@ DWORD file::close() {
 
 // ---- Reading ---------------------------------------------------------------------------------------------------
 
+size_t file::take_line_ahead(char* out, size_t most) {
+    if (!block_holds(most))
+        return 0;
+    const char* start = block_.get() + (position_ - block_start_);
+    const void* end = std::memchr(start, '\n', most);
+    const size_t searched = end ? static_cast<size_t>(static_cast<const char*>(end) - start) : most;
+    if (const void* zero = std::memchr(start, 0, searched))
+        end = zero;
+    if (!end)
+        return 0;
+    const size_t size = static_cast<size_t>(static_cast<const char*>(end) - start) + 1;
+    std::memcpy(out, start, size);
+    latest_start_ = position_;
+    latest_end_ = position_ + most; // as if all had been read, and the position had been set back
+    position_ += size;
+    return size;
+}
+
 DWORD file::read(char* out, size_t count, size_t& done) {
     if (!is_stream(mode_))
         return read_regular(out, count, done);
@@ -264,6 +282,11 @@ BOOL ReadFile(HANDLE handle, void* out, DWORD bytes, DWORD* bytes_done, void* ov
     if (bytes_done)
         *bytes_done = static_cast<DWORD>(done);
     return result_of(code);
+}
+
+DWORD take_line_ahead(HANDLE handle, void* out, DWORD most) {
+    file* opened = object_of<file>(handle);
+    return opened ? static_cast<DWORD>(opened->take_line_ahead(static_cast<char*>(out), most)) : 0;
 }
 
 BOOL WriteFile(HANDLE handle, const void* data, DWORD bytes, DWORD* bytes_done, void* overlapped) {

@@ -54,6 +54,10 @@ public:
         return true;
     }
 
+    // Reads a line and the line feed or zero byte that ends it, when the end is among the next `most` bytes and all of
+    // these have been read ahead. 0, with nothing read, in any other case.
+    size_t take_line_ahead(char* out, size_t most);
+
     DWORD read(char* out, size_t count, size_t& done);
     DWORD write(const char* data, size_t count);
     DWORD seek(int64_t distance, DWORD origin, int64_t& position);

@@ -1,4 +1,6 @@
 // The line reader. About Linux: the files lie on a drive of the layer.
+#include <random>
+
 #include "support/test.h"
 
 namespace {
@@ -48,6 +50,44 @@ TEST(line, line_ends) {
     for (const auto& row : rows) {
         place.write("f", row.bytes);
         EXPECT_EQ(lines(open_file().file, row.limit), row.expected) << row.bytes << " at " << row.limit;
+    }
+}
+
+// Bytes that nobody else may write are read ahead, and most lines are taken from them at once: the results are those of
+// a file that others may write to.
+TEST(line, reading_ahead_changes_nothing) {
+    const file_place place;
+    std::mt19937 random(1);
+    std::string bytes;
+    while (bytes.size() < 200'000) {
+        bytes += std::string(random() % 4 ? random() % 140 : random() % 700, 'x');
+        bytes += "\n\n\n\r\n"s.substr(random() % 4, 1 + random() % 2);
+        if (random() % 8 == 0)
+            bytes += '\0';
+    }
+    place.write("f", bytes);
+    const open_file plain, ahead(ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ);
+    for (int i = 0; i < 20'000; ++i) {
+        const uint32_t limit = i % 3 ? 1000 : 1 + random() % 300;
+        const bool seeks = random() % 50 == 0;
+        const auto to = static_cast<int64_t>(random() % bytes.size());
+        std::string results[2];
+        for (const bool is_ahead : {false, true}) {
+            ZU_file* file = is_ahead ? ahead.file : plain.file;
+            uint64_t position = 0;
+            uint32_t length = 0;
+            ZU_bool short_read = 0;
+            ZU_buf buffer = {};
+            if (seeks) {
+                EXPECT_TRUE(ZU_seek_file(file, to, nullptr, ZU_SEEK_BEGIN));
+            }
+            const char* line = ZU_get_line_i(file, &buffer, &length, &short_read, limit);
+            EXPECT_TRUE(ZU_tell_file(file, &position));
+            results[is_ahead] = (line ? std::string(line, length) : "none") + std::to_string(position)
+                                + (short_read ? " short" : "");
+            ZU_buf_destroy(&buffer);
+        }
+        ASSERT_EQ(results[0], results[1]) << i;
     }
 }
 
