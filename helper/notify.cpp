@@ -64,20 +64,20 @@ notify_place::notify_place(int service_directory) {
                                : runtime && *runtime == '/' ? std::string(runtime) + "/zu"
                                                             : "";
     if (shared.size() + sizeof name < sizeof sockaddr_un::sun_path && make_own_directory(shared)) {
+        directory_ = shared;
         path_ = shared + name;
         return;
     }
     char fresh[] = "/tmp/zu-XXXXXX";
     if (!mkdtemp(fresh))
         return;
-    made_ = fresh;
+    directory_ = fresh;
     if (chmod(fresh, 0711) == 0) // a service that gives up its rights must reach the socket
-        path_ = made_ + name;
+        path_ = directory_ + name;
 }
 
 notify_place::~notify_place() {
-    if (!made_.empty())
-        rmdir(made_.c_str());
+    rmdir(directory_.c_str()); // unless other services have their sockets there
 }
 
 notify_socket::~notify_socket() {
@@ -96,8 +96,15 @@ bool notify_socket::open(const std::string& path) {
     descriptor opened(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
     unlink(path.c_str()); // left there by a helper that was killed
-    if (!opened || setsockopt(opened.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0
-        || bind(opened.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0
+    const auto bind_it = [&] {
+        return bind(opened.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    };
+    bool is_bound =
+        opened && setsockopt(opened.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) == 0 && bind_it();
+    // The directory goes with the last service that uses it, which may have ended at this moment.
+    for (int attempt = 0; !is_bound && errno == ENOENT && attempt < 100; ++attempt)
+        is_bound = make_own_directory(path.substr(0, path.rfind('/'))) && bind_it();
+    if (!is_bound
         || chmod(path.c_str(), 0666) != 0) // a service may give up its rights; `receive` checks the sender
         return false;
     socket_ = std::move(opened);

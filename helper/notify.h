@@ -14,7 +14,8 @@ using platform::descriptor;
 
 // The place of the socket to which a service sends its reports. Its name is short, since the host takes 107 bytes. It lies
 // in a directory of this user in /run or $XDG_RUNTIME_DIR, under the inode number of the service's directory. Without
-// such a directory it lies in a new one of /tmp, whose name nobody can have taken before.
+// such a directory it lies in a new one of /tmp, whose name nobody can have taken before. The directory goes with the
+// last service in it.
 class notify_place {
 public:
     explicit notify_place(int service_directory);
@@ -25,8 +26,8 @@ public:
     const std::string& path() const { return path_; } // empty when no directory could be made
 
 private:
+    std::string directory_;
     std::string path_;
-    std::string made_; // the new directory
 };
 
 class notify_socket {

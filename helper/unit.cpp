@@ -2,6 +2,7 @@
 // control group does what the keeper does elsewhere.
 // zu-helper ended NAME: run by systemd when that unit has ended, notes why, for what the first could not tell itself.
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -97,9 +98,12 @@ int ended(int count, char** arguments) {
     if (count != 1 || !result)
         return 2;
     const std::u16string name = layer::wide_from(arguments[0]);
-    if (layer::open_service_directory(name, directory) == ERROR_SUCCESS)
-        layer::note_end_of_unit(directory.get(), layer::unit_of(name), result,
-                                status ? static_cast<DWORD>(std::atoi(status)) : 0);
+    if (layer::open_service_directory(name, directory) != ERROR_SUCCESS)
+        return 0; // it was deleted
+    const notify_place place(directory.get());
+    ::unlink(place.path().c_str()); // left there by a helper that was killed
+    layer::note_end_of_unit(directory.get(), layer::unit_of(name), result,
+                            status ? static_cast<DWORD>(std::atoi(status)) : 0);
     return 0;
 }
 

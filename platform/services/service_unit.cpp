@@ -97,6 +97,13 @@ bool has_not_ended(int directory, const std::string& unit) {
     return lstat((runtime + "/systemd/units/invocation:" + unit).c_str(), &link) == 0;
 }
 
+// The manager needs a moment to see the end of a unit of which nothing lives.
+void wait_until_ended(int directory, const std::string& unit) {
+    for (const DWORD start = GetTickCount();
+         has_not_ended(directory, unit) && GetTickCount() - start < end_of_unit_ms;)
+        Sleep(2);
+}
+
 } // namespace
 
 bool is_of_users_manager(int directory) {
@@ -120,6 +127,8 @@ DWORD start_unit(int directory, const service_record& record) {
     code = run_systemctl(for_user, {"start", "--no-block", "--", unit});
     if (code == ERROR_SUCCESS)
         code = wait_for_program(directory, before, unit);
+    if (code != ERROR_SUCCESS)
+        wait_until_ended(directory, unit);
     // A helper that came as far as a status of its own has logged the failure itself.
     if (code != ERROR_SUCCESS && file_mark(directory) == before)
         log_failed_start(record.name, "starting " + unit, code);
@@ -141,11 +150,8 @@ DWORD stop_unit(int directory, const service_record& record) {
         code = wait_for_stop(directory, watch, life);
     if (code == ERROR_SUCCESS)
         code = watch.look(directory, life);
-    // The manager needs a moment to see the end.
-    for (const DWORD start = GetTickCount(); code == ERROR_SUCCESS && !life.is_alive
-                                             && has_not_ended(directory, unit)
-                                             && GetTickCount() - start < end_of_unit_ms;)
-        Sleep(2);
+    if (code == ERROR_SUCCESS && !life.is_alive)
+        wait_until_ended(directory, unit);
     return code;
 }
 

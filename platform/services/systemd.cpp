@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
 #include <vector>
 
 #include "platform/api/threads.h"
@@ -29,6 +30,19 @@ constexpr DWORD answer_limit_ms = 30000;
 constexpr DWORD question_limit_ms = 10000;
 constexpr DWORD look_ms = 5;
 constexpr size_t longest_unit = 255; // systemd's own limit
+
+// Whether the helper is where the template of the units names it, by its full path. An installation that was moved has it
+// elsewhere.
+bool names_a_helper(std::ifstream& unit_template) {
+    constexpr std::string_view key = "ExecStart=";
+    for (std::string line; std::getline(unit_template, line);) {
+        if (!line.starts_with(key))
+            continue;
+        const size_t start = line.find('/'), end = line.find(' ', start);
+        return start != std::string::npos && access(line.substr(start, end - start).c_str(), X_OK) == 0;
+    }
+    return false;
+}
 
 bool is_plain(char c) {
     return (c >= '0' && c <= '9') || ((c | 0x20) >= 'a' && (c | 0x20) <= 'z') || c == ':' || c == '_'
@@ -65,8 +79,9 @@ bool prefers_units() {
     if (geteuid() != 0 || !runs_this_machine())
         return false;
     for (const char* folder : {"/etc", "/run", "/usr/local/lib", "/usr/lib", "/lib"}) {
-        if (access((std::string(folder) + "/systemd/system/zu@.service").c_str(), F_OK) == 0)
-            return true;
+        std::ifstream file(std::string(folder) + "/systemd/system/zu@.service");
+        if (file) // the first one counts
+            return names_a_helper(file);
     }
     return false;
 }

@@ -15,7 +15,7 @@ std::string unit_of(wide_view service_name);
 bool runs_this_machine();
 
 // Whether systemd runs the services that this caller installs, unless the administrator has decided. It does for root, if
-// it runs the machine and has the template of the units.
+// it runs the machine and has the template of the units, which names a helper that is there.
 bool prefers_units();
 
 // Runs systemctl, for the manager of the machine or of the user, and waits for it. The result is 0 if it succeeded, 5
