@@ -265,8 +265,10 @@ bool is_null_device(wide_view path) {
 
 DWORD parse_path(const WCHAR* path, path_use use, parsed_path& out) {
     const wide_view text = path ? wide_view(path) : wide_view();
-    if (text.empty())
+    if (text.find_first_not_of(u' ') == wide_view::npos)
         return ERROR_PATH_NOT_FOUND;
+    if (text == long_prefix.substr(0, long_prefix.size() - 1)) // no server has that name
+        return ERROR_INVALID_NAME;
     if (is_long_form(text))
         return parse_literal(text.substr(long_prefix.size()), use, out);
     std::u16string literal;

@@ -58,6 +58,8 @@ DWORD hold(const WCHAR* path, bool takes_links, held_item& out) {
 } // namespace
 
 DWORD GetFileAttributesW(const WCHAR* path) {
+    if (path && is_null_device(path))
+        return FILE_ATTRIBUTE_ARCHIVE; // the platform's answer for a device's name
     DWORD attributes = INVALID_FILE_ATTRIBUTES;
     if (const DWORD code = read_attributes(path, attributes))
         return fail<DWORD>(code, INVALID_FILE_ATTRIBUTES);

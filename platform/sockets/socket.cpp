@@ -182,6 +182,11 @@ bool is_switch(int level, int option) {
                || option == SO_OOBINLINE || option == SO_DONTROUTE);
 }
 
+bool is_level(int level) {
+    return level == SOL_SOCKET || level == IPPROTO_IP || level == IPPROTO_IPV6 || level == IPPROTO_TCP
+           || level == IPPROTO_UDP;
+}
+
 bool is_timeout(int level, int option) {
     return level == SOL_SOCKET && (option == SO_RCVTIMEO || option == SO_SNDTIMEO);
 }
@@ -307,7 +312,9 @@ int bind(SOCKET socket, const sockaddr* address, int length) {
         return cleared(0);
     if (errno == EINVAL && too_short(address, length))
         return socket_failure(WSAEFAULT);
-    return failure_from_errno();
+    const DWORD code = code_of_socket_errno(errno);
+    // The kernel looks at the address first, the platform at the socket.
+    return socket_failure(code == WSAEADDRNOTAVAIL && socket_is_bound(descriptor) ? WSAEINVAL : code);
 }
 
 int connect(SOCKET socket, const sockaddr* address, int length) {
@@ -375,7 +382,10 @@ int setsockopt(SOCKET socket, int level, int option, const char* value, int leng
     }
     if (result == 0)
         return cleared(0);
-    return errno == EINVAL && length < number_size ? socket_failure(WSAEFAULT) : failure_from_errno();
+    if (errno == EINVAL && length < number_size)
+        return socket_failure(WSAEFAULT);
+    // The kernel has one code for a level and an option that it does not know.
+    return errno == ENOPROTOOPT && !is_level(level) ? socket_failure(WSAEINVAL) : failure_from_errno();
 }
 
 int ioctlsocket(SOCKET socket, long command, unsigned long* argument) {

@@ -215,13 +215,13 @@ TEST_F(lookup, drives_and_shares) {
          {u"Q:\\file", u"\\\\?\\q:\\FILE", u"\\\\Srv\\Share\\file", u"\\\\?\\unc\\Srv\\Share\\file",
           u"\\\\srv\\share\\..\\..\\file", // never above the share
           u"//?/T:/disk", u"T:/disk\\.\\.././/disk/file", u"T:\\..\\..\\disk", u"T:\\disk\\file. .",
-          u"T:\\disk\\"}},
+          u"T:\\disk\\", u"NUL", u"T:\\disk\\nul"}},
         {codes::file_not_found, {u"\\\\?\\T:file", u"\\\\?\\T:/disk", u"\\\\?\\T:\\disk\\file."}},
-        {codes::path_not_found, {u"R:\\", u"R:\\file", u"\\\\?\\T:x\\y", u""}},
+        {codes::path_not_found, {u"R:\\", u"R:\\file", u"\\\\?\\T:x\\y", u"", u"  "}},
         {codes::bad_network_path, {u"\\\\?\\UNC\\nosuch"}},
         {codes::bad_device_type, {u"\\\\?\\T:"}},
         {codes::bad_network_name, {u"\\\\srv\\other\\file"}},
-        {codes::invalid_name, {u"\\\\?\\", u"\\\\?\\T:\\disk\\\\file", u"T:\\disk\\file\\"}}};
+        {codes::invalid_name, {u"\\\\?", u"\\\\?\\", u"\\\\?\\T:\\disk\\\\file", u"T:\\disk\\file\\"}}};
     for (const auto& [code, paths] : rows)
         for (const char16_t* path : paths)
             EXPECT_EQ(attribute_code(path), code) << narrow(path);

@@ -135,6 +135,8 @@ TEST_F(sockets, codes_of_streams_by_state) {
     EXPECT_EQ(outcome_of(ZU_accept(idle, nullptr, nullptr)), WSAEINVAL) << "not listening";
     EXPECT_EQ(accept_with_short_length(idle), WSAEINVAL) << "the socket is looked at first";
     EXPECT_EQ(bind_to(idle, address), WSAEINVAL) << "bound already";
+    EXPECT_EQ(bind_to(idle, ipv4(0, 0xC0000201)), WSAEINVAL) << "bound already, whatever the address";
+    EXPECT_EQ(bind_to(fresh, ipv4(0, 0xC0000201)), WSAEADDRNOTAVAIL);
     EXPECT_EQ(bind_to(fresh, address, 8), WSAEFAULT);
     EXPECT_EQ(bind_to(fresh, address), WSAEADDRINUSE);
 
@@ -343,6 +345,7 @@ TEST_F(sockets, options_in_the_forms_of_both_sides) {
     EXPECT_EQ(set_option(pair.client, SO_RCVTIMEO, &time, sizeof time), 0);
     EXPECT_EQ(receive(pair.client), WSAETIMEDOUT);
     EXPECT_EQ(set_option(pair.client, SO_KEEPALIVE, &on, 1), 0);
+    EXPECT_EQ(outcome_of(ZU_setsockopt(pair.client, 4711, 1, &on, 1)), WSAEINVAL) << "no such level";
     for (const char* value : {&on, static_cast<const char*>(nullptr)})
         EXPECT_EQ(set_option(pair.client, SO_SNDBUF, value, 1), WSAEFAULT);
     EXPECT_EQ(set_option(pair.client, 9999, &milliseconds), WSAENOPROTOOPT);
