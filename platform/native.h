@@ -77,6 +77,12 @@ using ::SetEvent;
 using ::WaitForMultipleObjects;
 using ::WaitForSingleObject;
 
+// Here the system alone decides when a thread that is released runs.
+struct late_wake {
+    late_wake() {}
+    ~late_wake() {}
+};
+
 using ::CreateMutexW;
 using ::OpenMutexW;
 using ::ReleaseMutex;

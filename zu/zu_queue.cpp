@@ -84,11 +84,13 @@ bool take_and_lock(ZU_queue* queue, queue_supply& supply, uint32_t timeout_ms, Z
 
 void give_and_unlock(ZU_queue* queue, queue_supply& supply) {
     if (supply.registered > 0) {
+        const platform::late_wake after_unlock; // a thread that ran sooner would find the queue locked
         --supply.registered;
         ZU_sem_post(supply.given); // under the lock: took_last_moment_gift relies on the post
-    } else {
-        ++supply.available;
+        ZU_lock_thread_unlock(&queue->lock);
+        return;
     }
+    ++supply.available;
     ZU_lock_thread_unlock(&queue->lock);
 }
 

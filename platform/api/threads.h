@@ -29,6 +29,22 @@ HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES* attributes, LONG initial_count, LON
                         const WCHAR* name);
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG release_count, LONG* previous_count);
 
+// A name of ours. While one lives, the first thread that the calling thread releases from its sleep is woken only when
+// this one ends, so that it finds free what the calling thread unlocks meanwhile. It is for a few steps that do not wait.
+class late_wake {
+public:
+    late_wake();
+    ~late_wake();
+    late_wake(const late_wake&) = delete;
+    late_wake& operator=(const late_wake&) = delete;
+
+    // Keeps the wake of those who sleep on a word for later; false when there is one to be kept already.
+    bool takes(const std::atomic<uint32_t>* word);
+
+private:
+    const std::atomic<uint32_t>* word_ = nullptr;
+};
+
 // A mutex, shared by name with every process of the machine; null or "": of this process alone. A handle for
 // CloseHandle, code 0 for a new one and 183 (ERROR_ALREADY_EXISTS) for one that existed. Null with 5
 // (ERROR_ACCESS_DENIED) for another user's that is not for everyone, 6 (ERROR_INVALID_HANDLE) when the file under the

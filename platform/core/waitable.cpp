@@ -12,6 +12,9 @@ namespace {
 
 constinit std::atomic<uint32_t> several_lock{lock_word::is_free};
 
+// The object that keeps a wake of the calling thread for later, or null.
+[[gnu::tls_model("initial-exec")]] constinit thread_local late_wake* late = nullptr;
+
 // A forked child has no other thread that could give the lock back.
 [[maybe_unused]] const int fork_handler =
     pthread_atfork(nullptr, nullptr, [] { several_lock.store(lock_word::is_free); });
@@ -24,6 +27,23 @@ several_locked::several_locked() {
 
 several_locked::~several_locked() {
     lock_word::unlock(several_lock);
+}
+
+late_wake::late_wake() {
+    late = this;
+}
+
+late_wake::~late_wake() {
+    late = nullptr;
+    if (word_)
+        wake_on(word_, 1);
+}
+
+bool late_wake::takes(const std::atomic<uint32_t>* word) {
+    if (word_)
+        return false;
+    word_ = word;
+    return true;
 }
 
 // The sleepers to wake once the lock is free, so that they do not run into it. Only addresses are kept: a sleeper
@@ -41,8 +61,10 @@ private:
     static constexpr int at_once = 16;
 
     void wake_all() {
-        for (int i = 0; i < count_; ++i)
-            wake_on(words_[i], 1);
+        for (int i = 0; i < count_; ++i) {
+            if (!late || !late->takes(words_[i]))
+                wake_on(words_[i], 1);
+        }
         count_ = 0;
     }
 
