@@ -933,8 +933,8 @@ typedef struct ZU_file ZU_file;
  * ZU_FILE_CREATE_ALWAYS on a system file, nor where the user may not change the attributes. `security` is null or the
  * platform's SECURITY_ATTRIBUTES; on Linux all but null fails with 50 (ERROR_NOT_SUPPORTED).
  *
- * A slash does not separate in a drive path or a network path: C:/a fails with 123 (ERROR_INVALID_NAME). Paths of the
- * host: see the guide.
+ * A slash does not separate in a drive path or a network path: C:\dir/a fails with 123 (ERROR_INVALID_NAME), C:/a with
+ * 2. Paths of the host: see the guide.
  *
  * On Linux, a pipe that is opened for writing alone waits for its reader, and keeps what was written until that has
  * read it. Opened for reading alone it does not wait: without a writer it reads as empty. A read waits while a writer
