@@ -149,6 +149,11 @@ TEST_F(world, automatic_service) {
     for (int i = 0; i < 1000 && call("state clock") != "4\n"; ++i) {}
     inside("systemctl stop starter");
     EXPECT_EQ(call("state clock"), "4\n") << "it does not belong to the control group of its starter";
+    // A program that ignores SIGCHLD never learns what systemctl says about a unit that has not begun.
+    EXPECT_EQ(call("install late \"/bin/sleep 1000\""), "1\n");
+    inside("D=/run/systemd/system/zu@late.service.d; mkdir $D; echo \"[Service]\" >$D/slow.conf;"
+           "echo ExecStartPre=/bin/sleep 2 >>$D/slow.conf; systemctl daemon-reload");
+    EXPECT_EQ(inside("env --ignore-signal=CHLD /opt/zu/test_service_units --call start late"), "1\n");
     end();
     boot();
     EXPECT_EQ(call("start clock"), "1\n");

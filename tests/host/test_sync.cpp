@@ -331,6 +331,36 @@ TEST(sleepers, waits_for_all_never_take_a_part) {
     }
 }
 
+// Another thread's ticks are counted, during sleeps and during waits of the same length: a busy machine stretches both.
+TEST(sleepers, a_part_that_is_signalled_all_the_time_delays_no_time_out) {
+    const HANDLE pair[] = {event(true, false), event(true, false)};
+    std::atomic<uint64_t> ticks{0};
+    std::atomic<bool> is_over{false};
+    std::thread ticker([&] {
+        for (; !is_over; ++ticks)
+            Sleep(1);
+    });
+    std::thread signaller([&] {
+        while (!is_over) {
+            SetEvent(pair[0]);
+            ResetEvent(pair[0]);
+        }
+    });
+    uint64_t in_sleeps = 0, in_waits = 0;
+    for (int round = 0; round < 20 || in_sleeps == 0; ++round) {
+        const uint64_t start = ticks;
+        Sleep(20);
+        const uint64_t middle = ticks;
+        EXPECT_EQ(WaitForMultipleObjects(2, pair, 1, 20), timed_out);
+        in_sleeps += middle - start;
+        in_waits += ticks - middle;
+    }
+    is_over = true;
+    ticker.join();
+    signaller.join();
+    EXPECT_LT(in_waits, 4 * in_sleeps);
+}
+
 // A waiter may end the object as soon as it is released, while its signaller is still on the way out.
 TEST(sleepers, may_close_what_released_them) {
     for (int round = 0; round < 2000; ++round) {

@@ -28,10 +28,9 @@ sockaddr_in ipv4(uint16_t port, uint32_t address = INADDR_LOOPBACK); // both in 
 sockaddr_in address_of(SOCKET socket);                               // its own
 uint16_t port_of(SOCKET socket);
 
-// A port for this process alone, one of two: the kernel gives those below 32,768 to nobody who does not ask for them.
-inline uint16_t port_of_our_own(int which = 0) {
-    return static_cast<uint16_t>(12000 + 10000 * which + getpid() % 10000);
-}
+// A port for this process alone, from one of two ranges: the kernel gives ports below 32,768 to nobody who does not ask
+// for them.
+uint16_t port_of_our_own(int range = 0);
 
 // A socket that is closed at the end of its scope, or before.
 class held_socket {
