@@ -13,8 +13,8 @@ namespace {
 // The services are this program itself, started with --service LOG STEP... A step is a report to send (READY=1), behind
 // `first=` only while the log is empty, a number of milliseconds to sleep, `exit=N`, `log` or `log-helper`, which add
 // the process's number, or its helper's, to the log, `child`, which leaves a process behind that hears no SIGTERM and
-// says that it is ready, or `loose`, which does what lets a program survive its helper. Then it waits for ever. Nothing is
-// reported while there is a file LOG.hush.
+// says that it is ready, `deaf`, which hears none itself, or `loose`, which does what lets a program survive its helper.
+// Then it waits for ever. Nothing is reported while there is a file LOG.hush.
 
 const char* log_file;
 
@@ -46,6 +46,8 @@ void take_step(const std::string& step) {
             pause();
         }
         signal(SIGTERM, SIG_DFL);
+    } else if (step == "deaf") {
+        signal(SIGTERM, SIG_IGN);
     } else if (step == "loose") {
         prctl(PR_SET_PDEATHSIG, 0);
         close_range(3, ~0u, 0);
@@ -259,6 +261,13 @@ TEST_F(service, those_that_end_by_themselves) {
     ASSERT_TRUE(becomes(u"parent", SERVICE_STOPPED));
     EXPECT_EQ(status(u"parent").dwWin32ExitCode, codes::process_aborted);
     EXPECT_EQ(kill(logged().front(), 0), -1);
+
+    ASSERT_TRUE(install_steps(u"stubborn", "deaf log READY=1"));
+    ASSERT_TRUE(starts(u"stubborn"));
+    EXPECT_EQ(code_of(stops(u"stubborn")), codes::service_request_timeout);
+    EXPECT_EQ(state(u"stubborn"), SERVICE_STOP_PENDING + 0u) << "for as long as its program takes";
+    EXPECT_EQ(kill(logged().back(), SIGKILL), 0);
+    EXPECT_TRUE(becomes(u"stubborn", SERVICE_STOPPED));
 }
 
 TEST_F(service, reports_decide_from_the_first_one_on) {

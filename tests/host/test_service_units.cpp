@@ -136,9 +136,10 @@ TEST_P(units, keep_the_rules_of_services) {
     EXPECT_NE(report.find("[  PASSED  ] " + tests + " test"), std::string::npos) << report;
     EXPECT_EQ(report.find("[  FAILED  ]"), std::string::npos) << report;
 }
-INSTANTIATE_TEST_SUITE_P(table, units,
-                         testing::Values("*life*:*cannot_run*:*end_by*", "*reports*", "*killed*:*same_time*",
-                                         "*dependencies*:*deletion*:*spellings*:*arguments*"));
+INSTANTIATE_TEST_SUITE_P(
+    table, units,
+    testing::Values("*life*:*cannot_run*:*end_by*", "*reports*", "*killed*:*same_time*",
+                    "*dependencies*:*deletion*:*spellings*:*arguments*:*callers_short*"));
 
 using world = units;
 TEST_F(world, automatic_service) {
@@ -226,6 +227,13 @@ TEST_F(world, restarts_time_outs_and_a_manager_that_is_gone) {
     EXPECT_EQ(call("status lesser"), "1\nexit 2 0, takes 0, hint 0\n");
     inside("mv /opt/zu/hidden /opt/zu/zu-helper");
     EXPECT_EQ(call("start lesser"), "1\n");
+    EXPECT_EQ(call("stop lesser"), "1\n");
+
+    inside("sed -i \"s/^start 2/start 4/\" /var/lib/zu/services/waiting/record; systemctl start zu@waiting");
+    EXPECT_EQ(call("status waiting"), "1\nexit 1058 0, takes 0, hint 0\n")
+        << "the helper refuses a disabled one";
+    EXPECT_NE(inside("journalctl -t zu").find("service waiting has not started"), std::string::npos);
+    EXPECT_EQ(inside("ls -d /run/zu"), "") << "nothing stays there";
 }
 
 // With a manager of his own, who has been told the host directory.
