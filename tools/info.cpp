@@ -96,6 +96,19 @@ void add_helper(facts& result, complaints& wrong) {
             "/etc/pam.d has neither zu nor login: passwords are refused; install zu-tools, or write /etc/pam.d/zu");
 }
 
+void add_services(facts& result, complaints& wrong) {
+    platform::service_manager& manager = platform::the_service_manager();
+    bool are_units = false;
+    const platform::DWORD code = manager.installs_units(are_units);
+    result.add("services_by", code        ? "unknown: " + words_of(code)
+                              : are_units ? "systemd, as units zu@NAME.service"
+                                          : "zu-helper, one for each");
+    if (code)
+        wrong.add(platform::in_host_directory("services/.manager")
+                  + " says neither systemd nor helper, or may not be read: no service can be installed");
+    result.add("may_install_services", manager.may_create());
+}
+
 } // namespace
 
 int info(const arguments& given) {
@@ -110,13 +123,12 @@ int info(const arguments& given) {
     result.add("built", platform::utf8_of(ZU_compilation_timestamp()));
     add_host_directory(result, wrong);
     add_helper(result, wrong);
-    result.add("services_by", "zu-helper, one for each");
+    add_services(result, wrong);
     result.add("character_set", character_set());
     result.add("zone", zone());
     result.add("local_time", local_time_now());
     const passwd* const user = getpwuid(geteuid());
     result.add("user", user ? user->pw_name : std::to_string(geteuid()));
-    result.add("may_install_services", platform::the_service_manager().may_create());
     result.add("may_see_all_open_files", geteuid() == 0);
     result.print(given);
     return wrong.any ? failed : done;

@@ -108,7 +108,9 @@ std::string helper_path() {
         return chosen;
     // A relative folder would be another one after a change of directory.
     if (const std::string folder = own_folder(); folder.starts_with('/')) {
-        for (const char* relative : {"zu-helper", ZU_PRIVATE_FOLDER "/zu-helper"}) {
+        // The last one is for an installed program that has the library inside.
+        for (const char* relative : {"zu-helper", ZU_PRIVATE_FOLDER "/zu-helper",
+                                     ZU_PROGRAMS_TO_LIBRARY "/" ZU_PRIVATE_FOLDER "/zu-helper"}) {
             if (access((folder + relative).c_str(), X_OK) == 0)
                 return folder + relative;
         }

@@ -260,12 +260,11 @@ DWORD read_decision(const std::string& path, std::string& word) {
     return word.empty() || word == "helper" || word == "systemd" ? ERROR_SUCCESS : ERROR_INVALID_DATA;
 }
 
-// Decides whether the host's manager runs a new service.
-DWORD choose_manager(const std::string& path, service_record& record) {
+// Decides whether the host's manager runs new services.
+DWORD choose_manager(const std::string& path, bool& are_units) {
     std::string word;
     const DWORD code = read_decision(path, word);
-    record.is_unit =
-        (word == "systemd" || (word.empty() && prefers_units())) && !unit_of(record.name).empty();
+    are_units = word == "systemd" || (word.empty() && prefers_units());
     return code;
 }
 
@@ -321,6 +320,8 @@ public:
         return faccessat(AT_FDCWD, existing_part(services_path()).c_str(), W_OK | X_OK, AT_EACCESS) == 0;
     }
 
+    DWORD installs_units(bool& out) override { return choose_manager(services_path(), out); }
+
     DWORD open(wide_view name, std::unique_ptr<installed_service>& out) override {
         const std::string path = services_path();
         DWORD code = open_own(path, name, out);
@@ -375,7 +376,8 @@ public:
             return lock.code();
         DWORD code = check_names(*this, path, all.get(), record);
         if (code == ERROR_SUCCESS)
-            code = choose_manager(path, record);
+            code = choose_manager(path, record.is_unit);
+        record.is_unit = record.is_unit && !unit_of(record.name).empty();
         if (code != ERROR_SUCCESS)
             return code;
         if (!write_service(all.get(), record)) {

@@ -43,6 +43,10 @@ public:
 
     virtual bool may_create() const = 0; // whether the caller may install services
 
+    // Whether services that are installed now become units of the host's manager. 13 (ERROR_INVALID_DATA) if the
+    // administrator's decision is none of the two, or why it could not be read.
+    virtual DWORD installs_units(bool& out) = 0;
+
     // Opens a service. 1060 (ERROR_SERVICE_DOES_NOT_EXIST), or the code of why the search failed.
     virtual DWORD open(wide_view name, std::unique_ptr<installed_service>& out) = 0;
 

@@ -51,6 +51,11 @@ TEST(command, is_misused_or_fails_with_a_reason_and_a_status) {
     EXPECT_EQ(zu("path / >/dev/full").exit_code, 1) << "an answer that nobody got";
     setenv("ZU_HELPER", "/nonexistent", 1);
     EXPECT_NE(zu("info").error_output.find("/nonexistent is missing"), std::string::npos);
+    place.make_directory("../host/services");
+    place.write("../host/services/.manager", "systemd");
+    EXPECT_NE(zu("info").output.find("as units"), std::string::npos);
+    place.write("../host/services/.manager", "nobody");
+    EXPECT_NE(zu("info").error_output.find("neither systemd nor helper"), std::string::npos);
 }
 
 TEST(command, paths_and_drives) {
