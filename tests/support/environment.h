@@ -1,6 +1,8 @@
 // The environment of a test's process.
 #pragma once
 
+#include <time.h>
+
 namespace zu_test {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -15,6 +17,7 @@ void set_variable(const char* name, const char* value);
 // Sets TZ, the zone in which the library tells local time; null is the system's own.
 inline void set_zone(const char* text) {
     set_variable("TZ", text);
+    tzset(); // for the C library beside it
 }
 
 // Whether this platform knows a zone by that text.

@@ -1,41 +1,18 @@
 #include "support/files.h"
 
 #include <fcntl.h>
-#include <ftw.h>
 #include <grp.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <sstream>
+#include <utility>
 
 namespace zu_test {
 
 namespace {
 
 constexpr uid_t ordinary_user = 12345;
-
-void must(bool condition, const char* what, const std::string& path) {
-    if (condition)
-        return;
-    std::fprintf(stderr, "test set-up failed: %s: %s: %s\n", what, path.c_str(), std::strerror(errno));
-    std::abort();
-}
-
-// Directories that a test closed are opened again first, on the way down.
-int open_directory(const char* path, const struct stat*, int kind, struct FTW*) {
-    if (kind == FTW_D || kind == FTW_DNR)
-        chmod(path, 0777);
-    return 0;
-}
-
-void make_open_directory(const std::string& path) {
-    must(mkdir(path.c_str(), 0777) == 0 && chmod(path.c_str(), 0777) == 0, "mkdir", path);
-}
 
 void set_link(const std::string& link, const std::string& target) {
     unlink(link.c_str());
@@ -45,68 +22,16 @@ void set_link(const std::string& link, const std::string& target) {
 
 } // namespace
 
-file_place::file_place() {
-    top_ = std::filesystem::temp_directory_path().string() + "/zu-test-XXXXXX";
-    must(mkdtemp(top_.data()) != nullptr, "mkdtemp", top_);
-    must(chmod(top_.c_str(), 0755) == 0, "chmod", top_);
-    for (const char* part : {"/files", "/host", "/host/drives", "/host/drives/unc"})
-        make_open_directory(top_ + part);
-    map_drive('C', "/");
-    map_drive('T', top_ + "/files");
-    if (const char* previous = std::getenv("ZU_HOST"))
-        previous_host_ = previous;
-    setenv("ZU_HOST", (top_ + "/host").c_str(), 1);
-}
-
-file_place::~file_place() {
-    unsetenv("ZU_HOST");
-    if (!previous_host_.empty())
-        setenv("ZU_HOST", previous_host_.c_str(), 1);
-    std::error_code ignored;
-    std::filesystem::current_path("/", ignored); // a test may have gone into it
-    nftw(top_.c_str(), open_directory, 16, FTW_PHYS);
-    std::filesystem::remove_all(top_, ignored); // however long its paths are
-}
-
-std::string file_place::host_path(std::string_view relative) const {
-    const std::string root = top_ + "/files";
-    return relative.empty() ? root : root + "/" + std::string(relative);
-}
-
 void file_place::map_drive(char letter, const std::string& directory) const {
     const char name[] = {static_cast<char>(letter | 0x20), ':', 0};
-    set_link(top_ + "/host/drives/" + name, directory);
+    set_link(host_path("../host/drives/") + name, directory);
 }
 
 void file_place::map_share(const std::string& server, const std::string& share,
                            const std::string& directory) const {
-    const std::string folder = top_ + "/host/drives/unc/" + server;
+    const std::string folder = host_path("../host/drives/unc/" + server);
     mkdir(folder.c_str(), 0777);
     set_link(folder + "/" + share, directory);
-}
-
-void file_place::write(std::string_view relative, std::string_view bytes) const {
-    const std::string path = host_path(relative);
-    std::ofstream stream(path, std::ios::binary);
-    stream << bytes;
-    stream.close();
-    must(stream.good(), "write", path);
-}
-
-std::string file_place::read(std::string_view relative) const {
-    std::ifstream stream(host_path(relative), std::ios::binary);
-    std::ostringstream bytes;
-    bytes << stream.rdbuf();
-    return bytes.str();
-}
-
-bool file_place::exists(std::string_view relative) const {
-    struct stat status;
-    return lstat(host_path(relative).c_str(), &status) == 0;
-}
-
-void file_place::make_directory(std::string_view relative) const {
-    make_open_directory(host_path(relative));
 }
 
 void file_place::make_link(std::string_view relative, const std::string& target) const {

@@ -1,5 +1,5 @@
-// Files for a test: a directory of its own as drive T:, in a host directory of its own; a small file system; an
-// ordinary user; files and searches of the layer.
+// Files for a test on the host: drives, shares and links beside its directory; a small file system; an ordinary user;
+// files and searches of the layer.
 #pragma once
 
 #include <sys/mount.h>
@@ -18,38 +18,20 @@
 #include "platform/platform.h"
 #include "support/process.h"
 #include "support/results.h"
+#include "support/scratch.h"
 #include "support/text.h"
 
 namespace zu_test {
 
-// Makes a directory under the temporary folder, makes it drive T: of a private host directory (ZU_HOST) where C: is
-// /, and removes all of it at the end. Open to every user, so that children of another user can work in it.
-class file_place {
+// The test's directory, with more drives and links.
+class file_place : public scratch {
 public:
-    file_place();
-    ~file_place();
-    file_place(const file_place&) = delete;
-    file_place& operator=(const file_place&) = delete;
-
-    // `relative` has backslashes; empty gives the drive's root.
-    std::u16string drive_path(std::u16string_view relative) const {
-        return u"T:\\" + std::u16string(relative);
-    }
-    std::u16string long_path(std::u16string_view relative) const { return u"\\\\?\\" + drive_path(relative); }
-    std::string host_path(std::string_view relative = "") const; // as the host names it, with slashes
+    std::string host_path(std::string_view relative = "") const { return at(relative); }
 
     // Letter to directory, and \\server\share to directory; an empty directory takes the mapping away.
     void map_drive(char letter, const std::string& directory) const;
     void map_share(const std::string& server, const std::string& share, const std::string& directory) const;
-
-    void write(std::string_view relative, std::string_view bytes) const; // makes or replaces the file
-    std::string read(std::string_view relative) const;                   // empty when there is none
-    bool exists(std::string_view relative) const;                        // links are not followed
-    void make_directory(std::string_view relative) const;
     void make_link(std::string_view relative, const std::string& target) const; // as the link spells it
-
-private:
-    std::string top_, previous_host_;
 };
 
 // For tests with a place of their own.

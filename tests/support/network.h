@@ -1,16 +1,16 @@
-// Loopback sockets for a test, and a network of its own.
+// Loopback sockets for a test.
 #pragma once
 
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstddef>
-#include <functional>
 #include <utility>
 
 #include <gtest/gtest.h>
 
 #include "zu/zu.h"
+
+#if __has_include(<ws2tcpip.h>)
+#include <ws2tcpip.h> // addresses of IPv6
+#endif
 
 namespace zu_test {
 
@@ -27,6 +27,11 @@ struct with_library : testing::Test {
 sockaddr_in ipv4(uint16_t port, uint32_t address = INADDR_LOOPBACK); // both in host order
 sockaddr_in address_of(SOCKET socket);                               // its own
 uint16_t port_of(SOCKET socket);
+
+// What the library has no call for: to be done with one direction or both, and whether calls block.
+enum class direction { receiving, sending, both };
+void stop(SOCKET socket, direction which);
+void let_block(SOCKET socket, bool blocks);
 
 // A port for this process alone, from one of two ranges: the kernel gives ports below 32,768 to nobody who does not ask
 // for them.
@@ -65,10 +70,7 @@ struct silent_port {
     held_socket listener = listening_socket(0, 0), waiting = connected_to(listener);
 };
 
-std::ptrdiff_t count_descriptors(); // that this process has open
-
-// Runs the body on a thread in a network namespace of its own that holds a loopback and nothing else, and with mounts
-// of its own. False, with the body not run, where the process may not have them.
-bool in_private_network(const std::function<void()>& body);
+std::ptrdiff_t count_descriptors(); // or handles, that this process has open
+void allow_descriptors(unsigned count);
 
 } // namespace zu_test

@@ -19,6 +19,7 @@
 #include <numeric>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -26,8 +27,11 @@
 
 #include <gtest/gtest.h>
 
+#include "support/child.h"
 #include "support/environment.h"
+#include "support/network.h"
 #include "support/results.h"
+#include "support/scratch.h"
 #include "support/text.h"
 #include "support/threads.h"
 #include "zu/zu.h"

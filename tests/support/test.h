@@ -31,6 +31,7 @@
 #include <numeric>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -39,8 +40,10 @@
 #include <gtest/gtest.h>
 
 #include "platform/platform.h"
+#include "support/environment.h"
 #include "support/files.h"
 #include "support/network.h"
+#include "support/private_network.h"
 #include "support/process.h"
 #include "support/results.h"
 #include "support/threads.h"

@@ -1,5 +1,4 @@
-// Threads, their ends and exit codes, stacks, sleeping, clocks and identifiers. About Linux: stacks and identifiers of
-// the host, with limits on memory.
+// Threads of the host: their ends, stacks and identifiers, and what the layer remembers for each of them.
 #include <pthread.h>
 
 #include "support/test.h"
@@ -10,38 +9,21 @@ uint32_t give_back(void* argument) {
     return *static_cast<uint32_t*>(argument);
 }
 
-TEST(threads, hand_on_their_exit_codes) {
+TEST(threads, may_end_without_returning) {
     uint32_t collected = 4711;
-    for (uint32_t code : {42u, 0u, 259u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(give_back, &code), &collected), 0);
-        EXPECT_EQ(collected, code);
-        EXPECT_EQ(ZU_thread_wait_for_termination(ZU_thread_create_ex(give_back, &code, code % 2), nullptr),
-                  0);
-    }
     ZU_thread* exits = ZU_thread_create([](void*) -> uint32_t { pthread_exit(nullptr); }, nullptr);
     EXPECT_EQ(ZU_thread_wait_for_termination(exits, &collected), 0) << "it ends without returning";
     EXPECT_EQ(collected, 0u);
 }
 
 TEST(threads, are_gone_when_their_end_has_been_waited_for) {
-    static std::atomic<int> destroyed{0};
-    struct counted {
-        ~counted() {
-            platform::Sleep(1);
-            ++destroyed;
-        }
-    };
-    const auto touch = [](void*) -> uint32_t {
-        static thread_local counted variable;
-        return reinterpret_cast<uintptr_t>(&variable) != 0;
-    };
     const auto threads = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
     };
+    uint32_t code = 0;
     long after_the_first = 0; // which brings a helper of the thread sanitizer with it, which stays
     for (int round = 1; round <= 200; ++round) {
-        ASSERT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(touch, nullptr), nullptr), 0);
-        ASSERT_EQ(destroyed.load(), round) << "the thread's variables end before it does";
+        ASSERT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(give_back, &code), nullptr), 0);
         if (round == 1)
             after_the_first = threads();
     }
@@ -136,9 +118,8 @@ TEST(identifiers, are_new_in_a_forked_child) {
 TEST(clocks, count_milliseconds_since_the_system_started) {
     double uptime = 0;
     std::ifstream("/proc/uptime") >> uptime;
+    EXPECT_LT(ZU_get_tick_count() - static_cast<uint32_t>(static_cast<uint64_t>(uptime * 1000)), 60000u);
     const uint32_t before = ZU_get_tick_count();
-    EXPECT_LT(before - static_cast<uint32_t>(static_cast<uint64_t>(uptime * 1000)), 60000u);
-    ZU_sleep(0);
     ZU_sleep(30);
     EXPECT_GE(ZU_get_tick_count() - before + 1, 30u) << "cut to whole milliseconds at both ends";
 }

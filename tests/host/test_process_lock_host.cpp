@@ -1,5 +1,5 @@
-// Named process locks between real processes, with owners that die and users that differ. About Linux: the locks are
-// files in /dev/shm, and owners are killed by signals.
+// The files in /dev/shm behind named process locks: who may have them, what is left of them, forked children, many
+// killed processes, and the order of arrival.
 #include <sys/mman.h>
 
 #include "support/test.h"
@@ -88,37 +88,6 @@ void lock_in_thread(ZU_lock_process lock) {
     std::thread([&] { ZU_lock_process_lock(lock); }).join();
 }
 
-TEST_F(process_lock, recursion_ownership_and_results) {
-    ZU_lock_process lock = create(), again = create_everyone();
-    EXPECT_EQ(GetLastError(), codes::already_exists);
-    ZU_lock_process opened = open();
-    EXPECT_EQ(code_of(ZU_lock_process_unlock(lock)), codes::not_owner);
-    EXPECT_TRUE(ZU_lock_process_lock(lock));
-    EXPECT_TRUE(ZU_lock_process_lock_timeout(again, 0)) << "the owner, through another handle";
-    EXPECT_TRUE(ZU_lock_process_unlock(lock));
-    std::thread([&] {
-        SetLastError(4711);
-        EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 2)) << "locked twice and unlocked once";
-        EXPECT_EQ(GetLastError(), 4711u);
-        EXPECT_FALSE(ZU_lock_process_unlock(lock));
-    }).join();
-    EXPECT_TRUE(ZU_lock_process_unlock(again));
-    std::thread([&] { expect_free(lock); }).join();
-
-    EXPECT_EQ(code_of(ZU_lock_process_lock(opened)), codes::access_denied);
-    for (const auto& [one, code] : {std::pair{opened, codes::access_denied},
-                                    {lock, codes::not_supported}}) // a wait for several takes none
-        EXPECT_EQ(code_of(platform::WaitForMultipleObjects(1, &one, 0, 0) != WAIT_FAILED), code);
-    for (ZU_lock_process one : {opened, again, lock})
-        EXPECT_TRUE(ZU_lock_process_close(one));
-    for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock})
-        EXPECT_EQ(code_of(call(lock)), codes::invalid_handle) << "it is closed";
-    EXPECT_FALSE(has_file());
-    EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found);
-    EXPECT_TRUE(ZU_lock_process_close(nullptr));
-    EXPECT_TRUE(ZU_lock_process_destroy(nullptr));
-}
-
 TEST_F(process_lock, a_forked_child_is_another_process) {
     const ZU_lock_process lock = create();
     EXPECT_TRUE(ZU_lock_process_lock(lock));
@@ -135,34 +104,6 @@ TEST_F(process_lock, a_forked_child_is_another_process) {
     ended(later);
     EXPECT_EQ(shared->inside, 1);
     EXPECT_TRUE(ZU_lock_process_close(lock));
-}
-
-TEST_F(process_lock, names) {
-    const std::u16string long_name(254, u'\u00e9');
-    ZU_lock_process lock = create(), unnamed = ZU_lock_process_create(nullptr);
-    ZU_lock_process long_lock = ZU_lock_process_create((long_name + u"A").c_str());
-    const std::pair<std::u16string, uint32_t> rows[] = {
-        {u"Local\\" + wide_name, codes::already_exists},
-        {u"Global\\" + wide_name, codes::already_exists},
-        {u"Session\\12\\" + wide_name, codes::already_exists},
-        {long_name + u"A", codes::already_exists},
-        {long_name + u"a", codes::none}, // case matters, also at the end of a long name
-        {u"", codes::none},
-        {u"Local\\", codes::invalid_name},
-        {u"Session\\1", codes::path_not_found},
-        {u"Session\\\\" + wide_name, codes::path_not_found},
-        {u"local\\" + wide_name, codes::path_not_found},
-        {u"\\a", codes::bad_pathname},
-        {u"Global", codes::invalid_handle},
-        {std::u16string(261, u'x'), codes::filename_too_long}};
-    for (const auto& [wanted, code] : rows) {
-        ZU_lock_process opened = ZU_lock_process_create(wanted.c_str());
-        EXPECT_EQ(GetLastError(), code) << narrow(wanted);
-        EXPECT_EQ(opened != nullptr, code == codes::none || code == codes::already_exists) << narrow(wanted);
-        EXPECT_TRUE(ZU_lock_process_close(opened));
-    }
-    for (ZU_lock_process one : {lock, unnamed, long_lock})
-        EXPECT_TRUE(ZU_lock_process_close(one));
 }
 
 TEST_F(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
@@ -195,46 +136,6 @@ TEST_F(process_lock, an_owner_that_ends_leaves_it_abandoned_once) {
     EXPECT_FALSE(has_file());
 }
 
-// A handle closed under a waiting thread leaves the wait its lock; otherwise a call works on the lock that its handle
-// was for, or fails with 6.
-TEST_F(process_lock, handles_closed_in_use) {
-    holder owner = held_elsewhere();
-    ZU_lock_process kept = create();
-    std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(kept)) << "the owner was killed"; });
-    platform::Sleep(100); // Time for it to fall asleep.
-    EXPECT_TRUE(ZU_lock_process_close(kept));
-    owner.end();
-    waiting.join();
-    EXPECT_FALSE(has_file());
-
-    kept = create();
-    std::atomic<ZU_lock_process> changing{create()};
-    std::atomic<int> taken{0};
-    std::atomic<bool> over{false};
-    int counter = 0; // plain: only the lock keeps it right
-    crew users;
-    for (int i = 0; i < 2; ++i) {
-        users.add([&] {
-            while (!over) {
-                ZU_lock_process lock = changing;
-                if (!ZU_lock_process_lock_timeout(lock, 1))
-                    continue;
-                ++counter;
-                ++taken;
-                EXPECT_TRUE(ZU_lock_process_unlock(lock) || ZU_lock_process_unlock(kept));
-            }
-        });
-    }
-    for (int i = 0; i < 20000; ++i)
-        EXPECT_TRUE(ZU_lock_process_close(changing.exchange(create())));
-    over = true;
-    users.join();
-    EXPECT_EQ(counter, taken);
-    EXPECT_TRUE(ZU_lock_process_close(changing));
-    EXPECT_TRUE(ZU_lock_process_close(kept));
-    EXPECT_FALSE(has_file());
-}
-
 // Counted are the times that another process takes the lock again while this one waits for it.
 TEST_F(process_lock, giving_it_back_lets_a_sleeper_go_first) {
     for (const uint32_t timeout_ms : {60000u, ZU_WAIT_INFINITE}) {
@@ -261,6 +162,20 @@ TEST_F(process_lock, giving_it_back_lets_a_sleeper_go_first) {
         EXPECT_LE(overtakings[10], 4) << "half of the times";
         EXPECT_TRUE(ZU_lock_process_close(lock));
     }
+}
+
+TEST_F(process_lock, one_space_of_names) {
+    ZU_lock_process lock = create();
+    const std::pair<std::u16string, uint32_t> rows[] = {{u"Global\\" + wide_name, codes::already_exists},
+                                                        {u"Session\\12\\" + wide_name, codes::already_exists},
+                                                        {u"Session\\1", codes::path_not_found},
+                                                        {u"Session\\\\" + wide_name, codes::path_not_found}};
+    for (const auto& [wanted, code] : rows) {
+        ZU_lock_process opened = ZU_lock_process_create(wanted.c_str());
+        EXPECT_EQ(GetLastError(), code) << narrow(wanted);
+        EXPECT_TRUE(ZU_lock_process_close(opened));
+    }
+    EXPECT_TRUE(ZU_lock_process_close(lock));
 }
 
 // A process that may open the file can lock the byte under which it is made and removed, and keep it.
@@ -300,15 +215,6 @@ TEST_F(process_lock, no_file_outlives_a_process_for_long) {
     held_elsewhere().end(); // which leaves it behind, unless another test cleans up meanwhile
     run_child([&] { ZU_lock_process_close(ZU_lock_process_create((wide_name + u"b").c_str())); });
     EXPECT_FALSE(has_file()) << "this user's next process with a lock has cleaned up";
-}
-
-TEST_F(process_lock, exclusion_while_the_file_comes_and_goes) {
-    const pid_t other = fork_child([&] { take_and_leave(10000, ZU_WAIT_INFINITE, true); });
-    take_and_leave(10000, 60000, true);
-    EXPECT_EQ(ended(other), 0);
-    EXPECT_EQ(shared->counter, 20000);
-    EXPECT_EQ(shared->doubles, 0);
-    EXPECT_FALSE(has_file());
 }
 
 TEST_F(process_lock, killed_processes) {

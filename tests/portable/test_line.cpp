@@ -1,7 +1,5 @@
-// The line reader. About Linux: the files lie on a drive of the layer.
-#include <random>
-
-#include "support/test.h"
+// The line reader.
+#include "support/portable.h"
 
 namespace {
 
@@ -46,7 +44,7 @@ TEST(line, line_ends) {
                 {"abcdefgh\n", 4, {"abcd", "efgh", ""}}, {"abc\n", UINT32_MAX, {"abc"}},
                 {"abc\r\nd", 4, {"abc", "", "d"}}}; // the line feed ends a line of its own
     // clang-format on
-    const file_place place;
+    const scratch place;
     for (const auto& row : rows) {
         place.write("f", row.bytes);
         EXPECT_EQ(lines(open_file().file, row.limit), row.expected) << row.bytes << " at " << row.limit;
@@ -56,7 +54,7 @@ TEST(line, line_ends) {
 // Bytes that nobody else may write are read ahead, and most lines are taken from them at once: the results are those of
 // a file that others may write to.
 TEST(line, reading_ahead_changes_nothing) {
-    const file_place place;
+    const scratch place;
     std::mt19937 random(1);
     std::string bytes;
     while (bytes.size() < 200'000) {
@@ -92,7 +90,7 @@ TEST(line, reading_ahead_changes_nothing) {
 }
 
 TEST(line, position_and_short_read) {
-    const file_place place;
+    const scratch place;
     place.write("f", "abc\ndef");
     const open_file f;
     uint32_t length = 7;

@@ -1,5 +1,5 @@
-// The wide formatter: numbers beside the C library's own, texts by the platform's rules, and the counted area. About
-// Linux: the layer's own formatter stands in for the platform's.
+// The layer's own wide formatter: numbers with a point beside the C library's, whose digits it takes, what is longer than
+// any area, and the counted area.
 #include <cfloat>
 #include <cmath>
 
@@ -61,27 +61,6 @@ bool agree(const std::string& wide_format, Wide value, const std::string& format
     return false;
 }
 
-TEST(format_numbers, integers_as_the_c_library_prints_them) {
-    const int64_t values[] = {0,       1,       -1,          42,        0x1FF,    -0x8000,
-                              INT_MAX, INT_MIN, 0x123456789, INT64_MAX, INT64_MIN};
-    for (const std::string& text : all_modifiers()) {
-        const std::string start = "%" + text;
-        for (char letter : {'d', 'i', 'u', 'o', 'x', 'X'}) {
-            for (int64_t value : values) {
-                const int low = static_cast<int>(value);
-                ASSERT_TRUE(agree(start + letter, low, start + letter, low));
-                ASSERT_TRUE(agree(start + "hh" + letter, low, start + "h" + letter, low));
-                ASSERT_TRUE(agree(start + "I32" + letter, value, start + letter, low));
-                ASSERT_TRUE(agree(start + "l" + letter, value, start + letter, low));
-                ASSERT_TRUE(agree(start + "ll" + letter, value, start + "j" + letter, value));
-                ASSERT_TRUE(agree(start + "I64" + letter, value, start + "j" + letter, value));
-                ASSERT_TRUE(
-                    agree(start + "I" + letter, value, start + "t" + letter, static_cast<ptrdiff_t>(value)));
-            }
-        }
-    }
-}
-
 TEST(format_numbers, floating_point_as_the_c_library_prints_it) {
     const double values[] = {0.0,  -0.0,  0.5,     1.5,     2.5,      -0.5,   0.1,      9.9999995, 1234.5678,
                              1e15, 1e100, -1e-100, DBL_MAX, -DBL_MIN, 5e-324, INFINITY, -INFINITY, NAN};
@@ -122,46 +101,6 @@ TEST(format_numbers, a_decimal_point_of_several_bytes_is_one_character) {
     EXPECT_EQ(formatted(u"%.2f|%08.1f|%-7.1f|%e|%.1101f", 1.5, -0.5, 2.5, 1e9, 0.5).substr(0, 41),
               u"1\u066b50|-00000\u066b5|2\u066b5    |1\u066b000000e+09|0\u066b5000");
     setlocale(LC_NUMERIC, "C");
-}
-
-TEST(format_texts, by_the_rules_of_the_platform) {
-    const char narrow[] = "nar\xe9", narrow_open[] = {'a', 'b', 'c'};
-    const char16_t wide[] = u"wid\u20ac", wide_open[] = {u'a', u'b', u'c'};
-    const auto* no_wide = static_cast<const char16_t*>(nullptr);
-    const auto* no_narrow = static_cast<const char*>(nullptr);
-    auto* address = reinterpret_cast<void*>(uintptr_t{0xABC});
-    const std::u16string zeros(2 * sizeof(void*) - 3, u'0');
-    int stored = 7;
-    const std::pair<std::u16string, std::u16string> rows[] = {
-        {formatted(u"%s|%ls|%ws|%lS|%Ls", wide, wide, wide, wide, wide),
-         u"wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac|wid\u20ac"},
-        {formatted(u"%S|%hs|%hS", narrow, narrow, narrow), u"nar\u00e9|nar\u00e9|nar\u00e9"},
-        {formatted(u"%c%lc%wc%lC|%C%hc", 0x20ac, 0x20ac, 0x20ac, 0x20ac, 0x141, 0x141),
-         u"\u20ac\u20ac\u20ac\u20ac|AA"},
-        {formatted(u"a%cb", 0), std::u16string(u"a\0b", 3)},
-        {formatted(u"%s|%S|%hs", no_wide, no_narrow, no_narrow), u"(null)|(null)|(null)"},
-        {formatted(u"%.3s|%10s|%-10S|", no_wide, no_wide, no_narrow), u"(nu|    (null)|(null)    |"},
-        {formatted(u"%6s|%-6s|%.2s|%6.2S|%-6.2hs|", u"abc", u"abc", u"abc", "abc", "abc"),
-         u"   abc|abc   |ab|    ab|ab    |"},
-        {formatted(u"%05s|%-05s|%03c|%.0s|%.s", u"ab", u"ab", 'x', u"ab", u"ab"), u"000ab|ab   |00x||"},
-        {formatted(u"%*s|%*s|%.*s|%.*s", 4, u"ab", -4, u"ab", 1, u"ab", -1, u"ab"), u"  ab|ab  |a|ab"},
-        {formatted(u"%.3s%.2S", wide_open, narrow_open), u"abcab"},
-        {formatted(u"%*d|%-*d|%.*d", -5, 42, 5, 42, -1, 42), u"42   |42   |42"},
-        {formatted(u"%#x|%#x|%.0d|%hhd", 0, 255, 0, 0x1FF), u"0|0xff||511"},
-        {formatted(u"%p|%#p|%-20p|", address, address, address),
-         zeros + u"ABC|0X" + zeros + u"ABC|" + (zeros + u"ABC            ").substr(0, 20) + u"|"},
-        {formatted(u"%Iu|%zd|%jd|%td", size_t{5}, ssize_t{-6}, intmax_t{-7}, ptrdiff_t{-8}), u"5|-6|-7|-8"},
-        {formatted(u"%y%q%k%b%m%Z%wZ|%d", 42), u"yqkbmZZ|42"},
-        {formatted(u"%'d|%1$d|%I5|%Is|%I6d", 1), u"'d|$d|I5|Is|I6d"},
-        {formatted(u"100%%|%5%|%-%"), u"100%|%|%"},
-        {formatted(u"abc%"), u"abc"},
-        {formatted(u"abc%-08.3l"), u"abc"},
-        {formatted(u"%d%*", 1, 2), u"1"},
-        {formatted(u"%n%d", &stored, 42), u"42"},
-    };
-    for (const auto& [actual, expected] : rows)
-        EXPECT_EQ(actual, expected);
-    EXPECT_EQ(stored, 7) << "%n takes its argument and stores nothing";
 }
 
 } // namespace

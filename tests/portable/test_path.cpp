@@ -1,13 +1,12 @@
-// Paths: their forms and limits, and the actual form of what exists. File status and directory enumeration. About
-// Linux: the paths lead to files of the host, whose modes and times are told.
-#include "support/test.h"
+// Paths: their forms and limits, and the actual form of what exists. File status and directory enumeration.
+#include "support/portable.h"
 
 namespace {
 
 using text = std::u16string;
-using paths = file_test;
-using stat = file_test;
-using enum_dir = file_test;
+using paths = scratch_test;
+using stat = scratch_test;
+using enum_dir = scratch_test;
 
 constexpr char16_t none[] = u"<null>"; // what `taken` makes of null
 
@@ -63,23 +62,17 @@ TEST_F(paths, actual_path) {
     place.make_directory("Data");
     place.make_directory("Data/LOGS");
     place.write("Data/LOGS/A.txt", "");
-    place.map_share("srv", "share", place.host_path("Data"));
-    ASSERT_EQ(chdir(place.host_path("Data").c_str()), 0);
+    std::filesystem::current_path(place.at("Data"));
     const std::tuple<const char16_t*, uint32_t, std::vector<const char16_t*>> rows[] = {
         {u"T:", codes::none, {u"T:\\"}},
         {u"T:\\Data", codes::none, {u"t:\\\\data\\.\\logs\\..", u"t:data", u"..\\data"}},
         {u"T:\\Data\\LOGS", codes::none, {u"t:/data/logs/", u"./logs/../LOGS"}},
         {u"T:\\Data\\LOGS\\A.txt", codes::none, {u"\\\\?\\t:\\DATA\\Logs\\a.TXT"}},
-        {u"\\\\srv", codes::none, {u"\\\\srv\\share\\.."}},
-        {u"\\\\srv\\share", codes::none, {u"\\\\srv\\\\share\\"}},
-        {u"\\\\srv\\share\\LOGS\\A.txt", codes::none, {u"\\\\srv\\share\\logs\\a.txt"}},
         {u"",
          codes::file_not_found,
-         {u"T:\\..", u"..\\..", u"T:\\data\\..\\..\\data", u"\\\\srv\\share\\..\\..", u"\\\\srv",
-          u"\\\\srv\\", u"\\\\\\srv\\share", u"T:\\d?ta", u"\\\\?\\x\\data", u"", u"\\data", u"/data",
-          u"T:\\data\\missing", u"T:\\missing\\a.txt"}},
-        {u"", codes::path_not_found, {u"Q:\\data"}},
-        {u"", codes::directory_name_invalid, {u"T:\\data\\logs\\a.txt\\b"}}};
+         {u"T:\\..", u"..\\..", u"T:\\data\\..\\..\\data", u"T:\\d?ta", u"\\\\?\\x\\data", u"", u"\\data",
+          u"/data", u"T:\\data\\missing", u"T:\\missing\\a.txt"}},
+        {u"", codes::path_not_found, {u"Q:\\data"}}};
     for (const auto& [actual, code, all_typed] : rows)
         for (const char16_t* path : all_typed) {
             ZU_s out = nullptr;
@@ -91,26 +84,9 @@ TEST_F(paths, actual_path) {
             ZU_s_destroy(&out);
         }
     EXPECT_EQ(taken(ZU_get_current_dir()), u"T:\\Data");
-    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    std::filesystem::current_path(place.at(""));
     EXPECT_EQ(taken(ZU_get_current_dir()), u"T:");
     EXPECT_EQ(taken(ZU_get_actual_full_path(u"data\\logs")), u"T:\\Data\\LOGS");
-}
-
-TEST_F(paths, long_and_lost_current_directory) {
-    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
-    text expected = u"T:";
-    for (int depth = 0; depth < 25; ++depth) {
-        ASSERT_EQ(mkdir(std::string(250, 'd').c_str(), 0777), 0);
-        ASSERT_EQ(chdir(std::string(250, 'd').c_str()), 0);
-        expected += u"\\" + text(250, u'd');
-    }
-    EXPECT_EQ(taken(ZU_get_current_dir()), expected);
-    EXPECT_EQ(taken(ZU_get_actual_full_path(u".")), expected);
-    EXPECT_FALSE(ZU_delete_dir(u".")) << "a process keeps its own current directory";
-    EXPECT_EQ(GetLastError(), codes::sharing_violation);
-    std::filesystem::remove_all(place.host_path(std::string(250, 'd')));
-    EXPECT_EQ(taken(ZU_get_current_dir()), none);
-    EXPECT_EQ(GetLastError(), codes::file_not_found);
 }
 
 TEST_F(paths, stored_name_in_place) {
@@ -135,15 +111,10 @@ TEST_F(paths, stored_name_in_place) {
 
 TEST_F(paths, program_path) {
     const text program = taken(ZU_get_exe_path()), folder = taken(ZU_get_path(program.c_str()));
-    EXPECT_EQ(program, folder + u"\\test_path");
+    EXPECT_TRUE(program.starts_with(folder + u"\\test_path")) << narrow(program);
     EXPECT_EQ(taken(ZU_generate_local_path(u"x\\run.ini")), folder + u"\\x\\run.ini");
     for (const char16_t* path : {u"", u"1:\\", u"C:", u"Q:\\a", u"\\\\srv\\share"})
         EXPECT_FALSE(ZU_is_floppy_drive(path));
-}
-
-void set_modification(const file_place& place, const char* name, time_t seconds) {
-    const timespec times[] = {{seconds, 0}, {seconds, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, place.host_path(name).c_str(), times, 0), 0);
 }
 
 ZU_stat status_of(const char16_t* path) {
@@ -159,7 +130,7 @@ TEST_F(stat, mode_size_and_drive) {
     for (const char* name : {"r.un.EXE", "ro.cmd", "notes.txt", "a.exe.txt", "exe", ".bat", "x.exed"})
         place.write(name, "12345");
     place.make_directory("x.exe");
-    ASSERT_EQ(truncate(place.host_path("a.exe.txt").c_str(), 5'000'000'000), 0);
+    std::filesystem::resize_file(place.at("a.exe.txt"), 5'000'000'000);
     const std::tuple<const char16_t*, uint32_t, uint16_t, int64_t> rows[] = {
         {u"T:\\r.un.EXE", 0, 0x81FF, 5},
         {u"T:\\RO.cmd", read_only, 0x816D, 5},
@@ -168,9 +139,8 @@ TEST_F(stat, mode_size_and_drive) {
         {u"\\\\?\\T:\\a.exe.txt", 0, 0x81B6, 5'000'000'000},
         {u"exe", hidden, 0x81B6, 5},
         {u"t:\\x.exed", 0, 0x81B6, 5},
-        {u"t:\\x.exe\\\\", 0, 0x41FF, 0},
-        {u"x.exe", read_only, 0x416D, 0}};
-    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+        {u"t:\\x.exe\\\\", 0, 0x41FF, 0}};
+    std::filesystem::current_path(place.at(""));
     for (const auto& [path, attributes, mode, size] : rows) {
         ASSERT_TRUE(ZU_set_file_platform_attributes(path, attributes));
         const ZU_stat status = status_of(path);
@@ -180,15 +150,12 @@ TEST_F(stat, mode_size_and_drive) {
         EXPECT_EQ(status.st_dev, 19u) << "T:";
         EXPECT_EQ(status.st_rdev, 19u);
     }
-    // Roots have no entry and a fixed time.
-    place.map_share("srv", "share", place.host_path());
-    setenv("TZ", "EST5EDT,M3.2.0,M11.1.0", 1);
-    for (const char16_t* root :
-         {u"C:\\", u"C:", u"\\\\?\\c:\\", u"\\\\srv\\share", u"\\\\?\\unc\\SRV\\Share\\"}) {
+    set_zone("EST5");
+    for (const char16_t* root : {u"C:\\", u"C:", u"\\\\?\\c:\\"}) { // they have no entry and a fixed time
         const ZU_stat status = status_of(root);
         EXPECT_EQ(status.st_mode, 0x41FF);
         EXPECT_EQ(status.st_size, 0);
-        EXPECT_EQ(status.st_dev, root[1] == u':' || root[4] == u'c' ? 2u : 0u);
+        EXPECT_EQ(status.st_dev, 2u);
         for (ZU_time_t time : {status.st_atime, status.st_mtime, status.st_ctime})
             EXPECT_EQ(time, 315532800 + 5 * 3600);
     }
@@ -196,12 +163,9 @@ TEST_F(stat, mode_size_and_drive) {
 
 TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
     place.write("f", "");
-    place.map_share("srv", "share", place.host_path());
     const std::pair<uint32_t, std::vector<const char16_t*>> rows[] = {
-        {codes::file_not_found,
-         {u"", u"/x", u"\\x", u"T:\\*.txt", u"f?", u"\\\\?\\", u"T:\\missing", u"\\\\srv\\share\\missing"}},
-        {codes::path_not_found, {u"T:\\missing\\x", u"Q:\\", u"\\\\srv\\nosuch", u"\\\\nosuch\\share\\"}},
-        {codes::directory_name_invalid, {u"T:\\f\\x"}}};
+        {codes::file_not_found, {u"", u"/x", u"\\x", u"T:\\*.txt", u"f?", u"\\\\?\\", u"T:\\missing"}},
+        {codes::path_not_found, {u"T:\\missing\\x", u"Q:\\"}}};
     const ZU_stat zeros = {};
     for (const auto& [code, all_refused] : rows)
         for (const char16_t* path : all_refused) {
@@ -216,37 +180,14 @@ TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
         }
 }
 
-// The offset in force now is taken for every date: a file of the other season is an hour off.
-TEST_F(stat, times_are_converted_with_the_offset_in_force_now) {
-    place.make_directory("d");
+TEST_F(stat, a_file_in_the_place_of_a_directory) {
     place.write("f", "");
-    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\f", FILE_ATTRIBUTE_READONLY));
-    constexpr int32_t summer = 1152626400, winter = 1137000000; // July and January 2006
-    constexpr char north[] = "CET-1CEST,M3.5.0,M10.5.0/3", south[] = "AEST-10AEDT,M10.1.0,M4.1.0/3";
-    // With the offset of that day.
-    const std::tuple<const char*, int32_t, long> rows[] = {
-        {north, summer, 7200}, {north, winter, 3600}, {south, summer, 36000}, {south, winter, 39600}};
-    for (const auto& [zone, day, offset] : rows) {
-        setenv("TZ", zone, 1);
-        tzset();
-        const time_t present = std::time(nullptr);
-        struct tm now;
-        localtime_r(&present, &now);
-        set_modification(place, "f", day);
-        EXPECT_EQ(status_of(u"T:\\f").st_mtime, day + now.tm_gmtoff - offset) << zone;
-        for (const char16_t* path : {u"T:\\f", u"T:\\d\\"}) {
-            EXPECT_TRUE(ZU_set_file_time(path, day - 86400, day, day + 1));
-            EXPECT_TRUE(ZU_set_file_time(path, -1, day + 7, -1)) << "one alone";
-            const ZU_stat status = status_of(path);
-            EXPECT_EQ(status.st_ctime, day - 86400) << "what was set comes back to the second";
-            EXPECT_EQ(status.st_mtime, day + 7);
-            EXPECT_EQ(status.st_atime, day + 1);
-        }
-    }
-    EXPECT_TRUE(ZU_set_file_time(u"T:\\", 1, 1, 1)) << "a drive's root: nothing to do";
-    EXPECT_EQ(code_of(ZU_set_file_time(u"T:\\missing", 1, 1, 1)), codes::file_not_found);
-    set_modification(place, "f", 5'000'000'000);
-    EXPECT_EQ(status_of(u"T:\\f").st_mtime, -1) << "a time past 2038 is none";
+    ZU_stat status;
+    ZU_s out = nullptr;
+    EXPECT_EQ(code_of(ZU_stat64(u"T:\\f\\x", &status) == 0), codes::directory_name_invalid);
+    EXPECT_EQ(code_of(ZU_get_actual_full_path_ex(u"T:\\f\\x", &out)), codes::directory_name_invalid);
+    EXPECT_EQ(code_of(ZU_enum_dir_begin(u"T:\\f", 0)), codes::directory_name_invalid);
+    ZU_s_destroy(&out);
 }
 
 // Copies of all entries, by path; the walk's last code stays.
@@ -257,7 +198,7 @@ auto walk(const char16_t* directory, uint32_t flags) {
         const ZU_enum_dir_entry* entry = ZU_enum_dir_get(dir);
         EXPECT_EQ(entry->record_size, sizeof *entry);
         EXPECT_TRUE(text(entry->path).ends_with(u"\\" + text(entry->name)));
-        EXPECT_EQ(text(entry->find_data->cFileName), entry->name);
+        EXPECT_EQ(text(reinterpret_cast<const char16_t*>(entry->find_data->cFileName)), entry->name);
         result.emplace_back(entry->path, *entry);
     }
     ZU_enum_dir_end(dir);
@@ -266,46 +207,41 @@ auto walk(const char16_t* directory, uint32_t flags) {
 }
 
 TEST_F(enum_dir, entries_and_codes) {
-    setenv("TZ", "UTC0", 1);
+    set_zone("UTC0");
     place.make_directory("dir");
     place.make_directory("dir/sub");
     place.write("dir/a.txt", "12345");
-    place.write("dir/b\xff:", ""); // neither UTF-8 nor a name of the platform
-    place.make_link("dir/link", "/");
-    set_modification(place, "dir/a.txt", 1137000000);
-    place.map_share("srv", "share", place.host_path("dir"));
-    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    place.write("dir/b.txt", "");
+    ASSERT_TRUE(ZU_set_file_time(u"T:\\dir\\a.txt", 1136000000, 1137000000, 1137000001));
+    std::filesystem::current_path(place.at(""));
     const char16_t* forms[][2] = {{u"T:\\dir", u"T:\\dir\\"},
                                   {u"t:\\Dir\\\\", u"t:\\Dir\\"},
                                   {u"dir", u"dir\\"},
-                                  {u"\\\\?\\T:\\dir", u"T:\\dir\\"},
-                                  {u"\\\\srv\\share", u"\\\\srv\\share\\"}};
-    const char16_t* names[] = {u"a.txt", u"b\xdcff\xf03a", u"link", u"sub"};
+                                  {u"\\\\?\\T:\\dir", u"T:\\dir\\"}};
+    const char16_t* names[] = {u"a.txt", u"b.txt", u"sub"};
     for (const auto& [given, prefix] : forms) {
         const auto all = walk(given, ZU_ENUM_DIR_SIZE | ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS);
         EXPECT_EQ(GetLastError(), codes::no_more_files);
-        ASSERT_EQ(all.size(), 4u) << narrow(given);
+        ASSERT_EQ(all.size(), 3u) << narrow(given);
         for (size_t i = 0; i < all.size(); ++i) {
             EXPECT_EQ(all[i].first, text(prefix) + names[i]);
-            EXPECT_EQ(all[i].second.attributes, i == 3 ? ZU_PATH_DIR : ZU_PATH_FILE) << "a link: FILE";
+            EXPECT_EQ(all[i].second.attributes & (ZU_PATH_DIR | ZU_PATH_FILE),
+                      i == 2 ? ZU_PATH_DIR : ZU_PATH_FILE);
             EXPECT_NE(all[i].second.creation_time, -1);
         }
         EXPECT_EQ(all[0].second.size, 5u);
         EXPECT_EQ(all[0].second.modification_time, 1137000000);
-        EXPECT_EQ(all[0].second.access_time, 1137000000);
     }
     const auto plain = walk(u"T:\\dir", 0);
-    ASSERT_EQ(plain.size(), 6u) << "with . and ..";
+    ASSERT_EQ(plain.size(), 5u) << "with . and ..";
     EXPECT_EQ(plain[1].first, u"T:\\dir\\..");
     EXPECT_EQ(plain[2].second.size, 0u) << "not asked for";
     EXPECT_EQ(plain[2].second.modification_time, -1);
     place.make_directory("empty");
-    const std::pair<const char16_t*, uint32_t> failures[] = {
-        {u"", codes::path_not_found},
-        {u"T:\\missing", codes::path_not_found},
-        {u"Q:\\", codes::path_not_found},
-        {u"T:\\empty", codes::no_more_files},
-        {u"T:\\dir\\a.txt", codes::directory_name_invalid}};
+    const std::pair<const char16_t*, uint32_t> failures[] = {{u"", codes::path_not_found},
+                                                             {u"T:\\missing", codes::path_not_found},
+                                                             {u"Q:\\", codes::path_not_found},
+                                                             {u"T:\\empty", codes::no_more_files}};
     for (const auto& [directory, code] : failures) {
         EXPECT_EQ(ZU_enum_dir_begin(directory, ZU_ENUM_DIR_SKIP_DOTS), nullptr) << narrow(directory);
         EXPECT_EQ(GetLastError(), code) << narrow(directory);

@@ -1,0 +1,214 @@
+// Sockets of the host: signals, its own address families, forks, its resolver and routes.
+#include <sys/time.h>
+
+#include "support/test.h"
+
+namespace {
+
+using sockets = with_library;
+
+// A call's outcome in one number: its result when it succeeds, else the code.
+int outcome_of(int64_t result) {
+    return static_cast<int>(result >= 0 && static_cast<SOCKET>(result) != INVALID_SOCKET ? result
+                                                                                         : GetLastError());
+}
+
+int receive(SOCKET socket, int flags = 0) {
+    char byte;
+    return outcome_of(ZU_recv(socket, &byte, 1, flags));
+}
+
+int transmit(SOCKET socket, const std::string& data = "x") {
+    return outcome_of(ZU_send(socket, data.data(), static_cast<int32_t>(data.size()), 0));
+}
+
+int attempt(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in)) {
+    return outcome_of(connect_to(socket, address, length));
+}
+
+int set_option(SOCKET socket, int option, const void* value, int32_t length = 4) {
+    return outcome_of(ZU_setsockopt(socket, SOL_SOCKET, option, value, length));
+}
+
+fd_set set_of(SOCKET socket) {
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(socket, &set);
+    return set;
+}
+
+// A signal comes to this thread over and over until the end of the scope.
+class alarms_every_10_ms {
+public:
+    alarms_every_10_ms() { set(10000); }
+    ~alarms_every_10_ms() { set(0); }
+
+private:
+    static void set(suseconds_t period_us) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval timer{{0, period_us}, {0, period_us}};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+};
+
+TEST_F(sockets, other_descriptors_are_none) {
+    int pipes[2];
+    ASSERT_EQ(pipe(pipes), 0);
+    const auto stranger = static_cast<SOCKET>(pipes[1]);
+    fd_set set = set_of(stranger);
+    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, &set, nullptr, nullptr)), WSAENOTSOCK);
+    EXPECT_EQ(transmit(stranger), WSAENOTSOCK);
+    EXPECT_EQ(outcome_of(ZU_socket_close(stranger)), WSAENOTSOCK);
+    for (int end : pipes)
+        EXPECT_EQ(close(end), 0) << "closing what is no socket leaves it open";
+}
+
+TEST_F(sockets, calls_go_on_after_signals_and_see_what_others_do) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGUSR1, &action, nullptr);
+    const held_socket listener = listening_socket(), client = stream_socket();
+    const pthread_t self = pthread_self();
+    std::thread other([&] {
+        for (int i = 0; i < 60; ++i) {
+            usleep(5000);
+            pthread_kill(self, SIGUSR1);
+            if (i % 20 == 19) {
+                EXPECT_EQ(i == 19 ? attempt(client, address_of(listener)) : transmit(client), i != 19);
+            }
+        }
+    });
+    platform::one_socket_set writable(client);
+    EXPECT_EQ(platform::select(0, nullptr, &writable, nullptr, nullptr), 1) << "not ready at first";
+    const held_socket server(ZU_accept(listener, nullptr, nullptr));
+    fd_set set = set_of(server);
+    EXPECT_EQ(ZU_select(0, &set, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(receive(server), 1);
+    EXPECT_EQ(receive(server), 1);
+    other.join();
+}
+
+TEST_F(sockets, addresses_of_other_families) {
+    const file_place place;
+    sockaddr_un path{AF_UNIX, ""};
+    const std::string name = place.host_path("s");
+    const auto length = static_cast<int32_t>(offsetof(sockaddr_un, sun_path) + name.copy(path.sun_path, 100));
+    const auto of = [](auto& address) { return reinterpret_cast<sockaddr*>(&address); };
+    const held_socket listener(ZU_socket(AF_UNIX, SOCK_STREAM, 0)),
+        client(ZU_socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(outcome_of(ZU_bind(listener, of(path), length)), 0);
+    ASSERT_EQ(outcome_of(ZU_listen(listener, 1)), 0);
+    EXPECT_EQ(outcome_of(ZU_connect(client, of(path), 1)), WSAEFAULT);
+    EXPECT_EQ(outcome_of(ZU_connect(client, of(path), length)), 0);
+}
+
+TEST_F(sockets, time_limits_in_both_forms_and_under_signals) {
+    const connection pair, full;
+    const int milliseconds = 200;
+    const timeval time{0, 20000};
+    EXPECT_EQ(set_option(pair.server, SO_RCVTIMEO, &milliseconds), 0);
+    EXPECT_EQ(set_option(pair.listener, SO_RCVTIMEO, &milliseconds), 0);
+    EXPECT_EQ(set_option(full.client, SO_SNDTIMEO, &milliseconds), 0);
+    {
+        const alarms_every_10_ms interruptions; // none of which starts the time anew
+        const held_socket datagrams = bound_socket(SOCK_DGRAM);
+        EXPECT_EQ(set_option(datagrams, SO_RCVTIMEO, &milliseconds), 0);
+        EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
+        EXPECT_EQ(receive(datagrams), WSAETIMEDOUT);
+        EXPECT_EQ(outcome_of(ZU_accept(pair.listener, nullptr, nullptr)), WSAETIMEDOUT);
+        int sent;
+        while ((sent = transmit(full.client, std::string(5000, 'x'))) <= 5000) {}
+        EXPECT_EQ(sent, WSAETIMEDOUT);
+    }
+    EXPECT_EQ(receive(pair.server, MSG_DONTWAIT), WSAEWOULDBLOCK);
+    EXPECT_EQ(set_option(pair.client, SO_RCVTIMEO, &time, sizeof time), 0);
+    EXPECT_EQ(receive(pair.client), WSAETIMEDOUT);
+    for (const held_socket* end : {&pair.client, &pair.server})
+        EXPECT_EQ(fcntl(static_cast<int>(*end), F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(sockets, a_killed_programs_port_is_free_again) {
+    held_socket killed = bound_socket(SOCK_STREAM, port_of_our_own()), client = stream_socket();
+    const uint16_t free_again = port_of(killed);
+    run_child([&] {
+        ZU_listen(killed, 1);
+        attempt(client, address_of(killed));
+        ZU_accept(killed, nullptr, nullptr);
+        raise(SIGKILL);
+    });
+    killed.close();
+    client.close();
+    const held_socket taken = listening_socket(free_again);
+    ASSERT_NE(taken, INVALID_SOCKET) << GetLastError();
+}
+
+// "result, code", the code being 4711 where it was left alone.
+std::string tested(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms = 1000) {
+    SetLastError(4711);
+    const int32_t result = ZU_socket_test_port(address, port, timeout_ms);
+    return std::to_string(result) + ", " + std::to_string(GetLastError());
+}
+
+std::u16string looked_up(const ZU_wchar* name) {
+    SetLastError(0);
+    ZU_wchar* text = ZU_get_ip_address_by_host_name(name);
+    return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
+}
+
+TEST_F(sockets, callers_short_of_descriptors) {
+    const outcome starved = run_child([] {
+        const rlimit no_descriptors{0, 0};
+        setrlimit(RLIMIT_NOFILE, &no_descriptors);
+        std::printf("%s, %s", tested(u"127.0.0.1", 1).c_str(), narrow(looked_up(u"")).c_str());
+    });
+    EXPECT_EQ(starved.output, "1, 10024, code 11003") << "not the loopback";
+}
+
+// A name server that answers by the first digit of the name: with its code, from 4 on with an address.
+void answer(int server) {
+    unsigned char packet[512];
+    const unsigned char address[] = {0xC0, 12, 0, 1, 0,  1, 0, 0,
+                                     0,    9,  0, 4, 10, 0, 0, 9}; // of the name at 12
+    sockaddr_in from;
+    auto* const asker = reinterpret_cast<sockaddr*>(&from);
+    socklen_t length = sizeof from;
+    for (ssize_t size; (size = recvfrom(server, packet, 400, 0, asker, &length)) > 13;) {
+        const int digit = packet[13] - '0';
+        packet[2] |= 0x80; // a response
+        packet[3] = static_cast<unsigned char>(0x80 | digit % 4);
+        packet[7] = digit >= 4; // answers
+        std::copy_n(address, sizeof address, packet + size);
+        sendto(server, packet, static_cast<size_t>(size) + (digit >= 4 ? sizeof address : 0), 0, asker,
+               length);
+    }
+}
+
+TEST_F(sockets, codes_of_the_resolver_and_without_routes) {
+    const file_place place;
+    place.write("resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
+    const std::string configuration = place.host_path("resolv.conf");
+    const bool ran = in_private_network([&] {
+        ASSERT_EQ(mount(configuration.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr), 0);
+        EXPECT_EQ(looked_up(u"nobody.example"), u"code 11002") << "no server at all";
+        const held_socket server = bound_socket(SOCK_DGRAM, 53);
+        ASSERT_NE(server, INVALID_SOCKET);
+        std::thread answering(answer, static_cast<int>(server));
+        EXPECT_EQ(looked_up(u"3.example"), u"code 11001");
+        EXPECT_EQ(looked_up(u"2.example"), u"code 11002");
+        EXPECT_EQ(looked_up(u"0.example"), u"code 11004");
+        EXPECT_EQ(looked_up(u"4.example"), u"10.0.0.9");
+        shutdown(static_cast<int>(server), SHUT_RD);
+        answering.join();
+        EXPECT_EQ(looked_up(u""), u"127.0.0.1") << "no other address here";
+        std::ofstream("/proc/sys/net/ipv4/ip_local_port_range") << "40000 40000"; // all come from this one
+        EXPECT_EQ(tested(u"127.0.0.1", 40000), "1, 10061") << "and meet themselves there";
+        EXPECT_EQ(tested(u"10.1.2.3", 80), "1, 10051");
+    });
+    if (!ran)
+        GTEST_SKIP() << "this user may not make a network of its own";
+}
+
+} // namespace

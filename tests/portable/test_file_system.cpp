@@ -1,0 +1,231 @@
+// File-system operations, their second attempt on read-only items, and the recursive delete. File handles: ways to
+// open, positions, gathered writes.
+#include "support/portable.h"
+
+namespace {
+
+constexpr uint32_t hidden = FILE_ATTRIBUTE_HIDDEN, system_ = FILE_ATTRIBUTE_SYSTEM;
+constexpr uint32_t read_only = FILE_ATTRIBUTE_READONLY, plain = FILE_ATTRIBUTE_NORMAL;
+constexpr uint32_t ok = codes::none, wrong = codes::invalid_parameter, exists = codes::file_exists,
+                   denied = codes::access_denied;
+constexpr uint32_t shared =
+    ZU_FILE_SHARE_READ | ZU_FILE_SHARE_WRITE; // with the test, which looks at the file
+
+// A file of that content, with those attributes.
+void make(const scratch& place, const char* name, const char* contents, uint32_t bits) {
+    const std::u16string path = place.drive_path(wide(name));
+    ZU_delete_file(path.c_str());
+    place.write(name, contents);
+    ASSERT_TRUE(ZU_set_file_platform_attributes(path.c_str(), bits)) << name;
+}
+
+// What was set, of what both platforms keep: a new file may count as one to archive.
+uint32_t bits_of(const char16_t* path) {
+    return ZU_get_file_platform_attributes(path) & (read_only | hidden | system_ | FILE_ATTRIBUTE_DIRECTORY);
+}
+
+TEST(file_system, single_items_and_their_attributes) {
+    const scratch place;
+    for (const auto& [path, code] : {std::pair{u"T:\\a\\b", codes::path_not_found},
+                                     {u"T:\\a\\\\", ok},
+                                     {u"t:\\A", codes::already_exists},
+                                     {u"T:\\a\\b", ok}})
+        EXPECT_EQ(code_of(ZU_create_dir(path, nullptr)), code);
+    EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), codes::directory_not_empty);
+    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\b", read_only | hidden));
+    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\", read_only | system_));
+    EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a\\")), codes::directory_not_empty)
+        << "of the second attempt, whose bits are put back";
+    for (const auto& [path, code] :
+         {std::pair{u"T:\\A\\B\\", ok}, {u"T:\\a", ok}, {u"T:\\a", codes::file_not_found}})
+        EXPECT_EQ(code_of(ZU_delete_dir(path)), code);
+
+    make(place, "f", "", read_only | hidden | system_);
+    for (const uint32_t code : {ok, codes::file_not_found})
+        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\F")), code);
+    EXPECT_FALSE(place.exists("f"));
+    make(place, "f", "", read_only | hidden);
+    ZU_file* open =
+        ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ, nullptr);
+    EXPECT_EQ(code_of(ZU_delete_file(u"T:\\f")), codes::sharing_violation);
+    ZU_close_file(open);
+    EXPECT_EQ(bits_of(u"T:\\f"), read_only | hidden);
+
+    EXPECT_EQ(ZU_path_attributes(u"T:") & ZU_PATH_DIR, ZU_PATH_DIR) << "a root is completed";
+    EXPECT_EQ(ZU_get_file_platform_attributes(u"T:\\missing"), INVALID_FILE_ATTRIBUTES);
+    EXPECT_EQ(ZU_path_attributes(u"T:\\missing\\x"), 0u);
+    EXPECT_EQ(GetLastError(), codes::path_not_found);
+}
+
+TEST(file_system, a_directory_is_read_only) {
+    const scratch place;
+    place.make_directory("a");
+    place.make_directory("a/b");
+    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\", read_only | system_));
+    EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), codes::directory_not_empty);
+    EXPECT_EQ(ZU_path_attributes(u"T:\\a"), ZU_PATH_DIR | ZU_PATH_READONLY | ZU_PATH_SYSTEM)
+        << "the second attempt puts the bits back";
+    ZU_stat status;
+    ASSERT_EQ(ZU_stat64(u"T:\\a", &status), 0);
+    EXPECT_EQ(status.st_mode, 0x416D);
+    EXPECT_EQ(ZU_open_file(u"T:\\a", ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING, nullptr), nullptr);
+    EXPECT_EQ(GetLastError(), codes::access_denied);
+    EXPECT_EQ(bits_of(u"T:\\a"), FILE_ATTRIBUTE_DIRECTORY | read_only | system_);
+}
+
+TEST(file_system, recursive_delete) {
+    const scratch place;
+    for (const char* directory : {"tree", "tree/d1", "tree/d2", "tree/d2/deep"})
+        place.make_directory(directory);
+    for (int f = 0; f < 500; ++f)
+        place.write("tree/d1/f" + std::to_string(f), "");
+    place.write("tree/\xc3\xa4", "");
+    place.write("tree/d2/f", "");
+    for (const char16_t* path : {u"T:\\tree\\\u00e4", u"T:\\tree\\d2"})
+        ASSERT_TRUE(ZU_set_file_platform_attributes(path, read_only | system_));
+    ZU_file* open = ZU_open_file(u"T:\\tree\\d1\\f3", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING, nullptr);
+    EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree")), codes::directory_not_empty)
+        << "what is in use stays";
+    EXPECT_TRUE(place.exists("tree/d1/f3"));
+    EXPECT_FALSE(place.exists("tree/d1/f4") || place.exists("tree/d2"));
+    ZU_close_file(open);
+    EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree\\")), 0u);
+    EXPECT_EQ(code_of(ZU_delete_dir_recursive(u"T:\\tree")), codes::file_not_found);
+}
+
+TEST(file_system, moves_over_what_is_there) {
+    const scratch place;
+    place.make_directory("dir");
+    // With attributes, the destination is a file that holds "dst" before; then the code, and what it holds after.
+    const std::tuple<const char16_t*, const char16_t*, uint32_t, uint32_t, const char*> rows[] = {
+        {u"T:\\src", u"T:\\new", 0, ok, "src"},
+        {u"T:\\SRC", u"T:\\dst", plain, ok, "src"},
+        {u"T:\\src", u"T:\\dst", read_only | hidden, ok, "src"},
+        {u"T:\\missing", u"T:\\dst", read_only, codes::file_not_found, "dst"},
+        {u"T:\\src", u"T:\\no\\dst", 0, codes::path_not_found, ""},
+        {u"T:\\src", u"T:\\dir", 0, denied, ""},
+        {u"T:\\dir", u"T:\\moved", 0, ok, ""}};
+    for (const auto& [source, destination, bits, code, contents] : rows) {
+        const std::string name = narrow(destination).substr(3);
+        place.write("src", "src");
+        if (bits != 0)
+            make(place, name.c_str(), "dst", bits);
+        EXPECT_EQ(code_of(ZU_move_file(source, destination)), code) << name;
+        EXPECT_EQ(place.read(name), contents) << name;
+        const bool kept = code != 0 && bits != 0;
+        EXPECT_TRUE(!kept || bits_of(destination) == bits) << "put back";
+    }
+}
+
+bool written(ZU_file* file, const std::string& bytes) {
+    uint32_t done = 77;
+    return ZU_write_file(file, bytes.data(), static_cast<uint32_t>(bytes.size()), &done)
+           && done == bytes.size();
+}
+
+std::string read(ZU_file* file, uint32_t count) {
+    std::string bytes(count, '\0');
+    uint32_t done = 77;
+    return ZU_read_file(file, bytes.data(), count, &done) ? bytes.substr(0, done) : "failed";
+}
+
+TEST(file, ways_to_open_and_the_second_attempt) {
+    constexpr uint32_t missing = 0;
+    // Attributes of a file that holds "old", the flags, the code, and what it holds then.
+    const std::tuple<uint32_t, uint32_t, uint32_t, const char*> rows[] = {
+        {missing, ZU_FILE_OPEN_ALWAYS, ok, ""},
+        {missing, ZU_FILE_OPEN_EXISTING, codes::file_not_found, ""},
+        {plain, 0, wrong, "old"},
+        {plain, ZU_FILE_OPEN_ALWAYS, ok, "old"},
+        {plain, ZU_FILE_CREATE_NEW, exists, "old"},
+        {plain, ZU_FILE_CREATE_NEW | ZU_FILE_CREATE_ALWAYS, ok, ""},
+        {plain, ZU_FILE_TRUNCATE_EXISTING | ZU_FILE_OPEN_EXISTING, ok, "old"},
+        {plain, ZU_FILE_TRUNCATE_EXISTING, ok, ""},
+        {read_only, ZU_FILE_OPEN_EXISTING, ok, "old"},
+        {read_only, ZU_FILE_CREATE_NEW, exists, "old"},
+        {read_only | hidden, ZU_FILE_CREATE_ALWAYS, ok, ""},
+        {hidden, ZU_FILE_CREATE_ALWAYS, ok, ""},
+    };
+    const scratch place;
+    for (const auto& [attributes, flags, code, contents] : rows) {
+        SCOPED_TRACE(testing::Message() << attributes << ' ' << flags);
+        ZU_delete_file(u"T:\\f");
+        if (attributes != missing)
+            place.write("f", "old");
+        ZU_set_file_platform_attributes(u"T:\\f", attributes);
+        ZU_file* file = ZU_open_file(u"T:\\f", ZU_FILE_WRITE | flags, nullptr);
+        EXPECT_EQ(code_of(file != nullptr), code);
+        ZU_close_file(file);
+        EXPECT_EQ(place.read("f"), contents);
+        EXPECT_TRUE(attributes == missing || bits_of(u"T:\\f") == (attributes & ~plain));
+    }
+}
+
+TEST(file, a_protected_file_is_not_emptied) {
+    const scratch place;
+    for (const auto& [bits, flags] :
+         {std::pair{read_only, ZU_FILE_TRUNCATE_EXISTING}, {hidden | system_, ZU_FILE_CREATE_ALWAYS}}) {
+        make(place, "f", "old", bits);
+        ZU_file* const file = ZU_open_file(u"T:\\f", ZU_FILE_WRITE | flags, nullptr);
+        EXPECT_EQ(code_of(file), denied);
+        ZU_close_file(file);
+        EXPECT_EQ(place.read("f"), "old");
+        EXPECT_EQ(bits_of(u"T:\\f"), bits);
+    }
+}
+
+TEST(file, positions_and_failures) {
+    const scratch place;
+    place.write("f", std::string(100, 'x'));
+    ZU_file* file =
+        ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING | shared, nullptr);
+    EXPECT_TRUE(ZU_seek_file(file, 0, nullptr, ZU_SEEK_END));
+    EXPECT_TRUE(written(file, "0123456789"));
+    constexpr uint32_t before = codes::negative_seek;
+    const std::tuple<int64_t, uint32_t, uint32_t, uint64_t> rows[] = {
+        {0, ZU_SEEK_CURRENT, ok, 110}, {-10, ZU_SEEK_CURRENT, ok, 100},    {0, 3, wrong, 0},
+        {0, ZU_SEEK_CURRENT, ok, 100}, {-101, ZU_SEEK_CURRENT, before, 0}, {-1, ZU_SEEK_BEGIN, before, 0},
+        {100, ZU_SEEK_BEGIN, ok, 100}, {1000, ZU_SEEK_END, ok, 1110},      {0, 0xFFFFFFFF, wrong, 0},
+    };
+    uint64_t position = 7;
+    for (const auto& [offset, origin, code, reached] : rows) {
+        position = 7;
+        EXPECT_EQ(code_of(ZU_seek_file(file, offset, &position, origin)), code) << offset;
+        EXPECT_EQ(position, reached) << offset;
+    }
+    EXPECT_TRUE(ZU_tell_file(file, &position))
+        << "asks the platform, whose position no failed seek has moved";
+    EXPECT_EQ(position, 1110u);
+    EXPECT_EQ(read(file, 10), "") << "beyond the end";
+    EXPECT_TRUE(written(file, "z"));
+    EXPECT_EQ(place.read("f").substr(108), "89" + std::string(1000, '\0') + "z");
+    EXPECT_TRUE(ZU_seek_file(file, 4, nullptr, ZU_SEEK_BEGIN));
+    for (const ZU_bool done : {ZU_set_end_of_file(file), ZU_tell_file(file, &position), ZU_flush_file(file)})
+        EXPECT_TRUE(done);
+    EXPECT_EQ(position, 4u);
+    EXPECT_EQ(place.read("f"), "xxxx");
+    ZU_close_file(file);
+    ZU_close_file(nullptr);
+}
+
+TEST(file, gather_lists) {
+    const scratch place;
+    ZU_file* file = ZU_open_file(u"T:\\f", ZU_FILE_WRITE | ZU_FILE_CREATE_NEW | shared, nullptr);
+    const auto* bytes = reinterpret_cast<const uint8_t*>("abcd");
+    std::vector<ZU_file_vec> list(1025, ZU_file_vec{bytes, 1});
+    list[1] = {nullptr, 0};
+    const ZU_file_vec two[] = {{bytes, 2}, {bytes + 2, 2}}, huge[] = {{bytes, 0xFFFFFFFF}, {bytes, 4}};
+    const std::tuple<const ZU_file_vec*, int32_t, uint32_t, uint32_t> rows[] = {
+        {list.data(), 1025, wrong, 0}, {list.data(), 1024, ok, 1023}, {two, 2, ok, 4},
+        {list.data(), 0, ok, 0},       {list.data(), -1, ok, 0},      {huge, 2, wrong, 0},
+    };
+    for (const auto& [pieces, count, code, wanted] : rows) {
+        uint32_t done = 7;
+        EXPECT_EQ(code_of(ZU_write_file_v(file, pieces, count, &done)), code) << count;
+        EXPECT_EQ(done, wanted) << count;
+    }
+    EXPECT_EQ(place.read("f"), std::string(1023, 'a') + "abcd");
+    ZU_close_file(file);
+}
+
+} // namespace

@@ -1,0 +1,227 @@
+// Named process locks between real processes, and owners that are killed.
+#include "support/portable.h"
+
+namespace {
+
+// A name of this test alone.
+struct process_lock : testing::Test {
+    ZU_lock_process create() const { return ZU_lock_process_create(wide_name.c_str()); }
+    ZU_lock_process create_everyone() const { return ZU_lock_process_create_everyone(wide_name.c_str()); }
+    ZU_lock_process open() const { return ZU_lock_process_open(wide_name.c_str()); }
+    bool is_there() const {
+        ZU_lock_process opened = open();
+        ZU_lock_process_close(opened);
+        return opened != nullptr;
+    }
+    const std::string name = "zutest" + std::to_string(ZU_get_current_process_id());
+    const std::u16string wide_name = wide(name);
+};
+
+// Another process, which holds the lock of that name until it is killed or told to end.
+const part holds("holds", [](const words& arguments) {
+    ZU_lock_process lock = ZU_lock_process_create(wide(arguments[0]).c_str());
+    report(lock && ZU_lock_process_lock(lock) ? "held" : "failed");
+    wait_for_parent();
+    return 0;
+});
+
+void expect_free(ZU_lock_process lock) {
+    EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0));
+    EXPECT_TRUE(ZU_lock_process_unlock(lock));
+}
+
+// A thread that ends with the lock.
+void lock_in_thread(ZU_lock_process lock) {
+    std::thread([&] { ZU_lock_process_lock(lock); }).join();
+}
+
+TEST_F(process_lock, recursion_ownership_and_results) {
+    ZU_lock_process lock = create(), again = create_everyone();
+    EXPECT_EQ(GetLastError(), codes::already_exists);
+    ZU_lock_process opened = open();
+    EXPECT_EQ(code_of(ZU_lock_process_unlock(lock)), codes::not_owner);
+    EXPECT_TRUE(ZU_lock_process_lock(lock));
+    EXPECT_TRUE(ZU_lock_process_lock_timeout(again, 0)) << "the owner, through another handle";
+    EXPECT_TRUE(ZU_lock_process_unlock(lock));
+    std::thread([&] {
+        SetLastError(4711);
+        EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 2)) << "locked twice and unlocked once";
+        EXPECT_EQ(GetLastError(), 4711u);
+        EXPECT_FALSE(ZU_lock_process_unlock(lock));
+    }).join();
+    EXPECT_TRUE(ZU_lock_process_unlock(again));
+    std::thread([&] { expect_free(lock); }).join();
+
+    EXPECT_EQ(code_of(ZU_lock_process_lock(opened)), codes::access_denied);
+    for (ZU_lock_process one : {opened, again, lock})
+        EXPECT_TRUE(ZU_lock_process_close(one));
+    for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock})
+        EXPECT_EQ(code_of(call(lock)), codes::invalid_handle) << "it is closed";
+    EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found);
+    EXPECT_TRUE(ZU_lock_process_close(nullptr));
+    EXPECT_TRUE(ZU_lock_process_destroy(nullptr));
+}
+
+TEST_F(process_lock, names) {
+    const std::u16string long_name(254, u'\u00e9');
+    ZU_lock_process lock = create(), unnamed = ZU_lock_process_create(nullptr);
+    ZU_lock_process long_lock = ZU_lock_process_create((long_name + u"A").c_str());
+    const std::pair<std::u16string, uint32_t> rows[] = {
+        {u"Local\\" + wide_name, codes::already_exists},
+        {long_name + u"A", codes::already_exists},
+        {long_name + u"a", codes::none}, // case matters, also at the end of a long name
+        {u"", codes::none},
+        {u"Local\\", codes::invalid_name},
+        {u"local\\" + wide_name, codes::path_not_found},
+        {u"\\a", codes::bad_pathname},
+        {u"Global", codes::invalid_handle}};
+    for (const auto& [wanted, code] : rows) {
+        ZU_lock_process opened = ZU_lock_process_create(wanted.c_str());
+        EXPECT_EQ(GetLastError(), code) << narrow(wanted);
+        EXPECT_EQ(opened != nullptr, code == codes::none || code == codes::already_exists) << narrow(wanted);
+        EXPECT_TRUE(ZU_lock_process_close(opened));
+    }
+    for (ZU_lock_process one : {lock, unnamed, long_lock})
+        EXPECT_TRUE(ZU_lock_process_close(one));
+}
+
+TEST_F(process_lock, a_name_that_is_too_long) {
+    EXPECT_EQ(code_of(ZU_lock_process_create(std::u16string(261, u'x').c_str()) != nullptr),
+              codes::filename_too_long);
+}
+
+TEST_F(process_lock, an_owner_that_is_killed_leaves_it_abandoned_once) {
+    child(holds, {name}).next_line(); // killed at the end of the line
+    EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found) << "nobody has it";
+    child owner(holds, {name});
+    ASSERT_EQ(owner.next_line(), "held");
+    ZU_lock_process lock = create();
+    EXPECT_EQ(GetLastError(), codes::already_exists);
+    SetLastError(4711);
+    EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 60));
+    EXPECT_EQ(GetLastError(), 4711u) << "a time-out";
+    std::thread killer([&] {
+        ZU_sleep(20);
+        owner.kill();
+    });
+    EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 60000)) << "abandoned";
+    killer.join();
+    EXPECT_TRUE(ZU_lock_process_unlock(lock)) << "it is owned anyway";
+    expect_free(lock);
+    lock_in_thread(lock);
+    EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 0)) << "a thread ended";
+    EXPECT_TRUE(ZU_lock_process_unlock(lock));
+    expect_free(lock);
+    EXPECT_TRUE(ZU_lock_process_close(lock));
+    EXPECT_FALSE(is_there());
+}
+
+TEST_F(process_lock, an_owner_that_ends_in_order) {
+    child owner(holds, {name});
+    ASSERT_EQ(owner.next_line(), "held");
+    EXPECT_TRUE(is_there());
+    EXPECT_EQ(owner.finish(), 0);
+    EXPECT_FALSE(is_there());
+}
+
+// It leaves the wait its lock.
+TEST_F(process_lock, a_handle_closed_under_a_waiting_thread) {
+    child owner(holds, {name});
+    ASSERT_EQ(owner.next_line(), "held");
+    ZU_lock_process kept = create();
+    std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(kept)) << "the owner was killed"; });
+    ZU_sleep(100); // Time for it to fall asleep.
+    EXPECT_TRUE(ZU_lock_process_close(kept));
+    owner.kill();
+    waiting.join();
+    EXPECT_FALSE(is_there());
+}
+
+// A call works on the lock that its handle was for, or fails with 6.
+TEST_F(process_lock, handles_exchanged_under_its_users) {
+    ZU_lock_process kept = create();
+    std::atomic<ZU_lock_process> changing{create()};
+    std::atomic<int> taken{0};
+    std::atomic<bool> over{false};
+    int counter = 0; // plain: only the lock keeps it right
+    crew users;
+    for (int i = 0; i < 2; ++i) {
+        users.add([&] {
+            while (!over) {
+                ZU_lock_process lock = changing;
+                if (!ZU_lock_process_lock_timeout(lock, 1))
+                    continue;
+                ++counter;
+                ++taken;
+                EXPECT_TRUE(ZU_lock_process_unlock(lock) || ZU_lock_process_unlock(kept));
+            }
+        });
+    }
+    for (int i = 0; i < 20000; ++i)
+        EXPECT_TRUE(ZU_lock_process_close(changing.exchange(create())));
+    over = true;
+    users.join();
+    EXPECT_EQ(counter, taken);
+    EXPECT_TRUE(ZU_lock_process_close(changing));
+    EXPECT_TRUE(ZU_lock_process_close(kept));
+    EXPECT_FALSE(is_there());
+}
+
+// Goes in and out and counts in a file that only the lock protects; closes the lock in between where it is told to.
+int count_in_file(const std::string& lock_name, const std::string& path, int rounds, bool closes) {
+    ZU_lock_process lock = ZU_lock_process_create(wide(lock_name).c_str());
+    for (int i = 0; i < rounds; ++i) {
+        if (!ZU_lock_process_lock(lock))
+            return 1;
+        uint64_t count = 0;
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        file.read(reinterpret_cast<char*>(&count), sizeof count);
+        ++count;
+        file.seekp(0);
+        file.write(reinterpret_cast<const char*>(&count), sizeof count);
+        file.close();
+        ZU_lock_process_unlock(lock);
+        if (closes) {
+            ZU_lock_process_close(lock);
+            lock = ZU_lock_process_create(wide(lock_name).c_str());
+        }
+    }
+    return ZU_lock_process_close(lock) ? 0 : 2;
+}
+
+const part counts("counts", [](const words& arguments) {
+    return count_in_file(arguments[0], arguments[1], std::stoi(arguments[2]), arguments[3] == "closes");
+});
+
+TEST_F(process_lock, exclusion_between_processes) {
+    const scratch place;
+    for (const char* way : {"closes", "keeps"}) {
+        place.write("count", std::string(8, '\0'));
+        const words arguments = {name, place.at("count").string(), "1000", way};
+        child first(counts, arguments), second(counts, arguments);
+        EXPECT_EQ(count_in_file(name, arguments[1], 1000, way[0] == 'c'), 0);
+        EXPECT_EQ(first.finish() + second.finish(), 0);
+        uint64_t count = 0;
+        place.read("count").copy(reinterpret_cast<char*>(&count), sizeof count);
+        EXPECT_EQ(count, 3000u) << way;
+    }
+}
+
+TEST_F(process_lock, an_owner_killed_at_any_moment_holds_nobody_up) {
+    for (int round = 0; round < 30; ++round) {
+        child killed(counts, {name, "no such file", "1000000", round % 2 ? "closes" : "keeps"});
+        ZU_sleep(static_cast<uint32_t>(round * 3));
+        killed.kill();
+        ZU_lock_process lock = create();
+        if (!ZU_lock_process_lock_timeout(lock, 20000)) { // abandoned, and owned
+            EXPECT_TRUE(ZU_lock_process_unlock(lock)) << round << ' ' << GetLastError();
+        } else {
+            EXPECT_TRUE(ZU_lock_process_unlock(lock));
+        }
+        expect_free(lock);
+        EXPECT_TRUE(ZU_lock_process_close(lock));
+    }
+    EXPECT_FALSE(is_there());
+}
+
+} // namespace

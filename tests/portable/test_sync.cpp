@@ -1,0 +1,209 @@
+// Thread locks, events, semaphores and waits: results, codes, and what must hold when many threads meet.
+#include "support/portable.h"
+
+namespace {
+
+TEST(thread_lock, exclusion_and_recursion) {
+    ZU_lock_thread lock;
+    int64_t counter = 0; // plain: only the lock keeps it right
+    EXPECT_EQ(ZU_lock_thread_init_recursive(&lock), 1);
+    crew workers;
+    for (int i = 0; i < 8; ++i) {
+        workers.add([&, i] {
+            for (int round = 0; round < 20000; ++round) {
+                const int depth = (round + i) % 3;
+                for (int d = 0; d <= depth; ++d)
+                    EXPECT_EQ(ZU_lock_thread_lock(&lock), 1);
+                ++counter;
+                for (int d = 0; d <= depth; ++d)
+                    EXPECT_EQ(ZU_lock_thread_unlock(&lock), 1);
+            }
+        });
+    }
+    workers.join();
+    EXPECT_EQ(counter, 8 * 20000);
+    EXPECT_EQ(ZU_lock_thread_destroy(&lock), 1);
+    EXPECT_EQ(ZU_lock_thread_destroy(nullptr), 1);
+}
+
+TEST(atomics, wrap_around) {
+    int32_t cell = 0x7FFFFFFF;
+    EXPECT_EQ(ZU_atomic_inc_32(&cell), INT32_MIN);
+    EXPECT_EQ(ZU_atomic_dec_32(&cell), INT32_MAX);
+}
+
+TEST(events, reset_modes_and_results) {
+    for (ZU_bool manual : {0, 1}) {
+        ZU_event* one = ZU_create_event(manual);
+        SetLastError(4711);
+        for (uint32_t timeout_ms : {0u, 2u})
+            EXPECT_EQ(ZU_wait_for_event(one, timeout_ms), 0);
+        EXPECT_EQ(GetLastError(), 4711u) << "a time-out leaves the code alone";
+        EXPECT_TRUE(ZU_set_event(one));
+        EXPECT_TRUE(ZU_set_event(one)) << "a second set adds nothing";
+        EXPECT_EQ(ZU_wait_for_event(one, ZU_WAIT_INFINITE), 1);
+        EXPECT_EQ(ZU_wait_for_event(one, 0), manual);
+        ZU_set_event(one);
+        EXPECT_TRUE(ZU_reset_event(one));
+        EXPECT_EQ(ZU_wait_for_event(one, 0), 0);
+        EXPECT_TRUE(ZU_destroy_event(one));
+        EXPECT_TRUE(ZU_destroy_event(nullptr));
+    }
+}
+
+TEST(semaphores, counts_bounds_and_the_timed_out_flag) {
+    for (const auto& [initial, maximum] : {std::pair(2, 1), {0, 0}, {-1, 1}, {-2, -1}})
+        EXPECT_EQ(code_of(ZU_sem_create(initial, maximum)), codes::invalid_parameter)
+            << initial << " of " << maximum;
+    ZU_sem* sem = ZU_sem_create(0, 1);
+    ZU_bool flag = 77;
+    EXPECT_FALSE(ZU_sem_wait(sem, 0, &flag));
+    EXPECT_EQ(flag, 1);
+    EXPECT_TRUE(ZU_sem_post(sem));
+    EXPECT_EQ(code_of(ZU_sem_post(sem)), codes::too_many_posts) << "at its maximum";
+    EXPECT_TRUE(ZU_sem_wait(sem, 0, &flag));
+    EXPECT_EQ(flag, 0);
+    EXPECT_FALSE(ZU_sem_wait(sem, 2, nullptr));
+    EXPECT_TRUE(ZU_sem_destroy(sem));
+    EXPECT_TRUE(ZU_sem_destroy(nullptr));
+}
+
+TEST(waits_for_several, results_refusals_and_what_is_taken) {
+    ZU_event* events[65];
+    for (ZU_event*& one : events)
+        one = ZU_create_event(0);
+    for (int32_t count : {0, -1, 65, INT32_MIN})
+        EXPECT_EQ(code_of(ZU_wait_for_multiple_events(count, events, 0, 0) != -1), codes::invalid_parameter)
+            << count;
+    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 1), 0);
+    for (ZU_bool all : {0, 1}) {
+        ZU_set_event(events[63]);
+        ZU_set_event(events[2]);
+        SetLastError(4711);
+        EXPECT_EQ(ZU_wait_for_multiple_events(3, events, all, 1), all ? 0 : 3);
+        EXPECT_EQ(GetLastError(), 4711u);
+        EXPECT_EQ(ZU_wait_for_event(events[63], 0), 1);
+        EXPECT_EQ(ZU_wait_for_event(events[2], 0), all) << "a failed wait for all takes nothing";
+    }
+    for (int i : {5, 3, 4})
+        ZU_set_event(events[i]);
+    for (int expected : {4, 5, 6, 0})
+        EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 0), expected) << "the lowest index, each once";
+    for (ZU_event* one : events)
+        EXPECT_TRUE(ZU_destroy_event(one));
+}
+
+TEST(waits_for_several, one_event_twice) {
+    ZU_event* const one = ZU_create_event(0);
+    ZU_event* twice[] = {one, ZU_create_event(0), one};
+    EXPECT_EQ(code_of(ZU_wait_for_multiple_events(3, twice, 1, 0) != -1), codes::invalid_parameter);
+    EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 1), 0);
+}
+
+ZU_event* event(bool manual_reset) {
+    return ZU_create_event(manual_reset);
+}
+
+// 0: out of time; else the number of the event that ended the wait, from 1.
+uint32_t wait(ZU_event* one, uint32_t timeout_ms = ZU_WAIT_INFINITE) {
+    return ZU_wait_for_event(one, timeout_ms);
+}
+
+uint32_t wait(ZU_event* (&two)[2], bool all, uint32_t timeout_ms = ZU_WAIT_INFINITE) {
+    return static_cast<uint32_t>(ZU_wait_for_multiple_events(2, two, all, timeout_ms));
+}
+
+// A sleeper that was released stays released, whatever happens before it runs.
+TEST(sleepers, are_released_by_the_signal_itself) {
+    ZU_event *const manual = event(true), *const automatic = event(false), *const second = event(false);
+    ZU_event *two_events[] = {event(false), automatic}, *both[] = {automatic, second};
+    {
+        sleeping_crew three(3, [&](int) { return wait(manual); });
+        ZU_set_event(manual);
+        ZU_reset_event(manual);
+        EXPECT_EQ(three.results(), std::vector<uint32_t>(3, 1));
+        EXPECT_EQ(wait(manual, 0), 0u);
+    }
+    {
+        sleeping_crew three(3, [&](int i) { return i == 0 ? wait(two_events, false) : wait(automatic); });
+        for (int i = 0; i < 3; ++i)
+            ZU_set_event(automatic);
+        ZU_reset_event(automatic);
+        EXPECT_EQ(three.results(), (std::vector<uint32_t>{2, 1, 1}));
+        EXPECT_EQ(wait(automatic, 0), 0u);
+    }
+    {
+        sleeping_crew one(1, [&](int) { return wait(both, true); });
+        ZU_set_event(automatic);
+        EXPECT_EQ(wait(automatic), 1u) << "who waits for all holds nothing back";
+        ZU_set_event(automatic);
+        ZU_set_event(second);
+        EXPECT_EQ(wait(both, false, 0), 0u) << "both are taken by now";
+        EXPECT_EQ(one.results(), std::vector<uint32_t>(1, 1));
+    }
+    ZU_event *gates[] = {manual, event(true)}, *mixed[] = {automatic, manual};
+    ZU_set_event(gates[1]);
+    {
+        sleeping_crew three(
+            3, [&](int i) { return i == 2 ? wait(automatic) : wait(i == 0 ? gates : mixed, true); });
+        ZU_set_event(automatic);
+        EXPECT_EQ(wait(automatic, 0), 0u) << "the second cannot have it yet, so the third has";
+        ZU_set_event(automatic);
+        ZU_set_event(manual); // completes the first and the second
+        ZU_reset_event(manual);
+        EXPECT_EQ(three.results(), std::vector<uint32_t>(3, 1));
+        EXPECT_EQ(wait(automatic, 0), 0u);
+    }
+}
+
+// One token is passed on through automatic and manual events; a signal that is lost, or one too many, shows in the end.
+TEST(sleepers, no_signal_is_lost_or_doubled) {
+    constexpr int members = 8;
+    ZU_event* own[members];
+    for (int i = 0; i < members; ++i)
+        own[i] = event(i % 2 != 0);
+    ZU_set_event(own[0]);
+    ZU_event* const over = event(true);
+    std::atomic<int> holders{0};
+    std::atomic<uint64_t> passes{0};
+    crew workers;
+    for (unsigned i = 0; i < members; ++i) {
+        workers.add([&, i] {
+            std::minstd_rand random(i + 1);
+            ZU_event* watched[] = {own[i], over};
+            for (;;) {
+                const uint32_t limit = random() % 3;
+                const uint32_t found = random() % 2 != 0
+                                           ? wait(own[i], limit)
+                                           : wait(watched, false, limit == 0 ? ZU_WAIT_INFINITE : limit);
+                if (found == 2)
+                    return;
+                if (found == 0)
+                    continue;
+                ZU_reset_event(own[i]);
+                EXPECT_EQ(holders.fetch_add(1), 0);
+                if (random() % 4 == 0)
+                    ZU_reset_event(own[random() % members]);
+                if (++passes == 10'000)
+                    ZU_set_event(over);
+                holders.fetch_sub(1);
+                ZU_set_event(own[random() % members]);
+            }
+        });
+    }
+    workers.join();
+    EXPECT_EQ(std::count_if(own, own + members, [](ZU_event* one) { return wait(one, 0) == 1; }), 1);
+}
+
+// A waiter may end the object as soon as it is released, while its signaller is still on the way out.
+TEST(sleepers, may_close_what_released_them) {
+    for (int round = 0; round < 2000; ++round) {
+        ZU_event* done = ZU_create_event(round % 2 != 0);
+        std::thread signaller([&] { ZU_set_event(done); });
+        EXPECT_EQ(ZU_wait_for_event(done, ZU_WAIT_INFINITE), 1);
+        EXPECT_TRUE(ZU_destroy_event(done));
+        signaller.join();
+    }
+}
+
+} // namespace

@@ -1,0 +1,49 @@
+// Further processes of a test: the same program again, which plays a part in place of running its tests.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zu_test {
+
+using words = std::vector<std::string>; // of ASCII letters
+
+// A static object of the program. What its function returns is the exit code of the process.
+class part {
+public:
+    using function = int (*)(const words& arguments);
+    part(const char* name, function plays);
+    static int play(const std::string& name, const words& arguments);
+
+    const char* const name;
+
+private:
+    const function plays_;
+    const part* const next_;
+    static const part* first_;
+};
+
+// In the child: writes a line for the parent; waits for its word to end, or its end.
+void report(const std::string& line);
+void wait_for_parent();
+
+class child {
+public:
+    explicit child(const part& plays, const words& arguments = {});
+    ~child() { kill(); }
+    child(const child&) = delete;
+    child& operator=(const child&) = delete;
+
+    std::string next_line(); // of its reports; waits for it; empty when it has ended
+    std::string all_lines(); // of its output until it has ended
+    int finish();            // its exit code, after the word to end
+    void kill();             // ends it on the spot
+
+private:
+    struct process; // of this platform
+    std::unique_ptr<process, void (*)(process*)> process_;
+};
+
+} // namespace zu_test
