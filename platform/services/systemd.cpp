@@ -29,7 +29,6 @@ namespace {
 constexpr DWORD answer_limit_ms = 30000;
 constexpr DWORD question_limit_ms = 10000;
 constexpr DWORD look_ms = 5;
-constexpr size_t longest_unit = 255; // systemd's own limit
 
 // Whether the helper is where the template of the units names it, by its full path. An installation that was moved has it
 // elsewhere.

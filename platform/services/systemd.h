@@ -8,6 +8,8 @@
 
 namespace platform {
 
+inline constexpr size_t longest_unit = 255; // systemd's own limit for a unit's name
+
 // The unit of a service, the same for all spellings of its name; empty for a name that no unit can have.
 std::string unit_of(wide_view service_name);
 

@@ -10,6 +10,7 @@
 
 #include "platform/api/services.h"
 #include "platform/core/error.h"
+#include "platform/services/systemd.h"
 #include "platform/text/case_fold.h"
 #include "platform/text/utf8.h"
 
@@ -18,7 +19,6 @@ namespace platform {
 namespace {
 
 constexpr std::string_view suffix = ".service";
-constexpr size_t longest_unit = 255; // systemd's own limit
 
 // Where systemd looks, in its order.
 constexpr const char* folders[] = {

@@ -15,8 +15,7 @@ namespace {
 
 constexpr const char* properties =
     "--property=ActiveState,FreezerState,Job,Result,ExecMainStatus,StateChangeTimestampMonotonic,StatusText,TimeoutStartUSec,TimeoutStopUSec";
-constexpr DWORD not_executed =
-    203; // the exit status by which systemd says that a program could not be executed
+constexpr DWORD not_executed = 203; // systemd's exit status for a program that could not be executed
 
 // The value of a property in what systemctl prints, a line for each.
 std::string_view value_of(std::string_view text, std::string_view name) {
@@ -59,14 +58,13 @@ DWORD milliseconds_of(std::string_view span) {
     return sum < UINT_MAX ? static_cast<DWORD>(sum) : UINT_MAX;
 }
 
-// A unit that is inactive, but has a job, is about to be started.
+// A unit that is inactive, but has a job, is about to be started. Active units have several names: active, reloading.
 DWORD state_of(std::string_view active, bool has_job) {
-    if (active == "activating"
-        || (has_job && active != "active" && active != "reloading" && active != "deactivating"))
-        return SERVICE_START_PENDING;
     if (active == "deactivating")
         return SERVICE_STOP_PENDING;
-    return active == "active" || active == "reloading" ? SERVICE_RUNNING : SERVICE_STOPPED;
+    if (active == "inactive" || active == "failed" || active == "maintenance")
+        return has_job ? SERVICE_START_PENDING : SERVICE_STOPPED;
+    return active == "activating" ? SERVICE_START_PENDING : SERVICE_RUNNING;
 }
 
 DWORD seconds_since(uint64_t moment_us) {
@@ -87,9 +85,8 @@ void set_exit(std::string_view result, DWORD exit_status, SERVICE_STATUS& out) {
         out.dwServiceSpecificExitCode = exit_status;
     } else if (result == "signal" || result == "core-dump" || result == "oom-kill" || result == "watchdog") {
         out.dwWin32ExitCode = ERROR_PROCESS_ABORTED;
-    } else {
-        out.dwWin32ExitCode =
-            ERROR_SERVICE_REQUEST_TIMEOUT; // a time-out, or it did not come as far as its program
+    } else { // a time-out, or a failure before its program
+        out.dwWin32ExitCode = ERROR_SERVICE_REQUEST_TIMEOUT;
     }
 }
 
@@ -101,6 +98,8 @@ DWORD unit_watch::look(SERVICE_STATUS& out) {
         return code;
     const std::string_view active = value_of(said, "ActiveState"), text = value_of(said, "StatusText");
     const bool has_job = number_of(value_of(said, "Job")) != 0;
+    if (active.empty())
+        return RPC_S_SERVER_UNAVAILABLE;
     if (text != text_)
         ++texts_;
     text_ = text;
