@@ -1,4 +1,4 @@
-# The documents that install.cmake does not know, manual pages and completions for bash, each with what it is about.
+# The page about porting; manual pages and completions for bash, each with the program that it is about.
 install(FILES docs/porting.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 set(zu_completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES docs/man/zu.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
@@ -11,7 +11,8 @@ if(TARGET taskd)
   install(FILES docs/man/taskd.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
   install(FILES tools/completion/taskd DESTINATION ${zu_completions})
 endif()
-# How gdb shows the records of zu.h. It looks for the file by the path of the library that a program has loaded.
+# The printers with which gdb shows the records of zu.h. It looks for them by the path of the library that a program has
+# loaded.
 if(TARGET zu AND NOT WIN32)
   install(CODE "
     set(library \"${CMAKE_INSTALL_LIBDIR}\")

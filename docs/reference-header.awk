@@ -2,7 +2,7 @@
 # program that uses most of their functions; comments before and behind declarations become Doxygen's; a comment
 # over several declarations becomes the comment of each.
 
-# What Doxygen would take for commands, links or tags; `code` stays as it is.
+# Text without what Doxygen would take for commands, links or tags; `code` stays as it is.
 function plain(text,    parts, count, i, at, result) {
     count = split(text, parts, "`")
     for (i = 1; i <= count; ++i) {

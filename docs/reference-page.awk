@@ -10,7 +10,7 @@ function name_of(page, words) {
 # The page of a file, such as guide for docs/guide.md; empty for what is no page of the reference.
 function page_of(file) { return match(file, /(README|guide|platform|porting)\.md$/) ? substr(file, RSTART, RLENGTH - 3) : "" }
 
-# What a link leads to in the reference.
+# The target of a link in the reference; empty for none.
 function target_of(link,    at, page) {
     if (link ~ /^https?:/) return link
     at = index(link, "#")

@@ -1,5 +1,5 @@
-# How gdb shows the records of zu.h. Installed for the library, gdb loads it by itself; `source zu_printers.py` does the
-# same. It reads the program's memory alone and calls nothing in it, so it works on core files too.
+# Printers with which gdb shows the records of zu.h. gdb loads the installed file with the library; `source
+# zu_printers.py` does the same. They read the program's memory and call nothing in it, so they work on core files too.
 import gdb
 import gdb.printing
 
