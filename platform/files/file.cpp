@@ -224,14 +224,11 @@ DWORD file::flush() {
 
 // ---- Seeking ---------------------------------------------------------------------------------------------------
 
-// Where the file ends; -1 with errno. The host's own position, which nothing else uses, tells it in half the time of a
-// status. It is the only way for block devices, and does not serve some files of /proc.
+// Where the file ends; -1 with errno. A status asks a server for the size, which lseek would not do on every file system
+// of a network; yet for block devices only lseek tells it.
 int64_t file::end() const {
-    if (S_ISREG(mode_) || S_ISBLK(mode_)) {
-        const off_t position = lseek(number_.get(), 0, SEEK_END);
-        if (position >= 0 || S_ISBLK(mode_))
-            return position;
-    }
+    if (S_ISBLK(mode_))
+        return lseek(number_.get(), 0, SEEK_END);
     struct stat now;
     return fstat(number_.get(), &now) == 0 ? now.st_size : -1;
 }
