@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "platform/core/start_helper.h"
 #include "tools/tools.h"
 #include "zu/zu.h"
 
@@ -91,6 +92,7 @@ int run(const command& known, arguments given) {
 
 int main(int count, char** texts) {
     using namespace zu_tools;
+    platform::set_library_folder(ZU_LIBRARY_FROM_HERE);
     const std::string name = count > 1 ? texts[1] : "";
     if (name == "--help" || name == "help") {
         print_usage(stdout);

@@ -55,6 +55,8 @@ std::string own_folder() {
     return own.name.substr(0, own.name.rfind('/') + 1);
 }
 
+const char* library_folder = nullptr; // from set_library_folder
+
 std::vector<char*> pointers_to(std::vector<std::string>& texts) {
     std::vector<char*> pointers(texts.size() + 1); // the last one stays null
     std::transform(texts.begin(), texts.end(), pointers.begin(),
@@ -108,14 +110,19 @@ std::string helper_path() {
         return chosen;
     // A relative folder would be another one after a change of directory.
     if (const std::string folder = own_folder(); folder.starts_with('/')) {
-        // The last one is for an installed program that has the library inside.
-        for (const char* relative : {"zu-helper", ZU_PRIVATE_FOLDER "/zu-helper",
-                                     ZU_PROGRAMS_TO_LIBRARY "/" ZU_PRIVATE_FOLDER "/zu-helper"}) {
-            if (access((folder + relative).c_str(), X_OK) == 0)
-                return folder + relative;
+        std::vector<std::string> places{folder, folder + ZU_PRIVATE_FOLDER "/"};
+        if (library_folder)
+            places.push_back(folder + library_folder + "/" ZU_PRIVATE_FOLDER "/");
+        for (const std::string& place : places) {
+            if (access((place + "zu-helper").c_str(), X_OK) == 0)
+                return place + "zu-helper";
         }
     }
     return ZU_LIBRARY_FOLDER "/" ZU_PRIVATE_FOLDER "/zu-helper";
+}
+
+void set_library_folder(const char* folder) {
+    library_folder = folder;
 }
 
 pid_t start_helper(const char* command, int standard_input, std::initializer_list<int> descriptors,

@@ -13,6 +13,10 @@ namespace platform {
 // the library's private folder there; else where it is installed.
 std::string helper_path();
 
+// Makes helper_path look for the library's private folder in one more folder, which is relative to this program's own. For
+// a program that is installed with the library, but contains it. `folder` must stay.
+void set_library_folder(const char* folder);
+
 // Starts `zu-helper COMMAND` in a session of its own, with a descriptor as its standard input (-1: none) and nothing
 // else of ours: no signal settings, no environment but what is given, no descriptors but those listed, whose numbers
 // are its further arguments. Gives its pid, or -1 with errno.
