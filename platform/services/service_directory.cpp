@@ -289,8 +289,8 @@ DWORD check_names(service_manager& manager, const std::string& path, int all, co
     } else if (errno != ENOENT) {
         return code_of_errno(errno);
     }
-    unit_file other;
-    if (const DWORD code = find_other_unit(path, record.name, other); code != ERROR_SERVICE_DOES_NOT_EXIST)
+    unit_file found;
+    if (const DWORD code = find_other_unit(path, record.name, found); code != ERROR_SERVICE_DOES_NOT_EXIST)
         return code == ERROR_SUCCESS ? ERROR_SERVICE_EXISTS : code;
     std::vector<service_record> others;
     if (const DWORD code = manager.all(others); code != ERROR_SUCCESS)

@@ -22,11 +22,12 @@ descriptor open_lock(int directory, const char* name) {
     if (!file || fstat(directory, &above) != 0 || fstat(file.get(), &own) != 0 || own.st_uid != geteuid())
         return file;
     // Root's lock in a directory of another user, as which a unit's helper may run, belongs to that user. A link to
-    // another file does not.
+    // another file does not. Where it cannot be given, it stays root's.
     constexpr uid_t same_user = -1;
     constexpr gid_t same_group = -1;
-    if (own.st_uid == 0 && above.st_uid != 0 && own.st_nlink == 1 && own.st_size == 0)
-        fchown(file.get(), above.st_uid, same_group);
+    if (own.st_uid == 0 && above.st_uid != 0 && own.st_nlink == 1 && own.st_size == 0) {
+        [[maybe_unused]] const int result = fchown(file.get(), above.st_uid, same_group);
+    }
     const bool is_for_group =
         (above.st_mode & S_IWGRP) != 0
         && (own.st_gid == above.st_gid || fchown(file.get(), same_user, above.st_gid) == 0);
