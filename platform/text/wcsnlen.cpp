@@ -39,7 +39,9 @@ __attribute__((no_sanitize("address", "thread"))) size_t length_by_words(const W
 __attribute__((no_sanitize("address", "thread"))) size_t copy_short(WCHAR* out, const WCHAR* text,
                                                                     size_t limit) {
     using vector = uint16_t __attribute__((vector_size(16)));
-    using unaligned = uint16_t __attribute__((vector_size(16), may_alias, aligned(1)));
+    // Clang takes a lower alignment from a typedef alone, not from an alias.
+    typedef uint16_t unaligned __attribute__((vector_size(16), may_alias, aligned(1)));
+    static_assert(alignof(unaligned) == 1);
     using halves = uint64_t __attribute__((vector_size(16)));
     constexpr size_t vector_units = sizeof(vector) / sizeof(WCHAR);
     size_t length = 0;
