@@ -139,6 +139,8 @@ DWORD create(place& where, const open_request& request, descriptor& out) {
     const auto follow = [&](int at, const char* path) { return fstatat(at, path, &status, 0); };
     if (where.attempt(follow) == 0)
         return opens_again;
+    if (errno != ENOENT) // what is there could not be asked, so it must not count as new
+        return where.code_of(errno);
     out = descriptor(open_call(where, flags));
     return out ? ERROR_SUCCESS : where.code_of(errno);
 }
