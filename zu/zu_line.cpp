@@ -41,7 +41,7 @@ char* ZU_get_line_i(ZU_file* file, ZU_buf* buffer, uint32_t* length, ZU_bool* sh
     if (limit == 0)
         return nullptr;
 
-    // Most lines of a file that others may not write to: the result is that of the loop.
+    // Most lines of a file that nobody else may write are taken in one step, with the result that the loop would give.
     const uint32_t first = std::min(first_chunk, limit);
     if (const uint32_t taken = zu::take_line_ahead(file, with_room(buffer, first, 0), first))
         return finish(buffer, taken - 1, length);

@@ -126,7 +126,7 @@ ZU_bool ZU_wildcard_match(const ZU_wchar* pattern, const ZU_wchar* text) {
             const ZU_wchar* end = ++pattern;
             while (*end && *end != '*')
                 ++end;
-            if (!*end) // the last star
+            if (!*end) // that was the last star
                 return ends_with(text, {pattern, static_cast<size_t>(end - pattern)});
             resume = pattern;
             retry = text + 1;

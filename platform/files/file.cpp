@@ -64,8 +64,9 @@ size_t file::take_line_ahead(char* out, size_t most) {
         return 0;
     const size_t size = static_cast<size_t>(static_cast<const char*>(end) - start) + 1;
     std::memcpy(out, start, size);
+    // What is left behind is the state of a read of all these bytes and a seek back to the end of the line.
     latest_start_ = position_;
-    latest_end_ = position_ + most; // as if all had been read, and the position had been set back
+    latest_end_ = position_ + most;
     position_ += size;
     return size;
 }

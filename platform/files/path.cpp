@@ -50,7 +50,7 @@ bool append_plain_components(wide_view rest, std::string& host) {
     host.resize(before + 1 + rest.size());
     char* out = host.data() + before;
     *out++ = '/';
-    size_t start = 0; // of the component
+    size_t start = 0; // where the component begins
     for (size_t at = 0;; ++at) {
         const bool is_end = at == rest.size();
         if (is_end || rest[at] == u'\\') {

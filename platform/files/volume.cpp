@@ -52,8 +52,9 @@ medium kind_of(uint32_t magic, unsigned major, unsigned minor) {
         if (row.magic == magic)
             return row.kind;
     if (magic == FUSE_SUPER_MAGIC) {
+        // A file system whose name cannot be told counts as local.
         std::string name;
-        file_system_of(major, minor, name); // one that cannot be told counts as local
+        file_system_of(major, minor, name);
         for (const std::string_view remote : remote_in_user_space)
             if (name == remote)
                 return medium::remote;
