@@ -148,6 +148,7 @@ public:
             if (is_directory_) { // that is left now
                 FindClose(here.search);
                 levels_.pop_back();
+                SetLastError(code_); // the end of a listing is no failure
                 return !levels_.empty();
             }
             path_ += L'\\';
@@ -189,6 +190,7 @@ private:
         return true;
     }
 
+    const DWORD code_ = ::GetLastError();
     std::wstring path_; // of the present entry
     std::vector<level> levels_;
     WIN32_FIND_DATAW entry_ = {};
