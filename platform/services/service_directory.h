@@ -8,7 +8,7 @@
 //     <name>/start       locked by its starter, and by the helper until it has answered
 //     <name>/order       locked by the starter of a unit, whose helper takes `start`
 //     <name>/reports     exists once the service has reported its state (service_protocol.h)
-//     <name>/restarts    exists while the host's manager has a rule to start the service again when it has ended
+//     <name>/restarts    exists when the host's manager may start the service again, which has ended, by a rule
 //     <name>/deleted     exists once it is marked for deletion
 #pragma once
 

@@ -13,7 +13,7 @@ inline constexpr int stop_signal = SIGTERM;
 inline constexpr const char* reports_mark = "reports"; // the service has reported its state
 inline constexpr const char* deleted_mark = "deleted"; // the service is marked for deletion
 inline constexpr const char* restarts_mark =
-    "restarts"; // the host's manager starts it again when it has ended
+    "restarts"; // it has ended, and the host's manager may start it again
 bool has_mark(int directory, const char* mark);
 bool set_mark(int directory, const char* mark); // false with errno: EEXIST when it is set
 void clear_mark(int directory, const char* mark);

@@ -163,12 +163,13 @@ void store_failed_start(int directory, DWORD code) {
 
 void note_end_of_unit(int directory, const std::string& unit, std::string_view result, DWORD exit_status) {
     std::string rule;
-    if (ask_systemctl(is_of_users_manager(directory), {"show", "--property=Restart", "--", unit}, rule)
-            != ERROR_SUCCESS
-        || rule != "Restart=no\n")
-        set_mark(directory, restarts_mark);
-    else
+    const DWORD code =
+        ask_systemctl(is_of_users_manager(directory), {"show", "--property=Restart", "--", unit}, rule);
+    const bool is_for_failures = rule.starts_with("Restart=on-") && rule != "Restart=on-success\n";
+    if (code == ERROR_SUCCESS && (rule == "Restart=no\n" || (is_for_failures && result == "success")))
         clear_mark(directory, restarts_mark);
+    else
+        set_mark(directory, restarts_mark);
 
     constexpr DWORD first_own_status =
         200; // with those the manager says that it could not execute the helper

@@ -24,8 +24,8 @@ DWORD stop_unit(int directory, const service_record& record);
 // Stores the code of a start that the helper has refused. Nothing of the service lives, or this does nothing.
 void store_failed_start(int directory, DWORD code);
 
-// Stores why the service has ended by the manager's own result, where its helper could not, and whether the manager has a
-// rule to start it again.
+// Stores why the service has ended by the manager's own result, where its helper could not, and whether the manager may
+// start it again by a rule.
 void note_end_of_unit(int directory, const std::string& unit, std::string_view result, DWORD exit_status);
 
 } // namespace platform

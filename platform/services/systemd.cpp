@@ -78,9 +78,11 @@ bool prefers_units() {
     if (geteuid() != 0 || !runs_this_machine())
         return false;
     for (const char* folder : {"/etc", "/run", "/usr/local/lib", "/usr/lib", "/lib"}) {
-        std::ifstream file(std::string(folder) + "/systemd/system/zu@.service");
-        if (file) // the first one counts
-            return names_a_helper(file);
+        const std::string path = std::string(folder) + "/systemd/system/zu@.service";
+        if (access(path.c_str(), F_OK) != 0)
+            continue;
+        std::ifstream file(path); // the first one counts
+        return !file || names_a_helper(file);
     }
     return false;
 }

@@ -38,8 +38,10 @@ DWORD find_exactly(const std::string& name, unit_file& out) {
     for (const char* folder : folders) {
         struct stat found;
         if (stat((std::string(folder) + '/' + name).c_str(), &found) == 0) {
+            if (S_ISDIR(found.st_mode))
+                return ERROR_SERVICE_DOES_NOT_EXIST;
             out = {name, S_ISCHR(found.st_mode) || found.st_size == 0};
-            return S_ISDIR(found.st_mode) ? ERROR_SERVICE_DOES_NOT_EXIST : ERROR_SUCCESS;
+            return ERROR_SUCCESS;
         }
         if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
             return code_of_errno(errno);
