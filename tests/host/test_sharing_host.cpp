@@ -1,5 +1,5 @@
-// Share modes between processes, users and handles: all pairs of access and share mode; deleting and moving. About
-// Linux: locks on files stand for share modes.
+// The locks that stand for share modes on this host: between users, on files of all modes, in forked children, without
+// descriptors, and while files are moved away.
 #include "support/test.h"
 
 namespace {
@@ -136,24 +136,6 @@ TEST_F(sharing, end_of_a_claim) {
     const holder copy([] { return 0u; }); // has one of the descriptor until it ends
     mine.close();
     EXPECT_EQ(opened(path, all_alone).code, 0u);
-}
-
-TEST_F(sharing, an_open_file_is_not_deleted_moved_or_replaced) {
-    const std::u16string path = place.long_path(u"file"), other = place.long_path(u"other"),
-                         moved = place.long_path(u"moved");
-    for (DWORD i = 0; i < 16; ++i) {
-        SCOPED_TRACE(i);
-        place.write("file", "file");
-        place.write("other", "other");
-        const holder child = opened_elsewhere(path, way(i));
-        const DWORD in_use = way(i).needs != 0 ? codes::sharing_violation : codes::none;
-        EXPECT_EQ(code_of(MoveFileExW(path.c_str(), moved.c_str(), 0)), in_use);
-        MoveFileExW(moved.c_str(), path.c_str(), 0);
-        EXPECT_EQ(code_of(MoveFileExW(other.c_str(), path.c_str(), 1)),
-                  in_use ? codes::access_denied : codes::none);
-        EXPECT_EQ(code_of(DeleteFileW(path.c_str())), in_use);
-        EXPECT_EQ(place.read("file"), in_use ? "file" : "");
-    }
 }
 
 TEST_F(sharing, callers_short_of_descriptors) {

@@ -1,0 +1,119 @@
+// The log file in the character sets and on the file systems of the host, in directories closed to their user, and with
+// forked children.
+#include "support/file_log.h"
+#include "support/test.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The environment's character set is looked up once in a process, so that it has to be set in a child.
+TEST(log_file, characters_that_the_encoding_lacks) {
+    const file_log log;
+    const outcome child = run_child([&] {
+        setenv("LC_ALL", "x.CP1252", 1);
+        ZU_log_add_output(ZU_LOG_OUT_STDOUT);
+        log.set(1 << 20, 3, ZU_ENCODING_ANSI);
+        ZU_tm local;
+        ZU_localtime(0, &local); // reads the zone's file
+        rlimit memory;
+        getrlimit(RLIMIT_AS, &memory);
+        const rlim_t usual = std::exchange(memory.rlim_cur, 0);
+        setrlimit(RLIMIT_AS, &memory);
+        if (!address_space_is_not_limited() && ZU_log_write(ZU_LOG_INFO, u"no memory for a converter") != 0)
+            _exit(1);
+        memory.rlim_cur = usual;
+        setrlimit(RLIMIT_AS, &memory);
+        ZU_log_write(ZU_LOG_INFO, u"\u20ac \u0436 \U0001F600 \xD800");
+        log.set(1 << 20, 3);
+        _exit(static_cast<int>(ZU_log_write(ZU_LOG_INFO, u"\u20ac \xD800")));
+    });
+    EXPECT_EQ(child.exit_code, 0x12);
+    EXPECT_EQ(log.messages(), (texts{"\x80 ? ?? ?", "\xE2\x82\xAC \xEF\xBF\xBD"}));
+    EXPECT_NE(child.output.find("s| \x80 ? ?? ?\n"), std::string::npos) << child.output;
+}
+
+// Where the directory cannot be listed, numbers are tried one by one, unless they are too many.
+TEST(log_file, rotation_moves_what_is_there_and_nothing_else) {
+    as_both_users([](const file_place& place) {
+        const started_library started;
+        ZU_log_set_output(ZU_LOG_OUT_FILE);
+        const struct {
+            std::string directory, spelling;
+            int mode;
+            uint32_t generations;
+            std::string suffixes_and_contents;
+        } rows[] = {
+            {"a", "App.Log", 0755, 6, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7"},
+            {"b", "app.log", 0755, 2000, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7"},
+            {"c", "app.log", 0333, 6, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7"},
+            {"d", "app.log", is_root() ? 0755 : 0333, 2000,
+             is_root() ? " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7"
+                       : " .05=.05 .1.1=.1.1 .1=.1 .3=.3 .5=.5 .7=.7"},
+        };
+        for (const auto& row : rows) {
+            place.make_directory(row.directory);
+            place.write(row.directory + "/app.log", "");
+            for (const std::string suffix : {".1", ".3", ".5", ".05", ".7", ".1.1"})
+                place.write(row.directory + "/" + row.spelling + suffix, suffix);
+            const fs::path directory = place.host_path(row.directory);
+            fs::permissions(directory, fs::perms(row.mode));
+            ZU_log_set_log_file_ex(place.drive_path(wide(row.directory + "\\app.log")).c_str(), 0,
+                                   ZU_ENCODING_UTF8, 0, row.generations, nullptr, nullptr);
+            EXPECT_EQ(ZU_log_write(ZU_LOG_ALERT, u"x"), 0x10u) << row.directory;
+            fs::permissions(directory, fs::perms(0755));
+            std::set<std::string> found;
+            for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+                const std::string file = entry.path().filename();
+                if (file.size() > 7)
+                    found.insert(" " + file.substr(7) + "=" + place.read(row.directory + "/" + file));
+            }
+            EXPECT_EQ(std::accumulate(found.begin(), found.end(), std::string()), row.suffixes_and_contents)
+                << row.directory;
+        }
+    });
+}
+
+TEST(log_file, full_disk) {
+    if (!is_root())
+        GTEST_SKIP() << "only root can mount a small file system";
+    file_log log;
+    const small_file_system disk(log.place.at(""), 256 * 1024);
+    ASSERT_TRUE(disk.mounted());
+    log.set(UINT32_MAX, 1);
+    const std::u16string message(3000, u'm');
+    size_t written = 0;
+    while (written < 1000 && log.write(message))
+        ++written;
+    ASSERT_GT(written, 10u);
+    ASSERT_LT(written, 1000u);
+    EXPECT_EQ(log.messages().size(), written);
+    ASSERT_EQ(truncate(log.place.at("app.log").c_str(), 0), 0);
+    EXPECT_TRUE(log.write(message));
+    EXPECT_EQ(log.messages().size(), 1u);
+}
+
+TEST(log_file, forked_children_hold_no_file) {
+    file_log log;
+    log.set(UINT32_MAX, 3);
+    std::atomic<bool> stop{false};
+    std::atomic<size_t> failed{0}, written{0};
+    std::thread writer([&] {
+        while (!stop)
+            ++(log.write(u"x") ? written : failed);
+    });
+    {
+        std::vector<std::unique_ptr<holder>> children; // forked in the midst of a line, now and then
+        for (size_t i = 1; i <= 40; ++i) {
+            children.push_back(std::make_unique<holder>([] { return 0u; }));
+            while (written + failed < 5 * i)
+                std::this_thread::yield();
+        }
+        stop = true;
+        writer.join();
+    }
+    EXPECT_EQ(failed, 0u);
+    EXPECT_EQ(log.messages().size(), written);
+}
+
+} // namespace
