@@ -228,4 +228,70 @@ TEST(file, gather_lists) {
     ZU_close_file(file);
 }
 
+TEST(stream, opens_in_each_mode) {
+    const scratch place;
+    const std::string none = "none";
+    const std::tuple<const char16_t*, std::string, std::string> rows[] = {
+        {u"r", "data", none}, {u"rcnSRTN", "data", none}, {u"r+", "xyta", none}, {u"w+t", "xy", "xy"},
+        {u"wc", "xy", "xy"},  {u"a+b", "dataxy", "xy"},   {u"", none, none},     {u"q", none, none},
+        {u"rx", none, none},  {u"rD", none, none}};
+    for (const auto& [mode, existing, missing] : rows) {
+        place.write("file", "data");
+        ZU_delete_file(u"T:\\missing");
+        for (const auto& [name, left] : {std::pair{"missing", missing}, {"file", existing}}) {
+            FILE* stream = ZU_fopen(place.drive_path(wide(name)).c_str(), mode);
+            ASSERT_EQ(stream != nullptr, left != none) << narrow(mode);
+            if (stream) {
+                EXPECT_EQ(std::fputs("xy", stream) >= 0, mode[0] != u'r' || mode[1] == u'+');
+                ZU_fclose(stream);
+            }
+            EXPECT_EQ(place.read(name), stream ? left : name[0] == 'f' ? "data" : "") << narrow(mode);
+        }
+    }
+}
+
+TEST(stream, must_be_a_new_one) {
+    const scratch place;
+    for (const char16_t* mode : {u"wx", u"ax"}) {
+        FILE* stream = ZU_fopen(u"T:\\new", mode);
+        ASSERT_NE(stream, nullptr) << narrow(mode);
+        EXPECT_EQ(ZU_fclose(stream), 0);
+        EXPECT_EQ(ZU_fopen(u"T:\\new", mode), nullptr) << narrow(mode);
+        EXPECT_EQ(errno, EEXIST);
+        EXPECT_TRUE(ZU_delete_file(u"T:\\new"));
+    }
+}
+
+TEST(file, rights_and_bounds) {
+    const scratch place;
+    place.write("f", "0123456789");
+    ZU_file *reader = ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | shared, nullptr),
+            *writer = ZU_open_file(u"T:\\f", ZU_FILE_WRITE | ZU_FILE_OPEN_EXISTING | shared, nullptr);
+    for (const char* piece : {"012345", "6789", ""})
+        EXPECT_EQ(read(reader, 6), piece);
+    char byte = 0;
+    uint32_t done = 77;
+    EXPECT_EQ(code_of(ZU_read_file(writer, &byte, 1, &done)), denied);
+    EXPECT_EQ(done, 0u);
+    EXPECT_EQ(code_of(ZU_write_file(reader, "x", 1, &done)), denied);
+    EXPECT_EQ(code_of(ZU_flush_file(reader)), denied);
+    EXPECT_TRUE(ZU_seek_file(writer, 12, nullptr, ZU_SEEK_BEGIN));
+    EXPECT_TRUE(written(writer, ""));
+    EXPECT_EQ(place.read("f").size(), 10u) << "writing nothing does not extend";
+    EXPECT_TRUE(ZU_set_end_of_file(writer));
+    EXPECT_TRUE(written(writer, "x")) << "the position stays";
+    EXPECT_EQ(read(reader, 6), std::string("\0\0x", 3)) << "what another wrote meanwhile";
+    ZU_close_file(reader);
+    ZU_close_file(writer);
+}
+
+TEST(file, a_reader_sets_no_end) {
+    const scratch place;
+    place.write("f", "0123456789");
+    ZU_file* const reader = ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING, nullptr);
+    EXPECT_EQ(code_of(ZU_set_end_of_file(reader)), denied);
+    ZU_close_file(reader);
+    EXPECT_EQ(place.read("f").size(), 10u);
+}
+
 } // namespace
