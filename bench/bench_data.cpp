@@ -264,6 +264,81 @@ BENCHMARK(find_name_table)->Apply(sizes);
 BENCHMARK(find_name_map_of_pointers)->Apply(sizes);
 BENCHMARK(find_name_map_of_values)->Apply(sizes);
 
+// ---- Hash table: the described steps alone: heads that are pairs of links, a node for each item, and the two callbacks
+
+class bare_table {
+public:
+    explicit bare_table(size_t size) : heads_(size) {
+        for (link& head : heads_)
+            head = {&head, &head};
+    }
+    ~bare_table() {
+        for (link& head : heads_) {
+            while (head.next != &head)
+                remove(head.next);
+        }
+    }
+    item* find(uint32_t key) {
+        const place found = look_up(key);
+        return found.is_hit ? item_of(found.at) : nullptr;
+    }
+    void insert(item* one) {
+        const place found = look_up(one->key);
+        if (found.is_hit)
+            return;
+        auto* const added = static_cast<node*>(std::malloc(sizeof(node)));
+        *added = {{found.at, found.at->previous}, one};
+        found.at->previous = added->links.previous->next = &added->links;
+    }
+    void remove(uint32_t key) {
+        if (const place found = look_up(key); found.is_hit)
+            remove(found.at);
+    }
+
+private:
+    struct link {
+        link *next, *previous;
+    };
+    struct node {
+        link links;
+        item* of;
+    };
+    struct place {
+        link* at;
+        bool is_hit;
+    };
+
+    static item* item_of(link* at) { return reinterpret_cast<node*>(at)->of; }
+    static void remove(link* at) {
+        at->previous->next = at->next;
+        at->next->previous = at->previous;
+        std::free(at);
+    }
+    place look_up(uint32_t key) {
+        link* const head = &heads_[hash_(&key) % static_cast<uint32_t>(heads_.size())];
+        for (link* at = head->next; at != head; at = at->next) {
+            const int32_t order = compare_(&key, &item_of(at)->key);
+            if (order <= 0)
+                return {at, order == 0};
+        }
+        return {head, false};
+    }
+
+    std::vector<link> heads_;
+    volatile ZU_hash_fn hash_ = hash_number; // volatile: they are called, as no compiler knows which they are
+    volatile ZU_compare_fn compare_ = compare_numbers;
+};
+
+void find_number_bare(benchmark::State& state) {
+    const auto keys = numbers(state.range(0));
+    bare_table table(keys.size());
+    std::vector<std::unique_ptr<item>> items; // made as the rows above make theirs: each next to its node
+    for (uint32_t key : keys)
+        table.insert(items.emplace_back(std::make_unique<item>(item{key, 1})).get());
+    find_all(state, keys, [&table](uint32_t key) { return table.find(key)->value; });
+}
+BENCHMARK(find_number_bare)->Apply(sizes);
+
 // ---- Hash table: keys that are not there, and items put in and taken out again, beside the map of values
 
 void miss_table(benchmark::State& state) {
@@ -288,6 +363,17 @@ void miss_map(benchmark::State& state) {
     for (uint32_t key : keys)
         map.emplace(key, item{key, 1});
     find_all(state, keys, [&map](uint32_t key) { return map.count(key ^ 0x5A5A5A5A); });
+}
+
+void miss_bare(benchmark::State& state) {
+    const auto keys = numbers(state.range(0));
+    std::vector<item> items;
+    for (uint32_t key : keys)
+        items.push_back({key, 1});
+    bare_table table(keys.size());
+    for (item& one : items)
+        table.insert(&one);
+    find_all(state, keys, [&table](uint32_t key) { return table.find(key ^ 0x5A5A5A5A) == nullptr; });
 }
 
 // The times of one way alone: the other is paused.
@@ -332,11 +418,25 @@ void change_map(benchmark::State& state, bool measures_insert) {
         state, insert, [&](uint32_t key) { map.erase(key); }, measures_insert);
 }
 
+void change_bare(benchmark::State& state, bool measures_insert) {
+    std::vector<item> items(static_cast<size_t>(state.range(0)));
+    bare_table table(items.size());
+    const auto insert = [&](size_t i, uint32_t key) {
+        items[i] = {key, 1};
+        table.insert(&items[i]);
+    };
+    insert_and_delete(
+        state, insert, [&](uint32_t key) { table.remove(key); }, measures_insert);
+}
+
 BENCHMARK(miss_table)->Arg(1000000);
+BENCHMARK(miss_bare)->Arg(1000000);
 BENCHMARK(miss_map)->Arg(1000000);
 BENCHMARK_CAPTURE(change_table, insert, true)->Arg(1000000);
 BENCHMARK_CAPTURE(change_map, insert, true)->Arg(1000000);
+BENCHMARK_CAPTURE(change_bare, insert, true)->Arg(1000000);
 BENCHMARK_CAPTURE(change_table, delete, false)->Arg(1000000);
+BENCHMARK_CAPTURE(change_bare, delete, false)->Arg(1000000);
 BENCHMARK_CAPTURE(change_map, delete, false)->Arg(1000000);
 
 // ---- A block of 64 bytes ----
@@ -382,7 +482,25 @@ void append_vector(benchmark::State& state) {
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
 }
 
+// The described steps alone: four places more each time they are full, and a cleared block for each item.
+void append_array_bare(benchmark::State& state) {
+    for (auto _ : state) {
+        void** places = nullptr;
+        size_t count = 0;
+        for (int64_t i = 0; i < state.range(0); ++i) {
+            if (count % 4 == 0)
+                places = static_cast<void**>(std::realloc(places, (count + 4) * sizeof(void*)));
+            places[count++] = std::memset(std::malloc(sizeof(item)), 0, sizeof(item));
+            benchmark::DoNotOptimize(places[count - 1]);
+        }
+        std::for_each(places, places + count, std::free);
+        std::free(places);
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * state.range(0));
+}
+
 BENCHMARK(append_array)->Arg(100)->Arg(100000);
+BENCHMARK(append_array_bare)->Arg(100)->Arg(100000);
 BENCHMARK(append_vector)->Arg(100)->Arg(100000);
 
 } // namespace

@@ -489,7 +489,7 @@ void delete_tree_zu(benchmark::State& state) {
         state.counters["peak_grew_kb"] = static_cast<double>(peak_kb() - before);
     }
 }
-BENCHMARK(delete_tree_zu)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(delete_tree_zu)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(1);
 
 // The described steps: a file that is open elsewhere stays, so each is opened and claimed, and must still be the one of
 // its name.
@@ -526,7 +526,7 @@ void delete_tree_bare(benchmark::State& state) {
         rmdir(host_path("tree").c_str());
     }
 }
-BENCHMARK(delete_tree_bare)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(delete_tree_bare)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(1);
 
 void delete_tree_std_filesystem(benchmark::State& state) {
     const fs::path path = host_path("tree");
@@ -537,6 +537,6 @@ void delete_tree_std_filesystem(benchmark::State& state) {
         fs::remove_all(path);
     }
 }
-BENCHMARK(delete_tree_std_filesystem)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(delete_tree_std_filesystem)->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(1);
 
 } // namespace

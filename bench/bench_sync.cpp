@@ -185,9 +185,9 @@ void process_lock_bare(benchmark::State& state) {
 }
 BENCHMARK(process_lock_bare);
 
-// Two threads that work under one lock.
+// Threads that work under one lock.
 template <class Lock>
-void two_threads(benchmark::State& state) {
+void threads_at_a_lock(benchmark::State& state) {
     static Lock lock;
     static int64_t counter;
     for (auto _ : state) {
@@ -202,8 +202,8 @@ struct thread_lock_zu {
     void unlock() { ZU_lock_thread_unlock(&storage); }
     ZU_lock_thread storage;
 };
-BENCHMARK(two_threads<thread_lock_zu>)->Threads(2)->UseRealTime();
-BENCHMARK(two_threads<std::recursive_mutex>)->Threads(2)->UseRealTime();
+BENCHMARK(threads_at_a_lock<thread_lock_zu>)->Threads(2)->Threads(8)->UseRealTime();
+BENCHMARK(threads_at_a_lock<std::recursive_mutex>)->Threads(2)->Threads(8)->UseRealTime();
 
 // Two threads hand the turn to and fro; one round is two hand-overs.
 void ping_pong_zu(benchmark::State& state) {

@@ -100,6 +100,26 @@ void append_with_room_std(benchmark::State& state) {
     count_pieces(state, 1000);
 }
 
+// A check for the room, a search for a zero character, a copy.
+void append_with_room_bare(benchmark::State& state) {
+    std::u16string area(16001, u'\0');
+    for (auto _ : state) {
+        size_t used = 0;
+        for (int i = 0; i < 1000; ++i) {
+            size_t length = 16;
+            benchmark::DoNotOptimize(length);
+            if (used + length > 16000)
+                std::abort();
+            const size_t k = platform::wcsnlen(piece, length);
+            std::memcpy(&area[used], piece, k * sizeof *piece);
+            used += k;
+            area[used] = 0;
+            benchmark::ClobberMemory();
+        }
+    }
+    count_pieces(state, 1000);
+}
+
 void insert_in_front_zu(benchmark::State& state) {
     for (auto _ : state) {
         ZU_s s = nullptr;
@@ -121,10 +141,36 @@ void insert_in_front_std(benchmark::State& state) {
     count_pieces(state, 1000);
 }
 
+// The described steps alone, as append_bare; what is there moves.
+void insert_in_front_bare(benchmark::State& state) {
+    for (auto _ : state) {
+        char16_t* text = nullptr;
+        size_t capacity = 0, used = 0;
+        for (int i = 0; i < 1000; ++i) {
+            if (used + 16 > capacity) {
+                capacity = (used + 16) | 63;
+                auto* grown = static_cast<char16_t*>(std::malloc((capacity + 1) * sizeof *text));
+                if (used != 0)
+                    std::memcpy(grown, text, used * sizeof *text);
+                std::free(std::exchange(text, grown));
+            }
+            std::memmove(text + 16, text, used * sizeof *text);
+            std::memcpy(text, piece, 16 * sizeof *text);
+            used += 16;
+            text[used] = 0;
+            benchmark::DoNotOptimize(text);
+        }
+        std::free(text);
+    }
+    count_pieces(state, 1000);
+}
+
 BENCHMARK(append_with_room_zu);
+BENCHMARK(append_with_room_bare);
 BENCHMARK(append_with_room_std);
 BENCHMARK(insert_in_front_zu);
 BENCHMARK(insert_in_front_std);
+BENCHMARK(insert_in_front_bare);
 
 // ---- formatting a line of a log
 
