@@ -77,7 +77,8 @@ void changes(const std::u16string& text) {
     const ZU_wchar* const path = text.c_str();
     const std::string name = show(text);
     ZU_bool made = 0;
-    if (text.size() <= 4) // a drive, or what leads to the root
+    if (text.size() <= 4
+        || text.ends_with(u"NUL")) // a drive, what leads to the root, or a device of the host
         return;
     RESULT(name, made = ZU_create_dir(path, nullptr));
     RESULT(name, ZU_set_file_platform_attributes(path, FILE_ATTRIBUTE_NORMAL));
