@@ -99,16 +99,9 @@ TEST_F(sharing, all_pairs_of_ways_to_open) {
     EXPECT_EQ(child.output, "<>");
 }
 
-TEST_F(sharing, refused_opens) {
+TEST_F(sharing, emptied_and_read_only_files) {
     make_kinds(place);
     const std::u16string path = place.long_path(u"plain"), read_only = place.long_path(u"read-only");
-    {
-        const holder child = opened_elsewhere(path, all_alone);
-        for (const DWORD disposition : {CREATE_ALWAYS, OPEN_ALWAYS, TRUNCATE_EXISTING})
-            EXPECT_EQ(opened(path, write_alone, disposition).code, codes::sharing_violation);
-        EXPECT_EQ(opened(path, write_alone, CREATE_NEW).code, codes::file_exists);
-        EXPECT_EQ(place.read("plain"), "data");
-    }
     // A handle that has emptied it without access for writing does not count as a writer afterwards.
     for (const way& how : {way(0, read), readers, way(read, write), read_alone}) {
         const opened emptied(path, how, CREATE_ALWAYS);

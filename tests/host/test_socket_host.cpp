@@ -1,41 +1,12 @@
 // Sockets of the host: signals, its own address families, forks, its resolver and routes.
 #include <sys/time.h>
 
+#include "support/socket_calls.h"
 #include "support/test.h"
 
 namespace {
 
 using sockets = with_library;
-
-// A call's outcome in one number: its result when it succeeds, else the code.
-int outcome_of(int64_t result) {
-    return static_cast<int>(result >= 0 && static_cast<SOCKET>(result) != INVALID_SOCKET ? result
-                                                                                         : GetLastError());
-}
-
-int receive(SOCKET socket, int flags = 0) {
-    char byte;
-    return outcome_of(ZU_recv(socket, &byte, 1, flags));
-}
-
-int transmit(SOCKET socket, const std::string& data = "x") {
-    return outcome_of(ZU_send(socket, data.data(), static_cast<int32_t>(data.size()), 0));
-}
-
-int attempt(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in)) {
-    return outcome_of(connect_to(socket, address, length));
-}
-
-int set_option(SOCKET socket, int option, const void* value, int32_t length = 4) {
-    return outcome_of(ZU_setsockopt(socket, SOL_SOCKET, option, value, length));
-}
-
-fd_set set_of(SOCKET socket) {
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(socket, &set);
-    return set;
-}
 
 // A signal comes to this thread over and over until the end of the scope.
 class alarms_every_10_ms {
@@ -143,19 +114,6 @@ TEST_F(sockets, a_killed_programs_port_is_free_again) {
     client.close();
     const held_socket taken = listening_socket(free_again);
     ASSERT_NE(taken, INVALID_SOCKET) << GetLastError();
-}
-
-// "result, code", the code being 4711 where it was left alone.
-std::string tested(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms = 1000) {
-    SetLastError(4711);
-    const int32_t result = ZU_socket_test_port(address, port, timeout_ms);
-    return std::to_string(result) + ", " + std::to_string(GetLastError());
-}
-
-std::u16string looked_up(const ZU_wchar* name) {
-    SetLastError(0);
-    ZU_wchar* text = ZU_get_ip_address_by_host_name(name);
-    return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
 }
 
 TEST_F(sockets, callers_short_of_descriptors) {

@@ -1,35 +1,11 @@
 // Sockets: codes by situation, readiness, ports, the port test, addresses, names.
 
 #include "support/portable.h"
+#include "support/socket_calls.h"
 
 namespace {
 
 using sockets = with_library;
-
-// A call's outcome in one number: its result when it succeeds, else the code.
-int outcome_of(int64_t result) {
-    return static_cast<int>(result >= 0 && static_cast<SOCKET>(result) != INVALID_SOCKET ? result
-                                                                                         : GetLastError());
-}
-
-int receive(SOCKET socket, int flags = 0) {
-    char byte;
-    return outcome_of(ZU_recv(socket, &byte, 1, flags));
-}
-
-int transmit(SOCKET socket, const std::string& data = "x") {
-    return outcome_of(ZU_send(socket, data.data(), static_cast<int32_t>(data.size()), 0));
-}
-
-int transmit(SOCKET socket, const sockaddr_in& to, const std::string& data = "x",
-             int32_t length = sizeof(sockaddr_in)) {
-    return outcome_of(ZU_sendto(socket, data.data(), static_cast<int32_t>(data.size()), 0,
-                                reinterpret_cast<const sockaddr*>(&to), length));
-}
-
-int attempt(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in)) {
-    return outcome_of(connect_to(socket, address, length));
-}
 
 int bind_to(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in)) {
     return outcome_of(ZU_bind(socket, reinterpret_cast<const sockaddr*>(&address), length));
@@ -39,17 +15,6 @@ int accept_with_short_length(SOCKET socket) {
     sockaddr_in address;
     int32_t length = sizeof address - 1;
     return outcome_of(ZU_accept(socket, reinterpret_cast<sockaddr*>(&address), &length));
-}
-
-int set_option(SOCKET socket, int option, const void* value, int32_t length = 4) {
-    return outcome_of(ZU_setsockopt(socket, SOL_SOCKET, option, value, length));
-}
-
-fd_set set_of(SOCKET socket) {
-    fd_set set;
-    FD_ZERO(&set);
-    FD_SET(socket, &set);
-    return set;
 }
 
 // Every call on one socket.
@@ -306,13 +271,6 @@ TEST_F(sockets, a_port_is_taken_over_only_from_what_winds_down) {
     EXPECT_EQ(outcome_of(bound_socket(SOCK_STREAM, port_of(next))), WSAEADDRINUSE);
 }
 
-// "result, code", the code being 4711 where it was left alone.
-std::string tested(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms = 1000) {
-    SetLastError(4711);
-    const int32_t result = ZU_socket_test_port(address, port, timeout_ms);
-    return std::to_string(result) + ", " + std::to_string(GetLastError());
-}
-
 TEST_F(sockets, port_test_verdicts) {
     const auto descriptors = count_descriptors();
     {
@@ -367,12 +325,6 @@ TEST(address, dotted_text_both_ways) {
     for (const char16_t* other : {u"1.2.3.4.5", u"0.0.0.0.", u".1.2.3", u"1.2.3.a", u"1234567890.1.1.1", u"",
                                   u"1", u"1.2.3", u"123456789012345", u"1.2.3.4 ", u"255.255.255.2555"})
         EXPECT_FALSE(ZU_is_ip_address(other)) << narrow(other);
-}
-
-std::u16string looked_up(const ZU_wchar* name) {
-    SetLastError(0);
-    ZU_wchar* text = ZU_get_ip_address_by_host_name(name);
-    return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
 }
 
 TEST_F(sockets, own_name_and_odd_names) {

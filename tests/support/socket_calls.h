@@ -1,0 +1,61 @@
+// The library's calls on sockets, each with its outcome in one value.
+#pragma once
+
+#include <string>
+
+#include "support/network.h"
+#include "support/results.h"
+#include "support/text.h"
+
+namespace zu_test {
+
+// A call's outcome in one number: its result when it succeeds, else the code.
+inline int outcome_of(int64_t result) {
+    return static_cast<int>(result >= 0 && static_cast<SOCKET>(result) != INVALID_SOCKET ? result
+                                                                                         : GetLastError());
+}
+
+inline int receive(SOCKET socket, int flags = 0) {
+    char byte;
+    return outcome_of(ZU_recv(socket, &byte, 1, flags));
+}
+
+inline int transmit(SOCKET socket, const std::string& data = "x") {
+    return outcome_of(ZU_send(socket, data.data(), static_cast<int32_t>(data.size()), 0));
+}
+
+inline int transmit(SOCKET socket, const sockaddr_in& to, const std::string& data = "x",
+                    int32_t length = sizeof(sockaddr_in)) {
+    return outcome_of(ZU_sendto(socket, data.data(), static_cast<int32_t>(data.size()), 0,
+                                reinterpret_cast<const sockaddr*>(&to), length));
+}
+
+inline int attempt(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in)) {
+    return outcome_of(connect_to(socket, address, length));
+}
+
+inline int set_option(SOCKET socket, int option, const void* value, int32_t length = 4) {
+    return outcome_of(ZU_setsockopt(socket, SOL_SOCKET, option, value, length));
+}
+
+inline fd_set set_of(SOCKET socket) {
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(socket, &set);
+    return set;
+}
+
+// "result, code", the code being 4711 where it was left alone.
+inline std::string tested(const ZU_wchar* address, uint16_t port, uint32_t timeout_ms = 1000) {
+    SetLastError(4711);
+    const int32_t result = ZU_socket_test_port(address, port, timeout_ms);
+    return std::to_string(result) + ", " + std::to_string(GetLastError());
+}
+
+inline std::u16string looked_up(const ZU_wchar* name) {
+    SetLastError(0);
+    ZU_wchar* text = ZU_get_ip_address_by_host_name(name);
+    return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
+}
+
+} // namespace zu_test
