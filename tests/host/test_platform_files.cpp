@@ -406,11 +406,13 @@ TEST_F(platform_files, streams) {
     EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(platform::fclose(stream), 0);
     const layer_file alone(place.long_path(u"file"), R, OPEN_EXISTING);
-    for (const auto& [path, mode, error] : {std::tuple{u"T:\\file", u"rw", EINVAL},
-                                            {u"T:\\file", u"wx", EEXIST},
-                                            {u"T:\\file", u"r", EACCES},
-                                            {u"T:\\", u"w", EACCES},
-                                            {u"T:\\a*", u"w", EINVAL}}) {
+    for (const auto& [path, mode, error] :
+         {std::tuple{u"T:\\file", u"rw", EINVAL},
+          {u"T:\\file", u"rD", EINVAL}, // which natively opens a temporary file
+          {u"T:\\file", u"wx", EEXIST},
+          {u"T:\\file", u"r", EACCES},
+          {u"T:\\", u"w", EACCES},
+          {u"T:\\a*", u"w", EINVAL}}) {
         EXPECT_EQ(_wfopen(path, mode), nullptr);
         EXPECT_EQ(errno, error) << narrow(path) << ' ' << narrow(mode);
     }

@@ -31,6 +31,7 @@ const part opens("opens", [](const words& arguments) {
     ZU_file* const file = ZU_open_file(u"T:\\file", flags_of(way) | ZU_FILE_OPEN_EXISTING, nullptr);
     report(std::to_string(code_of(file)));
     wait_for_parent();
+    ZU_close_file(file);
     return 0;
 });
 

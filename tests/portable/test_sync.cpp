@@ -94,14 +94,18 @@ TEST(waits_for_several, results_refusals_and_what_is_taken) {
 }
 
 TEST(waits_for_several, one_event_twice) {
-    ZU_event* const one = ZU_create_event(0);
-    ZU_event* twice[] = {one, ZU_create_event(0), one};
+    ZU_event *const one = ZU_create_event(0), *const other = ZU_create_event(0);
+    ZU_event* twice[] = {one, other, one};
     EXPECT_EQ(code_of(ZU_wait_for_multiple_events(3, twice, 1, 0) != -1), codes::invalid_parameter);
     EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 1), 0);
+    for (ZU_event* each : {one, other})
+        EXPECT_TRUE(ZU_destroy_event(each));
 }
 
+// Destroyed at the end of the program.
 ZU_event* event(bool manual_reset) {
-    return ZU_create_event(manual_reset);
+    static std::vector<std::unique_ptr<ZU_event, decltype([](ZU_event* one) { ZU_destroy_event(one); })>> all;
+    return all.emplace_back(ZU_create_event(manual_reset)).get();
 }
 
 // 0: out of time; else the number of the event that ended the wait, from 1.
