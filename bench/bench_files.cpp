@@ -24,7 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr size_t block_size = 4096, block_count = 1024;
-constexpr int line_count = 20000, entry_count = 10000;
+constexpr int line_count = 20000, most_entries = 10000;
 
 // The directory, made at the first use and removed at the end. Without a host directory, drive C: is /.
 const std::string& place() {
@@ -69,13 +69,12 @@ const std::string& file_of_lines() {
     return name;
 }
 
-const std::string& directory_of_entries() {
-    static const std::string name = [] {
-        fs::create_directory(host_path("entries"));
-        for (int i = 0; i < entry_count; ++i)
-            std::ofstream(host_path("entries/some-name-" + std::to_string(i) + ".txt")) << i;
-        return std::string("entries");
-    }();
+std::string directory_of_entries(int64_t count) {
+    const std::string name = "entries-" + std::to_string(count);
+    if (fs::create_directory(host_path(name))) {
+        for (int64_t i = 0; i < count; ++i)
+            std::ofstream(host_path(name + "/some-name-" + std::to_string(i) + ".txt")) << i;
+    }
     return name;
 }
 
@@ -276,14 +275,14 @@ BENCHMARK(stat_bare);
 
 // A name that the directory of 10,000 entries has in no spelling.
 void missing_zu(benchmark::State& state) {
-    const std::u16string path = zu_path(directory_of_entries() + "/missing");
+    const std::u16string path = zu_path(directory_of_entries(most_entries) + "/missing");
     for (auto _ : state)
         benchmark::DoNotOptimize(ZU_path_attributes(path.c_str()));
 }
 BENCHMARK(missing_zu);
 
 void missing_bare(benchmark::State& state) {
-    const std::string path = host_path(directory_of_entries() + "/missing");
+    const std::string path = host_path(directory_of_entries(most_entries) + "/missing");
     struct stat status;
     for (auto _ : state)
         benchmark::DoNotOptimize(stat(path.c_str(), &status));
@@ -312,10 +311,10 @@ void stat_std_filesystem(benchmark::State& state) {
 }
 BENCHMARK(stat_std_filesystem);
 
-// ---- 10,000 entries with sizes and times ----------------------------------------------------------------------------
+// ---- Entries with sizes and times --------------------------------------------------------------------------------
 
 void enumerate_zu(benchmark::State& state) {
-    const std::u16string path = zu_path(directory_of_entries());
+    const std::u16string path = zu_path(directory_of_entries(state.range(0)));
     for (auto _ : state) {
         uint64_t bytes = 0;
         ZU_enum_dir* walk =
@@ -327,12 +326,12 @@ void enumerate_zu(benchmark::State& state) {
         ZU_enum_dir_end(walk);
         benchmark::DoNotOptimize(bytes);
     }
-    state.SetItemsProcessed(state.iterations() * entry_count);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(enumerate_zu)->Unit(benchmark::kMillisecond);
+BENCHMARK(enumerate_zu)->Arg(100)->Arg(most_entries)->Unit(benchmark::kMillisecond);
 
 void enumerate_bare(benchmark::State& state, bool with_attributes) {
-    const std::string path = host_path(directory_of_entries());
+    const std::string path = host_path(directory_of_entries(state.range(0)));
     std::string entry_path;
     char names[512];
     for (auto _ : state) {
@@ -351,13 +350,15 @@ void enumerate_bare(benchmark::State& state, bool with_attributes) {
         closedir(directory);
         benchmark::DoNotOptimize(bytes);
     }
-    state.SetItemsProcessed(state.iterations() * entry_count);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK_CAPTURE(enumerate_bare, status, false)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(enumerate_bare, status_and_attributes, true)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(enumerate_bare, status, false)->Arg(100)->Arg(most_entries)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(enumerate_bare, status_and_attributes, true)
+    ->Arg(most_entries)
+    ->Unit(benchmark::kMillisecond);
 
 void enumerate_std_filesystem(benchmark::State& state) {
-    const fs::path path = host_path(directory_of_entries());
+    const fs::path path = host_path(directory_of_entries(state.range(0)));
     for (auto _ : state) {
         uint64_t bytes = 0;
         for (const fs::directory_entry& entry : fs::directory_iterator(path))
@@ -365,9 +366,9 @@ void enumerate_std_filesystem(benchmark::State& state) {
                 entry.file_size() + static_cast<uint64_t>(entry.last_write_time().time_since_epoch().count());
         benchmark::DoNotOptimize(bytes);
     }
-    state.SetItemsProcessed(state.iterations() * entry_count);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
 }
-BENCHMARK(enumerate_std_filesystem)->Unit(benchmark::kMillisecond);
+BENCHMARK(enumerate_std_filesystem)->Arg(100)->Arg(most_entries)->Unit(benchmark::kMillisecond);
 
 // ---- Lines of 20 to 99 bytes ----------------------------------------------------------------------------------------
 
