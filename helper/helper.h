@@ -1,5 +1,5 @@
-// zu-helper runs what must not run inside the process that uses the library. One source per command, but `ended` is in that of
-// `unit`.
+// zu-helper runs what must not run inside the process that uses the library. Each command has a source of its own; `ended`
+// shares that of `unit`.
 #pragma once
 
 namespace zu_helper {

@@ -1810,9 +1810,9 @@ ZU_API ZU_bool ZU_registry_get_uint32(HKEY root, const ZU_wchar* subkey, const Z
  *
  * On Linux an administrator is whoever may write to the directory of the services. Where the machine is run by systemd,
  * root's services are units of it: they belong to the machine, and SERVICE_AUTO_START has them started with it. Units
- * that others wrote are services there as well, by their names: they can be looked at, started and stopped. Nothing of
- * their names can be installed, 1073 (ERROR_SERVICE_EXISTS), and none is deleted: uninstalling stops one and then fails
- * with 5. Code 1722 also means that their manager does not answer.
+ * that others wrote are services there as well, by their names: they can be looked at, started and stopped. No
+ * service of such a name can be installed, 1073 (ERROR_SERVICE_EXISTS), and none is deleted: uninstalling stops the unit
+ * and then fails with 5. Code 1722 also means that their manager does not answer.
  * Elsewhere a service runs as the user who starts it, only that user and root can stop it, it ends with the control
  * group of its starter, and nothing starts it with the machine. It reports by datagrams to the socket that
  * NOTIFY_SOCKET names; one that never does counts as running when it is alive after half a second. Why a start failed

@@ -376,8 +376,10 @@ bool take_insert(const ZU_wchar*& at, va_list arguments, insert_table& inserts) 
 
 // Moves behind a width or precision. True for a star: it takes an argument for the number.
 bool skip_number(const ZU_wchar*& at) {
-    if (*at == '*')
-        return ++at;
+    if (*at == '*') {
+        ++at;
+        return true;
+    }
     while (is_digit(*at))
         ++at;
     return false;

@@ -1,5 +1,5 @@
 // The service manager: installed services, their status, starting and stopping them. Units of systemd that others wrote
-// are services as well, where systemd runs the machine: creating one of their names fails with 1073
+// are services as well, where systemd runs the machine: creating one of such a name fails with 1073
 // (ERROR_SERVICE_EXISTS), deleting one with 5 (ERROR_ACCESS_DENIED), and everything about them with 1722
 // (RPC_S_SERVER_UNAVAILABLE) while their manager does not answer.
 #pragma once

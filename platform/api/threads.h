@@ -29,8 +29,9 @@ HANDLE CreateSemaphoreW(SECURITY_ATTRIBUTES* attributes, LONG initial_count, LON
                         const WCHAR* name);
 BOOL ReleaseSemaphore(HANDLE semaphore, LONG release_count, LONG* previous_count);
 
-// A name of ours. While one lives, the first thread that the calling thread releases from its sleep is woken only when
-// this one ends, so that it finds free what the calling thread unlocks meanwhile. It is for a few steps that do not wait.
+// A name of ours. While such an object lives, the first thread that the calling thread releases from its sleep stays
+// asleep. It is woken when the object ends, and finds free what was unlocked meanwhile. Only a few steps that do not wait
+// may lie between.
 class late_wake {
 public:
     late_wake();

@@ -130,7 +130,6 @@ DWORD replace(place& source, const struct stat& source_status, place& destinatio
     if (rename_call(source, destination, 0) != 0)
         return code_of_move(destination, errno);
     if (destination.given_name() != destination.last_name()) {
-        const std::string stored(destination.last_name());
         const int at = destination.directory();
         const std::string before = destination.name();
         destination.use_given_name();

@@ -29,8 +29,8 @@ bool is_floppy(const mount_facts& facts);
 // A name for the device behind a drive: \Device\Floppy0, \Device\CdRom0, \Device\HarddiskVolume1 ...
 std::u16string device_name_of(const mount_facts& facts, char letter);
 
-// Asks the host about the mount of a directory. 0, 3 when there is no such directory, or another code. For
-// want of descriptors a medium counts as local and not removable: a drive that exists must not seem to be missing.
+// Asks the host about the mount of a directory. 0, 3 when there is no such directory, or another code. For want of
+// descriptors a medium counts as local and not removable: a drive that exists must not seem to be missing.
 DWORD read_mount_facts(const std::string& directory, mount_facts& out);
 
 // The name of a device's file system, as /proc/self/mountinfo has it: ext4, nfs4, fuse.sshfs ... Unchanged when it is

@@ -27,6 +27,6 @@ private:
 
 inline constexpr const char* all_services_lock = ".lock"; // while a service is added or removed
 inline constexpr const char* start_lock = "start";        // while a service is started
-inline constexpr const char* order_lock = "order"; // while a unit is, whose helper takes the start lock
+inline constexpr const char* order_lock = "order"; // while a unit is started; its helper takes the start lock
 
 } // namespace platform

@@ -171,8 +171,8 @@ void note_end_of_unit(int directory, const std::string& unit, std::string_view r
     else
         set_mark(directory, restarts_mark);
 
-    constexpr DWORD first_own_status =
-        200; // with those the manager says that it could not execute the helper
+    // From this status on, the manager says that it could not execute the helper.
+    constexpr DWORD first_own_status = 200;
     service_life last;
     if (status_watch().look(directory, last) != ERROR_SUCCESS || last.is_alive)
         return;

@@ -123,6 +123,8 @@ ending run(bool for_user, std::initializer_list<std::string> arguments, std::str
         return {code_of_errno(errno), false, 0};
     const descriptor printed(ends[0]);
     descriptor printing(ends[1]);
+    if (output && (!printed || !printing)) // they could not be moved away from the standard streams
+        return {code_of_errno(errno), false, 0};
 
     posix_spawn_file_actions_t streams;
     posix_spawn_file_actions_init(&streams);

@@ -37,14 +37,13 @@ bool is_unit_character(char c) {
 DWORD find_exactly(const std::string& name, unit_file& out) {
     for (const char* folder : folders) {
         struct stat found;
-        if (stat((std::string(folder) + '/' + name).c_str(), &found) == 0) {
-            if (S_ISDIR(found.st_mode))
-                return ERROR_SERVICE_DOES_NOT_EXIST;
-            out = {name, S_ISCHR(found.st_mode) || found.st_size == 0};
-            return ERROR_SUCCESS;
-        }
-        if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
+        const bool is_there = stat((std::string(folder) + '/' + name).c_str(), &found) == 0;
+        if (!is_there && errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
             return code_of_errno(errno);
+        if (!is_there || S_ISDIR(found.st_mode)) // systemd passes over directories
+            continue;
+        out = {name, S_ISCHR(found.st_mode) || found.st_size == 0};
+        return ERROR_SUCCESS;
     }
     return ERROR_SERVICE_DOES_NOT_EXIST;
 }
@@ -59,7 +58,8 @@ DWORD find_spelling(const std::string& name, std::string& out) {
         errno = 0;
         while (const dirent* entry = files ? readdir(files.get()) : nullptr) {
             const std::string_view file = entry->d_name;
-            if (file.size() == name.size() && equal_without_case(wide_from(file), wanted)) {
+            if (entry->d_type != DT_DIR && file.size() == name.size()
+                && equal_without_case(wide_from(file), wanted)) {
                 out = file;
                 return ERROR_SUCCESS;
             }
