@@ -260,8 +260,8 @@ ZU_API ZU_wchar* ZU_strupr(ZU_wchar* text);
 /*
  * Replaces s by a template's text: %1, %2 ... stand for the wide texts that follow (null: "(null)"), each as often as
  * wanted, %n for a line end CR LF, %% for one percent sign. There must be an argument for each number, and none may lie
- * in s. Returns the length. A number below 1, more than 128 inserts, or a star for a width or a precision fail: 0, and
- * s is empty.
+ * in s. Returns the length. A number below 1, more than 128 inserts and conversions, or a star for a width or a precision
+ * fail: 0, and s is empty.
  *
  * Everything else behind a percent sign is a conversion as in ZU_s_sprintf, and takes the next insert of the list: in
  * "50% done, %1" the "% d" prints a part of the insert's address, and %1 what follows it. Write "50%% done". A template

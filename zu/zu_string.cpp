@@ -344,6 +344,10 @@ bool is_digit(ZU_wchar c) {
     return c >= '0' && c <= '9';
 }
 
+bool is_letter(ZU_wchar c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
 // The number-th wide text of a list, counted from 1.
 const ZU_wchar* nth_text(va_list arguments, int number) {
     va_list copy;
@@ -396,26 +400,27 @@ void skip_sizes(const ZU_wchar*& at) {
     }
 }
 
-// Whether a conversion takes its width or precision from an argument. In a template every argument is a text, so its
-// address would be taken for the number. Conversions are read as the formatter reads them: in "%-%%*d" the second
-// percent sign is the letter of the first, and the third begins a conversion with a star.
-bool takes_a_number(const ZU_wchar* at) {
+// Whether the format takes nothing but the inserts. Every argument is a text, so a star would take the address of one
+// for a width or a precision; and behind the last insert there is nothing. Conversions are read as the formatter reads
+// them: in "%-%%*d" the second percent sign is the letter of the first, and the third begins a conversion with a star.
+bool takes_only_inserts(const ZU_wchar* at) {
+    uint32_t taken = 0;
     while (*at) {
         if (*at++ != '%')
             continue;
         while (*at && zu::text_view(ZU_W("-+ #0")).find(*at) != zu::text_view::npos)
             ++at;
-        bool star = skip_number(at);
+        uint32_t stars = skip_number(at);
         if (*at == '.')
-            star |= skip_number(++at);
-        const auto letter = static_cast<ZU_wchar>(*at | 0x20);
-        if (star && letter >= 'a' && letter <= 'z')
-            return true;
+            stars += skip_number(++at);
+        if (stars > 0 && is_letter(*at))
+            return false;
         skip_sizes(at);
+        taken += stars + is_letter(*at);
         if (*at)
-            ++at; // the letter
+            ++at;
     }
-    return false;
+    return taken <= most_inserts;
 }
 
 // Rewrites a message template into a format whose k-th "%s" stands for the k-th insert taken.
@@ -453,7 +458,7 @@ int32_t ZU_s_format_message_i(ZU_s* s, const ZU_wchar* message, va_list argument
     ZU_s_clear(s);
     const zu::owned<ZU_wchar> format(zu::allocate<ZU_wchar>(uint64_t{zu::text_view(message).size()} + 1));
     insert_table inserts;
-    if (!rewrite_template(message, arguments, format.get(), inserts) || takes_a_number(format.get()))
+    if (!rewrite_template(message, arguments, format.get(), inserts) || !takes_only_inserts(format.get()))
         return 0;
     format_inserts(s, format.get(), inserts, std::make_index_sequence<most_inserts>());
     return static_cast<int32_t>(ZU_s_length(*s));

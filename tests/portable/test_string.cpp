@@ -179,13 +179,14 @@ TEST(growable_string, assigning_characters_and_case) {
 
 TEST(message_template, inserts_line_ends_and_conversions_of_its_own) {
     const auto* none = static_cast<const ZU_wchar*>(nullptr);
-    std::u16string most, most_text;
+    std::u16string most, most_text, signs, sign_text;
     for (int i = 0; i < 128; ++i)
-        most += u"%1", most_text += u"one";
+        most += u"%1", most_text += u"one", signs += u"%%", sign_text += u'%';
     const std::pair<std::u16string, std::u16string> rows[] = {
         // clang-format off
         {u"", u""}, {u"%1 and %3%n", u"one and (null)\r\n"}, {u"%2%1%2", u"twoonetwo"}, {u"100%% of %2%", u"100% of two"},
         {u"%%1", u"%1"}, {u"%-5s|%y", u"(null)|y"}, {u"text %0", u""}, {most, most_text}, {most + u"%1", u""},
+        {most + u"%d", u""}, {most + signs, most_text + sign_text},
         {u"%*d %1", u""}, {u"% -+#.*ls", u""}, {u"%1%*", u"one"}, // a number would be an address
         {u"%1%-%%*e", u""}, {u"%h%%*d", u""}, {u"%.1.%*c", u""}, {u"%I64%%*d", u""}, {u"%1%%*d", u"one%*d"},
         {u"%2%s|%1", u"twoone|(null)"}, // its own conversion takes the second insert, and "%1" what follows: nothing
