@@ -10,28 +10,32 @@ using enum_dir = file_test;
 
 constexpr char16_t none[] = u"<null>"; // what `taken` makes of null
 
-TEST_F(paths, actual_path_on_a_share) {
+TEST_F(paths, on_a_share) {
     place.make_directory("Data");
     place.make_directory("Data/LOGS");
     place.write("Data/LOGS/A.txt", "");
     place.map_share("srv", "share", place.host_path("Data"));
-    const std::tuple<const char16_t*, uint32_t, std::vector<const char16_t*>> rows[] = {
-        {u"\\\\srv", codes::none, {u"\\\\srv\\share\\.."}},
-        {u"\\\\srv\\share", codes::none, {u"\\\\srv\\\\share\\"}},
-        {u"\\\\srv\\share\\LOGS\\A.txt", codes::none, {u"\\\\srv\\share\\logs\\a.txt"}},
-        {u"",
-         codes::file_not_found,
-         {u"\\\\srv\\share\\..\\..", u"\\\\srv", u"\\\\srv\\", u"\\\\\\srv\\share"}}};
-    for (const auto& [actual, code, all_typed] : rows)
-        for (const char16_t* path : all_typed) {
-            ZU_s out = nullptr;
-            ZU_s_append_n(&out, u"before", 6);
-            SetLastError(12345);
-            EXPECT_EQ(ZU_get_actual_full_path_ex(path, &out), code == 0) << narrow(path);
-            EXPECT_EQ(text(ZU_s_text(out)), actual) << narrow(path);
-            EXPECT_EQ(GetLastError(), code == 0 ? 12345u : code) << narrow(path);
-            ZU_s_destroy(&out);
-        }
+    for (const auto& [path, actual] : {std::pair{u"\\\\srv\\share\\..", u"\\\\srv"},
+                                       {u"\\\\srv\\\\share\\", u"\\\\srv\\share"},
+                                       {u"\\\\srv\\share\\logs\\a.txt", u"\\\\srv\\share\\LOGS\\A.txt"},
+                                       {u"\\\\srv\\share\\..\\..", none},
+                                       {u"\\\\srv", none},
+                                       {u"\\\\srv\\", none},
+                                       {u"\\\\\\srv\\share", none}}) {
+        SetLastError(12345);
+        EXPECT_EQ(taken(ZU_get_actual_full_path(path)), actual) << narrow(path);
+        EXPECT_EQ(GetLastError(), text(actual) == none ? codes::file_not_found : 12345u) << narrow(path);
+    }
+    ZU_stat status;
+    for (const auto& [path, code] : {std::pair{u"\\\\srv\\share", codes::none},
+                                     {u"\\\\?\\unc\\SRV\\Share\\", codes::none},
+                                     {u"\\\\srv\\share\\missing", codes::file_not_found},
+                                     {u"\\\\srv\\nosuch", codes::path_not_found},
+                                     {u"\\\\nosuch\\share\\", codes::path_not_found}}) {
+        EXPECT_EQ(code_of(ZU_stat64(path, &status) == 0), code) << narrow(path);
+        EXPECT_EQ(status.st_mode, code == 0 ? 0x41FF : 0) << narrow(path);
+        EXPECT_EQ(status.st_dev, 0u) << narrow(path);
+    }
 }
 
 TEST_F(paths, long_and_lost_current_directory) {
@@ -60,25 +64,6 @@ ZU_stat status_of(const char16_t* path) {
     ZU_stat status;
     EXPECT_EQ(ZU_stat64(path, &status), 0) << GetLastError() << ' ' << narrow(path);
     return status;
-}
-
-TEST_F(stat, roots_of_shares) {
-    place.map_share("srv", "share", place.host_path());
-    for (const char16_t* root : {u"\\\\srv\\share", u"\\\\?\\unc\\SRV\\Share\\"}) {
-        const ZU_stat status = status_of(root);
-        EXPECT_EQ(status.st_mode, 0x41FF);
-        EXPECT_EQ(status.st_dev, 0u);
-    }
-}
-
-TEST_F(stat, failures_on_shares) {
-    place.map_share("srv", "share", place.host_path());
-    for (const auto& [path, code] : {std::pair{u"\\\\srv\\share\\missing", codes::file_not_found},
-                                     {u"\\\\srv\\nosuch", codes::path_not_found},
-                                     {u"\\\\nosuch\\share\\", codes::path_not_found}}) {
-        ZU_stat status;
-        EXPECT_EQ(code_of(ZU_stat64(path, &status) == 0), code) << narrow(path);
-    }
 }
 
 // The offset in force now is taken for every date: a file of the other season is an hour off.
@@ -114,45 +99,22 @@ TEST_F(stat, times_are_converted_with_the_offset_in_force_now) {
     EXPECT_EQ(status_of(u"T:\\f").st_mtime, -1) << "a time past 2038 is none";
 }
 
-// Copies of all entries, by path; the walk's last code stays.
-auto walk(const char16_t* directory, uint32_t flags) {
-    std::vector<std::pair<text, ZU_enum_dir_entry>> result;
-    ZU_enum_dir* dir = ZU_enum_dir_begin(directory, flags);
-    for (bool more = dir != nullptr; more; more = ZU_enum_dir_next(dir)) {
-        const ZU_enum_dir_entry* entry = ZU_enum_dir_get(dir);
-        EXPECT_EQ(entry->record_size, sizeof *entry);
-        EXPECT_TRUE(text(entry->path).ends_with(u"\\" + text(entry->name)));
-        EXPECT_EQ(text(entry->find_data->cFileName), entry->name);
-        result.emplace_back(entry->path, *entry);
-    }
-    ZU_enum_dir_end(dir);
-    std::sort(result.begin(), result.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    return result;
-}
-
 TEST_F(enum_dir, links_odd_names_and_shares) {
-    setenv("TZ", "UTC0", 1);
     place.make_directory("dir");
     place.make_directory("dir/sub");
-    place.write("dir/a.txt", "12345");
     place.write("dir/b\xff:", ""); // neither UTF-8 nor a name of the platform
     place.make_link("dir/link", "/");
-    set_modification(place, "dir/a.txt", 1137000000);
     place.map_share("srv", "share", place.host_path("dir"));
-    const char16_t* forms[][2] = {{u"T:\\dir", u"T:\\dir\\"}, {u"\\\\srv\\share", u"\\\\srv\\share\\"}};
-    const char16_t* names[] = {u"a.txt", u"b\xdcff\xf03a", u"link", u"sub"};
-    for (const auto& [given, prefix] : forms) {
-        const auto all = walk(given, ZU_ENUM_DIR_SIZE | ZU_ENUM_DIR_TIMES | ZU_ENUM_DIR_SKIP_DOTS);
+    for (const text directory : {u"T:\\dir\\", u"\\\\srv\\share\\"}) {
+        std::map<text, uint32_t> found;
+        ZU_enum_dir* const dir = ZU_enum_dir_begin(directory.c_str(), ZU_ENUM_DIR_SKIP_DOTS);
+        for (bool more = dir != nullptr; more; more = ZU_enum_dir_next(dir))
+            found[ZU_enum_dir_get(dir)->path] = ZU_enum_dir_get(dir)->attributes;
         EXPECT_EQ(GetLastError(), codes::no_more_files);
-        ASSERT_EQ(all.size(), 4u) << narrow(given);
-        for (size_t i = 0; i < all.size(); ++i) {
-            EXPECT_EQ(all[i].first, text(prefix) + names[i]);
-            EXPECT_EQ(all[i].second.attributes, i == 3 ? ZU_PATH_DIR : ZU_PATH_FILE) << "a link: FILE";
-            EXPECT_NE(all[i].second.creation_time, -1);
-        }
-        EXPECT_EQ(all[0].second.size, 5u);
-        EXPECT_EQ(all[0].second.modification_time, 1137000000);
-        EXPECT_EQ(all[0].second.access_time, 1137000000);
+        ZU_enum_dir_end(dir);
+        EXPECT_EQ(found, (std::map<text, uint32_t>{{directory + u"b\xdcff\xf03a", ZU_PATH_FILE},
+                                                   {directory + u"link", ZU_PATH_FILE},
+                                                   {directory + u"sub", ZU_PATH_DIR}}));
     }
 }
 

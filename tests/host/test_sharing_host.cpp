@@ -7,22 +7,20 @@ namespace {
 using namespace platform;
 using sharing = file_test;
 
-// One of the sixteen ways to open a file: what it does with the data and what it shares, in the bits of share modes.
+// A way to open a file: what it does with the data and what it shares, in the bits of share modes.
 struct way {
-    explicit way(DWORD number) : way(number / 4, number % 4) {}
-    way(DWORD what, DWORD shared) : needs(what), share(shared) {}
-    DWORD access() const {
-        const DWORD read = needs & FILE_SHARE_READ ? GENERIC_READ : 0;
-        return needs == 0 ? FILE_WRITE_ATTRIBUTES : read | (needs & FILE_SHARE_WRITE ? GENERIC_WRITE : 0);
-    }
     DWORD needs, share;
 };
 constexpr DWORD read = FILE_SHARE_READ, write = FILE_SHARE_WRITE;
-const way read_alone(read, 0), write_alone(write, 0), all_alone(read | write, 0), readers(read, read);
+constexpr way read_alone{read, 0}, write_alone{write, 0}, all_alone{read | write, 0}, readers{read, read};
 
 struct opened : layer_file {
     opened(const std::u16string& path, const way& how, DWORD disposition = OPEN_EXISTING)
-        : layer_file(path, how.access(), disposition, how.share) {}
+        : layer_file(path,
+                     how.needs == 0
+                         ? FILE_WRITE_ATTRIBUTES
+                         : (how.needs & read ? GENERIC_READ : 0) | (how.needs & write ? GENERIC_WRITE : 0),
+                     disposition, how.share) {}
 };
 
 // A child that has a file open until it is killed; its result is the code.
@@ -66,12 +64,12 @@ std::string run_matrix(const file_place& place, bool first_is_root, bool second_
     for (const file_kind& kind : kinds) {
         const std::u16string path = place.long_path(wide(kind.name));
         for (DWORD i = 0; i < 16; ++i) {
-            const way first(i);
+            const way first{i / 4, i % 4};
             const holder child = opened_elsewhere(path, first, !first_is_root);
             if (child.result() != code_alone(kind, first, first_is_root))
                 wrong << kind.name << " alone " << i << ": " << child.result() << "; ";
             for (DWORD j = 0; child.result() == 0 && j < 16; ++j) {
-                const way second(j);
+                const way second{j / 4, j % 4};
                 // A descriptor that can only write has no shared locks: two writers that would share the file
                 // exclude each other.
                 const bool by_mistake = kind.mode == 0222 && (first.needs & second.needs & FILE_SHARE_WRITE)
@@ -103,7 +101,7 @@ TEST_F(sharing, emptied_and_read_only_files) {
     make_kinds(place);
     const std::u16string path = place.long_path(u"plain"), read_only = place.long_path(u"read-only");
     // A handle that has emptied it without access for writing does not count as a writer afterwards.
-    for (const way& how : {way(0, read), readers, way(read, write), read_alone}) {
+    for (const way& how : {way{0, read}, readers, way{read, write}, read_alone}) {
         const opened emptied(path, how, CREATE_ALWAYS);
         EXPECT_EQ(emptied.code, codes::already_exists);
         EXPECT_EQ(opened_elsewhere(path, readers).result(),
@@ -157,7 +155,7 @@ TEST_F(sharing, no_line_goes_to_a_file_that_is_gone) {
             continue;
         std::string written;
         for (int i = 0; i < 3000; ++i) {
-            const opened file(live, way(write, read), OPEN_ALWAYS);
+            const opened file(live, way{write, read}, OPEN_ALWAYS);
             DWORD done;
             if (SetFilePointerEx(file, LARGE_INTEGER{}, nullptr, FILE_END)
                 && WriteFile(file, "line\n", 5, &done, nullptr))

@@ -2,8 +2,6 @@
 #include "support/file_log.h"
 #include "support/portable.h"
 
-namespace fs = std::filesystem;
-
 namespace {
 
 TEST(log_file, callbacks_and_another_file) {
@@ -54,25 +52,6 @@ TEST(log_file, rotation_keeps_the_generations_asked_for) {
             EXPECT_EQ(log.messages(log.generation(file)),
                       file < std::ssize(kept) ? texts{kept[file]} : texts{})
                 << generations << " generations, number " << file;
-    }
-}
-
-TEST(log_file, rotation_moves_what_is_there_and_nothing_else) {
-    for (const auto& [generations, expected] : {std::pair{6u, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7"},
-                                                {2000u, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7"}}) {
-        file_log log;
-        log.place.write("app.log", "");
-        for (const std::string suffix : {".1", ".3", ".5", ".05", ".7", ".1.1"})
-            log.place.write("App.Log" + suffix, suffix); // in whatever case
-        log.set(0, generations);
-        EXPECT_TRUE(log.write(u"x"));
-        std::set<std::string> found;
-        for (const fs::directory_entry& entry : fs::directory_iterator(log.place.at(""))) {
-            const std::string file = entry.path().filename().string();
-            if (file.size() > 7)
-                found.insert(" " + file.substr(7) + "=" + log.place.read(file));
-        }
-        EXPECT_EQ(std::accumulate(found.begin(), found.end(), std::string()), expected);
     }
 }
 
