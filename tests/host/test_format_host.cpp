@@ -1,5 +1,5 @@
-// The layer's own wide formatter: numbers with a point beside the C library's, whose digits it takes, what is longer than
-// any area, and the counted area.
+// The layer's own wide formatter: numbers beside the C library's, whose digits it takes, what is longer than any area,
+// and the counted area.
 #include <cfloat>
 #include <cmath>
 
@@ -59,6 +59,25 @@ bool agree(const std::string& wide_format, Wide value, const std::string& format
         return true;
     ADD_FAILURE() << wide_format << " gives " << narrow({area, 100}) << " in place of " << expected;
     return false;
+}
+
+TEST(format_numbers, integers_as_the_c_library_prints_them) {
+    const int64_t values[] = {0, -1, 0x1FF, INT_MIN, INT64_MIN};
+    for (const std::string& text : all_modifiers()) {
+        const std::string start = "%" + text;
+        const bool is_of_signed_ones = text.find_first_of("+ ") != text.npos; // and nothing for the others
+        for (char letter : std::string_view(is_of_signed_ones ? "di" : "diuoxX")) {
+            for (int64_t value : values) {
+                const int low = static_cast<int>(value);
+                ASSERT_TRUE(agree(start + letter, low, start + letter, low));
+                ASSERT_TRUE(agree(start + "hh" + letter, low, start + "h" + letter, low));
+                for (const char* size : {"I32", "l"})
+                    ASSERT_TRUE(agree(start + size + letter, value, start + letter, low));
+                for (const char* size : {"ll", "I64", "I"})
+                    ASSERT_TRUE(agree(start + size + letter, value, start + "j" + letter, value));
+            }
+        }
+    }
 }
 
 TEST(format_numbers, floating_point_as_the_c_library_prints_it) {

@@ -9,18 +9,14 @@ uint32_t give_back(void* argument) {
     return *static_cast<uint32_t*>(argument);
 }
 
-TEST(threads, may_end_without_returning) {
-    uint32_t collected = 4711;
-    ZU_thread* exits = ZU_thread_create([](void*) -> uint32_t { pthread_exit(nullptr); }, nullptr);
-    EXPECT_EQ(ZU_thread_wait_for_termination(exits, &collected), 0) << "it ends without returning";
-    EXPECT_EQ(collected, 0u);
-}
-
 TEST(threads, are_gone_when_their_end_has_been_waited_for) {
+    uint32_t code = 4711;
+    ZU_thread* exits = ZU_thread_create([](void*) -> uint32_t { pthread_exit(nullptr); }, nullptr);
+    EXPECT_EQ(ZU_thread_wait_for_termination(exits, &code), 0) << "it ends without returning";
+    EXPECT_EQ(code, 0u);
     const auto threads = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
     };
-    uint32_t code = 0;
     long after_the_first = 0; // which brings a helper of the thread sanitizer with it, which stays
     for (int round = 1; round <= 200; ++round) {
         ASSERT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(give_back, &code), nullptr), 0);
@@ -119,9 +115,6 @@ TEST(clocks, count_milliseconds_since_the_system_started) {
     double uptime = 0;
     std::ifstream("/proc/uptime") >> uptime;
     EXPECT_LT(ZU_get_tick_count() - static_cast<uint32_t>(static_cast<uint64_t>(uptime * 1000)), 60000u);
-    const uint32_t before = ZU_get_tick_count();
-    ZU_sleep(30);
-    EXPECT_GE(ZU_get_tick_count() - before + 1, 30u) << "cut to whole milliseconds at both ends";
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// Named process locks between real processes, and owners that are killed.
+// Named process locks: results, handles, and owners in other processes.
 #include "support/portable.h"
 
 namespace {
@@ -30,11 +30,6 @@ void expect_free(ZU_lock_process lock) {
     EXPECT_TRUE(ZU_lock_process_unlock(lock));
 }
 
-// A thread that ends with the lock.
-void lock_in_thread(ZU_lock_process lock) {
-    std::thread([&] { ZU_lock_process_lock(lock); }).join();
-}
-
 TEST_F(process_lock, recursion_ownership_and_results) {
     ZU_lock_process lock = create(), again = create_everyone();
     EXPECT_EQ(GetLastError(), codes::already_exists);
@@ -52,6 +47,18 @@ TEST_F(process_lock, recursion_ownership_and_results) {
     EXPECT_TRUE(ZU_lock_process_unlock(again));
     std::thread([&] { expect_free(lock); }).join();
 
+    const std::u16string long_name(254, u'\u00e9');
+    ZU_lock_process long_lock = ZU_lock_process_create((long_name + u"A").c_str());
+    const std::pair<std::u16string, uint32_t> names[] = {{u"Local\\" + wide_name, codes::already_exists},
+                                                         {long_name + u"A", codes::already_exists},
+                                                         {long_name + u"a", codes::none}}; // case matters
+    for (const auto& [wanted, code] : names) {
+        ZU_lock_process one = ZU_lock_process_create(wanted.c_str());
+        EXPECT_EQ(GetLastError(), code) << narrow(wanted);
+        EXPECT_TRUE(ZU_lock_process_close(one)) << narrow(wanted);
+    }
+    EXPECT_TRUE(ZU_lock_process_close(long_lock));
+
     EXPECT_EQ(code_of(ZU_lock_process_lock(opened)), codes::access_denied);
     for (ZU_lock_process one : {opened, again, lock})
         EXPECT_TRUE(ZU_lock_process_close(one));
@@ -62,29 +69,6 @@ TEST_F(process_lock, recursion_ownership_and_results) {
     EXPECT_TRUE(ZU_lock_process_destroy(nullptr));
 }
 
-TEST_F(process_lock, names) {
-    const std::u16string long_name(254, u'\u00e9');
-    ZU_lock_process lock = create(), unnamed = ZU_lock_process_create(nullptr);
-    ZU_lock_process long_lock = ZU_lock_process_create((long_name + u"A").c_str());
-    const std::pair<std::u16string, uint32_t> rows[] = {
-        {u"Local\\" + wide_name, codes::already_exists},
-        {long_name + u"A", codes::already_exists},
-        {long_name + u"a", codes::none}, // case matters, also at the end of a long name
-        {u"", codes::none},
-        {u"Local\\", codes::invalid_name},
-        {u"local\\" + wide_name, codes::path_not_found},
-        {u"\\a", codes::bad_pathname},
-        {u"Global", codes::invalid_handle}};
-    for (const auto& [wanted, code] : rows) {
-        ZU_lock_process opened = ZU_lock_process_create(wanted.c_str());
-        EXPECT_EQ(GetLastError(), code) << narrow(wanted);
-        EXPECT_EQ(opened != nullptr, code == codes::none || code == codes::already_exists) << narrow(wanted);
-        EXPECT_TRUE(ZU_lock_process_close(opened));
-    }
-    for (ZU_lock_process one : {lock, unnamed, long_lock})
-        EXPECT_TRUE(ZU_lock_process_close(one));
-}
-
 TEST_F(process_lock, a_name_that_is_too_long) {
     EXPECT_EQ(code_of(ZU_lock_process_create(std::u16string(261, u'x').c_str()) != nullptr),
               codes::filename_too_long);
@@ -93,6 +77,13 @@ TEST_F(process_lock, a_name_that_is_too_long) {
 TEST_F(process_lock, an_owner_that_is_killed_leaves_it_abandoned_once) {
     child(holds, {name}).next_line(); // killed at the end of the line
     EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found) << "nobody has it";
+    {
+        child in_order(holds, {name});
+        in_order.next_line();
+        EXPECT_TRUE(is_there());
+        EXPECT_EQ(in_order.finish(), 0);
+        EXPECT_FALSE(is_there());
+    }
     child owner(holds, {name});
     ASSERT_EQ(owner.next_line(), "held");
     ZU_lock_process lock = create();
@@ -108,19 +99,11 @@ TEST_F(process_lock, an_owner_that_is_killed_leaves_it_abandoned_once) {
     killer.join();
     EXPECT_TRUE(ZU_lock_process_unlock(lock)) << "it is owned anyway";
     expect_free(lock);
-    lock_in_thread(lock);
+    std::thread([&] { ZU_lock_process_lock(lock); }).join();
     EXPECT_FALSE(ZU_lock_process_lock_timeout(lock, 0)) << "a thread ended";
     EXPECT_TRUE(ZU_lock_process_unlock(lock));
     expect_free(lock);
     EXPECT_TRUE(ZU_lock_process_close(lock));
-    EXPECT_FALSE(is_there());
-}
-
-TEST_F(process_lock, an_owner_that_ends_in_order) {
-    child owner(holds, {name});
-    ASSERT_EQ(owner.next_line(), "held");
-    EXPECT_TRUE(is_there());
-    EXPECT_EQ(owner.finish(), 0);
     EXPECT_FALSE(is_there());
 }
 
@@ -164,63 +147,6 @@ TEST_F(process_lock, handles_exchanged_under_its_users) {
     EXPECT_EQ(counter, taken);
     EXPECT_TRUE(ZU_lock_process_close(changing));
     EXPECT_TRUE(ZU_lock_process_close(kept));
-    EXPECT_FALSE(is_there());
-}
-
-// Goes in and out and counts in a file that only the lock protects; closes the lock in between where it is told to.
-int count_in_file(const std::string& lock_name, const std::string& path, int rounds, bool closes) {
-    ZU_lock_process lock = ZU_lock_process_create(wide(lock_name).c_str());
-    for (int i = 0; i < rounds; ++i) {
-        if (!ZU_lock_process_lock(lock))
-            return 1;
-        uint64_t count = 0;
-        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-        file.read(reinterpret_cast<char*>(&count), sizeof count);
-        ++count;
-        file.seekp(0);
-        file.write(reinterpret_cast<const char*>(&count), sizeof count);
-        file.close();
-        ZU_lock_process_unlock(lock);
-        if (closes) {
-            ZU_lock_process_close(lock);
-            lock = ZU_lock_process_create(wide(lock_name).c_str());
-        }
-    }
-    return ZU_lock_process_close(lock) ? 0 : 2;
-}
-
-const part counts("counts", [](const words& arguments) {
-    return count_in_file(arguments[0], arguments[1], std::stoi(arguments[2]), arguments[3] == "closes");
-});
-
-TEST_F(process_lock, exclusion_between_processes) {
-    const scratch place;
-    for (const char* way : {"closes", "keeps"}) {
-        place.write("count", std::string(8, '\0'));
-        const words arguments = {name, place.at("count").string(), "1000", way};
-        child first(counts, arguments), second(counts, arguments);
-        EXPECT_EQ(count_in_file(name, arguments[1], 1000, way[0] == 'c'), 0);
-        EXPECT_EQ(first.finish() + second.finish(), 0);
-        uint64_t count = 0;
-        place.read("count").copy(reinterpret_cast<char*>(&count), sizeof count);
-        EXPECT_EQ(count, 3000u) << way;
-    }
-}
-
-TEST_F(process_lock, an_owner_killed_at_any_moment_holds_nobody_up) {
-    for (int round = 0; round < 30; ++round) {
-        child killed(counts, {name, "no such file", "1000000", round % 2 ? "closes" : "keeps"});
-        ZU_sleep(static_cast<uint32_t>(round * 3));
-        killed.kill();
-        ZU_lock_process lock = create();
-        if (!ZU_lock_process_lock_timeout(lock, 20000)) { // abandoned, and owned
-            EXPECT_TRUE(ZU_lock_process_unlock(lock)) << round << ' ' << GetLastError();
-        } else {
-            EXPECT_TRUE(ZU_lock_process_unlock(lock));
-        }
-        expect_free(lock);
-        EXPECT_TRUE(ZU_lock_process_close(lock));
-    }
     EXPECT_FALSE(is_there());
 }
 

@@ -56,31 +56,17 @@ TEST(growable_string, random_operations_beside_a_model) {
             if (is_own)
                 piece = expected.substr(from);
             const ZU_wchar* source = is_own ? s.s + from : piece.c_str();
+            const uint32_t sum = n ? length + n : 0;
             uint32_t needed = 0, capacity = s.capacity();
             switch (below(6)) {
-            case 0:
-                ZU_s_append_n(&s.s, source, n);
-                expected.append(piece, 0, n);
-                needed = n ? length + n : 0;
-                break;
-            case 1:
-                ZU_s_insert_n(&s.s, at, source, n);
-                expected.insert(at, piece, 0, n);
-                needed = n ? length + n : 0;
-                break;
+            case 0: ZU_s_append_n(&s.s, source, n), expected.append(piece, 0, n), needed = sum; break;
+            case 1: ZU_s_insert_n(&s.s, at, source, n), expected.insert(at, piece, 0, n), needed = sum; break;
             case 2:
                 ZU_s_append_sprintf(&s.s, u"%s<%d>", piece.c_str(), 7);
-                expected += piece + u"<7>";
-                capacity = s.capacity(); // has a test of its own
+                expected += piece + u"<7>", capacity = s.capacity(); // which has a test of its own
                 break;
-            case 3:
-                ZU_s_resize(&s.s, at + 3);
-                expected.resize(std::min(length, at + 3));
-                break;
-            case 4:
-                ZU_s_reserve(&s.s, n);
-                needed = n;
-                break;
+            case 3: ZU_s_resize(&s.s, at + 3), expected.resize(std::min(length, at + 3)); break;
+            case 4: ZU_s_reserve(&s.s, n), needed = n; break;
             default:
                 expected.resize(expected.find_last_not_of(letter) + 1);
                 ASSERT_EQ(ZU_s_trim_end_c(&s.s, letter), length - expected.size());

@@ -1,4 +1,4 @@
-// Threads, their ends and exit codes, sleeping, clocks and identifiers.
+// Threads, their ends and exit codes, and sleeping.
 #include "support/portable.h"
 
 namespace {
@@ -40,17 +40,6 @@ TEST(clocks, sleeping_takes_its_time) {
     ZU_sleep(0);
     ZU_sleep(30);
     EXPECT_GE(ZU_get_tick_count() - before + 16, 30u) << "the native count has steps of up to 16 ms";
-}
-
-TEST(identifiers, of_threads_and_of_their_process) {
-    const auto tell = [](void* ids) -> uint32_t {
-        *static_cast<uint32_t*>(ids) = ZU_get_current_process_id();
-        return ZU_get_current_thread_id();
-    };
-    uint32_t process = 0, thread = 0;
-    ASSERT_EQ(ZU_thread_wait_for_termination(ZU_thread_create(tell, &process), &thread), 0);
-    EXPECT_EQ(process, ZU_get_current_process_id());
-    EXPECT_NE(thread, ZU_get_current_thread_id());
 }
 
 } // namespace

@@ -7,46 +7,8 @@ namespace {
 
 constexpr int64_t last_time = 0x7FFFFFFF;
 
-// All nine fields, of either record.
-template <class record>
-std::string shown(const record& fields) {
-    char text[128];
-    std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d weekday %d yearday %d flag %d",
-                  fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min,
-                  fields.tm_sec, fields.tm_wday, fields.tm_yday, fields.tm_isdst);
-    return text;
-}
-
-std::string shown(ZU_time_t time) {
-    ZU_tm fields;
-    return ZU_localtime(time, &fields) ? shown(fields) : "nothing";
-}
-
-// The platform's own answers.
-TEST(make_time, gaps_and_overlaps_of_the_pacific_zone) {
-    const struct {
-        const ZU_wchar* date;
-        int flag;
-        ZU_time_t time;
-    } rows[] = {
-        // clang-format off
-        {u"2007-03-11 01:59", 1, 1173603540}, {u"2007-03-11 02:30", -1, 1173605400},
-        {u"2007-03-11 02:30", 0, 1173609000}, {u"2007-03-11 03:00", 0, 1173610800},
-        {u"2007-11-04 00:59", 0, 1194166740}, {u"2007-11-04 01:30", -1, 1194168600},
-        {u"2007-11-04 01:30", 1, 1194165000}, {u"2007-11-04 02:00", 1, 1194166800},
-        {u"2007-07-15 12:00", 0, 1184529600}, {u"2007-07-15 12:00", 9, 1184526000},
-        {u"2007-01-15 12:00", 1, 1168887600},
-        // clang-format on
-    };
-    for (const auto& row : rows) {
-        ZU_tm fields;
-        set_zone("UTC0"); // takes the text as it stands
-        ZU_read_tm(row.date, &fields);
-        set_zone("PST8PDT");
-        fields.tm_isdst = row.flag;
-        EXPECT_EQ(ZU_mktime(&fields), row.time) << narrow(row.date);
-        EXPECT_EQ(shown(fields), shown(row.time)) << narrow(row.date);
-    }
+bool same(const ZU_tm& one, const ZU_tm& other) {
+    return std::memcmp(&one, &other, sizeof one) == 0;
 }
 
 TEST(make_time, the_first_second_lies_in_the_year_before) {
@@ -66,11 +28,11 @@ TEST(make_time, what_does_not_convert) {
     for (const ZU_tm& row : rows) {
         ZU_tm given = row;
         EXPECT_EQ(ZU_mktime(&given), -1);
-        EXPECT_EQ(std::memcmp(&given, &row, sizeof row), 0) << row.tm_sec;
+        EXPECT_TRUE(same(given, row)) << row.tm_sec;
     }
     ZU_tm fields;
     EXPECT_FALSE(ZU_localtime(-1, &fields));
-    EXPECT_EQ(shown(fields), shown(ZU_tm{}));
+    EXPECT_TRUE(same(fields, ZU_tm{}));
 }
 
 // File times count in tenths of a microsecond.
@@ -113,9 +75,9 @@ TEST(date_text, is_read_field_by_field) {
         ZU_tm fields{-9, -9, -9, -9, -9, -9, -9, -9, -9};
         EXPECT_EQ(ZU_read_tm(row.text, &fields), row.time) << narrow(row.text);
         EXPECT_EQ(ZU_read_time_t(row.text), row.time) << narrow(row.text);
-        if (row.time >= 0) {
-            EXPECT_EQ(shown(fields), shown(row.time));
-        }
+        ZU_tm expected = fields;
+        ZU_localtime(row.time < 0 ? 0 : row.time, &expected);
+        EXPECT_TRUE(row.time < 0 || same(fields, expected)) << narrow(row.text);
         const int32_t in_order[] = {fields.tm_year, fields.tm_mon, fields.tm_mday,
                                     fields.tm_hour, fields.tm_min, fields.tm_sec};
         EXPECT_EQ(6 - std::count(in_order, in_order + 6, -9), row.fields_stored) << narrow(row.text);
