@@ -169,26 +169,4 @@ TEST(log_concurrency, changes_while_threads_write) {
     writers.join();
 }
 
-// Prints to the console, and logs to it, as a program whose output its parent reads.
-const part talks("talks", [](const words&) {
-    const started_library started;
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
-    const int32_t count = ZU_printf_ex(u"%s %5lu\n", u"wide", 42ul);
-    ZU_log_set_output(ZU_LOG_OUT_STDOUT);
-    ZU_log_write(ZU_LOG_ALERT, u"50%% %s", u"end");
-    ZU_log_set_level(ZU_LOG_ERROR);
-    ZU_log_write(ZU_LOG_ALERT, u"not wanted");
-    return count;
-});
-
-TEST(log_streams, lines_on_standard_output) {
-    child program(talks);
-    EXPECT_EQ(program.next_line(), "wide    42");
-    const std::string line = program.next_line();
-    EXPECT_TRUE(line.starts_with("|D:")) << line;
-    EXPECT_TRUE(line.ends_with("|L:A|O:Windows| 50% end")) << line;
-    EXPECT_EQ(program.next_line(), "");
-    EXPECT_EQ(program.finish(), 11);
-}
-
 } // namespace
