@@ -38,38 +38,30 @@ TEST(log_file, rotation_moves_what_is_there_and_nothing_else) {
     as_both_users([](const file_place& place) {
         const started_library started;
         ZU_log_set_output(ZU_LOG_OUT_FILE);
-        const struct {
-            std::string directory, spelling;
-            int mode;
-            uint32_t generations;
-            std::string suffixes_and_contents;
-        } rows[] = {
-            {"a", "App.Log", 0755, 6, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7"},
-            {"b", "app.log", 0755, 2000, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7"},
-            {"c", "app.log", 0333, 6, " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7"},
-            {"d", "app.log", is_root() ? 0755 : 0333, 2000,
-             is_root() ? " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7"
-                       : " .05=.05 .1.1=.1.1 .1=.1 .3=.3 .5=.5 .7=.7"},
-        };
-        for (const auto& row : rows) {
-            place.make_directory(row.directory);
-            place.write(row.directory + "/app.log", "");
+        const std::string six = " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .7=.7",
+                          all = " .05=.05 .1.1=.1.1 .1= .2=.1 .4=.3 .6=.5 .8=.7",
+                          none = " .05=.05 .1.1=.1.1 .1=.1 .3=.3 .5=.5 .7=.7";
+        const std::tuple<std::string, std::string, int, uint32_t, std::string> rows[] = {
+            {"a", "App.Log", 0755, 6, six},
+            {"b", "app.log", 0755, 2000, all},
+            {"c", "app.log", 0333, 6, six},
+            {"d", "app.log", 0333, 2000, is_root() ? all : none}}; // root lists every directory
+        for (const auto& [name, spelling, mode, generations, wanted] : rows) {
+            place.make_directory(name);
+            place.write(name + "/app.log", "");
             for (const std::string suffix : {".1", ".3", ".5", ".05", ".7", ".1.1"})
-                place.write(row.directory + "/" + row.spelling + suffix, suffix);
-            const fs::path directory = place.host_path(row.directory);
-            fs::permissions(directory, fs::perms(row.mode));
-            ZU_log_set_log_file_ex(place.drive_path(wide(row.directory + "\\app.log")).c_str(), 0,
-                                   ZU_ENCODING_UTF8, 0, row.generations, nullptr, nullptr);
-            EXPECT_EQ(ZU_log_write(ZU_LOG_ALERT, u"x"), 0x10u) << row.directory;
+                place.write(name + "/" + spelling + suffix, suffix);
+            const fs::path directory = place.host_path(name);
+            fs::permissions(directory, fs::perms(mode));
+            ZU_log_set_log_file_ex(place.drive_path(wide(name + "\\app.log")).c_str(), 0, ZU_ENCODING_UTF8, 0,
+                                   generations, nullptr, nullptr);
+            EXPECT_EQ(ZU_log_write(ZU_LOG_ALERT, u"x"), 0x10u) << name;
             fs::permissions(directory, fs::perms(0755));
             std::set<std::string> found;
-            for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
-                const std::string file = entry.path().filename();
-                if (file.size() > 7)
-                    found.insert(" " + file.substr(7) + "=" + place.read(row.directory + "/" + file));
-            }
-            EXPECT_EQ(std::accumulate(found.begin(), found.end(), std::string()), row.suffixes_and_contents)
-                << row.directory;
+            for (const fs::directory_entry& entry : fs::directory_iterator(directory))
+                if (const std::string file = entry.path().filename(); file.size() > 7)
+                    found.insert(" " + file.substr(7) + "=" + place.read(name + "/" + file));
+            EXPECT_EQ(std::accumulate(found.begin(), found.end(), std::string()), wanted) << name;
         }
     });
 }

@@ -32,25 +32,21 @@ holder opened_elsewhere(const std::u16string& path, const way& how, bool as_ordi
     });
 }
 
-struct file_kind {
-    const char* name;
-    mode_t mode;
-};
-constexpr file_kind kinds[] = {{"plain", 0666}, {"read-only", 0444}, {"write-only", 0222}};
+constexpr std::pair<const char*, mode_t> kinds[] = {
+    {"plain", 0666}, {"read-only", 0444}, {"write-only", 0222}};
 
 void make_kinds(const file_place& place) {
-    for (const file_kind& kind : kinds) {
-        place.write(kind.name, "data");
-        chmod(place.host_path(kind.name).c_str(), kind.mode);
+    for (const auto& [name, mode] : kinds) {
+        place.write(name, "data");
+        chmod(place.host_path(name).c_str(), mode);
     }
 }
 
 // The code of opening as long as nobody else has the file open.
-DWORD code_alone(const file_kind& kind, const way& how, bool as_root) {
-    if ((how.needs & FILE_SHARE_WRITE) && kind.mode == 0444)
-        return codes::access_denied;
-    return (how.needs & FILE_SHARE_READ) && kind.mode == 0222 && !as_root ? codes::access_denied
-                                                                          : codes::none;
+DWORD code_alone(mode_t mode, const way& how, bool as_root) {
+    const bool denied =
+        ((how.needs & write) && mode == 0444) || ((how.needs & read) && mode == 0222 && !as_root);
+    return denied ? codes::access_denied : codes::none;
 }
 
 bool go_together(const way& first, const way& second) {
@@ -61,25 +57,25 @@ bool go_together(const way& first, const way& second) {
 // Runs all pairs, the first in a child, the second here. Returns what was wrong.
 std::string run_matrix(const file_place& place, bool first_is_root, bool second_is_root) {
     std::ostringstream wrong;
-    for (const file_kind& kind : kinds) {
-        const std::u16string path = place.long_path(wide(kind.name));
+    for (const auto& [name, mode] : kinds) {
+        const std::u16string path = place.long_path(wide(name));
         for (DWORD i = 0; i < 16; ++i) {
             const way first{i / 4, i % 4};
             const holder child = opened_elsewhere(path, first, !first_is_root);
-            if (child.result() != code_alone(kind, first, first_is_root))
-                wrong << kind.name << " alone " << i << ": " << child.result() << "; ";
+            if (child.result() != code_alone(mode, first, first_is_root))
+                wrong << name << " alone " << i << ": " << child.result() << "; ";
             for (DWORD j = 0; child.result() == 0 && j < 16; ++j) {
                 const way second{j / 4, j % 4};
                 // A descriptor that can only write has no shared locks: two writers that would share the file
                 // exclude each other.
-                const bool by_mistake = kind.mode == 0222 && (first.needs & second.needs & FILE_SHARE_WRITE)
+                const bool by_mistake = mode == 0222 && (first.needs & second.needs & write)
                                         && !(first_is_root && second_is_root);
-                DWORD wanted = code_alone(kind, second, second_is_root);
+                DWORD wanted = code_alone(mode, second, second_is_root);
                 if (wanted == 0 && (by_mistake || !go_together(first, second)))
                     wanted = codes::sharing_violation;
                 const DWORD code = opened(path, second).code;
                 if (code != wanted)
-                    wrong << kind.name << ' ' << i << '+' << j << ": " << code << ", not " << wanted << "; ";
+                    wrong << name << ' ' << i << '+' << j << ": " << code << ", not " << wanted << "; ";
             }
         }
     }

@@ -41,16 +41,13 @@ TEST_F(paths, long_form_fullness_and_limits) {
 }
 
 TEST_F(paths, directory_part_and_last_component) {
-    const char16_t* rows[][3] = {{u"C:\\dir\\file.txt", u"C:\\dir", u"file.txt"},
-                                 {u"C:\\file.txt", u"C:", u"file.txt"},
-                                 {u"C:\\dir\\ ", u"C:\\dir", u"dir"},
-                                 {u"\\file", u"\\", u"file"},
-                                 {u"\\", u"\\", u""},
-                                 {u"file.txt", none, u"file.txt"},
-                                 {u"/a/b", none, u"/a/b"},
-                                 {u"1:", u"1:", u"1:"},
-                                 {u"C:x", none, u"C:x"},
-                                 {u"", none, u""}};
+    // clang-format off
+    const char16_t* rows[][3] = {
+        {u"C:\\dir\\file.txt", u"C:\\dir", u"file.txt"}, {u"C:\\file.txt", u"C:", u"file.txt"},
+        {u"C:\\dir\\ ", u"C:\\dir", u"dir"}, {u"\\file", u"\\", u"file"}, {u"\\", u"\\", u""},
+        {u"file.txt", none, u"file.txt"}, {u"/a/b", none, u"/a/b"}, {u"1:", u"1:", u"1:"},
+        {u"C:x", none, u"C:x"}, {u"", none, u""}};
+    // clang-format on
     for (const auto& [path, directory, name] : rows) {
         EXPECT_EQ(taken(ZU_get_path(path)), directory) << narrow(path);
         EXPECT_EQ(taken(ZU_get_filename(path)), name) << narrow(path);
@@ -131,15 +128,15 @@ TEST_F(stat, mode_size_and_drive) {
         place.write(name, "12345");
     place.make_directory("x.exe");
     std::filesystem::resize_file(place.at("a.exe.txt"), 5'000'000'000);
+    // clang-format off
     const std::tuple<const char16_t*, uint32_t, uint16_t, int64_t> rows[] = {
-        {u"T:\\r.un.EXE", 0, 0x81FF, 5},
-        {u"T:\\RO.cmd", read_only, 0x816D, 5},
-        {u"T:\\.bat", 0, 0x81FF, 5},
+        {u"T:\\r.un.EXE", 0, 0x81FF, 5}, {u"T:\\RO.cmd", read_only, 0x816D, 5}, {u"T:\\.bat", 0, 0x81FF, 5},
         {u"notes.txt", read_only, 0x8124, 5},
         {u"\\\\?\\T:\\a.exe.txt", 0, 0x81B6, 5'000'000'000},
         {u"exe", hidden, 0x81B6, 5},
         {u"t:\\x.exed", 0, 0x81B6, 5},
         {u"t:\\x.exe\\\\", 0, 0x41FF, 0}};
+    // clang-format on
     std::filesystem::current_path(place.at(""));
     for (const auto& [path, attributes, mode, size] : rows) {
         ASSERT_TRUE(ZU_set_file_platform_attributes(path, attributes));
