@@ -65,12 +65,14 @@ DWORD wait_for_program(int directory, const file_mark& before, const std::string
     unit_watch manager(is_of_users_manager(directory), unit);
     const DWORD start = GetTickCount();
     for (DWORD next_look = look_at_unit_ms;; Sleep(5)) {
+        // Before the look: a helper that makes its status after it has not ended.
+        const bool helper_came = !(file_mark(directory) == before);
         service_life life;
         if (const DWORD code = watch.look(directory, life); code != ERROR_SUCCESS)
             return code;
         if (life.has_helper && life.report.program.number != 0)
             return ERROR_SUCCESS;
-        if (!life.is_alive && !(file_mark(directory) == before))
+        if (!life.is_alive && helper_came)
             return code_of_ended_start(life.report);
         const DWORD waited = GetTickCount() - start;
         if (waited > answer_limit_ms)
@@ -176,9 +178,11 @@ void note_end_of_unit(int directory, const std::string& unit, std::string_view r
     service_life last;
     if (status_watch().look(directory, last) != ERROR_SUCCESS || last.is_alive)
         return;
+    // "protocol": the helper has ended with 0 before its service was ready.
     const bool helper_has_told =
-        result == "exit-code"
-        && (exit_status < first_own_status || last.report.specific_exit_code == exit_status);
+        result == "protocol"
+        || (result == "exit-code"
+            && (exit_status < first_own_status || last.report.specific_exit_code == exit_status));
     SERVICE_STATUS end = {};
     set_exit(result, exit_status, end);
     if (end.dwWin32ExitCode != ERROR_SUCCESS && !helper_has_told)

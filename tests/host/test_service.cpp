@@ -240,6 +240,7 @@ TEST_F(service, programs_by_other_spellings) {
         ASSERT_TRUE(install(name, command + words));
         EXPECT_EQ(start_code(name), 0u) << narrow(command);
         EXPECT_TRUE(becomes(name, SERVICE_STOPPED));
+        EXPECT_EQ(status(name).dwWin32ExitCode, 0u);
         EXPECT_EQ(place_.read("My Programs/said"), "-x $HOME ${A} %n ; * caf\xE9");
         place_.write("My Programs/said", "");
         ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, name));

@@ -216,12 +216,16 @@ TEST(command, runs_services_and_shows_open_files_and_locks) {
         ZU_lock_process_unlock(lock);
         EXPECT_NE(line_of_lock().find("free"), std::string::npos) << line_of_lock();
         ZU_lock_process_close(lock);
-        EXPECT_EQ(run_child([&] {
-                      ZU_lock_process_lock(ZU_lock_process_create(name.c_str()));
-                      raise(SIGKILL);
-                  }).signal,
-                  SIGKILL);
-        EXPECT_NE(line_of_lock().find("left behind"), std::string::npos) << line_of_lock();
+        std::string line;
+        for (int i = 0; i < 20 && line.empty(); ++i) { // the first lock of another process sweeps it away
+            EXPECT_EQ(run_child([&] {
+                          ZU_lock_process_lock(ZU_lock_process_create(name.c_str()));
+                          raise(SIGKILL);
+                      }).signal,
+                      SIGKILL);
+            line = line_of_lock();
+        }
+        EXPECT_NE(line.find("left behind"), std::string::npos) << line;
         zu("lock clean");
         EXPECT_EQ(line_of_lock(), "");
     });
