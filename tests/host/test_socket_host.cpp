@@ -8,22 +8,12 @@ namespace {
 
 using sockets = with_library;
 
-// A signal comes to this thread over and over until the end of the scope.
-class alarms_every_10_ms {
-public:
-    alarms_every_10_ms() { set(10000); }
-    ~alarms_every_10_ms() { set(0); }
-
-private:
-    static void set(suseconds_t period_us) {
-        struct sigaction action {};
-        action.sa_handler = [](int) {};
-        action.sa_flags = SA_RESTART;
-        sigaction(SIGALRM, &action, nullptr);
-        const itimerval timer{{0, period_us}, {0, period_us}};
-        setitimer(ITIMER_REAL, &timer, nullptr);
-    }
-};
+// A signal comes to this thread over and over, until the period is 0. Calls that can be are started again after it.
+void let_alarms_come(suseconds_t period_us) {
+    std::signal(SIGALRM, [](int) {});
+    const itimerval timer{{0, period_us}, {0, period_us}};
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
 
 TEST_F(sockets, other_descriptors_are_none) {
     int pipes[2];
@@ -83,17 +73,16 @@ TEST_F(sockets, time_limits_in_both_forms_and_under_signals) {
     EXPECT_EQ(set_option(pair.server, SO_RCVTIMEO, &milliseconds), 0);
     EXPECT_EQ(set_option(pair.listener, SO_RCVTIMEO, &milliseconds), 0);
     EXPECT_EQ(set_option(full.client, SO_SNDTIMEO, &milliseconds), 0);
-    {
-        const alarms_every_10_ms interruptions; // none of which starts the time anew
-        const held_socket datagrams = bound_socket(SOCK_DGRAM);
-        EXPECT_EQ(set_option(datagrams, SO_RCVTIMEO, &milliseconds), 0);
-        EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
-        EXPECT_EQ(receive(datagrams), WSAETIMEDOUT);
-        EXPECT_EQ(outcome_of(ZU_accept(pair.listener, nullptr, nullptr)), WSAETIMEDOUT);
-        int sent;
-        while ((sent = transmit(full.client, std::string(5000, 'x'))) <= 5000) {}
-        EXPECT_EQ(sent, WSAETIMEDOUT);
-    }
+    const held_socket datagrams = bound_socket(SOCK_DGRAM);
+    EXPECT_EQ(set_option(datagrams, SO_RCVTIMEO, &milliseconds), 0);
+    let_alarms_come(10000); // none of which starts the time anew
+    EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
+    EXPECT_EQ(receive(datagrams), WSAETIMEDOUT);
+    EXPECT_EQ(outcome_of(ZU_accept(pair.listener, nullptr, nullptr)), WSAETIMEDOUT);
+    int sent;
+    while ((sent = transmit(full.client, std::string(5000, 'x'))) <= 5000) {}
+    EXPECT_EQ(sent, WSAETIMEDOUT);
+    let_alarms_come(0);
     EXPECT_EQ(receive(pair.server, MSG_DONTWAIT), WSAEWOULDBLOCK);
     EXPECT_EQ(set_option(pair.client, SO_RCVTIMEO, &time, sizeof time), 0);
     EXPECT_EQ(receive(pair.client), WSAETIMEDOUT);

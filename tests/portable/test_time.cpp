@@ -5,8 +5,6 @@
 
 namespace {
 
-constexpr int64_t last_time = 0x7FFFFFFF;
-
 bool same(const ZU_tm& one, const ZU_tm& other) {
     return std::memcmp(&one, &other, sizeof one) == 0;
 }
@@ -33,23 +31,18 @@ TEST(make_time, what_does_not_convert) {
     ZU_tm fields;
     EXPECT_FALSE(ZU_localtime(-1, &fields));
     EXPECT_TRUE(same(fields, ZU_tm{}));
-}
 
-// File times count in tenths of a microsecond.
-constexpr int64_t units_1970 = 116444736000000000, second = 10000000;
-
-TEST(file_time, what_does_not_convert) {
-    set_zone("UTC0");
-    FILETIME file_time;
-    for (int64_t units : {int64_t{0}, units_1970 - 1, units_1970 + (last_time + 1) * second, int64_t{-1}}) {
-        file_time = std::bit_cast<FILETIME>(units);
+    set_zone("UTC0"); // file times count in tenths of a microsecond
+    constexpr int64_t units_1970 = 116444736000000000, end = units_1970 + (int64_t{INT32_MAX} + 1) * 10000000;
+    for (int64_t units : {int64_t{0}, units_1970 - 1, end, int64_t{-1}}) {
+        const FILETIME file_time = std::bit_cast<FILETIME>(units);
         EXPECT_EQ(ZU_FILETIME_2_time_t(&file_time), -1) << units;
     }
     EXPECT_EQ(GetLastError(), codes::invalid_parameter);
-    file_time = std::bit_cast<FILETIME>(int64_t{77});
+    FILETIME left = std::bit_cast<FILETIME>(int64_t{77});
     for (ZU_time_t time : {-1, -2})
-        EXPECT_EQ(Zu_time_t_2_FILETIME(time, &file_time), nullptr);
-    EXPECT_EQ(std::bit_cast<int64_t>(file_time), 77);
+        EXPECT_EQ(Zu_time_t_2_FILETIME(time, &left), nullptr);
+    EXPECT_EQ(std::bit_cast<int64_t>(left), 77);
 }
 
 TEST(date_text, is_read_field_by_field) {
@@ -61,14 +54,11 @@ TEST(date_text, is_read_field_by_field) {
         int fields_stored;
     } rows[] = {
         // clang-format off
-        {u"2006-04-30 10:50:42", start, 6}, {u"2006\\04\\30-10:50:42", start, 6}, {u"2006-04-30 10", -1, 4},
-        {u"::2006/4/30//10 50 - 42:", start, 6}, {u"2006-04-30 10:50:42 trailing words", start, 6}, {u"", -1, 0},
-        {u"2006x-+4-30y 10z:50:42", start, 6}, {u"2006-04-30 10:50 trailing", start - 42, 6}, {u" :-/\\", -1, 0},
-        {u"2006-02-31 00:00", 1141344000, 6}, {u"2038-01-19 03:14:07", INT32_MAX, 6}, {u"2006-04-30", -1, 3},
-        {u"2038-01-19 03:14:08", -1, 6}, {u"1970-01-01 00:00", 0, 6}, {u"99999999999-01-01 00:00", -1, 6},
-        {u"1899-12-31 23:59", -1, 0}, {u"2006-13-01 00:00", -1, 1}, {u"2006-0-01 00:00", -1, 1},
-        {u"2006-04-32 00:00", -1, 2}, {u"2006-04-0 00:00", -1, 2}, {u"2006-04-30 24:00", -1, 3},
-        {u"2006-04-30 10:60", -1, 4}, {u"2006-04-30 10:50:60", -1, 5},
+        {u"2006\\04\\30-10:50:42", start, 6}, {u"2006-04-30 10", -1, 4}, {u"::2006/4/30//10 50 - 42:", start, 6}, {u" :-/\\", -1, 0},
+        {u"2006x-+4-30y 10z:50:42", start, 6}, {u"2006-04-30 10:50 trailing", start - 42, 6}, {u"2006-02-31 00:00", 1141344000, 6},
+        {u"2038-01-19 03:14:07", INT32_MAX, 6}, {u"1970-01-01 00:00", 0, 6}, {u"1899-12-31 23:59", -1, 0}, {u"2006-13-01 00:00", -1, 1},
+        {u"2006-04-32 00:00", -1, 2}, {u"2006-04-0 00:00", -1, 2}, {u"2006-04-30 24:00", -1, 3}, {u"2006-04-30 10:60", -1, 4},
+        {u"2006-04-30 10:50:60", -1, 5},
         // clang-format on
     };
     for (const auto& row : rows) {

@@ -45,9 +45,8 @@ void in_zone(const std::string& zone) {
     }
     for (const fields& local : local_times)
         for (const int32_t isdst : {-1, 0, 1}) {
-            tm = {};
-            tm.tm_year = local.year, tm.tm_mon = local.month - 1, tm.tm_mday = local.day;
-            tm.tm_hour = local.hour, tm.tm_min = local.minute, tm.tm_sec = local.second, tm.tm_isdst = isdst;
+            tm = {local.second, local.minute, local.hour, local.day, local.month - 1, local.year, 0, 0,
+                  isdst};
             const std::string given = show(tm);
             RESULT(zone + ' ' + given, ZU_mktime(&tm));
             add(zone + ' ' + given + "carried", show(tm));
