@@ -325,9 +325,10 @@ inline int __WSAFDIsSet(SOCKET socket, one_socket_set* set) {
     return ::__WSAFDIsSet(socket, &set->members);
 }
 
-// Once the write set has shown room, the system's own send takes the whole piece without blocking.
+// The system's own send waits until all is taken. Once the write set has shown room, a small piece is taken at once.
 inline int send_what_fits(SOCKET socket, const char* buffer, int length) {
-    return ::send(socket, buffer, length, 0);
+    constexpr int piece = 4096;
+    return ::send(socket, buffer, length < piece ? length : piece, 0);
 }
 
 using ::CloseServiceHandle;
