@@ -46,8 +46,7 @@ TEST(groups, follow_the_host_s_users_and_groups) {
     EXPECT_FALSE(ZU_current_user_in_group(999));
     EXPECT_EQ(GetLastError(), 0u) << "a plain no";
     const outcome starved = run_as_ordinary_user([] {
-        const rlimit no_descriptors{0, 0};
-        setrlimit(RLIMIT_NOFILE, &no_descriptors);
+        allow_descriptors(0);
         std::printf("%u %u", code_of(ZU_current_user_is_admin()), code_of(ZU_user_exist(nullptr, u"root")));
     });
     EXPECT_EQ(starved.output, "4 4") << "nobody could say: too many open files";
@@ -88,10 +87,9 @@ TEST(account, names_that_are_users_and_names_that_are_not) {
     } rows[] = {
         {u"", u"root", user},            {u"", u"ROOT", user},             {u"", u".\\root", user},
         {u"", here + u"\\root", user},   {u"\\\\" + here, u"root", user},  {u".", u"nobody", user}, {u"LocalHost", u"root", user},
-        {u"", u"shadow", no_user},    {u"", u"everyone", no_user},   {u"", u"NT AUTHORITY\\SYSTEM", no_user},
-        {u"", here, no_user},         {u"", u"", no_user},           {u"", u"BUILTIN\\root", unknown},
-        {u"", u"\\root", unknown},       {u"", u"no such user", unknown},  {u"", u"NODOM\\root", unknown},
-        {u"", u"a\\b\\c", unknown},      {u"", here + u"\\", unknown},     {u"no-such-machine", u"root", codes::server_unavailable}};
+        {u"", u"shadow", no_user},       {u"", here, no_user},             {u"", u"NT AUTHORITY\\SYSTEM", no_user},
+        {u"", u"\\root", unknown},       {u"", u"BUILTIN\\root", unknown},  {u"", u"NODOM\\root", unknown},
+        {u"", u"no such user", unknown}, {u"", here + u"\\", unknown},     {u"no-such-machine", u"root", codes::server_unavailable}};
     // clang-format on
     for (const auto& row : rows) {
         const ZU_wchar* on = row.machine.empty() ? nullptr : row.machine.c_str();
@@ -143,11 +141,12 @@ std::string switched(const ZU_wchar* name, bool on) {
     ZU_bool before = 99;
     SetLastError(4711);
     const bool accepted = ZU_adjust_privilege(name, on, &before);
-    return (accepted ? (before ? "was on, " : "was off, ") : "refused, ") + std::to_string(GetLastError());
+    return (accepted ? "" : "refused, ") + std::string(before ? "was on, " : "was off, ")
+           + std::to_string(GetLastError());
 }
 
 TEST(privileges, tell_their_state_before_and_need_room_and_rights) {
-    EXPECT_EQ(switched(u"SeNoSuchPrivilege", true), "refused, 1313");
+    EXPECT_EQ(switched(u"SeNoSuchPrivilege", true), "refused, was off, 1313");
     const outcome as_nobody = run_as_ordinary_user([] {
         for (const bool on : {true, true, false})
             std::printf("%s; ", switched(u"SeTcbPrivilege", on).c_str());

@@ -10,18 +10,13 @@ __attribute__((constructor)) void call_the_library(int count, char** arguments) 
         return;
     const std::string what = arguments[2];
     const std::u16string name = wide(arguments[3]);
-    uint32_t result = 0;
-    if (what == "install")
-        result = ZU_NT_service_install(nullptr, name.c_str(), nullptr, wide(arguments[4]).c_str(),
-                                       SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, nullptr);
-    else if (what == "start")
-        result = ZU_NT_service_start(nullptr, name.c_str());
-    else if (what == "uninstall")
-        result = ZU_NT_service_uninstall(nullptr, name.c_str());
-    else if (what == "stop")
-        result = ZU_NT_service_stop(nullptr, name.c_str());
-    else
-        result = ZU_NT_service_get_state(nullptr, name.c_str());
+    const uint32_t result =
+        what == "install" ? ZU_NT_service_install(nullptr, name.c_str(), nullptr, wide(arguments[4]).c_str(),
+                                                  SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START, nullptr)
+        : what == "uninstall" ? ZU_NT_service_uninstall(nullptr, name.c_str())
+        : what == "start"     ? ZU_NT_service_start(nullptr, name.c_str())
+        : what == "stop"      ? ZU_NT_service_stop(nullptr, name.c_str())
+                              : ZU_NT_service_get_state(nullptr, name.c_str());
     std::printf(result != 0 ? "%u\n" : "%u, code %u\n", result, GetLastError());
     if (platform::SERVICE_STATUS now; what == "status") {
         const auto manager = platform::OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);

@@ -40,8 +40,7 @@ TEST(command, is_misused_or_fails_with_a_reason_and_a_status) {
         {"registry list --colour", 2, "no option --colour"},
         {"service state nothing", 1, "(1060)"},
         {"open 'T:\\none'", 1, "(2)"},
-        {"path 'Q:\\'", 1, "(3)"},
-    };
+        {"path 'Q:\\'", 1, "(3)"}};
     for (const auto& [arguments, status, reason] : rows) {
         const outcome result = zu(arguments);
         EXPECT_EQ(result.exit_code, status) << arguments;

@@ -29,13 +29,6 @@ void wait_for_parent() {
     while (std::getchar() != EOF) {}
 }
 
-std::string child::all_lines() {
-    std::string all;
-    for (std::string line = next_line(); !line.empty(); line = next_line())
-        all += line + '\n';
-    return all;
-}
-
 } // namespace zu_test
 
 int main(int count, char** arguments) {

@@ -37,7 +37,6 @@ public:
     child& operator=(const child&) = delete;
 
     std::string next_line(); // of its reports; waits for it; empty when it has ended
-    std::string all_lines(); // of its output until it has ended
     int finish();            // its exit code, after the word to end
     void kill();             // ends it on the spot
 

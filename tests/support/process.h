@@ -1,4 +1,4 @@
-// Children of a test: what they write, and how they end.
+// Children of a test: what they write, and how they end; and a network of a test's own.
 #pragma once
 
 #include <sys/types.h>
@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+
+#include "support/environment.h"
 
 namespace zu_test {
 
@@ -35,10 +37,16 @@ private:
     uint32_t result_ = 0xFFFFFFFF;
 };
 
+// Runs the body on a thread in a network namespace of its own that holds a loopback and nothing else, and with mounts
+// of its own. False, with the body not run, where the process may not have them.
+bool in_private_network(const std::function<void()>& body);
+
 // Runs a command line through bash.
 outcome run_command(const std::string& command);
 
 // Under a sanitizer, memory cannot be made scarce with a limit.
-bool address_space_is_not_limited();
+inline bool address_space_is_not_limited() {
+    return built_with_sanitizer;
+}
 
 } // namespace zu_test

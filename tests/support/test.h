@@ -13,39 +13,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <climits>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <map>
-#include <memory>
-#include <numeric>
-#include <random>
-#include <set>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "platform/platform.h"
 #include "support/environment.h"
 #include "support/files.h"
 #include "support/network.h"
-#include "support/private_network.h"
 #include "support/process.h"
 #include "support/results.h"
+#include "support/standard.h"
 #include "support/threads.h"
 #include "support/users.h"
 #include "zu/zu.h"
