@@ -28,18 +28,15 @@ std::string narrowed(const std::u16string& wide) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const platform::wide_registers all = platform::registers;
     const std::string bytes(reinterpret_cast<const char*>(data), size);
+    const std::u16string units = units_of(data, size);
     platform::registers = {};
-    const std::u16string without = widened(bytes);
-    const std::string narrow_without = narrowed(units_of(data, size));
-    platform::registers = {all.of_32_bytes, false};
-    check(narrowed(units_of(data, size)) == narrow_without);
-    platform::registers = all;
     const std::u16string from_bytes = widened(bytes);
-    check(from_bytes == without);
-    check(narrowed(units_of(data, size)) == narrow_without);
-    check(widened(narrowed(from_bytes)) == from_bytes);
-    const std::string from_units = narrowed(units_of(data, size));
-    check(narrowed(widened(from_units)) == from_units);
+    const std::string from_units = narrowed(units);
+    for (const platform::wide_registers& some : {platform::wide_registers{all.of_32_bytes, false}, all}) {
+        platform::registers = some;
+        check(widened(bytes) == from_bytes && narrowed(units) == from_units);
+    }
+    check(widened(narrowed(from_bytes)) == from_bytes && narrowed(widened(from_units)) == from_units);
     for (size_t at = 0; at < from_units.size();) {
         const platform::utf8_piece piece =
             platform::decode_utf8(from_units.data() + at, from_units.size() - at);
