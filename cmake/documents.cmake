@@ -1,5 +1,7 @@
-# The page about porting; manual pages and completions for bash, each with the program that it is about.
-install(FILES docs/porting.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# The pages that README.md links, in a folder of the same name; manual pages and completions for bash, each with the
+# program that it is about.
+install(FILES docs/guide.md docs/porting.md docs/platform.md docs/benchmarks.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
 set(zu_completions ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 install(FILES docs/man/zu.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3)
 if(TARGET zu-command)

@@ -36,7 +36,7 @@ if(TARGET taskd)
 endif()
 
 install(FILES zu/zu.h zu/zu_platform.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zu)
-install(FILES LICENSE README.md CHANGELOG.md docs/guide.md docs/platform.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES LICENSE README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(EXPORT zu-targets NAMESPACE zu:: DESTINATION ${zu_package_dir})
 configure_package_config_file(cmake/zu-config.cmake.in ${PROJECT_BINARY_DIR}/zu-config.cmake
   INSTALL_DESTINATION ${zu_package_dir})
