@@ -174,6 +174,8 @@ void services_and_accounts() {
             RESULT(name, ZU_NT_service_uninstall(machine, text.c_str()));
         }
     RESULT("no service", ZU_NT_service_exist(nullptr, nullptr));
+    RESULT("start", ZU_NT_service_wait_pending(nullptr, 1));
+    RESULT("stop", ZU_NT_service_wait_pending(nullptr, 0));
     for (const uint32_t type : {0u, 4u, 0x10u, 0x30u})
         for (const uint32_t start : {0u, 1u, 5u})
             RESULT("type " + hex(type) + " start " + show(start),
@@ -190,18 +192,31 @@ void services_and_accounts() {
     RESULT("nobody", ZU_user_is_admin(nullptr, u"zu_nosuch", u"secret"));
 }
 
+void both_reads(const std::string& name, HKEY root, const std::u16string& subkey, const ZU_wchar* value) {
+    uint32_t number = 77;
+    RESULT(name, ZU_registry_get_str(root, subkey.c_str(), value));
+    RESULT(name, both(ZU_registry_get_uint32(root, subkey.c_str(), value, &number), &number));
+}
+
 void registry() {
-    for (const intptr_t root : {intptr_t{0}, intptr_t{0x1234}, reinterpret_cast<intptr_t>(HKEY_LOCAL_MACHINE),
-                                reinterpret_cast<intptr_t>(HKEY_CURRENT_USER)})
+    for (const intptr_t root :
+         {intptr_t{0}, intptr_t{4}, intptr_t{-1}, intptr_t{0x1234},
+          reinterpret_cast<intptr_t>(HKEY_LOCAL_MACHINE), reinterpret_cast<intptr_t>(HKEY_CURRENT_USER)})
         for (const std::u16string& subkey : split(uR"(;nosuch;nosuch\a;\nosuch;nosuch\;a\\b)"))
             for (const ZU_wchar* value : {u"", u"nosuch"}) {
                 const std::string name = hex(static_cast<uint32_t>(root)) + ' ' + show(subkey) + ' '
                                          + show(std::u16string_view(value));
-                const HKEY key = reinterpret_cast<HKEY>(root);
-                uint32_t number = 77;
-                RESULT(name, ZU_registry_get_str(key, subkey.c_str(), value));
-                RESULT(name, both(ZU_registry_get_uint32(key, subkey.c_str(), value, &number), &number));
+                both_reads(name, reinterpret_cast<HKEY>(root), subkey, value);
             }
+    // What checks/results has taken in from registry.reg.
+    for (const std::u16string& subkey : split(uR"(;\\;\Old;\OLD\deep;\GRÖßER ]x;\größer ]x\;\LAST;/last)"))
+        both_reads("zu_results" + show(subkey), HKEY_LOCAL_MACHINE, u"Software\\zu_results" + subkey, u"a");
+    for (const std::u16string& value :
+         split(u";pATH;commented;eleven;TWELVE;number;brief;hex dword;short;long;none;binary;"
+               u"continued;expand;unended;two ends;nothing;empty;multi;quad;kind 0;kind ffff0001;eq=\\;"
+               u"gone;twice;bad unclosed;after unclosed;bad dword;bad digit;bad length;bad nothing;bad type;"
+               u"bad bytes;bad comma;bad rest;bad minus;bad bare;bad name;after all"))
+        both_reads("zu_results " + show(value), HKEY_LOCAL_MACHINE, u"software\\\\ZU_results", value.c_str());
 }
 
 void libraries() {
