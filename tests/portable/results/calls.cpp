@@ -200,8 +200,8 @@ void both_reads(const std::string& name, HKEY root, const std::u16string& subkey
 
 void registry() {
     for (const intptr_t root :
-         {intptr_t{0}, intptr_t{4}, intptr_t{-1}, intptr_t{0x1234},
-          reinterpret_cast<intptr_t>(HKEY_LOCAL_MACHINE), reinterpret_cast<intptr_t>(HKEY_CURRENT_USER)})
+         {intptr_t{0}, intptr_t{-1}, intptr_t{0x1234}, reinterpret_cast<intptr_t>(HKEY_LOCAL_MACHINE),
+          reinterpret_cast<intptr_t>(HKEY_CURRENT_USER)})
         for (const std::u16string& subkey : split(uR"(;nosuch;nosuch\a;\nosuch;nosuch\;a\\b)"))
             for (const ZU_wchar* value : {u"", u"nosuch"}) {
                 const std::string name = hex(static_cast<uint32_t>(root)) + ' ' + show(subkey) + ' '
