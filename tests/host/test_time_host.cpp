@@ -1,5 +1,4 @@
-// Local time both ways and file times, in the zones of the host: its zone files, and its C library beside which all is
-// checked.
+// Local time both ways in the zones of the host: its zone files, and its C library beside which all is checked.
 #include <bit>
 #include <ranges>
 
@@ -63,8 +62,15 @@ ZU_tm record_of(int64_t local, int flag) {
     return {static_cast<int32_t>(local % 60), static_cast<int32_t>(local / 60), 24, 0, -360, 100, 9, 9, flag};
 }
 
+int64_t host_mktime(const ZU_tm& record) {
+    ::tm fields{};
+    std::memcpy(&fields, &record, sizeof record); // which the host's begins with
+    return std::mktime(&fields);
+}
+
 // Each instant shows what the host says, and its fields lead back to it, or to the latest other that shows them. What
-// is skipped takes the offset after the gap, unless only the one before it has the flag.
+// is skipped takes the offset after the gap, unless only the one before it has the flag. A flag that does not fit means
+// what it does to the host, but nothing in a zone without daylight saving.
 TEST(local_time, agrees_with_the_host_both_ways) {
     std::mt19937 random(1);
     for (const char* zone : zones) {
@@ -72,10 +78,12 @@ TEST(local_time, agrees_with_the_host_both_ways) {
         std::vector<int64_t> times = {0, 1, last_time - 1, last_time};
         for (int i = 0; i < 3000; ++i)
             times.push_back(random() & last_time);
+        bool has_daylight = false;
         for (int64_t change : changes()) {
             for (int64_t distance : {-86400, -3600, -1801, -1800, -1, 0, 1, 1799, 1800, 3599, 3600, 86400})
                 times.push_back(std::min(change + distance, last_time));
             const ::tm before = host_time(change - 1), after = host_time(change);
+            has_daylight = has_daylight || before.tm_isdst != after.tm_isdst;
             for (int64_t local : {change + before.tm_gmtoff, change + after.tm_gmtoff - 1}) {
                 if (before.tm_gmtoff >= after.tm_gmtoff)
                     continue;
@@ -101,43 +109,20 @@ TEST(local_time, agrees_with_the_host_both_ways) {
                 }
             }
         }
+        for (int i = 0; i < 1000; ++i) { // within the years that the host searches, away from changes
+            const int64_t time = 1'000'000'000 + random() % 900'000'000;
+            const ::tm there = host_time(time);
+            if (host_time(time - 172800).tm_gmtoff != host_time(time + 172800).tm_gmtoff)
+                continue;
+            ZU_tm fields = record_of(time + there.tm_gmtoff, there.tm_isdst == 0);
+            const int64_t meant = has_daylight ? host_mktime(fields) : time;
+            ASSERT_EQ(ZU_mktime(&fields), meant) << zone << " " << time;
+            ASSERT_EQ(shown(fields), shown(host_time(meant)));
+        }
     }
     set_zone("AAA0BBB,J100/1,J100/3"); // a season of two hours
     for (ZU_time_t time = 1144540800; time < 1144713600; time += 599)
         ASSERT_EQ(shown(time), shown(host_time(time)));
-}
-
-// Flags that contradict the zone.
-TEST(make_time, flags_that_do_not_fit) {
-    const struct {
-        const char* zone;
-        const ZU_wchar* date;
-        int flag;
-        ZU_time_t time;
-    } rows[] = {
-        // clang-format off
-        // Without daylight time until 1980; a shift by half an hour.
-        {"Europe/Berlin", u"1975-07-01 12:00", 0, 173444400}, {"", u"1975-07-01 12:00", 1, 173440800},
-        {"Australia/Lord_Howe", u"2006-12-01 12:00", 0, 1164936600}, {"", u"2006-07-01 12:00", 1, 1151715600},
-        // The nearest summer counts: that of 2010 had what was standard in 2012.
-        {"Europe/Moscow", u"2012-01-15 12:00", 1, 1326614400}, {"", u"1991-12-01 12:00", 1, 691578000},
-        {"", u"1992-02-15 12:00", 1, 698140800},
-        {"Asia/Pyongyang", u"2015-08-14 23:45", 0, 1439565300}, // the standard offset went back
-        {"Asia/Kolkata", u"2006-07-01 12:00", 1, 1151735400}, // no daylight time since 1970
-        {"No/Such", u"2006-07-01 12:00", 1, 1151755200},
-        // clang-format on
-    };
-    std::string zone;
-    for (const auto& row : rows) {
-        zone = *row.zone ? row.zone : zone;
-        ZU_tm fields;
-        set_zone("UTC"); // takes the text as it stands
-        ZU_read_tm(row.date, &fields);
-        set_zone(zone.c_str());
-        fields.tm_isdst = row.flag;
-        EXPECT_EQ(ZU_mktime(&fields), row.time) << zone << narrow(row.date);
-        EXPECT_EQ(shown(fields), shown(host_time(row.time))) << zone << narrow(row.date);
-    }
 }
 
 int hour_now_at_0() {
@@ -181,24 +166,9 @@ TEST(local_time, zone_files_are_read_as_the_host_reads_them) {
     }
 }
 
-// A zone that could not be read serves one call, and one that another thread has read needs no descriptor.
-TEST(zone_setting, threads_without_descriptors) {
-    set_zone("Asia/Kolkata");
-    ASSERT_EQ(hour_now_at_0(), 5);
-    const outcome child = run_child([] {
-        const rlimit none{3, 64};
-        setrlimit(RLIMIT_NOFILE, &none);
-        std::thread([] { std::printf("%d", hour_now_at_0()); }).join();
-        setenv("TZ", "Australia/Sydney", 1);
-        hour_now_at_0();
-        const rlimit some{64, 64};
-        setrlimit(RLIMIT_NOFILE, &some);
-        std::printf(" %d", hour_now_at_0());
-    });
-    EXPECT_EQ(child.output, "5 10");
-}
-
-TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
+// Whatever has changed it. A zone that could not be read serves one call, and one that another thread has read needs no
+// descriptor.
+TEST(zone_setting, counts_from_the_next_call) {
     char own[] = "TZ=AAA-5";
     putenv(own);
     EXPECT_EQ(hour_now_at_0(), 5);
@@ -211,9 +181,18 @@ TEST(zone_setting, a_changed_environment_counts_from_the_next_call) {
         tzset();
         EXPECT_EQ(hour_now_at_0(), host_time(0).tm_hour) << "without TZ, the system's zone";
     }
-}
-
-TEST(zone_setting, a_changed_system_zone_is_seen) {
+    set_zone("Asia/Kolkata");
+    ASSERT_EQ(hour_now_at_0(), 5);
+    const outcome child = run_child([] {
+        const rlimit none{3, 64}, some{64, 64};
+        setrlimit(RLIMIT_NOFILE, &none);
+        std::thread([] { std::printf("%d", hour_now_at_0()); }).join();
+        setenv("TZ", "Australia/Sydney", 1);
+        hour_now_at_0();
+        setrlimit(RLIMIT_NOFILE, &some);
+        std::printf(" %d", hour_now_at_0());
+    });
+    EXPECT_EQ(child.output, "5 10");
     const bool has_mounts = in_private_network([] {
         set_zone(nullptr);
         const int before = hour_now_at_0();
@@ -224,7 +203,7 @@ TEST(zone_setting, a_changed_system_zone_is_seen) {
         EXPECT_EQ(hour_now_at_0(), before == 5 ? 0 : 5);
     });
     if (!has_mounts)
-        GTEST_SKIP() << "needs the right to mount in a namespace of its own";
+        GTEST_SKIP() << "a changed zone of the system needs the right to mount in a namespace of its own";
 }
 
 // Readers on several threads while the zone goes to and fro: every answer is one of the two, and none stays behind.
@@ -256,28 +235,6 @@ TEST(zone_setting, zone_changes_under_threads) {
     }
     stop = true;
     readers.join();
-}
-
-// File times count in tenths of a microsecond.
-constexpr int64_t units_1970 = 116444736000000000;
-constexpr int64_t second = 10000000;
-
-// In one of these zones it is summer now, so that the offset of now and that of the date differ for some date. At this
-// time of day none of them changes.
-TEST(file_time, takes_the_offset_in_force_now) {
-    for (const char* zone : {"Europe/Berlin", "Australia/Sydney", "Australia/Lord_Howe", "Asia/Kolkata"}) {
-        set_zone(zone);
-        const auto offset_at = [](int64_t time) { return static_cast<int64_t>(host_time(time).tm_gmtoff); };
-        const int64_t now = offset_at(::time(nullptr));
-        for (int64_t time = 5 * 86400 + 45296; time < last_time - 5 * 86400; time += 10 * 86400) {
-            FILETIME file_time = std::bit_cast<FILETIME>(units_1970 + time * second + 9999999);
-            const int64_t found = ZU_FILETIME_2_time_t(&file_time);
-            ASSERT_EQ(found + offset_at(found), time + now);
-            ASSERT_EQ(Zu_time_t_2_FILETIME(static_cast<ZU_time_t>(time), &file_time), &file_time);
-            ASSERT_EQ(std::bit_cast<int64_t>(file_time), units_1970 + (time + offset_at(time) - now) * second)
-                << time;
-        }
-    }
 }
 
 TEST(system_time, is_checked_and_round_trips) {

@@ -11,10 +11,10 @@ constexpr std::u16string_view path_texts =
     uR"(\\?\~\..\Paths;//?/C:/here;\\.\C:;~;~\;~\\;~ ;~.;C:\HERE\PATHS;~\File.txt;~\FILE.TXT;~\File.txt\;~\File.txt\a;)"
     uR"(~\File.txt\a\b;~\File.txt.;~\File.txt ;~\nosuch;~\nosuch\;~\nosuch\a;~\nosuch\a\;~\Empty;~\Empty\;~\Empty\..;)"
     uR"(~\Empty\.;~\.\Empty;~\..\Paths\Empty;~\Empty\..\nosuch;C:\..\here\Paths;C:\here\\Paths\\Empty;C:/here/Paths;)"
-    uR"(C:\here/Paths;C:Paths;C:Paths\File.txt;~\*;~\F*;~\?ile.txt;C:\here\Pa*\File.txt;~\a|b;~\a<b;~\a"b;~\äΩ;Paths;)"
-    uR"(paths\file.txt;Paths\Empty\;Paths\..\Paths;.\Paths;..\here;..\..\here;nosuch;nosuch\a;Paths/File.txt;./Paths;)"
-    uR"(/here;\here;\here\Paths; Paths;Paths ;a:b:c;1:\a;CC:\a;NUL;Paths\NUL;)"
-    u"~\\a\u0001b";
+    uR"(~\Empty\*.x;~\*.none;~\nosuch\*;~\File.txt\a\*;C:\here/Paths;C:Paths;C:Paths\File.txt;~\*;~\F*;~\?ile.txt;)"
+    uR"(C:\here\Pa*\File.txt;~\a|b;~\a<b;~\a"b;~\äΩ;Paths;paths\file.txt;Paths\Empty\;Paths\..\Paths;)"
+    uR"(.\Paths;..\here;..\..\here;nosuch;nosuch\a;Paths/File.txt;./Paths;/here;\here;\here\Paths; Paths;Paths ;a:b:c;1:\a;)"
+    u"CC:\\a;NUL;Paths\\NUL;~\\a\u0001b";
 
 // New files differ in this: see the attributes of files.
 std::string attributes(uint32_t bits) {
