@@ -1,11 +1,10 @@
-// Names of accounts and privileges, access lists of any entries, and version records.
-#include <fuzzer/FuzzedDataProvider.h>
-
-#include <vector>
+// Names of accounts and privileges, access lists of any entries, version records, and the handshake of a password.
+#include <algorithm>
 
 #include "fuzz/check.h"
 #include "platform/access/access_list.h"
 #include "platform/access/sid.h"
+#include "platform/api/security_package.h"
 #include "platform/platform.h"
 #include "zu/zu.h"
 #include "zu/zu_os_desc.h"
@@ -14,12 +13,9 @@ namespace {
 
 using namespace platform;
 
-void look_up_names(FuzzedDataProvider& input) {
+void look_up_names(fuzz_input& input) {
     const std::string first = input.ConsumeRandomLengthString(300);
-    const std::string rest = input.ConsumeRemainingBytesAsString();
-    const std::u16string name(first.begin(), first.end());
-    std::u16string units = units_of(reinterpret_cast<const uint8_t*>(rest.data()), rest.size());
-    std::erase(units, u'\0');
+    const std::u16string name(first.begin(), first.end()), units = remaining_text(input);
     ZU_bool was_enabled;
     ZU_adjust_privilege(name.c_str(), 1, &was_enabled);
     ZU_user_exist(units.c_str(), name.c_str());
@@ -27,7 +23,7 @@ void look_up_names(FuzzedDataProvider& input) {
 }
 
 // Everyone has the wanted rights when one entry of everyone's identifier grants them all, or when there is no entry.
-void read_access_list(FuzzedDataProvider& input) {
+void read_access_list(fuzz_input& input) {
     std::vector<sid_value> sids;
     std::vector<EXPLICIT_ACCESS_W> entries;
     const auto wanted = input.ConsumeIntegral<DWORD>();
@@ -59,7 +55,7 @@ void read_access_list(FuzzedDataProvider& input) {
     LocalFree(list);
 }
 
-void describe(FuzzedDataProvider& input) {
+void describe(fuzz_input& input) {
     OSVERSIONINFOEXW version{};
     const bool is_extended = input.ConsumeBool();
     input.ConsumeData(&version, sizeof version);
@@ -70,11 +66,82 @@ void describe(FuzzedDataProvider& input) {
     ZU_s_destroy(&text);
 }
 
+using token = std::vector<char>;
+
+template <class Function>
+Function entry_point(const char* name) {
+    return reinterpret_cast<Function>(GetProcAddress(LoadLibraryW(u"secur32.dll"), name));
+}
+
+// Hands a token, in a block of its own size, to one side; the other token comes out in its place.
+template <class Side>
+bool hand_over(token& bytes, Side side) {
+    token answer(512);
+    SecBuffer in{static_cast<DWORD>(bytes.size()), SECBUFFER_TOKEN, bytes.data()};
+    SecBuffer out{static_cast<DWORD>(answer.size()), SECBUFFER_TOKEN, answer.data()};
+    SecBufferDesc in_list{SECBUFFER_VERSION, 1, &in}, out_list{SECBUFFER_VERSION, 1, &out};
+    const bool is_good = side(&in_list, &out_list) >= 0;
+    bytes.assign(answer.begin(), answer.begin() + (is_good ? out.cbBuffer : 0));
+    return is_good;
+}
+
+void change(token& bytes, fuzz_input& input) {
+    if (input.ConsumeBool())
+        bytes.resize(input.ConsumeIntegralInRange<size_t>(0, 512));
+    while (!bytes.empty() && input.remaining_bytes() > 0 && input.ConsumeBool())
+        bytes[input.ConsumeIntegralInRange<size_t>(0, bytes.size() - 1)] = input.ConsumeIntegral<char>();
+    bytes.shrink_to_fit();
+}
+
+// The tokens are changed on their way: a side refuses them and reads nothing behind them.
+void shake_hands(fuzz_input& input) {
+    static const auto acquire = entry_point<ACQUIRE_CREDENTIALS_HANDLE_FN_W>("AcquireCredentialsHandleW");
+    static const auto initialize =
+        entry_point<INITIALIZE_SECURITY_CONTEXT_FN_W>("InitializeSecurityContextW");
+    static const auto accept_token = entry_point<ACCEPT_SECURITY_CONTEXT_FN>("AcceptSecurityContext");
+    static const auto delete_context = entry_point<DELETE_SECURITY_CONTEXT_FN>("DeleteSecurityContext");
+    static const auto free_credentials = entry_point<FREE_CREDENTIALS_HANDLE_FN>("FreeCredentialsHandle");
+
+    char16_t package[] = u"NTLM";
+    WORD user[20] = {1}; // a name that no user has
+    SEC_WINNT_AUTH_IDENTITY_W identity{};
+    identity.User = user;
+    identity.UserLength = input.ConsumeIntegralInRange<DWORD>(1, 20);
+    identity.Flags = SEC_WINNT_AUTH_IDENTITY_UNICODE;
+    CredHandle inbound{}, outbound{};
+    for (const auto& [use, handle] :
+         {std::pair(SECPKG_CRED_INBOUND, &inbound), {SECPKG_CRED_OUTBOUND, &outbound}})
+        check(acquire(nullptr, package, use, nullptr, handle == &outbound ? &identity : nullptr, nullptr,
+                      nullptr, handle, nullptr)
+              == 0);
+
+    CtxtHandle client{}, server{};
+    bool has_client = false, has_server = false;
+    const auto client_side = [&](SecBufferDesc* in, SecBufferDesc* out) {
+        return initialize(&outbound, has_client ? &client : nullptr, nullptr, 0, 0, 0, in, 0, &client, out,
+                          nullptr, nullptr);
+    };
+    const auto server_side = [&](SecBufferDesc* in, SecBufferDesc* out) {
+        return accept_token(&inbound, has_server ? &server : nullptr, in, 0, 0, &server, out, nullptr,
+                            nullptr);
+    };
+    token bytes;
+    check(has_client = hand_over(bytes, client_side));
+    change(bytes, input);
+    if ((has_server = hand_over(bytes, server_side))) {
+        change(bytes, input);
+        if (hand_over(bytes, client_side)) {
+            change(bytes, input);
+            check(!hand_over(bytes, server_side)); // nobody has logged on
+        }
+        check(delete_context(&server) == 0);
+    }
+    check(delete_context(&client) == 0 && free_credentials(&outbound) == 0
+          && free_credentials(&inbound) == 0);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
-    using read = void (*)(FuzzedDataProvider&);
-    input.PickValueInArray<read>({look_up_names, read_access_list, describe})(input);
-    return 0;
+    return run_one_of({look_up_names, read_access_list, describe, shake_hands}, data, size);
 }

@@ -1,14 +1,89 @@
-// Patterns and message templates of any kind; dotted addresses, as the C library reads them but for one blank alone, and
-// the way back.
+// Texts of any kind: conversions, formats, message templates, addresses, command lines.
 #include <arpa/inet.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <utility>
 
 #include "fuzz/check.h"
 #include "platform/platform.h"
+#include "platform/text/command_line.h"
 #include "zu/zu.h"
 
-static void check_address(const std::string& text) {
+namespace {
+
+// Blocks of their own size show a look behind the end. What has come out of UTF-8 is a fixed point.
+void convert(fuzz_input& input) {
+    const uint32_t encoding = input.ConsumeBool() ? ZU_ENCODING_UTF8 : ZU_ENCODING_ANSI;
+    const std::vector<char> bytes = input.ConsumeRemainingBytes<char>();
+    std::vector<ZU_wchar> units(bytes.size() / 2);
+    if (units.empty())
+        return;
+    std::memcpy(units.data(), bytes.data(), units.size() * sizeof units[0]);
+    uint32_t length = 0;
+    ZU_wchar* const wide =
+        ZU_char_2_wchar(encoding, bytes.data(), static_cast<int32_t>(bytes.size()), &length);
+    check(wide && wide[length] == 0);
+    for (const std::u16string_view text : {std::u16string_view(wide, length), {units.data(), units.size()}}) {
+        uint32_t size = 0, length_again = 0;
+        char* const narrow = ZU_wchar_2_char(encoding, text.data(), static_cast<int32_t>(text.size()), &size);
+        check(narrow && narrow[size] == 0);
+        ZU_wchar* const again = ZU_char_2_wchar(encoding, narrow, static_cast<int32_t>(size), &length_again);
+        check(encoding != ZU_ENCODING_UTF8 || text.data() != wide
+              || text == std::u16string_view(again, length_again));
+        ZU_free(again);
+        ZU_free(narrow);
+    }
+    ZU_free(wide);
+}
+
+constexpr size_t argument_count = 64; // a conversion takes at most as many arguments as it has units
+
+const char16_t* const arguments[] = {u"text", u"", u"a longer text, of more units than an area has", nullptr};
+
+template <size_t... I>
+int print(char16_t* out, size_t count, const char16_t* text, std::index_sequence<I...>) {
+    return platform::_snwprintf(out, count, text, arguments[I % 4]..., 1.5, -1e300, 0.0, 1e-320, 3.0, 2.5,
+                                1e15, -0.0);
+}
+
+// Arguments that every conversion can take: pointers to texts. Areas of every size are filled as the measured length
+// says.
+void format(fuzz_input& input) {
+    const size_t count = input.ConsumeIntegral<uint8_t>();
+    std::u16string text = remaining_text(input).substr(0, argument_count - 1);
+    std::replace(text.begin(), text.end(), u'\xFF', u'\u20ac');
+    constexpr auto slots = std::make_index_sequence<argument_count>();
+    char16_t area[256];
+    area[count] = u'~';
+    const int measured = print(nullptr, 0, text.c_str(), slots);
+    const int length = print(area, count, text.c_str(), slots);
+    check(area[count] == u'~');
+    const bool fits = measured >= 0 && static_cast<size_t>(measured) <= count;
+    check(length == (fits ? measured : -1));
+    if (fits && static_cast<size_t>(length) < count)
+        check(area[length] == 0);
+}
+
+// Widths of many digits make texts that no memory holds, and numbers of inserts beyond those that are passed.
+void fill_template(fuzz_input& input) {
+    const std::u16string text = remaining_text(input);
+    const auto are_digits = [](ZU_wchar a, ZU_wchar b) {
+        return a >= u'0' && a <= u'9' && b >= u'0' && b <= u'9';
+    };
+    if (std::adjacent_find(text.begin(), text.end(), are_digits) != text.end())
+        return;
+    ZU_s s = nullptr;
+    const int32_t length = ZU_s_format_message(&s, text.c_str(), u"1", u"22", static_cast<ZU_wchar*>(nullptr),
+                                               u"4444", u"", u"6", u"7", u"8", u"9");
+    check(length == static_cast<int32_t>(ZU_s_length(s)));
+    ZU_s_destroy(&s);
+}
+
+// Dotted addresses as the C library reads them, but for one blank alone, and the way back.
+void read_address(fuzz_input& input) {
+    const std::string text = input.ConsumeRemainingBytesAsString().c_str();
     in_addr expected{INADDR_NONE};
     if (text == " ")
         expected.s_addr = 0;
@@ -21,25 +96,28 @@ static void check_address(const std::string& text) {
     check(address == INADDR_NONE || ZU_inet_addr(dotted) == address);
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1)
-        return 0;
-    check_address(std::string(data + 1, data + size).c_str());
-    std::u16string all(data + 1, data + size);
-    std::erase(all, u'\0');
-    const std::u16string first = all.substr(0, data[0]), second = all.substr(first.size());
-    ZU_wildcard_match(first.c_str(), second.c_str());
-    ZU_wildcard_match_win32_file(first.c_str(), second.c_str());
-    // Widths of many digits make texts that no memory holds, and numbers of inserts beyond those that are passed.
-    const auto are_digits = [](ZU_wchar a, ZU_wchar b) {
-        return a >= u'0' && a <= u'9' && b >= u'0' && b <= u'9';
-    };
-    if (std::adjacent_find(all.begin(), all.end(), are_digits) != all.end())
-        return 0;
-    ZU_s s = nullptr;
-    const int32_t length = ZU_s_format_message(&s, all.c_str(), u"1", u"22", static_cast<ZU_wchar*>(nullptr),
-                                               u"4444", u"", u"6", u"7", u"8", u"9");
-    check(length == static_cast<int32_t>(ZU_s_length(s)));
-    ZU_s_destroy(&s);
+void read_command_line(fuzz_input& input) {
+    const std::u16string text = remaining_text(input);
+    platform::command_line line(text);
+    do {
+        size_t units = line.program().size();
+        for (const std::u16string& argument : line.arguments())
+            units += argument.size();
+        check(units <= text.size());
+    } while (line.lengthen_program());
+}
+
+} // namespace
+
+// A process has one character set, so a run takes one of eight; LC_ALL=x.SET chooses it.
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    constexpr const char* sets[] = {"x.CP1252",  "x.ISO-8859-7",  "x.EUC-JP", "x.SHIFT_JIS",
+                                    "x.GB18030", "x.ISO-2022-JP", "x.BIG5",   "x.TCVN5712-1"};
+    setenv("LC_ALL", sets[getpid() % std::size(sets)], 0);
+    std::printf("LC_ALL=%s\n", std::getenv("LC_ALL"));
     return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    return run_one_of({convert, format, fill_template, read_address, read_command_line}, data, size);
 }
