@@ -93,22 +93,6 @@ TEST_F(sharing, all_pairs_of_ways_to_open) {
     EXPECT_EQ(child.output, "<>");
 }
 
-TEST_F(sharing, emptied_and_read_only_files) {
-    make_kinds(place);
-    const std::u16string path = place.long_path(u"plain"), read_only = place.long_path(u"read-only");
-    // A handle that has emptied it without access for writing does not count as a writer afterwards.
-    for (const way& how : {way{0, read}, readers, way{read, write}, read_alone}) {
-        const opened emptied(path, how, CREATE_ALWAYS);
-        EXPECT_EQ(emptied.code, codes::already_exists);
-        EXPECT_EQ(opened_elsewhere(path, readers).result(),
-                  go_together(how, readers) ? codes::none : codes::sharing_violation);
-    }
-    const holder child = opened_elsewhere(read_only, read_alone);
-    EXPECT_EQ(opened(read_only, write_alone).code, codes::access_denied);
-    EXPECT_EQ(opened(read_only, read_alone).code, codes::sharing_violation);
-    EXPECT_EQ(code_of(DeleteFileW(read_only.c_str())), codes::sharing_violation);
-}
-
 TEST_F(sharing, end_of_a_claim) {
     place.write("file", "data");
     const std::u16string path = place.long_path(u"file");
@@ -139,41 +123,6 @@ TEST_F(sharing, callers_short_of_descriptors) {
     });
     EXPECT_EQ(starved.output, "4 4");
     EXPECT_EQ(place.read("file") + place.read("other"), "fileother");
-}
-
-// Writers that open, append and close for each line while the file is moved away and deleted: a line that was reported
-// as written is in one of the files that are left or were moved away.
-TEST_F(sharing, no_line_goes_to_a_file_that_is_gone) {
-    const std::u16string live = place.long_path(u"log"), away = place.long_path(u"away");
-    const char* const reports[] = {"written0", "written1", "written2"};
-    for (const char* report : reports) {
-        if (fork() != 0)
-            continue;
-        std::string written;
-        for (int i = 0; i < 3000; ++i) {
-            const opened file(live, way{write, read}, OPEN_ALWAYS);
-            DWORD done;
-            if (SetFilePointerEx(file, LARGE_INTEGER{}, nullptr, FILE_END)
-                && WriteFile(file, "line\n", 5, &done, nullptr))
-                written += "line\n";
-        }
-        place.write(report, written);
-        _exit(0);
-    }
-    size_t kept = 0, written = 0;
-    for (bool over = false; !over;) {
-        over = waitpid(-1, nullptr, WNOHANG) < 0; // nobody is left
-        if (!MoveFileExW(live.c_str(), away.c_str(), 0))
-            continue;
-        kept += place.read("away").size();
-        // A writer that had it open already is about to find out that it was moved.
-        while (!DeleteFileW(away.c_str()))
-            ASSERT_EQ(GetLastError(), codes::sharing_violation);
-    }
-    for (const char* report : reports)
-        written += place.read(report).size();
-    EXPECT_GT(written, 0u);
-    EXPECT_EQ(kept, written);
 }
 
 } // namespace

@@ -177,16 +177,6 @@ TEST_F(stat, failures_leave_a_record_of_zeros_and_two_codes) {
         }
 }
 
-TEST_F(stat, a_file_in_the_place_of_a_directory) {
-    place.write("f", "");
-    ZU_stat status;
-    ZU_s out = nullptr;
-    EXPECT_EQ(code_of(ZU_stat64(u"T:\\f\\x", &status) == 0), codes::directory_name_invalid);
-    EXPECT_EQ(code_of(ZU_get_actual_full_path_ex(u"T:\\f\\x", &out)), codes::directory_name_invalid);
-    EXPECT_EQ(code_of(ZU_enum_dir_begin(u"T:\\f", 0)), codes::directory_name_invalid);
-    ZU_s_destroy(&out);
-}
-
 // Copies of all entries, by path; the walk's last code stays.
 auto walk(const char16_t* directory, uint32_t flags) {
     std::vector<std::pair<text, ZU_enum_dir_entry>> result;

@@ -1,4 +1,7 @@
 // Opening, sharing, transfers, attributes, moves and deletes, over everything that may stand there already.
+#include <cerrno>
+#include <cstdio>
+
 #include "results.h"
 
 namespace results {
@@ -47,6 +50,7 @@ constexpr item items[] = {
     {"read-only directory", u"C:\\here\\dir", kind::directory, R},
     {"hidden directory", u"C:\\here\\dir", kind::directory, H},
     {"full directory", u"C:\\here\\dir", kind::full_directory},
+    {"full read-only directory", u"C:\\here\\dir", kind::full_directory, R},
     {"directory\\", u"C:\\here\\dir\\", kind::directory},
     {"file\\", u"C:\\here\\file\\", kind::file},
     {"missing\\", u"C:\\here\\new\\"},
@@ -57,6 +61,7 @@ constexpr item items[] = {
     {"long form with ..", u"\\\\?\\C:\\here\\..\\new"},
     {"empty text", u""},
     {"missing drive", u"Q:\\new"},
+    {"root", u"C:\\"},
 };
 
 const ZU_wchar* const other = u"C:\\here\\other";
@@ -144,6 +149,10 @@ void sharing() {
             for (const named_bits& way : ways)
                 note(held + ", open for W share RW" + way.name,
                      [&] { return opened(path, ZU_FILE_WRITE | shares[3].bits | way.bits); });
+            FILE* const stream = ZU_fopen(path, u"r");
+            add(held + ", fopen", show(static_cast<const void*>(stream)));
+            if (stream)
+                ZU_fclose(stream);
             RESULT(held, ZU_set_file_platform_attributes(path, H));
             RESULT(held, ZU_set_file_time(path, -1, 1000000000, -1));
             make(kind::file, other);
@@ -152,6 +161,14 @@ void sharing() {
             RESULT(held, ZU_move_file(path, other));
             RESULT(held, ZU_delete_file(path));
             ZU_close_file(first);
+            // A handle that has emptied the file without access for writing is no writer afterwards.
+            make(items[1]);
+            ZU_file* const emptied =
+                ZU_open_file(path, access.bits | share.bits | ZU_FILE_CREATE_ALWAYS, nullptr);
+            for (const named_bits& second : accesses)
+                note(held + ", emptied, open for " + second.name + " share R",
+                     [&] { return opened(path, second.bits | ZU_FILE_SHARE_READ | ZU_FILE_OPEN_EXISTING); });
+            ZU_close_file(emptied);
         }
 }
 
@@ -171,12 +188,21 @@ void moves_and_deletes() {
         };
         change("delete file ", ZU_delete_file);
         change("delete dir ", ZU_delete_dir);
-        change("delete all of ", ZU_delete_dir_recursive);
+        if (one.path != items[std::size(items) - 1].path)
+            change("delete all of ", ZU_delete_dir_recursive);
         change("create dir ", [](const ZU_wchar* path) { return ZU_create_dir(path, nullptr); });
         make(one);
         make(kind::file, other);
         note_change(std::string("move a file to ") + one.name, one.path,
                     [&] { return ZU_move_file(other, one.path); });
+    }
+    for (const auto& [one, to] : {std::pair{items[1], items[1].path},
+                                  {items[1], items[7].path},
+                                  {items[8], items[8].path},
+                                  {items[11], u"C:\\here\\dir\\in"}}) {
+        make(one);
+        note_change(std::string("move ") + one.name + " to " + show(std::u16string_view(to)), one.path,
+                    [&] { return ZU_move_file(one.path, to); });
     }
 }
 
@@ -190,6 +216,9 @@ void attributes() {
             const std::string name = std::string("attributes ") + hex(bits) + " of a " + one.name;
             RESULT(name, ZU_set_file_platform_attributes(one.path, bits));
             RESULT(name, hex(ZU_get_file_platform_attributes(one.path)));
+            ZU_enum_dir* const walk = ZU_enum_dir_begin(u"C:\\here", ZU_ENUM_DIR_SKIP_DOTS);
+            add("listed, " + name, hex(ZU_enum_dir_get(walk)->find_data->dwFileAttributes) + " -");
+            ZU_enum_dir_end(walk);
         }
 }
 
@@ -219,26 +248,41 @@ void transfers() {
                 add(name + ": position", std::to_string(position));
                 RESULT(name, ZU_tell_file(file, &position));
             }
+        RESULT(open, both(ZU_read_file(file, nullptr, 1, &done), &done));
+        RESULT(open, both(ZU_write_file(file, nullptr, 1, &done), &done));
         ZU_seek_file(file, 10000, nullptr, ZU_SEEK_BEGIN);
         RESULT(open, ZU_set_end_of_file(file));
         RESULT(open, ZU_flush_file(file));
         ZU_close_file(file);
         add(open + ": size", state(items[1].path));
     }
-    for (const ZU_wchar* mode : {u"r", u"w", u"a", u"r+", u"w+b", u"rt", u"x", u"", u"q", u"rw", u"rbS"}) {
-        make(items[1]);
-        FILE* const stream = ZU_fopen(items[1].path, mode);
-        add("fopen " + show(std::u16string_view(mode)),
-            show(static_cast<const void*>(stream)) + state(items[1].path));
+}
+
+// Writes two bytes to each stream that opens.
+void streams() {
+    const auto open = [](const item& one, const ZU_wchar* mode) {
+        make(one);
+        FILE* const stream = ZU_fopen(one.path, mode);
+        const std::string result =
+            stream ? "some, written " + show(std::fputs("xy", stream) >= 0) : "null " + show(errno);
         if (stream)
             ZU_fclose(stream);
-    }
+        add("fopen " + show(std::u16string_view(mode)) + ' ' + one.name, result + state(one.path));
+    };
+    for (const item& one : items)
+        for (const ZU_wchar* mode : {u"r", u"w"})
+            open(one, mode);
+    for (const item& one : {items[0], items[1]})
+        for (const ZU_wchar* mode : {u"a", u"r+", u"w+b", u"a+b", u"w+t", u"wc", u"rt", u"rcnSRTN", u"x", u"",
+                                     u"q", u"+r", u"rw", u"rbS", u"rD", u"rx", u"wx", u"ax"})
+            open(one, mode);
+    open({"device", u"NUL"}, u"w");
 }
 
 } // namespace
 
 void files() {
-    for (const auto group : {opens, sharing, moves_and_deletes, attributes, transfers})
+    for (const auto group : {opens, sharing, moves_and_deletes, attributes, transfers, streams})
         group();
     clear_away();
 }
