@@ -1,4 +1,5 @@
-// Threads of the host: their ends, stacks and identifiers, and what the layer remembers for each of them.
+// Threads of the host: their ends, stacks and identifiers, what the layer remembers for each of them, its handles, and
+// locks in forked children.
 #include <pthread.h>
 
 #include "support/test.h"
@@ -64,29 +65,65 @@ TEST(threads, ask_the_library_to_their_last_breath) {
     EXPECT_EQ(child.output, "same\nsame\n") << child.signal;
 }
 
-TEST(threads, running_ones_and_their_identifiers) {
-    using platform::HANDLE;
-    static const HANDLE go_on = platform::CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const auto body = [](void* own_id) -> unsigned {
-        *static_cast<uint32_t*>(own_id) = ZU_get_current_thread_id();
-        return platform::WaitForSingleObject(go_on, INFINITE) + 7;
-    };
+// Calls of the layer on what the library never gives them.
+TEST(handles, good_closed_null_and_of_the_wrong_kind) {
+    using namespace platform;
+    static const HANDLE go_on = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const HANDLE sem = CreateSemaphoreW(nullptr, 1, 1, nullptr),
+                 closed = CreateEventW(nullptr, 1, 1, nullptr);
     unsigned identifier = 0;
-    uint32_t own_id = 0;
-    const HANDLE thread =
-        reinterpret_cast<HANDLE>(platform::_beginthreadex(nullptr, 0, body, &own_id, 0, &identifier));
-    wait_until_asleep(static_cast<int>(identifier));
-    platform::DWORD code = 0;
-    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
+    const HANDLE thread = reinterpret_cast<HANDLE>(_beginthreadex(
+        nullptr, 0, [](void*) -> unsigned { return WaitForSingleObject(go_on, INFINITE) + gettid(); },
+        nullptr, 0, &identifier));
+    DWORD code = 0;
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
     EXPECT_EQ(code, STILL_ACTIVE);
-    EXPECT_EQ(platform::WaitForSingleObject(thread, 0), static_cast<platform::DWORD>(WAIT_TIMEOUT));
-    platform::SetEvent(go_on);
-    const HANDLE both[] = {go_on, thread};
-    EXPECT_EQ(platform::WaitForMultipleObjects(2, both, TRUE, INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(platform::GetExitCodeThread(thread, &code));
-    EXPECT_EQ(code, 7u);
-    EXPECT_EQ(own_id, identifier);
-    EXPECT_TRUE(platform::CloseHandle(thread));
+    const HANDLE both[] = {thread, go_on};
+    EXPECT_EQ(WaitForMultipleObjects(2, both, TRUE, 1), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_TRUE(CloseHandle(closed));
+    const std::tuple<std::function<bool(HANDLE)>, HANDLE> calls[] = {
+        {SetEvent, sem},
+        {ResetEvent, thread},
+        {[](HANDLE one) { return ReleaseSemaphore(one, 1, nullptr); }, go_on},
+        {[&](HANDLE one) { return GetExitCodeThread(one, &code); }, go_on},
+        {[&](HANDLE one) {
+             const HANDLE list[] = {sem, one};
+             return WaitForMultipleObjects(2, list, FALSE, 0) != WAIT_FAILED;
+         },
+         closed}};
+    for (const auto& [call, wrong] : calls)
+        for (const HANDLE bad : {HANDLE{nullptr}, closed, wrong})
+            EXPECT_EQ(code_of(call(bad)), codes::invalid_handle) << (bad == wrong);
+    EXPECT_EQ(code_of(ReleaseSemaphore(sem, 0, nullptr)), codes::invalid_parameter);
+    LONG before = 0;
+    EXPECT_EQ(WaitForSingleObject(sem, 0), WAIT_OBJECT_0) << "nothing above has taken or posted it";
+    EXPECT_FALSE(ReleaseSemaphore(sem, 2, &before));
+    EXPECT_FALSE(ReleaseSemaphore(sem, INT32_MAX, &before));
+    SetEvent(go_on);
+    EXPECT_EQ(WaitForMultipleObjects(2, both, TRUE, INFINITE), WAIT_OBJECT_0);
+    EXPECT_TRUE(GetExitCodeThread(thread, &code));
+    EXPECT_EQ(code, identifier);
+    EXPECT_TRUE(CloseHandle(thread));
+}
+
+TEST(thread_lock, in_a_forked_child_and_after_the_end_of_its_owner) {
+    ZU_lock_thread lock;
+    ASSERT_EQ(ZU_lock_thread_init_recursive(&lock), 1);
+    // The child's thread is still the owner of what it held; afterwards the lock works there as here. A thread that
+    // ends with it leaves it taken, also for a thread that gets its place in memory.
+    ZU_lock_thread_lock(&lock);
+    const outcome child = run_child([&] {
+        ZU_lock_thread_unlock(&lock);
+        std::thread([&] { ZU_lock_thread_lock(&lock); }).join();
+        sleeping_crew next(1, [&](int) -> uint32_t {
+            ZU_lock_thread_lock(&lock);
+            _exit(1);
+        });
+        _exit(42);
+    });
+    EXPECT_EQ(child.exit_code, 42);
+    ZU_lock_thread_unlock(&lock);
+    EXPECT_EQ(ZU_lock_thread_destroy(&lock), 1);
 }
 
 TEST(threads, a_stack_that_does_not_fit_fails_with_code_8) {
@@ -102,16 +139,13 @@ TEST(threads, a_stack_that_does_not_fit_fails_with_code_8) {
     EXPECT_EQ(child.exit_code, static_cast<int>(codes::not_enough_memory));
 }
 
-TEST(identifiers, are_new_in_a_forked_child) {
+TEST(identifiers, and_ticks_are_the_hosts) {
     const auto are_the_hosts = [] {
         return ZU_get_current_process_id() == static_cast<uint32_t>(getpid())
                && ZU_get_current_thread_id() == static_cast<uint32_t>(gettid());
     };
     EXPECT_TRUE(are_the_hosts());
-    EXPECT_EQ(run_child([&] { _exit(are_the_hosts() ? 0 : 1); }).exit_code, 0);
-}
-
-TEST(clocks, count_milliseconds_since_the_system_started) {
+    EXPECT_EQ(run_child([&] { _exit(are_the_hosts() ? 0 : 1); }).exit_code, 0) << "in a forked child";
     double uptime = 0;
     std::ifstream("/proc/uptime") >> uptime;
     EXPECT_LT(ZU_get_tick_count() - static_cast<uint32_t>(static_cast<uint64_t>(uptime * 1000)), 60000u);

@@ -51,9 +51,19 @@ TEST(line, line_ends) {
     }
 }
 
+// The line at a place of the bytes, and the place behind it.
+std::pair<std::string, uint64_t> line_at(const std::string& bytes, size_t at, uint32_t limit) {
+    const size_t end = std::min(bytes.find_first_of("\n\0"s, at), bytes.size());
+    const size_t length = std::min<size_t>(end - at, limit);
+    std::string line = bytes.substr(at, length);
+    if (line.ends_with('\r'))
+        line.pop_back();
+    return {line, at + length + (at + length == end && end < bytes.size() && length < limit)};
+}
+
 // Bytes that nobody else may write are read ahead, and most lines are taken from them at once: the results are those of
-// a file that others may write to.
-TEST(line, reading_ahead_changes_nothing) {
+// a file that others may write to, and of the same bytes in memory.
+TEST(line, random_lines_read_ahead_and_not) {
     const scratch place;
     std::mt19937 random(1);
     std::string bytes;
@@ -65,28 +75,27 @@ TEST(line, reading_ahead_changes_nothing) {
     }
     place.write("f", bytes);
     const open_file plain, ahead(ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ);
-    for (int i = 0; i < 20'000; ++i) {
-        const uint32_t limit = i % 3 ? 1000 : 1 + random() % 300;
-        const bool seeks = random() % 50 == 0;
-        const auto to = static_cast<int64_t>(random() % bytes.size());
-        std::string results[2];
+    ZU_buf buffer = {};
+    uint64_t at = 0, reached[2] = {};
+    for (int i = 0; i < 20'000; ++i, at = reached[0]) {
+        const uint32_t limits[] = {1000, 1 + static_cast<uint32_t>(random() % 300), 1000, UINT32_MAX};
+        const uint32_t limit = limits[i % 4];
+        const bool seeks = at == bytes.size() || random() % 50 == 0;
+        const auto expected = line_at(bytes, at = seeks ? random() % bytes.size() : at, limit);
+        ZU_bool short_read[2];
         for (const bool is_ahead : {false, true}) {
             ZU_file* file = is_ahead ? ahead.file : plain.file;
-            uint64_t position = 0;
             uint32_t length = 0;
-            ZU_bool short_read = 0;
-            ZU_buf buffer = {};
-            if (seeks) {
-                EXPECT_TRUE(ZU_seek_file(file, to, nullptr, ZU_SEEK_BEGIN));
-            }
-            const char* line = ZU_get_line_i(file, &buffer, &length, &short_read, limit);
-            EXPECT_TRUE(ZU_tell_file(file, &position));
-            results[is_ahead] = (line ? std::string(line, length) : "none") + std::to_string(position)
-                                + (short_read ? " short" : "");
-            ZU_buf_destroy(&buffer);
+            ASSERT_TRUE(!seeks || ZU_seek_file(file, static_cast<int64_t>(at), nullptr, ZU_SEEK_BEGIN));
+            const char* line = ZU_get_line_i(file, &buffer, &length, &short_read[is_ahead], limit);
+            ASSERT_NE(line, nullptr) << i;
+            EXPECT_TRUE(ZU_tell_file(file, &reached[is_ahead]));
+            ASSERT_EQ(std::string(line, length + 1), expected.first + '\0') << i;
+            ASSERT_EQ(reached[is_ahead], expected.second) << i;
         }
-        ASSERT_EQ(results[0], results[1]) << i;
+        ASSERT_EQ(short_read[0], short_read[1]) << i;
     }
+    ZU_buf_destroy(&buffer);
 }
 
 TEST(line, position_and_short_read) {

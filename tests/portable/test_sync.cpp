@@ -26,57 +26,52 @@ TEST(thread_lock, exclusion_and_recursion) {
     EXPECT_EQ(ZU_lock_thread_destroy(nullptr), 1);
 }
 
+// Destroyed at the end of the program.
+ZU_event* event(bool manual_reset, bool signalled = false) {
+    static std::vector<std::unique_ptr<ZU_event, decltype([](ZU_event* one) { ZU_destroy_event(one); })>> all;
+    all.emplace_back(ZU_create_event(manual_reset));
+    if (signalled)
+        ZU_set_event(all.back().get());
+    return all.back().get();
+}
+
+// 0: out of time; else the number of the event that ended the wait, from 1.
+uint32_t wait(ZU_event* one, uint32_t timeout_ms = ZU_WAIT_INFINITE) {
+    return static_cast<uint32_t>(ZU_wait_for_event(one, timeout_ms));
+}
+
+uint32_t wait(ZU_event* (&two)[2], bool all, uint32_t timeout_ms = ZU_WAIT_INFINITE) {
+    return static_cast<uint32_t>(ZU_wait_for_multiple_events(2, two, all, timeout_ms));
+}
+
 TEST(events, reset_modes_and_results) {
-    for (ZU_bool manual : {0, 1}) {
-        ZU_event* one = ZU_create_event(manual);
+    for (const bool manual : {false, true}) {
+        ZU_event* one = event(manual);
         SetLastError(4711);
         for (uint32_t timeout_ms : {0u, 2u})
-            EXPECT_EQ(ZU_wait_for_event(one, timeout_ms), 0);
+            EXPECT_EQ(wait(one, timeout_ms), 0u);
         EXPECT_EQ(GetLastError(), 4711u) << "a time-out leaves the code alone";
         EXPECT_TRUE(ZU_set_event(one));
         EXPECT_TRUE(ZU_set_event(one)) << "a second set adds nothing";
-        EXPECT_EQ(ZU_wait_for_event(one, ZU_WAIT_INFINITE), 1);
-        EXPECT_EQ(ZU_wait_for_event(one, 0), manual);
-        ZU_set_event(one);
+        EXPECT_EQ(wait(one), 1u);
+        EXPECT_EQ(wait(one, 0), manual);
         EXPECT_TRUE(ZU_reset_event(one));
-        EXPECT_EQ(ZU_wait_for_event(one, 0), 0);
-        EXPECT_TRUE(ZU_destroy_event(one));
+        EXPECT_EQ(wait(one, 0), 0u);
     }
+    ZU_event* events[64];
+    std::generate_n(events, 63, [] { return event(false); });
+    events[63] = event(false, true);
+    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 1), 64);
     EXPECT_TRUE(ZU_destroy_event(nullptr));
     EXPECT_TRUE(ZU_sem_destroy(nullptr));
-    ZU_event* events[64];
-    for (ZU_event*& one : events)
-        one = ZU_create_event(0);
-    ZU_set_event(events[63]);
-    EXPECT_EQ(ZU_wait_for_multiple_events(64, events, 0, 1), 64);
-    std::for_each(events, events + 64, ZU_destroy_event);
     int32_t cell = 0x7FFFFFFF;
     EXPECT_EQ(ZU_atomic_inc_32(&cell), INT32_MIN);
     EXPECT_EQ(ZU_atomic_dec_32(&cell), INT32_MAX);
 }
 
 TEST(waits_for_several, one_event_twice) {
-    ZU_event *const one = ZU_create_event(0), *const other = ZU_create_event(0);
-    ZU_event* twice[] = {one, other, one};
+    ZU_event *const one = event(false), *twice[] = {one, event(false), one};
     EXPECT_EQ(code_of(ZU_wait_for_multiple_events(3, twice, 1, 0) != -1), codes::invalid_parameter);
-    EXPECT_EQ(ZU_wait_for_multiple_events(3, twice, 0, 1), 0);
-    for (ZU_event* each : {one, other})
-        EXPECT_TRUE(ZU_destroy_event(each));
-}
-
-// Destroyed at the end of the program.
-ZU_event* event(bool manual_reset) {
-    static std::vector<std::unique_ptr<ZU_event, decltype([](ZU_event* one) { ZU_destroy_event(one); })>> all;
-    return all.emplace_back(ZU_create_event(manual_reset)).get();
-}
-
-// 0: out of time; else the number of the event that ended the wait, from 1.
-uint32_t wait(ZU_event* one, uint32_t timeout_ms = ZU_WAIT_INFINITE) {
-    return ZU_wait_for_event(one, timeout_ms);
-}
-
-uint32_t wait(ZU_event* (&two)[2], bool all, uint32_t timeout_ms = ZU_WAIT_INFINITE) {
-    return static_cast<uint32_t>(ZU_wait_for_multiple_events(2, two, all, timeout_ms));
 }
 
 // A sleeper that was released stays released, whatever happens before it runs.
@@ -107,8 +102,7 @@ TEST(sleepers, are_released_by_the_signal_itself) {
         EXPECT_EQ(wait(both, false, 0), 0u) << "both are taken by now";
         EXPECT_EQ(one.results(), std::vector<uint32_t>(1, 1));
     }
-    ZU_event *gates[] = {manual, event(true)}, *mixed[] = {automatic, manual};
-    ZU_set_event(gates[1]);
+    ZU_event *gates[] = {manual, event(true, true)}, *mixed[] = {automatic, manual};
     {
         sleeping_crew three(
             3, [&](int i) { return i == 2 ? wait(automatic) : wait(i == 0 ? gates : mixed, true); });
@@ -127,8 +121,7 @@ TEST(sleepers, no_signal_is_lost_or_doubled) {
     constexpr int members = 8;
     ZU_event* own[members];
     for (int i = 0; i < members; ++i)
-        own[i] = event(i % 2 != 0);
-    ZU_set_event(own[0]);
+        own[i] = event(i % 2 != 0, i == 0);
     ZU_event* const over = event(true);
     std::atomic<int> holders{0};
     std::atomic<uint64_t> passes{0};
@@ -159,6 +152,65 @@ TEST(sleepers, no_signal_is_lost_or_doubled) {
     }
     workers.join();
     EXPECT_EQ(std::count_if(own, own + members, [](ZU_event* one) { return wait(one, 0) == 1; }), 1);
+}
+
+// Each works with two forks at a time, which lie between its neighbours.
+TEST(sleepers, waits_for_all_take_both_or_none) {
+    constexpr unsigned members = 5;
+    ZU_event* forks[members];
+    std::generate_n(forks, members, [] { return event(false, true); });
+    std::atomic<int> holders[members] = {};
+    {
+        crew philosophers;
+        for (unsigned i = 0; i < members; ++i)
+            philosophers.add([&, i] {
+                std::minstd_rand random(i + 77);
+                const unsigned sides[] = {i, (i + 1) % members};
+                ZU_event* two[] = {forks[sides[0]], forks[sides[1]]};
+                for (int round = 0; round < 1000; ++round) {
+                    const bool all = random() % 4 != 0;
+                    const uint32_t found = wait(two, all, random() % 3);
+                    for (const unsigned side : {0u, 1u})
+                        if (found == side + 1 || (found == 1 && all)) {
+                            EXPECT_EQ(holders[sides[side]].fetch_add(1), 0);
+                            ZU_sleep(random() % 8 == 0);
+                            holders[sides[side]].fetch_sub(1);
+                            ZU_set_event(two[side]);
+                        }
+                }
+            });
+    }
+    for (ZU_event* const fork : forks)
+        EXPECT_EQ(wait(fork, 0), 1u) << "it lies on the table again";
+}
+
+// Another thread's ticks are counted, during sleeps and during waits of the same length: a busy machine stretches both.
+TEST(sleepers, a_part_that_is_signalled_all_the_time_delays_no_time_out) {
+    ZU_event* pair[] = {event(false), event(false)};
+    std::atomic<uint64_t> ticks{0};
+    std::atomic<bool> is_over{false};
+    crew others;
+    others.add([&] {
+        for (; !is_over; ++ticks)
+            ZU_sleep(1);
+    });
+    others.add([&] {
+        while (!is_over) {
+            ZU_set_event(pair[0]);
+            ZU_reset_event(pair[0]);
+        }
+    });
+    uint64_t in_sleeps = 0, in_waits = 0;
+    for (int round = 0; round < 20 || in_sleeps == 0; ++round) {
+        const uint64_t start = ticks;
+        ZU_sleep(20);
+        const uint64_t middle = ticks;
+        EXPECT_EQ(wait(pair, true, 20), 0u);
+        in_sleeps += middle - start;
+        in_waits += ticks - middle;
+    }
+    is_over = true;
+    EXPECT_LT(in_waits, 4 * in_sleeps);
 }
 
 // A waiter may end the object as soon as it is released, while its signaller is still on the way out.

@@ -2,20 +2,16 @@
 
 #include <atomic>
 
-namespace zu_test {
+#include "zu/zu.h"
 
-void crew::join() {
-    for (std::thread& one : threads_)
-        one.join();
-    threads_.clear();
-}
+namespace zu_test {
 
 sleeping_crew::sleeping_crew(int count, std::function<uint32_t(int)> wait)
     : results_(static_cast<size_t>(count), 0xFFFFFFFF) {
     for (int i = 0; i < count; ++i) {
-        std::atomic<int> thread_id{0};
+        std::atomic<uint32_t> thread_id{0};
         threads_.add([this, i, wait, &thread_id] {
-            thread_id = this_thread_number();
+            thread_id = ZU_get_current_thread_id();
             results_[static_cast<size_t>(i)] = wait(i);
         });
         while (thread_id == 0)

@@ -11,12 +11,11 @@ namespace zu_test {
 // Threads that are joined at the end of the scope.
 class crew {
 public:
-    ~crew() { join(); }
     void add(std::function<void()> body) { threads_.emplace_back(std::move(body)); }
-    void join();
+    void join() { threads_.clear(); }
 
 private:
-    std::vector<std::thread> threads_;
+    std::vector<std::jthread> threads_;
 };
 
 // Threads that each call a waiting function. The constructor returns when all of them are asleep in it, in the order
@@ -31,9 +30,7 @@ private:
     crew threads_;
 };
 
-int this_thread_number();
-
-// Returns when the thread of this process with that number is asleep.
-void wait_until_asleep(int thread_number);
+// Returns when the thread of this process with that identifier is asleep.
+void wait_until_asleep(uint32_t thread_id);
 
 } // namespace zu_test

@@ -67,8 +67,15 @@ void process_locks() {
             for (const int32_t turn : {1, 2, 3})
                 RESULT(name + ", turn " + show(turn), ZU_lock_process_unlock(lock));
             for (const ZU_lock_process one : {lock, again, seen})
-                ZU_lock_process_close(one);
+                RESULT(name, ZU_lock_process_close(one));
         }
+    for (const intptr_t number : {0x7654321, -1, -2}) {
+        const ZU_lock_process never = reinterpret_cast<ZU_lock_process>(number);
+        const std::string name = "never given out: " + std::to_string(number);
+        RESULT(name, ZU_lock_process_lock_timeout(never, 1));
+        RESULT(name, ZU_lock_process_unlock(never));
+        RESULT(name, ZU_lock_process_close(never));
+    }
 }
 
 struct endpoint {

@@ -7,11 +7,7 @@
 
 namespace zu_test {
 
-int this_thread_number() {
-    return gettid();
-}
-
-void wait_until_asleep(int thread_id) {
+void wait_until_asleep(uint32_t thread_id) {
     const std::string name = "/proc/self/task/" + std::to_string(thread_id) + "/stat";
     // Asleep several times in a row: not just in passing, at a lock on the way.
     for (int seen = 0; seen < 5;) {
