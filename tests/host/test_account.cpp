@@ -74,29 +74,6 @@ TEST(groups, impersonation_is_a_matter_of_one_thread) {
     EXPECT_EQ(child.output, "[AU][" + own + "][" + own + "][6]");
 }
 
-TEST(account, names_that_are_users_and_names_that_are_not) {
-    ZU_wchar machine[65];
-    ASSERT_EQ(ZU_gethostname(machine, 65), 1);
-    const std::u16string here = machine;
-    constexpr uint32_t user = codes::none, no_user = no_code,
-                       unknown = codes::none_mapped; // no_user: known, but none
-    // clang-format off
-    const struct {
-        std::u16string machine, name;
-        uint32_t code;
-    } rows[] = {
-        {u"", u"root", user},            {u"", u"ROOT", user},             {u"", u".\\root", user},
-        {u"", here + u"\\root", user},   {u"\\\\" + here, u"root", user},  {u".", u"nobody", user}, {u"LocalHost", u"root", user},
-        {u"", u"shadow", no_user},       {u"", here, no_user},             {u"", u"NT AUTHORITY\\SYSTEM", no_user},
-        {u"", u"\\root", unknown},       {u"", u"BUILTIN\\root", unknown},  {u"", u"NODOM\\root", unknown},
-        {u"", u"no such user", unknown}, {u"", here + u"\\", unknown},     {u"no-such-machine", u"root", codes::server_unavailable}};
-    // clang-format on
-    for (const auto& row : rows) {
-        const ZU_wchar* on = row.machine.empty() ? nullptr : row.machine.c_str();
-        EXPECT_EQ(code_of(ZU_user_exist(on, row.name.c_str())), row.code) << narrow(row.name);
-    }
-}
-
 TEST(account, users_of_other_domains) {
     const file_place place;
     std::ostringstream all;

@@ -3,6 +3,8 @@
 
 #include <time.h>
 
+#include <string>
+
 namespace zu_test {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -22,5 +24,8 @@ inline void set_zone(const char* text) {
 
 // Whether this platform knows a zone by that text.
 bool has_zone(const char* text);
+
+// The account of this process, upper-case.
+std::u16string own_user();
 
 } // namespace zu_test

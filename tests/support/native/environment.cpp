@@ -1,5 +1,7 @@
 #include "support/environment.h"
 
+#include <windows.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -15,6 +17,14 @@ void set_variable(const char* name, const char* value) {
 // names of the zone database.
 bool has_zone(const char* text) {
     return std::strchr(text, '/') == nullptr;
+}
+
+std::u16string own_user() {
+    char16_t name[257] = {};
+    DWORD size = 257;
+    GetUserNameW(reinterpret_cast<wchar_t*>(name), &size);
+    CharUpperW(reinterpret_cast<wchar_t*>(name));
+    return name;
 }
 
 } // namespace zu_test
