@@ -163,6 +163,23 @@ TEST(growable_string, assigning_characters_and_case) {
     EXPECT_EQ(s.text(), u"OTHER@AZ[`AZ{\u00c4\u00e4\uff21");
 }
 
+// Numbers and most texts are those of results/.
+TEST(format_texts, rare_conversions) {
+    string s;
+    int stored = 7;
+    ZU_s_sprintf(&s.s, u"%5%|%-%|%n%d|%06.d|%06.d|%-6.d|", &stored, 42, 0, 5, 0);
+    EXPECT_EQ(s.text(), u"%|%|42|      |     5|      |");
+    EXPECT_EQ(stored, 7) << "%n takes its argument";
+}
+
+TEST(format_texts, nothing_is_read_behind_a_precision) {
+    string s;
+    const std::vector<char16_t> wide_open = {u'a', u'b', u'c'};
+    const std::vector<char> narrow_open = {'a', 'b'};
+    ZU_s_sprintf(&s.s, u"%.3s|%.2S|%.0s|%.s", wide_open.data(), narrow_open.data(), u"", u"ab");
+    EXPECT_EQ(s.text(), u"abc|ab||");
+}
+
 TEST(message_template, inserts_line_ends_and_conversions_of_its_own) {
     const auto* none = static_cast<const ZU_wchar*>(nullptr);
     std::u16string most, most_text, signs, sign_text;

@@ -11,7 +11,8 @@ template <typename... Values>
 void format(const std::u16string& text, const std::string& value_name, Values... values) {
     ZU_s out = nullptr;
     ZU_s_sprintf(&out, (u"<" + text + u">").c_str(), values...);
-    add("format " + show(text) + " of " + value_name, show(std::u16string_view(ZU_s_text(out))));
+    add("format " + show(text) + " of " + value_name,
+        show(std::u16string_view(ZU_s_text(out), ZU_s_length(out))));
     ZU_s_destroy(&out);
 }
 
@@ -31,12 +32,13 @@ void with_sizes() {
          {u"", u"h", u"hh", u"l", u"ll", u"I", u"I32", u"I64", u"L", u"w", u"z", u"t", u"j"})
         for (const char16_t letter : std::u16string_view(u"diouxX"))
             format(std::u16string(u"%") + size + letter, "FEDCBA9876543201", uint64_t{0xFEDCBA9876543201});
-    for (const char16_t* text : {u"%s", u"%ls", u"%ws", u"%lS", u"%wS"})
-        format(text, "text", u"text");
+    for (const char16_t* text : {u"%s", u"%ls", u"%ws", u"%lS", u"%wS", u"%Ls"})
+        format(text, "wide text", u"wid\u20AC");
     for (const char16_t* text : {u"%S", u"%hs", u"%hS"})
-        format(text, "text", "text");
+        format(text, "Latin text", "nar\xE9");
     for (const char16_t* text : {u"%c", u"%C", u"%hc", u"%lc", u"%wc", u"%hC", u"%lC"})
-        format(text, "65", 65);
+        for (const int unit : {0, 65, 0x141, 0x20AC})
+            format(text, show(unit), unit);
 }
 
 void with_stars() {
@@ -54,8 +56,9 @@ void odd_formats() {
         if (std::u16string_view(u"diouxXcCsSpeEfFgGaAnZhlLIwztjq*.0123456789-+ #$'").find(letter)
             == std::u16string_view::npos)
             format(std::u16string(u"%") + letter + u"%d", "1, 2", 1, 2);
-    for (const char16_t* text : {u"%5", u"%-", u"%l", u"%.", u"%I6", u"%5%", u"%-%", u"%'d", u"%1$d", u"%q",
-                                 u"%%", u"%%%%d", u"", u"%127d", u"%128d", u"%-511d", u"%02000d"})
+    for (const char16_t* text :
+         {u"%5", u"%-", u"%l", u"%.", u"%I6", u"%5%", u"%-%", u"%'d", u"%1$d", u"%q", u"%%", u"%%%%d", u"",
+          u"%127d", u"%128d", u"%-511d", u"%02000d", u"abc%-08.3l", u"%d%*"})
         format(text, "42", 42);
 }
 
