@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -32,7 +31,7 @@ void wait_for_parent();
 class child {
 public:
     explicit child(const part& plays, const words& arguments = {});
-    ~child() { kill(); }
+    ~child();
     child(const child&) = delete;
     child& operator=(const child&) = delete;
 
@@ -41,8 +40,15 @@ public:
     void kill();             // ends it on the spot
 
 private:
-    struct process; // of this platform
-    std::unique_ptr<process, void (*)(process*)> process_;
+    intptr_t process_; // 0 when it has ended
+    int to_, from_;    // descriptors of its input and output
 };
+
+// What differs by platform. The descriptors of a pipe are not inherited; the program is started with the first three
+// descriptors of this process.
+void make_pipe(int (&ends)[2]);
+intptr_t start_own_program(const char* const* arguments);
+int exit_code_of(intptr_t process); // waits for its end
+void terminate(intptr_t process);
 
 } // namespace zu_test
