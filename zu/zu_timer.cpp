@@ -95,14 +95,10 @@ int64_t grid_point(ZU_timer& timer, zu::known_start& start, ZU_time_t low, const
     if (at.time < low)
         return -1;
 
-    int64_t first;
-    if (timer.last != 0)
-        first = timer.last + period;
-    else if (base >= low)
-        first = base;
-    else
-        first = base + ((low - base) / period + 1) * period; // a point exactly at low is passed over
-    return at.time > first ? first + (at.time - first) / period * period : first;
+    // The points up to `behind` are passed over: those up to the latest firing, or up to `low`, or none.
+    const int64_t behind = timer.last != 0 ? timer.last : base >= low ? base - 1 : low;
+    const int64_t latest = base + std::max<int64_t>(at.time - base, 0) / period * period;
+    return latest > behind ? latest : latest + period;
 }
 
 // Whether a list of excluded days leaves no day of a month of 31 days; -1 counts as the 31st, -31 as the 1st.
@@ -213,10 +209,6 @@ ZU_int_list read_list(const ZU_wchar* text, int32_t low, int32_t high) {
 void free_list(ZU_int_list& list) {
     ZU_free(list.values);
     list = {};
-}
-
-bool contains(const ZU_int_list& list, int32_t value) {
-    return std::find(list.values, list.values + list.count, value) != list.values + list.count;
 }
 
 bool names_day(const ZU_int_list& days, const ZU_tm& local) {

@@ -2,6 +2,8 @@
 // the next firing. Internal.
 #pragma once
 
+#include <algorithm>
+
 #include "zu/zu_support.h"
 
 namespace zu {
@@ -43,7 +45,9 @@ void destroy_timer(ZU_timer& timer);
 ZU_int_list read_list(const ZU_wchar* text, int32_t low, int32_t high);
 void free_list(ZU_int_list& list);
 
-bool contains(const ZU_int_list& list, int32_t value);
+inline bool contains(const ZU_int_list& list, int32_t value) {
+    return std::find(list.values, list.values + list.count, value) != list.values + list.count;
+}
 
 // Whether a list of days of the month, negative ones counted from the month's end, names the day of a local time.
 bool names_day(const ZU_int_list& days, const ZU_tm& local);

@@ -24,8 +24,9 @@ BOOL LocalFileTimeToFileTime(const FILETIME* local, FILETIME* utc);
 BOOL FileTimeToSystemTime(const FILETIME* file_time, SYSTEMTIME* system_time);
 BOOL SystemTimeToFileTime(const SYSTEMTIME* system_time, FILETIME* file_time);
 
-// The runtime's calendar over 0 ... 2^31 - 1. `_tzset` reads TZ anew; `mktime` normalises its record in place, and
-// leaves it as given with the result -1 outside that span; `localtime` fills a record of the calling thread.
+// The runtime's calendar over 0 ... 2^31 - 1. After `_tzset` the thread's next use of the zone reads TZ anew.
+// `mktime` normalises its record in place, and leaves it as given with the result -1 outside that span; `localtime` fills
+// a record of the calling thread.
 void _tzset();
 
 // The layer's own: a number that is another one for each zone that `_tzset` has found. What a caller has worked out of

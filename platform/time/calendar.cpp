@@ -13,10 +13,24 @@ namespace {
 // The reading of a record on a clock without a zone. Fields beyond their range carry.
 struct clock_reading {
     int64_t seconds; // since 1970-01-01 00:00:00 on that clock
-    int64_t days;
     int day_of_year;
+    int weekday;
     bool carries;
 };
+
+int64_t time_of_day(const tm& local) {
+    return local.tm_hour * int64_t{3600} + local.tm_min * int64_t{60} + local.tm_sec;
+}
+
+bool is_within_day(const tm& local) {
+    return local.tm_sec >= 0 && local.tm_sec <= 59 && local.tm_min >= 0 && local.tm_min <= 59
+           && local.tm_hour >= 0 && local.tm_hour <= 23;
+}
+
+bool is_day_of(const zone::shown_time& shown, const tm& local) {
+    return local.tm_mday == shown.local.tm_mday && local.tm_mon == shown.local.tm_mon
+           && local.tm_year == shown.local.tm_year;
+}
 
 clock_reading reading_of(const tm& local) {
     int64_t year = local.tm_year + int64_t{1900};
@@ -30,11 +44,16 @@ clock_reading reading_of(const tm& local) {
     }
     const int64_t day_of_year = civil::days_before_month(year, month + 1) + int64_t{local.tm_mday} - 1;
     const int64_t days = civil::days_before_year(year) + day_of_year;
-    const int64_t time_of_day = local.tm_hour * int64_t{3600} + local.tm_min * int64_t{60} + local.tm_sec;
-    carries = carries || local.tm_sec < 0 || local.tm_sec > 59 || local.tm_min < 0 || local.tm_min > 59
-              || local.tm_hour < 0 || local.tm_hour > 23 || local.tm_mday < 1
+    carries = carries || !is_within_day(local) || local.tm_mday < 1
               || local.tm_mday > civil::days_in_month(year, month + 1);
-    return {days * civil::seconds_per_day + time_of_day, days, static_cast<int>(day_of_year), carries};
+    return {days * civil::seconds_per_day + time_of_day(local), static_cast<int>(day_of_year),
+            civil::weekday_of(days), carries};
+}
+
+// The same, when the date is that of the time broken down last, whose day is known.
+clock_reading reading_of(const tm& local, const zone::shown_time& shown) {
+    return {shown.days * civil::seconds_per_day + time_of_day(local), shown.local.tm_yday,
+            shown.local.tm_wday, !is_within_day(local)};
 }
 
 void set_day(int64_t days, tm& local) {
@@ -57,7 +76,7 @@ constexpr int64_t two_days = 2 * civil::seconds_per_day;
 } // namespace
 
 void _tzset() {
-    zone::of_environment();
+    zone::expect_change();
 }
 
 int32_t time(int32_t* out) {
@@ -74,17 +93,18 @@ int32_t time(int32_t* out) {
 }
 
 int32_t mktime(tm* local) {
-    const clock_reading given = reading_of(*local);
+    zone& here = zone::of_thread();
+    const zone::shown_time& shown = here.latest_shown();
+    const clock_reading given = is_day_of(shown, *local) ? reading_of(*local, shown) : reading_of(*local);
     if (given.seconds < -two_days || given.seconds > last_time + two_days)
         return -1;
-    zone& here = zone::of_thread();
     const int64_t time = here.time_of_local(given.seconds, local->tm_isdst);
     if (time < 0 || time > last_time)
         return -1;
     const zone_span& span = here.at(time);
     const int64_t seconds = time + span.offset;
     if (seconds == given.seconds && !given.carries) {
-        local->tm_wday = civil::weekday_of(given.days);
+        local->tm_wday = given.weekday;
         local->tm_yday = given.day_of_year;
     } else {
         const int64_t days = civil::floor_divide(seconds, civil::seconds_per_day);

@@ -20,7 +20,8 @@ constexpr WORD last_year = 30827;
 uint64_t offset_in_force_now() {
     timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<uint64_t>(zone::of_environment().at(now.tv_sec).offset * file_time_units_per_second);
+    zone::expect_change();
+    return static_cast<uint64_t>(zone::of_thread().at(now.tv_sec).offset * file_time_units_per_second);
 }
 
 bool is_valid(const SYSTEMTIME& time) {

@@ -16,7 +16,6 @@
 
 #include "platform/core/clock.h"
 #include "platform/core/descriptor.h"
-#include "platform/core/thread_own.h"
 #include "platform/time/civil.h"
 #include "platform/time/zone.h"
 #include "platform/time/zone_file.h"
@@ -136,17 +135,16 @@ zone_setting zone_setting::now() {
     return setting;
 }
 
-zone& zone::of_environment() {
-    zone* known = thread_own<zone>::known();
-    return known && known->is_set_now() ? *known : thread_own<zone>::renew(new zone(zone_setting::now()));
+// The thread's zone when it is set still, or else a fresh one.
+zone& zone::checked(zone* known) {
+    if (!known || !known->is_set_now())
+        return thread_own<zone>::renew(new zone(zone_setting::now()));
+    known->is_checked_ = true;
+    return *known;
 }
 
-zone& zone::of_thread() {
-    zone* known = thread_own<zone>::known();
-    return known ? *known : of_environment();
-}
-
-zone::zone(zone_setting setting) : number_(next_number()), setting_(std::move(setting)) {
+zone::zone(zone_setting setting)
+    : number_(next_number()), setting_(std::move(setting)), variable_("TZ=" + setting_.text) {
     next_check_ms_ = coarse_now_ms() + system_zone_check_ms;
     read();
     if (is_read_)
@@ -176,32 +174,36 @@ void zone::read() {
     zones.push_back({setting_, spans_});
 }
 
-// The result of getenv("TZ"), without a search as long as the variable stays where it was found.
-const char* zone::variable() {
-    constexpr size_t name_length = 3;
-    const auto is_it = [](const char* entry) {
-        return entry && entry[0] == 'T' && entry[1] == 'Z' && entry[2] == '=';
-    };
-    if (environ && environ[0] && environ == environment_ && is_it(environ[variable_index_]))
-        return environ[variable_index_] + name_length;
+// The result of getenv("TZ"). Notes where the variable stands.
+const char* zone::find_variable() {
     environment_ = nullptr;
     for (size_t i = 0; environ && environ[i]; ++i) {
-        if (is_it(environ[i])) {
+        const char* entry = environ[i];
+        if (entry[0] == 'T' && entry[1] == 'Z' && entry[2] == '=') {
             environment_ = environ;
             variable_index_ = i;
-            return environ[i] + name_length;
+            return entry + 3;
         }
     }
     return nullptr;
 }
 
-// Runs on every call of the calendar. The system's zone file is looked at once a second.
+// Whether TZ still has this zone's text where it was found, which saves the search. The text is compared each time: a
+// string that was handed to putenv may be changed in place.
+bool zone::is_variable_unchanged() const {
+    return environ && environ == environment_ && environ[0] && environ[variable_index_]
+           && std::strcmp(environ[variable_index_], variable_.c_str()) == 0;
+}
+
+// Runs on nearly every call of the calendar. The system's zone file is looked at once a second.
 bool zone::is_set_now() {
     if (!usable_)
         return false;
-    const char* text = variable();
+    if (is_variable_unchanged())
+        return true;
+    const char* text = find_variable();
     if (text || !setting_.from_system)
-        return text && !setting_.from_system && std::strcmp(text, setting_.text.c_str()) == 0;
+        return text && !setting_.from_system && text == setting_.text;
     const int64_t now = coarse_now_ms();
     if (now < next_check_ms_)
         return true;

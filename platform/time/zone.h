@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/api/time.h"
+#include "platform/core/thread_own.h"
 
 namespace platform {
 
@@ -43,11 +44,19 @@ struct zone_setting {
 // ways are arithmetic.
 class zone {
 public:
-    // The zone that is set now. The calling thread's own, and valid until its next call of this function.
-    static zone& of_environment();
+    // The zone that was set at the first call after expect_change. The calling thread's own, and valid until the next
+    // such call.
+    static zone& of_thread() {
+        zone* known = thread_own<zone>::known();
+        return known && known->is_checked_ ? *known : checked(known);
+    }
 
-    // The zone that of_environment gave last.
-    static zone& of_thread();
+    // Has the setting looked at when the calling thread uses its zone the next time. It is not looked at here, since many
+    // callers of _tzset do not use the zone afterwards.
+    static void expect_change() {
+        if (zone* known = thread_own<zone>::known())
+            known->is_checked_ = false;
+    }
 
     explicit zone(zone_setting setting);
 
@@ -58,8 +67,8 @@ public:
     // costs more than the rest.
     struct shown_time {
         int32_t time = -1;
-        int64_t days = INT64_MIN; // the day whose fields `local` holds
-        tm local{};
+        int64_t days = 0; // the day whose fields `local` holds; at first a Thursday, 1970-01-01
+        tm local{0, 0, 0, 1, 0, 70, 4, 0, 0};
     };
     shown_time& latest_shown() { return latest_shown_; }
 
@@ -92,9 +101,11 @@ private:
         return static_cast<size_t>(std::clamp(time >> index_shift, int64_t{0}, index_size - 1));
     }
 
+    static zone& checked(zone* known);
     void read();
     bool is_set_now();
-    const char* variable();
+    bool is_variable_unchanged() const;
+    const char* find_variable();
     const zone_span& find(int64_t time);
     void fill(int64_t block_begin);
     void add(const zone_span& span);
@@ -107,9 +118,11 @@ private:
 
     shown_time latest_shown_;
     const uint32_t number_;
-    zone_setting setting_;
+    const zone_setting setting_;
+    const std::string variable_;   // as it stands in the environment; without meaning for the system's zone
     char** environment_ = nullptr; // TZ was found in this one, at this index
     size_t variable_index_ = 0;
+    bool is_checked_ = true;       // false: a change is expected
     bool usable_ = true;           // false: it serves the present call and is then forgotten
     bool is_read_ = false;         // its file or its rule was read, so the C library need not be asked
     int64_t next_check_ms_ = 0;    // when to look at the system's file again

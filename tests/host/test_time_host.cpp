@@ -99,8 +99,15 @@ TEST(local_time, agrees_with_the_host_both_ways) {
             ASSERT_EQ(shown(static_cast<ZU_time_t>(time)), shown(there)) << zone << " " << time;
             for (int flag : {-1, there.tm_isdst}) {
                 const int64_t local = time + there.tm_gmtoff;
-                ZU_tm fields = record_of(local, flag);
+                ZU_tm fields = record_of(local, flag), same_day;
                 const int64_t found = ZU_mktime(&fields);
+                ZU_localtime(static_cast<ZU_time_t>(time), &same_day); // whose date the next call knows
+                same_day.tm_hour -= flag < 0 ? 24 : 0;
+                same_day.tm_sec += flag < 0 ? 24 * 3600 : 0;
+                same_day.tm_wday = same_day.tm_yday = 9;
+                same_day.tm_isdst = flag;
+                ASSERT_EQ(ZU_mktime(&same_day), found) << zone << " " << time << " flag " << flag;
+                ASSERT_EQ(shown(same_day), shown(fields)) << zone << " " << time << " flag " << flag;
                 ASSERT_GE(found, time) << zone << " flag " << flag;
                 ASSERT_EQ(found + host_time(found).tm_gmtoff, local) << zone << " " << time;
                 ASSERT_EQ(shown(fields), shown(host_time(found)));
