@@ -37,10 +37,6 @@ DWORD write_code(HANDLE file, const std::string& bytes) {
     return code;
 }
 
-DWORD seek_code(HANDLE file, int64_t distance, DWORD origin = FILE_BEGIN) {
-    return code_of(SetFilePointerEx(file, std::bit_cast<LARGE_INTEGER>(distance), nullptr, origin));
-}
-
 // The attributes that opening itself gives, which no family asks for; no security; close-on-exec.
 TEST_F(platform_files, what_opening_gives) {
     for (const char* name : {"system", "archive"})
@@ -143,21 +139,21 @@ TEST_F(platform_files, pipes) {
     nothing.sa_handler = [](int) {};
     ASSERT_EQ(sigaction(SIGALRM, &nothing, nullptr), 0);
     const std::string host = place.host_path("pipe");
+    const std::u16string path = place.long_path(u"pipe");
     ASSERT_EQ(mkfifo(host.c_str(), 0666), 0);
-    EXPECT_EQ(read_some(layer_file(place.long_path(u"pipe"), R, OPEN_EXISTING), 1), "")
-        << "no writer, no wait";
+    EXPECT_EQ(read_some(layer_file(path, R, OPEN_EXISTING), 1), "") << "no writer, no wait";
     std::atomic<bool> reads{false};
     std::thread waits([&] {
         usleep(50000);
         reads = true;
         close(open(host.c_str(), O_RDONLY));
     });
-    layer_file(place.long_path(u"pipe"), W, OPEN_EXISTING).close();
+    layer_file(path, W, OPEN_EXISTING).close();
     EXPECT_TRUE(reads) << "opening waits for a reader";
     waits.join();
     const int other = open(host.c_str(), O_RDWR | O_CLOEXEC); // neither side waits for a peer
-    const layer_file writer(place.long_path(u"pipe"), W, OPEN_EXISTING);
-    layer_file reader(place.long_path(u"pipe"), R, OPEN_EXISTING);
+    const layer_file writer(path, W, OPEN_EXISTING);
+    layer_file reader(path, R, OPEN_EXISTING);
     std::thread late([&] {
         usleep(50000);
         EXPECT_EQ(write_code(writer, "through"), 0u);
@@ -167,15 +163,15 @@ TEST_F(platform_files, pipes) {
     EXPECT_EQ(read_some(reader, 100), "through");
     setitimer(ITIMER_REAL, &never, nullptr);
     late.join();
-    EXPECT_EQ(seek_code(writer, 0, FILE_END), codes::seek_on_device);
+    EXPECT_EQ(code_of(SetFilePointerEx(writer, {}, nullptr, FILE_END)), codes::seek_on_device);
     // Another user's pipe, which its writer keeps open and silent, holds nobody up.
     if (is_root()) {
         ASSERT_EQ(chown(host.c_str(), 12345, 12345), 0);
-        const layer_file others(place.long_path(u"pipe"), R, OPEN_EXISTING);
+        const layer_file others(path, R, OPEN_EXISTING);
         char byte;
         DWORD done;
         EXPECT_EQ(code_of(ReadFile(others, &byte, 1, &done, nullptr)), codes::no_data);
-        EXPECT_EQ(open_code(place.long_path(u"pipe"), FILE_WRITE_ATTRIBUTES, OPEN_EXISTING), 0u);
+        EXPECT_EQ(layer_file(path, A, OPEN_EXISTING).code, 0u);
     }
     reader.close();
     close(other);
@@ -189,15 +185,15 @@ TEST_F(platform_files, where_no_more_can_be_written) {
         const rlimit limit{10'000, 10'000};
         setrlimit(RLIMIT_FSIZE, &limit);
         const layer_file file(path, W, CREATE_NEW);
-        for (const char fill : {'a', 'b'})
-            std::printf("%u ", write_code(file, std::string(8'000, fill)));
-        seek_code(file, 10'000);
-        std::printf("%u ", write_code(file, "c"));
-        seek_code(file, 20'000);
-        std::printf("%u", code_of(SetEndOfFile(file)));
+        for (const auto& [position, size] :
+             {std::pair{int64_t{0}, 8'000}, {8'000, 8'000}, {10'000, 1}, {20'000, 0}}) {
+            SetFilePointerEx(file, std::bit_cast<LARGE_INTEGER>(position), nullptr, FILE_BEGIN);
+            std::printf("%u ",
+                        size > 0 ? write_code(file, std::string(size, 'a')) : code_of(SetEndOfFile(file)));
+        }
     });
     EXPECT_EQ(child.signal, 0);
-    EXPECT_EQ(child.output, "0 112 112 112");
+    EXPECT_EQ(child.output, "0 112 112 112 ");
     EXPECT_TRUE(place.read("file") == std::string(8'000, 'a'));
     if (!is_root())
         GTEST_SKIP() << "mounting a small file system takes root";
@@ -222,6 +218,18 @@ TEST_F(platform_files, where_no_more_can_be_written) {
     EXPECT_EQ(open_code(path, R, OPEN_EXISTING), 0u);
 }
 
+// Runs the body in a child in which something is mounted over a path, and tells what it prints.
+std::string printed_with(const std::string& mounted, const std::string& over, const char* type,
+                         unsigned long flags, const std::function<void()>& body) {
+    const outcome child = run_child([&] {
+        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
+            || mount(mounted.c_str(), over.c_str(), type, flags, flags ? "" : "mode=0777") != 0)
+            _exit(2);
+        body();
+    });
+    return child.output;
+}
+
 // The same file under two names, by a mount and not by a second link.
 TEST_F(platform_files, moving_onto_its_own_mount_loses_nothing) {
     if (!is_root())
@@ -229,14 +237,11 @@ TEST_F(platform_files, moving_onto_its_own_mount_loses_nothing) {
     for (const char* name : {"other", "FILE"}) {
         place.write("file", "data");
         place.write(name, "");
-        const outcome child = run_child([&] {
-            if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
-                || mount(place.host_path("file").c_str(), place.host_path(name).c_str(), "", MS_BIND,
-                         nullptr))
-                _exit(2);
-            std::printf("%u", code_of(MoveFileExW(u"T:\\file", place.long_path(wide(name)).c_str(), 1)));
-        });
-        EXPECT_EQ(child.output, "32") << name;
+        const auto move = [&] {
+            std::printf("%u", code_of(ZU_move_file(u"T:\\file", place.drive_path(wide(name)).c_str())));
+        };
+        EXPECT_EQ(printed_with(place.host_path("file"), place.host_path(name), "", MS_BIND, move), "32")
+            << name;
         EXPECT_EQ(place.read("file"), "data") << name;
     }
 }
@@ -314,61 +319,53 @@ TEST_F(attributes, are_kept_or_refused) {
     const char16_t* path = u"T:\\FILE";
     const FILETIME time{0x12345678, 0x1C00000};
     place.write("file", "data");
-    const auto run = [&](const std::string& over, const char* type, std::initializer_list<DWORD> all) {
-        return run_child([&] {
-                   if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, nullptr) != 0
-                       || mount("zu-test", over.c_str(), type, 0, "mode=0777") != 0)
-                       _exit(2);
-                   if (!place.exists("file"))
-                       place.write("file", "data");
-                   const layer_file file(path, A, OPEN_EXISTING);
-                   for (const DWORD bits : all) {
-                       std::printf("%u ", code_of(SetFileAttributesW(path, bits)));
-                       std::printf("%x, ", GetFileAttributesW(path));
-                   }
-                   std::printf("%x ", list(u"T:\\*").entries.at(u"file").dwFileAttributes);
-                   for (const FILETIME* created : {&time, static_cast<const FILETIME*>(nullptr)}) {
-                       FILETIME access{};
-                       std::printf("%u ", code_of(SetFileTime(file, created, &time, nullptr)));
-                       GetFileTime(file, nullptr, &access, nullptr);
-                       std::printf("%d ", access.dwLowDateTime == time.dwLowDateTime);
-                   }
-                   std::printf("%u ", layer_file(u"T:\\new", W, CREATE_NEW, 0, FILE_ATTRIBUTE_HIDDEN).code);
-                   std::printf("%d", place.exists("new"));
-               })
-            .output;
+    const auto results = [&](const std::string& over, const char* type, std::initializer_list<DWORD> all) {
+        return printed_with("zu-test", over, type, 0, [&] {
+            if (!place.exists("file"))
+                place.write("file", "data");
+            const layer_file file(path, A, OPEN_EXISTING);
+            for (const DWORD bits : all) {
+                std::printf("%u ", code_of(SetFileAttributesW(path, bits)));
+                std::printf("%x, ", GetFileAttributesW(path));
+            }
+            std::printf("%x ", list(u"T:\\*").entries.at(u"file").dwFileAttributes);
+            for (const FILETIME* created : {&time, static_cast<const FILETIME*>(nullptr)}) {
+                FILETIME access{};
+                std::printf("%u ", code_of(SetFileTime(file, created, &time, nullptr)));
+                GetFileTime(file, nullptr, &access, nullptr);
+                std::printf("%d ", access.dwLowDateTime == time.dwLowDateTime);
+            }
+            std::printf("%u ", layer_file(u"T:\\new", W, CREATE_NEW, 0, FILE_ATTRIBUTE_HIDDEN).code);
+            std::printf("%d", place.exists("new"));
+        });
     };
-    EXPECT_EQ(run(place.host_path(), "ramfs", {0x01, 0x02, 0x03, 0x80, 0x02, 0x03}),
+    EXPECT_EQ(results(place.host_path(), "ramfs", {0x01, 0x02, 0x03, 0x80, 0x02, 0x03}),
               "0 1, 50 1, 50 1, 0 80, 50 80, 50 80, 80 50 0 0 1 50 0");
-    EXPECT_EQ(run("/proc", "tmpfs", {0x03, 0x02}), "0 3, 0 2, 2 120 0 0 1 0 1");
+    EXPECT_EQ(results("/proc", "tmpfs", {0x03, 0x02}), "0 3, 0 2, 2 120 0 0 1 0 1");
 }
 
-TEST(attributes_of_users, times_come_back_exactly_and_one_by_one) {
-    as_both_users([](const file_place& place) {
-        place.write("file", "data");
-        chmod(place.host_path("file").c_str(), 0444);
-        place.make_directory("directory");
-        const uint64_t wanted[] = {0x01C8000012345678, 116444736000000000 - 12'345'678, // before 1970
-                                   0x01C800001234567A};
-        const auto created = std::bit_cast<FILETIME>(wanted[0]),
-                   accessed = std::bit_cast<FILETIME>(wanted[1]),
-                   written = std::bit_cast<FILETIME>(wanted[2]), none = FILETIME{},
-                   keep = std::bit_cast<FILETIME>(UINT64_MAX),
-                   bad = std::bit_cast<FILETIME>(uint64_t{1} << 63);
-        for (const char16_t* path : {u"T:\\file", u"T:\\directory"}) {
-            const layer_file file(path, A, OPEN_EXISTING, 0, FILE_FLAG_BACKUP_SEMANTICS);
-            EXPECT_TRUE(SetFileTime(file, &created, &accessed, &written)) << GetLastError();
-            EXPECT_TRUE(SetFileTime(file, nullptr, &none, &keep)) << "nothing changes";
-            EXPECT_EQ(code_of(SetFileTime(file, &written, &bad, nullptr)), bad_call);
-            FILETIME times[3];
-            EXPECT_TRUE(GetFileTime(file, &times[0], &times[1], &times[2]));
-            for (int i = 0; i < 3; ++i)
-                EXPECT_EQ(std::bit_cast<uint64_t>(times[i]), wanted[i]) << i;
-        }
-        EXPECT_EQ(mode_of(place.host_path("file")), 0444u);
-        const layer_file reader(u"T:\\file", R, OPEN_EXISTING);
-        EXPECT_EQ(code_of(SetFileTime(reader, nullptr, nullptr, &created)), denied);
-    });
+TEST_F(attributes, times_come_back_exactly_and_one_by_one) {
+    place.write("file", "data");
+    chmod(place.host_path("file").c_str(), 0444);
+    place.make_directory("directory");
+    using numbers = std::array<uint64_t, 3>;
+    const numbers wanted = {0x01C8000012345678, 116444736000000000 - 12'345'678, // before 1970
+                            0x01C800001234567A};
+    const auto set = std::bit_cast<std::array<FILETIME, 3>>(wanted);
+    const auto [none, keep, bad] =
+        std::bit_cast<std::array<FILETIME, 3>>(numbers{0, UINT64_MAX, uint64_t{1} << 63});
+    for (const char16_t* path : {u"T:\\file", u"T:\\directory"}) {
+        const layer_file file(path, A, OPEN_EXISTING, 0, FILE_FLAG_BACKUP_SEMANTICS);
+        EXPECT_TRUE(SetFileTime(file, &set[0], &set[1], &set[2])) << GetLastError();
+        EXPECT_TRUE(SetFileTime(file, nullptr, &none, &keep)) << "nothing changes";
+        EXPECT_EQ(code_of(SetFileTime(file, &set[2], &bad, nullptr)), bad_call);
+        std::array<FILETIME, 3> times;
+        EXPECT_TRUE(GetFileTime(file, &times[0], &times[1], &times[2]));
+        EXPECT_EQ(std::bit_cast<numbers>(times), wanted);
+    }
+    EXPECT_EQ(mode_of(place.host_path("file")), 0444u);
+    const layer_file reader(u"T:\\file", R, OPEN_EXISTING);
+    EXPECT_EQ(code_of(SetFileTime(reader, nullptr, nullptr, &set[0])), denied);
 }
 
 } // namespace

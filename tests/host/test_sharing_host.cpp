@@ -1,5 +1,5 @@
 // The locks that stand for share modes on this host: between users, on files of all modes, in forked children, without
-// descriptors, and while files are moved away.
+// descriptors.
 #include "support/test.h"
 
 namespace {
@@ -7,119 +7,105 @@ namespace {
 using namespace platform;
 using sharing = file_test;
 
-// A way to open a file: what it does with the data and what it shares, in the bits of share modes.
-struct way {
-    DWORD needs, share;
-};
-constexpr DWORD read = FILE_SHARE_READ, write = FILE_SHARE_WRITE;
-constexpr way read_alone{read, 0}, write_alone{write, 0}, all_alone{read | write, 0}, readers{read, read};
-
+// A file, opened in a way: bits 0 and 1 are what it shares, bits 2 and 3 what it does with the data, as in share modes.
 struct opened : layer_file {
-    opened(const std::u16string& path, const way& how, DWORD disposition = OPEN_EXISTING)
+    opened(const std::u16string& path, DWORD way)
         : layer_file(path,
-                     how.needs == 0
-                         ? FILE_WRITE_ATTRIBUTES
-                         : (how.needs & read ? GENERIC_READ : 0) | (how.needs & write ? GENERIC_WRITE : 0),
-                     disposition, how.share) {}
+                     way < 4 ? FILE_WRITE_ATTRIBUTES
+                             : (way & reads ? GENERIC_READ : 0) | (way & writes ? GENERIC_WRITE : 0),
+                     OPEN_EXISTING, way % 4) {}
+    static constexpr DWORD reads = 4, writes = 8, all_alone = reads | writes;
 };
+
+bool go_together(DWORD first, DWORD second) {
+    return first < 4 || second < 4 || ((first / 4 & ~second) == 0 && (second / 4 & ~first) == 0);
+}
 
 // A child that has a file open until it is killed; its result is the code.
-holder opened_elsewhere(const std::u16string& path, const way& how, bool as_ordinary_user = false) {
+holder opened_elsewhere(const std::u16string& path, DWORD way, bool as_ordinary_user = false) {
     return holder([&] {
         if (as_ordinary_user)
             become_ordinary_user();
-        return (new opened(path, how))->code;
+        return (new opened(path, way))->code;
     });
 }
 
-constexpr std::pair<const char*, mode_t> kinds[] = {
-    {"plain", 0666}, {"read-only", 0444}, {"write-only", 0222}};
-
-void make_kinds(const file_place& place) {
-    for (const auto& [name, mode] : kinds) {
-        place.write(name, "data");
-        chmod(place.host_path(name).c_str(), mode);
-    }
-}
-
-// The code of opening as long as nobody else has the file open.
-DWORD code_alone(mode_t mode, const way& how, bool as_root) {
-    const bool denied =
-        ((how.needs & write) && mode == 0444) || ((how.needs & read) && mode == 0222 && !as_root);
-    return denied ? codes::access_denied : codes::none;
-}
-
-bool go_together(const way& first, const way& second) {
-    return first.needs == 0 || second.needs == 0
-           || ((first.needs & ~second.share) == 0 && (second.needs & ~first.share) == 0);
-}
-
 // Runs all pairs, the first in a child, the second here. Returns what was wrong.
-std::string run_matrix(const file_place& place, bool first_is_root, bool second_is_root) {
+std::string run_matrix(const file_place& place, mode_t mode, bool first_is_root, bool second_is_root) {
     std::ostringstream wrong;
-    for (const auto& [name, mode] : kinds) {
-        const std::u16string path = place.long_path(wide(name));
-        for (DWORD i = 0; i < 16; ++i) {
-            const way first{i / 4, i % 4};
-            const holder child = opened_elsewhere(path, first, !first_is_root);
-            if (child.result() != code_alone(mode, first, first_is_root))
-                wrong << name << " alone " << i << ": " << child.result() << "; ";
-            for (DWORD j = 0; child.result() == 0 && j < 16; ++j) {
-                const way second{j / 4, j % 4};
-                // A descriptor that can only write has no shared locks: two writers that would share the file
-                // exclude each other.
-                const bool by_mistake = mode == 0222 && (first.needs & second.needs & write)
-                                        && !(first_is_root && second_is_root);
-                DWORD wanted = code_alone(mode, second, second_is_root);
-                if (wanted == 0 && (by_mistake || !go_together(first, second)))
-                    wanted = codes::sharing_violation;
-                const DWORD code = opened(path, second).code;
-                if (code != wanted)
-                    wrong << name << ' ' << i << '+' << j << ": " << code << ", not " << wanted << "; ";
-            }
+    const std::u16string path = place.long_path(wide(std::to_string(mode)));
+    // As long as nobody else has the file open.
+    const auto code_alone = [mode](DWORD way, bool as_root) {
+        const bool denied =
+            ((way & opened::writes) && mode == 0444) || ((way & opened::reads) && mode == 0222 && !as_root);
+        return denied ? codes::access_denied : codes::none;
+    };
+    for (DWORD first = 0; first < 16; ++first) {
+        const holder child = opened_elsewhere(path, first, !first_is_root);
+        if (child.result() != code_alone(first, first_is_root))
+            wrong << " alone " << first << ": " << child.result() << "; ";
+        for (DWORD second = 0; child.result() == 0 && second < 16; ++second) {
+            // A descriptor that can only write has no shared locks: two writers that would share the file exclude each
+            // other.
+            const bool by_mistake =
+                mode == 0222 && (first & second & opened::writes) && !(first_is_root && second_is_root);
+            DWORD wanted = code_alone(second, second_is_root);
+            if (wanted == 0 && (by_mistake || !go_together(first, second)))
+                wanted = codes::sharing_violation;
+            const DWORD code = opened(path, second).code;
+            if (code != wanted)
+                wrong << first << '+' << second << ": " << code << ", not " << wanted << "; ";
         }
     }
     return wrong.str();
 }
 
 TEST_F(sharing, all_pairs_of_ways_to_open) {
-    make_kinds(place);
-    EXPECT_EQ(run_matrix(place, is_root(), is_root()), "");
+    for (const mode_t mode : {0666, 0444, 0222}) {
+        SCOPED_TRACE(mode);
+        place.write(std::to_string(mode), "data");
+        chmod(place.host_path(std::to_string(mode)).c_str(), mode);
+        EXPECT_EQ(run_matrix(place, mode, is_root(), is_root()), "");
+        if (!is_root())
+            continue;
+        EXPECT_EQ(run_matrix(place, mode, false, true), "");
+        const outcome child =
+            run_as_ordinary_user([&] { std::printf("<%s>", run_matrix(place, mode, false, false).c_str()); });
+        EXPECT_EQ(child.output, "<>");
+    }
     if (!is_root())
         GTEST_SKIP() << "another user takes root";
-    EXPECT_EQ(run_matrix(place, false, true), "");
-    const outcome child =
-        run_as_ordinary_user([&] { std::printf("<%s>", run_matrix(place, false, false).c_str()); });
-    EXPECT_EQ(child.output, "<>");
 }
 
 TEST_F(sharing, end_of_a_claim) {
     place.write("file", "data");
     const std::u16string path = place.long_path(u"file");
-    holder killed = opened_elsewhere(path, all_alone);
-    EXPECT_EQ(opened(path, all_alone).code, codes::sharing_violation);
+    holder killed = opened_elsewhere(path, opened::all_alone);
+    EXPECT_EQ(opened(path, opened::all_alone).code, codes::sharing_violation);
+    EXPECT_EQ(code_of(ZU_delete_file(u"T:\\file")), codes::sharing_violation);
+    EXPECT_EQ(code_of(ZU_move_file(u"T:\\file", u"T:\\moved")), codes::sharing_violation);
     killed.end();
-    opened mine(path, all_alone);
+    opened mine(path, opened::all_alone);
     EXPECT_EQ(mine.code, 0u);
-    EXPECT_EQ(opened(path, all_alone).code, codes::sharing_violation) << "within one process too";
+    EXPECT_EQ(opened(path, opened::all_alone).code, codes::sharing_violation) << "within one process too";
     run_child([&] { mine.close(); });
-    EXPECT_EQ(opened(path, all_alone).code, codes::sharing_violation) << "a child has closed its copy";
+    EXPECT_EQ(opened(path, opened::all_alone).code, codes::sharing_violation)
+        << "a child has closed its copy";
     const holder copy([] { return 0u; }); // has one of the descriptor until it ends
     mine.close();
-    EXPECT_EQ(opened(path, all_alone).code, 0u);
+    EXPECT_EQ(opened(path, opened::all_alone).code, 0u);
 }
 
 TEST_F(sharing, callers_short_of_descriptors) {
-    const std::u16string path = place.long_path(u"file"), other = place.long_path(u"other");
     place.write("file", "file");
     place.write("other", "other");
-    const holder child = opened_elsewhere(path, all_alone);
+    const holder child = opened_elsewhere(place.long_path(u"file"), opened::all_alone);
     const outcome starved = run_child([&] {
         const rlimit limit{10, 10};
         setrlimit(RLIMIT_NOFILE, &limit);
         while (dup(STDOUT_FILENO) >= 0) {}
-        std::printf("%u ", code_of(DeleteFileW(path.c_str())));
-        std::printf("%u", code_of(MoveFileExW(other.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING)));
+        std::printf("%u ", code_of(ZU_delete_file(u"T:\\file")));
+        std::printf("%u", code_of(ZU_move_file(u"T:\\other", u"T:\\file")));
     });
     EXPECT_EQ(starved.output, "4 4");
     EXPECT_EQ(place.read("file") + place.read("other"), "fileother");

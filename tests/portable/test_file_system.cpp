@@ -26,22 +26,19 @@ uint32_t bits_of(const char16_t* path) {
 
 TEST(file_system, single_items_and_their_attributes) {
     const scratch place;
-    for (const auto& [path, code] : {std::pair{u"T:\\a\\b", codes::path_not_found},
-                                     {u"T:\\a\\\\", ok},
-                                     {u"t:\\A", codes::already_exists},
-                                     {u"T:\\a\\b", ok}})
-        EXPECT_EQ(code_of(ZU_create_dir(path, nullptr)), code);
-    EXPECT_EQ(code_of(ZU_delete_dir(u"T:\\a")), codes::directory_not_empty);
-    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\a\\b", read_only | hidden));
+    EXPECT_EQ(code_of(ZU_create_dir(u"T:\\a\\\\", nullptr)), ok);
+    place.make_directory("a/b");
     for (const auto& [path, code] :
-         {std::pair{u"T:\\A\\B\\", ok}, {u"T:\\a", ok}, {u"T:\\a", codes::file_not_found}})
-        EXPECT_EQ(code_of(ZU_delete_dir(path)), code);
+         {std::pair{u"T:\\A", codes::directory_not_empty}, {u"T:\\a\\b\\", ok}, {u"T:\\a", ok}}) {
+        ASSERT_TRUE(ZU_set_file_platform_attributes(path, read_only | hidden));
+        EXPECT_EQ(code_of(ZU_delete_dir(path)), code) << narrow(path);
+    }
+    EXPECT_FALSE(place.exists("a"));
 
     make(place, "f", "", read_only | hidden | system_);
     EXPECT_EQ(ZU_path_attributes(u"T:\\F"),
               ZU_PATH_FILE | ZU_PATH_READONLY | ZU_PATH_HIDDEN | ZU_PATH_SYSTEM);
-    for (const uint32_t code : {ok, codes::file_not_found})
-        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\F")), code);
+    EXPECT_EQ(code_of(ZU_delete_file(u"T:\\F")), ok);
     EXPECT_FALSE(place.exists("f"));
     make(place, "f", "", read_only | hidden);
     ZU_file* open =
@@ -192,27 +189,6 @@ TEST(file, gather_lists) {
     ZU_close_file(file);
 }
 
-TEST(stream, opens_in_each_mode) {
-    const scratch place;
-    const std::string none = "none";
-    const std::tuple<const char16_t*, std::string, std::string> rows[] = {
-        {u"r", "data", none}, {u"rcnSRTN", "data", none}, {u"r+", "xyta", none}, {u"w+t", "xy", "xy"},
-        {u"wc", "xy", "xy"},  {u"a+b", "dataxy", "xy"},   {u"", none, none},     {u"q", none, none}};
-    for (const auto& [mode, existing, missing] : rows) {
-        place.write("file", "data");
-        ZU_delete_file(u"T:\\missing");
-        for (const auto& [name, left] : {std::pair{"missing", missing}, {"file", existing}}) {
-            FILE* stream = ZU_fopen(place.drive_path(wide(name)).c_str(), mode);
-            ASSERT_EQ(stream != nullptr, left != none) << narrow(mode);
-            if (stream) {
-                EXPECT_EQ(std::fputs("xy", stream) >= 0, mode[0] != u'r' || mode[1] == u'+');
-                ZU_fclose(stream);
-            }
-            EXPECT_EQ(place.read(name), stream ? left : name[0] == 'f' ? "data" : "") << narrow(mode);
-        }
-    }
-}
-
 TEST(file, rights_positions_and_bounds) {
     const scratch place;
     place.write("f", "0123456789");
@@ -224,8 +200,9 @@ TEST(file, rights_positions_and_bounds) {
     uint32_t done = 77;
     EXPECT_EQ(code_of(ZU_read_file(writer, &byte, 1, &done)), denied);
     EXPECT_EQ(done, 0u);
+    done = 77;
     EXPECT_EQ(code_of(ZU_write_file(reader, "x", 1, &done)), denied);
-    EXPECT_EQ(code_of(ZU_flush_file(reader)), denied);
+    EXPECT_EQ(done, 0u);
     constexpr uint32_t before = codes::negative_seek;
     const std::tuple<int64_t, uint32_t, uint32_t, uint64_t> rows[] = {
         {0, ZU_SEEK_END, ok, 10},    {-4, ZU_SEEK_CURRENT, ok, 6},     {0, 3, wrong, 0},

@@ -147,8 +147,8 @@ void sharing() {
                         return opened(path, second.bits | second_share.bits | ZU_FILE_OPEN_EXISTING);
                     });
             for (const named_bits& way : ways)
-                note(held + ", open for W share RW" + way.name,
-                     [&] { return opened(path, ZU_FILE_WRITE | shares[3].bits | way.bits); });
+                note_change(held + ", open for W share RW" + way.name, path,
+                            [&] { return opened(path, ZU_FILE_WRITE | shares[3].bits | way.bits); });
             FILE* const stream = ZU_fopen(path, u"r");
             add(held + ", fopen", show(static_cast<const void*>(stream)));
             if (stream)
