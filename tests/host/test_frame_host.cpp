@@ -1,21 +1,10 @@
-// The layer's error texts, memory that runs out under the limits of the host, and loading the library as its loader
-// does.
+// Memory that runs out under the limits of the host, and loading the library as its loader does.
 #include <dlfcn.h>
 #include <sys/mman.h>
 
 #include "support/test.h"
 
 namespace {
-
-TEST(error_text, fills_an_area_of_the_caller) {
-    ZU_wchar buffer[64];
-    const auto format = [&](uint32_t size) {
-        return platform::FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 2, 0, buffer, size, nullptr);
-    };
-    const uint32_t whole = format(64);
-    EXPECT_TRUE(std::u16string_view(buffer, whole).ends_with(u".\r\n"));
-    EXPECT_EQ(code_of(format(whole)), codes::insufficient_buffer);
-}
 
 // 2^31 - 1 units, whose bytes with the terminator are 4 GiB: one block of memory, mapped over and over. Null where all
 // addresses together are 4 GiB.

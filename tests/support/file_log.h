@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "support/network.h"
 #include "support/scratch.h"
 #include "zu/zu.h"
 
@@ -20,13 +21,9 @@ struct file_log {
     scratch place;
     std::u16string name = place.drive_path(u"app.log");
 
-    file_log() {
-        ZU_init();
-        ZU_log_set_level(0x3F);
-        ZU_log_set_output(ZU_LOG_OUT_FILE);
-    }
-    ~file_log() { ZU_shutdown(); }
+    started_library started;
 
+    file_log() { ZU_log_set_output(ZU_LOG_OUT_FILE); }
     void set(uint32_t max_size, uint32_t generations, uint32_t encoding = ZU_ENCODING_UTF8,
              ZU_log_file_callback before = nullptr, ZU_log_file_callback after = nullptr) const {
         ZU_log_set_log_file_ex(name.c_str(), 0, encoding, max_size, generations, before, after);
@@ -35,7 +32,7 @@ struct file_log {
         return number == 0 ? "app.log" : "app.log." + std::to_string(number);
     }
     static bool write(const std::u16string& message) {
-        return ZU_log_write(ZU_LOG_INFO, u"%s", message.c_str()) == 0x10;
+        return ZU_log_write(ZU_LOG_ALERT, u"%s", message.c_str()) == 0x10;
     }
 
     // The messages of a file's lines, each checked to be whole.
