@@ -1,5 +1,8 @@
 #include "support/network.h"
 
+#include <cstdlib>
+#include <random>
+
 namespace zu_test {
 
 sockaddr_in address_of(SOCKET socket) {
@@ -9,9 +12,15 @@ sockaddr_in address_of(SOCKET socket) {
     return address;
 }
 
+// Drawn, as process numbers repeat: those of Wine are small, and each of its folders counts its own.
 uint16_t port_of_our_own(int range) {
-    static int count = 0;
-    return static_cast<uint16_t>(12000 + 10000 * range + (GetCurrentProcessId() + 100 * count++) % 10000);
+    std::random_device draw;
+    for (int i = 0; i < 1000; ++i) {
+        const auto port = static_cast<uint16_t>(12000 + 10000 * range + draw() % 10000);
+        if (bound_socket(SOCK_STREAM, port) != INVALID_SOCKET)
+            return port;
+    }
+    std::abort();
 }
 
 void stop(SOCKET socket, direction which) {
