@@ -518,13 +518,13 @@ TEST_F(service, other_users) {
 TEST_F(service, failed_starts_are_told_on_the_system_log) {
     ASSERT_TRUE(install(u"broken", u"/no/such/program"));
     ASSERT_TRUE(install_steps(u"brief", "exit=7"));
-    const outcome told = run_child([&] {
+    std::string told;
+    const bool ran = in_private_network([&] {
         sockaddr_un address = {AF_UNIX, "/dev/log"};
         const int log = socket(AF_UNIX, SOCK_DGRAM, 0);
-        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, "") != 0
-            || mount("own", "/dev", "tmpfs", 0, "") != 0 || mknod("/dev/null", S_IFCHR | 0666, 0x103) != 0
-            || bind(log, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-            _exit(2);
+        ASSERT_EQ(mount("own", "/dev", "tmpfs", 0, ""), 0);
+        ASSERT_EQ(mknod("/dev/null", S_IFCHR | 0666, 0x103), 0);
+        ASSERT_EQ(bind(log, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         start_code(u"broken");
         start_code(u"brief");
         becomes(u"brief", SERVICE_STOPPED);
@@ -534,20 +534,21 @@ TEST_F(service, failed_starts_are_told_on_the_system_log) {
         char line[1000];
         for (ssize_t size; (size = recv(log, line, sizeof line - 1, MSG_DONTWAIT)) > 0;) {
             line[size] = 0;
-            printf("%s\n", std::strstr(line, "]: ") + 3);
+            told += std::string(std::strstr(line, "]: ") + 3) + '\n';
         }
+        ::close(log);
     });
-    if (told.exit_code == 2)
-        GTEST_SKIP() << "this user may not make a mount namespace";
+    if (!ran)
+        GTEST_SKIP() << "this user may not have mounts of its own";
     const std::string no_helper =
         "service brief has not started: starting zu-helper: There is no file of that name. (2)\n";
-    EXPECT_EQ(told.output, "service broken has not started: finding its program: "
-                           "A directory on the path does not exist. (3)\n"
-                           "service brief has not started: its program ended with 7 before it was ready: "
-                           "The service ended with an error code of its own. (1066)\n"
-                           "cannot start /no/helper: No such file or directory; "
-                           "no service will start and every password will be refused\n"
-                               + no_helper + no_helper);
+    EXPECT_EQ(told, "service broken has not started: finding its program: "
+                    "A directory on the path does not exist. (3)\n"
+                    "service brief has not started: its program ended with 7 before it was ready: "
+                    "The service ended with an error code of its own. (1066)\n"
+                    "cannot start /no/helper: No such file or directory; "
+                    "no service will start and every password will be refused\n"
+                        + no_helper + no_helper);
 }
 
 } // namespace
