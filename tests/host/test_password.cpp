@@ -35,15 +35,13 @@ protected:
     }
 
     bool is_right(const ZU_wchar* given, const ZU_wchar* domain = nullptr) {
+        unlink(place_.host_path("asked").c_str());
         return ZU_validate_user_password(domain, name_.c_str(), given);
     }
-
     // And how often PAM was asked for it.
-    std::pair<bool, long> verdict_on(const ZU_wchar* given, const ZU_wchar* domain = nullptr) {
-        unlink(place_.host_path("asked").c_str());
+    std::pair<bool, size_t> verdict_on(const ZU_wchar* given, const ZU_wchar* domain = nullptr) {
         const bool verdict = is_right(given, domain);
-        const std::string lines = place_.read("asked");
-        return {verdict, std::count(lines.begin(), lines.end(), '\n')};
+        return {verdict, place_.read("asked").size()};
     }
 
     const file_place place_;
@@ -56,9 +54,10 @@ TEST_F(password, right_and_wrong_ones) {
     ZU_wchar machine[65];
     ZU_gethostname(machine, 65);
     const std::u16string huge(5000, u'x');
+    const temporary_user admin(right_narrow, true);
     const struct {
         const ZU_wchar *domain, *given;
-        std::pair<bool, long> verdict;
+        std::pair<bool, size_t> verdict;
     } rows[] = {{nullptr, right, {true, 1}},    {u"", right, {true, 1}},
                 {machine, right, {true, 1}},    {u"NODOM", right, {false, 0}},
                 {nullptr, u"pa55", {false, 2}}, {nullptr, huge.c_str(), {false, 0}},
@@ -69,8 +68,8 @@ TEST_F(password, right_and_wrong_ones) {
                 << narrow(row.given) << " in " << (row.domain ? narrow(row.domain) : "none");
         EXPECT_FALSE(ZU_validate_user_password(nullptr, u"no such user", right));
         platform::built_in_modules_offered = false; // the security package among them: one road is left
-        EXPECT_EQ(verdict_on(right), std::pair(true, 1L));
-        EXPECT_EQ(verdict_on(u"wrong"), std::pair(false, 1L));
+        EXPECT_EQ(verdict_on(right), std::pair(true, size_t{1}));
+        EXPECT_EQ(verdict_on(u"wrong"), std::pair(false, size_t{1}));
         platform::built_in_modules_offered = true;
 
         const auto repeat = [&](const ZU_wchar* given, bool expected) {
@@ -81,24 +80,19 @@ TEST_F(password, right_and_wrong_ones) {
         repeat(right, true);
         other.join();
 
-        const std::tuple<const char*, const ZU_wchar*, bool> changes[] = {
-            {"-L", right, false}, {"-U -e 1", right, false}, {"-e ''", right, true}, {"-p ''", u"", false}};
-        for (const auto& [options, given, expected] :
-             changes) { // locked, expired, neither, without a password
-            ASSERT_TRUE(user_.change(options)) << options;
-            EXPECT_EQ(is_right(given), expected) << options;
-        }
-    });
-}
-
-TEST_F(password, administrators) {
-    const temporary_user admin(right_narrow, true);
-    quickly([&] {
         EXPECT_FALSE(ZU_user_is_admin(nullptr, name_.c_str(), right));
         EXPECT_FALSE(ZU_user_is_admin(nullptr, admin.name().c_str(), u"wrong"));
         EXPECT_TRUE(ZU_user_is_admin(nullptr, admin.name().c_str(), right));
-        // Nothing of the user is left on the thread.
-        EXPECT_EQ(run_as_ordinary_user([] { std::printf("%d", ZU_current_user_is_admin()); }).output, "0");
+        EXPECT_EQ(run_as_ordinary_user([] { std::printf("%d", ZU_current_user_is_admin()); }).output, "0")
+            << "something of the user is left on the thread";
+
+        // Locked, expired, neither, without a password.
+        const std::tuple<const char*, const ZU_wchar*, bool> changes[] = {
+            {"-L", right, false}, {"-U -e 1", right, false}, {"-e ''", right, true}, {"-p ''", u"", false}};
+        for (const auto& [options, given, expected] : changes) {
+            ASSERT_TRUE(user_.change(options)) << options;
+            EXPECT_EQ(is_right(given), expected) << options;
+        }
     });
     ZU_bool was_on = 99;
     EXPECT_TRUE(ZU_adjust_privilege(u"SeTcbPrivilege", 0, &was_on));
@@ -113,7 +107,7 @@ TEST_F(password, without_the_authentication_service) {
     quickly([&] {
         ASSERT_TRUE(is_right(right));
         ASSERT_EQ(mount("/dev/null", where.dli_fname, nullptr, MS_BIND, nullptr), 0);
-        EXPECT_EQ(verdict_on(right), std::pair(false, 2L));
+        EXPECT_EQ(verdict_on(right), std::pair(false, size_t{2}));
         EXPECT_FALSE(ZU_user_is_admin(nullptr, u"root", right));
         ASSERT_EQ(umount(where.dli_fname), 0);
         for (const char* helper : {"/nonexistent", "/bin/true", "/bin/echo", "/etc/passwd"}) {
@@ -146,7 +140,7 @@ std::set<size_t> places_in_memory(const std::string& text) {
 }
 
 TEST_F(password, is_wiped_after_use) {
-    if (address_space_is_not_limited())
+    if (built_with_sanitizer)
         GTEST_SKIP() << "a sanitizer keeps memory of its own";
     const std::string units(reinterpret_cast<const char*>(right), 22), bytes = right_narrow;
     quickly([&] {

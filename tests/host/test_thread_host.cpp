@@ -113,7 +113,7 @@ TEST(thread_lock, in_a_forked_child_and_after_the_end_of_its_owner) {
 }
 
 TEST(threads, a_stack_that_does_not_fit_fails_with_code_8) {
-    if (address_space_is_not_limited())
+    if (built_with_sanitizer)
         GTEST_SKIP() << "a sanitizer's shadow memory does not live under an address-space limit";
     const outcome child = run_child([] {
         const rlimit limit{1u << 30, 1u << 30};

@@ -188,11 +188,11 @@ TEST(command, runs_services_and_shows_open_files_and_locks) {
         said("service start sleeper");
         EXPECT_EQ(said("service state Sleeper"), "running");
         EXPECT_EQ(zu("service stop other").exit_code, 1) << "sleeper depends on it";
-        said("service stop sleeper");
-        EXPECT_EQ(zu("service state sleeper --json").exit_code, 1);
-        said("service stop other");
-        said("service uninstall sleeper");
-        said("service uninstall other");
+        for (const char* name : {"sleeper", "other"}) {
+            said(std::string("service stop ") + name);
+            EXPECT_EQ(zu(std::string("service state --json ") + name).exit_code, 1);
+            said(std::string("service uninstall ") + name);
+        }
         EXPECT_EQ(said("service list --json"), "[]");
 
         prctl(PR_SET_DUMPABLE, 1); // a process that was root is closed to others of its user

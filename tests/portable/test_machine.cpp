@@ -73,8 +73,11 @@ TEST_F(services, of_some_kinds_cannot_be_installed) {
 
 TEST(account, names_that_are_users_and_names_that_are_not) {
     const std::u16string here = own_machine(), me = own_user();
+    std::u16string shouted = me;
+    for (ZU_wchar& unit : shouted)
+        unit = static_cast<ZU_wchar>(unit >= u'a' && unit <= u'z' ? unit - 32 : unit);
     constexpr uint32_t no_user = no_code, unknown = codes::none_mapped; // no_user: known, but none
-    const std::pair<std::u16string, uint32_t> rows[] = {{me, 0},
+    const std::pair<std::u16string, uint32_t> rows[] = {{shouted, 0},
                                                         {u".\\" + me, 0},
                                                         {here + u'\\' + me, 0},
                                                         {u"Users", no_user},

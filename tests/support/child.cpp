@@ -3,24 +3,20 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <map>
 #include <utility>
 
 #include <gtest/gtest.h>
 
 namespace zu_test {
 
-const part* part::first_ = nullptr;
-
-part::part(const char* its_name, function plays) : name(its_name), plays_(plays), next_(first_) {
-    first_ = this;
+static std::map<std::string, part::function>& parts() {
+    static std::map<std::string, part::function> all;
+    return all;
 }
 
-int part::play(const std::string& name, const words& arguments) {
-    for (const part* one = first_; one; one = one->next_) {
-        if (one->name == name)
-            return one->plays_(arguments);
-    }
-    return 127;
+part::part(const char* its_name, function plays) : name(its_name) {
+    parts()[name] = plays;
 }
 
 void report(const std::string& line) {
@@ -84,7 +80,7 @@ void child::kill() {
 
 int main(int count, char** arguments) {
     if (count > 2 && arguments[1] == std::string("--part"))
-        return zu_test::part::play(arguments[2], {arguments + 3, arguments + count});
+        return zu_test::parts().at(arguments[2])({arguments + 3, arguments + count});
     testing::InitGoogleTest(&count, arguments);
     return RUN_ALL_TESTS();
 }

@@ -10,18 +10,10 @@ namespace zu_test {
 using words = std::vector<std::string>; // of ASCII letters
 
 // A static object of the program. What its function returns is the exit code of the process.
-class part {
-public:
+struct part {
     using function = int (*)(const words& arguments);
     part(const char* name, function plays);
-    static int play(const std::string& name, const words& arguments);
-
     const char* const name;
-
-private:
-    const function plays_;
-    const part* const next_;
-    static const part* first_;
 };
 
 // In the child: writes a line for the parent; waits for its word to end, or its end.

@@ -7,6 +7,7 @@
 
 namespace zu_test {
 
+// A sanitizer keeps memory of its own, and memory cannot be made scarce with a limit.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool built_with_sanitizer = true;
 #else
@@ -25,7 +26,7 @@ inline void set_zone(const char* text) {
 // Whether this platform knows a zone by that text.
 bool has_zone(const char* text);
 
-// The account of this process, upper-case.
+// The account of this process.
 std::u16string own_user();
 
 } // namespace zu_test

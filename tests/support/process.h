@@ -44,9 +44,4 @@ bool in_private_network(const std::function<void()>& body);
 // Runs a command line through bash.
 outcome run_command(const std::string& command);
 
-// Under a sanitizer, memory cannot be made scarce with a limit.
-inline bool address_space_is_not_limited() {
-    return built_with_sanitizer;
-}
-
 } // namespace zu_test

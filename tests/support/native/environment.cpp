@@ -23,7 +23,6 @@ std::u16string own_user() {
     char16_t name[257] = {};
     DWORD size = 257;
     GetUserNameW(reinterpret_cast<wchar_t*>(name), &size);
-    CharUpperW(reinterpret_cast<wchar_t*>(name));
     return name;
 }
 

@@ -3,9 +3,8 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
 #include <cstdlib>
+#include <filesystem>
 
 namespace zu_test {
 
@@ -18,10 +17,7 @@ bool has_zone(const char*) {
 }
 
 std::u16string own_user() {
-    const std::string name = getpwuid(geteuid())->pw_name;
-    std::u16string upper(name.size(), 0);
-    std::transform(name.begin(), name.end(), upper.begin(), toupper);
-    return upper;
+    return std::filesystem::path(getpwuid(geteuid())->pw_name).u16string();
 }
 
 } // namespace zu_test
