@@ -1,5 +1,5 @@
-// Paths, names and patterns of any text; drives, shares and attributes as the host may have them; files of lines, and log
-// files of any name and settings.
+// Paths, names and patterns of any text; drives, shares and attributes as the host may have them; log files of any name
+// and settings.
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -156,47 +156,9 @@ void write_log(fuzz_input& input) {
     std::filesystem::remove_all(logs);
 }
 
-// The line at the start of the text, and how many bytes it takes with its end.
-std::string_view expected_line(std::string_view text, uint32_t limit, size_t& taken) {
-    const size_t end = std::min<size_t>(text.find_first_of(std::string_view("\n\0", 2)), text.size());
-    const size_t length = std::min<size_t>(end, limit);
-    taken = length + (length == end && end < text.size() && length < limit ? 1 : 0);
-    std::string_view line = text.substr(0, length);
-    if (!line.empty() && line.back() == '\r')
-        line.remove_suffix(1);
-    return line;
-}
-
-void read_lines(fuzz_input& input) {
-    const auto limit = input.PickValueInArray<uint32_t>(
-        {1, 2, 3, 127, 128, 129, 255, 256, 257, 1000, ZU_GET_LINE_MAX, UINT32_MAX});
-    const std::string text = input.ConsumeRemainingBytesAsString();
-    static ZU_file* const file = ZU_open_file(wide_path("lines").c_str(),
-                                              ZU_FILE_READ | ZU_FILE_WRITE | ZU_FILE_CREATE_ALWAYS, nullptr);
-    static ZU_buf buffer = {};
-    uint32_t done = 0, length = 0;
-    check(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN) && ZU_set_end_of_file(file));
-    check(ZU_write_file(file, text.data(), static_cast<uint32_t>(text.size()), &done) && done == text.size());
-    check(ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN));
-
-    std::string_view rest = text;
-    ZU_bool short_read = 0;
-    while (const char* line = ZU_get_line_i(file, &buffer, &length, &short_read, limit)) {
-        check(!rest.empty());
-        size_t taken = 0;
-        const std::string_view expected = expected_line(rest, limit, taken);
-        check(std::string_view(line, length) == expected && line[length] == 0);
-        rest.remove_prefix(taken);
-        uint64_t position = 0;
-        check(ZU_tell_file(file, &position) && position == text.size() - rest.size());
-    }
-    check(rest.empty() && short_read == 1 && length == 0);
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     setenv("ZU_HOST", host.path.c_str(), 1);
-    return run_one_of({read_path, convert_name, match, read_drives, read_attributes, write_log, read_lines},
-                      data, size);
+    return run_one_of({read_path, convert_name, match, read_drives, read_attributes, write_log}, data, size);
 }

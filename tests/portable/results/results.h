@@ -2,6 +2,7 @@
 // hold no address, no time of day and nothing else that is a machine's own.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -25,20 +26,15 @@ std::string hex(uint64_t number);
 inline std::string show(const std::string& result) {
     return result;
 }
-inline std::string show(ZU_bool truth) {
-    return truth ? "true" : "false";
-}
-inline std::string show(bool truth) {
-    return truth ? "true" : "false";
-}
-inline std::string show(int32_t number) {
-    return std::to_string(number);
-}
-inline std::string show(uint32_t number) {
-    return std::to_string(number);
-}
 inline std::string show(const void* object) {
     return object ? "some" : "null";
+}
+template <std::integral Number>
+std::string show(Number number) {
+    if constexpr (sizeof number == 1) // bool, and ZU_bool
+        return number ? "true" : "false";
+    else
+        return std::to_string(number);
 }
 
 // A result, and what the call put at an address.

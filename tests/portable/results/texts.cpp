@@ -1,6 +1,4 @@
 // Formats with every letter, flag, width, precision and size; conversions of text; error texts.
-#include <cstdlib>
-
 #include "results.h"
 
 namespace results {
@@ -62,14 +60,6 @@ void odd_formats() {
         format(text, "42", 42);
 }
 
-void numbers() {
-    for (const char* number : {"0", "-0", "0.5", "1.5", "2.5", "-0.5", "0.1", "1e15", "1e100", "123456789",
-                               "-99.995", "inf", "-inf"})
-        for (const char16_t* text :
-             {u"%f", u"%.0f", u"%.2f", u"%.20f", u"%e", u"%g", u"%.15g", u"%#g", u"%10.1f"})
-            format(text, number, std::strtod(number, nullptr));
-}
-
 // Every text of up to three of the units.
 template <typename Unit>
 std::vector<std::basic_string<Unit>> combined(std::basic_string_view<Unit> units) {
@@ -108,8 +98,8 @@ void texts() {
     with_flags(u"S", "narrow text", "narrow text");
     with_flags(u"sS", "null", static_cast<const void*>(nullptr));
     with_flags(u"p", "AB", reinterpret_cast<const void*>(uintptr_t{0xAB}));
-    with_flags(u"feEgG", "42.75", 42.75);
-    for (const auto group : {with_sizes, with_stars, odd_formats, numbers, conversions})
+    with_flags(u"feEgG", "42.75", 42.75); // more numbers are compared with those of the C library
+    for (const auto group : {with_sizes, with_stars, odd_formats, conversions})
         group();
     for (const uint32_t number :
          {0u,    1u,    2u,    3u,     5u,     8u,     17u,    32u,         53u,        87u,   112u,
