@@ -2,9 +2,11 @@
 #pragma once
 
 #include <fuzzer/FuzzedDataProvider.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -37,3 +39,10 @@ inline std::u16string remaining_text(fuzz_input& input) {
     std::erase(text, u'\0');
     return text;
 }
+
+// A directory of the process's own, as long as it runs.
+struct fuzz_directory {
+    std::string path = "/tmp/fuzz." + std::to_string(getpid());
+    fuzz_directory() { std::filesystem::create_directory(path); }
+    ~fuzz_directory() { std::filesystem::remove_all(path); }
+};

@@ -1,10 +1,8 @@
 // Paths, names and patterns of any text; drives, shares and attributes as the host may have them; log files of any name
 // and settings.
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 
 #include "fuzz/check.h"
@@ -19,13 +17,7 @@ namespace {
 
 using namespace platform;
 
-struct host_directory {
-    std::string path = "/tmp/fuzz_files." + std::to_string(getpid());
-    host_directory() { std::filesystem::create_directories(path + "/drives/unc/server"); }
-    ~host_directory() { std::filesystem::remove_all(path); }
-};
-
-const host_directory host;
+const fuzz_directory host;
 
 // The drive path of something in the host directory.
 std::u16string wide_path(const std::string& name) {
@@ -103,6 +95,7 @@ void match(fuzz_input& input) {
 void read_drives(fuzz_input& input) {
     static bool has_slash = false;
     has_slash = !has_slash; // another name of it, so that it is read anew
+    std::filesystem::create_directories(host.path + "/drives/unc/server");
     setenv("ZU_HOST", (host.path + (has_slash ? "/" : "")).c_str(), 1);
     for (const char* name : {"/drives/d:", "/drives/unc/server/share"}) {
         const std::string link = host.path + name;

@@ -6,10 +6,8 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 
 #include "fuzz/check.h"
@@ -36,13 +34,7 @@ void read_record(fuzz_input& input) {
           && directory.find('/') == std::string::npos);
 }
 
-struct temporary_directory {
-    std::string path = "/tmp/fuzz_service." + std::to_string(getpid());
-    temporary_directory() { std::filesystem::create_directory(path); }
-    ~temporary_directory() { std::filesystem::remove_all(path); }
-};
-
-const temporary_directory directory;
+const fuzz_directory directory;
 
 void read_status(fuzz_input& input) {
     std::ofstream(directory.path + "/status", std::ios::binary) << input.ConsumeRemainingBytesAsString();

@@ -4,7 +4,6 @@
 
 #include "platform/text/registers.h"
 #include "platform/text/utf8.h"
-#include "support/conversions.h"
 #include "support/test.h"
 
 namespace {
@@ -28,18 +27,27 @@ TEST(utf8, wide_registers_change_nothing) {
             platform::registers =
                 with == 2 ? all : platform::wide_registers{with == 1 && all.of_32_bytes, false};
             const size_t size = platform::utf8_size(wide.data(), wide.size());
-            const size_t room = size + random() % 2 * 90;
             std::string narrow(size + 99, '-');
-            ASSERT_EQ(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), room), size);
-            ASSERT_EQ(narrow.find_first_not_of('-', room), narrow.npos) << "written behind the area";
+            for (size_t room :
+                 {size - !wide.empty(), size + random() % 2 * 90}) { // the first is one too small
+                ASSERT_EQ(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), room),
+                          room < size ? platform::does_not_fit : size);
+                ASSERT_EQ(narrow.find_first_not_of('-', room), narrow.npos) << "written behind the area";
+            }
             narrow.resize(size);
             if (with == 0)
                 expected = spoiled = narrow;
             ASSERT_EQ(narrow, expected);
             for (size_t wrong = with == 0 ? random() % 3 : 0; wrong > 0 && !wide.empty(); --wrong)
                 spoiled[random() % size] = "\x80\xBF\xC0\xC1\xE0\xED\xF4\xF5"[random() % 8];
-            std::u16string read(platform::wide_size(spoiled.data(), size), 0);
-            ASSERT_EQ(platform::wide_from_utf8(spoiled.data(), size, read.data(), read.size()), read.size());
+            const size_t length = platform::wide_size(spoiled.data(), size);
+            std::u16string read(length, u'-');
+            if (length > 0) {
+                ASSERT_EQ(platform::wide_from_utf8(spoiled.data(), size, read.data(), length - 1),
+                          platform::does_not_fit);
+                ASSERT_EQ(read.back(), u'-');
+            }
+            ASSERT_EQ(platform::wide_from_utf8(spoiled.data(), size, read.data(), length), length);
             expected_read = with == 0 ? read : expected_read;
             ASSERT_EQ(read, expected_read);
         }

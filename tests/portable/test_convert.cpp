@@ -1,5 +1,4 @@
 // Conversions between wide and narrow text.
-#include "support/conversions.h"
 #include "support/portable.h"
 
 namespace {

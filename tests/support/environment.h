@@ -1,8 +1,6 @@
 // The environment of a test's process.
 #pragma once
 
-#include <time.h>
-
 #include <string>
 
 namespace zu_test {
@@ -14,14 +12,8 @@ inline constexpr bool built_with_sanitizer = true;
 inline constexpr bool built_with_sanitizer = false;
 #endif
 
-// Sets an environment variable for the library's next look; null takes it away.
-void set_variable(const char* name, const char* value);
-
-// Sets TZ, the zone in which the library tells local time; null is the system's own.
-inline void set_zone(const char* text) {
-    set_variable("TZ", text);
-    tzset(); // for the C library beside it
-}
+// Sets TZ, the zone in which the library, and the C library beside it, tell local time; null is the system's own.
+void set_zone(const char* text);
 
 // Whether this platform knows a zone by that text.
 bool has_zone(const char* text);

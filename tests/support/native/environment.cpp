@@ -4,13 +4,15 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 namespace zu_test {
 
 // The runtime's own copy is what _tzset reads; an empty value removes the variable.
-void set_variable(const char* name, const char* value) {
-    _putenv((std::string(name) + "=" + (value ? value : "")).c_str());
+void set_zone(const char* text) {
+    _putenv((std::string("TZ=") + (text ? text : "")).c_str());
+    _tzset();
 }
 
 // The runtime reads a name of three letters, an offset, and a second name for the daylight saving of the USA. It has no

@@ -1,6 +1,7 @@
 #include "support/environment.h"
 
 #include <pwd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -8,8 +9,9 @@
 
 namespace zu_test {
 
-void set_variable(const char* name, const char* value) {
-    value ? setenv(name, value, 1) : unsetenv(name);
+void set_zone(const char* text) {
+    text ? setenv("TZ", text, 1) : unsetenv("TZ");
+    tzset();
 }
 
 bool has_zone(const char*) {
