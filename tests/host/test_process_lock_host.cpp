@@ -102,21 +102,21 @@ void keep_to_processor(int number) {
 TEST_F(process_lock, giving_one_back_lets_a_sleeper_go_first) {
     ZU_lock_thread of_threads;
     ZU_lock_thread_init(&of_threads);
+    ZU_lock_process lock = create();
     for (const uint32_t timeout_ms : {60000u, ZU_WAIT_INFINITE, 0u}) {
-        const auto once = [&](ZU_lock_process lock, const std::function<void()>& inside) {
-            EXPECT_TRUE(timeout_ms ? ZU_lock_process_lock_timeout(lock, timeout_ms)
-                                   : ZU_lock_thread_lock(&of_threads));
-            inside();
-            EXPECT_TRUE(timeout_ms ? ZU_lock_process_unlock(lock) : ZU_lock_thread_unlock(&of_threads));
+        const auto take = [&] {
+            return timeout_ms ? ZU_lock_process_lock_timeout(lock, timeout_ms)
+                              : ZU_lock_thread_lock(&of_threads);
+        };
+        const auto leave = [&] {
+            return timeout_ms ? ZU_lock_process_unlock(lock) : ZU_lock_thread_unlock(&of_threads);
         };
         const auto take_again = [&] {
-            ZU_lock_process lock = create();
-            while (!shared->over)
-                once(lock, [&] {
-                    ++shared->counter;
-                    for (const uint32_t start = ZU_get_tick_count(); ZU_get_tick_count() - start < 2;) {}
-                });
-            ZU_lock_process_close(lock);
+            while (!shared->over && take()) {
+                ++shared->counter;
+                for (const uint32_t start = ZU_get_tick_count(); ZU_get_tick_count() - start < 2;) {}
+                leave();
+            }
         };
         shared->over = false;
         pid_t others[2] = {};
@@ -131,21 +131,22 @@ TEST_F(process_lock, giving_one_back_lets_a_sleeper_go_first) {
                 take_again();
             });
         }
-        ZU_lock_process lock = create();
         std::vector<int64_t> overtakings;
         for (int64_t before = 0; overtakings.size() < 21;) {
             while (shared->counter == before)
                 platform::Sleep(1);
             before = shared->counter;
-            once(lock, [&] { overtakings.push_back(shared->counter - before); });
+            EXPECT_TRUE(take());
+            overtakings.push_back(shared->counter - before);
+            EXPECT_TRUE(leave());
         }
         shared->over = true;
         for (const pid_t other : others)
             ended(other);
         std::sort(overtakings.begin(), overtakings.end());
         EXPECT_LE(overtakings[10], timeout_ms ? 4 : 3) << "half of the times, at " << timeout_ms;
-        EXPECT_TRUE(ZU_lock_process_close(lock));
     }
+    EXPECT_TRUE(ZU_lock_process_close(lock));
 }
 
 TEST_F(process_lock, one_space_of_names) {
