@@ -21,20 +21,20 @@ void look_up_names(fuzz_input& input) {
 
 // Everyone has the wanted rights when one entry of everyone's identifier grants them all, or when there is no entry.
 void read_access_list(fuzz_input& input) {
-    static const sid_value everyone(1, {0}),
-        others[] = {sid_value(1, {1}), sid_value(2, {0}), sid_value(1, {0, 0, 1, 2, 3, 4, 5, 6})};
+    static const sid_value sids[] = {sid_value(1, {0}), sid_value(1, {1}), sid_value(2, {0}),
+                                     sid_value(1, {0, 0, 1, 2, 3, 4, 5, 6})}; // the first is everyone's
     std::vector<EXPLICIT_ACCESS_W> entries;
     const auto wanted = input.ConsumeIntegral<DWORD>();
     bool is_granted = false;
     while (entries.size() < 6 && input.remaining_bytes() > 0) {
-        const sid_value& sid = input.ConsumeBool() ? everyone : input.PickValueInArray(others);
+        const sid_value& sid = sids[input.ConsumeIntegralInRange<size_t>(0, std::size(sids) - 1)];
         EXPLICIT_ACCESS_W entry{};
         entry.grfAccessPermissions = input.ConsumeIntegral<DWORD>();
         entry.grfAccessMode = input.ConsumeBool() ? SET_ACCESS : GRANT_ACCESS;
         entry.Trustee.TrusteeForm = TRUSTEE_IS_SID;
         entry.Trustee.ptstrName = reinterpret_cast<WCHAR*>(const_cast<BYTE*>(sid.data()));
         entries.push_back(entry);
-        is_granted |= &sid == &everyone && (entry.grfAccessPermissions & wanted) == wanted;
+        is_granted |= &sid == sids && (entry.grfAccessPermissions & wanted) == wanted;
     }
     ACL* list = nullptr;
     check(SetEntriesInAclW(static_cast<DWORD>(entries.size()), entries.data(), nullptr, &list) == 0);
