@@ -443,6 +443,12 @@ int recvfrom(SOCKET socket, char* buffer, int capacity, int flags, sockaddr* add
         return socket_failure(WSAEFAULT);
     if (address && socket_type(descriptor) == SOCK_DGRAM && too_little_room(descriptor, *address_length))
         return socket_failure(WSAEFAULT); // a datagram that is taken would lose its sender
+    if (capacity == 0 && socket_type(descriptor) == SOCK_STREAM) {
+        // Where no byte is asked for, the host tells the end of a time-out as 0, and a look at one byte does not.
+        char byte;
+        const int looked = platform::recvfrom(socket, &byte, 1, flags | MSG_PEEK, address, address_length);
+        return looked > 0 ? 0 : looked;
+    }
     const bool maybe_datagram = datagrams_in_use();
     if (maybe_datagram && waits_in_vain(descriptor))
         return socket_failure(WSAEINVAL);

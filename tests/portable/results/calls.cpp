@@ -108,7 +108,11 @@ void on_socket(const std::string& name, SOCKET socket, bool listening = false) {
         RESULT(name, ready(2));
     }
     RESULT(name, ZU_setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, 4));
-    RESULT(name, ZU_setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, 0));
+    for (const int32_t size : {0, 1}) {
+        RESULT(show(size) + ", " + name, ZU_setsockopt(socket, SOL_SOCKET, SO_KEEPALIVE, &on, size));
+        RESULT(show(size) + ", " + name, ZU_setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &on, size));
+    }
+    RESULT(name, ZU_setsockopt(socket, SOL_SOCKET, SO_SNDBUF, nullptr, 4));
     RESULT(name, ZU_setsockopt(socket, SOL_SOCKET, 0x7654, &on, 4));
     RESULT(name, ZU_setsockopt(socket, 4711, 1, &on, 4));
     RESULT(name, ZU_setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &on, 4));
@@ -264,15 +268,25 @@ void sockets() {
     on_socket("bound stream socket", bound(ZU_socket(AF_INET, SOCK_STREAM, 0)));
     on_socket("fresh datagram socket", ZU_socket(AF_INET, SOCK_DGRAM, 0));
     on_socket("bound datagram socket", bound(ZU_socket(AF_INET, SOCK_DGRAM, 0)));
-    const SOCKET server = bound(ZU_socket(AF_INET, SOCK_STREAM, 0));
+    const SOCKET server = ZU_socket(AF_INET, SOCK_STREAM, 0), client = ZU_socket(AF_INET, SOCK_STREAM, 0);
+    uint16_t port = 13000;
+    while (ZU_bind(server, endpoint("127.0.0.1", port).plain(), sizeof(sockaddr_in)) != 0)
+        ++port;
     ZU_listen(server, 4);
+    ZU_connect(client, endpoint("127.0.0.1", port).plain(), sizeof(sockaddr_in));
+    const SOCKET accepted = ZU_accept(server, nullptr, nullptr);
+    on_socket("connected stream socket", client);
+    ZU_socket_close(accepted);
     on_socket("listening socket", server, true);
     transports();
     for (
         const std::u16string& text : split(
             u"; ;0;1.2;1.2.3;1.2.3.4;1.2.3.4.5;255.255.255.255;256.1.1.1;1.2.3.256;1.2.65536;1.16777216;4294967296;"
-            u"0x7F.1;017;08;1.2.3.4 x;1.2.3.4x; 1.2.3.4;1..2;.1;1.;-1;a;0x;1.2.3.0xff"))
+            u"0x7F.1;017;08;1.2.3.4 x;1.2.3.4x; 1.2.3.4;1..2;.1;1.;-1;a;0x;1.2.3.0xff;99999999999999999999;  ;1.2.3.4\n;"
+            u"08.1.1.1;0XfF.1;010.1.2.3;1.16777215;4294967294")) {
         RESULT(show(text), hex(ZU_inet_addr_tchar(text.c_str())));
+        RESULT(show(text), hex(ZU_inet_addr(std::string(text.begin(), text.end()).c_str())));
+    }
 }
 
 void system_calls() {
