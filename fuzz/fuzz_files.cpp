@@ -50,6 +50,19 @@ void read_path(fuzz_input& input) {
     check(use == path_use::search || path.pattern.empty());
 }
 
+// A path of plain characters is parsed in one pass, and any other component by component: both say the same.
+void parse_both_ways(fuzz_input& input) {
+    const path_use use = input.ConsumeBool() ? path_use::exact : path_use::search;
+    const std::u16string rest = u"a" + remaining_text(input);
+    parsed_path plain, general;
+    const DWORD code = parse_path((u"\\\\?\\C:\\" + rest).c_str(), use, plain);
+    check(code == parse_path((u"\\\\?\\C:\\\u00e4\\" + rest).c_str(), use, general));
+    if (code != ERROR_SUCCESS)
+        return;
+    check("/\u00e4" + plain.host == general.host && plain.pattern == general.pattern);
+    check(plain.ends_with_separator == general.ends_with_separator && plain.root_size == general.root_size);
+}
+
 // A name comes back unchanged, either way.
 void convert_name(fuzz_input& input) {
     std::string name = input.ConsumeRandomLengthString(300), back;
@@ -153,5 +166,7 @@ void write_log(fuzz_input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     setenv("ZU_HOST", host.path.c_str(), 1);
-    return run_one_of({read_path, convert_name, match, read_drives, read_attributes, write_log}, data, size);
+    return run_one_of(
+        {read_path, parse_both_ways, convert_name, match, read_drives, read_attributes, write_log}, data,
+        size);
 }

@@ -3,7 +3,6 @@
 #include "platform/files/drives.h"
 #include "platform/files/folded_names.h"
 #include "platform/files/name_map.h"
-#include "platform/files/path.h"
 #include "platform/files/volume.h"
 #include "platform/text/case_fold.h"
 #include "support/test.h"
@@ -226,32 +225,6 @@ TEST_F(lookup, drives_that_cannot_be_asked_about) {
               "0 2 0 0 0 kind 4 0 2 0 0 0 kind 4 ");
 }
 
-// A path of plain characters is parsed in one pass, and any other component by component: both say the same.
-TEST_F(lookup, plain_paths_are_parsed_as_others_are) {
-    std::mt19937 random(1);
-    constexpr std::u16string_view units = u"ab.\\ ~*?:</\x1f\x7f";
-    const std::string root = place.host_path();
-    for (int i = 0; i < 20'000; ++i) {
-        std::u16string rest(1, u'a' + i % 2);
-        for (size_t length = random() % 12; length > 0; --length)
-            rest += units[random() % (i % 3 ? 6 : units.size())];
-        if (i % 100 == 0)
-            rest += std::u16string(252 + random() % 6, u'x');
-        for (const path_use use : {path_use::exact, path_use::search}) {
-            parsed_path plain, general;
-            const DWORD code = parse_path((u"\\\\?\\T:\\" + rest).c_str(), use, plain);
-            ASSERT_EQ(code, parse_path((u"\\\\?\\T:\\\u00e4\\" + rest).c_str(), use, general))
-                << narrow(rest);
-            if (code != 0)
-                continue;
-            ASSERT_EQ(plain.host.insert(root.size(), "/ä"), general.host) << narrow(rest);
-            ASSERT_EQ(plain.pattern, general.pattern) << narrow(rest);
-            ASSERT_EQ(plain.ends_with_separator, general.ends_with_separator) << narrow(rest);
-            ASSERT_EQ(plain.root_size, general.root_size);
-        }
-    }
-}
-
 TEST_F(lookup, relative_paths) {
     place.make_directory("work");
     place.make_directory("work/a:b");
@@ -317,24 +290,23 @@ TEST_F(lookup, kinds_of_drives) {
     ASSERT_EQ(chdir(place.host_path("dir").c_str()), 0);
     const UINT type = GetDriveTypeW(nullptr), none = DRIVE_NO_ROOT_DIR;
     EXPECT_GE(type, DRIVE_REMOVABLE);
-    // The kind of the drive, the code of a question about its volume, and the roots that are named.
-    const std::tuple<UINT, DWORD, std::vector<const char16_t*>> rows_of_roots[] = {
-        {type, codes::none, {u"T:\\", u"\\\\?\\T:\\", u"\\", u"T:/"}},
-        {type, codes::invalid_name, {u"t:"}},
-        {type, codes::directory_not_root, {u"T:\\dir\\"}},
-        {none, codes::path_not_found, {u"Q:\\", u""}},
-        {none, codes::bad_network_path, {u"\\\\none\\share\\"}},
-        {none, codes::bad_network_name, {u"\\\\srv\\none\\"}},
-        {none, codes::invalid_name, {u"T:\\dir", u"file.txt"}},
-        {none, codes::directory_not_root, {u"T:\\file\\"}},
-        {DRIVE_UNKNOWN, codes::directory_not_root, {u"\\\\?\\T:"}},
-        {DRIVE_REMOTE, codes::none, {u"\\\\srv\\share\\"}}};
-    for (const auto& [kind, code, roots] : rows_of_roots)
-        for (const char16_t* root : roots) {
-            EXPECT_EQ(GetDriveTypeW(root), kind) << narrow(root);
-            const int done = GetVolumeInformationW(root, text, 300, nullptr, nullptr, nullptr, nullptr, 0);
-            EXPECT_EQ(code_of(done), code) << narrow(root);
-        }
+    // A root, the kind of its drive, and the code of a question about its volume.
+    const std::tuple<const char16_t*, UINT, DWORD> roots[] = {
+        {u"\\\\?\\T:\\", type, codes::none},
+        {u"T:/", type, codes::none},
+        {u"t:", type, codes::invalid_name},
+        {u"T:\\dir\\", type, codes::directory_not_root},
+        {u"T:\\dir", none, codes::invalid_name},
+        {u"T:\\file\\", none, codes::directory_not_root},
+        {u"Q:\\", none, codes::path_not_found},
+        {u"\\\\srv\\none\\", none, codes::bad_network_name},
+        {u"\\\\?\\T:", DRIVE_UNKNOWN, codes::directory_not_root},
+        {u"\\\\srv\\share\\", DRIVE_REMOTE, codes::none}};
+    for (const auto& [root, kind, code] : roots) {
+        EXPECT_EQ(GetDriveTypeW(root), kind) << narrow(root);
+        const int done = GetVolumeInformationW(root, text, 300, nullptr, nullptr, nullptr, nullptr, 0);
+        EXPECT_EQ(code_of(done), code) << narrow(root);
+    }
 }
 
 TEST_F(find, links_codes_and_what_stays_open) {

@@ -7,8 +7,8 @@ namespace {
 
 using sockets = with_library;
 
-int bind_to(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in)) {
-    return outcome_of(ZU_bind(socket, reinterpret_cast<const sockaddr*>(&address), length));
+int bind_to(SOCKET socket, const sockaddr_in& address) {
+    return outcome_of(ZU_bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address));
 }
 
 int accept_with_short_length(SOCKET socket) {
@@ -54,10 +54,6 @@ TEST(library, calls_need_a_socket) {
     EXPECT_EQ(outcome_of(ZU_select(0, nullptr, nullptr, nullptr, nullptr)), WSAEINVAL);
     FD_ZERO(&set);
     EXPECT_EQ(outcome_of(ZU_select(0, &set, nullptr, &set, nullptr)), WSAEINVAL);
-
-    EXPECT_EQ(outcome_of(ZU_socket(99, SOCK_STREAM, 0)), WSAEAFNOSUPPORT);
-    EXPECT_EQ(outcome_of(ZU_socket(AF_INET, 99, 0)), WSAESOCKTNOSUPPORT);
-    EXPECT_EQ(outcome_of(ZU_socket(AF_INET, SOCK_STREAM, IPPROTO_UDP)), WSAEPROTONOSUPPORT);
 }
 
 TEST_F(sockets, codes_of_streams_by_state) {
@@ -65,17 +61,10 @@ TEST_F(sockets, codes_of_streams_by_state) {
                       idle = bound_socket(SOCK_STREAM);
     const sockaddr_in address = address_of(listener);
     let_block(listener, false); // although none of these calls waits
-    for (const held_socket* unconnected : {&fresh, &listener, &idle}) {
-        EXPECT_EQ(receive(*unconnected), WSAENOTCONN);
+    EXPECT_EQ(receive(listener), WSAENOTCONN);
+    for (const held_socket* unconnected : {&fresh, &listener, &idle})
         EXPECT_EQ(transmit(*unconnected), WSAENOTCONN);
-    }
-    EXPECT_EQ(outcome_of(ZU_listen(fresh, 1)), WSAEINVAL) << "not bound";
-    EXPECT_EQ(outcome_of(ZU_accept(idle, nullptr, nullptr)), WSAEINVAL) << "not listening";
     EXPECT_EQ(accept_with_short_length(idle), WSAEINVAL) << "the socket is looked at first";
-    EXPECT_EQ(bind_to(idle, address), WSAEINVAL) << "bound already";
-    EXPECT_EQ(bind_to(idle, ipv4(0, 0xC0000201)), WSAEINVAL) << "bound already, whatever the address";
-    EXPECT_EQ(bind_to(fresh, ipv4(0, 0xC0000201)), WSAEADDRNOTAVAIL);
-    EXPECT_EQ(bind_to(fresh, address, 8), WSAEFAULT);
     EXPECT_EQ(bind_to(fresh, address), WSAEADDRINUSE);
 
     EXPECT_EQ(attempt(fresh, address, 15), WSAEFAULT);
@@ -176,7 +165,6 @@ TEST_F(sockets, datagrams) {
     let_block(fresh, false); // although none of these calls waits
     EXPECT_EQ(receive(fresh), WSAEINVAL) << "without a port nothing can arrive";
     EXPECT_EQ(transmit(fresh), WSAENOTCONN);
-    EXPECT_EQ(outcome_of(ZU_listen(fresh, 1)), WSAEOPNOTSUPP);
     EXPECT_EQ(accept_with_short_length(fresh), WSAEOPNOTSUPP);
     EXPECT_EQ(transmit(fresh, to, "abcd", 8), WSAEFAULT);
     ASSERT_EQ(transmit(fresh, to, "abcd"), 4);
@@ -231,33 +219,41 @@ TEST_F(sockets, addresses_of_version_6) {
     EXPECT_EQ(ntohs(address.sin6_port), port_of(from)) << "it was not lost over that";
 }
 
-TEST_F(sockets, options) {
-    const connection pair;
-    const int milliseconds = 200;
-    const char on = 1;
-    EXPECT_EQ(set_option(pair.server, SO_RCVTIMEO, &milliseconds), 0);
-    EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
-    EXPECT_EQ(set_option(pair.client, SO_KEEPALIVE, &on, 1), 0);
-    for (const char* value : {&on, static_cast<const char*>(nullptr)})
-        EXPECT_EQ(set_option(pair.client, SO_SNDBUF, value, 1), WSAEFAULT);
-}
-
 TEST_F(sockets, a_listener_that_does_not_block) {
     const connection pair;
     let_block(pair.listener, false);
     EXPECT_EQ(outcome_of(ZU_accept(pair.listener, nullptr, nullptr)), WSAEWOULDBLOCK);
     EXPECT_EQ(accept_with_short_length(pair.listener), WSAEWOULDBLOCK);
-    const held_socket client = connected_to(pair.listener);
+    const held_socket client = connected_to(address_of(pair.listener));
     EXPECT_EQ(accept_with_short_length(pair.listener), WSAEFAULT);
     const held_socket accepted(ZU_accept(pair.listener, nullptr, nullptr)); // it was not lost over that
     EXPECT_EQ(receive(accepted), WSAEWOULDBLOCK) << "an accepted socket has its listener's mode";
+}
+
+const part a_server("server", [](const words& port) {
+    const started_library library;
+    const held_socket listener = listening_socket(static_cast<uint16_t>(std::stoi(port[0])));
+    const held_socket client = connected_to(address_of(listener)),
+                      server(ZU_accept(listener, nullptr, nullptr));
+    report(server == INVALID_SOCKET ? "no connection" : "connected");
+    wait_for_parent();
+    return 0;
+});
+
+TEST_F(sockets, a_killed_programs_port_is_free_again) {
+    const uint16_t port = port_of_our_own();
+    child program(a_server, {std::to_string(port)});
+    EXPECT_EQ(program.next_line(), "connected");
+    EXPECT_EQ(outcome_of(bound_socket(SOCK_STREAM, port)), WSAEADDRINUSE);
+    program.kill();
+    EXPECT_EQ(bound_socket(SOCK_STREAM, port) == INVALID_SOCKET, false) << GetLastError();
 }
 
 TEST_F(sockets, a_port_is_taken_over_only_from_what_winds_down) {
     held_socket next = stream_socket();
     const int on = 1;
     const held_socket listener = listening_socket();
-    held_socket connected = bound_socket(SOCK_STREAM, port_of_our_own(1));
+    held_socket connected = bound_socket(SOCK_STREAM, port_of_our_own());
     for (const held_socket* one : {&connected, &next})
         EXPECT_EQ(set_option(*one, SO_REUSEADDR, &on), 0) << "which changes nothing";
     EXPECT_EQ(attempt(connected, address_of(listener)), 0);
@@ -288,23 +284,6 @@ TEST_F(sockets, port_test_verdicts) {
 }
 
 TEST(address, dotted_text_both_ways) {
-    // clang-format off
-    const struct {
-        const char* text;
-        uint32_t address; // in host order
-    } rows[] = {
-        {"10.1.2.3", 0x0A010203}, {"1.2.3", 0x01020003},   {"1.2.65535", 0x0102FFFF}, {"1.16777215", 0x01FFFFFF}, {" ", 0},
-        {"0XfF.1", 0xFF000001},   {"010.1.2.3", 0x08010203}, {"1.2.3.4\n", 0x01020304}, {"4294967294", 0xFFFFFFFE}};
-    const char* const no_addresses[] = {"1.2.65536", "99999999999999999999", "08.1.1.1", "  ", "1.2.3.4x"};
-    // clang-format on
-    SetLastError(4711);
-    for (const auto& row : rows) {
-        EXPECT_EQ(ZU_inet_addr(row.text), htonl(row.address)) << row.text;
-        EXPECT_EQ(ZU_inet_addr_tchar(wide(row.text).c_str()), htonl(row.address)) << row.text;
-    }
-    for (const char* text : no_addresses)
-        EXPECT_EQ(ZU_inet_addr(text), INADDR_NONE) << text;
-    EXPECT_EQ(GetLastError(), 4711u);
     for (const char* text : {"0.0.0.0", "1.20.255.99", "192.168.100.10"}) {
         char plain[16];
         ZU_wchar wide_text[16];

@@ -45,14 +45,10 @@ held_socket listening_socket(uint16_t port, int backlog) {
     return socket;
 }
 
-held_socket connected_to(SOCKET listener) {
+held_socket connected_to(const sockaddr_in& address) {
     held_socket socket = stream_socket();
-    connect_to(socket, address_of(listener));
+    ZU_connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     return socket;
-}
-
-int32_t connect_to(SOCKET socket, const sockaddr_in& address, int32_t length) {
-    return ZU_connect(socket, reinterpret_cast<const sockaddr*>(&address), length);
 }
 
 } // namespace zu_test

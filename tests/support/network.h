@@ -33,9 +33,8 @@ enum class direction { receiving, sending, both };
 void stop(SOCKET socket, direction which);
 void let_block(SOCKET socket, bool blocks);
 
-// A port for this process alone, from one of two ranges: the kernel gives ports below 32,768 to nobody who does not ask
-// for them.
-uint16_t port_of_our_own(int range = 0);
+// A port for this process alone. The kernel gives ports below 32,768 to nobody who does not ask for them.
+uint16_t port_of_our_own();
 
 // A socket that is closed at the end of its scope, or before.
 class held_socket {
@@ -56,18 +55,17 @@ private:
 held_socket stream_socket();
 held_socket bound_socket(int type, uint16_t port = 0);
 held_socket listening_socket(uint16_t port = 0, int backlog = 16);
-held_socket connected_to(SOCKET listener);
-int32_t connect_to(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in));
+held_socket connected_to(const sockaddr_in& address);
 
 // Two ends of one connection.
 struct connection {
-    held_socket listener = listening_socket(), client = connected_to(listener);
+    held_socket listener = listening_socket(), client = connected_to(address_of(listener));
     held_socket server{ZU_accept(listener, nullptr, nullptr)};
 };
 
 // A port whose listener takes no more connections, so that the next attempt gets no answer.
 struct silent_port {
-    held_socket listener = listening_socket(0, 0), waiting = connected_to(listener);
+    held_socket listener = listening_socket(0, 0), waiting = connected_to(address_of(listener));
 };
 
 std::ptrdiff_t count_descriptors(); // or handles, that this process has open

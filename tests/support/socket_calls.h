@@ -31,7 +31,7 @@ inline int transmit(SOCKET socket, const sockaddr_in& to, const std::string& dat
 }
 
 inline int attempt(SOCKET socket, const sockaddr_in& address, int32_t length = sizeof(sockaddr_in)) {
-    return outcome_of(connect_to(socket, address, length));
+    return outcome_of(ZU_connect(socket, reinterpret_cast<const sockaddr*>(&address), length));
 }
 
 inline int set_option(SOCKET socket, int option, const void* value, int32_t length = 4) {

@@ -26,6 +26,8 @@ struct fields {
     int32_t year, month, day, hour, minute, second;
 };
 
+constexpr int32_t least = INT32_MIN + 1, most = INT32_MAX;
+// clang-format off
 constexpr fields local_times[] = {
     {69, 12, 31, 23, 59, 59}, {70, 1, 1, 0, 0, 0},    {70, 1, 1, 13, 0, 0},    {100, 2, 29, 12, 0, 0},
     {106, 2, 29, 0, 0, 0},    {106, 13, 1, 0, 0, 0},  {106, 1, 0, 0, 0, 0},    {106, 1, 1, 0, 0, 86400},
@@ -35,7 +37,8 @@ constexpr fields local_times[] = {
     {108, 11, 2, 1, 0, 0},    {108, 11, 2, 1, 30, 0}, {108, 11, 2, 2, 0, 0},   {108, 1, 1, 12, 0, 0},
     {108, 7, 1, 12, 0, 0},    {126, 1, 1, 12, 0, 0},  {126, 7, 1, 12, 0, 0},   {138, 1, 18, 0, 0, 0},
     {138, 1, 19, 3, 14, 7},   {138, 1, 19, 3, 14, 8}, {139, 1, 1, 0, 0, 0},    {1100, 12, 31, 0, 0, 0},
-    {0, 1, 1, 0, 0, 0}};
+    {0, 1, 1, 0, 0, 0},       {least, least, least, least, least, least}, {most, most, most, most, most, most}};
+// clang-format on
 
 void in_zone(const std::string& zone) {
     ZU_tm tm = {};

@@ -13,10 +13,10 @@ sockaddr_in address_of(SOCKET socket) {
 }
 
 // Drawn, as process numbers repeat: those of Wine are small, and each of its folders counts its own.
-uint16_t port_of_our_own(int range) {
+uint16_t port_of_our_own() {
     std::random_device draw;
     for (int i = 0; i < 1000; ++i) {
-        const auto port = static_cast<uint16_t>(12000 + 10000 * range + draw() % 10000);
+        const auto port = static_cast<uint16_t>(12000 + draw() % 20000);
         if (bound_socket(SOCK_STREAM, port) != INVALID_SOCKET)
             return port;
     }

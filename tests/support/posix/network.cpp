@@ -20,10 +20,10 @@ sockaddr_in address_of(SOCKET socket) {
 }
 
 // A name that belongs to the same network as the port tells other tests that it is taken, until this process ends.
-uint16_t port_of_our_own(int range) {
-    constexpr int ports = 10000;
+uint16_t port_of_our_own() {
+    constexpr int ports = 20000;
     for (int i = 0; i < ports; ++i) {
-        const auto port = static_cast<uint16_t>(12000 + ports * range + (getpid() + i) % ports);
+        const auto port = static_cast<uint16_t>(12000 + (getpid() + i) % ports);
         const sockaddr_in address = ipv4(port);
         sockaddr_un name{AF_UNIX, {}};
         std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "zu-test-port-%d", port);
