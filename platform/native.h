@@ -124,6 +124,10 @@ using ::WriteFile;
 using ::_wfopen;
 using ::fclose;
 
+inline BOOL go_to_known_end(HANDLE file, LARGE_INTEGER* end) {
+    return ::SetFilePointerEx(file, {}, end, FILE_END);
+}
+
 // Nothing is read ahead here.
 inline DWORD take_line_ahead(HANDLE, void*, DWORD) {
     return 0;

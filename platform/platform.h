@@ -6,7 +6,8 @@
 // accident. Constants are written unqualified, since natively they are macros.
 //
 // The layer's own names, of which native.h has its form: quiet_pipes (api/text.h), one_socket_set and send_what_fits
-// (api/sockets.h), item_attributes and tree_walk (api/files.h), zone_number (api/time.h).
+// (api/sockets.h), item_attributes, tree_walk, take_line_ahead and go_to_known_end (api/files.h), zone_number
+// (api/time.h).
 #pragma once
 
 #ifdef _WIN32

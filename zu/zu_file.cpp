@@ -166,6 +166,14 @@ ZU_bool ZU_seek_file(ZU_file* file, int64_t offset, uint64_t* new_position, uint
     return true;
 }
 
+bool zu::go_to_end_of_opened(ZU_file* file, uint64_t* size) {
+    platform::LARGE_INTEGER end;
+    if (!platform::go_to_known_end(file->handle, &end))
+        return false;
+    *size = file->position = static_cast<uint64_t>(end.QuadPart);
+    return true;
+}
+
 ZU_bool ZU_tell_file(ZU_file* file, uint64_t* position) {
     if (file->position == position_unknown)
         return ZU_seek_file(file, 0, position, ZU_SEEK_CURRENT);

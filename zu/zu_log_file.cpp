@@ -1,5 +1,6 @@
 // Log file management: the settings of the default file, and the output that appends one line to a file. A line that
 // would pass the size limit rotates the file first. No file is held open between records.
+#include "zu/zu_file.h"
 #include "zu/zu_log.h"
 
 namespace {
@@ -30,7 +31,7 @@ public:
     explicit live_file(const ZU_wchar* path)
         : file_(ZU_open_file(path, ZU_FILE_WRITE | ZU_FILE_OPEN_ALWAYS | ZU_FILE_SHARE_READ, nullptr)) {
         is_new_ = file_ && platform::GetLastError() != ERROR_ALREADY_EXISTS;
-        is_at_end_ = file_ && ZU_seek_file(file_, 0, &size_, ZU_SEEK_END);
+        is_at_end_ = file_ && zu::go_to_end_of_opened(file_, &size_);
     }
     ~live_file() { ZU_close_file(file_); }
     live_file(const live_file&) = delete;

@@ -34,6 +34,9 @@ BOOL WriteFile(HANDLE file, const void* data, DWORD bytes, DWORD* bytes_done, vo
 // `new_position` may be null, and is not written on failure: 131 (ERROR_NEGATIVE_SEEK) for a position below 0, 87 for
 // an unknown origin.
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* new_position, DWORD origin);
+// A name of ours. Goes to the end of the file, which is not asked for while the handle keeps other writers away: it is
+// where it was at the opening, or where this handle has written to. For a caller that has just opened the file.
+BOOL go_to_known_end(HANDLE file, LARGE_INTEGER* end);
 BOOL SetEndOfFile(HANDLE file);
 BOOL FlushFileBuffers(HANDLE file);
 BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);

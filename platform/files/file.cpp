@@ -254,6 +254,14 @@ DWORD file::seek(int64_t distance, DWORD origin, int64_t& position) {
     return ERROR_SUCCESS;
 }
 
+DWORD file::go_to_known_end(int64_t& position) {
+    if (!keeps_writers_away_)
+        return seek(0, FILE_END, position);
+    position_ = size_;
+    position = static_cast<int64_t>(size_);
+    return ERROR_SUCCESS;
+}
+
 // ---- The calls -------------------------------------------------------------------------------------------------
 
 BOOL ReadFile(HANDLE handle, void* out, DWORD bytes, DWORD* bytes_done, void* overlapped) {
@@ -314,6 +322,11 @@ BOOL SetFilePointerEx(HANDLE handle, LARGE_INTEGER distance, LARGE_INTEGER* new_
     if (code == ERROR_SUCCESS && new_position)
         new_position->QuadPart = position;
     return result_of(code);
+}
+
+BOOL go_to_known_end(HANDLE handle, LARGE_INTEGER* end) {
+    file* opened = object_of<file>(handle);
+    return opened && result_of(opened->go_to_known_end(end->QuadPart));
 }
 
 BOOL SetEndOfFile(HANDLE handle) {

@@ -61,6 +61,7 @@ public:
     DWORD read(char* out, size_t count, size_t& done);
     DWORD write(const char* data, size_t count);
     DWORD seek(int64_t distance, DWORD origin, int64_t& position);
+    DWORD go_to_known_end(int64_t& position);
     DWORD set_end();
     DWORD flush();
 

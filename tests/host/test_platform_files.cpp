@@ -64,6 +64,17 @@ TEST_F(platform_files, what_opening_gives) {
     FILE* const stream = ZU_fopen(u"T:\\system", u"r");
     EXPECT_EQ(fcntl(fileno(stream), F_GETFD), FD_CLOEXEC);
     ZU_fclose(stream);
+    // The end that a handle knows, which another one moves only where it may write.
+    for (const DWORD share : {0u, FILE_SHARE_READ | FILE_SHARE_WRITE}) {
+        const layer_file one(u"T:\\end", W, CREATE_ALWAYS, share), other(u"T:\\end", W, OPEN_EXISTING, share);
+        write_code(one, "12");
+        write_code(other, "123");
+        LARGE_INTEGER end{};
+        EXPECT_TRUE(go_to_known_end(one, &end)) << share;
+        EXPECT_EQ(end.QuadPart, share ? 3 : 2);
+        EXPECT_EQ(write_code(one, "!"), 0u);
+        EXPECT_EQ(place.read("end"), share ? "123!" : "12!");
+    }
 }
 
 // A link passes questions on, unless it leads nowhere. A listing reports links themselves, and a call that deletes or
