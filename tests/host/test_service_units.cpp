@@ -166,7 +166,7 @@ TEST_F(world, automatic_service) {
     EXPECT_NE(inside("systemctl is-enabled zu@clock"), "enabled\n");
 }
 
-TEST_F(world, units_that_others_wrote) {
+TEST_F(world, units_that_others_wrote_and_those_of_an_ordinary_user) {
     const std::tuple<const char*, const char*, const char*> rows[] = {
         {"plain", "1\n", "4\nexit 0 0, takes 1, hint 0\n"},
         {"MANY@one", "1\n", "4\nexit 0 0, takes 1, hint 0\n"},
@@ -192,6 +192,16 @@ TEST_F(world, units_that_others_wrote) {
     EXPECT_EQ(inside("as=\"setpriv --reuid nobody --clear-groups /opt/zu/test_service_units --call\";"
                      "$as state many@one; $as start plain"),
               "4\n0, code 5\n");
+
+    // With a manager of his own, who has been told the host directory.
+    inside("useradd -m -u 12345 zoe; systemctl start user@12345");
+    EXPECT_EQ(inside("cd /home/zoe; export HOME=$PWD ZU_HOST=$PWD/zu XDG_RUNTIME_DIR=/run/user/12345;"
+                     "as=\"setpriv --reuid 12345 --regid 12345 --clear-groups\"; $as mkdir -p zu/services;"
+                     "$as systemctl --user set-environment ZU_HOST=$ZU_HOST;"
+                     "echo systemd >zu/services/.manager; call=\"$as /opt/zu/test_service_units --call\";"
+                     "$call install mine \"/bin/sleep 1000\"; $call start mine;"
+                     "$as systemctl --user is-active zu@mine; $call uninstall mine; ls zu/services"),
+              "1\n1\nactive\n1\n");
 }
 
 // What an administrator's drop-ins do, and a manager or a helper that is gone.
@@ -240,18 +250,6 @@ TEST_F(world, restarts_time_outs_and_a_manager_that_is_gone) {
         << "the helper refuses a disabled one";
     EXPECT_NE(inside("journalctl -t zu").find("service waiting has not started"), std::string::npos);
     EXPECT_EQ(inside("ls -d /run/zu"), "") << "nothing stays there";
-}
-
-// With a manager of his own, who has been told the host directory.
-TEST_F(world, runs_the_services_of_an_ordinary_user) {
-    inside("useradd -m -u 12345 zoe; systemctl start user@12345");
-    EXPECT_EQ(inside("cd /home/zoe; export HOME=$PWD ZU_HOST=$PWD/zu XDG_RUNTIME_DIR=/run/user/12345;"
-                     "as=\"setpriv --reuid 12345 --regid 12345 --clear-groups\"; $as mkdir -p zu/services;"
-                     "$as systemctl --user set-environment ZU_HOST=$ZU_HOST;"
-                     "echo systemd >zu/services/.manager; call=\"$as /opt/zu/test_service_units --call\";"
-                     "$call install mine \"/bin/sleep 1000\"; $call start mine;"
-                     "$as systemctl --user is-active zu@mine; $call uninstall mine; ls zu/services"),
-              "1\n1\nactive\n1\n");
 }
 
 } // namespace
