@@ -28,7 +28,7 @@ OSVERSIONINFOEXW version_of(uint32_t id, uint32_t major, uint32_t minor, const s
 
 constexpr const char* registry_file = "../host/registry.reg";
 
-TEST(description, follows_the_table) {
+TEST(description, of_all_systems) {
     const file_place place; // with a registry of its own
     const std::tuple<uint32_t, uint32_t, uint32_t, const char16_t*, const char*> rows[] = {
         // clang-format off
@@ -83,9 +83,8 @@ TEST(description, follows_the_table) {
         place.write(registry_file, lines);
         EXPECT_EQ(described(version_of(2, 4, 0, u"SP", 3), false), expected) << lines;
     }
-}
 
-TEST(description, of_this_system) {
+    // This system.
     utsname kernel;
     uname(&kernel);
     const std::string line = narrow(taken(ZU_get_os_desc()));
