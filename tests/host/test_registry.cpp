@@ -142,7 +142,7 @@ TEST_F(registry, calls_give_the_platforms_codes) {
     EXPECT_EQ(GetLastError(), 77u);
 }
 
-TEST_F(registry, a_changed_file_is_seen_at_once) {
+TEST_F(registry, a_changed_file_is_seen_at_once_and_as_a_whole) {
     const std::string file = place.host_path("../host/registry.reg");
     EXPECT_EQ(text(u"k"), u"<2>") << "no file is an empty registry";
     const timespec past[] = {{1000, 0}, {1000, 0}};
@@ -187,9 +187,9 @@ TEST_F(registry, a_changed_file_is_seen_at_once) {
     EXPECT_EQ(text(u"k"), u"<2>");
     mkdir(file.c_str(), 0755);
     EXPECT_EQ(text(u"k"), u"<5>");
-}
+    std::filesystem::remove(file);
 
-TEST_F(registry, threads_read_whole_states_while_it_is_replaced) {
+    // Threads read whole states while it is replaced.
     std::atomic<bool> stop{false};
     const auto replace = [&](int number) {
         const std::string n = std::to_string(number);
@@ -198,9 +198,9 @@ TEST_F(registry, threads_read_whole_states_while_it_is_replaced) {
         std::filesystem::rename(place.host_path("../host/new"), place.host_path("../host/registry.reg"));
     };
     replace(0);
-    crew readers;
+    crew crowd;
     for (int i = 0; i < 3; ++i) {
-        readers.add([&] {
+        crowd.add([&] {
             while (!stop) {
                 const std::u16string a = text(u"k", u"a"), b = text(u"k", u"b");
                 ASSERT_LE(std::stoi(narrow(a)), std::stoi(narrow(b)));

@@ -23,7 +23,7 @@ protected:
     const std::string path_ = place_.host_path("file"), port_ = std::to_string(port_of_our_own());
 };
 
-TEST_F(taskd, bad_lines_and_next_firings) {
+TEST_F(taskd, bad_lines_and_options_and_next_firings) {
     const std::string start = " | 2024-01-01 00:00 | ";
     const std::string bad[][2] = {
         {"only | three | \x80\xff", "a task is: name | rule | start [to end] | exclusions | action text"},
@@ -59,6 +59,20 @@ TEST_F(taskd, bad_lines_and_next_firings) {
                              "e         week-of-month 2 1         never again\n"
                              "f         monthly 30                not in sight\n");
     EXPECT_EQ(result.exit_code, 1);
+
+    // It tells how it is used.
+    EXPECT_NE(run("--help").output.find("weekday-of-month"), std::string::npos);
+    // clang-format off
+    const char* const wrong[] = {
+        "--fro 3", "--for", "--for x", "-x", "a b", "''", "--single ''", "--port 65536", "--next --start", "--ask h:1",
+        "--next --for 3", "--ask h:1 a b", "--ask h:1 --trace a", "a --ask h:1", "--name n a", "--install --uninstall",
+        "--install --next", "--start a", "--stop --log l", "--state --name", "--ask h:1 --name n a"};
+    // clang-format on
+    for (const char* options : wrong) {
+        const outcome refused = run_command(program + " " + options);
+        EXPECT_EQ(refused.exit_code, 2) << options;
+        EXPECT_EQ((refused.output + refused.error_output).rfind("usage: taskd ", 0), 0u) << options;
+    }
 }
 
 TEST_F(taskd, a_whole_run_with_rude_clients) {
@@ -86,21 +100,6 @@ TEST_F(taskd, a_whole_run_with_rude_clients) {
           "/none: There is no file", "log\nlog.1\nlog.2\nlog.errors\n\nd:\nfuture.tmp\nnew.tmp\nold.txt\n"})
         EXPECT_NE(result.output.find(text), std::string::npos)
             << text << result.output << result.error_output;
-}
-
-TEST_F(taskd, tells_how_it_is_used) {
-    EXPECT_NE(run("--help").output.find("weekday-of-month"), std::string::npos);
-    // clang-format off
-    const char* const wrong[] = {
-        "--fro 3", "--for", "--for x", "-x", "a b", "''", "--single ''", "--port 65536", "--next --start", "--ask h:1",
-        "--next --for 3", "--ask h:1 a b", "--ask h:1 --trace a", "a --ask h:1", "--name n a", "--install --uninstall",
-        "--install --next", "--start a", "--stop --log l", "--state --name", "--ask h:1 --name n a"};
-    // clang-format on
-    for (const char* options : wrong) {
-        const outcome result = run_command(program + " " + options);
-        EXPECT_EQ(result.exit_code, 2) << options;
-        EXPECT_EQ((result.output + result.error_output).rfind("usage: taskd ", 0), 0u) << options;
-    }
 }
 
 TEST_F(taskd, single_instance) {

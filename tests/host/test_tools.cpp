@@ -78,7 +78,7 @@ TEST(command, paths_and_drives) {
     });
 }
 
-TEST(command, registry_files_in_every_encoding) {
+TEST(command, registry_files_in_every_encoding_and_a_users_own) {
     as_both_users([](const file_place& place) {
         setenv("HOME", place.host_path().c_str(), 1);
         const std::string copy = place.host_path("copy.reg"),
@@ -139,22 +139,20 @@ TEST(command, registry_files_in_every_encoding) {
             EXPECT_EQ(zu("registry set 'HKLM\\x' y sz z").exit_code, 1);
             EXPECT_EQ(place.read("../host/registry.reg"), file);
         }
-    });
-}
 
-TEST(command, keeps_a_users_own_registry_over_the_machines) {
-    const file_place place;
-    setenv("HOME", place.host_path().c_str(), 1);
-    said("registry set 'HKCU\\a' mine sz 1");
-    EXPECT_TRUE(place.exists(".config/zu/registry.reg"));
-    place.write(
-        "../host/registry.reg",
-        "Windows Registry Editor Version 5.00\n[HKEY_CURRENT_USER\\a]\n\"all\"=\"2\"\n\"mine\"=\"0\"\n");
-    EXPECT_EQ(value_of("'HKCU\\a' all") + value_of("'HKCU\\a' mine"), "21");
-    said("registry delete 'HKCU\\a' all");
-    EXPECT_EQ(zu("registry get 'HKCU\\a' all").exit_code, 1) << "hidden, though the machine has it";
-    said("registry delete 'HKCU\\a'");
-    EXPECT_EQ(zu("registry list 'HKCU\\a'").exit_code, 1);
+        // A user's own file comes over the machine's.
+        place.write("../host/registry.reg", "");
+        said("registry set 'HKCU\\a' mine sz 1");
+        EXPECT_TRUE(place.exists(".config/zu/registry.reg"));
+        place.write(
+            "../host/registry.reg",
+            "Windows Registry Editor Version 5.00\n[HKEY_CURRENT_USER\\a]\n\"all\"=\"2\"\n\"mine\"=\"0\"\n");
+        EXPECT_EQ(value_of("'HKCU\\a' all") + value_of("'HKCU\\a' mine"), "21");
+        said("registry delete 'HKCU\\a' all");
+        EXPECT_EQ(zu("registry get 'HKCU\\a' all").exit_code, 1) << "hidden, though the machine has it";
+        said("registry delete 'HKCU\\a'");
+        EXPECT_EQ(zu("registry list 'HKCU\\a'").exit_code, 1);
+    });
 }
 
 // Writers that are killed at any moment, and one that waits for another.
