@@ -1,4 +1,5 @@
-// Encodings: every length, exact areas, and the built-in alphabets against the general engine.
+// Encodings: every length, exact areas, and the built-in alphabets against the general engine. Digests of MD5: texts of
+// the published suite, and other lengths against values from another implementation.
 #include "support/portable.h"
 
 namespace {
@@ -161,6 +162,30 @@ TEST(encoding, hexadecimal_of_every_length_and_its_errors) {
         before.resize(count, 0xA5);
         ASSERT_EQ(decode_to(count, upper, decode), (decoded{1, count, before})) << at;
     }
+}
+
+// The digest in hexadecimal; the area has bytes on both sides.
+std::string digest_of(const bytes& input) {
+    uint8_t area[18];
+    std::memset(area, 0x5A, sizeof area);
+    ZU_md5_hash(input.data(), static_cast<uint32_t>(input.size()), area + 1);
+    EXPECT_EQ(std::pair(area[0], area[17]), std::pair(uint8_t{0x5A}, uint8_t{0x5A}))
+        << "16 bytes and no more";
+    ZU_wchar text[33];
+    ZU_bin2hex(area + 1, 16, text);
+    return narrow(ZU_strlwr(text));
+}
+
+TEST(md5, known_digests) {
+    bytes input; // byte number i is i modulo 251; a copy lies in a block of its exact size
+    std::string digests;
+    for (; input.size() < 200; input.push_back(static_cast<uint8_t>(input.size() % 251)))
+        digests += digest_of(bytes(input));
+    EXPECT_EQ(digest_of({digests.begin(), digests.end()}), "987e7e0e8d0969610f0a061b7e3fc520") << digests;
+    EXPECT_EQ(digest_of({}), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(digest_of({'a', 'b', 'c'}), "900150983cd24fb0d6963f7d28e17f72");
+    const bytes large((1u << 29) + 3); // more than 32 bits of bits
+    EXPECT_EQ(digest_of(large), "f477dd2300ffb741b990c4eac208d915");
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace zu_test {
 
@@ -31,9 +31,7 @@ void scratch::write(std::string_view relative, std::string_view bytes) const {
 
 std::string scratch::read(std::string_view relative) const {
     std::ifstream stream(at(relative), std::ios::binary);
-    std::ostringstream bytes;
-    bytes << stream.rdbuf();
-    return bytes.str();
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 bool scratch::exists(std::string_view relative) const {
