@@ -55,11 +55,13 @@ DWORD file::close() {
 size_t file::take_line_ahead(char* out, size_t most) {
     if (!block_holds(most))
         return 0;
-    const char* start = block_.get() + (position_ - block_start_);
+    const auto offset = static_cast<size_t>(position_ - block_start_);
+    const char* start = block_.get() + offset;
     const void* end = std::memchr(start, '\n', most);
     const size_t searched = end ? static_cast<size_t>(static_cast<const char*>(end) - start) : most;
-    if (const void* zero = std::memchr(start, 0, searched))
-        end = zero;
+    if (may_hold_zero(offset + searched))
+        if (const void* zero = std::memchr(start, 0, searched))
+            end = zero;
     if (!end)
         return 0;
     const size_t size = static_cast<size_t>(static_cast<const char*>(end) - start) + 1;
@@ -69,6 +71,16 @@ size_t file::take_line_ahead(char* out, size_t most) {
     latest_end_ = position_ + most;
     position_ += size;
     return size;
+}
+
+// Whether a zero byte is in the block before an offset. The block is searched once: text has none, and a search in each
+// line would cost more.
+bool file::may_hold_zero(size_t end) {
+    if (end <= without_zero_)
+        return false;
+    const void* zero = std::memchr(block_.get() + without_zero_, 0, block_size_ - without_zero_);
+    without_zero_ = zero ? static_cast<size_t>(static_cast<const char*>(zero) - block_.get()) : block_size_;
+    return end > without_zero_;
 }
 
 DWORD file::read(char* out, size_t count, size_t& done) {
@@ -147,6 +159,7 @@ bool file::fill_block() {
         return false;
     block_start_ = position_;
     block_size_ = static_cast<size_t>(read);
+    without_zero_ = 0;
     return true;
 }
 

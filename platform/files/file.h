@@ -79,6 +79,7 @@ private:
         return position_ >= block_start_ && position_ - block_start_ < block_size_
                && count <= block_size_ - (position_ - block_start_);
     }
+    bool may_hold_zero(size_t end);
     bool is_sequential() const;
     bool fill_block();
     void drop_block() { block_size_ = 0; }
@@ -105,6 +106,7 @@ private:
     std::unique_ptr<char[]> block_;
     uint64_t block_start_ = 0;
     size_t block_size_ = 0;
+    size_t without_zero_ = 0; // so many bytes at its start are known to hold no zero byte
     // The positions where the latest read began and ended.
     uint64_t latest_start_ = 0;
     uint64_t latest_end_ = 0;
