@@ -104,14 +104,6 @@ TEST_F(sockets, streams_tell_how_their_connection_ended) {
     EXPECT_EQ(transmit(left.server), WSAECONNRESET);
 }
 
-TEST_F(sockets, streams_tell_a_reset) {
-    connection reset;
-    reset.client.close_with_reset();
-    EXPECT_EQ(receive(reset.server), WSAECONNRESET);
-    EXPECT_EQ(transmit(reset.server), WSAECONNRESET) << "no signal";
-    EXPECT_EQ(outcome_of(ZU_send(reset.server, "x", -1, 0)), WSAEFAULT);
-}
-
 enum : unsigned { read_ready = 1, write_ready = 2, error_ready = 4 };
 
 unsigned readiness(SOCKET socket) {
@@ -155,6 +147,8 @@ TEST_F(sockets, each_state_shows_in_its_sets) {
     reset.client.close_with_reset();
     EXPECT_EQ(readiness(reset.server), read_ready | write_ready);
     EXPECT_EQ(receive(reset.server), WSAECONNRESET) << "looking has not taken the reason away";
+    EXPECT_EQ(transmit(reset.server), WSAECONNRESET) << "no signal";
+    EXPECT_EQ(outcome_of(ZU_send(reset.server, "x", -1, 0)), WSAEFAULT);
 }
 
 TEST_F(sockets, datagrams) {
@@ -163,7 +157,6 @@ TEST_F(sockets, datagrams) {
     const int long_enough_ms = 2000;
     EXPECT_EQ(set_option(receiver, SO_RCVTIMEO, &long_enough_ms), 0);
     let_block(fresh, false); // although none of these calls waits
-    EXPECT_EQ(receive(fresh), WSAEINVAL) << "without a port nothing can arrive";
     EXPECT_EQ(transmit(fresh), WSAENOTCONN);
     EXPECT_EQ(accept_with_short_length(fresh), WSAEOPNOTSUPP);
     EXPECT_EQ(transmit(fresh, to, "abcd", 8), WSAEFAULT);
@@ -273,8 +266,6 @@ TEST_F(sockets, port_test_verdicts) {
         EXPECT_EQ(tested(u"127.0.0.1", port_of(open), 0xFFFFFFFF), "0, 0");
         EXPECT_EQ(tested(u"127.0.0.1", port_of(idle), 5000), "1, 10035") << "refused";
         EXPECT_EQ(tested(u"127.0.0.1", port_of(silent.listener), 0), "2, 10035") << "polled";
-        EXPECT_EQ(tested(nullptr, port_of(open)), "1, 87");
-        EXPECT_EQ(tested(u"localhost", port_of(open)), "1, 10051") << "a name is not looked up";
         EXPECT_EQ(tested(u"127.0.0.1", 0), "1, 10049");
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(tested(u"127.0.0.1", port_of(silent.listener), 1200), "2, 10035");

@@ -28,11 +28,8 @@ TEST(file_time, what_does_not_convert) {
 TEST(date_text, is_read_field_by_field) {
     set_zone("UTC0");
     constexpr ZU_time_t start = 1146394242; // 2006-04-30 10:50:42
-    const struct {
-        const ZU_wchar* text;
-        ZU_time_t time;
-        int fields_stored;
-    } rows[] = {
+    // The text, its time, and how many fields are stored.
+    const std::tuple<const ZU_wchar*, ZU_time_t, int> rows[] = {
         // clang-format off
         {u"2006\\04\\30-10:50:42", start, 6}, {u"2006-04-30 10", -1, 4}, {u"::2006/4/30//10 50 - 42:", start, 6}, {u" :-/\\", -1, 0},
         {u"2006x-+4-30y 10z:50:42", start, 6}, {u"2006-04-30 10:50 trailing", start - 42, 6}, {u"2006-02-31 00:00", 1141344000, 6},
@@ -41,36 +38,33 @@ TEST(date_text, is_read_field_by_field) {
         {u"2006-04-30 10:50:60", -1, 5}, {u"2006-00-01 00:00", -1, 1},
         // clang-format on
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, time, stored] : rows) {
         ZU_tm fields{-9, -9, -9, -9, -9, -9, -9, -9, -9};
-        EXPECT_EQ(ZU_read_tm(row.text, &fields), row.time) << narrow(row.text);
-        EXPECT_EQ(ZU_read_time_t(row.text), row.time) << narrow(row.text);
+        EXPECT_EQ(ZU_read_tm(text, &fields), time) << narrow(text);
+        EXPECT_EQ(ZU_read_time_t(text), time) << narrow(text);
         ZU_tm expected = fields;
-        if (row.time >= 0)
-            ZU_localtime(row.time, &expected);
-        EXPECT_EQ(std::memcmp(&fields, &expected, sizeof fields), 0) << narrow(row.text);
+        if (time >= 0)
+            ZU_localtime(time, &expected);
+        EXPECT_EQ(std::memcmp(&fields, &expected, sizeof fields), 0) << narrow(text);
         const int32_t in_order[] = {fields.tm_year, fields.tm_mon, fields.tm_mday,
                                     fields.tm_hour, fields.tm_min, fields.tm_sec};
-        EXPECT_EQ(6 - std::count(in_order, in_order + 6, -9), row.fields_stored) << narrow(row.text);
+        EXPECT_EQ(6 - std::count(in_order, in_order + 6, -9), stored) << narrow(text);
     }
     set_zone("PST8PDT");
     EXPECT_EQ(ZU_read_time_t(u"2007-07-15 12:00"), 1184526000) << "in summer time, without being told so";
 }
 
 TEST(date_text, is_written_in_nineteen_characters) {
-    const struct {
-        ZU_tm fields;
-        const ZU_wchar* text;
-    } rows[] = {
+    const std::pair<ZU_tm, const ZU_wchar*> rows[] = {
         {{42, 50, 10, 30, 3, 106, 0, 0, 0}, u"2006-04-30 10:50:42"},
         {{0, 0, 0, 1, 0, 8100, 0, 0, 0}, u"10000-01-01 00:00:0"},
         {{-5, 75, -1, 0, 12, 106, 0, 0, 0}, u"2006-13-00 -1:75:-5"},
         {{0, 0, 0, 1, INT32_MAX, INT32_MAX, 0, 0, 0}, u"-2147481749--214748"}, // the sums wrap
     };
-    for (const auto& row : rows) {
+    for (const auto& [fields, text] : rows) {
         std::u16string buffer(21, u'#');
-        ZU_write_tm(&row.fields, buffer.data());
-        EXPECT_EQ(buffer, row.text + std::u16string(u"\0#", 2));
+        ZU_write_tm(&fields, buffer.data());
+        EXPECT_EQ(buffer, text + std::u16string(u"\0#", 2));
     }
     ZU_wchar buffer[20] = u"old";
     set_zone("IST-5:30");

@@ -1,5 +1,7 @@
 #include "support/network.h"
 
+#include <random>
+
 namespace zu_test {
 
 sockaddr_in ipv4(uint16_t port, uint32_t address) {
@@ -12,6 +14,16 @@ sockaddr_in ipv4(uint16_t port, uint32_t address) {
 
 uint16_t port_of(SOCKET socket) {
     return ntohs(address_of(socket).sin_port);
+}
+
+// Drawn, as process numbers repeat: those of Wine are small, and each of its folders counts its own.
+uint16_t port_of_our_own() {
+    const started_library library;
+    for (std::random_device draw;;) {
+        const auto port = static_cast<uint16_t>(12000 + draw() % 20000);
+        if (bound_socket(SOCK_STREAM, port) != INVALID_SOCKET)
+            return port;
+    }
 }
 
 void held_socket::close() {

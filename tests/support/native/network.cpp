@@ -1,8 +1,5 @@
 #include "support/network.h"
 
-#include <cstdlib>
-#include <random>
-
 namespace zu_test {
 
 sockaddr_in address_of(SOCKET socket) {
@@ -10,17 +7,6 @@ sockaddr_in address_of(SOCKET socket) {
     int size = sizeof address;
     getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
     return address;
-}
-
-// Drawn, as process numbers repeat: those of Wine are small, and each of its folders counts its own.
-uint16_t port_of_our_own() {
-    std::random_device draw;
-    for (int i = 0; i < 1000; ++i) {
-        const auto port = static_cast<uint16_t>(12000 + draw() % 20000);
-        if (bound_socket(SOCK_STREAM, port) != INVALID_SOCKET)
-            return port;
-    }
-    std::abort();
 }
 
 void stop(SOCKET socket, direction which) {

@@ -3,11 +3,8 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 
 namespace zu_test {
@@ -17,26 +14,6 @@ sockaddr_in address_of(SOCKET socket) {
     socklen_t size = sizeof address;
     getsockname(static_cast<int>(socket), reinterpret_cast<sockaddr*>(&address), &size);
     return address;
-}
-
-// A name that belongs to the same network as the port tells other tests that it is taken, until this process ends.
-uint16_t port_of_our_own() {
-    constexpr int ports = 20000;
-    for (int i = 0; i < ports; ++i) {
-        const auto port = static_cast<uint16_t>(12000 + (getpid() + i) % ports);
-        const sockaddr_in address = ipv4(port);
-        sockaddr_un name{AF_UNIX, {}};
-        std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1, "zu-test-port-%d", port);
-        const int claim = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const bool is_free = bind(claim, reinterpret_cast<const sockaddr*>(&name), sizeof name) == 0
-                             && bind(probe, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-        close(probe);
-        if (is_free)
-            return port;
-        close(claim);
-    }
-    std::abort();
 }
 
 void stop(SOCKET socket, direction which) {
