@@ -195,6 +195,8 @@ void moves_and_deletes() {
         make(kind::file, other);
         note_change(std::string("move a file to ") + one.name, one.path,
                     [&] { return ZU_move_file(other, one.path); });
+        if (one.path == items[7].path)
+            RESULT("a file moved to it", ZU_get_actual_file_name(one.path));
     }
     for (const auto& [one, to] : {std::pair{items[1], items[1].path},
                                   {items[1], items[7].path},
@@ -203,6 +205,7 @@ void moves_and_deletes() {
         make(one);
         note_change(std::string("move ") + one.name + " to " + show(std::u16string_view(to)), one.path,
                     [&] { return ZU_move_file(one.path, to); });
+        RESULT(show(std::u16string_view(to)), ZU_get_actual_file_name(to));
     }
 }
 
