@@ -56,6 +56,8 @@ TEST_F(platform_files, what_opening_gives) {
         EXPECT_EQ(GetFileAttributesW(place.drive_path(name).c_str()), after) << narrow(name) << ' ' << given;
         EXPECT_EQ(place.read(narrow(name)), "x");
     }
+    EXPECT_TRUE(SetFileAttributesW(u"T:\\new", FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(open_code(u"T:\\new", R, CREATE_ALWAYS), denied) << "emptying is a change, too";
     SECURITY_ATTRIBUTES security{};
     EXPECT_EQ(code_of(ZU_open_file(u"T:\\none", ZU_FILE_WRITE | ZU_FILE_CREATE_NEW, &security)),
               codes::not_supported);
