@@ -200,6 +200,8 @@ void read_access_list(fuzz_input& input) {
     const SECURITY_ATTRIBUTES attributes{sizeof attributes, &descriptor, FALSE};
     check(allows_everyone(&attributes, wanted)
           == (is_granted || entries.empty())); // no list restricts nobody
+    ACL* added = nullptr;
+    check(!list || SetEntriesInAclW(0, nullptr, list, &added) == ERROR_NOT_SUPPORTED);
     LocalFree(list);
 }
 

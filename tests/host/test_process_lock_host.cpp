@@ -89,7 +89,7 @@ TEST_F(process_lock, a_forked_child_is_another_process) {
     EXPECT_TRUE(ZU_lock_process_close(lock));
 }
 
-// Two threads on two processors: a thread that is woken needs longer to get to the lock than the one that is there.
+// On two processors, a thread that is woken needs longer to get to the lock than the one that is there.
 void keep_to_processor(int number) {
     cpu_set_t one;
     CPU_ZERO(&one);
@@ -103,6 +103,7 @@ TEST_F(process_lock, giving_one_back_lets_a_sleeper_go_first) {
     ZU_lock_thread of_threads;
     ZU_lock_thread_init(&of_threads);
     ZU_lock_process lock = create();
+    keep_to_processor(0);
     for (const uint32_t timeout_ms : {60000u, ZU_WAIT_INFINITE, 0u}) {
         const auto take = [&] {
             return timeout_ms ? ZU_lock_process_lock_timeout(lock, timeout_ms)
@@ -112,6 +113,7 @@ TEST_F(process_lock, giving_one_back_lets_a_sleeper_go_first) {
             return timeout_ms ? ZU_lock_process_unlock(lock) : ZU_lock_thread_unlock(&of_threads);
         };
         const auto take_again = [&] {
+            keep_to_processor(1);
             while (!shared->over && take()) {
                 ++shared->counter;
                 for (const uint32_t start = ZU_get_tick_count(); ZU_get_tick_count() - start < 2;) {}
@@ -121,16 +123,10 @@ TEST_F(process_lock, giving_one_back_lets_a_sleeper_go_first) {
         shared->over = false;
         pid_t others[2] = {};
         crew threads;
-        if (timeout_ms) {
-            for (pid_t& other : others)
-                other = fork_child(take_again);
-        } else {
-            keep_to_processor(0);
-            threads.add([&] {
-                keep_to_processor(1);
-                take_again();
-            });
-        }
+        for (pid_t& other : others)
+            other = timeout_ms ? fork_child(take_again) : 0;
+        if (!timeout_ms)
+            threads.add(take_again);
         std::vector<int64_t> overtakings;
         for (int64_t before = 0; overtakings.size() < 21;) {
             while (shared->counter == before)
