@@ -75,10 +75,9 @@ TEST_F(process_lock, an_owner_that_is_killed_leaves_it_abandoned_once) {
         child owner(holds, {name});
         owner.next_line();
         EXPECT_TRUE(is_there());
-        if (in_order) {
-            EXPECT_EQ(owner.finish(), 0);
-        }
-        owner.kill();
+        if (!in_order)
+            owner.kill();
+        EXPECT_EQ(owner.finish(), in_order ? 0 : -1);
         EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found) << "nobody has it";
     }
     child owner(holds, {name});
