@@ -198,14 +198,16 @@ void moves_and_deletes() {
         if (one.path == items[7].path)
             RESULT("a file moved to it", ZU_get_actual_file_name(one.path));
     }
-    for (const auto& [one, to] : {std::pair{items[1], items[1].path},
-                                  {items[1], items[7].path},
-                                  {items[8], items[8].path},
-                                  {items[11], u"C:\\here\\dir\\in"}}) {
-        make(one);
-        note_change(std::string("move ") + one.name + " to " + show(std::u16string_view(to)), one.path,
-                    [&] { return ZU_move_file(one.path, to); });
-        RESULT(show(std::u16string_view(to)), ZU_get_actual_file_name(to));
+    const std::pair<item, const ZU_wchar*> ways_to_itself[] = {{items[1], items[1].path},
+                                                               {items[1], items[7].path},
+                                                               {items[8], items[8].path},
+                                                               {items[11], u"C:\\here\\dir\\in"}};
+    for (const auto& way : ways_to_itself) {
+        make(way.first);
+        const std::string to = show(std::u16string_view(way.second));
+        note_change(std::string("move ") + way.first.name + " to " + to, way.first.path,
+                    [&] { return ZU_move_file(way.first.path, way.second); });
+        RESULT(to, ZU_get_actual_file_name(way.second));
     }
 }
 
