@@ -12,8 +12,19 @@ sockaddr_in ipv4(uint16_t port, uint32_t address) {
     return result;
 }
 
+sockaddr_in address_of(SOCKET socket) {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size);
+    return address;
+}
+
 uint16_t port_of(SOCKET socket) {
     return ntohs(address_of(socket).sin_port);
+}
+
+void stop(SOCKET socket, direction which) {
+    shutdown(socket, static_cast<int>(which)); // SHUT_RD to SHUT_RDWR, as SD_RECEIVE to SD_BOTH
 }
 
 // Drawn, as process numbers repeat: those of Wine are small, and each of its folders counts its own.
