@@ -92,6 +92,8 @@ TEST(account, look_ups_tell_the_room_they_need_and_ask_other_domains) {
     const uint8_t expected[] = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0x21, 2, 0, 0};
     EXPECT_EQ(std::memcmp(sid, expected, sizeof expected), 0);
 
+    EXPECT_EQ(code_of(ZU_user_exist(nullptr, u"shadow")), no_code) << "a group of the host";
+
     // Users of other domains are known by these names.
     const file_place place;
     std::ostringstream all;
