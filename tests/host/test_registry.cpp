@@ -22,25 +22,44 @@ protected:
     file_place place;
 };
 
-// The command reads and writes all encodings, see test_tools.cpp.
-TEST_F(registry, texts_of_any_length_and_of_the_older_format) {
+// The command reads and writes all encodings, see test_tools.cpp. The values are those of results/, with some that
+// another platform's reader takes for something else.
+TEST_F(registry, texts_and_numbers) {
     setenv("LC_ALL", "POSIX", 1);
     const std::string long_text(1 << 20, 'z');
-    write("[HKEY_LOCAL_MACHINE\\Software\\\xC3\x84rger]\r\n@=\"C:\\new \xC3\xA4\"\r\n"
-          "\"lines\"=\"one\r\ntwo\" ; a comment\r\n\"odd\"=hex(1):61,00,62\r\n\"long\"=\""
-          + long_text + "\"");
+    write(
+        "[HKEY_LOCAL_MACHINE\\Software\\\xC3\x84rger]\r\n@=\"C:\\new \xC3\xA4\"\r\n\"eleven\"=\"xxxxxxxxxxx\"\r\n"
+        "\"twelve\"=\"yyyyyyyyyyyy\"\r\n\"lines\"=\"one\r\ntwo\" ; a comment\r\n\"odd\"=hex(1):61,00,62\r\n"
+        "\"nothing\"=hex(1):\r\n\"expand\"=hex(2):25,00,00,00\r\n\"number\"=dword:fffffffe\r\n\"four\"=hex:1,2,3,4\r\n"
+        "\"quad\"=hex(b):1,2,3,4,5,6,7,8\r\n\"short\"=hex(4):fe\r\n\"none\"=hex(4):\r\n\"long\"=\""
+        + long_text + "\"");
     const std::u16string key = u"SOFTWARE\\\u00e4RGER";
-    EXPECT_EQ(text(key), u"C:\\new \u00e4");
-    EXPECT_EQ(text(key, u"lines"), u"one\r\ntwo");
-    EXPECT_EQ(text(key, u"odd"), u"ab");
-    EXPECT_TRUE(text(key, u"long") == wide(long_text));
+    const std::tuple<const ZU_wchar*, std::u16string, uint32_t, uint32_t> rows[] = {
+        // the number, and its code
+        // clang-format off
+        {nullptr, u"C:\\new \u00e4", 0, 2}, {u"eleven", u"xxxxxxxxxxx", 0, 2}, {u"TWELVE", u"yyyyyyyyyyyy", 0, 2},
+        {u"lines", u"one\r\ntwo", 0, 2},    {u"odd", u"ab", 0, 2},             {u"nothing", u"", 0, 2},
+        {u"expand", u"%", 0, 2},            {u"four", u"<2>", 0, 2},           {u"number", u"<2>", 0xFFFFFFFE, 0},
+        {u"quad", u"<2>", 0, 234},          {u"short", u"<2>", 0xFE, 0},       {u"none", u"<2>", 0, 0},
+        {u"missing", u"<2>", 0, 2},         {u"long", wide(long_text), 0, 2}};
+    // clang-format on
+    uint32_t number;
+    for (const auto& [name, expected, expected_number, code] : rows) {
+        number = 7;
+        EXPECT_TRUE(text(key, name) == expected) << narrow(name ? name : u"default");
+        EXPECT_EQ(code_of(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, key.c_str(), name, &number)), code)
+            << narrow(expected);
+        EXPECT_EQ(number, expected_number) << narrow(name ? name : u"default");
+    }
+    EXPECT_EQ(code_of(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"no", u"n", &(number = 7))),
+              codes::file_not_found);
+    EXPECT_EQ(number, 0u);
 
     // The older format is in the host's character set.
     write("REGEDIT4\r\n\r\n[HKEY_LOCAL_MACHINE\\k]\r\n@=\"d\xE4\"\r\n\"e\"=hex(2):61,e4,00\n\"n\"=hex(4):e4");
     const std::u16string letter = taken(ZU_char_2_wchar(ZU_ENCODING_ANSI, "\xE4", -1, nullptr));
     EXPECT_EQ(text(u"k"), u"d" + letter);
     EXPECT_EQ(text(u"k", u"e"), u"a" + letter);
-    uint32_t number;
     EXPECT_TRUE(ZU_registry_get_uint32(HKEY_LOCAL_MACHINE, u"k", u"n", &number));
     EXPECT_EQ(number, 0xE4u);
 }

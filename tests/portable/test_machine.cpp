@@ -56,6 +56,8 @@ TEST_F(services, are_there_until_they_are_uninstalled) {
     EXPECT_EQ(code_of(ZU_NT_service_uninstall(nullptr, odd.c_str())), 0u);
     EXPECT_EQ(code_of(ZU_NT_service_exist(nullptr, odd.c_str())), codes::service_does_not_exist);
     EXPECT_EQ(install(odd, nullptr), 0u) << "once more";
+    for (const ZU_bool starting : {0, 1})
+        EXPECT_EQ(code_of(ZU_NT_service_wait_pending(nullptr, starting)), codes::invalid_handle);
 }
 
 TEST_F(services, of_some_kinds_cannot_be_installed) {

@@ -185,8 +185,6 @@ void services_and_accounts() {
             RESULT(name, ZU_NT_service_uninstall(machine, text.c_str()));
         }
     RESULT("no service", ZU_NT_service_exist(nullptr, nullptr));
-    RESULT("start", ZU_NT_service_wait_pending(nullptr, 1));
-    RESULT("stop", ZU_NT_service_wait_pending(nullptr, 0));
     for (const uint32_t type : {0u, 4u, 0x10u, 0x30u})
         for (const uint32_t start : {0u, 1u, 5u})
             RESULT("type " + hex(type) + " start " + show(start),
