@@ -41,21 +41,6 @@ TEST(library, calls_need_it) {
     EXPECT_EQ(code_of(ZU_get_ip_address_by_host_name(u"localhost")), uint32_t{WSANOTINITIALISED});
 }
 
-TEST(library, calls_need_a_socket) {
-    const started_library library;
-    const SOCKET closed = ZU_socket(AF_INET, SOCK_STREAM, 0);
-    ASSERT_EQ(ZU_socket_close(closed), 0);
-    for (SOCKET stranger : {INVALID_SOCKET, closed}) {
-        for (int code : all_calls(stranger))
-            EXPECT_EQ(code, WSAENOTSOCK) << stranger;
-    }
-    fd_set set = set_of(closed);
-    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, &set, nullptr, nullptr)), WSAENOTSOCK);
-    EXPECT_EQ(outcome_of(ZU_select(0, nullptr, nullptr, nullptr, nullptr)), WSAEINVAL);
-    FD_ZERO(&set);
-    EXPECT_EQ(outcome_of(ZU_select(0, &set, nullptr, &set, nullptr)), WSAEINVAL);
-}
-
 TEST_F(sockets, codes_of_streams_by_state) {
     const held_socket fresh = stream_socket(), listener = listening_socket(),
                       idle = bound_socket(SOCK_STREAM);

@@ -262,6 +262,13 @@ void sockets() {
         return socket;
     };
     on_socket("no socket", INVALID_SOCKET);
+    const SOCKET closed = ZU_socket(AF_INET, SOCK_STREAM, 0);
+    ZU_socket_close(closed);
+    on_socket("closed, no socket", closed);
+    fd_set empty;
+    FD_ZERO(&empty);
+    RESULT("empty", ZU_select(0, &empty, nullptr, &empty, nullptr));
+    RESULT("null", ZU_select(0, nullptr, nullptr, nullptr, nullptr));
     on_socket("fresh stream socket", ZU_socket(AF_INET, SOCK_STREAM, 0));
     on_socket("bound stream socket", bound(ZU_socket(AF_INET, SOCK_STREAM, 0)));
     on_socket("fresh datagram socket", ZU_socket(AF_INET, SOCK_DGRAM, 0));
