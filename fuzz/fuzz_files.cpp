@@ -1,5 +1,4 @@
-// Paths, names and patterns of any text; drives, shares and attributes as the host may have them; log files of any name
-// and settings.
+// Drives, shares and attributes as the host may have them; log files of any name and settings.
 #include <sys/xattr.h>
 
 #include <algorithm>
@@ -7,10 +6,6 @@
 
 #include "fuzz/check.h"
 #include "platform/files/drives.h"
-#include "platform/files/name_map.h"
-#include "platform/files/path.h"
-#include "platform/files/wildcard.h"
-#include "platform/text/case_fold.h"
 #include "zu/zu.h"
 
 namespace {
@@ -33,76 +28,6 @@ std::u16string take_units(fuzz_input& input, size_t most) {
     for (const char c : text)
         units += c ? static_cast<unsigned char>(c) : u'~';
     return units;
-}
-
-// A path stays on its drive: there, it never has an empty, "." or ".." component, nor a zero byte.
-void read_path(fuzz_input& input) {
-    const path_use use = input.ConsumeBool() ? path_use::exact : path_use::search;
-    const std::u16string start = input.ConsumeBool() ? u"\\\\?\\C:\\" : u"";
-    parsed_path path;
-    if (parse_path((start + remaining_text(input)).c_str(), use, path) != ERROR_SUCCESS)
-        return;
-    check(path.root_size == 0); // C: is /
-    check(path.host.find('\0') == std::string::npos);
-    for (const char* component : {"//", "/./", "/../"})
-        check((path.host + '/').find(component) == std::string::npos);
-    check(path.is_root == (path.host.empty() && path.pattern.empty()));
-    check(use == path_use::search || path.pattern.empty());
-}
-
-// A path of plain characters is parsed in one pass, and any other component by component: both say the same.
-void parse_both_ways(fuzz_input& input) {
-    const path_use use = input.ConsumeBool() ? path_use::exact : path_use::search;
-    const std::u16string rest = u"a" + remaining_text(input);
-    parsed_path plain, general;
-    const DWORD code = parse_path((u"\\\\?\\C:\\" + rest).c_str(), use, plain);
-    check(code == parse_path((u"\\\\?\\C:\\\u00e4\\" + rest).c_str(), use, general));
-    if (code != ERROR_SUCCESS)
-        return;
-    check("/\u00e4" + plain.host == general.host && plain.pattern == general.pattern);
-    check(plain.ends_with_separator == general.ends_with_separator && plain.root_size == general.root_size);
-}
-
-// A name comes back unchanged, either way.
-void convert_name(fuzz_input& input) {
-    std::string name = input.ConsumeRandomLengthString(300), back;
-    std::erase_if(name, [](char c) { return c == 0 || c == '/'; });
-    const std::u16string wide = remaining_text(input);
-    std::u16string spelling;
-    append_wide_name(name, spelling);
-    check(append_host_name(spelling, back) && back == name);
-    check(same_name(name, back));
-    back.clear();
-    spelling.clear();
-    if (!append_host_name(wide, back))
-        check(back.empty());
-    append_wide_name(back, spelling);
-    check(back.empty() || spelling == wide);
-}
-
-bool model(wide_view pattern, wide_view name) {
-    if (pattern.empty())
-        return name.empty();
-    if (name.empty()) { // only characters that match nothing are left: stars, marks, and dots before them
-        const size_t next = pattern[0] == u'.' ? 1 : 0;
-        return next < pattern.size() && (pattern[next] == u'*' || pattern[next] == u'?')
-               && model(pattern.substr(next + 1), name);
-    }
-    if (pattern[0] == u'*')
-        return model(pattern.substr(1), name) || model(pattern, name.substr(1));
-    if (pattern[0] == u'?')
-        return model(pattern.substr(1), name.substr(1))
-               || (name[0] == u'.' && model(pattern.substr(1), name));
-    return fold_case(pattern[0]) == fold_case(name[0]) && model(pattern.substr(1), name.substr(1));
-}
-
-// The model is exponential, and knows nothing of the two patterns with rules of their own.
-void match(fuzz_input& input) {
-    const std::u16string pattern = take_units(input, longest_component);
-    const std::u16string name = remaining_text(input).substr(0, longest_component);
-    const bool matched = matches(pattern, name);
-    if (pattern.size() <= 8 && name.size() <= 8 && !matches_all(pattern) && !pattern.ends_with(u"*."))
-        check(matched == model(pattern, name));
 }
 
 void read_drives(fuzz_input& input) {
@@ -166,7 +91,5 @@ void write_log(fuzz_input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     setenv("ZU_HOST", host.path.c_str(), 1);
-    return run_one_of(
-        {read_path, parse_both_ways, convert_name, match, read_drives, read_attributes, write_log}, data,
-        size);
+    return run_one_of({read_drives, read_attributes, write_log}, data, size);
 }

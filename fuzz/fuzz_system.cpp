@@ -1,5 +1,5 @@
-// What others may have made as they like: records, status and reports of services, the registry's files, libraries, names
-// of accounts and privileges, access lists, and the handshake of a password.
+// What others may have made as they like: status and reports of services, libraries, names of accounts and privileges,
+// access lists, and the handshake of a password.
 #include <elf.h>
 #include <fcntl.h>
 #include <link.h>
@@ -16,29 +16,13 @@
 #include "platform/access/sid.h"
 #include "platform/api/security_package.h"
 #include "platform/platform.h"
-#include "platform/services/service_record.h"
 #include "platform/services/service_status.h"
 #include "platform/system/module.h"
-#include "platform/system/registry.h"
 #include "zu/zu.h"
 
 namespace {
 
 using namespace platform;
-
-// What was read is written so that it is read the same.
-void read_record(fuzz_input& input) {
-    service_record record, again;
-    if (!read_record(input.ConsumeRemainingBytesAsString(), record))
-        return;
-    const std::string written = text_of(record);
-    check(read_record(written, again) && text_of(again) == written);
-    check(again.name == record.name && again.command_line == record.command_line
-          && again.dependencies == record.dependencies);
-    const std::string directory = directory_name_of(record.name);
-    check(!directory.empty() && directory.size() <= 255 && directory[0] != '.'
-          && directory.find('/') == std::string::npos);
-}
 
 const fuzz_directory directory;
 
@@ -97,32 +81,6 @@ void receive_report(fuzz_input& input) {
     for (const char* name : {"READY", "STOPPING", "EXTEND_TIMEOUT_USEC", ""})
         check(zu_helper::reported(text, name).find('\n') == std::string_view::npos);
     check(next_descriptor() == next_before);
-}
-
-size_t visit(const registry_node& node, size_t depth) {
-    check(depth <= deepest_key);
-    size_t bytes = 0;
-    for (const auto& [name, value] : node.values) {
-        check(folded_name(name) == name);
-        bytes += value.data.size();
-    }
-    for (const auto& [name, key] : node.keys) {
-        check(name.size() <= longest_key_name && folded_name(name) == name);
-        check(!name.empty() && node.find(name) == key.get());
-        bytes += visit(*key, depth + 1);
-    }
-    return bytes;
-}
-
-// Every name of the registry is folded, found again and within the limits.
-void read_registry(fuzz_input& input) {
-    const std::string bytes = input.ConsumeRemainingBytesAsString();
-    registry_node roots;
-    registry_text text;
-    check(text.decode(bytes) == 0);
-    const skipped_lines skipped = read_registry_text(text, roots);
-    check(visit(roots, 0) <= 4 * bytes.size() + 4);
-    check(skipped.first <= bytes.size() + 1 && (skipped.count == 0) == (skipped.first == 0));
 }
 
 struct library_image {
@@ -270,7 +228,7 @@ void shake_hands(fuzz_input& input) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    return run_one_of({read_record, read_status, receive_report, read_registry, read_library, look_up_names,
-                       read_access_list, shake_hands},
-                      data, size);
+    return run_one_of(
+        {read_status, receive_report, read_library, look_up_names, read_access_list, shake_hands}, data,
+        size);
 }

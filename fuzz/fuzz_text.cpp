@@ -1,4 +1,5 @@
-// Texts of any kind: conversions, formats, message templates, addresses, command lines, dates, zones, timers.
+// Texts of any kind: conversions, formats, message templates, addresses, command lines, paths, names, patterns, records of
+// services, registry files. None of this asks the host, so a run has many turns.
 #include <arpa/inet.h>
 
 #include <algorithm>
@@ -6,11 +7,19 @@
 #include <utility>
 
 #include "fuzz/check.h"
+#include "platform/files/name_map.h"
+#include "platform/files/path.h"
+#include "platform/files/wildcard.h"
 #include "platform/platform.h"
+#include "platform/services/service_record.h"
+#include "platform/system/registry.h"
+#include "platform/text/case_fold.h"
 #include "platform/text/command_line.h"
 #include "zu/zu.h"
 
 namespace {
+
+using namespace platform;
 
 // Blocks of their own size show a look behind the end. What has come out of UTF-8 is a fixed point.
 void convert(fuzz_input& input) {
@@ -43,8 +52,7 @@ const char16_t* const arguments[] = {u"text", u"", u"a longer text, of more unit
 
 template <size_t... I>
 int print(char16_t* out, size_t count, const char16_t* text, std::index_sequence<I...>) {
-    return platform::_snwprintf(out, count, text, arguments[I % 4]..., 1.5, -1e300, 0.0, 1e-320, 3.0, 2.5,
-                                1e15, -0.0);
+    return _snwprintf(out, count, text, arguments[I % 4]..., 1.5, -1e300, 0.0, 1e-320, 3.0, 2.5, 1e15, -0.0);
 }
 
 // Arguments that every conversion can take: pointers to texts. Areas of every size are filled as the measured length
@@ -94,7 +102,7 @@ void read_address(fuzz_input& input) {
 
 void read_command_line(fuzz_input& input) {
     const std::u16string text = remaining_text(input);
-    platform::command_line line(text);
+    command_line line(text);
     do {
         size_t units = line.program().size();
         for (const std::u16string& argument : line.arguments())
@@ -103,96 +111,115 @@ void read_command_line(fuzz_input& input) {
     } while (line.lengthen_program());
 }
 
-// What is read is written as it stands and reads back as the same time, unless the local time exists twice or the day
-// does not exist.
-void read_date(fuzz_input& input) {
-    setenv("TZ",
-           input.PickValueInArray({"UTC", "Europe/Berlin", "Australia/Lord_Howe", "AAA24BBB-24,J50,J300"}),
-           1);
-    const std::u16string text = remaining_text(input);
-    ZU_tm local{};
-    const ZU_time_t time = ZU_read_tm(text.c_str(), &local);
-    check(time >= -1 && ZU_read_time_t(text.c_str()) == time);
-    ZU_wchar written[20];
-    ZU_write_tm(&local, written);
-    if (time < 0)
+// A path stays on its drive: there, it never has an empty, "." or ".." component, nor a zero byte.
+void read_path(fuzz_input& input) {
+    const path_use use = input.ConsumeBool() ? path_use::exact : path_use::search;
+    const std::u16string start = input.ConsumeBool() ? u"\\\\?\\C:\\" : u"";
+    parsed_path path;
+    if (parse_path((start + remaining_text(input)).c_str(), use, path) != ERROR_SUCCESS)
         return;
-    ZU_tm again{};
-    check(ZU_localtime(time, &again) && std::memcmp(&again, &local, sizeof local) == 0);
-    check(std::u16string(written).size() == 19);
-    check(ZU_mktime(&again) == time); // the daylight flag tells which of two times is meant
-    const ZU_time_t reread = ZU_read_time_t(written);
-    check(reread == time || std::abs(int64_t{reread} - time) <= 48 * 3600);
+    check(path.root_size == 0); // C: is /
+    check(path.host.find('\0') == std::string::npos);
+    for (const char* component : {"//", "/./", "/../"})
+        check((path.host + '/').find(component) == std::string::npos);
+    check(path.is_root == (path.host.empty() && path.pattern.empty()));
+    check(use == path_use::search || path.pattern.empty());
 }
 
-void read_zone(fuzz_input& input) {
-    std::string zone = input.ConsumeRandomLengthString(60).c_str();
-    if (zone.find_first_of("/.:") != std::string::npos) // no file of the host's
-        zone = "UTC";
-    setenv("TZ", zone.c_str(), 1);
-    while (input.remaining_bytes() > 0) {
-        const auto time = input.ConsumeIntegralInRange<ZU_time_t>(0, INT32_MAX);
-        ZU_tm local;
-        if (!ZU_localtime(time, &local))
-            continue;
-        const ZU_time_t back = ZU_mktime(&local);
-        check(back == -1 || std::abs(int64_t{back} - time) <= 7 * 24 * 3600);
-        local.tm_isdst = input.ConsumeIntegralInRange(-1, 2);
-        for (int32_t* field : {&local.tm_mon, &local.tm_mday, &local.tm_hour})
-            *field = input.ConsumeIntegral<int32_t>();
-        ZU_mktime(&local);
-    }
-}
-
-ZU_timer* make(fuzz_input& input, ZU_timer_holidays* holidays, bool& is_slow_to_search) {
-    const auto kind = input.ConsumeIntegral<uint32_t>();
-    const auto a = input.ConsumeIntegral<int32_t>(), b = input.ConsumeIntegral<int32_t>();
-    const auto c = input.ConsumeIntegral<int32_t>();
-    std::u16string t[7];
-    for (std::u16string& each : t) {
-        const std::string text = input.ConsumeRandomLengthString();
-        each.assign(text.begin(), text.end()); // bytes have a sign, so some units lie beyond ASCII
-    }
-    // A date of any bytes is mostly refused, so most of them get a good one.
-    const ZU_wchar* start = kind & 64 ? t[0].c_str() : u"2006-05-01 02:30";
-    const ZU_wchar *end = t[1].c_str(), *last = t[2].c_str(), *on = t[3].c_str();
-    const ZU_wchar *x = t[4].c_str(), *y = t[5].c_str(), *z = t[6].c_str();
-    switch (kind & 7) {
-    case 0: return ZU_timer_new_daily(start, end, last, a, x, y, z, holidays);
-    case 1: // steps of a second take millions of them
-        is_slow_to_search =
-            static_cast<uint32_t>(a) * 3600 + static_cast<uint32_t>(b) * 60 + static_cast<uint32_t>(c) < 3600;
-        return ZU_timer_new_interval(start, end, last, a, b, c, on, x, y, z, holidays);
-    case 2: return ZU_timer_new_weekly(start, end, last, on, a, x, y, holidays);
-    case 3: return ZU_timer_new_monthly(start, end, last, on, x, y, holidays);
-    case 4: return ZU_timer_new_week_of_month(start, end, last, a, on, x, y, holidays);
-    default: return ZU_timer_new_weekday_of_month(start, end, last, a, on, x, y, holidays);
-    }
-}
-
-// Due tests at any times, and the search for the next firing.
-void ask_timer(fuzz_input& input) {
-    setenv("TZ", "Europe/Berlin", 1);
-    static ZU_timer_holidays holidays;
-    if (holidays.count == 0) {
-        ZU_timer_holidays_init(&holidays);
-        const ZU_holiday christmas{12, 25};
-        ZU_timer_holidays_add(&holidays, &christmas);
-    }
-    ZU_timer_set_valid_offset_seconds(input.ConsumeIntegral<int32_t>());
-    bool is_slow_to_search = false;
-    ZU_timer* const timer = make(input, &holidays, is_slow_to_search);
-    if (!timer)
+// A path of plain characters is parsed in one pass, and any other component by component: both say the same.
+void parse_both_ways(fuzz_input& input) {
+    const path_use use = input.ConsumeBool() ? path_use::exact : path_use::search;
+    const std::u16string rest = u"a" + remaining_text(input);
+    parsed_path plain, general;
+    const DWORD code = parse_path((u"\\\\?\\C:\\" + rest).c_str(), use, plain);
+    check(code == parse_path((u"\\\\?\\C:\\\u00e4\\" + rest).c_str(), use, general));
+    if (code != ERROR_SUCCESS)
         return;
-    for (int i = 0; i < 4; ++i) {
-        const ZU_time_t before = timer->last, low = input.ConsumeIntegral<int32_t>();
-        const auto now = input.ConsumeIntegral<int32_t>();
-        const bool due = timer->ops->due(timer, low, now) == 0;
-        check(due ? timer->last <= now : timer->last == before || timer->last == 0);
+    check("/\u00e4" + plain.host == general.host && plain.pattern == general.pattern);
+    check(plain.ends_with_separator == general.ends_with_separator && plain.root_size == general.root_size);
+}
+
+// A name comes back unchanged, either way.
+void convert_name(fuzz_input& input) {
+    std::string name = input.ConsumeRandomLengthString(300), back;
+    std::erase_if(name, [](char c) { return c == 0 || c == '/'; });
+    const std::u16string wide = remaining_text(input);
+    std::u16string spelling;
+    append_wide_name(name, spelling);
+    check(append_host_name(spelling, back) && back == name);
+    check(same_name(name, back));
+    back.clear();
+    spelling.clear();
+    if (!append_host_name(wide, back))
+        check(back.empty());
+    append_wide_name(back, spelling);
+    check(back.empty() || spelling == wide);
+}
+
+bool model(wide_view pattern, wide_view name) {
+    if (pattern.empty())
+        return name.empty();
+    if (name.empty()) { // only characters that match nothing are left: stars, marks, and dots before them
+        const size_t next = pattern[0] == u'.' ? 1 : 0;
+        return next < pattern.size() && (pattern[next] == u'*' || pattern[next] == u'?')
+               && model(pattern.substr(next + 1), name);
     }
-    const ZU_time_t last = timer->last;
-    check(is_slow_to_search || (timer->ops->next(timer) >= -2 && timer->last == last));
-    timer->ops->destroy(timer);
+    if (pattern[0] == u'*')
+        return model(pattern.substr(1), name) || model(pattern, name.substr(1));
+    if (pattern[0] == u'?')
+        return model(pattern.substr(1), name.substr(1))
+               || (name[0] == u'.' && model(pattern.substr(1), name));
+    return fold_case(pattern[0]) == fold_case(name[0]) && model(pattern.substr(1), name.substr(1));
+}
+
+// The model is exponential, and knows nothing of the two patterns with rules of their own.
+void match(fuzz_input& input) {
+    const std::string bytes = input.ConsumeRandomLengthString(longest_component);
+    const std::u16string pattern(bytes.begin(), bytes.end());
+    const std::u16string name = remaining_text(input).substr(0, longest_component);
+    const bool matched = matches(pattern, name);
+    if (pattern.size() <= 8 && name.size() <= 8 && !matches_all(pattern) && !pattern.ends_with(u"*."))
+        check(matched == model(pattern, name));
+}
+
+// What was read is written so that it is read the same.
+void read_record(fuzz_input& input) {
+    service_record record, again;
+    if (!read_record(input.ConsumeRemainingBytesAsString(), record))
+        return;
+    const std::string written = text_of(record);
+    check(read_record(written, again) && text_of(again) == written);
+    check(again.name == record.name && again.command_line == record.command_line
+          && again.dependencies == record.dependencies);
+    const std::string directory = directory_name_of(record.name);
+    check(!directory.empty() && directory.size() <= 255 && directory[0] != '.'
+          && directory.find('/') == std::string::npos);
+}
+
+size_t visit(const registry_node& node, size_t depth) {
+    check(depth <= deepest_key);
+    size_t bytes = 0;
+    for (const auto& [name, value] : node.values) {
+        check(folded_name(name) == name);
+        bytes += value.data.size();
+    }
+    for (const auto& [name, key] : node.keys) {
+        check(name.size() <= longest_key_name && folded_name(name) == name);
+        check(!name.empty() && node.find(name) == key.get());
+        bytes += visit(*key, depth + 1);
+    }
+    return bytes;
+}
+
+// Every name of the registry is folded, found again and within the limits.
+void read_registry(fuzz_input& input) {
+    const std::string bytes = input.ConsumeRemainingBytesAsString();
+    registry_node roots;
+    registry_text text;
+    check(text.decode(bytes) == 0);
+    const skipped_lines skipped = read_registry_text(text, roots);
+    check(visit(roots, 0) <= 4 * bytes.size() + 4);
+    check(skipped.first <= bytes.size() + 1 && (skipped.count == 0) == (skipped.first == 0));
 }
 
 } // namespace
@@ -207,7 +234,8 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    return run_one_of(
-        {convert, format, fill_template, read_address, read_command_line, read_date, read_zone, ask_timer},
-        data, size);
+    setenv("ZU_HOST", "/nonexistent", 1);
+    return run_one_of({convert, format, fill_template, read_address, read_command_line, read_path,
+                       parse_both_ways, convert_name, match, read_record, read_registry},
+                      data, size);
 }
