@@ -74,7 +74,10 @@ ZU_stat status_of(const char16_t* path) {
 TEST_F(paths, times_are_converted_with_the_offset_in_force_now) {
     place.make_directory("d");
     place.write("f", "");
-    ASSERT_TRUE(ZU_set_file_platform_attributes(u"T:\\f", FILE_ATTRIBUTE_READONLY));
+    for (const auto& [path, mode] : {std::pair{u"T:\\f", 0x8124}, {u"T:\\d", 0x416D}}) {
+        ASSERT_TRUE(ZU_set_file_platform_attributes(path, FILE_ATTRIBUTE_READONLY));
+        EXPECT_EQ(status_of(path).st_mode, mode) << narrow(path);
+    }
     constexpr int32_t summer = 1152626400, winter = 1137000000; // July and January 2006
     constexpr char north[] = "CET-1CEST,M3.5.0,M10.5.0/3", south[] = "AEST-10AEDT,M10.1.0,M4.1.0/3";
     const auto set_modification = [&](time_t seconds) {
