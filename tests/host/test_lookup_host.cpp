@@ -235,7 +235,9 @@ TEST_F(lookup, relative_paths) {
          {std::pair{"", u"T:\\"}, {"work/a:b", u"T:\\work\\a\xF03A\x62"}, {"work", u"T:\\work"}}) {
         ASSERT_EQ(chdir(place.host_path(directory).c_str()), 0);
         const std::u16string wanted = name;
-        EXPECT_EQ(GetCurrentDirectoryW(300, text), wanted.size());
+        const auto room = static_cast<DWORD>(wanted.size());
+        EXPECT_EQ(GetCurrentDirectoryW(room, text), room + 1) << "a terminator comes behind it";
+        EXPECT_EQ(GetCurrentDirectoryW(300, text), room);
         EXPECT_EQ(text, wanted);
     }
     for (const char16_t* path : {u"T:file", u"t:..\\work\\file", u"/work/file"})

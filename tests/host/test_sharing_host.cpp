@@ -82,6 +82,8 @@ TEST_F(sharing, end_of_a_claim) {
     const std::u16string path = place.long_path(u"file");
     holder killed = opened_elsewhere(path, opened::all_alone);
     EXPECT_EQ(opened(path, opened::all_alone).code, codes::sharing_violation);
+    EXPECT_EQ(ZU_fopen(u"T:\\file", u"r"), nullptr);
+    EXPECT_EQ(errno, EACCES);
     EXPECT_EQ(code_of(ZU_delete_file(u"T:\\file")), codes::sharing_violation);
     EXPECT_EQ(code_of(ZU_move_file(u"T:\\file", u"T:\\moved")), codes::sharing_violation);
     killed.end();
