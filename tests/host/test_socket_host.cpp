@@ -59,6 +59,7 @@ TEST_F(sockets, calls_under_signals) {
     platform::one_socket_set writable(client);
     EXPECT_EQ(platform::select(0, nullptr, &writable, nullptr, nullptr), 1) << "not ready at first";
     const held_socket server(ZU_accept(listener, nullptr, nullptr));
+    EXPECT_EQ(fcntl(static_cast<int>(server), F_GETFD), FD_CLOEXEC);
     fd_set set = set_of(server);
     EXPECT_EQ(ZU_select(0, &set, nullptr, nullptr, nullptr), 1);
     EXPECT_EQ(receive(server), 1);

@@ -72,6 +72,9 @@ TEST(date_text, is_written_in_nineteen_characters) {
     EXPECT_EQ(std::u16string(buffer), u"1970-01-01 05:30:00");
     EXPECT_FALSE(ZU_write_time_t(-1, buffer));
     EXPECT_EQ(buffer[0], 0);
+    ZU_tm fields{9, 9, 9, 9, 9, 9, 9, 9, 9}, zeros{};
+    EXPECT_FALSE(ZU_localtime(-1, &fields));
+    EXPECT_EQ(std::memcmp(&fields, &zeros, sizeof zeros), 0);
 }
 
 } // namespace
