@@ -151,7 +151,7 @@ TEST(sleepers, no_signal_is_lost_or_doubled) {
                 EXPECT_EQ(holders.fetch_add(1), 0);
                 if (random() % 4 == 0)
                     ZU_reset_event(own[random() % members]);
-                if (++passes == 10'000)
+                if (++passes == 30'000)
                     ZU_set_event(over);
                 holders.fetch_sub(1);
                 ZU_set_event(own[random() % members]);
