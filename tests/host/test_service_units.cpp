@@ -56,7 +56,7 @@ protected:
         const std::string folder = world_ + "/upper/usr/lib/systemd/", programs = world_ + "/upper/opt/zu";
         const outcome made = run_command(
             "mkdir -p " + folder + "system " + folder + "user " + programs + " && cp " ZU_HELPER_PROGRAM " "
-            + own + "/test_service " + own + "/test_service_units " + programs
+            + own + "/test_service_host " + own + "/test_service_units " + programs
             + " && sed 's|@ZU_HELPER@|/opt/zu/zu-helper|; s|@ZU_WANTED_BY@|multi-user.target|' " ZU_UNIT_TEMPLATE
             + " | tee " + folder + "user/zu@.service >" + folder + "system/zu@.service");
         ASSERT_EQ(made.exit_code, 0) << made.error_output;
@@ -134,7 +134,7 @@ protected:
 // The table of all services, run by the manager.
 TEST_P(units, keep_the_rules_of_services) {
     const std::string filter = GetParam(),
-                      report = inside("ZU_TEST_UNITS=1 /opt/zu/test_service --gtest_filter=" + filter);
+                      report = inside("ZU_TEST_UNITS=1 /opt/zu/test_service_host --gtest_filter=" + filter);
     const auto tests = std::to_string(1 + std::count(filter.begin(), filter.end(), ':')); // one for each part
     EXPECT_NE(report.find("[  PASSED  ] " + tests + " test"), std::string::npos) << report;
     EXPECT_EQ(report.find("[  FAILED  ]"), std::string::npos) << report;
@@ -215,7 +215,7 @@ TEST_F(world, restarts_time_outs_and_a_manager_that_is_gone) {
     ZU_sleep(5500);
     EXPECT_EQ(call("status phoenix"), "1\nexit 1067 0, takes 0, hint 0\n");
 
-    const std::string reporter = "/opt/zu/test_service --service /tmp/log ";
+    const std::string reporter = "/opt/zu/test_service_host --service /tmp/log ";
     EXPECT_EQ(call("install tardy \"" + reporter + "EXTEND_TIMEOUT_USEC=500000\""), "1\n");
     EXPECT_EQ(call("start tardy"), "0, code 1053\n");
     const std::string late = "1\nexit 1053 0, takes 0, hint 0\n";
