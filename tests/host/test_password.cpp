@@ -44,7 +44,7 @@ protected:
         return {verdict, place_.read("asked").size()};
     }
 
-    const file_place place_;
+    const file_place place_{};
     const temporary_user user_{right_narrow};
     const std::u16string name_ = user_.name();
 };

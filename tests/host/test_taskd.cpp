@@ -19,7 +19,7 @@ protected:
         return run_command("export LC_ALL=C.UTF-8; cd " + place_.host_path() + "; taskd=" + program + "; "
                            + text);
     }
-    const file_place place_; // has a registry and services of its own
+    const file_place place_{}; // has a registry and services of its own
     const std::string path_ = place_.host_path("file"), port_ = std::to_string(port_of_our_own());
 };
 

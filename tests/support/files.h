@@ -36,7 +36,7 @@ public:
 
 // For tests with a place of their own.
 struct file_test : testing::Test {
-    const file_place place;
+    const file_place place{};
 };
 
 // A file of the layer, closed at the end of the scope.
