@@ -1,5 +1,5 @@
-// Names of the host and the paths made over them: spellings, odd names, long and deep paths, drives, shares, the current
-// directory; searches of what vanishes and of links.
+// Names of the host and the paths made over them: spellings, odd names, drives, shares, a current directory that is long
+// or lost; what is known of large directories; searches of what vanishes and of links.
 #include "platform/files/drives.h"
 #include "platform/files/folded_names.h"
 #include "platform/files/name_map.h"
@@ -67,82 +67,15 @@ TEST_F(lookup, names_of_the_host) {
     // No file of the host can have these names: there would be two for one, or none.
     for (const char16_t* name : {u"\xDCC3\xDCA9", u"\xD800", u"\xDC00", u"\xDC7F", u"\xDD00", u"a/b", u"a:b"})
         EXPECT_EQ(attribute_code(place.long_path(name)), codes::invalid_name);
-}
-
-// The names that are kept of a large directory give the same answers as a look at it, whoever changes it.
-TEST_F(lookup, large_directories) {
-    place.write("file", "");
-    place.make_directory("large");
-    for (int i = 0; i < 300; ++i) // of more than one block
-        place.write("large/" + std::to_string(i) + std::string(240, 'x'), "");
-    const int directory = open(place.host_path("large").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    EXPECT_EQ(attribute_code(u"T:\\large\\missing"), codes::file_not_found);
-    EXPECT_TRUE(is_known_to_lack(directory, folded_hash("MISSING")));
-    EXPECT_FALSE(is_known_to_lack(directory, folded_hash("0" + std::string(240, 'X'))));
-    const std::array<std::string, 6> names_there = {"large/same",  "large/SAME",  "large/Same",
-                                                    "large/other", "large/OTHER", "large/Other"};
-    std::minstd_rand random(7);
-    for (int step = 0; step < 400; ++step) {
-        const std::string& name = names_there[random() % 6];
-        const std::string path = place.host_path(name), second = place.host_path(names_there[random() % 6]);
-        switch (random() % 4) {
-        case 0: place.write(name, ""); break;
-        case 1: unlink(path.c_str()); break;
-        case 2: rename(second.c_str(), path.c_str()); break; // over what is there, too
-        default: EXPECT_TRUE(link(place.host_path("file").c_str(), path.c_str()) == 0 || errno == EEXIST);
-        }
-        size_t first = 0; // of the three spellings
-        for (const auto* asked : {u"T:\\large\\sAME", u"T:\\large\\oTHER"}) {
-            const auto exists = [&](size_t i) { return place.exists(names_there[first + i]); };
-            ASSERT_EQ(found_name(asked) != u"code 2", exists(0) || exists(1) || exists(2)) << step;
-            first += 3;
-        }
-    }
-    for (const std::string& name : names_there)
-        unlink(place.host_path(name).c_str());
-    // A child has its own knowledge, and takes none of its parent's.
-    EXPECT_EQ(run_child([&] {
-                  std::printf("%u ", attribute_code(u"T:\\large\\sAME"));
-                  place.write("large/Same", "");
-                  std::printf("%u", attribute_code(u"T:\\large\\sAME"));
-              }).output,
-              "2 0");
-    EXPECT_EQ(attribute_code(u"T:\\large\\sAME"), codes::none);
-    std::filesystem::remove_all(place.host_path("large"));
-    place.make_directory("large");
-    EXPECT_EQ(attribute_code(u"T:\\large\\0" + std::u16string(240, u'X')), codes::file_not_found);
-    close(directory);
-}
-
-TEST_F(lookup, lengths) {
-    const std::u16string longest(255, u'n');
-    EXPECT_EQ(attribute_code(place.long_path(longest + u"n")), codes::invalid_name);
-    EXPECT_EQ(attribute_code(place.long_path(longest + u"n\\x")), codes::invalid_name);
-    EXPECT_EQ(attribute_code(place.long_path(std::u16string(200, u'\x4E00'))),
-              codes::filename_too_long); // 600 bytes
-    // Down to the last unit of 32,767, well beyond what the host takes in one call.
-    const std::u16string step = u"\\" + std::u16string(249, u'd');
-    std::u16string parent, directory = u"\\\\?\\T:";
-    while (directory.size() + step.size() < 32'767) {
-        parent = directory;
-        directory += step;
-        ASSERT_TRUE(CreateDirectoryW(directory.c_str(), nullptr)) << GetLastError();
-    }
-    const std::u16string name(32'766 - directory.size(), u'f'), path = directory + u"\\" + name;
-    EXPECT_EQ(create_code(path), 0u);
-    EXPECT_EQ(create_code(path + u"f"), codes::path_not_found);
-    std::u16string other_case = path;
-    for (char16_t& unit : other_case)
-        unit = unit == u'd' || unit == u'f' ? static_cast<char16_t>(unit & ~0x20) : unit;
-    EXPECT_EQ(found_name(other_case), name);
-    EXPECT_EQ(create_code(other_case), codes::file_exists);
-    EXPECT_EQ(attribute_code(directory + u"\\x"), codes::file_not_found);
-    EXPECT_EQ(attribute_code(directory + u"x\\y"), codes::path_not_found);
-    EXPECT_TRUE(SetFileAttributesW(other_case.c_str(), FILE_ATTRIBUTE_HIDDEN));
-    EXPECT_EQ(list(parent + u"\\*").names.back(), step.substr(1));
-    EXPECT_TRUE(MoveFileExW(path.c_str(), (parent + u"\\up").c_str(), 0));
-    EXPECT_TRUE(DeleteFileW((parent + u"\\UP").c_str()));
-    EXPECT_TRUE(RemoveDirectoryW(directory.c_str()));
+    std::u16string longest = place.long_path(u"");
+    while (longest.size() < 32'766)
+        longest += longest.size() % 200 ? u'x' : u'\\';
+    for (const auto& [path, code] :
+         {std::pair{longest + u"|", codes::invalid_name},
+          {longest + u"x|", codes::path_not_found},
+          {place.long_path(std::u16string(256, u'n') + u"\\x"), codes::invalid_name},
+          {place.long_path(std::u16string(200, u'\x4E00')), codes::filename_too_long}}) // 600 bytes
+        EXPECT_EQ(attribute_code(path), code) << path.size();
 }
 
 // They are links, which are seen when they change.
@@ -165,9 +98,7 @@ TEST_F(lookup, drives_and_shares) {
         {codes::file_not_found, {u"\\\\?\\T:file", u"\\\\?\\T:/disk", u"\\\\?\\T:\\disk\\file."}},
         {codes::path_not_found, {u"R:\\", u"R:\\file", u"\\\\?\\T:x\\y"}},
         {codes::bad_network_path, {u"\\\\?\\UNC\\nosuch"}},
-        {codes::bad_device_type, {u"\\\\?\\T:"}},
-        {codes::bad_network_name, {u"\\\\srv\\other\\file"}},
-        {codes::invalid_name, {u"\\\\?", u"T:\\disk\\file\\"}}};
+        {codes::bad_network_name, {u"\\\\srv\\other\\file"}}};
     for (const auto& [code, paths] : rows)
         for (const char16_t* path : paths)
             EXPECT_EQ(attribute_code(path), code) << narrow(path);
@@ -186,6 +117,40 @@ TEST_F(lookup, drives_and_shares) {
     for (const char* directory : {".", "/"}) {
         ASSERT_EQ(chdir(directory), 0);
         EXPECT_EQ(attribute_code(u"Q:\\file"), 0u) << directory;
+    }
+}
+
+TEST_F(lookup, paths_on_a_share) {
+    constexpr char16_t null[] = u"<null>"; // what `taken` makes of it
+    for (const char* directory : {"Data", "Data/LOGS"})
+        place.make_directory(directory);
+    place.write("Data/LOGS/b\xff:", ""); // neither UTF-8 nor a name of the platform
+    place.make_link("Data/LOGS/link", "/");
+    place.map_share("srv", "share", place.host_path("Data"));
+    for (const auto& [path, actual] : {std::pair{u"\\\\srv\\share\\..", u"\\\\srv"},
+                                       {u"\\\\srv\\\\share\\", u"\\\\srv\\share"},
+                                       {u"\\\\srv\\share\\logs\\LINK", u"\\\\srv\\share\\LOGS\\link"},
+                                       {u"\\\\srv\\share\\..\\..", null},
+                                       {u"\\\\srv", null},
+                                       {u"\\\\srv\\", null}})
+        EXPECT_EQ(taken(ZU_get_actual_full_path(path)), actual) << narrow(path);
+    ZU_stat status;
+    for (const auto& [path, code] : {std::pair{u"\\\\srv\\share", codes::none},
+                                     {u"\\\\?\\unc\\SRV\\Share\\", codes::none},
+                                     {u"\\\\srv\\share\\missing", codes::file_not_found},
+                                     {u"\\\\srv\\nosuch", codes::path_not_found}}) {
+        EXPECT_EQ(code_of(ZU_stat64(path, &status) == 0), code) << narrow(path);
+        EXPECT_EQ(status.st_mode, code == 0 ? 0x41FF : 0) << narrow(path);
+        EXPECT_EQ(status.st_dev, 0u) << narrow(path);
+    }
+    for (const std::u16string directory : {u"T:\\Data\\LOGS\\", u"\\\\srv\\share\\LOGS\\"}) {
+        std::set<std::u16string> found;
+        ZU_enum_dir* const dir = ZU_enum_dir_begin(directory.c_str(), ZU_ENUM_DIR_SKIP_DOTS);
+        for (bool more = dir != nullptr; more; more = ZU_enum_dir_next(dir))
+            if (ZU_enum_dir_get(dir)->attributes == ZU_PATH_FILE) // a link, too
+                found.insert(ZU_enum_dir_get(dir)->path);
+        ZU_enum_dir_end(dir);
+        EXPECT_EQ(found, (std::set{directory + u"b\xdcff\xf03a", directory + u"link"}));
     }
 }
 
@@ -240,15 +205,28 @@ TEST_F(lookup, relative_paths) {
         EXPECT_EQ(GetCurrentDirectoryW(300, text), room);
         EXPECT_EQ(text, wanted);
     }
-    for (const char16_t* path : {u"T:file", u"t:..\\work\\file", u"/work/file"})
+    for (const char16_t* path : {u"T:file", u"t:..\\work\\file"}) // no family makes these
         EXPECT_EQ(attribute_code(path), 0u) << narrow(path);
-    for (const char16_t* path : {u"C:file", u"\\file"})
-        EXPECT_EQ(attribute_code(path), codes::file_not_found) << narrow(path);
+    EXPECT_EQ(attribute_code(u"C:file"), codes::file_not_found);
     EXPECT_EQ(found_name(u"."), u"work");
 
     text[5] = u'?';
     EXPECT_EQ(GetModuleFileNameW(nullptr, text, 5), 5u);
     EXPECT_EQ(text[5], u'?');
+
+    ASSERT_EQ(chdir(place.host_path().c_str()), 0);
+    const std::string step(250, 'd');
+    std::u16string expected = u"T:";
+    for (int depth = 0; depth < 25; ++depth) {
+        ASSERT_TRUE(mkdir(step.c_str(), 0777) == 0 && chdir(step.c_str()) == 0);
+        expected += u"\\" + wide(step);
+    }
+    EXPECT_EQ(taken(ZU_get_current_dir()), expected);
+    EXPECT_EQ(code_of(ZU_delete_dir(u".")), codes::sharing_violation) << "a process keeps its own";
+    std::filesystem::remove_all(place.host_path(step));
+    EXPECT_EQ(taken(ZU_get_current_dir()), u"<null>");
+    EXPECT_EQ(GetLastError(), codes::file_not_found);
+    ASSERT_EQ(chdir(place.host_path("work").c_str()), 0);
 
     // Where no drive leads, a share does; without that there is no path.
     setenv("ZU_HOST", (place.host_path() + "/../host/.").c_str(), 1);
@@ -311,26 +289,14 @@ TEST_F(lookup, kinds_of_drives) {
     }
 }
 
-TEST_F(find, links_codes_and_what_stays_open) {
+TEST_F(find, links_and_what_vanishes) {
     place.write("file.txt", "");
     place.make_directory("empty");
     place.make_link("dangling", "nowhere");
     place.make_link("link", "empty");
-    // The code, how many were found, and the patterns.
-    const std::tuple<DWORD, size_t, std::vector<const char16_t*>> rows[] = {
-        {codes::no_more_files, 1, {u"FILE.TXT", u"dangling"}},
-        {codes::no_more_files, 2, {u"empty\\*", u"link\\*"}},
-        {codes::no_more_files, 4, {u"*"}},
-        {codes::directory_name_invalid, 0, {u"file.txt\\*", u"file.txt\\x", u"file.txt\\"}},
-        {codes::invalid_name, 0, {u"*|"}}};
-    for (const auto& [code, count, patterns] : rows)
-        for (const char16_t* pattern : patterns) {
-            const listing found = list(place.long_path(pattern));
-            EXPECT_EQ(found.code, code) << narrow(pattern);
-            EXPECT_EQ(found.names.size(), count) << narrow(pattern);
-        }
-    EXPECT_EQ(list(u"\\\\?\\T:").code, codes::invalid_name);
-    EXPECT_EQ(list(u"").code, codes::path_not_found);
+    for (const auto& [pattern, count] :
+         {std::pair{u"FILE.TXT", 1u}, {u"dangling", 1u}, {u"empty\\*", 2u}, {u"link\\*", 2u}, {u"*", 4u}})
+        EXPECT_EQ(list(place.long_path(pattern)).names.size(), count) << narrow(pattern);
     WIN32_FIND_DATAW found;
     for (const HANDLE bad : {HANDLE{}, INVALID_HANDLE_VALUE, CreateEventW(nullptr, 0, 0, nullptr)}) {
         EXPECT_EQ(code_of(FindNextFileW(bad, &found)), codes::invalid_handle);
@@ -340,24 +306,24 @@ TEST_F(find, links_codes_and_what_stays_open) {
     for (int i = 0; i < 1500; ++i) // more than is read at once
         place.write("large/some file with a rather long name " + std::to_string(i), "");
     EXPECT_EQ(list(u"T:\\large\\*99").names.size(), 15u);
+    // A child knows its names by itself, and takes no knowledge of its parent's.
+    const int directory = open(place.host_path("large").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    EXPECT_EQ(attribute_code(u"T:\\large\\missing"), codes::file_not_found);
+    EXPECT_TRUE(is_known_to_lack(directory, folded_hash("MISSING")));
+    EXPECT_FALSE(is_known_to_lack(directory, folded_hash("SOME FILE WITH A RATHER LONG NAME 7")));
+    close(directory);
+    EXPECT_EQ(run_child([&] {
+                  std::printf("%u ", attribute_code(u"T:\\large\\missing"));
+                  link(place.host_path("file.txt").c_str(), place.host_path("large/Missing").c_str());
+                  std::printf("%u", attribute_code(u"T:\\large\\missing"));
+              }).output,
+              "2 0");
+    EXPECT_EQ(attribute_code(u"T:\\large\\missing"), codes::none);
     const HANDLE cut_short = FindFirstFileW(u"T:\\large\\*", &found);
     std::filesystem::remove_all(place.host_path("large"));
     while (FindNextFileW(cut_short, &found)) {}
     EXPECT_EQ(GetLastError(), codes::no_more_files) << "the directory is gone, and so are its entries";
     EXPECT_TRUE(FindClose(cut_short));
-    // A walk down a deep tree keeps no directories open.
-    const outcome child = run_child([&] {
-        const rlimit few{40, 40};
-        setrlimit(RLIMIT_NOFILE, &few);
-        std::u16string path = u"T:\\";
-        for (int depth = 0; depth < 100; ++depth) {
-            path += u"d\\";
-            CreateDirectoryW(path.c_str(), nullptr);
-            if (FindFirstFileW((path + u"*").c_str(), &found) == INVALID_HANDLE_VALUE) // and never closed
-                std::printf("depth %d: %u", depth, GetLastError());
-        }
-    });
-    EXPECT_EQ(child.output, "");
 }
 
 } // namespace

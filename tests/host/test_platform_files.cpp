@@ -379,6 +379,29 @@ TEST_F(attributes, times_come_back_exactly_and_one_by_one) {
     EXPECT_EQ(mode_of(place.host_path("file")), 0444u);
     const layer_file reader(u"T:\\file", R, OPEN_EXISTING);
     EXPECT_EQ(code_of(SetFileTime(reader, nullptr, nullptr, &set[0])), denied);
+
+    // A family takes the offset in force now for every date: a file of the other season is an hour off.
+    ZU_stat status;
+    const auto status_of_time = [&](time_t seconds) {
+        const timespec both[] = {{seconds, 0}, {seconds, 0}};
+        EXPECT_EQ(utimensat(AT_FDCWD, place.host_path("file").c_str(), both, 0), 0);
+        EXPECT_EQ(ZU_stat64(u"T:\\file", &status), 0);
+        return status;
+    };
+    const auto offset_at = [](time_t time) {
+        struct ::tm local;
+        return localtime_r(&time, &local)->tm_gmtoff;
+    };
+    for (const char* zone : {"CET-1CEST,M3.5.0,M10.5.0/3", "AEST-10AEDT,M10.1.0,M4.1.0/3"})
+        for (const int32_t day : {1137000000, 1152626400}) { // January and July 2006
+            set_zone(zone);
+            EXPECT_TRUE(ZU_set_file_time(u"T:\\file", day - 86400, -1, -1));
+            EXPECT_EQ(status_of_time(day).st_mtime, day + offset_at(std::time(nullptr)) - offset_at(day));
+            EXPECT_EQ(status.st_ctime, day - 86400) << zone;
+        }
+    EXPECT_EQ(status_of_time(5'000'000'000).st_mtime, -1) << "a time past 2038 is none";
+    EXPECT_TRUE(SetFileAttributesW(u"T:\\directory", FILE_ATTRIBUTE_READONLY));
+    EXPECT_TRUE(ZU_stat64(u"T:\\directory", &status) == 0 && status.st_mode == 0x416D);
 }
 
 } // namespace

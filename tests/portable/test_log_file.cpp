@@ -55,6 +55,26 @@ TEST(log_file, rotation_keeps_the_generations_asked_for) {
     }
 }
 
+// Gaps between the numbers stay, whatever the letter case, and so does what only looks like a generation.
+TEST(log_file, rotation_moves_what_is_there_and_nothing_else) {
+    const std::tuple<std::string, uint32_t, std::string> rows[] = {
+        {"App.Log", 6, " .05=.05 .1.1=.1.1 .1=live .2=.1 .4=.3 .7=.7"},
+        {"app.log", 2000, " .05=.05 .1.1=.1.1 .1=live .2=.1 .4=.3 .6=.5 .8=.7"}};
+    for (const auto& [spelling, generations, wanted] : rows) {
+        const file_log log;
+        log.place.write("app.log", "live");
+        for (const std::string suffix : {".1", ".3", ".5", ".05", ".7", ".1.1"})
+            log.place.write(spelling + suffix, suffix);
+        log.set(0, generations);
+        EXPECT_TRUE(log.write(u"x"));
+        std::set<std::string> found;
+        for (const auto& entry : std::filesystem::directory_iterator(log.place.at("")))
+            if (const std::string file = narrow(entry.path().filename().u16string()); file.size() > 7)
+                found.insert(' ' + file.substr(7) + '=' + log.place.read(file));
+        EXPECT_EQ(std::accumulate(found.begin(), found.end(), std::string()), wanted) << generations;
+    }
+}
+
 TEST(log_file, the_limit_counts_bytes_of_the_line_to_come) {
     file_log log;
     log.set(UINT32_MAX, 3);
