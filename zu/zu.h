@@ -502,9 +502,9 @@ typedef struct ZU_lock_thread {
 ZU_API ZU_bool ZU_lock_thread_init(ZU_lock_thread* lock);
 ZU_API ZU_bool ZU_lock_thread_init_recursive(ZU_lock_thread* lock);
 
-/* Takes the lock, waiting for it without limit. A thread that has been overtaken for a millisecond is the next to get
-   it, so none waits long behind one that gives the lock back and takes it again at once. A lock whose owner has ended
-   stays taken. Always true. */
+/* Takes the lock, waiting for it without limit. On Linux, a thread that has been overtaken for a millisecond is the next
+   to get it, so none waits long behind one that gives the lock back and takes it again at once; natively the platform
+   promises no order. A lock whose owner has ended stays taken. Always true. */
 ZU_API ZU_bool ZU_lock_thread_lock(ZU_lock_thread* lock);
 
 /* Gives the lock back once. Only its holder may: nothing is checked, and when another thread gives it back, the lock

@@ -1,4 +1,4 @@
-// Named process locks: results, handles, and owners in other processes.
+// Named process locks: results, handles, owners in other processes, many processes that meet, some of which are killed.
 #include "support/portable.h"
 
 namespace {
@@ -12,6 +12,7 @@ struct process_lock : testing::Test {
         ZU_lock_process_close(opened);
         return opened != nullptr;
     }
+    const scratch place;
     const std::string name = "zutest" + std::to_string(ZU_get_current_process_id());
     const std::u16string wide_name = wide(name);
 };
@@ -28,6 +29,52 @@ void expect_free(ZU_lock_process lock) {
     EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, 0));
     EXPECT_TRUE(ZU_lock_process_unlock(lock));
 }
+
+// The file that a lock guards holds the number of visits, and behind it the process that made the last one.
+struct guarded_file {
+    ~guarded_file() { ZU_close_file(file); }
+    int64_t visits() const { return transfer(ZU_read_file, 0) >> 32; }
+    // False when another process has written meanwhile.
+    bool visit(std::chrono::microseconds duration) const {
+        const int64_t own = (visits() + 1) << 32 | ZU_get_current_process_id();
+        const auto end = std::chrono::steady_clock::now() + duration;
+        transfer(ZU_write_file, own);
+        do
+            std::this_thread::yield();
+        while (std::chrono::steady_clock::now() < end);
+        return transfer(ZU_read_file, 0) == own;
+    }
+    int64_t transfer(auto* call, int64_t value) const {
+        uint32_t done = 0;
+        return ZU_seek_file(file, 0, nullptr, ZU_SEEK_BEGIN) && call(file, &value, 8, &done) ? value : -1;
+    }
+    static constexpr uint32_t flags =
+        ZU_FILE_READ | ZU_FILE_WRITE | ZU_FILE_OPEN_ALWAYS | ZU_FILE_SHARE_READ | ZU_FILE_SHARE_WRITE;
+    ZU_file* const file = ZU_open_file(u"T:\\guarded", flags, nullptr);
+};
+
+// Goes in and out of the lock of that name so many times, with a time limit for each wait, a time inside, and a new
+// handle each time, beside one that it keeps or not.
+const part visits("visits", [](const words& arguments) {
+    const std::u16string name = wide(arguments[0]);
+    const auto limit_ms = static_cast<uint32_t>(std::stoul(arguments[1]));
+    const std::chrono::microseconds inside(std::stoi(arguments[2]));
+    const guarded_file guarded;
+    if (arguments[3] == "keeps")
+        ZU_lock_process_create(name.c_str());
+    report("runs");
+    for (int rounds = std::stoi(arguments[4]); rounds > 0; --rounds) {
+        ZU_lock_process lock = ZU_lock_process_create(name.c_str());
+        const bool taken = ZU_lock_process_lock_timeout(lock, limit_ms) || limit_ms == ZU_WAIT_INFINITE;
+        const bool alone = !taken || guarded.visit(inside);
+        // Where the wait has ended without the lock, the lock may be owned all the same, since its owner was killed.
+        if ((!ZU_lock_process_unlock(lock) && taken) || !alone || !ZU_lock_process_close(lock))
+            ZU_create_dir(u"T:\\fault", nullptr);
+    }
+    return 0;
+});
+
+const std::string for_ever = std::to_string(ZU_WAIT_INFINITE), all_the_time = std::to_string(INT_MAX);
 
 TEST_F(process_lock, recursion_ownership_and_results) {
     ZU_lock_process lock = create(), again = ZU_lock_process_create_everyone(wide_name.c_str());
@@ -71,15 +118,11 @@ TEST_F(process_lock, a_name_that_is_too_long) {
 }
 
 TEST_F(process_lock, an_owner_that_is_killed_leaves_it_abandoned_once) {
-    for (const bool in_order : {false, true}) {
-        child owner(holds, {name});
-        owner.next_line();
-        EXPECT_TRUE(is_there());
-        if (!in_order)
-            owner.kill();
-        EXPECT_EQ(owner.finish(), in_order ? 0 : -1);
-        EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found) << "nobody has it";
-    }
+    child orderly(holds, {name});
+    orderly.next_line();
+    EXPECT_TRUE(is_there());
+    EXPECT_EQ(orderly.finish(), 0);
+    EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found) << "nobody has it";
     child owner(holds, {name});
     ASSERT_EQ(owner.next_line(), "held");
     ZU_lock_process lock = create();
@@ -102,6 +145,65 @@ TEST_F(process_lock, an_owner_that_is_killed_leaves_it_abandoned_once) {
         expect_free(one);
         EXPECT_TRUE(ZU_lock_process_close(one));
     }
+    EXPECT_FALSE(is_there());
+}
+
+// Counted are the visits of two other processes, which take the lock again at once, while this one sleeps for it.
+TEST_F(process_lock, giving_one_back_lets_a_sleeper_go_first) {
+    const guarded_file guarded;
+    ZU_lock_process lock = create();
+    const child others[] = {child(visits, {name, for_ever, "2000", "keeps", all_the_time}),
+                            child(visits, {name, for_ever, "2000", "keeps", all_the_time})};
+    int often_overtaken = 0;
+    for (int64_t before = 0, i = 0; i < 40; ++i) {
+        while (guarded.visits() == before)
+            ZU_sleep(1);
+        before = guarded.visits();
+        EXPECT_TRUE(ZU_lock_process_lock_timeout(lock, i % 2 ? 60000 : ZU_WAIT_INFINITE));
+        often_overtaken += guarded.visits() - before > 4;
+        EXPECT_TRUE(ZU_lock_process_unlock(lock));
+    }
+    EXPECT_LE(often_overtaken, 20);
+    EXPECT_TRUE(ZU_lock_process_close(lock));
+}
+
+TEST_F(process_lock, made_and_closed_all_the_time) {
+    child visitors[] = {child(visits, {name, for_ever, "0", "closes", "3000"}),
+                        child(visits, {name, for_ever, "0", "closes", "3000"}),
+                        child(visits, {name, for_ever, "0", "closes", "3000"})};
+    for (child& one : visitors)
+        EXPECT_EQ(one.finish(), 0);
+    EXPECT_EQ(guarded_file().visits(), 9000);
+    EXPECT_FALSE(place.exists("fault"));
+    EXPECT_FALSE(is_there());
+}
+
+TEST_F(process_lock, killed_processes) {
+    std::minstd_rand random(7);
+    std::unique_ptr<child> visitors[8];
+    for (int kills = 0; kills < 200; ++kills) {
+        std::unique_ptr<child>& one = visitors[random() % 8];
+        one.reset(); // which kills it
+        one = std::make_unique<child>(visits,
+                                      words{name, random() % 2 ? "3" : for_ever, "0", "keeps", all_the_time});
+        ZU_sleep(random() % 5);
+    }
+    for (std::unique_ptr<child>& one : visitors)
+        one.reset();
+    EXPECT_GT(guarded_file().visits(), 200);
+    for (int round = 0; round < 30; ++round) {
+        child one(visits, {name, for_ever, "0", round % 2 ? "closes" : "keeps", all_the_time});
+        one.next_line();
+        ZU_sleep(round / 2);
+        one.kill();
+        ZU_lock_process lock = create();
+        EXPECT_EQ(GetLastError(), codes::none);
+        ZU_lock_process_lock_timeout(lock, 20000); // owned afterwards, and maybe abandoned
+        EXPECT_TRUE(ZU_lock_process_unlock(lock)) << round << ' ' << GetLastError();
+        expect_free(lock);
+        EXPECT_TRUE(ZU_lock_process_close(lock));
+    }
+    EXPECT_FALSE(place.exists("fault"));
     EXPECT_FALSE(is_there());
 }
 

@@ -1,9 +1,67 @@
-// Writers in other processes, whose file is moved away and deleted between two lines.
+// Files that other processes have open: all pairs of ways to open, killed openers, and writers that lose their file.
 #include "support/portable.h"
 
 namespace {
 
 using sharing = scratch_test;
+
+// A way to open: bits 0 and 1 are what is done with the data, bits 2 and 3 what others may do meanwhile.
+constexpr uint32_t all_alone = ZU_FILE_READ | ZU_FILE_WRITE;
+
+ZU_file* opened(uint32_t way) {
+    return ZU_open_file(u"T:\\file", ZU_FILE_OPEN_EXISTING | way % 4 | way / 4 * ZU_FILE_SHARE_READ, nullptr);
+}
+
+uint32_t opening_code(uint32_t way) {
+    ZU_file* const file = opened(way);
+    const uint32_t code = code_of(file != nullptr);
+    ZU_close_file(file);
+    return code;
+}
+
+// Has the file open in that way until it is killed or told to end.
+const part keeps_open("keeps", [](const words& way) {
+    const ZU_file* const file = opened(static_cast<uint32_t>(std::stoul(way[0])));
+    report(file ? "open" : "failed");
+    wait_for_parent();
+    return 0;
+});
+
+TEST_F(sharing, all_pairs_of_ways_to_open) {
+    place.write("file", "data");
+    for (uint32_t first = 0; first < 16; ++first) {
+        child other(keeps_open, {std::to_string(first)});
+        ASSERT_EQ(other.next_line(), "open");
+        for (uint32_t second = 0; second < 16; ++second) {
+            const bool together = first % 4 == 0 || second % 4 == 0
+                                  || ((first % 4 & ~(second / 4)) == 0 && (second % 4 & ~(first / 4)) == 0);
+            EXPECT_EQ(opening_code(second), together ? codes::none : codes::sharing_violation)
+                << first << '+' << second;
+        }
+    }
+}
+
+TEST_F(sharing, end_of_a_claim) {
+    place.write("file", "data");
+    for (const bool in_order : {false, true}) {
+        child owner(keeps_open, {std::to_string(all_alone)});
+        ASSERT_EQ(owner.next_line(), "open");
+        EXPECT_EQ(opening_code(all_alone), codes::sharing_violation);
+        EXPECT_EQ(ZU_fopen(u"T:\\file", u"r"), nullptr);
+        EXPECT_EQ(errno, EACCES);
+        EXPECT_EQ(code_of(ZU_delete_file(u"T:\\file")), codes::sharing_violation);
+        EXPECT_EQ(code_of(ZU_move_file(u"T:\\file", u"T:\\moved")), codes::sharing_violation);
+        if (!in_order)
+            owner.kill();
+        owner.finish();
+        ZU_file* const mine = opened(all_alone);
+        EXPECT_NE(mine, nullptr) << GetLastError();
+        EXPECT_EQ(opening_code(all_alone), codes::sharing_violation) << "within one process too";
+        ZU_close_file(mine);
+    }
+    EXPECT_TRUE(ZU_move_file(u"T:\\file", u"T:\\moved"));
+    EXPECT_TRUE(ZU_delete_file(u"T:\\moved"));
+}
 
 // Opens the file, appends a line and closes it, over and over. Its result is how many lines it was told are written.
 const part appends("appends", [](const words&) {

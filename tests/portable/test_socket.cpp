@@ -1,5 +1,4 @@
 // Sockets: codes by situation, readiness, ports, the port test, addresses, names.
-
 #include "support/portable.h"
 #include "support/socket_calls.h"
 

@@ -219,6 +219,51 @@ TEST(threads, have_ended_their_variables_when_their_end_has_been_waited_for) {
     }
 }
 
+// Of calls for which the platform may remember something for each thread.
+std::u16string answers() {
+    ZU_tm local{};
+    ZU_localtime(1'000'000'000, &local);
+    ZU_stat status{};
+    ZU_stat64(u"T:\\file", &status);
+    return taken(ZU_get_actual_file_name(u"T:\\FILE")) + taken(ZU_get_ip_address_by_host_name(u"1.2.3"))
+           + wide_of("ansi", ZU_ENCODING_ANSI) + wide(std::to_string(local.tm_hour + status.st_size));
+}
+
+TEST(threads, ask_the_library_to_their_last_breath) {
+    static std::u16string usual, last;
+    struct late_question {
+        ~late_question() { last = answers(); } // when what was remembered is gone
+    };
+    const scratch place;
+    const started_library library;
+    place.write("file", "data");
+    std::thread([] {
+        static thread_local late_question question;
+        usual = answers();
+    }).join();
+    EXPECT_EQ(last, usual);
+}
+
+// Another process, which tells its identifiers and what its clock shows.
+const part tells("tells", [](const words&) {
+    report(std::to_string(ZU_get_current_process_id()) + ' ' + std::to_string(ZU_get_current_thread_id())
+           + ' ' + std::to_string(ZU_get_tick_count()));
+    wait_for_parent();
+    return 0;
+});
+
+TEST(identifiers, and_ticks_are_those_of_the_machine) {
+    const uint32_t start = ZU_get_tick_count();
+    uint32_t process = 0, thread = 0, ticks = 0;
+    child other(tells);
+    std::istringstream(other.next_line()) >> process >> thread >> ticks;
+    EXPECT_NE(process, ZU_get_current_process_id());
+    std::set<uint32_t> threads = {thread, ZU_get_current_thread_id()};
+    std::thread([&] { threads.insert(ZU_get_current_thread_id()); }).join();
+    EXPECT_EQ(threads.size(), 3u);
+    EXPECT_LE(ticks - start, ZU_get_tick_count() - start) << "one clock for all";
+}
+
 TEST(clocks, sleeping_takes_its_time) {
     const uint32_t before = ZU_get_tick_count();
     ZU_sleep(0);
