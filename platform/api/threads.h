@@ -51,7 +51,7 @@ private:
 // (ERROR_ACCESS_DENIED) for another user's that is not for everyone, 6 (ERROR_INVALID_HANDLE) when the file under the
 // name is no mutex, 123 (ERROR_INVALID_NAME), 161 (ERROR_BAD_PATHNAME) or 3 (ERROR_PATH_NOT_FOUND) for what is no name,
 // 206 (ERROR_FILENAME_EXCED_RANGE) for one that is too long, 1460 (ERROR_TIMEOUT) when another process keeps the file
-// to itself. The attributes may give every user access.
+// to itself. The attributes may give every user access. No caller may own it at once: 50 (ERROR_NOT_SUPPORTED).
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name);
 
 // Opens a mutex that exists: 2 (ERROR_FILE_NOT_FOUND) when there is none.

@@ -250,33 +250,34 @@ DWORD wait_for_mutex(HANDLE handle, DWORD milliseconds) {
 
 namespace {
 
-// The length of `Local\`, `Global\` or `Session\N\` before a name, which make no difference on a machine with one space
-// of names.
-size_t prefix_length(std::u16string_view name) {
-    constexpr std::u16string_view local = u"Local\\", global = u"Global\\", session = u"Session\\";
-    for (const std::u16string_view prefix : {local, global}) {
-        if (name.starts_with(prefix))
-            return prefix.size();
-    }
-    if (!name.starts_with(session))
-        return 0;
-    const size_t end = std::min(name.find_first_not_of(u"0123456789", session.size()), name.size() - 1);
-    return end > session.size() && name[end] == u'\\' ? end + 1 : 0;
+constexpr std::u16string_view sessions = u"Session\\";
+
+// The names of the spaces of names. A machine has one space, whichever of them is named.
+bool is_space(std::u16string_view name) {
+    return name == u"Global" || name == u"Local" || name == u"Session"
+           || (name.starts_with(sessions) && name.size() > sessions.size()
+               && name.find_first_not_of(u"0123456789", sessions.size()) == name.npos);
 }
 
-// The name without the prefix. 0 or the code.
+// The name without the space before it. 0 or the code.
 DWORD plain_name(const WCHAR* name, std::u16string& plain) {
     plain = name;
     if (plain.size() > longest_name)
         return ERROR_FILENAME_EXCED_RANGE;
-    plain.erase(0, prefix_length(plain));
-    if (plain.empty())
-        return ERROR_INVALID_NAME;
-    if (plain == u"Global") // the name of the space itself
+    size_t start = 0;
+    for (size_t end = plain.find(u'\\'); end != plain.npos; end = plain.find(u'\\', end + 1)) {
+        if (is_space(std::u16string_view(plain).substr(0, end)))
+            start = end + 1;
+    }
+    plain.erase(0, start);
+    if (is_space(name) || is_space(plain))
         return ERROR_INVALID_HANDLE;
+    if (start > 0 && (plain.empty() || plain[0] == u'\\'))
+        return ERROR_INVALID_NAME;
     if (plain[0] == u'\\')
         return ERROR_BAD_PATHNAME;
-    return plain.find(u'\\') == std::u16string::npos ? ERROR_SUCCESS : ERROR_PATH_NOT_FOUND;
+    const bool is_session = start == sessions.size(); // and no space for locks
+    return is_session || plain.find(u'\\') != plain.npos ? ERROR_PATH_NOT_FOUND : ERROR_SUCCESS;
 }
 
 // The mutex of a name if this process has it open, with the caller's handle counted; else null.
@@ -324,6 +325,8 @@ HANDLE handle_of(const shared_pointer& mutex, DWORD access) {
 } // namespace
 
 HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const WCHAR* name) {
+    if (initially_owned)
+        return fail<HANDLE>(ERROR_NOT_SUPPORTED);
     bool existed = false;
     shared_pointer mutex;
     if (!name || !*name) {
@@ -338,19 +341,8 @@ HANDLE CreateMutexW(SECURITY_ATTRIBUTES* attributes, BOOL initially_owned, const
     if (!mutex)
         return nullptr;
     const HANDLE handle = handle_of(mutex, MUTEX_ALL_ACCESS);
-    if (!handle)
-        return nullptr;
-    if (initially_owned && !existed) {
-        const DWORD taken = wait_for_mutex(handle, 0);
-        if (taken == WAIT_FAILED) {
-            const keep_last_error code;
-            CloseHandle(handle);
-            return nullptr;
-        }
-        // Another process was faster, and has it: for this one it was there before.
-        existed = taken == WAIT_TIMEOUT;
-    }
-    SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    if (handle)
+        SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return handle;
 }
 

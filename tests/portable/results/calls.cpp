@@ -47,7 +47,8 @@ void semaphores() {
 
 void process_locks() {
     std::vector<std::u16string> names = split(
-        uR"(zu_results;;zu_results a/b:c*?;a\b;\a;Local\zu_results;local\zu_results;Local\;Global;Local\a\b)");
+        uR"(zu_results;;zu_results a/b:c*?;a\b;\a;Local\zu_results;local\zu_results;Local\;Global;Local\a\b;Local\\a;Session;)"
+        uR"(Local;Session\;Session\1;Session\1\;Session\1\a;Session\1\\a;Session\\a;Session\x\a;Global\zu_results)");
     names.emplace_back(260, u'z');
     names.emplace_back(261, u'z');
     for (const std::u16string& text : names)
