@@ -20,15 +20,6 @@ bool go_together(DWORD first, DWORD second) {
     return first < 4 || second < 4 || ((first / 4 & ~second) == 0 && (second / 4 & ~first) == 0);
 }
 
-// A child that has a file open until it is killed; its result is the code.
-holder opened_elsewhere(const std::u16string& path, DWORD way, bool as_ordinary_user = false) {
-    return holder([&] {
-        if (as_ordinary_user)
-            become_ordinary_user();
-        return (new opened(path, way))->code;
-    });
-}
-
 // Runs all pairs, the first in a child, the second here. Returns what was wrong.
 std::string run_matrix(const file_place& place, mode_t mode, bool first_is_root, bool second_is_root) {
     std::ostringstream wrong;
@@ -40,7 +31,11 @@ std::string run_matrix(const file_place& place, mode_t mode, bool first_is_root,
         return denied ? codes::access_denied : codes::none;
     };
     for (DWORD first = 0; first < 16; ++first) {
-        const holder child = opened_elsewhere(path, first, !first_is_root);
+        const holder child([&] {
+            if (!first_is_root)
+                become_ordinary_user();
+            return (new opened(path, first))->code;
+        });
         if (child.result() != code_alone(first, first_is_root))
             wrong << " alone " << first << ": " << child.result() << "; ";
         for (DWORD second = 0; child.result() == 0 && second < 16; ++second) {
@@ -81,8 +76,7 @@ TEST_F(sharing, a_forked_childs_copy_neither_ends_nor_keeps_a_claim) {
     const std::u16string path = place.long_path(u"file");
     opened mine(path, opened::all_alone);
     run_child([&] { mine.close(); });
-    EXPECT_EQ(opened(path, opened::all_alone).code, codes::sharing_violation)
-        << "a child has closed its copy";
+    EXPECT_EQ(opened(path, opened::all_alone).code, codes::sharing_violation) << "it is a copy";
     const holder copy([] { return 0u; }); // has one of the descriptor until it ends
     mine.close();
     EXPECT_EQ(opened(path, opened::all_alone).code, 0u);
@@ -91,7 +85,7 @@ TEST_F(sharing, a_forked_childs_copy_neither_ends_nor_keeps_a_claim) {
 TEST_F(sharing, callers_short_of_descriptors) {
     place.write("file", "file");
     place.write("other", "other");
-    const holder child = opened_elsewhere(place.long_path(u"file"), opened::all_alone);
+    const opened alone(place.long_path(u"file"), opened::all_alone);
     const outcome starved = run_child([&] {
         const rlimit limit{10, 10};
         setrlimit(RLIMIT_NOFILE, &limit);
