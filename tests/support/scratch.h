@@ -31,6 +31,9 @@ public:
     bool exists(std::string_view relative) const;                        // links are not followed
     void make_directory(std::string_view relative) const;
 
+    // Reads a text in the form of the registry's files in. The key Software\zu_test of the current user goes at the end.
+    void add_to_registry(const std::string& text) const;
+
 protected:
     std::filesystem::path directory_;
 

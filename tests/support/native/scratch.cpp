@@ -41,9 +41,16 @@ scratch::scratch() {
 scratch::~scratch() {
     SetCurrentDirectoryW(L"C:\\"); // a test may have gone into it
     empty_directory(directory_);
+    RegDeleteTreeW(HKEY_CURRENT_USER, L"Software\\zu_test");
     std::error_code ignored;
     if (!has_drive && DefineDosDeviceW(DDD_REMOVE_DEFINITION, L"T:", nullptr))
         fs::remove(folder(), ignored);
+}
+
+void scratch::add_to_registry(const std::string& text) const {
+    const std::u16string units = wide("\uFEFFWindows Registry Editor Version 5.00\r\n\r\n" + text);
+    write("new.reg", {reinterpret_cast<const char*>(units.data()), units.size() * sizeof units[0]});
+    must(std::system("reg import T:\\new.reg >NUL 2>&1") == 0, "reg import", text);
 }
 
 } // namespace zu_test

@@ -47,4 +47,11 @@ scratch::~scratch() {
     std::filesystem::remove_all(top, ignored); // however long its paths are
 }
 
+// The user has no file of its own.
+void scratch::add_to_registry(const std::string& text) const {
+    setenv("HOME", directory_.c_str(), 1);
+    write("../host/new", read("../host/registry.reg") + text);
+    std::filesystem::rename(at("../host/new"), at("../host/registry.reg"));
+}
+
 } // namespace zu_test
