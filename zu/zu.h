@@ -1866,7 +1866,7 @@ ZU_API ZU_bool ZU_NT_service_wait_pending(void* service, ZU_bool starting);
  *
  * On Linux an account is one of the host's users. Administrators are uid 0 and the members of wheel, sudo and admin;
  * users all who may log in; guests the user nobody; power users the members of staff. Privileges are held by effective
- * uid 0.
+ * uid 0, and SeChangeNotifyPrivilege by everybody.
  */
 
 /* Whether the calling thread's user (the one it impersonates, else the process's) is in a built-in group, by the
@@ -1938,7 +1938,7 @@ ZU_API ZU_wchar* ZU_get_os_desc(void);
  * the system keeps its libraries. Without an extension the system's own is added, unless a dot ends the name. Null on
  * failure: 126 (ERROR_MOD_NOT_FOUND) not found or not to be loaded, 193 (ERROR_BAD_EXE_FORMAT) not a library, 5
  * (ERROR_ACCESS_DENIED) a directory or no right to read it, 4 (ERROR_TOO_MANY_OPEN_FILES) no descriptor to look with,
- * 87 (ERROR_INVALID_PARAMETER) null. The first load of a library sets the code 0, further ones leave it alone.
+ * 87 (ERROR_INVALID_PARAMETER) null. A first load may set the code 0, further ones leave it alone.
  */
 ZU_API HMODULE ZU_dll_load(const ZU_wchar* path);
 

@@ -44,12 +44,13 @@ constexpr std::u16string_view names[] = {u"SeCreateTokenPrivilege",
 constexpr DWORD end_of_privileges = first_privilege + std::size(names);
 constexpr DWORD change_notify = 23;
 
-// One bit for each privilege. A process starts with SeChangeNotifyPrivilege enabled.
+// One bit for each privilege. Everybody holds SeChangeNotifyPrivilege, and a process starts with it enabled.
 std::atomic<uint64_t> enabled{uint64_t{1} << change_notify};
 
 bool is_held(const identity& user, const LUID& privilege) {
-    return user.is_process && user.user == 0 && privilege.HighPart == 0
-           && privilege.LowPart >= first_privilege && privilege.LowPart < end_of_privileges;
+    return user.is_process && (user.user == 0 || privilege.LowPart == change_notify)
+           && privilege.HighPart == 0 && privilege.LowPart >= first_privilege
+           && privilege.LowPart < end_of_privileges;
 }
 
 bool is_enabled(const LUID& privilege) {

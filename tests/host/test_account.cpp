@@ -1,8 +1,6 @@
-// Accounts, groups and privileges: of root, of ordinary users, of an impersonated one. About Linux: its users, groups
-// and capabilities stand for the accounts.
+// Accounts and groups: of root, of ordinary users, of an impersonated one. About Linux: its users and groups stand for
+// the accounts.
 #include <grp.h>
-
-#include <sstream>
 
 #include "support/test.h"
 
@@ -42,9 +40,6 @@ TEST(groups, follow_the_host_s_users_and_groups) {
     many.push_back(number_of("sudo"));
     EXPECT_EQ(groups_as(65534, many), "AG") << "in a list that needs the second attempt";
     EXPECT_EQ(groups_as(4000000000u, {}), "") << "nobody's number";
-    SetLastError(77);
-    EXPECT_FALSE(ZU_current_user_in_group(999));
-    EXPECT_EQ(GetLastError(), 0u) << "a plain no";
     const outcome starved = run_as_ordinary_user([] {
         allow_descriptors(0);
         std::printf("%u %u", code_of(ZU_current_user_is_admin()), code_of(ZU_user_exist(nullptr, u"root")));
@@ -92,6 +87,20 @@ TEST(account, look_ups_tell_the_room_they_need_and_ask_other_domains) {
     const uint8_t expected[] = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0x21, 2, 0, 0};
     EXPECT_EQ(std::memcmp(sid, expected, sizeof expected), 0);
 
+    // The same of the list of a switched privilege, which everybody holds.
+    platform::TOKEN_PRIVILEGES off{1, {{{23, 0}, 0}}}, before{};
+    for (const auto& [access, room, code] :
+         {std::tuple(TOKEN_QUERY, 16u, codes::access_denied),
+          {TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, 15u, codes::insufficient_buffer},
+          {TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, 16u, codes::none}}) {
+        platform::HANDLE token;
+        platform::DWORD length = 16;
+        ASSERT_TRUE(platform::OpenProcessToken(platform::GetCurrentProcess(), access, &token));
+        EXPECT_EQ(code_of(platform::AdjustTokenPrivileges(token, FALSE, &off, room, &before, &length)), code);
+        EXPECT_EQ(std::pair(length, before.PrivilegeCount), std::pair(16u, code == codes::none ? 1u : 0u));
+        EXPECT_TRUE(platform::CloseHandle(token));
+    }
+
     EXPECT_EQ(code_of(ZU_user_exist(nullptr, u"shadow")), no_code) << "a group of the host";
 
     // Users of other domains are known by these names.
@@ -108,51 +117,6 @@ TEST(account, look_ups_tell_the_room_they_need_and_ask_other_domains) {
     });
     if (!ran)
         GTEST_SKIP() << "this user may not have mounts of its own";
-}
-
-// "was on/off, code": what one switching reports.
-std::string switched(const ZU_wchar* name, bool on) {
-    ZU_bool before = 99;
-    SetLastError(4711);
-    const bool accepted = ZU_adjust_privilege(name, on, &before);
-    return (accepted ? "" : "refused, ") + std::string(before ? "was on, " : "was off, ")
-           + std::to_string(GetLastError());
-}
-
-TEST(privileges, tell_their_state_before_and_need_room_and_rights) {
-    EXPECT_EQ(switched(u"SeNoSuchPrivilege", true), "refused, was off, 1313");
-    const outcome as_nobody = run_as_ordinary_user([] {
-        for (const bool on : {true, true, false})
-            std::printf("%s; ", switched(u"SeTcbPrivilege", on).c_str());
-    });
-    EXPECT_EQ(as_nobody.output, "was off, 1300; was off, 1300; was off, 1300; ") << "accepted, but not held";
-    if (!is_root())
-        GTEST_SKIP() << "only root holds privileges";
-    EXPECT_EQ(switched(u"SeChangeNotifyPrivilege", true), "was on, 0");
-    EXPECT_EQ(switched(u"setcbprivilege", true), "was off, 0");
-    EXPECT_EQ(switched(u"SeTcbPrivilege", false), "was on, 0");
-    EXPECT_EQ(switched(u"SeTcbPrivilege", false), "was off, 0");
-
-    platform::HANDLE weak, strong;
-    const platform::HANDLE self = platform::GetCurrentProcess();
-    ASSERT_TRUE(platform::OpenProcessToken(self, TOKEN_QUERY, &weak));
-    ASSERT_TRUE(platform::OpenProcessToken(self, TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, &strong));
-    platform::TOKEN_PRIVILEGES wanted{1, {{{}, SE_PRIVILEGE_ENABLED}}}, previous{};
-    ASSERT_TRUE(platform::LookupPrivilegeValueW(nullptr, u"SeDebugPrivilege", &wanted.Privileges[0].Luid));
-    EXPECT_EQ(wanted.Privileges[0].Luid.LowPart, 20u);
-    platform::DWORD length = 0;
-    const auto adjust = [&](platform::HANDLE token, uint32_t room) {
-        return code_of(platform::AdjustTokenPrivileges(token, FALSE, &wanted, room, &previous, &length));
-    };
-    EXPECT_EQ(adjust(weak, sizeof previous), codes::access_denied);
-    EXPECT_EQ(adjust(strong, 15), codes::insufficient_buffer);
-    EXPECT_EQ(length, 16u);
-    EXPECT_EQ(adjust(strong, length), 0u);
-    EXPECT_EQ(previous.PrivilegeCount, 1u) << "the short buffer had changed nothing";
-    EXPECT_EQ(adjust(strong, sizeof previous), 0u);
-    EXPECT_EQ(previous.PrivilegeCount, 0u) << "only changes are listed";
-    for (const platform::HANDLE token : {weak, strong})
-        EXPECT_TRUE(platform::CloseHandle(token));
 }
 
 } // namespace
