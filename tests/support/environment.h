@@ -1,6 +1,7 @@
 // The environment of a test's process.
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace zu_test {
@@ -18,7 +19,8 @@ void set_zone(const char* text);
 // Whether this platform knows a zone by that text.
 bool has_zone(const char* text);
 
-// The account of this process.
+// The account of this process, and its program.
 std::u16string own_user();
+std::filesystem::path own_program();
 
 } // namespace zu_test

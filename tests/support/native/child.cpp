@@ -6,6 +6,8 @@
 #include <io.h>
 #include <process.h>
 
+#include "support/environment.h"
+
 namespace zu_test {
 
 void make_pipe(int (&ends)[2]) {
@@ -13,9 +15,7 @@ void make_pipe(int (&ends)[2]) {
 }
 
 intptr_t start_own_program(const char* const* arguments) {
-    char program[MAX_PATH];
-    GetModuleFileNameA(nullptr, program, MAX_PATH);
-    const intptr_t process = _spawnv(_P_NOWAIT, program, arguments);
+    const intptr_t process = _spawnv(_P_NOWAIT, own_program().string().c_str(), arguments);
     return process == -1 ? 0 : process;
 }
 

@@ -28,4 +28,10 @@ std::u16string own_user() {
     return name;
 }
 
+std::filesystem::path own_program() {
+    wchar_t program[MAX_PATH];
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    return program;
+}
+
 } // namespace zu_test

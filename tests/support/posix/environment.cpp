@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <filesystem>
 
 namespace zu_test {
 
@@ -20,6 +19,10 @@ bool has_zone(const char*) {
 
 std::u16string own_user() {
     return std::filesystem::path(getpwuid(geteuid())->pw_name).u16string();
+}
+
+std::filesystem::path own_program() {
+    return std::filesystem::read_symlink("/proc/self/exe");
 }
 
 } // namespace zu_test
