@@ -107,6 +107,9 @@ TEST_F(process_lock, recursion_ownership_and_results) {
         EXPECT_TRUE(ZU_lock_process_close(one));
     for (const auto call : {ZU_lock_process_close, ZU_lock_process_lock, ZU_lock_process_unlock})
         EXPECT_EQ(code_of(call(lock)), codes::invalid_handle) << "it is closed";
+    ZU_event* const next = ZU_create_event(false);
+    EXPECT_EQ(code_of(ZU_lock_process_unlock(lock)), codes::invalid_handle) << "the event has its number now";
+    ZU_destroy_event(next);
     EXPECT_EQ(code_of(open() != nullptr), codes::file_not_found);
     EXPECT_TRUE(ZU_lock_process_close(nullptr));
     EXPECT_TRUE(ZU_lock_process_destroy(nullptr));
