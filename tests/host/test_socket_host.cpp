@@ -45,44 +45,20 @@ TEST_F(sockets, descriptors_and_addresses_of_the_host) {
 
 // Calls go on after a signal, see what others do meanwhile, and do not start their time anew.
 TEST_F(sockets, calls_under_signals) {
-    const held_socket listener = listening_socket(), client = stream_socket();
-    std::thread other([&] {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_BLOCK, &all, nullptr);
-        for (int step = 0; step < 3; ++step) {
-            usleep(100000);
-            EXPECT_EQ(step == 0 ? attempt(client, address_of(listener)) : transmit(client), step != 0);
-        }
-    });
-    let_alarms_come(5000);
-    platform::one_socket_set writable(client);
-    EXPECT_EQ(platform::select(0, nullptr, &writable, nullptr, nullptr), 1) << "not ready at first";
-    const held_socket server(ZU_accept(listener, nullptr, nullptr));
-    EXPECT_EQ(fcntl(static_cast<int>(server), F_GETFD), FD_CLOEXEC);
-    fd_set set = set_of(server);
-    EXPECT_EQ(ZU_select(0, &set, nullptr, nullptr, nullptr), 1);
-    EXPECT_EQ(receive(server), 1);
-    EXPECT_EQ(receive(server), 1);
-    other.join();
-
-    const connection full;
-    const held_socket datagrams = bound_socket(SOCK_DGRAM);
+    const connection pair;
+    const silent_port silent;
     const int milliseconds = 200;
     const timeval time{0, 20000};
-    for (const held_socket* one : {&server, &listener, &datagrams})
-        EXPECT_EQ(set_option(*one, SO_RCVTIMEO, &milliseconds), 0);
-    EXPECT_EQ(set_option(full.client, SO_SNDTIMEO, &milliseconds), 0);
-    EXPECT_EQ(receive(server), WSAETIMEDOUT);
-    EXPECT_EQ(receive(datagrams), WSAETIMEDOUT);
-    EXPECT_EQ(outcome_of(ZU_accept(listener, nullptr, nullptr)), WSAETIMEDOUT);
-    int sent;
-    while ((sent = transmit(full.client, std::string(5000, 'x'))) <= 5000) {}
-    EXPECT_EQ(sent, WSAETIMEDOUT);
+    let_alarms_come(5000);
+    expect_calls_to_wait();
+    EXPECT_EQ(tested(u"127.0.0.1", port_of(silent.listener), 200), "2, 10035");
+    EXPECT_EQ(set_option(pair.listener, SO_RCVTIMEO, &milliseconds), 0);
+    EXPECT_EQ(outcome_of(ZU_accept(pair.listener, nullptr, nullptr)), WSAETIMEDOUT);
     let_alarms_come(0);
-    EXPECT_EQ(receive(server, MSG_DONTWAIT), WSAEWOULDBLOCK);
-    EXPECT_EQ(set_option(client, SO_RCVTIMEO, &time, sizeof time), 0) << "the host's own form";
-    EXPECT_EQ(receive(client), WSAETIMEDOUT);
+    EXPECT_EQ(receive(pair.server, MSG_DONTWAIT), WSAEWOULDBLOCK);
+    EXPECT_EQ(set_option(pair.server, SO_RCVTIMEO, &time, sizeof time), 0) << "the host's own form";
+    EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
+    EXPECT_EQ(fcntl(static_cast<int>(pair.server), F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(sockets, callers_short_of_descriptors) {

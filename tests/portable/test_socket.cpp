@@ -176,6 +176,10 @@ TEST_F(sockets, datagrams) {
     }
 }
 
+TEST_F(sockets, calls_wait_for_others_and_for_their_time) {
+    expect_calls_to_wait();
+}
+
 TEST_F(sockets, addresses_of_version_6) {
     const auto of = [](auto& address) { return reinterpret_cast<sockaddr*>(&address); };
     sockaddr_in6 address{};

@@ -6,6 +6,7 @@
 #include "support/network.h"
 #include "support/results.h"
 #include "support/text.h"
+#include "support/threads.h"
 
 namespace zu_test {
 
@@ -56,6 +57,36 @@ inline std::u16string looked_up(const ZU_wchar* name) {
     SetLastError(0);
     ZU_wchar* text = ZU_get_ip_address_by_host_name(name);
     return text ? taken(text) : u"code " + wide(std::to_string(GetLastError()));
+}
+
+// Calls that wait: for what another thread does, and for the time limits of their sockets.
+inline void expect_calls_to_wait() {
+    const held_socket listener = listening_socket(), client = stream_socket(),
+                      datagrams = bound_socket(SOCK_DGRAM);
+    crew other;
+    other.add([&] {
+        for (int step = 0; step < 3; ++step) {
+            ZU_sleep(100);
+            EXPECT_EQ(step == 0 ? attempt(client, address_of(listener)) : transmit(client), step != 0);
+        }
+    });
+    fd_set set = set_of(client);
+    EXPECT_EQ(ZU_select(0, nullptr, &set, nullptr, nullptr), 1) << "not ready at first";
+    const held_socket server(ZU_accept(listener, nullptr, nullptr));
+    set = set_of(server);
+    EXPECT_EQ(ZU_select(0, &set, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(receive(server), 1);
+    EXPECT_EQ(receive(server), 1);
+    const connection full;
+    const int milliseconds = 200;
+    for (const held_socket* one : {&server, &datagrams}) {
+        EXPECT_EQ(set_option(*one, SO_RCVTIMEO, &milliseconds), 0);
+        EXPECT_EQ(receive(*one), WSAETIMEDOUT);
+    }
+    EXPECT_EQ(set_option(full.client, SO_SNDTIMEO, &milliseconds), 0);
+    int sent;
+    while ((sent = transmit(full.client, std::string(5000, 'x'))) <= 5000) {}
+    EXPECT_EQ(sent, WSAETIMEDOUT);
 }
 
 } // namespace zu_test
