@@ -1,7 +1,9 @@
-// Accounts and groups: of root, of ordinary users, of an impersonated one. About Linux: its users and groups stand for
-// the accounts.
+// Accounts and groups: of root, of ordinary users, of an impersonated one; passwords against PAM, without PAM, without
+// the helper, without the package. About Linux: its users and groups stand for the accounts, and PAM decides.
+#include <dlfcn.h>
 #include <grp.h>
 
+#include "platform/system/module.h"
 #include "support/test.h"
 
 namespace {
@@ -88,18 +90,17 @@ TEST(account, look_ups_tell_the_room_they_need_and_ask_other_domains) {
     EXPECT_EQ(std::memcmp(sid, expected, sizeof expected), 0);
 
     // The same of the list of a switched privilege, which everybody holds.
+    platform::HANDLE token;
+    ASSERT_TRUE(platform::OpenProcessToken(platform::GetCurrentProcess(),
+                                           TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, &token));
     platform::TOKEN_PRIVILEGES off{1, {{{23, 0}, 0}}}, before{};
-    for (const auto& [access, room, code] :
-         {std::tuple(TOKEN_QUERY, 16u, codes::access_denied),
-          {TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, 15u, codes::insufficient_buffer},
-          {TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, 16u, codes::none}}) {
-        platform::HANDLE token;
-        platform::DWORD length = 16;
-        ASSERT_TRUE(platform::OpenProcessToken(platform::GetCurrentProcess(), access, &token));
-        EXPECT_EQ(code_of(platform::AdjustTokenPrivileges(token, FALSE, &off, room, &before, &length)), code);
-        EXPECT_EQ(std::pair(length, before.PrivilegeCount), std::pair(16u, code == codes::none ? 1u : 0u));
-        EXPECT_TRUE(platform::CloseHandle(token));
+    for (platform::DWORD room = 15, length = 0; room <= 16; ++room) {
+        EXPECT_EQ(code_of(platform::AdjustTokenPrivileges(token, FALSE, &off, room, &before, &length)),
+                  room < 16 ? codes::insufficient_buffer : codes::none);
+        EXPECT_EQ(length, 16u);
     }
+    EXPECT_EQ(before.PrivilegeCount, 1u) << "the short buffer had changed nothing";
+    EXPECT_TRUE(platform::CloseHandle(token));
 
     EXPECT_EQ(code_of(ZU_user_exist(nullptr, u"shadow")), no_code) << "a group of the host";
 
@@ -117,6 +118,153 @@ TEST(account, look_ups_tell_the_room_they_need_and_ask_other_domains) {
     });
     if (!ran)
         GTEST_SKIP() << "this user may not have mounts of its own";
+}
+
+constexpr const char* right_narrow = "pa55 w\xC3\xB6rd \xE2\x82\xAC";
+constexpr const ZU_wchar* right = u"pa55 w\u00F6rd \u20AC";
+
+// A user, and a helper that keeps count of what it is asked. The host's own rules would let every refusal take
+// seconds, so within quickly() the service "zu" exists, which has none of that.
+class password : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!user_.made())
+            GTEST_SKIP() << "no user could be made: this takes root, useradd, chpasswd and libpam.so.0";
+        place_.write("helper", "#!/bin/sh\necho >>" + place_.host_path("asked")
+                                   + "\nexec " ZU_HELPER_PROGRAM " \"$@\"\n");
+        chmod(place_.host_path("helper").c_str(), 0755);
+        setenv("ZU_HELPER", place_.host_path("helper").c_str(), 1);
+        place_.make_directory("pam.d");
+        place_.write("pam.d/zu", "auth required pam_unix.so nodelay nullok\naccount required pam_unix.so\n");
+    }
+
+    void quickly(const std::function<void()>& body) {
+        const bool ran = in_private_network([&] {
+            ASSERT_EQ(mount(place_.host_path("pam.d").c_str(), "/etc/pam.d", nullptr, MS_BIND, nullptr), 0);
+            body();
+        });
+        if (!ran)
+            GTEST_SKIP() << "this user may not have mounts of its own";
+    }
+
+    bool is_right(const ZU_wchar* given, const ZU_wchar* domain = nullptr) {
+        unlink(place_.host_path("asked").c_str());
+        return ZU_validate_user_password(domain, name_.c_str(), given);
+    }
+    // And how often PAM was asked for it.
+    std::pair<bool, size_t> verdict_on(const ZU_wchar* given, const ZU_wchar* domain = nullptr) {
+        const bool verdict = is_right(given, domain);
+        return {verdict, place_.read("asked").size()};
+    }
+
+    const file_place place_{};
+    const temporary_user user_{right_narrow};
+    const std::u16string name_ = user_.name();
+};
+
+TEST_F(password, right_and_wrong_ones) {
+    EXPECT_TRUE(is_right(right)) << "by the host's own rules";
+    ZU_wchar machine[65];
+    ZU_gethostname(machine, 65);
+    const std::u16string huge(5000, u'x');
+    const temporary_user admin(right_narrow, true);
+    const struct {
+        const ZU_wchar *domain, *given;
+        std::pair<bool, size_t> verdict;
+    } rows[] = {{nullptr, right, {true, 1}},    {u"", right, {true, 1}},
+                {machine, right, {true, 1}},    {u"NODOM", right, {false, 0}},
+                {nullptr, u"pa55", {false, 2}}, {nullptr, huge.c_str(), {false, 0}},
+                {nullptr, u"", {false, 0}},     {u".", right, {true, 1}}};
+    quickly([&] {
+        for (const auto& row : rows)
+            EXPECT_EQ(verdict_on(row.given, row.domain), row.verdict)
+                << narrow(row.given) << " in " << (row.domain ? narrow(row.domain) : "none");
+        platform::built_in_modules_offered = false; // the security package among them: one road is left
+        EXPECT_EQ(verdict_on(right), std::pair(true, size_t{1}));
+        EXPECT_EQ(verdict_on(u"wrong"), std::pair(false, size_t{1}));
+        platform::built_in_modules_offered = true;
+
+        const auto repeat = [&](const ZU_wchar* given, bool expected) {
+            for (int i = 0; i < 10; ++i)
+                EXPECT_EQ(is_right(given), expected);
+        };
+        std::thread other(repeat, u"wrong", false);
+        repeat(right, true);
+        other.join();
+
+        EXPECT_FALSE(ZU_user_is_admin(nullptr, name_.c_str(), right));
+        EXPECT_FALSE(ZU_user_is_admin(nullptr, admin.name().c_str(), u"wrong"));
+        EXPECT_TRUE(ZU_user_is_admin(nullptr, admin.name().c_str(), right));
+        EXPECT_EQ(run_as_ordinary_user([] { std::printf("%d", ZU_current_user_is_admin()); }).output, "0")
+            << "something of the user is left on the thread";
+
+        // Locked, expired, neither, without a password.
+        const std::tuple<const char*, const ZU_wchar*, bool> changes[] = {
+            {"-L", right, false}, {"-U -e 1", right, false}, {"-e ''", right, true}, {"-p ''", u"", false}};
+        for (const auto& [options, given, expected] : changes) {
+            ASSERT_TRUE(user_.change(options)) << options;
+            EXPECT_EQ(is_right(given), expected) << options;
+        }
+    });
+    ZU_bool was_on = 99;
+    EXPECT_TRUE(ZU_adjust_privilege(u"SeTcbPrivilege", 0, &was_on));
+    EXPECT_EQ(was_on, 0) << "switched off again";
+}
+
+TEST_F(password, without_the_authentication_service) {
+    void* pam = dlopen("libpam.so.0", RTLD_NOW);
+    ASSERT_NE(pam, nullptr) << "no PAM on this machine";
+    Dl_info where;
+    ASSERT_NE(dladdr(dlsym(pam, "pam_start"), &where), 0);
+    quickly([&] {
+        ASSERT_TRUE(is_right(right));
+        ASSERT_EQ(mount("/dev/null", where.dli_fname, nullptr, MS_BIND, nullptr), 0);
+        EXPECT_EQ(verdict_on(right), std::pair(false, size_t{2}));
+        EXPECT_FALSE(ZU_user_is_admin(nullptr, u"root", right));
+        ASSERT_EQ(umount(where.dli_fname), 0);
+        for (const char* helper : {"/nonexistent", "/bin/true", "/bin/echo", "/etc/passwd"}) {
+            setenv("ZU_HELPER", helper, 1);
+            EXPECT_FALSE(is_right(right)) << helper;
+        }
+    });
+}
+
+// Where a text stands in this process's writable memory.
+std::set<size_t> places_in_memory(const std::string& text) {
+    std::ifstream maps("/proc/self/maps");
+    const int memory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+    std::set<size_t> found;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long from = 0, to = 0;
+        char access[5] = "";
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, access) != 3 || access[1] != 'w'
+            || to - from > 64u << 20)
+            continue;
+        std::string content(to - from, 0);
+        if (pread(memory, content.data(), content.size(), static_cast<off_t>(from)) < 0)
+            continue;
+        for (size_t at = 0; (at = content.find(text, at)) != std::string::npos; ++at)
+            found.insert(from + at);
+        explicit_bzero(content.data(), content.size());
+    }
+    close(memory);
+    return found;
+}
+
+TEST_F(password, is_wiped_after_use) {
+    if (built_with_sanitizer)
+        GTEST_SKIP() << "a sanitizer keeps memory of its own";
+    const std::string units(reinterpret_cast<const char*>(right), 22), bytes = right_narrow;
+    quickly([&] {
+        // Copies of before may vanish: the loader spills vector registers onto the stack.
+        const std::set<size_t> wide_before = places_in_memory(units), bytes_before = places_in_memory(bytes);
+        EXPECT_TRUE(is_right(right));
+        for (const size_t place : places_in_memory(units))
+            EXPECT_TRUE(wide_before.contains(place)) << "as wide text at " << place;
+        for (const size_t place : places_in_memory(bytes))
+            EXPECT_TRUE(bytes_before.contains(place)) << "as bytes at " << place;
+        EXPECT_FALSE(wide_before.empty()) << "the search works";
+    });
 }
 
 } // namespace

@@ -26,10 +26,9 @@ OSVERSIONINFOEXW version_of(uint32_t id, uint32_t major, uint32_t minor, const s
     return version;
 }
 
-constexpr const char* registry_file = "../host/registry.reg";
-
 TEST(description, of_all_systems) {
-    const file_place place; // with a registry of its own
+    const file_place place;
+    const auto write_registry = [&](const std::string& text) { place.write("../host/registry.reg", text); };
     const std::tuple<uint32_t, uint32_t, uint32_t, const char16_t*, const char*> rows[] = {
         // clang-format off
         {0, 3, 1, u"", "Microsoft Win32s"},       {3, 5, 1, u"x", "Microsoft Windows (Unknown Version)"},
@@ -64,8 +63,8 @@ TEST(description, of_all_systems) {
         return described(version_of(2, major, 0, u"SERVICE PACK 6", 1));
     };
     EXPECT_EQ(with_pack_6(4), "Microsoft Windows NT Workstation 4.0 SERVICE PACK 6 (Build 2600)");
-    place.write(registry_file,
-                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Hotfix\\Q246009]\n");
+    write_registry(
+        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Hotfix\\Q246009]\n");
     EXPECT_EQ(with_pack_6(4), "Microsoft Windows NT Workstation 4.0 Service Pack 6a (Build 2600)");
     EXPECT_EQ(with_pack_6(5), "Microsoft Windows 2000 Professional SERVICE PACK 6 (Build 2600)");
 
@@ -80,7 +79,7 @@ TEST(description, of_all_systems) {
                                           {of_type("SERVERNT"), nt + "Advanced Server " + build},
                                           {of_type(std::string(79, 'x')), nt + build},
                                           {of_type(std::string(80, 'x')), "failed 234"}}) {
-        place.write(registry_file, lines);
+        write_registry(lines);
         EXPECT_EQ(described(version_of(2, 4, 0, u"SP", 3), false), expected) << lines;
     }
 

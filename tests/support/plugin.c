@@ -3,9 +3,7 @@
 
 int number = 7;
 int* ended = 0; // which its end counts up
-#ifndef _WIN32
 __thread int of_thread = 8;
-#endif
 
 int answer(void) {
     return atoi("42");
