@@ -81,8 +81,11 @@ TEST_F(lookup, names_of_the_host) {
 // They are links, which are seen when they change.
 TEST_F(lookup, drives_and_shares) {
     const std::u16string host_file = wide(place.host_path("disk/file"));
-    place.make_directory("disk");
+    for (const char* directory : {"disk", "disk/LOGS"})
+        place.make_directory(directory);
     place.write("disk/file", "");
+    place.write("disk/LOGS/b\xff:", ""); // neither UTF-8 nor a name of the platform
+    place.make_link("disk/LOGS/link", "/");
     for (const char16_t* path : {u"Q:\\file", u"\\\\?\\Q:\\", u"Z:\\"}) // C: is / already
         EXPECT_EQ(attribute_code(path), codes::path_not_found);
     EXPECT_EQ(attribute_code(u"\\\\Srv\\Share\\file"), codes::bad_network_path);
@@ -102,6 +105,27 @@ TEST_F(lookup, drives_and_shares) {
     for (const auto& [code, paths] : rows)
         for (const char16_t* path : paths)
             EXPECT_EQ(attribute_code(path), code) << narrow(path);
+    for (const auto& [path, actual] : {std::pair{u"\\\\srv\\share\\..", u"\\\\srv"},
+                                       {u"\\\\srv\\\\share\\", u"\\\\srv\\share"},
+                                       {u"\\\\srv\\share\\logs\\LINK", u"\\\\srv\\share\\LOGS\\link"},
+                                       {u"\\\\srv\\share\\..\\..", u"<null>"},
+                                       {u"\\\\srv\\", u"<null>"}})
+        EXPECT_EQ(taken(ZU_get_actual_full_path(path)), actual) << narrow(path);
+    ZU_stat status;
+    for (const auto& [path, code] : {std::pair{u"\\\\?\\unc\\SRV\\Share\\", codes::none},
+                                     {u"\\\\srv\\share\\missing", codes::file_not_found},
+                                     {u"\\\\srv\\nosuch", codes::path_not_found}}) {
+        EXPECT_EQ(code_of(ZU_stat64(path, &status) == 0), code) << narrow(path);
+        EXPECT_TRUE(status.st_mode == (code == 0 ? 0x41FF : 0) && status.st_dev == 0) << narrow(path);
+    }
+    std::set<std::u16string> found;
+    ZU_enum_dir* const dir = ZU_enum_dir_begin(u"\\\\srv\\share\\LOGS\\", ZU_ENUM_DIR_SKIP_DOTS);
+    for (bool more = dir != nullptr; more; more = ZU_enum_dir_next(dir))
+        if (ZU_enum_dir_get(dir)->attributes == ZU_PATH_FILE) // a link, too
+            found.insert(ZU_enum_dir_get(dir)->path);
+    ZU_enum_dir_end(dir);
+    EXPECT_EQ(found, (std::set<std::u16string>{u"\\\\srv\\share\\LOGS\\b\xdcff\xf03a",
+                                               u"\\\\srv\\share\\LOGS\\link"}));
 
     place.map_drive('C', "");
     setenv("ZU_HOST", (place.host_path() + "/../host/.").c_str(), 1); // another directory to the library
@@ -117,40 +141,6 @@ TEST_F(lookup, drives_and_shares) {
     for (const char* directory : {".", "/"}) {
         ASSERT_EQ(chdir(directory), 0);
         EXPECT_EQ(attribute_code(u"Q:\\file"), 0u) << directory;
-    }
-}
-
-TEST_F(lookup, paths_on_a_share) {
-    constexpr char16_t null[] = u"<null>"; // what `taken` makes of it
-    for (const char* directory : {"Data", "Data/LOGS"})
-        place.make_directory(directory);
-    place.write("Data/LOGS/b\xff:", ""); // neither UTF-8 nor a name of the platform
-    place.make_link("Data/LOGS/link", "/");
-    place.map_share("srv", "share", place.host_path("Data"));
-    for (const auto& [path, actual] : {std::pair{u"\\\\srv\\share\\..", u"\\\\srv"},
-                                       {u"\\\\srv\\\\share\\", u"\\\\srv\\share"},
-                                       {u"\\\\srv\\share\\logs\\LINK", u"\\\\srv\\share\\LOGS\\link"},
-                                       {u"\\\\srv\\share\\..\\..", null},
-                                       {u"\\\\srv", null},
-                                       {u"\\\\srv\\", null}})
-        EXPECT_EQ(taken(ZU_get_actual_full_path(path)), actual) << narrow(path);
-    ZU_stat status;
-    for (const auto& [path, code] : {std::pair{u"\\\\srv\\share", codes::none},
-                                     {u"\\\\?\\unc\\SRV\\Share\\", codes::none},
-                                     {u"\\\\srv\\share\\missing", codes::file_not_found},
-                                     {u"\\\\srv\\nosuch", codes::path_not_found}}) {
-        EXPECT_EQ(code_of(ZU_stat64(path, &status) == 0), code) << narrow(path);
-        EXPECT_EQ(status.st_mode, code == 0 ? 0x41FF : 0) << narrow(path);
-        EXPECT_EQ(status.st_dev, 0u) << narrow(path);
-    }
-    for (const std::u16string directory : {u"T:\\Data\\LOGS\\", u"\\\\srv\\share\\LOGS\\"}) {
-        std::set<std::u16string> found;
-        ZU_enum_dir* const dir = ZU_enum_dir_begin(directory.c_str(), ZU_ENUM_DIR_SKIP_DOTS);
-        for (bool more = dir != nullptr; more; more = ZU_enum_dir_next(dir))
-            if (ZU_enum_dir_get(dir)->attributes == ZU_PATH_FILE) // a link, too
-                found.insert(ZU_enum_dir_get(dir)->path);
-        ZU_enum_dir_end(dir);
-        EXPECT_EQ(found, (std::set{directory + u"b\xdcff\xf03a", directory + u"link"}));
     }
 }
 

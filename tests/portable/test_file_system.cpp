@@ -1,5 +1,5 @@
 // File-system operations, their second attempt on read-only items, and the recursive delete. File handles: ways to
-// open, positions, gathered writes.
+// open, positions, gathered writes, two names of one file, and what a started program has of them.
 #include "support/portable.h"
 
 namespace {
@@ -39,12 +39,6 @@ TEST(file_system, single_items_and_their_attributes) {
               ZU_PATH_FILE | ZU_PATH_READONLY | ZU_PATH_HIDDEN | ZU_PATH_SYSTEM);
     EXPECT_EQ(code_of(ZU_delete_file(u"T:\\F")), ok);
     EXPECT_FALSE(place.exists("f"));
-    make(place, "f", "", read_only | hidden);
-    ZU_file* open =
-        ZU_open_file(u"T:\\f", ZU_FILE_READ | ZU_FILE_OPEN_EXISTING | ZU_FILE_SHARE_READ, nullptr);
-    EXPECT_EQ(code_of(ZU_delete_file(u"T:\\f")), codes::sharing_violation);
-    ZU_close_file(open);
-    EXPECT_EQ(bits_of(u"T:\\f"), read_only | hidden);
 }
 
 TEST(file_system, recursive_delete) {
@@ -229,6 +223,23 @@ TEST(file, rights_positions_and_bounds) {
     ZU_close_file(reader);
     ZU_close_file(writer);
     ZU_close_file(nullptr);
+}
+
+TEST(file, two_names_of_one) {
+    const scratch place;
+    make(place, "one", "data", read_only | hidden);
+    std::filesystem::create_hard_link(place.at("one"), place.at("two"));
+    EXPECT_EQ(bits_of(u"T:\\two"), read_only | hidden);
+    const uint32_t for_itself = ZU_FILE_READ | ZU_FILE_OPEN_EXISTING;
+    ZU_file* const file = ZU_open_file(u"T:\\one", for_itself, nullptr);
+    EXPECT_EQ(code_of(ZU_open_file(u"T:\\two", for_itself, nullptr)), codes::sharing_violation);
+    EXPECT_EQ(code_of(ZU_delete_file(u"T:\\two")), codes::sharing_violation);
+    EXPECT_EQ(code_of(ZU_move_file(u"T:\\two", u"T:\\three")), codes::sharing_violation);
+    ZU_close_file(file);
+    EXPECT_EQ(bits_of(u"T:\\two"), read_only | hidden);
+    EXPECT_TRUE(ZU_delete_file(u"T:\\one"));
+    EXPECT_EQ(bits_of(u"T:\\two"), hidden) << "the second attempt made it writable";
+    EXPECT_TRUE(!place.exists("one") && place.read("two") == "data");
 }
 
 // Opens the file for itself and starts a second program, which lives on as long as the file "on" is there.
