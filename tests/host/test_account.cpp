@@ -89,19 +89,6 @@ TEST(account, look_ups_tell_the_room_they_need_and_ask_other_domains) {
     const uint8_t expected[] = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0x21, 2, 0, 0};
     EXPECT_EQ(std::memcmp(sid, expected, sizeof expected), 0);
 
-    // The same of the list of a switched privilege, which everybody holds.
-    platform::HANDLE token;
-    ASSERT_TRUE(platform::OpenProcessToken(platform::GetCurrentProcess(),
-                                           TOKEN_QUERY | TOKEN_ADJUST_PRIVILEGES, &token));
-    platform::TOKEN_PRIVILEGES off{1, {{{23, 0}, 0}}}, before{};
-    for (platform::DWORD room = 15, length = 0; room <= 16; ++room) {
-        EXPECT_EQ(code_of(platform::AdjustTokenPrivileges(token, FALSE, &off, room, &before, &length)),
-                  room < 16 ? codes::insufficient_buffer : codes::none);
-        EXPECT_EQ(length, 16u);
-    }
-    EXPECT_EQ(before.PrivilegeCount, 1u) << "the short buffer had changed nothing";
-    EXPECT_TRUE(platform::CloseHandle(token));
-
     EXPECT_EQ(code_of(ZU_user_exist(nullptr, u"shadow")), no_code) << "a group of the host";
 
     // Users of other domains are known by these names.

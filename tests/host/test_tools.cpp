@@ -26,21 +26,14 @@ TEST(command, is_misused_or_fails_with_a_reason_and_a_status) {
     place.write("no registry", "a letter to a friend");
     place.write("../host/registry.reg", "");
     const std::tuple<const char*, int, const char*> rows[] = {
-        {"", 2, "usage"},
-        {"nonsense", 2, "usage"},
-        {"drive map", 2, "argument is missing"},
-        {"drive map Q: /nowhere", 1, "(2)"},
-        {"drive map 1: /", 2, "neither a drive"},
-        {"drive unmap Q:", 1, "not mapped"},
-        {"registry get HKLM\\\\none", 1, "no key"},
-        {"registry get HKXX\\\\none", 2, "a key begins with"},
-        {"registry set HKLM\\\\x n dword -1", 2, "not a number"},
-        {"registry set HKLM\\\\x n dword 4294967296", 2, "not a number"},
-        {"registry set HKLM\\\\x n binary abc", 2, "not pairs"},
-        {"registry list --colour", 2, "no option --colour"},
-        {"service state nothing", 1, "(1060)"},
-        {"open 'T:\\none'", 1, "(2)"},
-        {"path 'Q:\\'", 1, "(3)"}};
+        // clang-format off
+        {"", 2, "usage"}, {"nonsense", 2, "usage"}, {"drive map", 2, "argument is missing"},
+        {"drive map Q: /nowhere", 1, "(2)"}, {"drive map 1: /", 2, "neither a drive"}, {"drive unmap Q:", 1, "not mapped"},
+        {"registry get HKLM\\\\none", 1, "no key"}, {"registry get HKXX\\\\none", 2, "a key begins with"},
+        {"registry set HKLM\\\\x n dword -1", 2, "not a number"}, {"registry set HKLM\\\\x n binary abc", 2, "not pairs"},
+        {"registry set HKLM\\\\x n dword 4294967296", 2, "not a number"}, {"registry list --colour", 2, "no option --colour"},
+        {"service state nothing", 1, "(1060)"}, {"open 'T:\\none'", 1, "(2)"}, {"path 'Q:\\'", 1, "(3)"}};
+    // clang-format on
     for (const auto& [arguments, status, reason] : rows) {
         const outcome result = zu(arguments);
         EXPECT_EQ(result.exit_code, status) << arguments;
