@@ -2,11 +2,11 @@
 #pragma once
 
 #include <string>
+#include <thread>
 
 #include "support/network.h"
 #include "support/results.h"
 #include "support/text.h"
-#include "support/threads.h"
 
 namespace zu_test {
 
@@ -63,8 +63,7 @@ inline std::u16string looked_up(const ZU_wchar* name) {
 inline void expect_calls_to_wait() {
     const held_socket listener = listening_socket(), client = stream_socket(),
                       datagrams = bound_socket(SOCK_DGRAM);
-    crew other;
-    other.add([&] {
+    const std::jthread other([&] {
         for (int step = 0; step < 3; ++step) {
             ZU_sleep(100);
             EXPECT_EQ(step == 0 ? attempt(client, address_of(listener)) : transmit(client), step != 0);
