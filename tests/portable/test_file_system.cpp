@@ -195,17 +195,11 @@ TEST(file, rights_positions_and_bounds) {
     for (const char* piece : {"012345", "6789", ""})
         EXPECT_EQ(read(reader, 6), piece);
     EXPECT_TRUE(read(writer, 1) == "failed" && !written(reader, "x"));
-    constexpr uint32_t before = codes::negative_seek;
-    const std::tuple<int64_t, uint32_t, uint32_t, uint64_t> rows[] = {
-        {0, ZU_SEEK_END, ok, 10},    {-4, ZU_SEEK_CURRENT, ok, 6},     {0, 3, wrong, 0},
-        {0, ZU_SEEK_CURRENT, ok, 6}, {-7, ZU_SEEK_CURRENT, before, 0}, {-1, ZU_SEEK_BEGIN, before, 0},
-        {5, ZU_SEEK_END, ok, 15},    {0, 0xFFFFFFFF, wrong, 0}};
     uint64_t position = 7;
-    for (const auto& [offset, origin, code, reached] : rows) {
-        position = 7;
-        EXPECT_EQ(code_of(ZU_seek_file(writer, offset, &position, origin)), code) << offset;
-        EXPECT_EQ(position, reached) << offset;
-    }
+    EXPECT_TRUE(ZU_seek_file(writer, 5, &position, ZU_SEEK_END) && position == 15);
+    EXPECT_EQ(code_of(ZU_seek_file(writer, -16, &position, ZU_SEEK_CURRENT)), codes::negative_seek);
+    EXPECT_EQ(code_of(ZU_seek_file(writer, 0, nullptr, 3)), wrong);
+    EXPECT_EQ(position, 0u);
     EXPECT_TRUE(ZU_tell_file(writer, &position));
     EXPECT_EQ(position, 15u) << "no failed seek has moved it";
     EXPECT_TRUE(written(writer, ""));

@@ -142,7 +142,6 @@ TEST_F(stat, mode_size_and_drive) {
     set_zone("EST5");
     for (const char16_t* root : {u"C:\\", u"C:", u"\\\\?\\c:\\"}) { // they have no entry and a fixed time
         const ZU_stat status = status_of(root);
-        EXPECT_EQ(status.st_mode, 0x41FF);
         for (ZU_time_t time : {status.st_atime, status.st_mtime, status.st_ctime})
             EXPECT_EQ(time, 315532800 + 5 * 3600);
     }
