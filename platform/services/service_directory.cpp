@@ -371,9 +371,9 @@ public:
         const descriptor all = open_services(path);
         if (!all)
             return code_of_errno(errno);
-        const service_lock lock(all.get(), all_services_lock);
-        if (lock.code() != ERROR_SUCCESS)
-            return lock.code();
+        std::optional<service_lock> lock(std::in_place, all.get(), all_services_lock);
+        if (lock->code() != ERROR_SUCCESS)
+            return lock->code();
         DWORD code = check_names(*this, path, all.get(), record);
         if (code == ERROR_SUCCESS)
             code = choose_manager(path, record.is_unit);
@@ -386,8 +386,14 @@ public:
             return code;
         }
         fsync(all.get());
-        return record.is_unit && record.start_type == SERVICE_AUTO_START ? enable(all.get(), record)
-                                                                         : ERROR_SUCCESS;
+        if (record.is_unit && record.start_type == SERVICE_AUTO_START)
+            code = enable(all.get(), record);
+        lock.reset();
+        // The unit of a service that had this name and was deleted may be about to end.
+        if (const descriptor directory = open_directory_of(all.get(), directory_name_of(record.name));
+            record.is_unit && directory)
+            wait_until_ended(directory.get(), unit_of(record.name));
+        return code;
     }
 
 private:

@@ -17,7 +17,7 @@ namespace {
 
 constexpr DWORD answer_limit_ms = 30000;
 constexpr DWORD look_at_unit_ms = 250;
-constexpr DWORD end_of_unit_ms = 1000;
+constexpr DWORD end_of_unit_ms = 5000;
 
 // The mark by which a new status file is told from the one before.
 struct file_mark {
@@ -99,13 +99,6 @@ bool has_not_ended(int directory, const std::string& unit) {
     return lstat((runtime + "/systemd/units/invocation:" + unit).c_str(), &link) == 0;
 }
 
-// The manager needs a moment to see the end of a unit of which nothing lives.
-void wait_until_ended(int directory, const std::string& unit) {
-    for (const DWORD start = GetTickCount();
-         has_not_ended(directory, unit) && GetTickCount() - start < end_of_unit_ms;)
-        Sleep(2);
-}
-
 } // namespace
 
 bool is_of_users_manager(int directory) {
@@ -115,6 +108,12 @@ bool is_of_users_manager(int directory) {
 
 bool may_be_up(int directory, const std::string& unit) {
     return has_mark(directory, restarts_mark) || has_not_ended(directory, unit);
+}
+
+void wait_until_ended(int directory, const std::string& unit) {
+    for (const DWORD start = GetTickCount();
+         has_not_ended(directory, unit) && GetTickCount() - start < end_of_unit_ms;)
+        Sleep(2);
 }
 
 DWORD start_unit(int directory, const service_record& record) {
