@@ -1,5 +1,4 @@
-// Services that are installed and never run; accounts, groups and privileges; the description of this system. results/
-// asks for what does not exist.
+// Accounts, groups and privileges, and the description of this system; results/ asks for what does not exist.
 #include "support/portable.h"
 
 namespace {
@@ -15,62 +14,6 @@ std::u16string own_machine() {
     ZU_wchar name[65] = {};
     EXPECT_EQ(ZU_gethostname(name, 65), 1);
     return name;
-}
-
-const std::u16string longest(256, u'x'), too_long(257, u'x');
-
-class services : public testing::Test {
-protected:
-    ~services() override {
-        for (const std::u16string& name : installed_)
-            ZU_NT_service_uninstall(nullptr, name.c_str());
-    }
-    uint32_t install(const std::u16string& name, const ZU_wchar* display, const ZU_wchar* needs = nullptr,
-                     const ZU_wchar* command = u"C:\\zu_nosuch.exe", uint32_t type = 0x10,
-                     uint32_t start = 3) {
-        const uint32_t code =
-            code_of(ZU_NT_service_install(nullptr, name.c_str(), display, command, type, start, needs));
-        if (code == 0)
-            installed_.insert(installed_.begin(), name);
-        return code;
-    }
-
-    scratch place_;
-    std::vector<std::u16string> installed_;
-};
-
-TEST_F(services, are_there_until_they_are_uninstalled) {
-    const std::u16string odd = u"zu_ \u00C4 ; %25 ${A}";
-    ASSERT_EQ(install(odd, u"%25 \xD800 d", u"zu_nosuch\0", u"x", 0x110, 2), 0u);
-    ASSERT_EQ(install(longest, u"", nullptr, u"x", 1, 0), 0u);
-    for (const std::u16string& machine :
-         {std::u16string(), u"\\\\" + own_machine(), std::u16string(u"LocalHost")})
-        for (const std::u16string& name : {odd, longest, std::u16string(u"ZU_ \u00C4 ; %25 ${a}")}) {
-            EXPECT_EQ(code_of(ZU_NT_service_exist(machine.c_str(), name.c_str())), 0u) << narrow(name);
-            EXPECT_EQ(ZU_NT_service_get_state(machine.c_str(), name.c_str()), 1u) << narrow(machine);
-        }
-    EXPECT_EQ(code_of(ZU_NT_service_stop(nullptr, odd.c_str())), 0u) << "it has stopped";
-    EXPECT_EQ(code_of(ZU_NT_service_start(nullptr, odd.c_str())), codes::service_request_timeout);
-    EXPECT_EQ(install(u"ZU_ \u00C4 ; %25 ${a}", nullptr), codes::service_exists);
-    EXPECT_EQ(install(u"zu_other", u"%25 \xD800 d"), codes::duplicate_service_name);
-    EXPECT_EQ(code_of(ZU_NT_service_uninstall(nullptr, odd.c_str())), 0u);
-    EXPECT_EQ(code_of(ZU_NT_service_exist(nullptr, odd.c_str())), codes::service_does_not_exist);
-    EXPECT_EQ(install(odd, nullptr), 0u) << "once more";
-    for (const ZU_bool starting : {0, 1})
-        EXPECT_EQ(code_of(ZU_NT_service_wait_pending(nullptr, starting)), codes::invalid_handle);
-}
-
-TEST_F(services, of_some_kinds_cannot_be_installed) {
-    for (const std::u16string& name :
-         {std::u16string(), std::u16string(u"a/b"), std::u16string(u"a\\b"), too_long})
-        EXPECT_EQ(install(name, nullptr), codes::invalid_name) << narrow(name);
-    EXPECT_EQ(install(u"zu_n", too_long.c_str()), codes::invalid_name);
-    EXPECT_EQ(install(u"zu_n", nullptr, nullptr, nullptr), codes::invalid_parameter);
-    EXPECT_EQ(install(u"zu_self", nullptr, u"ZU_Self\0"), codes::circular_dependency);
-    ASSERT_EQ(install(u"zu_\u00C4rly", nullptr, u"zu_late\0"), 0u);
-    EXPECT_EQ(install(u"ZU_\u00E4RLY", nullptr), codes::service_exists);
-    EXPECT_EQ(install(u"zu_late", u"ZU_\u00E4RLY"), codes::duplicate_service_name);
-    EXPECT_EQ(install(u"zu_late", nullptr, u"zu_nosuch\0zu_\u00E4rly\0"), codes::circular_dependency);
 }
 
 TEST(account, names_that_are_users_and_names_that_are_not) {

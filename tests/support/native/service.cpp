@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <filesystem>
-
 #include "support/scratch.h"
 
 namespace zu_test {
@@ -34,17 +32,14 @@ void WINAPI service_main(DWORD, wchar_t**) {
 } // namespace
 
 // The manager does not know where this program finds its library, so that the service is a copy with the library beside
-// it, in the directory.
-std::u16string service_command(const part& plays, const std::string& directory) {
+// it.
+void put_service_program(const std::filesystem::path& directory) {
     for (const auto& [module, copy] : {std::pair{L"libzu.dll", L"libzu.dll"},
                                        std::pair<const wchar_t*, const wchar_t*>{nullptr, L"service.exe"}}) {
         wchar_t file[MAX_PATH];
         GetModuleFileNameW(GetModuleHandleW(module), file, MAX_PATH);
-        must(CopyFileW(file, (std::filesystem::path(directory) / copy).c_str(), FALSE), "CopyFile",
-             directory);
+        must(CopyFileW(file, (directory / copy).c_str(), FALSE), "CopyFile", directory.string());
     }
-    const std::string command = directory + "service.exe --part " + plays.name + ' ' + directory;
-    return {command.begin(), command.end()};
 }
 
 int serve_as_service(int (*body)(const words&), const words& arguments) {
@@ -64,8 +59,12 @@ void report_state(service_state state, uint32_t hint) {
     SetServiceStatus(manager, &status);
 }
 
-void wait_for_stop() {
-    WaitForSingleObject(stop_event, INFINITE);
+bool is_told_to_stop(uint32_t within_ms) {
+    return WaitForSingleObject(stop_event, within_ms) == WAIT_OBJECT_0;
+}
+
+void end_on_the_spot() {
+    TerminateProcess(GetCurrentProcess(), 1);
 }
 
 } // namespace zu_test

@@ -7,16 +7,25 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <fstream>
+
+#include "support/scratch.h"
 
 namespace zu_test {
 
+namespace fs = std::filesystem;
+
 static sigset_t stop_signal;
 
-std::u16string service_command(const part& plays, const std::string& directory) {
-    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
-    return std::filesystem::path('"' + self + "\" --part " + plays.name + " \"" + directory + '"')
-        .u16string();
+// Inside a booted system (host/test_service_units.cpp) the services are units of it.
+void put_service_program(const fs::path& directory) {
+    fs::create_symlink(fs::read_symlink("/proc/self/exe"), directory / "service.exe");
+    if (!std::getenv("ZU_TEST_UNITS"))
+        return;
+    const std::string services = std::getenv("ZU_HOST") + std::string("/services");
+    fs::create_directories(services);
+    std::ofstream(services + "/.manager") << "systemd\n";
+    must(std::system("systemctl set-environment ZU_HOST=$ZU_HOST") == 0, "set-environment", services);
 }
 
 int serve_as_service(int (*body)(const words&), const words& arguments) {
@@ -26,11 +35,7 @@ int serve_as_service(int (*body)(const words&), const words& arguments) {
     return body(arguments);
 }
 
-void report_state(service_state state, uint32_t hint) {
-    const std::string text = (state == running        ? "READY=1\n"
-                              : state == stop_pending ? "STOPPING=1\n"
-                                                      : "")
-                             + ("EXTEND_TIMEOUT_USEC=" + std::to_string(hint) + "000");
+void tell_manager(const std::string& text) {
     sockaddr_un manager = {};
     manager.sun_family = AF_UNIX;
     std::strncpy(manager.sun_path, std::getenv("NOTIFY_SOCKET"), sizeof manager.sun_path - 1);
@@ -39,9 +44,18 @@ void report_state(service_state state, uint32_t hint) {
     close(sender);
 }
 
-void wait_for_stop() {
-    int signal;
-    sigwait(&stop_signal, &signal);
+void report_state(service_state state, uint32_t hint) {
+    const char* const first = state == running ? "READY=1\n" : state == stop_pending ? "STOPPING=1\n" : "";
+    tell_manager(first + ("EXTEND_TIMEOUT_USEC=" + std::to_string(hint) + "000"));
+}
+
+bool is_told_to_stop(uint32_t within_ms) {
+    const timespec limit = {within_ms / 1000, within_ms % 1000 * 1'000'000};
+    return sigtimedwait(&stop_signal, nullptr, &limit) > 0;
+}
+
+void end_on_the_spot() {
+    raise(SIGKILL);
 }
 
 } // namespace zu_test
