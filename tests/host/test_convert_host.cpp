@@ -164,19 +164,19 @@ bool a_broken_pipe_waits() {
     return sigismember(&pending, SIGPIPE) == 1;
 }
 
-TEST(console, narrow_text_and_a_lost_reader) {
+TEST(console, a_lost_reader) {
     const outcome gone = run_child([] {
-        setenv("LC_ALL", "C.UTF-8", 1);
-        std::fprintf(stderr, "%d ", ZU_printf_ex(u"%s %5lu\u20ac\n", u"wide", 42u));
-        std::fflush(stdout);
         int ends[2];
         if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0)
             _exit(2);
         close(ends[0]);
+        const started_library started;
+        ZU_log_set_output(ZU_LOG_OUT_STDOUT);
+        const uint32_t taken_by = ZU_log_write(ZU_LOG_ALERT, u"a record of which flushing fails");
         std::setvbuf(stdout, nullptr, _IONBF, 0);
         SetLastError(4711);
         const bool failed = ZU_printf_ex(u"%s", u"nobody reads this") < 0 && errno == EPIPE;
-        std::fprintf(stderr, "%d %u %d ", failed, GetLastError(), a_broken_pipe_waits());
+        std::fprintf(stderr, "%u %d %u %d ", taken_by, failed, GetLastError(), a_broken_pipe_waits());
         sigset_t pipe_signal;
         sigemptyset(&pipe_signal);
         sigaddset(&pipe_signal, SIGPIPE);
@@ -186,8 +186,7 @@ TEST(console, narrow_text_and_a_lost_reader) {
         std::fprintf(stderr, "%d", a_broken_pipe_waits()); // it was not this call's to take
         sigprocmask(SIG_UNBLOCK, &pipe_signal, nullptr); // which ends it: the signal is let through as before
     });
-    EXPECT_EQ(gone.output, "wide    42\xE2\x82\xAC\n");
-    EXPECT_EQ(gone.error_output, "14 1 4711 0 1");
+    EXPECT_EQ(gone.error_output, "0 1 4711 0 1");
     EXPECT_EQ(gone.signal, SIGPIPE) << gone.exit_code;
 }
 

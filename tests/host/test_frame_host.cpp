@@ -44,8 +44,6 @@ TEST(memory, exhaustion_writes_one_line_and_aborts) {
         {"3221225472", [] { ZU_malloc_dbg(3u << 30, "f", 1); }},
         {"209715202", [] { for (int i = 0; i < 20; ++i) ZU_strdup(text.c_str()); }},
         {"1610612876", [] { ZU_s s = nullptr; ZU_s_reserve(&s, 0x30000000); }},
-        {"8589934604", [] { ZU_s s = nullptr; ZU_s_reserve(&s, 0xFFFFFFFF); }},
-        {"4294967344", [] { ZU_buf b{}; ZU_buf_append(&b, 0xFFFFFFF0, "", 0x40); }},
         {"1073742092", [] { ZU_s s = nullptr; ZU_s_sprintf(&s, u"%2147483647d%5d", 1, 1); }},
         {"4294967296", [] { ZU_strdup(longest); }},
         {"4294967308", [] { ZU_s s = nullptr; ZU_s_insert(&s, 0, longest); }},

@@ -1,4 +1,4 @@
-// Log records on the standard streams of the host, with its signals, and on the debugger's socket; the log file in the
+// Log records on closed standard streams, whose descriptors others have, and on the debugger's socket; the log file in the
 // character sets and on the file systems of the host, and in directories closed to their user.
 #include "support/file_log.h"
 #include "support/test.h"
@@ -6,29 +6,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-TEST(log_streams, result_and_pipes_without_reader) {
-    const outcome child = run_child([] {
-        setenv("LC_ALL", "C.UTF-8", 1);
-        started_library started;
-        dup2(STDOUT_FILENO, STDERR_FILENO);
-        ZU_log_set_output(ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT);
-        setvbuf(stdout, nullptr, _IOFBF, 4096);
-        const uint32_t both = ZU_log_write(ZU_LOG_ALERT, u"50%% \u20ac \xD800 end");
-        int ends[2];
-        if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) != STDOUT_FILENO || close(ends[0]) != 0)
-            _exit(0xFF);
-        std::signal(SIGPIPE, SIG_DFL);
-        _exit(static_cast<int>(both << 4 | ZU_log_write(ZU_LOG_ALERT, u"to one")));
-    });
-    EXPECT_EQ(child.exit_code, (ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT) << 4 | ZU_LOG_OUT_STDERR);
-    std::string messages;
-    std::istringstream output(child.output);
-    for (std::string line; std::getline(output, line); messages += line.substr(line.find("s| ")))
-        EXPECT_TRUE(line.starts_with("|D:")) << line;
-    const std::string taken_twice = "s| 50% \xE2\x82\xAC \xEF\xBF\xBD end";
-    EXPECT_EQ(messages, taken_twice + taken_twice + "s| to one");
-}
 
 TEST(log_streams, closed_standard_streams) {
     const file_place place;

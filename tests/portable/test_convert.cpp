@@ -63,4 +63,14 @@ TEST(conversion, lengths_encodings_and_the_code) {
     EXPECT_EQ(GetLastError(), 4711u);
 }
 
+const part prints("prints", [](const words&) { return ZU_printf_ex(u"%s %5lu\u20ac\n", u"wide", 42u); });
+
+TEST(console, text_and_count_as_another_process_sees_them) {
+    const std::string text = narrow_of(u"wide    42\u20ac\n", ZU_ENCODING_ANSI);
+    const outcome end = child(prints).end();
+    EXPECT_EQ(end.output, text);
+    EXPECT_EQ(end.exit_code, static_cast<int>(text.size()));
+    EXPECT_EQ(end.error_output, "");
+}
+
 } // namespace

@@ -136,6 +136,23 @@ TEST(log_record, traces_and_templates) {
     EXPECT_EQ(ZU_log_format_message(ZU_LOG_INFO, u"%1", u"x"), 0u);
 }
 
+const part logs_to_streams("logs to streams", [](const words&) {
+    started_library started;
+    ZU_log_set_output(ZU_LOG_OUT_STDERR | ZU_LOG_OUT_STDOUT);
+    std::setvbuf(stdout, nullptr, _IOFBF, 4096);
+    const uint32_t both = ZU_log_write(ZU_LOG_ALERT, u"50%% \u20ac \xD800 end");
+    return static_cast<int>(both << 4 | ZU_log_write(ZU_LOG_ALERT, u"once more"));
+});
+
+TEST(log_streams, records_as_another_process_sees_them) {
+    const outcome end = child(logs_to_streams).end();
+    EXPECT_EQ(end.exit_code, 0x33);
+    EXPECT_EQ(end.output, end.error_output);
+    const std::string first = "|O:Windows| " + narrow_of(u"50% \u20ac \xD800 end\n|", ZU_ENCODING_ANSI);
+    EXPECT_EQ(end.output.find(first), end.output.find("|O:")) << end.output;
+    EXPECT_TRUE(end.output.starts_with("|D:") && end.output.ends_with("|O:Windows| once more\n"));
+}
+
 TEST(log_concurrency, changes_while_threads_write) {
     started_library started;
     ZU_log_set_level(0x3F);

@@ -28,25 +28,39 @@ void wait_for_parent() {
     while (std::getchar() != EOF) {}
 }
 
-child::child(const part& plays, const words& arguments) {
-    std::vector<const char*> list = {"test", "--part", plays.name};
-    for (const std::string& word : arguments)
-        list.push_back(word.c_str());
-    list.push_back(nullptr);
-    int input[2], output[2];
-    make_pipe(input);
-    make_pipe(output);
-    std::fflush(stdout);
-    const int own_input = dup(0), own_output = dup(1);
-    dup2(input[0], 0);
-    dup2(output[1], 1);
-    process_ = start_own_program(list.data());
-    dup2(own_input, 0);
-    dup2(own_output, 1);
-    for (const int unused : {own_input, own_output, input[0], output[1]})
-        close(unused);
-    to_ = input[1];
-    from_ = output[0];
+static std::string text_until(int descriptor, std::string_view end) {
+    std::string text;
+    for (char byte; (end.empty() || !text.ends_with(end)) && read(descriptor, &byte, 1) == 1;) {
+        if (byte != '\r')
+            text += byte;
+    }
+    return text;
+}
+
+static words words_of(const part& plays, words arguments) {
+    arguments.insert(arguments.begin(), {"--part", plays.name});
+    return arguments;
+}
+
+child::child(const part& plays, const words& arguments) : child(own_program(), words_of(plays, arguments)) {}
+
+child::child(const std::filesystem::path& program, const words& arguments) {
+    int pipes[3][2], own[3];
+    std::fflush(nullptr);
+    for (int stream = 0; stream < 3; ++stream) {
+        make_pipe(pipes[stream]);
+        own[stream] = dup(stream);
+        dup2(pipes[stream][stream != 0], stream);
+    }
+    process_ = start_program(program, arguments);
+    for (int stream = 0; stream < 3; ++stream) {
+        dup2(own[stream], stream);
+        close(own[stream]);
+        close(pipes[stream][stream != 0]);
+    }
+    to_ = pipes[0][1];
+    from_ = pipes[1][0];
+    errors_ = pipes[2][0];
 }
 
 child::~child() {
@@ -54,20 +68,28 @@ child::~child() {
     close(from_);
 }
 
+std::string child::output_until(std::string_view end) {
+    return text_until(from_, end);
+}
+
 std::string child::next_line() {
-    std::string line;
-    for (char byte = 0; read(from_, &byte, 1) == 1 && byte != '\n';) {
-        if (byte != '\r')
-            line += byte;
-    }
-    return line;
+    const std::string line = output_until("\n");
+    return line.substr(0, line.find('\n'));
 }
 
 int child::finish() {
     if (process_ == 0)
         return -1;
     close(to_);
+    std::fputs(text_until(errors_, {}).c_str(), stderr);
+    close(errors_);
     return exit_code_of(std::exchange(process_, 0));
+}
+
+outcome child::end() {
+    outcome result{-1, 0, output_until({}), text_until(errors_, {})};
+    result.exit_code = finish();
+    return result;
 }
 
 void child::kill() {

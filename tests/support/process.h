@@ -3,20 +3,12 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
 #include <functional>
-#include <string>
 
+#include "support/child.h"
 #include "support/environment.h"
 
 namespace zu_test {
-
-struct outcome {
-    int exit_code = -1; // of a child that ended by itself
-    int signal = 0;     // that ended it, or 0
-    std::string output;
-    std::string error_output;
-};
 
 // Runs a function in a forked child, which then leaves with 0, and collects what it wrote.
 outcome run_child(const std::function<void()>& body);

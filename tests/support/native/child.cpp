@@ -10,12 +10,24 @@
 
 namespace zu_test {
 
-void make_pipe(int (&ends)[2]) {
-    _pipe(ends, 4096, _O_BINARY | _O_NOINHERIT);
+const int exit_code_of_abort = 3; // as the runtime leaves
+
+std::filesystem::path own_program() {
+    wchar_t program[MAX_PATH];
+    GetModuleFileNameW(nullptr, program, MAX_PATH);
+    return program;
 }
 
-intptr_t start_own_program(const char* const* arguments) {
-    const intptr_t process = _spawnv(_P_NOWAIT, own_program().string().c_str(), arguments);
+void make_pipe(int (&ends)[2]) {
+    _pipe(ends, 65536, _O_BINARY | _O_NOINHERIT);
+}
+
+// The runtime puts nothing but spaces between arguments, so that they go as one text.
+intptr_t start_program(const std::filesystem::path& program, const words& arguments) {
+    std::string line = "program";
+    for (const std::string& word : arguments)
+        line += " \"" + word + '"';
+    const intptr_t process = _spawnl(_P_NOWAIT, program.string().c_str(), line.c_str(), nullptr);
     return process == -1 ? 0 : process;
 }
 
