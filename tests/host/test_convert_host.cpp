@@ -132,32 +132,6 @@ TEST(code_pages, the_environment_names_the_character_set) {
     }
 }
 
-TEST(code_pages, counts_and_codes) {
-    constexpr uint32_t kept = 4711, wrong = codes::invalid_parameter, too_small = codes::insufficient_buffer;
-    // Text, its count, the room, and the result with its code; one that was there before stays.
-    const std::tuple<const char16_t*, const char*, int, int, int, uint32_t> rows[] = {
-        {u"ab", "ab", 2, 8, 2, kept},         {u"ab", "ab", -1, 8, 3, kept},
-        {u"ab", "ab", -7, 0, 3, kept},        {u"a\0b", "a\0b", 3, 3, 3, kept},
-        {u"ab", "ab", 0, 8, 0, wrong},        {nullptr, nullptr, 2, 8, 0, wrong},
-        {u"ab", "ab", 2, -1, 0, wrong},       {u"abc", "abc", 3, 2, 0, too_small},
-        {u"abc", "abc", -1, 3, 0, too_small}, {u"\u00e9", "\xF0\x90\x80\x80", 4, 1, 0, too_small},
-    };
-    char bytes[8];
-    char16_t units[8];
-    for (uint32_t page : {CP_ACP, CP_UTF8, 12345u}) {
-        for (const auto& [wide, narrow, count, size, result, code] : rows) {
-            const std::pair expected(page == 12345 ? 0 : result, page == 12345 ? wrong : code);
-            SetLastError(kept);
-            const int narrowed =
-                platform::WideCharToMultiByte(page, 0, wide, count, bytes, size, nullptr, nullptr);
-            EXPECT_EQ(std::pair(narrowed, GetLastError()), expected);
-            SetLastError(kept);
-            const int widened = platform::MultiByteToWideChar(page, 0, narrow, count, units, size);
-            EXPECT_EQ(std::pair(widened, GetLastError()), expected);
-        }
-    }
-}
-
 bool a_broken_pipe_waits() {
     sigset_t pending;
     sigpending(&pending);

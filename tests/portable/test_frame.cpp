@@ -64,8 +64,7 @@ TEST(memory, duplicates_and_the_twins) {
 }
 
 const part asks_for_too_much("asks for too much", [](const words& arguments) {
-    if (arguments[1] == "output")
-        ZU_memory_set_error_fp(stdout);
+    ZU_memory_set_error_fp(arguments[1] == "output" ? stdout : nullptr);
     ZU_s text = nullptr;
     ZU_buf bytes{};
     arguments[0] == "text" ? void(ZU_s_reserve(&text, 0xFFFFFFFF))
