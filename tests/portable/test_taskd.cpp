@@ -21,6 +21,10 @@ outcome run(const words& arguments) {
     return child(program, arguments).end();
 }
 
+std::string error_text(uint32_t code) {
+    return narrow(taken(ZU_get_error_msg(code)));
+}
+
 TEST_F(taskd, bad_lines_and_next_firings) {
     // clang-format off
     place.write("file", "\xEF\xBB\xBF# the first line has a byte order mark\r\n"
@@ -80,8 +84,7 @@ TEST_F(taskd, wrong_options_and_a_missing_service) {
     for (const char* command : {"--state", "--start", "--stop", "--uninstall"}) {
         const outcome refused = run({command, "--name", name});
         EXPECT_EQ(refused.exit_code, 1) << command;
-        EXPECT_EQ(refused.error_output,
-                  name + ": " + narrow(taken(ZU_get_error_msg(codes::service_does_not_exist))) + '\n');
+        EXPECT_EQ(refused.error_output, name + ": " + error_text(codes::service_does_not_exist) + '\n');
     }
 }
 
@@ -126,7 +129,7 @@ TEST_F(taskd, a_whole_run_with_rude_clients) {
         "by request  job  done\n", "->>: carry_out(): tick\n", "\"nowhere\" is not ADDRESS PORT MS",
         narrow_of(u"  tick  Gr\u00fc\u00dfe | und mehr\n", ZU_ENCODING_ANSI), "older.TMP", ": nothing deleted\n",
         "900150983cd24fb0d6963f7d28e17f72, 3 bytes of 20", ": deleted old", "\"soon\" is not an age",
-        "d/none: " + narrow(taken(ZU_get_error_msg(codes::file_not_found))),
+        "d/none: " + error_text(codes::file_not_found),
         "d\nfuture.tmp\nlog\nlog.1\nlog.2\nlog.errors\nnew.tmp\nold.txt\ntasks.txt\n"};
     // clang-format on
     for (const std::string& text : texts)
@@ -147,6 +150,25 @@ TEST_F(taskd, single_instance) {
         EXPECT_EQ(run(again).exit_code, 0) << reason;
     ZU_lock_process_close(lock);
     EXPECT_EQ(run({"--for", "0", "--single", "no\\name"}).exit_code, 1);
+}
+
+TEST_F(taskd, finds_its_file_in_the_registry) {
+    place.write("tasks.txt", "here | daily 1 | 2037-01-01 08:00 | | print a\n");
+    place.write("other.txt", "there | daily 1 | 2037-01-01 08:00 | | print a\n");
+    const std::string key = "HKEY_LOCAL_MACHINE\\Software\\zu\\taskd]\r\n";
+    const std::pair<std::string, std::string> rows[] = {
+        {"dword:00000001", "\nhere "},
+        {"\"\"", "\nhere "},
+        {"\"T:\\\\other.txt\"", "\nthere "},
+        {"\"T:\\\\none.txt\"", "T:\\none.txt: " + error_text(codes::file_not_found) + '\n'}};
+    for (const auto& [value, said] : rows) {
+        place.add_to_registry('[' + key + "\"TaskFile\"=" + value + "\r\n");
+        const outcome next = run({"--next"});
+        EXPECT_NE((next.output + next.error_output).find(said), std::string::npos)
+            << value << next.error_output;
+        EXPECT_NE(run({"--next", "tasks.txt"}).output.find("\nhere "), std::string::npos) << value;
+    }
+    place.add_to_registry("[-" + key); // no other program finds it there
 }
 
 } // namespace

@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/environment.h"
+
 namespace zu_test {
 
 static std::map<std::string, part::function>& parts() {

@@ -52,7 +52,6 @@ private:
 
 // What differs by platform. The descriptors of a pipe are not inherited; a program is started with the first three
 // descriptors of this process.
-std::filesystem::path own_program();
 void make_pipe(int (&ends)[2]);
 intptr_t start_program(const std::filesystem::path& program, const words& arguments);
 int exit_code_of(intptr_t process); // waits for its end

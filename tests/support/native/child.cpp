@@ -6,17 +6,9 @@
 #include <io.h>
 #include <process.h>
 
-#include "support/environment.h"
-
 namespace zu_test {
 
 const int exit_code_of_abort = 3; // as the runtime leaves
-
-std::filesystem::path own_program() {
-    wchar_t program[MAX_PATH];
-    GetModuleFileNameW(nullptr, program, MAX_PATH);
-    return program;
-}
 
 void make_pipe(int (&ends)[2]) {
     _pipe(ends, 65536, _O_BINARY | _O_NOINHERIT);

@@ -10,10 +10,6 @@ namespace zu_test {
 
 const int exit_code_of_abort = -SIGABRT;
 
-std::filesystem::path own_program() {
-    return std::filesystem::read_symlink("/proc/self/exe");
-}
-
 void make_pipe(int (&ends)[2]) {
     if (pipe2(ends, O_CLOEXEC) != 0)
         ends[0] = ends[1] = -1;
