@@ -64,25 +64,20 @@ TEST(memory, duplicates_and_the_twins) {
 }
 
 const part asks_for_too_much("asks for too much", [](const words& arguments) {
-    ZU_memory_set_error_fp(arguments[1] == "output" ? stdout : nullptr);
+    ZU_memory_set_error_fp(arguments[0] == "output" ? stdout : nullptr);
     ZU_s text = nullptr;
-    ZU_buf bytes{};
-    arguments[0] == "text" ? void(ZU_s_reserve(&text, 0xFFFFFFFF))
-                           : ZU_buf_append(&bytes, 0xFFFFFFF0, "", 0x40);
+    ZU_s_reserve(&text, 0xFFFFFFFF);
     return 0;
 });
 
 TEST(memory, a_size_beyond_32_bits_ends_the_process_with_one_line) {
-    for (const auto& [what, size] : {std::pair("text", "8589934604"), {"bytes", "4294967344"}}) {
-        for (const std::string to : {"output", "errors"}) {
-            const outcome end = child(asks_for_too_much, {what, to}).end();
-            EXPECT_EQ(end.exit_code, exit_code_of_abort);
-            // A runtime may add a line of its own.
-            const std::string& shown = to == "output" ? end.output : end.error_output;
-            EXPECT_EQ(shown.substr(0, shown.find('\n')), "error (ZU_memory):Failed to allocate memory. size:"
-                                                             + std::string(size) + ". errno:12.");
-            EXPECT_EQ((end.output + end.error_output).rfind("ZU_memory"), 7u);
-        }
+    for (const std::string to : {"output", "errors"}) {
+        const outcome end = child(asks_for_too_much, {to}).end();
+        EXPECT_EQ(end.exit_code, exit_code_of_abort);
+        const std::string& shown = to == "output" ? end.output : end.error_output;
+        EXPECT_EQ(shown.substr(0, shown.find('\n')), // behind which a runtime may have a word of its own
+                  "error (ZU_memory):Failed to allocate memory. size:8589934604. errno:12.");
+        EXPECT_EQ((end.output + end.error_output).rfind("ZU_memory"), 7u);
     }
 }
 
