@@ -156,17 +156,15 @@ TEST_F(taskd, finds_its_file_in_the_registry) {
     place.write("tasks.txt", "here | daily 1 | 2037-01-01 08:00 | | print a\n");
     place.write("other.txt", "there | daily 1 | 2037-01-01 08:00 | | print a\n");
     const std::string key = "HKEY_LOCAL_MACHINE\\Software\\zu\\taskd]\r\n";
-    const std::pair<std::string, std::string> rows[] = {
-        {"dword:00000001", "\nhere "},
-        {"\"\"", "\nhere "},
-        {"\"T:\\\\other.txt\"", "\nthere "},
-        {"\"T:\\\\none.txt\"", "T:\\none.txt: " + error_text(codes::file_not_found) + '\n'}};
-    for (const auto& [value, said] : rows) {
+    const std::string none = "T:\\none.txt: " + error_text(codes::file_not_found) + '\n';
+    for (const auto& [value, said] : {std::pair<std::string, std::string>("dword:00000001", "\nhere "),
+                                      {"\"\"", "\nhere "},
+                                      {"\"T:\\\\other.txt\"", "\nthere "},
+                                      {"\"T:\\\\none.txt\"", none}}) {
         place.add_to_registry('[' + key + "\"TaskFile\"=" + value + "\r\n");
-        const outcome next = run({"--next"});
-        EXPECT_NE((next.output + next.error_output).find(said), std::string::npos)
-            << value << next.error_output;
-        EXPECT_NE(run({"--next", "tasks.txt"}).output.find("\nhere "), std::string::npos) << value;
+        const outcome next = run({"--next"}), given = run({"--next", "tasks.txt"});
+        EXPECT_NE((next.output + next.error_output).find(said), std::string::npos) << value;
+        EXPECT_NE(given.output.find("\nhere "), std::string::npos) << value;
     }
     place.add_to_registry("[-" + key); // no other program finds it there
 }
