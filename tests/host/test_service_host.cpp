@@ -201,7 +201,6 @@ TEST_F(service, programs_that_cannot_run_and_bytes_in_arguments) {
         ASSERT_TRUE(install(u"broken", command));
         EXPECT_EQ(start_code(u"broken"), code);
         EXPECT_EQ(status(u"broken").dwWin32ExitCode, code);
-        EXPECT_EQ(code_of(starts(u"broken")), codes::service_request_timeout);
         ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, u"broken"));
     }
 
@@ -383,7 +382,6 @@ TEST_F(service, callers_short_of_descriptors) {
         ask_state();
     });
     EXPECT_EQ(starved.output, "");
-    EXPECT_FALSE(ZU_NT_service_exist(nullptr, u"too")) << "its display name is taken";
     ASSERT_TRUE(stops(u"on top"));
     ASSERT_TRUE(platform::DeleteService(open(u"slow to end")));
     EXPECT_EQ(run_child(ask_state).output, "");
