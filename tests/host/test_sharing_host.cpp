@@ -71,7 +71,7 @@ TEST_F(sharing, of_files_of_all_modes_between_users) {
         GTEST_SKIP() << "another user takes root";
 }
 
-TEST_F(sharing, a_forked_childs_copy_neither_ends_nor_keeps_a_claim) {
+TEST_F(sharing, copies_of_descriptors_and_lack_of_them) {
     place.write("file", "data");
     const std::u16string path = place.long_path(u"file");
     opened mine(path, opened::all_alone);
@@ -80,12 +80,8 @@ TEST_F(sharing, a_forked_childs_copy_neither_ends_nor_keeps_a_claim) {
     const holder copy([] { return 0u; }); // has one of the descriptor until it ends
     mine.close();
     EXPECT_EQ(opened(path, opened::all_alone).code, 0u);
-}
-
-TEST_F(sharing, callers_short_of_descriptors) {
-    place.write("file", "file");
     place.write("other", "other");
-    const opened alone(place.long_path(u"file"), opened::all_alone);
+    const opened alone(path, opened::all_alone);
     const outcome starved = run_child([&] {
         const rlimit limit{10, 10};
         setrlimit(RLIMIT_NOFILE, &limit);
@@ -94,7 +90,7 @@ TEST_F(sharing, callers_short_of_descriptors) {
         std::printf("%u", code_of(ZU_move_file(u"T:\\other", u"T:\\file")));
     });
     EXPECT_EQ(starved.output, "4 4");
-    EXPECT_EQ(place.read("file") + place.read("other"), "fileother");
+    EXPECT_EQ(place.read("file") + place.read("other"), "dataother");
 }
 
 } // namespace

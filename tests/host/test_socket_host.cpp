@@ -17,7 +17,7 @@ void let_alarms_come(suseconds_t period_us) {
     setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
-TEST_F(sockets, descriptors_and_addresses_of_the_host) {
+TEST_F(sockets, descriptors_and_addresses_of_the_host_and_none_left) {
     int pipes[2];
     ASSERT_EQ(pipe(pipes), 0);
     const auto stranger = static_cast<SOCKET>(pipes[1]);
@@ -41,6 +41,12 @@ TEST_F(sockets, descriptors_and_addresses_of_the_host) {
     EXPECT_EQ(outcome_of(ZU_connect(client, address, length)), 0);
     for (const held_socket* end : {&listener, &client})
         EXPECT_EQ(fcntl(static_cast<int>(*end), F_GETFD), FD_CLOEXEC);
+    const outcome starved = run_child([] {
+        const rlimit no_descriptors{0, 0};
+        setrlimit(RLIMIT_NOFILE, &no_descriptors);
+        std::printf("%s, %s", tested(u"127.0.0.1", 1).c_str(), narrow(looked_up(u"")).c_str());
+    });
+    EXPECT_EQ(starved.output, "1, 10024, code 11003") << "not the loopback";
 }
 
 // Calls go on after a signal, see what others do meanwhile, and do not start their time anew.
@@ -59,15 +65,6 @@ TEST_F(sockets, calls_under_signals) {
     EXPECT_EQ(set_option(pair.server, SO_RCVTIMEO, &time, sizeof time), 0) << "the host's own form";
     EXPECT_EQ(receive(pair.server), WSAETIMEDOUT);
     EXPECT_EQ(fcntl(static_cast<int>(pair.server), F_GETFD), FD_CLOEXEC);
-}
-
-TEST_F(sockets, callers_short_of_descriptors) {
-    const outcome starved = run_child([] {
-        const rlimit no_descriptors{0, 0};
-        setrlimit(RLIMIT_NOFILE, &no_descriptors);
-        std::printf("%s, %s", tested(u"127.0.0.1", 1).c_str(), narrow(looked_up(u"")).c_str());
-    });
-    EXPECT_EQ(starved.output, "1, 10024, code 11003") << "not the loopback";
 }
 
 // A name server that answers by the first digit of the name: with its code, from 4 on with an address.
