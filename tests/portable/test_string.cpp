@@ -1,5 +1,8 @@
-// Growable strings: capacities, shared buffers, aliasing, zero characters, formatted appending, message templates. Strings
-// of fixed capacity, and byte buffers.
+// Growable strings: capacities, shared buffers, aliasing, zero characters, formatted appending beside the C library,
+// message templates. Strings of fixed capacity, and byte buffers.
+#include <cfloat>
+#include <cmath>
+
 #include "support/portable.h"
 
 namespace {
@@ -55,8 +58,7 @@ TEST(growable_string, random_operations_beside_a_model) {
             const uint32_t at = below(length + 1), from = below(length + 1), n = below(48);
             const char16_t letter = static_cast<char16_t>(u'a' + below(26));
             std::u16string piece(below(below(10) == 0 ? 700 : 40), letter);
-            const bool is_own =
-                s.s && below(2) == 0; // from some place on; the terminator is such a place too
+            const bool is_own = s.s && below(2) == 0; // from some place on, which may be the terminator's
             if (is_own)
                 piece = expected.substr(from);
             const ZU_wchar* source = is_own ? s.s + from : piece.c_str();
@@ -161,13 +163,104 @@ TEST(growable_string, assigning_characters_and_case) {
     EXPECT_EQ(s.text(), u"OTHER@AZ[`AZ{\u00c4\u00e4\uff21");
 }
 
-// Numbers and most texts are those of results/.
+// One conversion, whose output has room for its terminator alone, for nothing behind it, or not enough. An assertion
+// for each of half a million cases would cost too much.
+template <class Value>
+bool agree(const std::string& conversion, Value value, const std::string& expected) {
+    static unsigned calls = 0;
+    const size_t length = expected.size(), first_room = 127 + ++calls % 3;
+    const size_t before = first_room - std::min(length, first_room);
+    string s;
+    ZU_s_sprintf(&s.s, wide("%*s" + conversion).c_str(), static_cast<int>(before), u"", value);
+    if (std::u16string_view(ZU_s_text(s.s)).substr(before)
+        == std::u16string(expected.begin(), expected.end()))
+        return true;
+    ADD_FAILURE() << conversion << " behind " << before << ": " << narrow(s.text()) << ", not " << expected;
+    return false;
+}
+
+template <class Value>
+std::string printed(const std::string& format, Value value) {
+    static char text[12000];
+    if constexpr (std::is_same_v<Value, double>)
+        return {text, static_cast<size_t>(print_as_the_library(text, sizeof text, format.c_str(), value))};
+    return {text, static_cast<size_t>(std::snprintf(text, sizeof text, format.c_str(), value))};
+}
+
+// `start` is the percent sign with flags, width and precision.
+void compare_integers(const std::string& start) {
+    const bool is_of_signed_ones = start.find_first_of("+ ") != start.npos; // and nothing for the others
+    for (char letter : std::string_view(is_of_signed_ones ? "di" : "diuoxX")) {
+        for (int64_t value : {int64_t{0}, int64_t{-1}, int64_t{0x1FF}, int64_t{INT_MIN}, INT64_MIN}) {
+            const int low = static_cast<int>(value);
+            const auto word = static_cast<ptrdiff_t>(value);
+            ASSERT_TRUE(agree(start + "hh" + letter, value, printed(start + "h" + letter, low)));
+            for (const char* size : {"", "I32", "l"})
+                ASSERT_TRUE(agree(start + size + letter, value, printed(start + letter, low)));
+            for (const char* size : {"ll", "I64"})
+                ASSERT_TRUE(agree(start + size + letter, value, printed(start + "j" + letter, value)));
+            ASSERT_TRUE(agree(start + "I" + letter, word, printed(start + "t" + letter, word)));
+        }
+    }
+}
+
+void compare_floating_point(const std::string& start) {
+    for (char letter : {'a', 'A', 'e', 'E', 'f', 'F', 'g', 'G'}) {
+        for (double value : {0.0, -0.0, 0.5, 1.5, 2.5, -0.5, 0.1, 9.9999995, 1234.5678, 1e15, 1e100, -1e-100,
+                             DBL_MAX, -DBL_MIN, 5e-324, double{INFINITY}, -double{INFINITY}, double{NAN}})
+            ASSERT_TRUE(agree(start + letter, value, printed(start + letter, value)));
+    }
+}
+
+// Calls the function with every combination of flags, width and precision.
+void for_each_start(const char* high_precision, void (*compare)(const std::string& start)) {
+    for (unsigned flags = 0; flags < 32 && !testing::Test::HasFailure(); ++flags) {
+        std::string start = "%";
+        for (unsigned i = 0; i < 5; ++i)
+            start += std::string(flags >> i & 1, "-+ #0"[i]);
+        for (const char* width : {"", "1", "6", "31"}) {
+            for (const char* precision : {"", ".", ".1", ".9", high_precision})
+                compare(start + width + precision);
+        }
+    }
+}
+
+// With a precision the flag 0 means nothing, and # prints no 0 that is there already.
+bool is_rare(const std::string& start) {
+    return start.find('.') != start.npos
+           && start.substr(0, start.find_first_of(".123456789")).find_first_of("0#") != start.npos;
+}
+
+TEST(format_numbers, whole_numbers_as_the_c_library_prints_them) {
+    for_each_start(".12", [](const std::string& start) {
+        if (!is_rare(start))
+            compare_integers(start);
+    });
+}
+
+TEST(format_numbers, floating_point_as_the_c_library_prints_it) {
+    for_each_start(".40", compare_floating_point);
+}
+
+TEST(format_numbers, widths_and_precisions_beyond_any_area) {
+    for (const std::string start :
+         {"%500", "%-500", "%0500", "%#.1099", "%.1100", "%.1101", "%#.5000", "%+09000.3000"}) {
+        for (char letter : {'a', 'e', 'f', 'g'}) {
+            for (double value : {5e-324, -DBL_MAX, 0.0, 1.0 / 3, double{INFINITY}})
+                EXPECT_TRUE(agree(start + letter, value, printed(start + letter, value)));
+        }
+        EXPECT_TRUE(start.find('.') != start.npos || agree(start + "d", -7, printed(start + "d", -7)));
+    }
+}
+
+// Most texts are those of results/.
 TEST(format_texts, rare_conversions) {
     string s;
     int stored = 7;
     ZU_s_sprintf(&s.s, u"%5%|%-%|%n%d|%06.d|%06.d|%-6.d|", &stored, 42, 0, 5, 0);
     EXPECT_EQ(s.text(), u"%|%|42|      |     5|      |");
     EXPECT_EQ(stored, 7) << "%n takes its argument";
+    for_each_start(".60", compare_integers); // not after a failure: Wine would overrun its area
 }
 
 TEST(format_texts, nothing_is_read_behind_a_precision) {

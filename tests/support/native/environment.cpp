@@ -21,6 +21,17 @@ bool has_zone(const char* text) {
     return std::strchr(text, '/') == nullptr;
 }
 
+// The compiler has a snprintf of its own, which prints other exponents.
+int print_as_the_library(char* out, size_t size, const char* format, double value) {
+    return _snprintf(out, size, format, value);
+}
+
+char16_t* end_of_page() {
+    constexpr size_t page = 4096;
+    static void* const pages = VirtualAlloc(nullptr, 2 * page, MEM_RESERVE, PAGE_NOACCESS);
+    return static_cast<char16_t*>(VirtualAlloc(pages, page, MEM_COMMIT, PAGE_READWRITE)) + page / 2;
+}
+
 std::u16string own_user() {
     char16_t name[257] = {};
     DWORD size = 257;

@@ -1,6 +1,7 @@
 #include "support/environment.h"
 
 #include <pwd.h>
+#include <sys/mman.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -15,6 +16,17 @@ void set_zone(const char* text) {
 
 bool has_zone(const char*) {
     return true;
+}
+
+int print_as_the_library(char* out, size_t size, const char* format, double value) {
+    return std::snprintf(out, size, format, value);
+}
+
+char16_t* end_of_page() {
+    static const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    static void* const pages = mmap(nullptr, 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    mprotect(pages, page, PROT_READ | PROT_WRITE);
+    return static_cast<char16_t*>(pages) + page / 2;
 }
 
 std::u16string own_user() {
