@@ -1,14 +1,12 @@
-// Conversions by the character set of the host's locale and by wide registers, the layer's calls, and console output with
-// signals.
-#include <sys/mman.h>
-
+// Conversions by the character set of the host's locale and by wide registers, and console output with signals.
 #include "platform/text/registers.h"
 #include "platform/text/utf8.h"
 #include "support/test.h"
 
 namespace {
 
-// Texts of every kind, with and without what is malformed, in exact areas: the same with wide registers and without.
+// Texts of every kind, with and without what is malformed, in exact areas or at the end of a page: the same with wide
+// registers and without.
 TEST(utf8, wide_registers_change_nothing) {
     const platform::wide_registers all = platform::registers;
     std::mt19937 random(4711);
@@ -28,13 +26,14 @@ TEST(utf8, wide_registers_change_nothing) {
                 with == 2 ? all : platform::wide_registers{with == 1 && all.of_32_bytes, false};
             const size_t size = platform::utf8_size(wide.data(), wide.size());
             std::string narrow(size + 99, '-');
-            for (size_t room :
-                 {size - !wide.empty(), size + random() % 2 * 90}) { // the first is one too small
+            for (size_t room : {size - !wide.empty(), size + random() % 2 * 90}) { // one too small at first
                 ASSERT_EQ(platform::utf8_from_wide(wide.data(), wide.size(), narrow.data(), room),
                           room < size ? platform::does_not_fit : size);
                 ASSERT_EQ(narrow.find_first_not_of('-', room), narrow.npos) << "written behind the area";
             }
             narrow.resize(size);
+            char16_t* const at = std::copy_backward(wide.begin(), wide.end(), end_of_page());
+            ASSERT_EQ(platform::wcsnlen(at, wide.size()), std::min(wide.find(u'\0'), wide.size()));
             if (with == 0)
                 expected = spoiled = narrow;
             ASSERT_EQ(narrow, expected);
@@ -52,31 +51,6 @@ TEST(utf8, wide_registers_change_nothing) {
             ASSERT_EQ(read, expected_read);
         }
     }
-}
-
-// Nothing is read behind a terminator, or behind the limit, that lies at the end of a page.
-TEST(wide_text, lengths_and_copies_at_the_end_of_a_page) {
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    void* const pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    mprotect(static_cast<char*>(pages) + page, page, PROT_NONE);
-    auto* const end = reinterpret_cast<char16_t*>(static_cast<char*>(pages) + page);
-    std::fill(end - 300, end, u'x');
-    const platform::wide_registers all = platform::registers;
-    for (const platform::wide_registers& used : {platform::wide_registers{}, all}) {
-        platform::registers = used;
-        for (size_t length = 1; length < 300; ++length) {
-            ASSERT_EQ(platform::wcsnlen(end - length, length), length);
-            ASSERT_EQ(platform::wcsnlen(end - 300, length), length);
-            end[-1] = 0;
-            ASSERT_EQ(platform::wcsnlen(end - length, SIZE_MAX), length - 1);
-            std::u16string copy(length + 9,
-                                u'-'); // of a text that ends at the page's end, with room for more
-            copy.resize(platform::copy_text(copy.data(), end - length, copy.size()));
-            ASSERT_EQ(copy, std::u16string(length - 1, u'x'));
-            end[-1] = u'x';
-        }
-    }
-    munmap(pages, 2 * page);
 }
 
 // The environment's character set is looked up once in a process, so that each row has a child of its own.
@@ -162,18 +136,6 @@ TEST(console, a_lost_reader) {
     });
     EXPECT_EQ(gone.error_output, "0 1 4711 0 1");
     EXPECT_EQ(gone.signal, SIGPIPE) << gone.exit_code;
-}
-
-TEST(numbers, wtoi_reads_as_far_as_it_goes) {
-    const std::pair<const char16_t*, int> rows[] = {
-        // clang-format off
-        {u"", 0},    {u"+5", 5},   {u"-0x10", 0}, {u" \t\u00a0\u3000\r\n12abc", 12}, {u"--5", 0},
-        {u"- 5", 0}, {u"010", 10}, {u"\u200b1", 0}, {u"\uff11\u0663", 13}, {u"-2147483648", INT_MIN},
-        {u"2147483647", INT_MAX}, {u"99999999999", 1215752191}, {u"-99999999999999999999999", 159383553},
-        // clang-format on
-    };
-    for (const auto& [text, value] : rows)
-        EXPECT_EQ(platform::_wtoi(text), value) << narrow(text);
 }
 
 } // namespace

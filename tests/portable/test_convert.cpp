@@ -19,8 +19,7 @@ TEST(utf8, marks_for_malformed_text) {
     };
     for (auto [bytes, expected] : rows) {
         std::replace(expected.begin(), expected.end(), u'.', u'\ufffd');
-        for (size_t before :
-             {0, 1, 31, 32, 33, 64}) { // the blocks of ASCII end before, at and after the place
+        for (size_t before : {0, 1, 31, 32, 33, 64}) { // blocks of ASCII end before, at and after the place
             const std::u16string wide = std::u16string(before, u'x') + expected;
             EXPECT_EQ(wide_of(std::string(before, 'x') + bytes), wide);
             EXPECT_EQ(wide_of(std::string(before, 'x') + bytes + std::string(70, 'y')),

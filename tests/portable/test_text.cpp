@@ -63,6 +63,28 @@ TEST(text, trimming_numbers_and_hashes) {
     EXPECT_EQ(ZU_hash_string_nocase(std::u16string(1 << 17, u'\uffff').c_str()), 0xFFFF0000u) << "sums wrap";
 }
 
+// Nothing is read behind a terminator, or behind the count, that lies at the end of a page.
+TEST(text, at_the_end_of_a_page) {
+    char16_t* const end = end_of_page();
+    std::fill(end - 300, end, u'x');
+    for (uint32_t length = 1; length < 300; ++length) {
+        char16_t* const text = end - length;
+        std::u16string expected(4 * length, u'x');
+        ZU_s s = nullptr;
+        ZU_s_insert_n(ZU_s_append_n(ZU_s_append_n(&s, text, length), text, length), 0, end - 300, length);
+        ZU_s_append_sprintf(&s, u"%.*s", static_cast<int>(length), text);
+        ASSERT_EQ(std::u16string(s), expected);
+        end[-1] = 0;
+        ZU_s_insert_n(ZU_s_append_n(ZU_s_sprintf(&s, u"%s", text), text, 5000), 0, text, 5000);
+        ZU_s_append_n(&s, text, 5000); // for which there is room
+        ASSERT_EQ(std::u16string(s), expected.substr(4));
+        ZU_s_destroy(&s);
+        expected.resize(length - 1);
+        ASSERT_TRUE(ZU_wildcard_match((u"*" + expected).c_str(), text));
+        end[-1] = u'x';
+    }
+}
+
 // The meaning of a pattern, told by recursion.
 bool matches(const ZU_wchar* pattern, const ZU_wchar* text) {
     if (*pattern == u'*')
