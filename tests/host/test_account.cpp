@@ -155,17 +155,14 @@ TEST_F(password, right_and_wrong_ones) {
     ZU_gethostname(machine, 65);
     const std::u16string huge(5000, u'x');
     const temporary_user admin(right_narrow, true);
-    const struct {
-        const ZU_wchar *domain, *given;
-        std::pair<bool, size_t> verdict;
-    } rows[] = {{nullptr, right, {true, 1}},    {u"", right, {true, 1}},
-                {machine, right, {true, 1}},    {u"NODOM", right, {false, 0}},
-                {nullptr, u"pa55", {false, 2}}, {nullptr, huge.c_str(), {false, 0}},
-                {nullptr, u"", {false, 0}},     {u".", right, {true, 1}}};
+    const std::tuple<const ZU_wchar*, const ZU_wchar*, std::pair<bool, size_t>> rows[] = {
+        {nullptr, right, {true, 1}},   {u"", right, {true, 1}},        {machine, right, {true, 1}},
+        {u"NODOM", right, {false, 0}}, {nullptr, u"pa55", {false, 2}}, {nullptr, huge.c_str(), {false, 0}},
+        {nullptr, u"", {false, 0}},    {u".", right, {true, 1}}};
     quickly([&] {
-        for (const auto& row : rows)
-            EXPECT_EQ(verdict_on(row.given, row.domain), row.verdict)
-                << narrow(row.given) << " in " << (row.domain ? narrow(row.domain) : "none");
+        for (const auto& [domain, given, verdict] : rows)
+            EXPECT_EQ(verdict_on(given, domain), verdict)
+                << narrow(given) << " in " << (domain ? narrow(domain) : "none");
         platform::built_in_modules_offered = false; // the security package among them: one road is left
         EXPECT_EQ(verdict_on(right), std::pair(true, size_t{1}));
         EXPECT_EQ(verdict_on(u"wrong"), std::pair(false, size_t{1}));

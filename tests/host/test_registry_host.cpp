@@ -34,8 +34,7 @@ TEST_F(registry, a_users_own_file_comes_over_the_machines) {
           "[HKEY_CURRENT_USER\\k]\n\"a\"=dword:1\n\"b\"=dword:1\n");
     setenv("HOME", place.host_path().c_str(), 1);
     EXPECT_EQ(read(HKEY_CURRENT_USER), "1 1 code 2 ");
-    for (const char* directory : {".config", ".config/zu"})
-        place.make_directory(directory);
+    std::filesystem::create_directories(place.at(".config/zu"));
     const std::string own = ".config/zu/registry.reg";
     place.write(own, "[HKEY_CURRENT_USER\\k]\n\"b\"=dword:2\n\"a\"=-\n\"c\"=dword:2\n"
                      "[HKEY_LOCAL_MACHINE\\k]\n\"a\"=dword:2\n");
