@@ -180,8 +180,7 @@ TEST_F(process_lock, killed_processes) {
                                       words{name, random() % 2 ? "3" : for_ever, "0", "keeps", all_the_time});
         ZU_sleep(random() % 5);
     }
-    for (std::unique_ptr<child>& one : visitors)
-        one.reset();
+    std::fill_n(visitors, 8, nullptr);
     EXPECT_GT(guarded_file().visits(), 200);
     for (int round = 0; round < 30; ++round) {
         child one(visits, {name, for_ever, "0", round % 2 ? "closes" : "keeps", all_the_time});
