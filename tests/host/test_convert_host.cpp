@@ -55,54 +55,46 @@ TEST(utf8, wide_registers_change_nothing) {
 
 // The environment's character set is looked up once in a process, so that each row has a child of its own.
 TEST(code_pages, the_environment_names_the_character_set) {
-    const struct {
-        const char *variable, *value;
-        std::u16string wide;
-        std::string narrow;
-        std::u16string back;
-    } rows[] = {
+    const std::tuple<const char*, std::string, std::u16string, std::string, std::u16string> rows[] = {
         // clang-format off
         {"LC_ALL", "C", u"a\u20ac", "a\xE2\x82\xAC", u"a\u20ac"},
         {"LC_ALL", "", u"\u00e9", "\xC3\xA9", u"\u00e9"},
         {"LC_ALL", "nn_NO.no-such-set", u"\u00e9", "\xC3\xA9", u"\u00e9"},
         {"LC_CTYPE", "de_DE.utf8", u"\u00e9", "\xC3\xA9", u"\u00e9"},
         {"LANG", "de_DE.ISO-8859-15@euro", u"\u20ac\u00e9\u0151\u0149", "\xA4\xE9o?", u"\u20ac\u00e9o?"},
-        {"LC_ALL", "x.CP1252", u"\u20ac\u0081\u2018\U0001F600\xD800", "\x80\x81\x91???",
-         u"\u20ac\u0081\u2018???"},
+        {"LC_ALL", "x.CP1252", u"\u20ac\u0081\u2018\U0001F600\xD800", "\x80\x81\x91???", u"\u20ac\u0081\u2018???"},
         {"LC_ALL", "x.CP1252", u"\u0100\u017e\u0178\uff21\uff5e\uff5f", "A\x9E\x9F" "A~?", u"A\u017e\u0178A~?"},
         {"LC_ALL", "x.ISO-8859-7", u"\u03b1\u00d2", "\xE1?", u"\u03b1?"},
-        {"LC_ALL", "ja_JP.EUC-JP", u"\u65e5a\u0e01\u672c\U0001F600",
-         "\xC6\xFC" "a?\xCB\xDC??", u"\u65e5a?\u672c??"},
-        {"LC_ALL", "x.ISO-2022-JP", u"\u65e5\u0e01\u672c", "\x1B$BF|\x1B(B?\x1B$BK\\\x1B(B",
-         u"\u65e5?\u672c"},
+        {"LC_ALL", "ja_JP.EUC-JP", u"\u65e5a\u0e01\u672c\U0001F600", "\xC6\xFC" "a?\xCB\xDC??", u"\u65e5a?\u672c??"},
+        {"LC_ALL", "x.ISO-2022-JP", u"\u65e5\u0e01\u672c", "\x1B$BF|\x1B(B?\x1B$BK\\\x1B(B", u"\u65e5?\u672c"},
         // clang-format on
     };
     for (const auto& row : rows) {
         const outcome outcome = run_child([&] {
+            const auto& [variable, value, wide, narrow, back] = row;
             clearenv();
-            setenv(row.variable, row.value, 1);
-            const bool is_asked_for = std::strchr(row.value, '.') && !std::strstr(row.value, "utf8");
-            rlimit descriptors; // of which there are none at first
-            getrlimit(RLIMIT_NOFILE, &descriptors);
-            const rlim_t usual = std::exchange(descriptors.rlim_cur, 0);
-            setrlimit(RLIMIT_NOFILE, &descriptors);
-            EXPECT_EQ(narrow_of(row.wide, ZU_ENCODING_ANSI), is_asked_for ? "" : row.narrow) << row.value;
-            EXPECT_EQ(wide_of(row.narrow, ZU_ENCODING_ANSI), is_asked_for ? u"" : row.back) << row.value;
+            setenv(variable, value.c_str(), 1);
+            const bool is_asked_for = value.find('.') != value.npos && value.find("utf8") == value.npos;
+            rlimit usual;
+            getrlimit(RLIMIT_NOFILE, &usual);
+            const rlimit none{0, usual.rlim_max};
+            setrlimit(RLIMIT_NOFILE, &none);
+            EXPECT_EQ(narrow_of(wide, ZU_ENCODING_ANSI), is_asked_for ? "" : narrow) << value;
+            EXPECT_EQ(wide_of(narrow, ZU_ENCODING_ANSI), is_asked_for ? u"" : back) << value;
             EXPECT_EQ(
                 code_of(platform::WideCharToMultiByte(CP_ACP, 0, u"x", 1, nullptr, 0, nullptr, nullptr)),
                 is_asked_for ? codes::too_many_open_files : 0);
-            descriptors.rlim_cur = usual;
-            setrlimit(RLIMIT_NOFILE, &descriptors);
+            setrlimit(RLIMIT_NOFILE, &usual);
             for (int i = 0; i < 2; ++i) { // no shift state is left behind
-                EXPECT_EQ(narrow_of(row.wide, ZU_ENCODING_ANSI), row.narrow) << row.value;
-                EXPECT_EQ(wide_of(row.narrow, ZU_ENCODING_ANSI), row.back) << row.value;
+                EXPECT_EQ(narrow_of(wide, ZU_ENCODING_ANSI), narrow) << value;
+                EXPECT_EQ(wide_of(narrow, ZU_ENCODING_ANSI), back) << value;
             }
-            if (row.value == std::string("ja_JP.EUC-JP")) {
+            if (value == "ja_JP.EUC-JP") {
                 EXPECT_EQ(wide_of("a\xFF\xC6\xFC\xC6", ZU_ENCODING_ANSI), u"a\ufffd\u65e5\ufffd");
             }
             _exit(testing::Test::HasFailure());
         });
-        EXPECT_EQ(outcome.exit_code, 0) << row.value << outcome.output;
+        EXPECT_EQ(outcome.exit_code, 0) << std::get<1>(row) << outcome.output;
     }
 }
 
