@@ -212,34 +212,27 @@ void compare_floating_point(const std::string& start) {
     }
 }
 
-// Calls the function with every combination of flags, width and precision.
-void for_each_start(const char* high_precision, void (*compare)(const std::string& start)) {
+// Calls the function with every combination of flags, width and precision; or without the rare ones, in which a precision
+// changes what # or 0 means.
+void for_each_start(const char* high_precision, bool with_rare, void (*compare)(const std::string& start)) {
     for (unsigned flags = 0; flags < 32 && !testing::Test::HasFailure(); ++flags) {
         std::string start = "%";
         for (unsigned i = 0; i < 5; ++i)
-            start += std::string(flags >> i & 1, "-+ #0"[i]);
+            start += std::string(flags >> i & 1, "-+ 0#"[i]);
         for (const char* width : {"", "1", "6", "31"}) {
             for (const char* precision : {"", ".", ".1", ".9", high_precision})
-                compare(start + width + precision);
+                if (with_rare || !*precision || flags < 8)
+                    compare(start + width + precision);
         }
     }
 }
 
-// With a precision the flag 0 means nothing, and # prints no 0 that is there already.
-bool is_rare(const std::string& start) {
-    return start.find('.') != start.npos
-           && start.substr(0, start.find_first_of(".123456789")).find_first_of("0#") != start.npos;
-}
-
 TEST(format_numbers, whole_numbers_as_the_c_library_prints_them) {
-    for_each_start(".12", [](const std::string& start) {
-        if (!is_rare(start))
-            compare_integers(start);
-    });
+    for_each_start(".12", false, compare_integers);
 }
 
 TEST(format_numbers, floating_point_as_the_c_library_prints_it) {
-    for_each_start(".40", compare_floating_point);
+    for_each_start(".40", true, compare_floating_point);
 }
 
 TEST(format_numbers, widths_and_precisions_beyond_any_area) {
@@ -260,7 +253,7 @@ TEST(format_texts, rare_conversions) {
     ZU_s_sprintf(&s.s, u"%5%|%-%|%n%d|%06.d|%06.d|%-6.d|", &stored, 42, 0, 5, 0);
     EXPECT_EQ(s.text(), u"%|%|42|      |     5|      |");
     EXPECT_EQ(stored, 7) << "%n takes its argument";
-    for_each_start(".60", compare_integers); // not after a failure: Wine would overrun its area
+    for_each_start(".60", true, compare_integers); // not after a failure: Wine would overrun its area
 }
 
 TEST(format_texts, nothing_is_read_behind_a_precision) {
