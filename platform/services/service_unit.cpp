@@ -2,6 +2,9 @@
 #include "platform/services/service_unit.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include "platform/api/threads.h"
 #include "platform/core/error.h"
@@ -89,14 +92,17 @@ DWORD wait_for_program(int directory, const file_mark& before, const std::string
     }
 }
 
-// Whether the manager has not seen the unit end yet.
-bool has_not_ended(int directory, const std::string& unit) {
-    struct stat all, link;
+// The number of the unit's life whose end the manager has not seen yet; empty if there is none.
+std::string life_of(int directory, const std::string& unit) {
+    struct stat all;
     if (fstatat(directory, "..", &all, 0) != 0)
-        return true; // asking the manager will tell
+        return "unknown"; // asking the manager will tell
     // systemd keeps this link from the start of a unit until it is inactive or failed. Other users' are hidden.
     const std::string runtime = all.st_uid == 0 ? "/run" : "/run/user/" + std::to_string(all.st_uid);
-    return lstat((runtime + "/systemd/units/invocation:" + unit).c_str(), &link) == 0;
+    const std::string link = runtime + "/systemd/units/invocation:" + unit;
+    char number[64];
+    const ssize_t size = readlink(link.c_str(), number, sizeof number);
+    return std::string(number, static_cast<size_t>(std::max<ssize_t>(size, 0)));
 }
 
 } // namespace
@@ -107,12 +113,13 @@ bool is_of_users_manager(int directory) {
 }
 
 bool may_be_up(int directory, const std::string& unit) {
-    return has_mark(directory, restarts_mark) || has_not_ended(directory, unit);
+    return has_mark(directory, restarts_mark) || !life_of(directory, unit).empty();
 }
 
 void wait_until_ended(int directory, const std::string& unit) {
+    const std::string last = life_of(directory, unit);
     for (const DWORD start = GetTickCount();
-         has_not_ended(directory, unit) && GetTickCount() - start < end_of_unit_ms;)
+         !last.empty() && life_of(directory, unit) == last && GetTickCount() - start < end_of_unit_ms;)
         Sleep(2);
 }
 

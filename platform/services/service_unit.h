@@ -16,7 +16,8 @@ bool is_of_users_manager(int directory);
 // Whether a unit of which nothing lives may still be about to end or to start again, so that the manager has to be asked.
 bool may_be_up(int directory, const std::string& unit);
 
-// The manager needs a moment to see the end of a unit of which nothing lives. Waits for it, but not for ever.
+// The manager needs a moment to see the end of a unit of which nothing lives. Waits for it, but not for ever, nor for the
+// end of what somebody starts meanwhile.
 void wait_until_ended(int directory, const std::string& unit);
 
 // Starts the service. 2 (ERROR_FILE_NOT_FOUND) if there is no helper, 1053 (ERROR_SERVICE_REQUEST_TIMEOUT) if the unit
