@@ -151,12 +151,10 @@ protected:
 
 TEST_F(password, right_and_wrong_ones) {
     EXPECT_TRUE(is_right(right)) << "by the host's own rules";
-    ZU_wchar machine[65];
-    ZU_gethostname(machine, 65);
-    const std::u16string huge(5000, u'x');
+    const std::u16string machine = own_machine(), huge(5000, u'x');
     const temporary_user admin(right_narrow, true);
     const std::tuple<const ZU_wchar*, const ZU_wchar*, std::pair<bool, size_t>> rows[] = {
-        {nullptr, right, {true, 1}},   {u"", right, {true, 1}},        {machine, right, {true, 1}},
+        {nullptr, right, {true, 1}},   {u"", right, {true, 1}},        {machine.c_str(), right, {true, 1}},
         {u"NODOM", right, {false, 0}}, {nullptr, u"pa55", {false, 2}}, {nullptr, huge.c_str(), {false, 0}},
         {nullptr, u"", {false, 0}},    {u".", right, {true, 1}}};
     quickly([&] {

@@ -28,7 +28,7 @@ TEST(memory, exhaustion_writes_one_line_and_aborts) {
             if (setrlimit(RLIMIT_AS, &limit) == 0)
                 allocates();
         });
-        EXPECT_EQ(child.signal, SIGABRT) << size;
+        EXPECT_EQ(child.exit_code, exit_code_of_abort) << size;
         EXPECT_EQ(child.error_output,
                   "error (ZU_memory):Failed to allocate memory. size:" + size + ". errno:12.\n");
     }
@@ -60,7 +60,7 @@ TEST(library, loading_and_reports_from_containers) {
         }
         open_stream(u"C:\\a directory with a long name\\file", u"r");
     });
-    EXPECT_EQ(child.signal, SIGABRT);
+    EXPECT_EQ(child.exit_code, exit_code_of_abort);
     EXPECT_TRUE(child.error_output.starts_with("error (ZU_memory):Failed to allocate memory. size:"))
         << child.error_output;
 }

@@ -205,7 +205,7 @@ TEST_F(platform_files, where_no_more_can_be_written) {
                         size > 0 ? write_code(file, std::string(size, 'a')) : code_of(SetEndOfFile(file)));
         }
     });
-    EXPECT_EQ(child.signal, 0);
+    EXPECT_EQ(child.exit_code, 0);
     EXPECT_EQ(child.output, "0 112 112 112 ");
     EXPECT_TRUE(place.read("file") == std::string(8'000, 'a'));
     if (!is_root())

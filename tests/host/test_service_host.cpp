@@ -15,9 +15,9 @@ void tell_manager(const std::string& text); // of support/posix/service.cpp
 namespace {
 
 // The services are this program itself, playing a part with LOG STEP... A step is a report to send (READY=1), a number
-// of milliseconds to sleep, `log` or `log-helper`, which add the process's number, or its helper's, to the log,
-// `child`, which leaves a process behind that hears no SIGTERM and says that it is ready, or `loose`, which does what lets
-// a program survive its helper. Then it waits for ever. Nothing is reported while there is a file LOG.hush.
+// of milliseconds to sleep, `log`, which adds the process's number to the log, `child`, which leaves a process behind
+// that hears no SIGTERM and says that it is ready, or `loose`, which does what lets a program survive its helper. Then it
+// waits for ever. Nothing is reported while there is a file LOG.hush.
 
 std::string log_file;
 
@@ -31,8 +31,8 @@ void log_process(pid_t process) {
 }
 
 void take_step(const std::string& step) {
-    if (step == "log" || step == "log-helper") {
-        log_process(step == "log" ? getpid() : getppid());
+    if (step == "log") {
+        log_process(getpid());
     } else if (step == "child") {
         signal(SIGTERM, SIG_IGN);
         if (const pid_t child = fork(); child != 0) {
@@ -62,6 +62,9 @@ const part service_part("service", [](const words& arguments) {
 // A field of a process, as ps names it; empty once the process has gone.
 std::string field_of(pid_t process, const std::string& field) {
     return run_command("ps -o " + field + "= -p " + std::to_string(process)).output;
+}
+pid_t parent_of(pid_t process) {
+    return std::stoi(field_of(process, "ppid"));
 }
 bool is_gone(pid_t process) {
     const std::string state = field_of(process, "stat");
@@ -204,16 +207,14 @@ TEST_F(service, programs_that_cannot_run_and_bytes_in_arguments) {
         ASSERT_TRUE(ZU_NT_service_uninstall(nullptr, u"broken"));
     }
 
-    // Names and arguments stay what they are, whatever they mean to others, also bytes that are no UTF-8.
-    place_.make_directory("My Programs");
-    place_.make_directory("My");
-    place_.write("My Programs/a b", "#!/bin/sh\nprintf '<%s>' \"$@\" >\"$(dirname \"$0\")/said\"\n");
-    chmod(place_.host_path("My Programs/a b").c_str(), 0755);
-    ASSERT_TRUE(
-        install(u"..", wide(place_.host_path("My Programs/a b")) + u" ${A} * caf" + char16_t{0xDCE9}));
+    // Arguments stay what they are, also bytes that are no UTF-8; a directory that has the first word's name is no program.
+    place_.make_directory("a");
+    place_.write("a b", "#!/bin/sh\nprintf '<%s>' \"$@\" >\"$0.said\"\n");
+    chmod(place_.host_path("a b").c_str(), 0755);
+    ASSERT_TRUE(install(u"..", wide(place_.host_path("a b")) + u" * caf" + char16_t{0xDCE9}));
     EXPECT_EQ(start_code(u".."), 0u);
     EXPECT_TRUE(becomes(u"..", SERVICE_STOPPED));
-    EXPECT_EQ(place_.read("My Programs/said"), "<${A}><*><caf\xE9>");
+    EXPECT_EQ(place_.read("a b.said"), "<*><caf\xE9>");
 }
 
 TEST_F(service, those_that_end_by_themselves) {
@@ -260,18 +261,16 @@ TEST_F(service, reports_decide_from_the_first_one_on) {
 
 // Whatever is killed, and however the program has cut itself loose: nothing lives on, and no second one is started.
 TEST_F(service, whose_helpers_are_killed) {
-    ASSERT_TRUE(install_steps(u"victim", "child log log-helper READY=1 loose"));
+    ASSERT_TRUE(install_steps(u"victim", "child log READY=1 loose"));
     enum { program = 1, helper = 2, keeper = 4 };
     for (const int killed : {+program, +helper, program | helper, helper | keeper}) {
         if (killed & keeper && are_units)
             break; // a control group has none
         SCOPED_TRACE(killed);
         ASSERT_EQ(code_of(starts(u"victim")), 0u);
-        const std::vector<pid_t> processes = logged();
-        ASSERT_GE(processes.size(), 3u);
-        const pid_t helper_process = processes.back(), program_process = processes.end()[-2];
+        const pid_t program_process = logged().back(), helper_process = parent_of(program_process);
         if (killed & keeper)
-            kill(std::stoi(field_of(helper_process, "ppid")), SIGKILL);
+            kill(parent_of(helper_process), SIGKILL);
         if (killed & helper)
             kill(helper_process, SIGKILL); // before the program, so that it does not report its end
         if (killed & program)
@@ -284,7 +283,7 @@ TEST_F(service, whose_helpers_are_killed) {
         EXPECT_EQ(status(u"victim").dwWin32ExitCode, codes::process_aborted);
         EXPECT_TRUE(is_gone(program_process));
     }
-    const pid_t left = logged().end()[-2];
+    const pid_t left = logged().back();
     EXPECT_EQ(code_of(starts(u"victim")), 0u);
     EXPECT_TRUE(is_gone(left));
 }
@@ -407,24 +406,23 @@ TEST_F(service, other_users) {
     EXPECT_EQ(user.output, "state 4, stop 5, open 5, install 5");
 
     // Nor does a lock for reading, which anybody may place on what anybody may read, keep anything from starting.
-    const pid_t reader = fork();
-    if (reader == 0) {
+    holder reader([&] {
         become_ordinary_user();
-        for (int last = -1;; usleep(500)) {
-            const int status = ::open((own + "/status").c_str(), O_RDONLY | O_CLOEXEC);
-            struct flock helper_byte = {};
-            helper_byte.l_type = F_RDLCK;
-            helper_byte.l_start = helper_byte.l_len = 1;
-            fcntl(status, F_OFD_SETLK, &helper_byte);
-            ::close(std::exchange(last, status));
-        }
-    }
+        std::thread([own] {
+            for (int last = -1;; usleep(500)) {
+                const int status = ::open((own + "/status").c_str(), O_RDONLY | O_CLOEXEC);
+                struct flock helper_byte = {F_RDLCK, SEEK_SET, 1, 1, 0};
+                fcntl(status, F_OFD_SETLK, &helper_byte);
+                ::close(std::exchange(last, status));
+            }
+        }).detach();
+        return 0u;
+    });
     for (int i = 0; i < 4; ++i) {
         EXPECT_TRUE(stops(u"shared"));
         EXPECT_TRUE(starts(u"shared"));
     }
-    kill(reader, SIGKILL);
-    waitpid(reader, nullptr, 0);
+    reader.end();
     EXPECT_TRUE(stops(u"shared"));
 
     for (const std::string& directory : {all, own}) {

@@ -215,8 +215,8 @@ TEST(command, runs_services_and_shows_open_files_and_locks) {
             EXPECT_EQ(run_child([&] {
                           ZU_lock_process_lock(ZU_lock_process_create(name.c_str()));
                           raise(SIGKILL);
-                      }).signal,
-                      SIGKILL);
+                      }).exit_code,
+                      -SIGKILL);
             line = line_of_lock();
         }
         EXPECT_NE(line.find("left behind"), std::string::npos) << line;

@@ -10,12 +10,6 @@ TEST(absent, machines) {
     }
 }
 
-std::u16string own_machine() {
-    ZU_wchar name[65] = {};
-    EXPECT_EQ(ZU_gethostname(name, 65), 1);
-    return name;
-}
-
 TEST(account, names_that_are_users_and_names_that_are_not) {
     const std::u16string here = own_machine(), me = own_user();
     std::u16string shouted = me;

@@ -127,10 +127,8 @@ protected:
 TEST_F(service, is_there_until_it_is_uninstalled) {
     ASSERT_EQ(install(odd, u"x", u"zu_nosuch\0", 2, u"%25 \xD800 d", 0x110), 0u);
     ASSERT_EQ(install(longest, u"x", nullptr, 0, u"", 1), 0u);
-    ZU_wchar own_machine[65] = {};
-    ZU_gethostname(own_machine, 65);
     for (const std::u16string& machine :
-         {std::u16string(), u"\\\\" + std::u16string(own_machine), std::u16string(u"LocalHost")})
+         {std::u16string(), u"\\\\" + own_machine(), std::u16string(u"LocalHost")})
         for (const std::u16string& name : {odd, longest, u"ZU" + odd.substr(2)}) {
             EXPECT_EQ(code_of(ZU_NT_service_exist(machine.c_str(), name.c_str())), 0u) << narrow(name);
             EXPECT_EQ(ZU_NT_service_get_state(machine.c_str(), name.c_str()), stopped) << narrow(machine);
@@ -274,21 +272,16 @@ TEST_F(service, gets_its_arguments) {
     }
 }
 
-TEST_F(service, several_and_processes_that_start_one_at_once) {
-    ASSERT_EQ(install(u"zu_one", command(u"one")), 0u);
-    ASSERT_EQ(install(u"zu_top", command(u"two")), 0u);
-    EXPECT_EQ(start(u"zu_top"), 0u);
-    wait_for_log("started [two]\nready [two]\n");
-    place_.write("slow [one]", "");
+TEST_F(service, that_three_processes_start_at_once) {
+    ASSERT_EQ(install_one(), 0u);
+    place_.write("slow", "");
     child starters[] = {child(starter, {"zu_one"}), child(starter, {"ZU_ONE"}), child(starter, {"zu_One"})};
-    wait_for_log("started [one]\n");
-    forget("slow [one]");
+    wait_for_log("started\n");
+    forget("slow");
     for (child& one : starters)
         EXPECT_EQ(one.finish(), 0);
     EXPECT_EQ(stop(u"zu_one"), 0u);
-    wait_for_log("ready [one]\nended [one]\n");
-    EXPECT_EQ(state(u"zu_one"), stopped);
-    EXPECT_EQ(state(u"zu_top"), running);
+    wait_for_log("ready\nended\n");
 }
 
 TEST_F(service, needs_others_that_run_first) {
@@ -305,7 +298,7 @@ TEST_F(service, needs_others_that_run_first) {
     forget("fail [base]");
     place_.write("slow [base]", "");
     while (start(u"zu_top") != 0)
-        ASSERT_EQ(state(u"zu_top"), start_pending);
+        ASSERT_NE(state(u"zu_top"), stopped);
     wait_for_log(
         "started [base]\nready [base]\nstarted [middle]\nready [middle]\nstarted [top]\nready [top]\n");
 

@@ -89,7 +89,7 @@ int child::finish() {
 }
 
 outcome child::end() {
-    outcome result{-1, 0, output_until({}), text_until(errors_, {})};
+    outcome result{-1, output_until({}), text_until(errors_, {})};
     result.exit_code = finish();
     return result;
 }

@@ -24,8 +24,7 @@ void wait_for_parent();
 
 // A program that has run to its end.
 struct outcome {
-    int exit_code = -1; // of one that ended by itself
-    int signal = 0;     // of the host, that ended it, or 0
+    int exit_code = -1; // of one that a signal of the host has ended, its number as a negative one
     std::string output; // natively, too, lines end with \n
     std::string error_output;
 };
@@ -54,7 +53,7 @@ private:
 // descriptors of this process.
 void make_pipe(int (&ends)[2]);
 intptr_t start_program(const std::filesystem::path& program, const words& arguments);
-int exit_code_of(intptr_t process); // waits for its end
+int exit_code_of(intptr_t process); // waits for its end; -1 if there is no such process
 void terminate(intptr_t process);
 extern const int exit_code_of_abort;
 

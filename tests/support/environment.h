@@ -49,8 +49,13 @@ inline numbers_of_tm shown(ZU_time_t time) {
 // The end of a page behind which nothing can be read or written; the page itself is the test's.
 char16_t* end_of_page();
 
-// The account of this process, and its program.
+// The account of this process, its program, and its machine.
 std::u16string own_user();
 std::filesystem::path own_program();
+inline std::u16string own_machine() {
+    ZU_wchar name[65] = {};
+    ZU_gethostname(name, 65);
+    return name;
+}
 
 } // namespace zu_test

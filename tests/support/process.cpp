@@ -41,11 +41,8 @@ outcome run_child(const std::function<void()>& body) {
         std::fflush(nullptr);
         _exit(0);
     }
-    int status = 0;
-    if (waitpid(child, &status, 0) != child)
-        return {};
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
-            taken_from(out), taken_from(error)};
+    const int exit_code = exit_code_of(child);
+    return {exit_code, taken_from(out), taken_from(error)};
 }
 
 holder::holder(const std::function<uint32_t()>& body) {

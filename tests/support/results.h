@@ -12,19 +12,16 @@ namespace zu_test {
 // The platform's codes, written down once more: a check against the header's own names would follow a slip there.
 namespace codes {
 
-inline constexpr uint32_t none = 0, invalid_function = 1, file_not_found = 2, path_not_found = 3,
-                          too_many_open_files = 4, access_denied = 5, invalid_handle = 6,
-                          not_enough_memory = 8, not_same_device = 17, no_more_files = 18, write_protect = 19,
-                          sharing_violation = 32, not_supported = 50, bad_network_path = 53,
-                          bad_device_type = 66, bad_network_name = 67, file_exists = 80,
+inline constexpr uint32_t none = 0, file_not_found = 2, path_not_found = 3, too_many_open_files = 4,
+                          access_denied = 5, invalid_handle = 6, not_enough_memory = 8, not_same_device = 17,
+                          no_more_files = 18, write_protect = 19, sharing_violation = 32, not_supported = 50,
+                          bad_network_path = 53, bad_network_name = 67, file_exists = 80,
                           invalid_parameter = 87, broken_pipe = 109, buffer_overflow = 111, disk_full = 112,
                           insufficient_buffer = 122, invalid_name = 123, module_not_found = 126,
                           procedure_not_found = 127, negative_seek = 131, seek_on_device = 132,
-                          directory_not_root = 144, directory_not_empty = 145, bad_pathname = 161,
-                          already_exists = 183, bad_exe_format = 193, filename_too_long = 206, no_data = 232,
-                          more_data = 234, directory_name_invalid = 267, not_owner = 288,
-                          too_many_posts = 298, unknown_message = 317, noaccess = 998;
-inline constexpr uint32_t no_token = 1008, key_deleted = 1018;
+                          directory_not_root = 144, directory_not_empty = 145, already_exists = 183,
+                          bad_exe_format = 193, filename_too_long = 206, no_data = 232,
+                          directory_name_invalid = 267, too_many_posts = 298, unknown_message = 317;
 // Of services.
 inline constexpr uint32_t dependent_services_running = 1051, invalid_service_control = 1052,
                           service_request_timeout = 1053, service_database_locked = 1055,
@@ -36,8 +33,7 @@ inline constexpr uint32_t dependent_services_running = 1051, invalid_service_con
                           service_exists = 1073, service_dependency_deleted = 1075,
                           duplicate_service_name = 1078;
 // Of accounts, waits and other machines.
-inline constexpr uint32_t unknown_revision = 1305, none_mapped = 1332, timed_out = 1460,
-                          server_unavailable = 1722;
+inline constexpr uint32_t none_mapped = 1332, timed_out = 1460, server_unavailable = 1722;
 // Of sockets.
 inline constexpr uint32_t not_initialised = 10093;
 
