@@ -70,7 +70,7 @@ TEST_F(registry, lines_of_the_older_format_and_without_a_meaning) {
     EXPECT_EQ(text(u"k"), u"ab");
 }
 
-// What the reads of the library do not come to.
+// The reads of the library open no key without the right to read it, and keep none open.
 TEST_F(registry, calls_give_the_platforms_codes) {
     write("[HKEY_LOCAL_MACHINE\\k]\n\"n\"=dword:7\n");
     SetLastError(77);

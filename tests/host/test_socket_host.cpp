@@ -89,9 +89,7 @@ void answer(int server) {
 TEST_F(sockets, codes_of_the_resolver_and_without_routes) {
     const file_place place;
     place.write("resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n");
-    const std::string configuration = place.host_path("resolv.conf");
-    const bool ran = in_private_network([&] {
-        ASSERT_EQ(mount(configuration.c_str(), "/etc/resolv.conf", nullptr, MS_BIND, nullptr), 0);
+    in_private_network(place.host_path("resolv.conf"), "/etc/resolv.conf", [] {
         EXPECT_EQ(looked_up(u"nobody.example"), u"code 11002") << "no server at all";
         const held_socket server = bound_socket(SOCK_DGRAM, 53);
         ASSERT_NE(server, INVALID_SOCKET);
@@ -107,8 +105,6 @@ TEST_F(sockets, codes_of_the_resolver_and_without_routes) {
         EXPECT_EQ(tested(u"127.0.0.1", 40000), "1, 10061") << "and meet themselves there";
         EXPECT_EQ(tested(u"10.1.2.3", 80), "1, 10051");
     });
-    if (!ran)
-        GTEST_SKIP() << "this user may not make a network of its own";
 }
 
 } // namespace

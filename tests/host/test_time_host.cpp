@@ -69,17 +69,14 @@ TEST(zone_setting, counts_however_it_changed) {
         std::printf(" %d", hour_now_at_0());
     });
     EXPECT_EQ(child.output, "5 10");
-    const bool has_mounts = in_private_network([] {
-        set_zone(nullptr);
-        const int before = hour_now_at_0();
-        const char* other = before == 5 ? "/usr/share/zoneinfo/UTC" : "/usr/share/zoneinfo/Asia/Kolkata";
-        ASSERT_EQ(mount(other, "/etc/localtime", nullptr, MS_BIND, nullptr), 0);
+    set_zone(nullptr);
+    const int before = hour_now_at_0();
+    const char* other = before == 5 ? "/usr/share/zoneinfo/UTC" : "/usr/share/zoneinfo/Asia/Kolkata";
+    in_private_network(other, "/etc/localtime", [before] {
         for (int i = 0; i < 300 && hour_now_at_0() == before; ++i)
             usleep(10000);
         EXPECT_EQ(hour_now_at_0(), before == 5 ? 0 : 5);
     });
-    if (!has_mounts)
-        GTEST_SKIP() << "a changed zone of the system needs the right to mount in a namespace of its own";
 }
 
 // Readers on several threads while the zone goes to and fro: every answer is one of the two, and none stays behind.

@@ -35,8 +35,6 @@ int follow_files(const words& arguments) {
     log("ready");
     report_state(running, 0);
     while (!is_told_to_stop(20)) {
-        if (is_asked("die"))
-            end_on_the_spot();
         if (is_asked("end"))
             return 3;
     }
@@ -246,16 +244,6 @@ TEST_F(service, that_ends_by_itself_or_never_runs) {
     EXPECT_EQ(stop(u"zu_one"), 0u);
     forget("end");
     start_one();
-}
-
-TEST_F(service, whose_process_is_killed) {
-    ASSERT_EQ(install_one(), 0u);
-    start_one();
-    place_.write("die", "");
-    wait_for(u"zu_one", stopped);
-    forget("die");
-    start_one();
-    EXPECT_EQ(stop(u"zu_one"), 0u);
 }
 
 // Its program is found though the path has spaces, with quotes and without, in any case of letters.

@@ -30,8 +30,8 @@ private:
 };
 
 // Runs the body on a thread in a network namespace of its own that holds a loopback and nothing else, and with mounts
-// of its own. False, with the body not run, where the process may not have them.
-bool in_private_network(const std::function<void()>& body);
+// of its own, where a file or directory covers another one. Skips where the process may not have them.
+void in_private_network(const std::string& cover, const char* covered, const std::function<void()>& body);
 
 // Runs a command line through bash.
 outcome run_command(const std::string& command);

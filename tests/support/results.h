@@ -32,10 +32,9 @@ inline constexpr uint32_t dependent_services_running = 1051, invalid_service_con
                           service_dependency_fail = 1068, service_marked_for_delete = 1072,
                           service_exists = 1073, service_dependency_deleted = 1075,
                           duplicate_service_name = 1078;
-// Of accounts, waits and other machines.
-inline constexpr uint32_t none_mapped = 1332, timed_out = 1460, server_unavailable = 1722;
-// Of sockets.
-inline constexpr uint32_t not_initialised = 10093;
+// Of accounts, waits, other machines and sockets.
+inline constexpr uint32_t none_mapped = 1332, timed_out = 1460, server_unavailable = 1722,
+                          not_initialised = 10093;
 
 } // namespace codes
 

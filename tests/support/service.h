@@ -18,6 +18,5 @@ int serve_as_service(int (*body)(const words&), const words& arguments);
 // In the body. The hint is the time until the next report, in milliseconds; each report shows progress.
 void report_state(service_state state, uint32_t hint);
 bool is_told_to_stop(uint32_t within_ms);
-void end_on_the_spot(); // as if it were killed
 
 } // namespace zu_test

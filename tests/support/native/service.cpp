@@ -63,8 +63,4 @@ bool is_told_to_stop(uint32_t within_ms) {
     return WaitForSingleObject(stop_event, within_ms) == WAIT_OBJECT_0;
 }
 
-void end_on_the_spot() {
-    TerminateProcess(GetCurrentProcess(), 1);
-}
-
 } // namespace zu_test

@@ -54,8 +54,4 @@ bool is_told_to_stop(uint32_t within_ms) {
     return sigtimedwait(&stop_signal, nullptr, &limit) > 0;
 }
 
-void end_on_the_spot() {
-    raise(SIGKILL);
-}
-
 } // namespace zu_test
