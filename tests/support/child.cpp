@@ -51,7 +51,7 @@ child::child(const std::filesystem::path& program, const words& arguments) {
     std::fflush(nullptr);
     for (int stream = 0; stream < 3; ++stream) {
         make_pipe(pipes[stream]);
-        own[stream] = dup(stream);
+        own[stream] = own_copy(stream);
         dup2(pipes[stream][stream != 0], stream);
     }
     process_ = start_program(program, arguments);

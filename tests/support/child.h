@@ -49,9 +49,10 @@ private:
     int to_, from_, errors_; // descriptors of its input and its outputs
 };
 
-// What differs by platform. The descriptors of a pipe are not inherited; a program is started with the first three
-// descriptors of this process.
+// What differs by platform. The descriptors of a pipe, and a copy of one, are not inherited; a program is started with the
+// first three descriptors of this process.
 void make_pipe(int (&ends)[2]);
+int own_copy(int descriptor);
 intptr_t start_program(const std::filesystem::path& program, const words& arguments);
 int exit_code_of(intptr_t process); // waits for its end; -1 if there is no such process
 void terminate(intptr_t process);

@@ -15,6 +15,13 @@ void make_pipe(int (&ends)[2]) {
 }
 
 // The runtime puts nothing but spaces between arguments, so that they go as one text.
+int own_copy(int descriptor) {
+    HANDLE copy = nullptr;
+    DuplicateHandle(GetCurrentProcess(), reinterpret_cast<HANDLE>(_get_osfhandle(descriptor)),
+                    GetCurrentProcess(), &copy, 0, FALSE, DUPLICATE_SAME_ACCESS);
+    return _open_osfhandle(reinterpret_cast<intptr_t>(copy), _O_TEXT | _O_NOINHERIT);
+}
+
 intptr_t start_program(const std::filesystem::path& program, const words& arguments) {
     std::string line = "program";
     for (const std::string& word : arguments)

@@ -15,6 +15,10 @@ void make_pipe(int (&ends)[2]) {
         ends[0] = ends[1] = -1;
 }
 
+int own_copy(int descriptor) {
+    return fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
+}
+
 intptr_t start_program(const std::filesystem::path& program, const words& arguments) {
     std::vector<const char*> list = {program.c_str()};
     for (const std::string& word : arguments)
