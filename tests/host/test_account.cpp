@@ -17,9 +17,9 @@ std::string groups() {
 // In a child that gives up root: the letters there.
 std::string groups_as(uid_t user, std::vector<gid_t> supplementary) {
     return run_child([&] {
-               if (setgroups(supplementary.size(), supplementary.data()) == 0 && setgid(65534) == 0
-                   && setuid(user) == 0)
-                   fputs(groups().c_str(), stdout);
+               const bool is_done = setgroups(supplementary.size(), supplementary.data()) == 0
+                                    && setgid(65534) == 0 && setuid(user) == 0;
+               fputs(is_done ? groups().c_str() : "refused", stdout);
            })
         .output;
 }

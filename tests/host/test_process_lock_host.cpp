@@ -72,7 +72,7 @@ TEST_F(process_lock, users) {
             ZU_lock_process_close(lock);
         }
     });
-    EXPECT_EQ(user.output, "") << "it is there for everyone, or not there yet";
+    EXPECT_EQ(user.output + std::to_string(user.exit_code), "0") << "there for everyone, or not yet";
     int status = 0;
     EXPECT_EQ(kill(maker, SIGKILL) + waitpid(maker, &status, 0), maker);
     EXPECT_TRUE(WIFSIGNALED(status)) << "nor has it disturbed its maker";

@@ -118,9 +118,8 @@ protected:
                                      start_type, dependencies);
     }
     bool install_steps(const char16_t* name, const std::string& steps, const char16_t* needs = nullptr) {
-        const std::string self = std::filesystem::read_symlink("/proc/self/exe");
-        return install(name, wide('"' + self + "\" --part service " + place_.host_path("log ") + steps),
-                       needs);
+        const std::string command = '"' + own_program().string() + "\" --part service ";
+        return install(name, wide(command + place_.host_path("log ") + steps), needs);
     }
 
     handle open(const char16_t* name, uint32_t access = SERVICE_ALL_ACCESS) const {
@@ -358,7 +357,8 @@ TEST_F(service, callers_short_of_descriptors) {
     ASSERT_TRUE(install_steps(u"slow to end", "log READY=1"));
     ASSERT_TRUE(install_steps(u"on top", "READY=1", u"slow to end\0"));
     ASSERT_TRUE(starts(u"on top"));
-    // Asks with room for no descriptor up to seven, and prints each code that is neither the expected one nor 4.
+    // Asks with room for no descriptor up to seven. Prints each code that is neither the expected one nor 4, which seven
+    // do not lead to any more.
     const auto ask = [](uint32_t expected, const std::function<bool()>& question) {
         for (rlim_t room = 0; room < 8; ++room) {
             rlimit limit = {1024, 1024};
@@ -366,9 +366,10 @@ TEST_F(service, callers_short_of_descriptors) {
             limit.rlim_cur = static_cast<rlim_t>(dup(0)) + room;
             setrlimit(RLIMIT_NOFILE, &limit);
             const uint32_t code = code_of(question());
-            if (code != expected && code != codes::too_many_open_files)
+            if (code != expected && (code != codes::too_many_open_files || room == 7))
                 printf("with room for %d: %u, not %u\n", int(room), code, expected);
         }
+        printf("asked ");
     };
     const auto ask_state = [&] { ask(0, [] { return state(u"slow to end") == SERVICE_RUNNING; }); };
     const outcome starved = run_child([&] {
@@ -380,10 +381,10 @@ TEST_F(service, callers_short_of_descriptors) {
             [] { return ZU_NT_service_install(nullptr, u"too", u"On Top", u"x", 0x10, 3, nullptr) != 0; });
         ask_state();
     });
-    EXPECT_EQ(starved.output, "");
+    EXPECT_EQ(starved.output, "asked asked asked ");
     ASSERT_TRUE(stops(u"on top"));
     ASSERT_TRUE(platform::DeleteService(open(u"slow to end")));
-    EXPECT_EQ(run_child(ask_state).output, "");
+    EXPECT_EQ(run_child(ask_state).output, "asked ");
     EXPECT_EQ(state(u"slow to end"), SERVICE_RUNNING + 0u) << "marked, and alive";
 }
 

@@ -50,7 +50,7 @@ protected:
         place_.make_directory("world");
         ASSERT_EQ(mount("own", world_.c_str(), "tmpfs", 0, ""), 0);
         is_mounted_ = true;
-        const std::string own = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+        const std::string own = own_program().parent_path();
         const std::string folder = world_ + "/upper/usr/lib/systemd/", programs = world_ + "/upper/opt/zu";
         const outcome made = run_command(
             "mkdir -p " + folder + "system " + folder + "user " + programs + " && cp " ZU_HELPER_PROGRAM " "

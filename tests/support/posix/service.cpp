@@ -9,21 +9,20 @@
 #include <cstring>
 #include <fstream>
 
+#include "support/environment.h"
 #include "support/scratch.h"
 
 namespace zu_test {
 
-namespace fs = std::filesystem;
-
 static sigset_t stop_signal;
 
 // Inside a booted system (host/test_service_units.cpp) the services are units of it.
-void put_service_program(const fs::path& directory) {
-    fs::create_symlink(fs::read_symlink("/proc/self/exe"), directory / "service.exe");
+void put_service_program(const std::filesystem::path& directory) {
+    std::filesystem::create_symlink(own_program(), directory / "service.exe");
     if (!std::getenv("ZU_TEST_UNITS"))
         return;
     const std::string services = std::getenv("ZU_HOST") + std::string("/services");
-    fs::create_directories(services);
+    std::filesystem::create_directories(services);
     std::ofstream(services + "/.manager") << "systemd\n";
     must(std::system("systemctl set-environment ZU_HOST=$ZU_HOST") == 0, "set-environment", services);
 }
