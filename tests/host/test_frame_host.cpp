@@ -1,5 +1,6 @@
 // Memory that runs out under the limits of the host, and loading the library as its loader does.
 #include <dlfcn.h>
+#include <sys/mman.h>
 
 #include "support/test.h"
 
@@ -32,6 +33,28 @@ TEST(memory, exhaustion_writes_one_line_and_aborts) {
         EXPECT_EQ(child.error_output,
                   "error (ZU_memory):Failed to allocate memory. size:" + size + ". errno:12.\n");
     }
+}
+
+// A text of 2^31 - 1 units, whose bytes with the terminator are 4 GiB: one block of memory, mapped over and over.
+TEST(memory, a_text_whose_bytes_32_bits_do_not_count) {
+    if (sizeof(size_t) == sizeof(uint32_t) || built_with_sanitizer)
+        GTEST_SKIP() << "32 bits have no room for it, and a sanitizer takes minutes";
+    const size_t bytes = size_t{UINT32_MAX} + 1, block = 1 << 21;
+    const int file = memfd_create("text", 0);
+    ASSERT_EQ(write(file, std::string(block, 'a').data(), block), ssize_t{block});
+    auto* const narrow =
+        static_cast<char*>(mmap(nullptr, bytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    for (size_t at = 0; at < bytes; at += block)
+        mmap(narrow + at, block, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_FIXED, file, 0);
+    narrow[bytes - 2] = narrow[bytes - 1] = 0;
+    uint32_t count = 1;
+    ZU_free(ZU_char_2_wchar(ZU_ENCODING_UTF8, narrow, -1, &count));
+    EXPECT_EQ(count, 0u) << "more bytes than the platform counts";
+    auto* const text = reinterpret_cast<const ZU_wchar*>(narrow);
+    const outcome copied = run_child([&] { ZU_strdup(text); });
+    const outcome inserted = run_child([s = ZU_s{}, text]() mutable { ZU_s_insert(&s, 0, text); });
+    EXPECT_TRUE(copied.error_output.ends_with(" size:4294967296. errno:12.\n")) << copied.error_output;
+    EXPECT_TRUE(inserted.error_output.ends_with(" size:4294967308. errno:12.\n")) << inserted.error_output;
 }
 
 // The library as others have it, which a program may load and let go while it runs.
