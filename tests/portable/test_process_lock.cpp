@@ -198,16 +198,15 @@ TEST_F(process_lock, killed_processes) {
     EXPECT_FALSE(is_there());
 }
 
-// It leaves the wait its lock.
+// The wait goes on, with the lock that it was for.
 TEST_F(process_lock, a_handle_closed_under_a_waiting_thread) {
     child owner(holds, {name});
     ASSERT_EQ(owner.next_line(), "held");
     ZU_lock_process kept = create();
-    std::thread waiting([&] { EXPECT_FALSE(ZU_lock_process_lock(kept)) << "the owner was killed"; });
-    ZU_sleep(100); // Time for it to fall asleep.
+    sleeping_crew waiting(1, [&](int) { return code_of(ZU_lock_process_lock(kept)); });
     EXPECT_TRUE(ZU_lock_process_close(kept));
     owner.kill();
-    waiting.join();
+    EXPECT_EQ(waiting.results()[0], no_code) << "it was abandoned";
     EXPECT_FALSE(is_there());
 }
 

@@ -14,7 +14,6 @@ void make_pipe(int (&ends)[2]) {
     _pipe(ends, 65536, _O_BINARY | _O_NOINHERIT);
 }
 
-// The runtime puts nothing but spaces between arguments, so that they go as one text.
 int own_copy(int descriptor) {
     HANDLE copy = nullptr;
     DuplicateHandle(GetCurrentProcess(), reinterpret_cast<HANDLE>(_get_osfhandle(descriptor)),
@@ -22,6 +21,7 @@ int own_copy(int descriptor) {
     return _open_osfhandle(reinterpret_cast<intptr_t>(copy), _O_TEXT | _O_NOINHERIT);
 }
 
+// The runtime puts nothing but spaces between arguments, so that they go as one text.
 intptr_t start_program(const std::filesystem::path& program, const words& arguments) {
     std::string line = "program";
     for (const std::string& word : arguments)
