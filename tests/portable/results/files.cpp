@@ -18,12 +18,15 @@ constexpr named_bits shares[] = {{" share none", 0},
                                  {" share R", ZU_FILE_SHARE_READ},
                                  {" share W", ZU_FILE_SHARE_WRITE},
                                  {" share RW", ZU_FILE_SHARE_READ | ZU_FILE_SHARE_WRITE}};
-constexpr named_bits ways[] = {{" CREATE_ALWAYS", ZU_FILE_CREATE_ALWAYS},
-                               {" CREATE_NEW", ZU_FILE_CREATE_NEW},
-                               {" OPEN_ALWAYS", ZU_FILE_OPEN_ALWAYS},
-                               {" OPEN_EXISTING", ZU_FILE_OPEN_EXISTING},
-                               {" TRUNCATE_EXISTING", ZU_FILE_TRUNCATE_EXISTING},
-                               {" no way", 0}};
+constexpr named_bits ways[] = {
+    {" CREATE_ALWAYS", ZU_FILE_CREATE_ALWAYS},
+    {" CREATE_NEW", ZU_FILE_CREATE_NEW},
+    {" OPEN_ALWAYS", ZU_FILE_OPEN_ALWAYS},
+    {" OPEN_EXISTING", ZU_FILE_OPEN_EXISTING},
+    {" TRUNCATE_EXISTING", ZU_FILE_TRUNCATE_EXISTING},
+    {" no way", 0},
+    {" CREATE_NEW CREATE_ALWAYS", ZU_FILE_CREATE_NEW | ZU_FILE_CREATE_ALWAYS},
+    {" TRUNCATE_EXISTING OPEN_EXISTING", ZU_FILE_TRUNCATE_EXISTING | ZU_FILE_OPEN_EXISTING}};
 
 constexpr uint32_t R = FILE_ATTRIBUTE_READONLY, H = FILE_ATTRIBUTE_HIDDEN, S = FILE_ATTRIBUTE_SYSTEM;
 
