@@ -35,11 +35,11 @@ TEST(memory, exhaustion_writes_one_line_and_aborts) {
     }
 }
 
-// A text of 2^31 - 1 units, whose bytes with the terminator are 4 GiB: one block of memory, mapped over and over.
+// One block of memory, mapped over and over. Behind the first are 2^31 - 1 units: 4 GiB with the terminator.
 TEST(memory, a_text_whose_bytes_32_bits_do_not_count) {
     if (sizeof(size_t) == sizeof(uint32_t) || built_with_sanitizer)
         GTEST_SKIP() << "32 bits have no room for it, and a sanitizer takes minutes";
-    const size_t bytes = size_t{UINT32_MAX} + 1, block = 1 << 21;
+    const size_t block = 1 << 21, bytes = size_t{UINT32_MAX} + 1 + block;
     const int file = memfd_create("text", 0);
     ASSERT_EQ(write(file, std::string(block, 'a').data(), block), ssize_t{block});
     auto* const narrow =
@@ -50,7 +50,7 @@ TEST(memory, a_text_whose_bytes_32_bits_do_not_count) {
     uint32_t count = 1;
     ZU_free(ZU_char_2_wchar(ZU_ENCODING_UTF8, narrow, -1, &count));
     EXPECT_EQ(count, 0u) << "more bytes than the platform counts";
-    auto* const text = reinterpret_cast<const ZU_wchar*>(narrow);
+    auto* const text = reinterpret_cast<const ZU_wchar*>(narrow + block);
     const outcome copied = run_child([&] { ZU_strdup(text); });
     const outcome inserted = run_child([s = ZU_s{}, text]() mutable { ZU_s_insert(&s, 0, text); });
     EXPECT_TRUE(copied.error_output.ends_with(" size:4294967296. errno:12.\n")) << copied.error_output;
