@@ -97,8 +97,9 @@ protected:
         EXPECT_EQ(state(name), wanted);
     }
     static void wait_until_gone(const ZU_wchar* name) {
-        while (exist(name) != codes::service_does_not_exist)
+        for (int i = 0; i < 1000 && exist(name) != codes::service_does_not_exist; ++i)
             ZU_sleep(20);
+        EXPECT_EQ(exist(name), codes::service_does_not_exist);
     }
     // A program that has said nothing yet counts as running on Linux: only the log tells that it is.
     void wait_for_log(const std::string& lines) {
