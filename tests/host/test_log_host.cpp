@@ -76,7 +76,7 @@ TEST(log_file, characters_that_the_encoding_lacks) {
     EXPECT_NE(child.output.find("s| \x80 ? ?? ?\n"), std::string::npos) << child.output;
 }
 
-// Numbers are tried one by one there, unless they are too many.
+// Where the directory cannot be listed, the numbers of generations are tried one by one, unless they are too many.
 TEST(log_file, rotation_where_the_directory_cannot_be_listed) {
     as_both_users([](const file_place& place) {
         const started_library started;

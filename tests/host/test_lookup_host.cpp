@@ -78,7 +78,7 @@ TEST_F(lookup, names_of_the_host) {
         EXPECT_EQ(attribute_code(path), code) << path.size();
 }
 
-// They are links, which are seen when they change.
+// Drives and shares are links, and a link that has changed is seen.
 TEST_F(lookup, drives_and_shares) {
     const std::u16string host_file = wide(place.host_path("disk/file"));
     for (const char* directory : {"disk", "disk/LOGS"})

@@ -158,7 +158,7 @@ TEST_F(lookup, large_directories) {
     EXPECT_EQ(attribute_code(u"T:\\large\\SOME FILE WITH A RATHER LONG NAME 7"), codes::file_not_found);
 }
 
-// Each finds its own files there, by another spelling, and no others.
+// Each thread finds its own files, by another spelling, and no others.
 TEST_F(lookup, threads_in_one_directory) {
     fill_large(place);
     std::atomic<int> done{0};

@@ -120,7 +120,7 @@ TEST_F(stat, mode_size_and_drive) {
     }
 }
 
-// Each alone, to the second, of either season.
+// A time is set alone, to the second, and is the same in either season.
 TEST_F(stat, times_that_are_set_come_back_one_by_one) {
     place.write("f", "");
     ASSERT_TRUE(ZU_create_dir(u"T:\\d\\\\", nullptr));

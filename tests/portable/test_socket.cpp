@@ -161,7 +161,7 @@ TEST_F(sockets, datagrams) {
     EXPECT_EQ(ntohs(from.sin_port), port_of(fresh));
 }
 
-// Each is reported to a receive, once, and keeps no other datagram from going.
+// A datagram that nobody took is reported to one receive, and keeps no other datagram from going.
 TEST_F(sockets, datagrams_that_nobody_took) {
     const held_socket fresh(ZU_socket(AF_INET, SOCK_DGRAM, 0)), receiver = bound_socket(SOCK_DGRAM);
     const sockaddr_in to = address_of(receiver), to_nobody = address_of(bound_socket(SOCK_DGRAM));
