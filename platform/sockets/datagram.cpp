@@ -39,13 +39,17 @@ report next_report(int descriptor) {
     message.msg_controllen = sizeof control;
     if (!can_have_reports(descriptor) || ::recvmsg(descriptor, &message, MSG_ERRQUEUE | MSG_DONTWAIT) < 0)
         return report::none;
+    report found = report::none; // what the call gives without a report is none, or the look would never end
     for (cmsghdr* part = CMSG_FIRSTHDR(&message); part; part = CMSG_NXTHDR(&message, part)) {
         const bool is_error = (part->cmsg_level == IPPROTO_IP && part->cmsg_type == IP_RECVERR)
                               || (part->cmsg_level == IPPROTO_IPV6 && part->cmsg_type == IPV6_RECVERR);
-        if (is_error && reinterpret_cast<const sock_extended_err*>(CMSG_DATA(part))->ee_errno == ECONNREFUSED)
+        if (!is_error)
+            continue;
+        if (reinterpret_cast<const sock_extended_err*>(CMSG_DATA(part))->ee_errno == ECONNREFUSED)
             return report::nobody_listens;
+        found = report::other;
     }
-    return report::other;
+    return found;
 }
 
 // Takes reports off the queue up to the first of a port where nobody listens.
