@@ -49,7 +49,7 @@ void report_state(service_state state, uint32_t hint) {
 }
 
 bool is_told_to_stop(uint32_t within_ms) {
-    const timespec limit = {within_ms / 1000, within_ms % 1000 * 1'000'000};
+    const timespec limit = {within_ms / 1000, static_cast<long>(within_ms % 1000 * 1'000'000)};
     return sigtimedwait(&stop_signal, nullptr, &limit) > 0;
 }
 
