@@ -95,10 +95,11 @@ TEST_F(taskd, a_whole_run_with_rude_clients) {
         tasks += std::string("tick | interval 0:0:1 | 2024-01-01 00:00 | | ") + action + '\n';
     place.write("tasks.txt", tasks);
     place.make_directory("d");
-    // The date in the future does not fit into the library's 32 bits.
+    // The date in the future does not fit into the library's 32 bits. The C++ library's own end there in 32-bit programs.
+    const int days_ahead = sizeof(void*) == 8 ? 40000 : 1;
     for (const std::string file : {"old.tmp", "older.TMP", "old.txt", "new.tmp", "future.tmp"}) {
         place.write("d/" + file, "abc");
-        const int days = file[0] == 'o' ? -2 : file[0] == 'f' ? 40000 : 0;
+        const int days = file[0] == 'o' ? -2 : file[0] == 'f' ? days_ahead : 0;
         fs::last_write_time(place.at("d/" + file),
                             fs::file_time_type::clock::now() + days * std::chrono::hours(24));
     }
